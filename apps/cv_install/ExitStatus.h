@@ -1,0 +1,15 @@
+// The exit statuses of cv_install, as --help prints them.
+#pragma once
+
+enum class ExitStatus {
+    Complete = 0,
+    Refused = 1,  // by the library, or by a step of the commit script
+    SystemCallFailed = 2,
+    UnusableArguments = 3,
+    ValueRefused = 4,
+    ScriptNotWritten = 5,
+    ScriptNotStarted = 6,
+    ConsoleClosed = 7,
+    NoWorkingDirectory = 14,
+    SignalBase = 128  // plus the number of the signal that ended the commit script
+};

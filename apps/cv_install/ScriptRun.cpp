@@ -1,0 +1,133 @@
+#include "ScriptRun.h"
+
+#include <sys/types.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+
+#include "ExitStatus.h"
+#include "commit/CCommitScript.h"
+
+namespace {
+
+// What the handler shares with the rest: the script's process group, and the last signal.
+std::atomic<pid_t> scriptGroup = 0;
+std::atomic<int> receivedSignal = 0;
+static_assert(std::atomic<pid_t>::is_always_lock_free && std::atomic<int>::is_always_lock_free);
+
+void PassOn(int signal) {
+    receivedSignal = signal;
+    if (scriptGroup > 0)
+        kill(-scriptGroup, signal);
+}
+
+// While it lives, a request to end goes to the script, and cv_install stays to tell the outcome.
+class SignalsPassedOn {
+public:
+    SignalsPassedOn() {
+        struct sigaction action = {};
+        action.sa_handler = PassOn;
+        action.sa_flags = SA_RESTART;
+        for (size_t i = 0; i < std::size(passedOn); ++i)
+            sigaction(passedOn[i], &action, &m_former[i]);
+    }
+    ~SignalsPassedOn() {
+        for (size_t i = 0; i < std::size(passedOn); ++i)
+            sigaction(passedOn[i], &m_former[i], nullptr);
+    }
+    SignalsPassedOn(const SignalsPassedOn&) = delete;
+    SignalsPassedOn& operator=(const SignalsPassedOn&) = delete;
+
+    // The group gets what came before there was one.
+    static void To(pid_t group) {
+        setpgid(group, group);
+        scriptGroup = group;
+        if (receivedSignal != 0)
+            kill(-group, receivedSignal);
+    }
+
+private:
+    static constexpr int passedOn[] = {SIGINT, SIGTERM, SIGHUP};
+    struct sigaction m_former[std::size(passedOn)] = {};
+};
+
+// Values of an older run script must not leak into the new one.
+QProcessEnvironment ScriptEnvironment() {
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    const QStringList kept = {"CORV_CORVANERC", "CORV_ACCESS", "CORV_INSTALL"};
+    const QStringList names = environment.keys();
+    for (const QString& name : names) {
+        if (name.startsWith(u"CORV_") && !kept.contains(name))
+            environment.remove(name);
+    }
+    return environment;
+}
+
+int TellNotWritten() {
+    std::fprintf(stderr,
+                 "cv_install: the commit script could not be written, nothing has been changed\n"
+                 "    See that /tmp exists, may be written to and has space, and run the setup "
+                 "again.\n");
+    return static_cast<int>(ExitStatus::ScriptNotWritten);
+}
+
+int TellNotStarted(const CCommitScript& script) {
+    std::fprintf(stderr,
+                 "cv_install: the commit script could not be started, nothing has been changed: "
+                 "%s\n    See that /bin/bash can be run, and run the setup again.\n",
+                 qUtf8Printable(script.errorString()));
+    return static_cast<int>(ExitStatus::ScriptNotStarted);
+}
+
+int TellEndedBySignal(int signal, const QString& path) {
+    std::fprintf(stderr,
+                 "cv_install: the commit script %s was ended by a signal (%s)\n"
+                 "    What it had done remains.  Run the setup again to complete it.\n",
+                 qUtf8Printable(path), strsignal(signal));
+    return static_cast<int>(ExitStatus::SignalBase) + signal;
+}
+
+int TellEnd(const CCommitScript& script, const QString& path) {
+    if (script.exitStatus() == QProcess::CrashExit)
+        return TellEndedBySignal(script.exitCode(), path);
+    if (receivedSignal != 0) {
+        std::fprintf(stderr,
+                     "cv_install: the commit script went on to its end after a signal (%s)\n",
+                     strsignal(receivedSignal));
+    }
+    if (script.exitCode() != 0) {
+        std::fprintf(stderr,
+                     "cv_install: the commit script %s failed with status %d, its message stands "
+                     "above\n    What it had done remains.  Mend the cause and run the setup "
+                     "again.\n",
+                     qUtf8Printable(path), script.exitCode());
+    }
+    return script.exitCode();
+}
+
+}  // namespace
+
+int RunCommitScript(CInstallBase& run) {
+    QString path;
+    if (!run.WriteCommitScript(path, false))
+        return TellNotWritten();
+    std::printf("Commit script: %s\n", qUtf8Printable(path));
+    std::fflush(stdout);
+
+    const SignalsPassedOn whileItRuns;
+    CCommitScript script;
+    script.setProcessEnvironment(ScriptEnvironment());
+    script.setProcessChannelMode(QProcess::ForwardedChannels);
+    // A group of its own, so that a signal reaches the script and its tools exactly once.
+    script.setChildProcessModifier([] { setpgid(0, 0); });
+    script.Run(path);
+    if (!script.waitForStarted(-1))
+        return TellNotStarted(script);
+    SignalsPassedOn::To(static_cast<pid_t>(script.processId()));
+    script.closeWriteChannel();
+    script.waitForFinished(-1);
+    return TellEnd(script, path);
+}

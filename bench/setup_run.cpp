@@ -1,0 +1,57 @@
+// A whole setup with every default against bash running the same commit script alone. Run it as a
+// user other than root (scripts/bench does): it works on a copy of the product folder.
+#include <unistd.h>
+
+#include <filesystem>
+
+#include "Timing.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr int Rounds = 41;
+
+// The only commit script that is newer than any that was there before.
+std::string NewestScript() {
+    fs::directory_entry newest;
+    for (const fs::directory_entry& entry : fs::directory_iterator("/tmp")) {
+        if (entry.path().filename().string().starts_with("corvane26_commit_") &&
+            (newest.path().empty() || entry.last_write_time() > newest.last_write_time()))
+            newest = entry;
+    }
+    return newest.path().string();
+}
+
+}  // namespace
+
+int main() {
+    if (getuid() == 0) {
+        std::fprintf(stderr, "Run this as a user other than root.\n");
+        return 1;
+    }
+    char name[] = "/tmp/bench_setup_run_XXXXXX";
+    const fs::path directory = mkdtemp(name);
+    fs::copy(HX_PRODUCT_DIR, directory,
+             fs::copy_options::recursive | fs::copy_options::copy_symlinks);
+    const std::vector<std::string> setup = {(directory / "cv_install").string(), "--setup",
+                                            "--user-mode", "--yes"};
+    // The first run makes the tree; the timed ones run over it.
+    hx_bench::TimeOf(setup);
+    std::string script = NewestScript();
+    const hx_bench::Comparison times = hx_bench::Compare(
+        Rounds,
+        [&] {
+            fs::remove(script);
+            const double time = hx_bench::TimeOf(setup);
+            script = NewestScript();
+            return time;
+        },
+        [&] {
+            return hx_bench::TimeOf({"/bin/bash", script});
+        });
+    fs::remove(script);
+    fs::remove_all(directory);
+    std::printf("whole setup / its commit script alone: %.2f (%.0f ms / %.0f ms, medians of %d)\n",
+                times.ratio, times.subject, times.reference, Rounds);
+}

@@ -1,0 +1,35 @@
+# Debian packages that the project needs, and their installation. Sourced by the other scripts.
+# shellcheck shell=bash
+
+build_packages=(cmake g++ ninja-build qt6-base-dev)
+test_packages=(clang clang-format clang-tidy libclang-rt-14-dev libgtest-dev libxml2-utils shellcheck)
+export build_packages test_packages
+
+is_installed() {
+    [ "$(dpkg-query --show --showformat='${db:Status-Status}' "$1" 2> /dev/null)" = installed ]
+}
+
+# Installs those of the named packages that are missing, or ends the script saying which they are.
+install_packages() {
+    local package missing=() as_root=()
+    if ! command -v dpkg-query apt-get > /dev/null; then
+        echo "This is not a Debian system: see that what these packages bring is there: $*" >&2
+        return 0
+    fi
+    for package in "$@"; do
+        is_installed "$package" || missing+=("$package")
+    done
+    [ "${#missing[@]}" -eq 0 ] && return 0
+    if [ "$(id -u)" -ne 0 ]; then
+        if ! command -v sudo > /dev/null; then
+            echo "Debian packages are missing, and sudo is not there to install them." >&2
+            echo "Have root run: apt-get install ${missing[*]}" >&2
+            exit 1
+        fi
+        as_root=(sudo)
+    fi
+    echo "Installing Debian packages: ${missing[*]}"
+    "${as_root[@]}" apt-get update
+    "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
+        apt-get install --yes --no-install-recommends "${missing[@]}"
+}

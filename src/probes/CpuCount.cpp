@@ -1,0 +1,141 @@
+// Counts processors: configured ones, cores by package, and the simpler count of procNCPU.
+#include <unistd.h>
+
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "probes/StoredFile.h"
+#include "probes/cpu_memory.h"
+
+namespace {
+
+struct cpu_record {
+    int processor;
+    int physical_id;
+    int core_id;
+    int cpu_cores;
+};
+
+// Reads "key : number" when the line begins with `key`; the number is cut to 32 bits. Only blanks
+// may stand between the key and the colon.
+bool ReadNumberForKey(const char* line, const char* key, int& number) {
+    const size_t length = std::strlen(key);
+    if (std::strncmp(line, key, length) != 0)
+        return false;
+    const char* rest = line + length;
+    rest += std::strspn(rest, " \t");
+    if (*rest != ':')
+        return false;
+    number = static_cast<int>(std::strtol(rest + 1, nullptr, 10));
+    return true;
+}
+
+// The stanzas of /proc/cpuinfo, in their order.
+class CpuTable {
+public:
+    void TakeLine(const char* line) {
+        int number = 0;
+        if (ReadNumberForKey(line, "processor", number))
+            Open(number);
+        else if (m_current == nullptr)
+            return;
+        else if (ReadNumberForKey(line, "physical id", number))
+            m_current->physical_id = number;
+        else if (ReadNumberForKey(line, "core id", number))
+            m_current->core_id = number;
+        else if (ReadNumberForKey(line, "cpu cores", number))
+            m_current->cpu_cores = number;
+    }
+
+    // Each package counts once, by its first stanza that names any cores.
+    int CountCores() {
+        unsigned int sum = 0;
+        for (size_t i = 0; i < m_used; ++i) {
+            const cpu_record& first = *m_records[i];
+            for (size_t j = i + 1; first.physical_id != -1 && first.cpu_cores > 0 && j < m_used;
+                 ++j) {
+                if (m_records[j]->physical_id == first.physical_id)
+                    m_records[j]->cpu_cores = 0;
+            }
+            sum += static_cast<unsigned int>(first.cpu_cores);
+        }
+        return static_cast<int>(sum);
+    }
+
+private:
+    // Kept: the records are never freed. A stanza without a record (no memory, a full table)
+    // leaves none current, so that its lines are passed over.
+    void Open(int processor) {
+        m_current = nullptr;
+        if (m_used == m_records.size())
+            return;
+        m_current = static_cast<cpu_record*>(std::malloc(sizeof(cpu_record)));
+        if (m_current == nullptr)
+            return;
+        *m_current = {processor, -1, -1, 1};
+        m_records[m_used++] = m_current;
+    }
+
+    std::array<cpu_record*, 1024> m_records = {};
+    size_t m_used = 0;
+    cpu_record* m_current = nullptr;
+};
+
+}  // namespace
+
+int hx_cpu_logical_count(unsigned int* count, int verbose) {
+    if (count == nullptr)
+        return -1;
+    const int processors = static_cast<int>(sysconf(_SC_NPROCESSORS_CONF));
+    if (verbose != 0)
+        std::fprintf(stderr, "  system reports %d processors\n", processors);
+    *count = static_cast<unsigned int>(processors);
+    return 0;
+}
+
+int hx_cpu_count(unsigned int* count, int verbose) {
+    if (count == nullptr)
+        return -1;
+    unsigned int configured = 0;
+    hx_cpu_logical_count(&configured, verbose);
+    const int logical = static_cast<int>(configured);
+    // Kept: the trace tells this figure a second time.
+    if (verbose != 0)
+        std::fprintf(stderr, "  system reports %d processors\n", logical);
+    *count = 0;
+    const hx::FileHandle file(std::fopen("/proc/cpuinfo", "r"));
+    if (file == nullptr) {
+        std::fprintf(stderr, "  Error, can't open /proc/cpuinfo to read.\n");
+        return -1;
+    }
+    CpuTable table;
+    char line[1024];
+    while (std::fgets(line, sizeof line, file.get()) != nullptr)
+        table.TakeLine(line);
+    const int found = table.CountCores();
+    if (verbose != 0)
+        std::fprintf(stderr, "  found %d cores in \"/proc/cpuinfo\"\n", found);
+    const bool trusted = found != 0 && logical >= found;
+    *count = static_cast<unsigned int>(trusted ? found : logical);
+    return 0;
+}
+
+int procNCPU() {
+    const int configured = static_cast<int>(sysconf(_SC_NPROCESSORS_CONF));
+    if (configured > 0)
+        return configured;
+    const hx::StoredLines lines = hx::StoreProcFile("/proc/cpuinfo");
+    if (lines == nullptr)
+        return 1;
+    // Kept: the word of the line before stands in for a line without one, and the count stops at 1.
+    char word[12] = "";
+    for (char** line = lines.get(); *line != nullptr; ++line) {
+        int consumed = 0;
+        std::sscanf(*line, "%11s%n", word, &consumed);
+        if (std::strcmp(word, "processor") == 0)
+            return 1;
+    }
+    return 0;
+}

@@ -1,0 +1,38 @@
+// A /proc file as a list of lines.
+#pragma once
+
+#include <unistd.h>
+
+#include <cstdio>
+#include <memory>
+
+#include "support/storeFile.h"
+
+namespace hx {
+
+struct CloseFile {
+    void operator()(FILE* file) const { std::fclose(file); }
+};
+using FileHandle = std::unique_ptr<FILE, CloseFile>;
+
+struct FreeLines {
+    void operator()(char** lines) const { freeStoredFile(lines); }
+};
+using StoredLines = std::unique_ptr<char*, FreeLines>;
+
+// The lines of `path`, or null when it cannot be read. An unreadable file is told on stdout, one
+// that fails to open after all on stderr: callers of the probes rely on the two streams.
+inline StoredLines StoreProcFile(const char* path) {
+    if (access(path, R_OK) != 0) {
+        std::printf("Corvane/install: can't read \"%s\"\n", path);
+        return nullptr;
+    }
+    const FileHandle file(std::fopen(path, "r"));
+    if (file == nullptr) {
+        std::perror("Corvane/install");
+        return nullptr;
+    }
+    return StoredLines(storeFile(file.get(), 40, 40, 80));
+}
+
+}  // namespace hx

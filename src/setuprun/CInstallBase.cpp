@@ -1,0 +1,112 @@
+// The start of a setup run: access decision, environment, machine, earlier settings, options.
+#include "setuprun/CInstallBase.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdlib>
+#include <string_view>
+
+#include "probes/cpu_memory.h"
+#include "support/COSRelease.h"
+
+unsigned char g_hx_gui_installer = 0;
+
+namespace {
+
+constexpr const char* SharedDirectory = "/var/corvane";
+constexpr const char* CommandLink = "/usr/bin/corvane26";
+constexpr std::string_view CommandLinkTarget = "/var/corvane/corvane26";
+
+enum AccessFlag { DirectoryWritable = 2, CommandLinkPresent = 4 };
+
+bool CommandLinkIsOurs() {
+    struct stat entry = {};
+    if (lstat(CommandLink, &entry) != 0 || !S_ISLNK(entry.st_mode))
+        return false;
+    std::array<char, 2048> target = {};
+    const ssize_t length = readlink(CommandLink, target.data(), target.size());
+    return length >= 0 &&
+           std::string_view(target.data(), static_cast<size_t>(length)) == CommandLinkTarget;
+}
+
+bool SharedDirectoryIsWritable() {
+    struct stat entry = {};
+    return stat(SharedDirectory, &entry) == 0 && S_ISDIR(entry.st_mode) &&
+           access(SharedDirectory, W_OK) == 0;
+}
+
+// Who may run, and into which directory.
+void DecideAccess(CInstallBase& run) {
+    if (getuid() == 0) {
+        run.m_accessFlags = CInstallBase::RootAccess;
+        run.m_installDir = QString::fromUtf8(SharedDirectory);
+        return;
+    }
+    const bool link = CommandLinkIsOurs();
+    const bool directory = SharedDirectoryIsWritable();
+    run.m_accessFlags = (directory ? DirectoryWritable : 0) + (link ? CommandLinkPresent : 0);
+    if (!run.m_allowNonRoot) {
+        CInstallBase::InstallError(
+            QStringLiteral("Installation must be run as root user.  Aborting"), 1, 0);
+    }
+    run.m_installDir = directory ? QString::fromUtf8(SharedDirectory) : run.m_binariesDir;
+}
+
+void SetEnvironment(const CInstallBase& run) {
+    const QByteArray installDir = run.m_installDir.toUtf8();
+    setenv("CORV_CORVANERC", installDir.constData(), 1);
+    setenv("CORV_ACCESS", installDir.constData(), 1);
+    setenv("CORV_INSTALL", run.m_binariesDir.toUtf8().constData(), 1);
+}
+
+void MeasureMachine(CInstallBase& run) {
+    unsigned int cores = 0;
+    run.m_coreCount = hx_cpu_count(&cores, 0) == -1 ? 1 : static_cast<int>(cores);
+    run.m_ramMB = procRAM();
+    if (run.m_ramMB <= 0) {
+        CInstallBase::InstallError(
+            QStringLiteral("Unable to determine amount of memory.  Aborting"), 2, 0);
+    }
+}
+
+void FindTorqueCommands(CInstallBase& run) {
+    const bool openPbs = access("/opt/pbs/bin/qsub", F_OK) == 0;
+    const QString directory =
+        openPbs ? QStringLiteral("/opt/pbs/bin/") : QStringLiteral("/usr/local/bin/");
+    run.m_qsubCmd = directory + QStringLiteral("qsub");
+    run.m_qdelCmd = directory + QStringLiteral("qdel");
+    run.m_qsigCmd = directory + QStringLiteral("qsig");
+}
+
+}  // namespace
+
+CInstallBase::CInstallBase(bool allowNonRoot, int argc, char** argv)
+    : m_allowNonRoot(allowNonRoot) {
+    std::array<char, 2048> directory = {};
+    if (CurrentDirectory(argv[0], directory.data(), static_cast<int>(directory.size())) == -1) {
+        const int error = errno;
+        InstallError(QStringLiteral("Unable to determine current working directory.  Aborting"), 14,
+                     error);
+    }
+    m_binariesDir = QString::fromUtf8(directory.data());
+    DecideAccess(*this);
+    SetEnvironment(*this);
+    MeasureMachine(*this);
+    FindTorqueCommands(*this);
+    // Before the options on purpose: -g and -u do not change what is found here.
+    DiscoverServiceUserGroup(m_serviceUser.toUtf8().constData(),
+                             m_serviceGroup.toUtf8().constData());
+    m_osRelease = new COSRelease(argc, argv);
+    m_osName = m_osRelease->Name();
+    PreserveSettings();
+    ParseArgs(argc, argv);
+}
+
+CInstallBase::~CInstallBase() = default;
+
+void CInstallBase::PromptQueueAllow() {}
+
+void CInstallBase::VerifyCRuntime() {}
