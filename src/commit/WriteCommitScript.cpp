@@ -43,8 +43,10 @@ void WriteSections(FILE* script, const CInstallBase& run) {
         hx::WriteServerFiles(script);
     hx::WriteRunScriptVariables(script, run);
     hx::WriteRunScript(script, run);
-    if (root)
+    if (root) {
         hx::WriteCommandLink(script, "corvane26");
+        std::fputs("\n", script);
+    }
     hx::WriteSnapshotScript(script, run);
     if (root) {
         hx::WriteCommandLink(script, "corvane26_snapshot");

@@ -1,0 +1,143 @@
+// A whole setup by an ordinary user: what stands afterwards, and what the next one takes over.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include "apps/UserSetup.h"
+
+namespace {
+
+class Setup : public testing::Test {
+protected:
+    void SetUp() override { HX_REQUIRE_NAMESPACES(); }
+
+    const std::vector<std::string> yes = {"--setup", "--user-mode", "--yes"};
+};
+
+mode_t ModeOf(const std::string& path) {
+    struct stat entry = {};
+    EXPECT_EQ(lstat(path.c_str(), &entry), 0) << path;
+    return entry.st_mode & 07777U;
+}
+
+TEST_F(Setup, MakesAPrivateCopy) {
+    const UserSetup setup;
+    const auto result = setup.Run(yes);
+    ASSERT_EQ(result.status, 0) << result.out << result.err;
+    EXPECT_EQ(result.err, "");
+    for (const char* name : {"corvanerc", "corvanerc/corvane26", "corvanerc/corvane26server",
+                             "corvane26", "corvane26_snapshot"})
+        EXPECT_EQ(ModeOf(setup.Outside(name)), 0755U) << name;
+    for (const char* name : {"QueueEntries", "QueueLimits"})
+        EXPECT_EQ(ModeOf(setup.Outside(name)), 0644U) << name;
+    EXPECT_TRUE(setup.Has("corvanerc/corvane26server/resources/index.html"));
+    EXPECT_TRUE(setup.Has("corvanerc/corvane26server/icons/favicon.svg"));
+    EXPECT_EQ(setup.CommitScripts().size(), 1U);
+}
+
+TEST_F(Setup, EndsWithTheScriptsOwnWords) {
+    const UserSetup setup;
+    const auto result = setup.Run(yes);
+    const std::string end = "Corvane'26 Installation script completed successfully!\n\n";
+    ASSERT_GE(result.out.size(), end.size());
+    EXPECT_EQ(result.out.substr(result.out.size() - end.size()), end);
+}
+
+TEST_F(Setup, TheNewRunScriptKnowsWhereItStands) {
+    const UserSetup setup("product with blanks and ümlaut");
+    ASSERT_EQ(setup.Run(yes).status, 0);
+    const std::string script = setup.Inside("corvane26");
+    const std::string directory = setup.Inside("").substr(0, setup.Inside("").size() - 1);
+    EXPECT_EQ(setup.RunProgram({script, "--root-path"}).out, "CORV_ROOT=" + directory + "\n");
+    EXPECT_EQ(setup.RunProgram({script, "--printenv", "CORV_CORVANERC"}).out, directory + "\n");
+}
+
+TEST_F(Setup, TheRunScriptReachesTheSetupAgain) {
+    const UserSetup setup;
+    ASSERT_EQ(setup.Run(yes).status, 0);
+    const auto again = setup.RunProgram({setup.Inside("corvane26"), "--setup", "--version"});
+    EXPECT_EQ(again.status, 0) << again.err;
+    EXPECT_TRUE(again.out.starts_with("cv_install ")) << again.out;
+}
+
+TEST_F(Setup, YesChoosesTheInternalQueueIfNoneIsChosen) {
+    const UserSetup setup;
+    ASSERT_EQ(setup.Run(yes).status, 0);
+    EXPECT_EQ(setup.RunProgram({setup.Inside("corvane26"), "--printenv", "CORV_QUEUE_TYPE"}).out,
+              "INTERNAL\n");
+}
+
+TEST_F(Setup, YesKeepsAQueueThatIsChosen) {
+    const UserSetup setup;
+    ASSERT_EQ(setup.Run({"--setup", "--user-mode", "--yes", "-p", "gpu"}).status, 0);
+    const std::string script = setup.Inside("corvane26");
+    EXPECT_EQ(setup.RunProgram({script, "--printenv", "CORV_QUEUE_TYPE"}).out, "EXTERNAL\n");
+    EXPECT_EQ(setup.RunProgram({script, "--printenv", "CORV_SCHEDULER"}).out, "SLURM\n");
+    EXPECT_EQ(setup.RunProgram({script, "--printenv", "CORV_PARTITION_NAME"}).out, "gpu\n");
+}
+
+TEST_F(Setup, TheNextSetupOffersTheMemoryLimit) {
+    const UserSetup setup;
+    ASSERT_EQ(setup.Run({"--setup", "--user-mode", "--yes", "-m", "777"}).status, 0);
+    EXPECT_NE(setup.File("QueueLimits").find("MemoryPerThreadMB: 777\n"), std::string::npos);
+    const auto second = setup.Run(yes);
+    EXPECT_EQ(second.status, 0);
+    EXPECT_NE(second.out.find("A previous installation has set the memory usage\n"
+                              "limit to \"777MB\"."),
+              std::string::npos);
+    EXPECT_NE(setup.File("QueueLimits").find("MemoryPerThreadMB: 777\n"), std::string::npos);
+}
+
+TEST_F(Setup, AnswersReachTheQueueLimits) {
+    const UserSetup setup;
+    // Job limit; memory limit and pause; directory and pause; scratch limit and pause; queue;
+    // pause.
+    const auto result =
+        setup.Run({"--setup", "--user-mode"}, "3\n500\n\n/tmp\n\n7\n\n1\n\nleft over\n");
+    ASSERT_EQ(result.status, 0) << result.out << result.err;
+    EXPECT_EQ(setup.File("QueueLimits"),
+              "MaxThreads: 3\nMemoryPerThreadMB: 500\nScratch: /tmp\nDiskPerThreadGB: 7\n");
+}
+
+TEST_F(Setup, AClusterNodeAsksNothingAndGetsNoServerFiles) {
+    const UserSetup setup;
+    const auto result = setup.Run({"--setup", "--user-mode", "--cluster-node"});
+    ASSERT_EQ(result.status, 0) << result.err;
+    EXPECT_FALSE(setup.Has("corvanerc/corvane26server/resources"));
+    EXPECT_FALSE(setup.Has("corvanerc/corvane26server/icons"));
+    const std::string script = setup.Inside("corvane26");
+    EXPECT_EQ(setup.RunProgram({script, "--printenv", "CORV_CLUSTER_NODE"}).out, "YES\n");
+    EXPECT_EQ(setup.RunProgram({script, "--printenv", "CORV_QUEUE_TYPE"}).out, "NONE\n");
+}
+
+TEST_F(Setup, AnotherUserThanRootNeedsUserMode) {
+    const UserSetup setup;
+    const auto result = setup.Run({"--setup", "--yes"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.out, "");
+    EXPECT_EQ(result.err,
+              "Corvane Install: Error\n    Installation must be run as root user.  Aborting\n");
+    EXPECT_TRUE(setup.CommitScripts().empty());
+}
+
+TEST_F(Setup, AMissingTemplateEndsWithTheScriptsMessageAndStatus) {
+    const UserSetup setup;
+    std::filesystem::remove(setup.Outside("corvane26.template"));
+    const auto result = setup.Run(yes);
+    EXPECT_EQ(result.status, 1);
+    EXPECT_NE(result.out.find("Error, writing Corvane'26 run script, /tmp/product/corvane26\n"),
+              std::string::npos);
+    EXPECT_NE(result.err.find("failed with status 1"), std::string::npos);
+    EXPECT_FALSE(setup.Has("QueueLimits"));
+}
+
+TEST_F(Setup, RunAgainAfterAMendedFailureItCompletes) {
+    const UserSetup setup;
+    const std::string archive = setup.Outside("docroot/icons.tar");
+    std::filesystem::rename(archive, archive + ".away");
+    EXPECT_EQ(setup.Run(yes).status, 1);
+    std::filesystem::rename(archive + ".away", archive);
+    EXPECT_EQ(setup.Run(yes).status, 0);
+    EXPECT_TRUE(setup.Has("corvanerc/corvane26server/icons/favicon.svg"));
+}
+
+}  // namespace

@@ -1,0 +1,76 @@
+#include "apps/UserSetup.h"
+
+#include <unistd.h>
+
+#include <cstdio>
+#include <filesystem>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+[[noreturn]] void Exec(const std::vector<std::string>& command) {
+    std::vector<char*> argv;
+    for (const std::string& word : command)
+        argv.push_back(const_cast<char*>(word.c_str()));
+    argv.push_back(nullptr);
+    std::fflush(nullptr);
+    execv(argv[0], argv.data());
+    _exit(127);
+}
+
+}  // namespace
+
+UserSetup::UserSetup(const std::string& product) : m_product(product) {
+    fs::copy(HX_PRODUCT_DIR, Outside(""),
+             fs::copy_options::recursive | fs::copy_options::copy_symlinks);
+    fs::copy(HX_INTERPOSER, Root() + "/interposer.so");
+    m_world.identity = hx_test::World::Identity::User;
+    // A shared installation on this machine plays no part. /tmp comes last: it hides the others.
+    m_world.binds = {{m_nothing.path().string(), "/var"}, {Root(), "/tmp"}};
+}
+
+std::vector<std::string> UserSetup::Command(const std::vector<std::string>& arguments) const {
+    std::vector<std::string> command = {Inside("cv_install")};
+    command.insert(command.end(), arguments.begin(), arguments.end());
+    return command;
+}
+
+std::vector<std::string> UserSetup::Command(const std::vector<std::string>& variables,
+                                            const std::vector<std::string>& arguments) const {
+    std::vector<std::string> command = {"/usr/bin/env", "LD_PRELOAD=/tmp/interposer.so"};
+    command.insert(command.end(), variables.begin(), variables.end());
+    const std::vector<std::string> setup = Command(arguments);
+    command.insert(command.end(), setup.begin(), setup.end());
+    return command;
+}
+
+hx_test::ProcessResult UserSetup::Run(const std::vector<std::string>& arguments,
+                                      const std::string& input) const {
+    hx_test::World world = m_world;
+    world.input = input;
+    return hx_test::RunInChild(world, [&] { Exec(Command(arguments)); });
+}
+
+hx_test::ProcessResult UserSetup::RunProgram(const std::vector<std::string>& command) const {
+    return hx_test::RunInChild(m_world, [&] { Exec(command); });
+}
+
+void UserSetup::Become(const std::vector<std::string>& command) const {
+    if (!hx_test::EnterWorld(m_world))
+        _exit(126);
+    Exec(command);
+}
+
+bool UserSetup::Has(const std::string& name) const {
+    return fs::exists(fs::symlink_status(Outside(name)));
+}
+
+std::vector<std::string> UserSetup::CommitScripts() const {
+    std::vector<std::string> scripts;
+    for (const fs::directory_entry& entry : fs::directory_iterator(Root())) {
+        if (entry.path().filename().string().starts_with("corvane26_commit_"))
+            scripts.push_back(entry.path().string());
+    }
+    return scripts;
+}

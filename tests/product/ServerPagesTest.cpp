@@ -1,0 +1,94 @@
+// The pages and pictures that the compute service shows, as unpacked by a setup.
+#include <regex>
+
+#include "product/RunScript.h"
+
+namespace hx_test {
+namespace {
+namespace fs = std::filesystem;
+
+class ServerPages : public testing::Test {
+protected:
+    void SetUp() override {
+        if (!Installed("xmllint"))
+            GTEST_SKIP() << "xmllint is not installed";
+        for (const std::string name : {"resources", "icons"}) {
+            const std::string archive = HX_PRODUCT_DIR "/docroot/" + name + ".tar";
+            ASSERT_EQ(
+                hx_test::Run({"tar", "-x", "-C", docroot.path().string(), "-f", archive}).status,
+                0);
+        }
+    }
+
+    std::vector<fs::path> Files(const std::string& extension) const {
+        std::vector<fs::path> files;
+        for (const auto& entry : fs::recursive_directory_iterator(docroot.path())) {
+            if (entry.path().extension() == extension)
+                files.push_back(entry.path());
+        }
+        return files;
+    }
+
+    // What an XPath expression gives for the landing page.
+    std::string OfPage(const std::string& expression) const {
+        const std::string out = hx_test::Run({"xmllint", "--xpath", expression, page}).out;
+        return out.substr(0, out.find('\n'));
+    }
+
+    TempDir docroot;
+    std::string page = docroot / "resources/index.html";
+};
+
+TEST_F(ServerPages, PagesAndPicturesAreWellFormed) {
+    EXPECT_EQ(Files(".html").size(), 1U);
+    EXPECT_GE(Files(".svg").size(), 5U);
+    for (const std::string extension : {".html", ".svg"}) {
+        for (const auto& file : Files(extension)) {
+            const ProcessResult result =
+                hx_test::Run({"xmllint", "--noout", "--nonet", file.string()});
+            EXPECT_EQ(result.status, 0) << result.err;
+        }
+    }
+}
+
+TEST_F(ServerPages, EveryPictureHasATitle) {
+    for (const auto& file : Files(".svg")) {
+        const ProcessResult result = hx_test::Run(
+            {"xmllint", "--xpath", "string(/*/*[local-name()='title'])", file.string()});
+        EXPECT_GT(result.out.find('\n'), 0U) << file;
+        EXPECT_EQ(result.status, 0) << file << result.err;
+    }
+}
+
+TEST_F(ServerPages, ThePageCanBeReadAloud) {
+    EXPECT_EQ(OfPage("string(/*/@lang)"), "en");
+    EXPECT_EQ(OfPage("string(//*[local-name()='title'])"), "Corvane Compute Service");
+    EXPECT_EQ(OfPage("count(//*[local-name()='h1'])"), "1");
+    EXPECT_EQ(OfPage("count(//*[local-name()='main'])"), "1");
+    EXPECT_EQ(OfPage("count(//*[local-name()='img'][not(@alt)])"), "0");
+    EXPECT_EQ(OfPage("count(//@aria-labelledby[not(. = //@id)])"), "0");
+}
+
+TEST_F(ServerPages, EveryReferenceOfThePageIsAFileOfTheServer) {
+    const std::string found = hx_test::Run({"xmllint", "--xpath", "//@href | //@src", page}).out;
+    static const std::regex value(R"re(="([^"]*)")re");
+    int count = 0;
+    for (std::sregex_iterator it(found.begin(), found.end(), value), end; it != end; ++it, ++count)
+        EXPECT_TRUE(fs::is_regular_file(docroot / "resources" + "/" + (*it)[1].str())) << found;
+    EXPECT_GT(count, 1);
+}
+
+TEST_F(ServerPages, NothingIsFetchedFromElsewhere) {
+    static const std::regex nameSpace(R"(xmlns="[^"]*")");
+    for (const std::string extension : {".html", ".css", ".svg"}) {
+        for (const auto& file : Files(extension)) {
+            const std::string text = std::regex_replace(ReadFile(file), nameSpace, "");
+            EXPECT_FALSE(text.empty()) << file;
+            for (const char* reference : {"//", "@import", "url("})
+                EXPECT_EQ(text.find(reference), std::string::npos) << file << reference;
+        }
+    }
+}
+
+}  // namespace
+}  // namespace hx_test
