@@ -10,8 +10,8 @@
 #include <string>
 #include <vector>
 
-#include "support/Process.h"
-#include "support/TempDir.h"
+#include "harness/Process.h"
+#include "harness/TempDir.h"
 
 namespace hx_test {
 

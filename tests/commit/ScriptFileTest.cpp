@@ -1,0 +1,132 @@
+// The file that holds the commit script, and what becomes of it when something fails.
+#include <gtest/gtest.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <regex>
+
+#include "commit/ScriptText.h"
+#include "harness/Child.h"
+#include "harness/TempDir.h"
+
+namespace fs = std::filesystem;
+using hx_test::NewRootRun;
+using hx_test::NewUserRun;
+using hx_test::ReadFile;
+using hx_test::RunInChild;
+using hx_test::UsePrivateTmp;
+using hx_test::World;
+
+namespace {
+
+const World Root{.identity = World::Identity::Root};
+
+std::vector<std::string> FilesInTmp() {
+    std::vector<std::string> names;
+    for (const auto& entry : fs::directory_iterator("/tmp"))
+        names.push_back(entry.path());
+    return names;
+}
+
+std::ptrdiff_t OpenDescriptors() {
+    return std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator());
+}
+
+void ExpectAllWell(const hx_test::ProcessResult& result, const std::string& err = "") {
+    EXPECT_EQ(result.status, 0) << result.out;
+    EXPECT_EQ(result.err, err);
+}
+
+TEST(ScriptFile, LiesInTmpAndIsForItsOwnerOnly) {
+    HX_REQUIRE_NAMESPACES();
+    ExpectAllWell(RunInChild(Root, [] {
+        UsePrivateTmp();
+        umask(0);
+        QString path;
+        EXPECT_TRUE(NewRootRun().WriteCommitScript(path, false));
+        EXPECT_TRUE(std::regex_match(path.toStdString(),
+                                     std::regex("/tmp/corvane26_commit_[A-Za-z0-9]{6}")));
+        EXPECT_EQ(FilesInTmp(), std::vector{path.toStdString()});
+        struct stat entry = {};
+        ASSERT_EQ(stat(path.toUtf8().constData(), &entry), 0);
+        EXPECT_EQ(entry.st_mode, static_cast<mode_t>(S_IFREG | 0600));
+    }));
+}
+
+TEST(ScriptFile, IsAnotherOneForEachCallWithTheSameText) {
+    HX_REQUIRE_NAMESPACES();
+    ExpectAllWell(RunInChild(Root, [] {
+        UsePrivateTmp();
+        CInstallBase& run = NewUserRun();
+        QString first = QStringLiteral("whatever it held");
+        QString second = first;
+        const auto descriptors = OpenDescriptors();
+        EXPECT_TRUE(run.WriteCommitScript(first, false));
+        EXPECT_TRUE(run.WriteCommitScript(second, true));
+        EXPECT_EQ(OpenDescriptors(), descriptors);
+        EXPECT_NE(first, second);
+        const std::string text = ReadFile(first.toStdString());
+        EXPECT_TRUE(text.ends_with("\nexit 0\n"));
+        EXPECT_EQ(ReadFile(second.toStdString()), text);
+    }));
+}
+
+TEST(ScriptFile, AFailingMkstempIsToldAndLeavesNothing) {
+    HX_REQUIRE_NAMESPACES();
+    const auto result = RunInChild(Root, [] {
+        UsePrivateTmp();
+        CInstallBase& run = NewRootRun();
+        QString path = QStringLiteral("whatever it held");
+        setenv("HX_TEST_FAIL", "mkstemp=13", 1);
+        EXPECT_FALSE(run.WriteCommitScript(path, false));
+        EXPECT_EQ(path, QString());
+        EXPECT_TRUE(fs::is_empty("/tmp"));
+    });
+    ExpectAllWell(result, "Writing Commit Script: mkstemp failed, Permission denied\n");
+}
+
+TEST(ScriptFile, ATmpThatCannotBeWrittenIsToldWithItsReason) {
+    HX_REQUIRE_NAMESPACES();
+    const auto result = RunInChild(Root, [] {
+        UsePrivateTmp();
+        CInstallBase& run = NewRootRun();
+        ASSERT_EQ(mount(nullptr, "/tmp", nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr), 0);
+        QString path = QStringLiteral("whatever it held");
+        EXPECT_FALSE(run.WriteCommitScript(path, true));
+        EXPECT_EQ(path, QString());
+    });
+    ExpectAllWell(result, "Writing Commit Script: mkstemp failed, Read-only file system\n");
+}
+
+TEST(ScriptFile, AFailingFdopenIsToldAndLeavesTheEmptyFile) {
+    HX_REQUIRE_NAMESPACES();
+    const auto result = RunInChild(Root, [] {
+        UsePrivateTmp();
+        CInstallBase& run = NewRootRun();
+        QString path = QStringLiteral("whatever it held");
+        const auto descriptors = OpenDescriptors();
+        setenv("HX_TEST_FAIL", "fdopen=12", 1);
+        EXPECT_FALSE(run.WriteCommitScript(path, false));
+        EXPECT_EQ(path, QString());
+        EXPECT_EQ(OpenDescriptors(), descriptors);
+        ASSERT_EQ(FilesInTmp().size(), 1U);
+        EXPECT_TRUE(fs::is_empty(FilesInTmp().front()));
+    });
+    ExpectAllWell(result, "Writing Commit Script: fdopen failed\n");
+}
+
+// The words of the writes are not asked for: the caller hears that all went well.
+TEST(ScriptFile, AFullDiscShortensItWithoutAWord) {
+    HX_REQUIRE_NAMESPACES();
+    ExpectAllWell(RunInChild(Root, [] {
+        UsePrivateTmp("mode=1777,size=4k");
+        QString path;
+        EXPECT_TRUE(NewRootRun().WriteCommitScript(path, false));
+        const std::string text = ReadFile(path.toStdString());
+        EXPECT_FALSE(text.ends_with("exit 0\n"));
+        EXPECT_TRUE(text.starts_with("#!/bin/bash\n"));
+    }));
+}
+
+}  // namespace
