@@ -16,7 +16,7 @@ namespace {
 // What the handler shares with the rest: the script's process group, and the last signal.
 std::atomic<pid_t> scriptGroup = 0;
 std::atomic<int> receivedSignal = 0;
-static_assert(std::atomic<pid_t>::is_always_lock_free && std::atomic<int>::is_always_lock_free);
+static_assert(std::atomic<int>::is_always_lock_free);
 
 void PassOn(int signal) {
     receivedSignal = signal;

@@ -15,7 +15,7 @@ std::string DirectoryOf(const std::string& workingDirectory, std::string_view ar
     const size_t slash = argv0.rfind('/');
     if (slash == std::string_view::npos)
         return workingDirectory;
-    const std::string directory(argv0.substr(0, slash));
+    std::string directory(argv0.substr(0, slash));
     if (directory.empty())
         return "/";
     if (directory.front() == '/')
