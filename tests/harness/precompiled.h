@@ -1,0 +1,11 @@
+// What most tests include anyway.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <QString>
+#include <QStringList>
+#include <filesystem>
+#include <functional>
+#include <string>
+#include <vector>
