@@ -53,18 +53,22 @@ public:
     int CountCores() {
         unsigned int sum = 0;
         for (size_t i = 0; i < m_used; ++i) {
-            const cpu_record& first = *m_records[i];
-            for (size_t j = i + 1; first.physical_id != -1 && first.cpu_cores > 0 && j < m_used;
-                 ++j) {
-                if (m_records[j]->physical_id == first.physical_id)
-                    m_records[j]->cpu_cores = 0;
-            }
-            sum += static_cast<unsigned int>(first.cpu_cores);
+            const cpu_record& record = *m_records[i];
+            if (record.physical_id != -1 && record.cpu_cores > 0)
+                DropRestOfPackage(i);
+            sum += static_cast<unsigned int>(record.cpu_cores);
         }
         return static_cast<int>(sum);
     }
 
 private:
+    void DropRestOfPackage(size_t first) {
+        for (size_t i = first + 1; i < m_used; ++i) {
+            if (m_records[i]->physical_id == m_records[first]->physical_id)
+                m_records[i]->cpu_cores = 0;
+        }
+    }
+
     // Kept: the records are never freed. A stanza without a record (no memory, a full table)
     // leaves none current, so that its lines are passed over.
     void Open(int processor) {
