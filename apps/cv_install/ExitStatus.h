@@ -10,6 +10,8 @@ enum class ExitStatus {
     ScriptNotWritten = 5,
     ScriptNotStarted = 6,
     ConsoleClosed = 7,
+    TreeRefused = 8,
+    Declined = 9,
     NoWorkingDirectory = 14,
     SignalBase = 128  // plus the number of the signal that ended the commit script
 };

@@ -1,5 +1,6 @@
 #include "ScriptRun.h"
 
+#include <sys/stat.h>
 #include <sys/types.h>
 #include <unistd.h>
 
@@ -9,6 +10,7 @@
 #include <cstring>
 
 #include "ExitStatus.h"
+#include "Progress.h"
 #include "commit/CCommitScript.h"
 
 namespace {
@@ -66,12 +68,33 @@ QProcessEnvironment ScriptEnvironment() {
     return environment;
 }
 
-int TellNotWritten() {
-    std::fprintf(stderr,
-                 "cv_install: the commit script could not be written, nothing has been changed\n"
-                 "    See that /tmp exists, may be written to and has space, and run the setup "
-                 "again.\n");
-    return static_cast<int>(ExitStatus::ScriptNotWritten);
+// True when stdout and stderr are the same place, where the order of their lines matters.
+bool ErrorsGoWithOutput() {
+    struct stat out = {};
+    struct stat err = {};
+    return fstat(STDOUT_FILENO, &out) == 0 && fstat(STDERR_FILENO, &err) == 0 &&
+           out.st_dev == err.st_dev && out.st_ino == err.st_ino;
+}
+
+bool OnTerminal() {
+    return isatty(STDOUT_FILENO) != 0;
+}
+
+// Copies what the script writes, when it comes, through our own streams and so into the log.
+void ShowOutput(CCommitScript& script, Progress& progress) {
+    if (ErrorsGoWithOutput())
+        script.setProcessChannelMode(QProcess::MergedChannels);
+    QObject::connect(&script, &QProcess::readyReadStandardOutput, [&script, &progress] {
+        if (OnTerminal())
+            progress.Tell(static_cast<pid_t>(script.processId()));
+        const QByteArray text = script.readAllStandardOutput();
+        std::fwrite(text.constData(), 1, static_cast<size_t>(text.size()), stdout);
+        std::fflush(stdout);
+    });
+    QObject::connect(&script, &QProcess::readyReadStandardError, [&script] {
+        const QByteArray text = script.readAllStandardError();
+        std::fwrite(text.constData(), 1, static_cast<size_t>(text.size()), stderr);
+    });
 }
 
 int TellNotStarted(const CCommitScript& script) {
@@ -110,17 +133,27 @@ int TellEnd(const CCommitScript& script, const QString& path) {
 
 }  // namespace
 
-int RunCommitScript(CInstallBase& run) {
+QString WriteScript(CInstallBase& run) {
     QString path;
-    if (!run.WriteCommitScript(path, false))
-        return TellNotWritten();
+    if (!run.WriteCommitScript(path, false)) {
+        std::fprintf(
+            stderr,
+            "cv_install: the commit script could not be written, nothing has been changed\n"
+            "    See that /tmp exists, may be written to and has space, and run the setup "
+            "again.\n");
+    }
+    return path;
+}
+
+int FollowScript(const QString& path) {
     std::printf("Commit script: %s\n", qUtf8Printable(path));
     std::fflush(stdout);
 
     const SignalsPassedOn whileItRuns;
     CCommitScript script;
+    Progress progress(path);
+    ShowOutput(script, progress);
     script.setProcessEnvironment(ScriptEnvironment());
-    script.setProcessChannelMode(QProcess::ForwardedChannels);
     // A group of its own, so that a signal reaches the script and its tools exactly once.
     script.setChildProcessModifier([] { setpgid(0, 0); });
     script.Run(path);
@@ -129,5 +162,7 @@ int RunCommitScript(CInstallBase& run) {
     SignalsPassedOn::To(static_cast<pid_t>(script.processId()));
     script.closeWriteChannel();
     script.waitForFinished(-1);
+    if (OnTerminal() && script.exitStatus() == QProcess::NormalExit && script.exitCode() == 0)
+        progress.TellRest();
     return TellEnd(script, path);
 }

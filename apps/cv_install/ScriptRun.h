@@ -1,9 +1,12 @@
-// Writes the commit script and follows it to its end.
+// The commit script: written, run, and followed to its end.
 #pragma once
 
 #include "setuprun/CInstallBase.h"
 
-// Shows the script's output as it comes, passes SIGINT, SIGTERM and SIGHUP on to it, and returns
-// the exit status of cv_install: the script's, 128 plus the signal that ended it, or
-// ExitStatus::ScriptNotWritten or ScriptNotStarted.
-int RunCommitScript(CInstallBase& run);
+// The path of a new commit script; empty, told on stderr, when it could not be written.
+QString WriteScript(CInstallBase& run);
+
+// Runs the script, shows its output as it comes, on a terminal with a line for each section, and
+// passes SIGINT, SIGTERM and SIGHUP on to it. Returns the exit status of cv_install: the script's,
+// 128 plus the signal that ended it, or ExitStatus::ScriptNotStarted. Failures are told on stderr.
+int FollowScript(const QString& path);

@@ -48,6 +48,8 @@ constexpr StatusUsage statuses[] = {
     {ExitStatus::ScriptNotWritten, "the commit script could not be written"},
     {ExitStatus::ScriptNotStarted, "the commit script could not be started"},
     {ExitStatus::ConsoleClosed, "the console was closed at a question"},
+    {ExitStatus::TreeRefused, "the install tree holds what this user must not write through"},
+    {ExitStatus::Declined, "the plan was not agreed to"},
     {ExitStatus::NoWorkingDirectory, "there is no working directory"},
 };
 

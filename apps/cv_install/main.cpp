@@ -1,8 +1,16 @@
 // cv_install: the console setup of Corvane. It owns the order; the library owns each step.
+#include <unistd.h>
+
+#include <cstdio>
+
 #include "Arguments.h"
 #include "Conversation.h"
 #include "ExitStatus.h"
+#include "Plan.h"
 #include "ScriptRun.h"
+#include "SetupLog.h"
+#include "Summary.h"
+#include "TreeCheck.h"
 #include "Usage.h"
 #include "setuprun/CInstallBase.h"
 
@@ -15,6 +23,41 @@ void AnswerWithDefaults(CInstallBase& run) {
         run.m_queueType = CInstallBase::QueueInternal;
 }
 
+// A trap in the tree, or a tree that is not this user's. True when there is neither.
+bool TreeIsUsable(const CInstallBase& run) {
+    const bool rootRun = run.m_accessFlags == CInstallBase::RootAccess;
+    const QString problem = rootRun ? FindTrapInTree(run) : FindForeignRunScript(run);
+    if (problem.isEmpty())
+        return true;
+    std::fflush(stdout);
+    std::fprintf(stderr, "cv_install: %s\n    Nothing has been changed.\n",
+                 qUtf8Printable(problem));
+    return false;
+}
+
+// Root sees what will happen and agrees to it; the script is the plan's other half.
+bool PlanIsAgreedTo(CInstallBase& run, const QString& script) {
+    if (run.m_accessFlags != CInstallBase::RootAccess)
+        return true;
+    ShowPlan(run, script);
+    if (!run.m_interactive || ConfirmPlan())
+        return true;
+    unlink(script.toUtf8().constData());
+    std::fflush(stdout);
+    std::fprintf(stderr, "cv_install: not agreed to, nothing has been changed\n");
+    return false;
+}
+
+ExitStatus Prepare(CInstallBase& run) {
+    // Before the questions, whose answers would be lost, and again when they took their time.
+    if (!TreeIsUsable(run))
+        return ExitStatus::TreeRefused;
+    const ExitStatus status = AskQuestions(run);
+    if (status == ExitStatus::Complete && !TreeIsUsable(run))
+        return ExitStatus::TreeRefused;
+    return status;
+}
+
 int RunSetup(Arguments& arguments) {
     CInstallBase run(CInstallBase::ParseUserModeArg(arguments.argc(), arguments.argv()),
                      arguments.argc(), arguments.argv());
@@ -23,10 +66,19 @@ int RunSetup(Arguments& arguments) {
         run.m_coreCount = 1;
     if (arguments.yes())
         AnswerWithDefaults(run);
-    const ExitStatus status = AskQuestions(run);
-    if (status != ExitStatus::Complete)
-        return static_cast<int>(status);
-    return RunCommitScript(run);
+    SetupLog::Start(run.m_accessFlags == CInstallBase::RootAccess);
+    const ExitStatus prepared = Prepare(run);
+    if (prepared != ExitStatus::Complete)
+        return static_cast<int>(prepared);
+    const QString script = WriteScript(run);
+    if (script.isEmpty())
+        return static_cast<int>(ExitStatus::ScriptNotWritten);
+    if (!PlanIsAgreedTo(run, script))
+        return static_cast<int>(ExitStatus::Declined);
+    const int status = FollowScript(script);
+    if (status == static_cast<int>(ExitStatus::Complete))
+        ShowSummary(run);
+    return status;
 }
 
 }  // namespace

@@ -24,6 +24,10 @@ void WriteStartMessage(FILE* script);
 void WriteRootGuard(FILE* script);
 void WriteClosing(FILE* script);
 
+// ServiceAccountSections.cpp
+void WriteServiceAccount(FILE* script, const CInstallBase& run);
+void WriteGroupMembers(FILE* script, const QString& joining, const QString& leaving);
+
 // InstallTree.cpp
 void WriteDirectories(FILE* script, const CInstallBase& run);
 void WriteServerFiles(FILE* script);
@@ -33,10 +37,14 @@ void WriteOwnership(FILE* script, const CInstallBase& run);
 void WriteRunScriptVariables(FILE* script, const CInstallBase& run);
 void WriteRunScript(FILE* script, const CInstallBase& run);
 void WriteSnapshotScript(FILE* script, const CInstallBase& run);
+void WriteSnapshotSubstitution(FILE* script);
 void WriteCommandLink(FILE* script, const char* name);
 
 // QueueFiles.cpp
 void WriteQueueEntries(FILE* script, const CInstallBase& run);
 void WriteQueueLimits(FILE* script, const CInstallBase& run);
+
+// ComputeServiceSection.cpp
+void WriteComputeService(FILE* script);
 
 }  // namespace hx

@@ -140,13 +140,17 @@ void WriteRunScript(FILE* script, const CInstallBase& run) {
     WriteInstantiationCheck(script, run, "corvane26", "run script");
 }
 
-void WriteSnapshotScript(FILE* script, const CInstallBase& run) {
+void WriteSnapshotSubstitution(FILE* script) {
     std::fputs(R"(${SED_CMD} -e "s|%CORV_ROOT%|${CORV_BINARIES_DIR}|g" \
            -e "s|%CORV_CORVANERC%|${CORV_INSTALL_DIR}|g" \
     "${CORV_BINARIES_DIR}/corvane26_snapshot.template" \
     > "${CORV_INSTALL_DIR}/corvane26_snapshot"
 )",
                script);
+}
+
+void WriteSnapshotScript(FILE* script, const CInstallBase& run) {
+    WriteSnapshotSubstitution(script);
     WriteInstantiationCheck(script, run, "corvane26_snapshot", "snapshot run script");
 }
 

@@ -30,14 +30,19 @@ FILE* OpenScript(QString& path) {
     return script;
 }
 
-void WriteSections(FILE* script, const CInstallBase& run) {
+void WriteSections(FILE* script, CInstallBase& run) {
     const bool root = hx::IsRootRun(run);
     hx::WriteServiceNames(script, run);
     hx::WriteChmodFunction(script);
     hx::WriteToolVariables(script, run);
     hx::WriteStartMessage(script);
-    if (root)
+    if (root) {
         hx::WriteRootGuard(script);
+        const QString joining = run.AddServiceGroupUsers();
+        const QString leaving = run.RemoveServiceGroupUsers();
+        hx::WriteServiceAccount(script, run);
+        hx::WriteGroupMembers(script, joining, leaving);
+    }
     hx::WriteDirectories(script, run);
     if (!run.m_clusterNode)
         hx::WriteServerFiles(script);
@@ -54,6 +59,8 @@ void WriteSections(FILE* script, const CInstallBase& run) {
     }
     hx::WriteQueueEntries(script, run);
     hx::WriteQueueLimits(script, run);
+    if (root && !run.m_clusterNode)
+        hx::WriteComputeService(script);
     hx::WriteClosing(script);
 }
 

@@ -34,12 +34,30 @@ TEST_F(Setup, MakesAPrivateCopy) {
     EXPECT_EQ(setup.CommitScripts().size(), 1U);
 }
 
-TEST_F(Setup, EndsWithTheScriptsOwnWords) {
+TEST_F(Setup, EndsWithTheScriptsWordsAndASummary) {
     const UserSetup setup;
     const auto result = setup.Run(yes);
-    const std::string end = "Corvane'26 Installation script completed successfully!\n\n";
-    ASSERT_GE(result.out.size(), end.size());
-    EXPECT_EQ(result.out.substr(result.out.size() - end.size()), end);
+    const size_t end =
+        result.out.find("Corvane'26 Installation script completed successfully!\n\n");
+    ASSERT_NE(end, std::string::npos);
+    const std::string summary = result.out.substr(end);
+    EXPECT_NE(summary.find("  Installed: /tmp/product\n"), std::string::npos);
+    EXPECT_NE(summary.find("  Next step: start Corvane with /tmp/product/corvane26\n"),
+              std::string::npos);
+}
+
+TEST_F(Setup, TheLogHoldsWhatWasShown) {
+    const UserSetup setup;
+    const auto result = setup.Run({"--setup", "--user-mode", "-d", "/tmp"}, "\n\n\n\n\n3\n\n1\n\n");
+    ASSERT_EQ(result.status, 0);
+    const std::string marker = "  Log:       /tmp/";
+    const size_t at = result.out.find(marker);
+    ASSERT_NE(at, std::string::npos);
+    const size_t name = at + marker.size();
+    const std::string path =
+        setup.Root() + "/" + result.out.substr(name, result.out.find('\n', name) - name);
+    EXPECT_EQ(hx_test::ReadFile(path), result.out);
+    EXPECT_EQ(ModeOf(path), 0600U);
 }
 
 TEST_F(Setup, TheNewRunScriptKnowsWhereItStands) {

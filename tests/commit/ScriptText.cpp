@@ -56,6 +56,9 @@ CInstallBase& NewRootRun() {
     run.m_installDir = QStringLiteral("/var/corvane");
     run.m_queueType = CInstallBase::QueueInternal;
     run.m_prevJobLimit = 12;
+    run.m_serviceCurrentMembers = {QStringLiteral("ada"), QStringLiteral("bob"),
+                                   QStringLiteral("zoe")};
+    run.m_serviceMembers = {QStringLiteral("ada"), QStringLiteral("carol"), QStringLiteral("dora")};
     return run;
 }
 

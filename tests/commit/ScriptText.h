@@ -20,7 +20,8 @@ constexpr const char* RpmRelease = "ID=fedora\n";
 constexpr const char* OtherRelease = "ID=slackware\n";
 
 // A setup run with another value in each field that the script reads, in a root run and in a user
-// run. Lives until the process ends.
+// run. In the root run ada stays a member, bob and zoe leave, carol and dora join. Lives until the
+// process ends.
 CInstallBase& NewRootRun();
 CInstallBase& NewUserRun();
 

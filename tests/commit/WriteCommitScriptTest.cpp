@@ -42,7 +42,11 @@ TEST(WriteCommitScript, ARootRunWithTheInternalQueue) {
 
 TEST(WriteCommitScript, ARootRunOnAClusterNode) {
     HX_REQUIRE_NAMESPACES();
-    EXPECT_TRUE(IsText(RootScript([](CInstallBase& run) { run.m_clusterNode = true; }),
+    EXPECT_TRUE(IsText(RootScript([](CInstallBase& run) {
+                           run.m_clusterNode = true;
+                           run.m_serviceMembers.clear();
+                           run.m_serviceCurrentMembers.clear();
+                       }),
                        Expected("commit_root_cluster_node.sh")));
 }
 
@@ -155,6 +159,7 @@ TEST(WriteCommitScript, AllOptionalFieldsEmptyWithEveryQueueType) {
         if (type == CInstallBase::QueueExternal) {
             expected = Replaced(expected, "QUEUE_NAME=\"\"", "QUEUE_NAME=\"chemq\"");
             expected = Replaced(expected, "PARTITION_NAME=\"\"", "PARTITION_NAME=\"compute\"");
+            expected = Replaced(expected, "--shell \"/sbin/nologin\"", "--shell \"/bin/bash\"");
         }
         EXPECT_TRUE(IsText(script, expected)) << type;
     }

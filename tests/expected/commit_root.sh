@@ -88,6 +88,98 @@ then
     exit 1
 fi
 
+# Only create CORVSRVC_GROUP if it doesn't exist
+CORVSRVC_GROUP_EXISTS=`${GETENT_CMD} group | ${AWK_CMD} -F'[:]' '$1=="'${CORVSRVC_GROUP}'" {print("YES") }'`
+if [ "$CORVSRVC_GROUP_EXISTS" != "YES" ]
+then
+    ${GROUPADD_CMD} --system ${CORVSRVC_GROUP}
+    STATUS=$?
+    if [ $STATUS -ne 0 ]
+    then
+        ${ECHO_CMD} "Error, unable to create Corvane service group."
+        exit 1
+    else
+        ${ECHO_CMD} "Corvane Service Group created"
+        ${ECHO_CMD} ""
+    fi
+fi
+# Only create CORVSRVC_USER if it doesn't exist
+${ID_CMD} ${CORVSRVC_USER} 2> /dev/null > /dev/null
+STATUS=$?
+if [ $STATUS -ne 0 ]
+then
+    ${USERADD_CMD} --system --gid ${CORVSRVC_GROUP} --comment "Corvane Compute Service" -M --home "/var/corvane" --shell "/sbin/nologin" ${CORVSRVC_USER}
+    STATUS=$?
+    if [ $STATUS -ne 0 ]
+    then
+        ${ECHO_CMD} "Error, unable to create Corvane service user."
+        exit 1
+    else
+        ${ECHO_CMD} "Corvane Service User created"
+        ${ECHO_CMD} ""
+    fi
+fi
+
+${ECHO_CMD} "Adding/Removing users from the Corvane Compute Service Group"
+# Add users to Corvane Compute Service Group
+CORV_SERVICE_MEMBERS="carol dora"
+for member in $CORV_SERVICE_MEMBERS
+do
+    ${USERMOD_CMD} --append -G ${CORVSRVC_GROUP} $member 2> /dev/null
+    STATUS=$?
+    if [ $STATUS -ne 0 ]
+    then
+        # SLES has a different argument to add user to group
+        ${USERMOD_CMD} --add-to-group ${CORVSRVC_GROUP} $member 2> /dev/null
+        STATUS=$?
+        if [ $STATUS -ne 0 ]
+        then
+            ${ECHO_CMD} "Error, unable to add user, $member to the Corvane service group."
+            exit 1
+        fi
+    fi
+    ${ECHO_CMD} "Added $member"
+done
+
+# Remove users from Corvane Compute Service Group
+CORV_SERVICE_NONMEMBERS="bob zoe"
+for nonmember in $CORV_SERVICE_NONMEMBERS
+do
+    CUR_GROUPS=`${ID_CMD} -Gn $nonmember`
+    NEW_GROUPS=
+    USERMOD_NEEDED="no"
+    if [ -n "$CUR_GROUPS" ]
+    then
+        for grp in $CUR_GROUPS
+        do
+            if [ "$grp" != "${CORVSRVC_GROUP}" ]
+            then
+                if [ -n "$NEW_GROUPS" ]
+                then
+                    NEW_GROUPS="${NEW_GROUPS},${grp}"
+                else
+                    NEW_GROUPS="${grp}"
+                fi
+            else
+                USERMOD_NEEDED="yes"
+            fi
+        done
+        if [ $USERMOD_NEEDED = "yes" -a -n "$NEW_GROUPS" ]
+        then
+            ${USERMOD_CMD} -G $NEW_GROUPS $nonmember
+            STATUS=$?
+            if [ $STATUS -ne 0 ]
+            then
+                ${ECHO_CMD} "Error, unable to remove user, $nonmember from the Corvane service group."
+                exit 1
+            else
+                ${ECHO_CMD} "Removed $nonmember"
+            fi
+        fi
+    fi
+done
+
+${ECHO_CMD} ""
 CORV_INSTALL_DIR="/var/corvane"
 CORV_BINARIES_DIR="/opt/corvane26"
 
@@ -358,6 +450,115 @@ ${ECHO_CMD} "DiskPerThreadGB: 50" >>"${CORV_INSTALL_DIR}/QueueLimits"
 ${ECHO_CMD} "ThreadsPerMolecule: 4" >>"${CORV_INSTALL_DIR}/QueueLimits"
 ${CHMOD_CMD} 664 "${CORV_INSTALL_DIR}/QueueLimits"
 ${CHOWN_CMD} chemuser:chemgroup "${CORV_INSTALL_DIR}/QueueLimits"
+
+# Remove the Corvane Compute Service init script installed under previous version...
+if [ -f /etc/init.d/corvane_service ]
+then
+    if [ -x ${CHKCONFIG_CMD} ]
+    then
+        ${CHKCONFIG_CMD} --del corvane_service
+    fi
+    ${SERVICE_CMD} corvane_service status > /dev/null
+    STATUS=$?
+    if [ $STATUS -eq 0 ]
+    then
+        ${SERVICE_CMD} corvane_service stop > /dev/null
+    fi
+    ${RM_CMD} /etc/init.d/corvane_service
+    ${SYSTEMCTL_CMD} daemon-reload
+fi
+# Remove the Corvane Compute Service init script installed under previous version...
+if [ -f /etc/systemd/system/corvane20_service.service ]
+then
+    if [ -x ${SYSTEMCTL_CMD} ]
+    then
+        ${SYSTEMCTL_CMD} stop corvane20_service.service
+        ${SYSTEMCTL_CMD} disable corvane20_service.service
+        ${RM_CMD} /etc/systemd/system/corvane20_service.service
+        ${SYSTEMCTL_CMD} daemon-reload
+    fi
+fi
+# Remove the Corvane Compute Service init script installed under previous version...
+if [ -f /etc/systemd/system/corvane24_service.service ]
+then
+    if [ -x ${SYSTEMCTL_CMD} ]
+    then
+        ${SYSTEMCTL_CMD} stop corvane24_service.service
+        ${SYSTEMCTL_CMD} disable corvane24_service.service
+        ${RM_CMD} /etc/systemd/system/corvane24_service.service
+        ${SYSTEMCTL_CMD} daemon-reload
+    fi
+fi
+# Write the Corvane Compute Service Script to /usr/bin/corvane26_service_script...
+${CP_CMD} -f "${CORV_BINARIES_DIR}/corvane26_service_script" "/usr/bin/corvane26_service_script"
+STATUS=$?
+if [ $STATUS -ne 0 ]
+then
+        ${ECHO_CMD} "Error, writing Corvane'26 service script ($STATUS), /usr/bin/corvane26_service_script"
+        exit 1
+else
+        ${ECHO_CMD} "Wrote Corvane'26 service script, /usr/bin/corvane26_service_script"
+fi
+${SED_CMD} -e "s|%CORV_ROOT%|${CORV_BINARIES_DIR}|g" \
+           -e "s|%CORV_CORVANERC%|${CORV_INSTALL_DIR}|g" \
+    "${CORV_BINARIES_DIR}/corvane26_snapshot.template" \
+    > "${CORV_INSTALL_DIR}/corvane26_snapshot"
+# Write the Corvane Compute Service systemd script...
+${SED_CMD} -e "s|%CORV_SERVICE_SCRIPT_DIR%|/usr/bin|g" \
+    "${CORV_BINARIES_DIR}/corvane26_service.template" \
+    > "${CORV_INSTALL_DIR}/corvane26_service.service"
+STATUS=$?
+if [ $STATUS -ne 0 ]
+then
+    ${ECHO_CMD} "Error, writing Corvane'26 service script, ${CORV_INSTALL_DIR}/corvane26_service.service"
+    exit 1
+else
+    ${ECHO_CMD} "Wrote Corvane'26 service script, ${CORV_INSTALL_DIR}/corvane26_service.service"
+    ${ECHO_CMD} ""
+fi
+SERVICE_UPDATE="NO"
+if [ ! -f /etc/systemd/system/corvane26_service.service ]
+then
+    SERVICE_UPDATE="YES"
+else
+    ${DIFF_CMD} /etc/systemd/system/corvane26_service.service "${CORV_INSTALL_DIR}/corvane26_service.service"
+    STATUS=$?
+    if [ $STATUS -ne 0 ]
+    then
+        SERVICE_UPDATE="YES"
+        ${SYSTEMCTL_CMD} status --no-pager corvane26_service.service > /dev/null
+        STATUS=$?
+        if [ $STATUS -eq 0 ]
+        then
+            ${SYSTEMCTL_CMD} stop corvane26_service.service  > /dev/null
+        fi
+    fi
+fi
+
+if [ $SERVICE_UPDATE = "YES" ]
+then
+    ${CP_CMD} -f "${CORV_INSTALL_DIR}/corvane26_service.service" /etc/systemd/system/corvane26_service.service
+    STATUS=$?
+    if [ $STATUS -ne 0 ]
+    then
+        ${ECHO_CMD} "Error, updating Corvane Compute Servive systemd script"
+    else
+        ${ECHO_CMD} "Corvane Compute Servive systemd script updated"
+        ${ECHO_CMD} ""
+        ${SYSTEMCTL_CMD} daemon-reload
+        ${SYSTEMCTL_CMD} enable corvane26_service.service
+    fi
+    ${CHMOD_CMD} 644 /etc/systemd/system/corvane26_service.service
+fi
+
+${SYSTEMCTL_CMD} status --no-pager corvane26_service.service > /dev/null
+STATUS=$?
+if [ $STATUS -eq 0 ]
+then
+    ${SYSTEMCTL_CMD} restart corvane26_service.service > /dev/null
+else
+    ${SYSTEMCTL_CMD} start corvane26_service.service > /dev/null
+fi
 
 ${ECHO_CMD} "Corvane'26 Installation script completed successfully!"
 ${ECHO_CMD} ""

@@ -88,6 +88,38 @@ then
     exit 1
 fi
 
+# Only create CORVSRVC_GROUP if it doesn't exist
+CORVSRVC_GROUP_EXISTS=`${GETENT_CMD} group | ${AWK_CMD} -F'[:]' '$1=="'${CORVSRVC_GROUP}'" {print("YES") }'`
+if [ "$CORVSRVC_GROUP_EXISTS" != "YES" ]
+then
+    ${GROUPADD_CMD} --system ${CORVSRVC_GROUP}
+    STATUS=$?
+    if [ $STATUS -ne 0 ]
+    then
+        ${ECHO_CMD} "Error, unable to create Corvane service group."
+        exit 1
+    else
+        ${ECHO_CMD} "Corvane Service Group created"
+        ${ECHO_CMD} ""
+    fi
+fi
+# Only create CORVSRVC_USER if it doesn't exist
+${ID_CMD} ${CORVSRVC_USER} 2> /dev/null > /dev/null
+STATUS=$?
+if [ $STATUS -ne 0 ]
+then
+    ${USERADD_CMD} --system --gid ${CORVSRVC_GROUP} --comment "Corvane Compute Service" -M --home "/var/corvane" --shell "/sbin/nologin" ${CORVSRVC_USER}
+    STATUS=$?
+    if [ $STATUS -ne 0 ]
+    then
+        ${ECHO_CMD} "Error, unable to create Corvane service user."
+        exit 1
+    else
+        ${ECHO_CMD} "Corvane Service User created"
+        ${ECHO_CMD} ""
+    fi
+fi
+
 CORV_INSTALL_DIR="/var/corvane"
 CORV_BINARIES_DIR="/opt/corvane26"
 

@@ -11,6 +11,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <exception>
 
 #include "harness/TempDir.h"
 
@@ -68,7 +69,7 @@ void Redirect(const std::string& path, int flags, int fd) {
         std::perror("setting up the child's world");
         _exit(SetUpFailed);
     }
-    body();
+    CallAndReport(body);
     std::fflush(nullptr);
     std::exit(testing::Test::HasFailure() ? ExpectationFailed : 0);
 }
@@ -82,6 +83,14 @@ bool NamespacesAvailable() {
     int status = 0;
     waitpid(child, &status, 0);
     return status == 0;
+}
+
+void CallAndReport(const std::function<void()>& body) {
+    try {
+        body();
+    } catch (const std::exception& error) {
+        ADD_FAILURE() << error.what();
+    }
 }
 
 bool EnterWorld(const World& world) {

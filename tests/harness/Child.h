@@ -36,6 +36,10 @@ bool EnterWorld(const World& world);
 // exit(), so that leak checkers look at it.
 ProcessResult RunInChild(const World& world, const std::function<void()>& body);
 
+// Calls `body` and reports an exception that leaves it as a failed expectation. A forked child must
+// not let one through: the test program would go on in it.
+void CallAndReport(const std::function<void()>& body);
+
 }  // namespace hx_test
 
 // Skips the test where the namespaces that it needs are not to be had.

@@ -5,6 +5,7 @@
 
 #include "harness/TempDir.h"
 #include "machine/Installation.h"
+#include "machine/ServiceManager.h"
 #include "machine/ThrowawayRoot.h"
 
 namespace fs = std::filesystem;
@@ -105,8 +106,9 @@ TEST(FieldValues, ThreadsPerMoleculeLivesAsLongAsTheJobLimitStays) {
 TEST(FieldValues, TheTemplatesOfTheProductComeOutWithoutPlaceholders) {
     HX_REQUIRE_THROWAWAY_ROOT();
     const std::string product = HX_PRODUCT_DIR;
-    const std::string names[] = {"corvane26.template", "corvane26_snapshot.template",
-                                 "docroot/resources.tar", "docroot/icons.tar"};
+    const std::string names[] = {"corvane26.template",         "corvane26_snapshot.template",
+                                 "corvane26_service.template", "corvane26_service_script",
+                                 "docroot/resources.tar",      "docroot/icons.tar"};
     std::map<std::string, std::string> contents;
     for (const auto& name : names)
         contents[name] = ReadFile(product + "/" + name);
@@ -125,6 +127,11 @@ TEST(FieldValues, TheTemplatesOfTheProductComeOutWithoutPlaceholders) {
         }
         EXPECT_TRUE(fs::is_directory(Tree + "/corvanerc/corvane26server/resources"));
         EXPECT_TRUE(fs::is_directory(Tree + "/corvanerc/corvane26server/icons"));
+        const std::string unit = ReadFile(UnitFile);
+        EXPECT_NE(unit.find("\nExecStart=/usr/bin/corvane26_service_script start\n"),
+                  std::string::npos);
+        EXPECT_EQ(unit.find('%'), std::string::npos);
+        EXPECT_EQ(ReadFile(ServiceProgram), contents["corvane26_service_script"]);
     });
 }
 

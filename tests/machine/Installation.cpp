@@ -8,6 +8,8 @@
 #include <vector>
 
 #include "harness/TempDir.h"
+#include "machine/Accounts.h"
+#include "machine/ServiceManager.h"
 
 namespace fs = std::filesystem;
 
@@ -23,16 +25,6 @@ void Pack(const std::string& directory, const std::string& name) {
                              "--group=0", "--mode=u=rwX,g=rX,o=", name});
     ASSERT_EQ(result.status, 0) << result.err;
     fs::remove_all(unpacked);
-}
-
-// A machine that has them already lends its own.
-void MakeServiceAccount() {
-    if (Run({"getent", "group", "corvsrvc"}).status != 0) {
-        ASSERT_EQ(Run({"/usr/sbin/groupadd", "-r", "corvsrvc"}).status, 0);
-    }
-    if (Run({"getent", "passwd", "corvsrvc"}).status != 0) {
-        ASSERT_EQ(Run({"/usr/sbin/useradd", "-r", "-g", "corvsrvc", "corvsrvc"}).status, 0);
-    }
 }
 
 std::string Line(const std::string& name, const std::string& value) {
@@ -51,6 +43,9 @@ void LayOutProduct(const std::string& directory) {
     WriteFile(directory + "/corvane26.template", text);
     WriteFile(directory + "/corvane26_snapshot.template",
               Line("CORV_ROOT", "%CORV_ROOT%") + Line("CORV_CORVANERC", "%CORV_CORVANERC%"));
+    WriteFile(directory + "/corvane26_service.template", ServiceUnit("%CORV_SERVICE_SCRIPT_DIR%"));
+    WriteFile(directory + "/corvane26_service_script", ServiceProgramText);
+    fs::permissions(directory + "/corvane26_service_script", fs::perms(0755));
 }
 
 CInstallBase& NewSetupRun(const std::string& installDir, const std::string& binaries) {
@@ -122,6 +117,11 @@ std::string SnapshotScript(const std::string& installDir, const std::string& bin
     return Line("CORV_ROOT", binaries) + Line("CORV_CORVANERC", installDir);
 }
 
+std::string ServiceUnit(const std::string& programDirectory) {
+    const std::string program = programDirectory + "/corvane26_service_script";
+    return "[Service]\nExecStart=" + program + " start\nExecStop=" + program + " stop\n";
+}
+
 ProcessResult RunCommitScript(CInstallBase& run, const std::map<std::string, std::string>& env) {
     QString path;
     EXPECT_TRUE(run.WriteCommitScript(path, false));
@@ -153,7 +153,8 @@ void PrepareMachine() {
     for (const char* path :
          {SharedDirectory, ProductDirectory, "/usr/bin/corvane26", "/usr/bin/corvane26_snapshot"})
         fs::remove_all(path);
-    MakeServiceAccount();
+    RemoveServiceAccount();
+    InstallServiceManager();
     LayOutProduct(ProductDirectory);
 }
 

@@ -11,9 +11,9 @@ namespace hx_test {
 
 using Values = std::map<std::string, std::string>;  // placeholder without percent signs: value
 
-// Puts both templates, which use each placeholder twice in a line, and both archives of docroot
-// into `directory`, which it makes where it is missing. The packed directories have mode 750 and
-// the files 640.
+// Puts the templates, which use each placeholder twice, the archives of docroot and a service
+// program into `directory`, which it makes where it is missing. The packed directories have mode
+// 750 and the files 640.
 void LayOutProduct(const std::string& directory);
 
 // A setup run over the product in `binaries`, with another value in every field that reaches a
@@ -27,6 +27,10 @@ Values RunScriptValues(const std::string& installDir, const std::string& binarie
 // What the templates of LayOutProduct become with these values.
 std::string RunScript(const Values& values);
 std::string SnapshotScript(const std::string& installDir, const std::string& binaries);
+
+// The unit, and the service program of LayOutProduct, which does nothing.
+std::string ServiceUnit(const std::string& programDirectory = "/usr/bin");
+constexpr const char* ServiceProgramText = "#!/bin/sh\nexit 0\n";
 
 // Writes the commit script of `run`, runs it under bash and removes it.
 ProcessResult RunCommitScript(CInstallBase& run,
@@ -42,8 +46,8 @@ std::string Inode(const std::string& path);
 constexpr const char* SharedDirectory = "/var/corvane";
 constexpr const char* ProductDirectory = "/opt/corvane26";
 
-// Makes a throwaway root ready for its first root run: no earlier installation, the service
-// account, the product in ProductDirectory, umask 022.
+// Makes a throwaway root ready for its first root run: no earlier installation, no service account,
+// the product in ProductDirectory, stand-ins for the programs that manage services, umask 022.
 void PrepareMachine();
 
 // The setup run of root over these two directories.

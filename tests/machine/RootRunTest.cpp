@@ -235,7 +235,7 @@ TEST(RootRun, TheScriptOfRootRefusesAnotherUser) {
         QString path;
         ASSERT_TRUE(NewRootRun().WriteCommitScript(path, false));
         ASSERT_EQ(hx_test::Run({"chmod", "644", path.toStdString()}).status, 0);
-        const auto result = hx_test::Run({"setpriv", "--reuid=corvsrvc", "--regid=corvsrvc",
+        const auto result = hx_test::Run({"setpriv", "--reuid=12345", "--regid=12345",
                                           "--clear-groups", "/bin/bash", path.toStdString()});
         EXPECT_EQ(result.status, 1);
         EXPECT_EQ(result.out,

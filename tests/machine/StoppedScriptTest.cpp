@@ -100,6 +100,7 @@ TEST(StoppedScript, AMissingParentOfTheInstallDirectoryStopsIt) {
         EXPECT_EQ(result.status, 1);
         EXPECT_EQ(result.out,
                   "Starting Corvane'26 Installation script\n\n"
+                  "Corvane Service Group created\n\nCorvane Service User created\n\n"
                   "Error, creating directory /var/missing/corvane\n");
         EXPECT_FALSE(fs::exists("/var/missing"));
     });

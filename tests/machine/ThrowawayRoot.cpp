@@ -50,7 +50,7 @@ bool EnterRoot() {
         std::perror("making a throwaway root");
         _exit(SetUpFailed);
     }
-    body();
+    CallAndReport(body);
     std::fflush(nullptr);
     std::exit(testing::Test::HasFailure() ? ExpectationFailed : 0);
 }

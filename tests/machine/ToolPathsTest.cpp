@@ -77,6 +77,37 @@ TEST(ToolPaths, MissingToolsAreLookedForBelowUsr) {
     });
 }
 
+// The test for the group goes through awk: were it not found, the group would be made again.
+TEST(ToolPaths, TheServiceGroupIsFoundWithTheOtherAwk) {
+    HX_REQUIRE_THROWAWAY_ROOT();
+    HX_EXPECT_SCENARIO([] {
+        PrepareMachine();
+        TakeApart({"awk"});
+        ASSERT_FALSE(fs::exists("/bin/awk"));
+        ASSERT_EQ(RunCommitScript(NewRootRun()).status, 0);
+        const auto second = RunCommitScript(NewRootRun());
+        EXPECT_EQ(second.status, 0) << second.out;
+        EXPECT_EQ(second.out.find("Service Group"), std::string::npos) << second.out;
+        EXPECT_EQ(second.err, "");
+    });
+}
+
+TEST(ToolPaths, ASystemWithNeitherPackageToolIsSetUpAllTheSame) {
+    HX_REQUIRE_THROWAWAY_ROOT();
+    HX_EXPECT_SCENARIO([] {
+        PrepareMachine();
+        TakeApart({"rpm", "dpkg", "dpkg-query"});
+        for (const char* tool : {"/usr/bin/rpm", "/usr/bin/dpkg", "/usr/bin/dpkg-query"})
+            fs::remove(tool);
+        fs::remove("/etc/os-release");
+        WriteFile("/etc/os-release", "ID=slackware\n");
+        const auto result = RunCommitScript(NewRootRun());
+        EXPECT_EQ(result.status, 0) << result.out;
+        EXPECT_EQ(result.err, "");
+        EXPECT_TRUE(result.out.ends_with("completed successfully!\n\n")) << result.out;
+    });
+}
+
 TEST(ToolPaths, AFileThatIsNotExecutableCountsAsMissing) {
     HX_REQUIRE_THROWAWAY_ROOT();
     HX_EXPECT_SCENARIO([] {

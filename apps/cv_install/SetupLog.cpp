@@ -1,0 +1,76 @@
+#include "SetupLog.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+namespace {
+
+int logDescriptor = -1;
+std::string logPath;
+
+bool WriteAll(int descriptor, const char* text, size_t length) {
+    while (length > 0) {
+        const ssize_t written = write(descriptor, text, length);
+        if (written < 0 && errno == EINTR)
+            continue;
+        if (written <= 0)
+            return false;
+        text += written;
+        length -= static_cast<size_t>(written);
+    }
+    return true;
+}
+
+// The console comes first; a log that cannot be written to any more does not stop a setup.
+ssize_t WriteToBoth(void* cookie, const char* text, size_t length) {
+    const int console = *static_cast<const int*>(cookie);
+    if (!WriteAll(console, text, length))
+        return 0;
+    WriteAll(logDescriptor, text, length);
+    return static_cast<ssize_t>(length);
+}
+
+// stdout and stderr are variables, which the C library lets a program set.
+void Redirect(FILE*& stream, int console, int buffering) {
+    static const int consoles[] = {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO};
+    const cookie_io_functions_t functions = {nullptr, WriteToBoth, nullptr, nullptr};
+    FILE* both = fopencookie(const_cast<int*>(&consoles[console]), "w", functions);
+    if (both == nullptr)
+        return;
+    std::fflush(stream);
+    std::setvbuf(both, nullptr, buffering, BUFSIZ);
+    stream = both;
+}
+
+int OpenLog(bool rootRun) {
+    if (rootRun) {
+        logPath = "/var/log/corvane26_setup.log";
+        // A link that somebody else put there is not followed.
+        return open(logPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0600);
+    }
+    logPath = "/tmp/corvane26_setup_XXXXXX.log";
+    return mkostemps(logPath.data(), 4, O_CLOEXEC);
+}
+
+}  // namespace
+
+void SetupLog::Start(bool rootRun) {
+    logDescriptor = OpenLog(rootRun);
+    if (logDescriptor == -1) {
+        std::fprintf(stderr, "cv_install: there will be no log, %s cannot be opened: %s\n",
+                     logPath.c_str(), std::strerror(errno));
+        logPath.clear();
+        return;
+    }
+    Redirect(stdout, STDOUT_FILENO, isatty(STDOUT_FILENO) != 0 ? _IOLBF : _IOFBF);
+    Redirect(stderr, STDERR_FILENO, _IONBF);
+}
+
+const std::string& SetupLog::Path() {
+    return logPath;
+}

@@ -1,0 +1,72 @@
+#include "TreeCheck.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+struct TreeEntry {
+    const char* path;  // below the install directory
+    mode_t type;       // what the script makes or writes there
+};
+
+constexpr TreeEntry treeEntries[] = {
+    {"", S_IFDIR},
+    {"/corvanerc", S_IFDIR},
+    {"/corvanerc/corvane26", S_IFDIR},
+    {"/corvanerc/corvane26server", S_IFDIR},
+    {"/corvanerc/corvane26server/resources", S_IFDIR},
+    {"/corvanerc/corvane26server/icons", S_IFDIR},
+    {"/corvane26", S_IFREG},
+    {"/corvane26_snapshot", S_IFREG},
+    {"/corvane26_service.service", S_IFREG},
+    {"/QueueEntries", S_IFREG},
+    {"/QueueLimits", S_IFREG},
+};
+
+// What is wrong with the entry, or nothing.
+const char* TrapAt(const char* path, mode_t type) {
+    struct stat entry = {};
+    if (lstat(path, &entry) != 0)
+        return nullptr;
+    if (S_ISLNK(entry.st_mode))
+        return entry.st_uid == 0 ? nullptr : "is a symbolic link that root did not make";
+    // A wrong kind that does no harm is left for the script to fail on.
+    if (type == S_IFREG && !S_ISREG(entry.st_mode) && !S_ISDIR(entry.st_mode))
+        return "is neither a file nor a directory";
+    if (type == S_IFREG && S_ISREG(entry.st_mode) && entry.st_nlink > 1)
+        return "has a second name (a hard link) somewhere else";
+    return nullptr;
+}
+
+}  // namespace
+
+QString FindTrapInTree(const CInstallBase& run) {
+    for (const TreeEntry& entry : treeEntries) {
+        const QString path = run.m_installDir + QLatin1String(entry.path);
+        const char* trap = TrapAt(path.toUtf8().constData(), entry.type);
+        if (trap != nullptr) {
+            return QStringLiteral(
+                       "\"%1\" %2, and root would write through it\n"
+                       "    See what it is, remove it, and run the setup again.")
+                .arg(path, QLatin1String(trap));
+        }
+    }
+    return {};
+}
+
+QString FindForeignRunScript(const CInstallBase& run) {
+    for (const char* name : {"/corvane26", "/corvane26_snapshot"}) {
+        const QString path = run.m_installDir + QLatin1String(name);
+        struct stat entry = {};
+        if (stat(path.toUtf8().constData(), &entry) == 0 && entry.st_uid != getuid()) {
+            return QStringLiteral(
+                       "\"%1\" belongs to another user, so this setup would stop when "
+                       "it sets the file's mode\n"
+                       "    Have root run the setup, or move the product to a directory "
+                       "of your own for a private copy.")
+                .arg(path);
+        }
+    }
+    return {};
+}

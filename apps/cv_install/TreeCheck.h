@@ -1,0 +1,13 @@
+// Looks for traps in the install tree before root writes through it.
+#pragma once
+
+#include "setuprun/CInstallBase.h"
+
+// Members of the service group may write to the shared tree, and the commit script follows what it
+// finds there. Returns what must not be followed, with the remedy, or nothing: a link that root did
+// not make, or something other than a plain file or directory where the script writes one.
+QString FindTrapInTree(const CInstallBase& run);
+
+// What makes a user's setup fail in the midst, with the remedy, or nothing: run scripts of another
+// owner, whose mode that user cannot change.
+QString FindForeignRunScript(const CInstallBase& run);

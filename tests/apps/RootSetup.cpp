@@ -1,0 +1,43 @@
+#include "apps/RootSetup.h"
+
+#include <filesystem>
+
+namespace fs = std::filesystem;
+
+void LayOutRootSetup() {
+    for (const char* path :
+         {"/var/corvane", "/opt/corvane26", "/usr/bin/corvane26", "/usr/bin/corvane26_snapshot",
+          "/usr/bin/corvane26_service_script", "/etc/systemd/system/corvane26_service.service"})
+        fs::remove_all(path);
+    Shell("userdel corvsrvc; groupdel corvsrvc; rm -f /tmp/corvane26_commit_*");
+    fs::create_directories("/opt");
+    fs::copy(HX_PRODUCT_DIR, "/opt/corvane26",
+             fs::copy_options::recursive | fs::copy_options::copy_symlinks);
+}
+
+hx_test::ProcessResult RunRootSetup(const std::vector<std::string>& arguments,
+                                    const std::string& input) {
+    std::vector<std::string> command = {"/opt/corvane26/cv_install", "--setup"};
+    command.insert(command.end(), arguments.begin(), arguments.end());
+    hx_test::ProcessOptions options;
+    options.input = input;
+    options.workingDirectory = "/";
+    options.env["LSAN_OPTIONS"] = "detect_leaks=0";
+    return hx_test::Run(command, options);
+}
+
+hx_test::ProcessResult RunRootSetupMerged(const std::vector<std::string>& arguments) {
+    std::vector<std::string> command = {
+        "/bin/sh", "-c", "exec \"$@\" 2>&1", "sh", "/opt/corvane26/cv_install", "--setup"};
+    command.insert(command.end(), arguments.begin(), arguments.end());
+    hx_test::ProcessOptions options;
+    options.env["LSAN_OPTIONS"] = "detect_leaks=0";
+    return hx_test::Run(command, options);
+}
+
+std::string Shell(const std::string& command) {
+    std::string out = hx_test::Run({"/bin/sh", "-c", command}).out;
+    if (!out.empty() && out.back() == '\n')
+        out.pop_back();
+    return out;
+}

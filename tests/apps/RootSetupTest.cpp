@@ -1,0 +1,181 @@
+// Setups by root: the plan and the agreement to it, the log, the summary, and what they leave.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+#include "apps/RootSetup.h"
+#include "harness/TempDir.h"
+#include "machine/ThrowawayRoot.h"
+
+namespace {
+
+void ExpectHolds(const std::string& text, const std::string& part) {
+    EXPECT_NE(text.find(part), std::string::npos) << part << "\nis not in\n" << text;
+}
+
+// Job limit; memory and pause; directory and pause; scratch limit and pause; queue and pause;
+// members and pause.
+const std::string answers = "2\n600\n\n/tmp\n\n3\n\n1\n\nann,bob\n\n";
+
+void MakePeople() {
+    Shell("useradd --create-home ann; useradd --create-home bob");
+}
+
+TEST(RootSetup, MakesAccountTreeLinksAndUnit) {
+    HX_REQUIRE_THROWAWAY_ROOT();
+    HX_EXPECT_SCENARIO([] {
+        LayOutRootSetup();
+        const auto result = RunRootSetup({"--yes"});
+        ASSERT_EQ(result.status, 0) << result.out << result.err;
+        EXPECT_EQ(Shell("stat -c '%a %U:%G' /var/corvane"), "775 corvsrvc:corvsrvc");
+        EXPECT_EQ(Shell("stat -c '%a %U:%G' /var/corvane/corvane26"), "775 corvsrvc:corvsrvc");
+        EXPECT_EQ(Shell("stat -c '%a %U:%G' /var/corvane/QueueEntries"), "666 corvsrvc:corvsrvc");
+        EXPECT_EQ(Shell("stat -c '%a %U:%G' /var/corvane/QueueLimits"), "664 corvsrvc:corvsrvc");
+        EXPECT_EQ(Shell("readlink /usr/bin/corvane26"), "/var/corvane/corvane26");
+        EXPECT_EQ(Shell("getent passwd corvsrvc | cut -d: -f6,7"), "/var/corvane:/sbin/nologin");
+        EXPECT_EQ(Shell("stat -c %a /usr/bin/corvane26_service_script"), "755");
+        EXPECT_EQ(Shell("grep ^ExecStart /etc/systemd/system/corvane26_service.service"),
+                  "ExecStart=/usr/bin/corvane26_service_script start");
+        EXPECT_EQ(Shell("corvane26 --root-path"), "CORV_ROOT=/opt/corvane26");
+    });
+}
+
+TEST(RootSetup, ShowsThePlanOfAFirstInstallation) {
+    HX_REQUIRE_THROWAWAY_ROOT();
+    HX_EXPECT_SCENARIO([] {
+        LayOutRootSetup();
+        const std::string out = RunRootSetup({"--yes"}).out;
+        ExpectHolds(out, "This setup will change the machine:\n");
+        ExpectHolds(out, "  Group      corvsrvc: made\n");
+        ExpectHolds(out, "  User       corvsrvc: made, without a login shell\n");
+        ExpectHolds(out, "  Members    in: nobody\n  Members    out: nobody\n");
+        ExpectHolds(out, "  Directory  /var/corvane: made, mode 775\n");
+        ExpectHolds(out, "  Link       /usr/bin/corvane26: made\n");
+        ExpectHolds(out, "  Service    corvane26_service: installed, enabled and started\n");
+        ExpectHolds(out, "  Script     /tmp/corvane26_commit_");
+    });
+}
+
+TEST(RootSetup, ShowsThePlanOfAnUpgrade) {
+    HX_REQUIRE_THROWAWAY_ROOT();
+    HX_EXPECT_SCENARIO([] {
+        LayOutRootSetup();
+        MakePeople();
+        ASSERT_EQ(RunRootSetup({"--yes"}).status, 0);
+        Shell("usermod -aG corvsrvc ann; touch /etc/systemd/system/corvane24_service.service");
+        Shell("ln -sf /opt/elsewhere /usr/bin/corvane26_snapshot");
+        // The members' question: bob and a further person, so that ann leaves.
+        const std::string input = "2\n600\n\n/tmp\n\n3\n\n1\n\nbob,root\n\nn\n";
+        const auto result = RunRootSetup({}, input);
+        EXPECT_EQ(result.status, 9) << result.err;
+        ExpectHolds(result.out, "  Group      corvsrvc: there, kept\n");
+        ExpectHolds(result.out, "  User       corvsrvc: there, kept\n");
+        ExpectHolds(result.out, "  Members    in: bob root\n  Members    out: ann\n");
+        ExpectHolds(result.out, "  Directory  /var/corvane: there, kept\n");
+        ExpectHolds(result.out, "  Link       /usr/bin/corvane26: there, kept\n");
+        ExpectHolds(result.out,
+                    "  Link       /usr/bin/corvane26_snapshot: replaced, it points at "
+                    "/opt/elsewhere now\n");
+        ExpectHolds(result.out,
+                    "  Service    /etc/systemd/system/corvane24_service.service: stopped and "
+                    "removed\n");
+        ExpectHolds(result.out, "restarted, its unit replaced if the text differs\n");
+    });
+}
+
+TEST(RootSetup, WithoutAnAgreementNothingIsChanged) {
+    HX_REQUIRE_THROWAWAY_ROOT();
+    for (const std::string answer : {"n\n", "\n", ""}) {
+        HX_EXPECT_SCENARIO([&answer] {
+            LayOutRootSetup();
+            MakePeople();
+            const std::string before = Shell("cat /etc/passwd /etc/group");
+            const auto result = RunRootSetup({}, answers + answer);
+            EXPECT_EQ(result.status, 9) << result.err;
+            ExpectHolds(result.out, "Go on? [y/N] ");
+            EXPECT_EQ(result.err, "cv_install: not agreed to, nothing has been changed\n");
+            EXPECT_EQ(Shell("cat /etc/passwd /etc/group"), before);
+            EXPECT_FALSE(std::filesystem::exists("/var/corvane"));
+            EXPECT_EQ(Shell("ls /tmp | grep corvane26_commit"), "");
+        });
+    }
+}
+
+TEST(RootSetup, AgreedToItBringsTheMembersIn) {
+    HX_REQUIRE_THROWAWAY_ROOT();
+    HX_EXPECT_SCENARIO([] {
+        LayOutRootSetup();
+        MakePeople();
+        const auto result = RunRootSetup({}, answers + "y\nleft over\n");
+        ASSERT_EQ(result.status, 0) << result.out << result.err;
+        EXPECT_EQ(Shell("getent group corvsrvc | cut -d: -f4"), "ann,bob");
+        EXPECT_EQ(Shell("cat /var/corvane/QueueLimits"),
+                  "MaxThreads: 2\nMemoryPerThreadMB: 600\nScratch: /tmp\nDiskPerThreadGB: 3");
+    });
+}
+
+TEST(RootSetup, AnExternalQueueGivesTheAccountAShell) {
+    HX_REQUIRE_THROWAWAY_ROOT();
+    HX_EXPECT_SCENARIO([] {
+        LayOutRootSetup();
+        const auto result = RunRootSetup({"--yes", "--external-default-queue"});
+        ASSERT_EQ(result.status, 0) << result.err;
+        ExpectHolds(result.out, "  User       corvsrvc: made, with the shell /bin/bash\n");
+        EXPECT_EQ(Shell("getent passwd corvsrvc | cut -d: -f7"), "/bin/bash");
+    });
+}
+
+TEST(RootSetup, AClusterNodeGetsNoServiceAndIsNotAsked) {
+    HX_REQUIRE_THROWAWAY_ROOT();
+    HX_EXPECT_SCENARIO([] {
+        LayOutRootSetup();
+        const auto result = RunRootSetup({"--cluster-node"});
+        ASSERT_EQ(result.status, 0) << result.err;
+        ExpectHolds(result.out, "  Service    corvane26_service: none on a cluster node\n");
+        EXPECT_FALSE(std::filesystem::exists("/usr/bin/corvane26_service_script"));
+        EXPECT_EQ(result.out.find("Go on?"), std::string::npos);
+    });
+}
+
+TEST(RootSetup, TheLogHoldsWhatWasShownAndOnlyRootReadsIt) {
+    HX_REQUIRE_THROWAWAY_ROOT();
+    HX_EXPECT_SCENARIO([] {
+        LayOutRootSetup();
+        const auto result = RunRootSetupMerged({"--yes"});
+        ASSERT_EQ(result.status, 0);
+        ExpectHolds(result.out, "  Log:       /var/log/corvane26_setup.log\n");
+        EXPECT_EQ(hx_test::ReadFile("/var/log/corvane26_setup.log"), result.out);
+        EXPECT_EQ(Shell("stat -c '%a %U' /var/log/corvane26_setup.log"), "600 root");
+    });
+}
+
+TEST(RootSetup, TheSummaryTellsTheServicesStateAndTheNextStep) {
+    HX_REQUIRE_THROWAWAY_ROOT();
+    HX_EXPECT_SCENARIO([] {
+        LayOutRootSetup();
+        hx_test::WriteFile("/usr/bin/systemctl",
+                           "#!/bin/sh\n[ \"$1\" = is-active ] && echo failed\n");
+        const auto result = RunRootSetup({"--yes"});
+        ASSERT_EQ(result.status, 0) << result.err;
+        ExpectHolds(result.out, "  Service:   failed\n");
+        ExpectHolds(result.out, "journalctl --unit=corvane26_service.service\n");
+        ExpectHolds(result.out, "  Next step: start Corvane with corvane26\n");
+    });
+}
+
+TEST(RootSetup, AUserIsToldBeforeATreeOfRootStopsTheSetup) {
+    HX_REQUIRE_THROWAWAY_ROOT();
+    HX_EXPECT_SCENARIO([] {
+        LayOutRootSetup();
+        ASSERT_EQ(RunRootSetup({"--yes"}).status, 0);
+        Shell("chmod 777 /var/corvane");
+        const auto result = hx_test::Run(
+            {"env", "LSAN_OPTIONS=detect_leaks=0", "setpriv", "--reuid=4321", "--regid=4321",
+             "--clear-groups", "/opt/corvane26/cv_install", "--setup", "--user-mode", "--yes"});
+        EXPECT_EQ(result.status, 8);
+        ExpectHolds(result.err, "\"/var/corvane/corvane26\" belongs to another user");
+        ExpectHolds(result.err, "Have root run the setup");
+    });
+}
+
+}  // namespace

@@ -1,0 +1,121 @@
+#include "machine/Interruption.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include "harness/Process.h"
+#include "harness/TempDir.h"
+#include "machine/ServiceManager.h"
+
+namespace fs = std::filesystem;
+
+namespace hx_test {
+namespace {
+
+// Sourced by bash before the script: notes each command and kills the process group instead of
+// beginning the first one too many. Commands within a command substitution belong to it.
+const char* const Counter = R"sh(
+unset BASH_ENV
+hx_step ()
+{
+    [ "$BASH_SUBSHELL" -eq 0 ] || return 0
+    hx_steps=$((hx_steps + 1))
+    [ "$hx_steps" -le "$HX_STEPS" ] || kill -KILL 0
+    printf '%s\n' "${BASH_COMMAND//$'\n'/ }" >> /hx_trace
+}
+set -o functrace
+trap hx_step DEBUG
+)sh";
+
+// Lock files are among them: a kill must not leave one.
+const std::vector<std::string> Places = {
+    "/var/corvane",     "/usr/bin/corvane26", "/usr/bin/corvane26_snapshot",
+    ServiceProgram,     "/etc/init.d",        "/etc/systemd",
+    "/etc/passwd",      "/etc/passwd.lock",   "/etc/shadow",
+    "/etc/shadow.lock", "/etc/group",         "/etc/group.lock",
+    "/etc/gshadow",     "/etc/gshadow.lock",  ServiceManagerState};
+
+std::string Look(const fs::path& path) {
+    struct stat entry = {};
+    lstat(path.c_str(), &entry);
+    std::ostringstream text;
+    text << std::oct << entry.st_mode << std::dec << ' ' << entry.st_uid << ':' << entry.st_gid;
+    if (S_ISLNK(entry.st_mode))
+        text << " -> " << fs::read_symlink(path).string();
+    else if (S_ISREG(entry.st_mode))
+        text << '\n' << ReadFile(path);
+    return text.str();
+}
+
+}  // namespace
+
+TracedRun RunUntil(CInstallBase& run, size_t commands) {
+    QString path;
+    EXPECT_TRUE(run.WriteCommitScript(path, false));
+    WriteFile("/hx_counter", Counter);
+    fs::remove("/hx_trace");
+    ProcessOptions options;
+    options.env = {{"BASH_ENV", "/hx_counter"}, {"HX_STEPS", std::to_string(commands)}};
+    options.unset = {"CORV_QUEUE_ALLOW"};
+    // A group of its own, so that the test does not die with it.
+    const auto result = Run({"setsid", "/bin/bash", path.toStdString()}, options);
+    fs::remove(path.toStdString());
+    TracedRun traced = {result.status == 128 + SIGKILL, result.status, {}};
+    std::ifstream trace("/hx_trace");
+    for (std::string line; std::getline(trace, line);)
+        traced.commands.push_back(line);
+    return traced;
+}
+
+MachineState LookAtMachine() {
+    MachineState state;
+    for (const auto& place : Places) {
+        if (!fs::exists(fs::symlink_status(place)))
+            continue;
+        state[place] = Look(place);
+        if (fs::is_directory(fs::symlink_status(place))) {
+            for (const auto& entry : fs::recursive_directory_iterator(place))
+                state[entry.path()] = Look(entry.path());
+        }
+    }
+    // How often a call was made is no part of it.
+    state.erase(std::string(ServiceManagerState) + "/calls");
+    return state;
+}
+
+std::vector<std::string> Differences(const MachineState& one, const MachineState& other) {
+    std::vector<std::string> paths;
+    MachineState all = one;
+    all.insert(other.begin(), other.end());
+    for (const auto& [path, ignored] : all) {
+        const auto left = one.find(path);
+        const auto right = other.find(path);
+        if (left == one.end() || right == other.end() || left->second != right->second)
+            paths.push_back(path);
+    }
+    return paths;
+}
+
+void SaveMachine() {
+    std::vector<std::string> command = {"tar", "-cpf", "/hx_saved.tar"};
+    for (const auto& place : Places) {
+        if (fs::exists(fs::symlink_status(place)))
+            command.push_back(place.substr(1));
+    }
+    ProcessOptions options;
+    options.workingDirectory = "/";
+    ASSERT_EQ(Run(command, options).status, 0);
+}
+
+void RestoreMachine() {
+    for (const auto& place : Places)
+        fs::remove_all(place);
+    ASSERT_EQ(Run({"tar", "-C", "/", "-xpf", "/hx_saved.tar"}).status, 0);
+}
+
+}  // namespace hx_test
