@@ -113,8 +113,10 @@ Arguments::Arguments(int argc, char** argv) {
 }
 
 bool Arguments::TakeOwnOption(const char* word) {
-    const std::pair<const char*, bool*> own[] = {
-        {"--help", &m_help}, {"--version", &m_version}, {"--yes", &m_yes}};
+    const std::pair<const char*, bool*> own[] = {{"--help", &m_help},
+                                                 {"--version", &m_version},
+                                                 {"--yes", &m_yes},
+                                                 {"--submission-scripts", &m_submissionScripts}};
     for (const auto& [spelling, given] : own) {
         if (std::strcmp(word, spelling) == 0)
             return *given = true;

@@ -14,6 +14,7 @@ public:
     bool help() const { return m_help; }
     bool version() const { return m_version; }
     bool yes() const { return m_yes; }
+    bool submissionScripts() const { return m_submissionScripts; }
 
     // What the library gets; argv() ends with a null pointer.
     int argc() const { return static_cast<int>(m_argv.size()) - 1; }
@@ -25,5 +26,6 @@ private:
     bool m_help = false;
     bool m_version = false;
     bool m_yes = false;
+    bool m_submissionScripts = false;
     std::vector<char*> m_argv;
 };

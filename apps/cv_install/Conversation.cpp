@@ -43,9 +43,8 @@ bool OnTerminal(const CInstallBase& run) {
     return run.m_interactive && isatty(STDIN_FILENO) != 0;
 }
 
-// On a terminal the end of the input is the person's wish to stop, not an empty answer.
 bool ConsoleIsClosed(const CInstallBase& run) {
-    if (!OnTerminal(run) || std::feof(stdin) == 0)
+    if (!PersonLeft(run))
         return false;
     std::printf("\n");
     std::fflush(stdout);
@@ -114,6 +113,10 @@ ExitStatus AskForScratchDirectory(CInstallBase& run) {
 }
 
 }  // namespace
+
+bool PersonLeft(const CInstallBase& run) {
+    return OnTerminal(run) && std::feof(stdin) != 0;
+}
 
 ExitStatus AskQuestions(CInstallBase& run) {
     // Options and the answers of the last installation come before any question.

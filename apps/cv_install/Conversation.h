@@ -10,3 +10,6 @@
 // On a terminal a refused answer is asked again, and an unsuitable scratch directory can be taken
 // back; without one the first ends the setup, and the second is a warning.
 ExitStatus AskQuestions(CInstallBase& run);
+
+// On a terminal the end of the input is the person's wish to stop, not an empty answer.
+bool PersonLeft(const CInstallBase& run);

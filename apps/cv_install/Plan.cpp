@@ -93,6 +93,7 @@ void ShowPlan(CInstallBase& run, const QString& scriptPath) {
     ShowAccount(run);
     ShowMembers(run);
     ShowDirectories(run);
+    Row("Files", run.m_installDir + QStringLiteral("/qchemrc"), "those of Q-Chem, written");
     ShowLinks(run);
     ShowServices(run);
     Row("Script", scriptPath, "what will be run, for you to read");

@@ -11,6 +11,7 @@
 
 #include "ExitStatus.h"
 #include "Progress.h"
+#include "RunTimeFiles.h"
 #include "commit/CCommitScript.h"
 
 namespace {
@@ -99,9 +100,9 @@ void ShowOutput(CCommitScript& script, Progress& progress) {
 
 int TellNotStarted(const CCommitScript& script) {
     std::fprintf(stderr,
-                 "cv_install: the commit script could not be started, nothing has been changed: "
-                 "%s\n    See that /bin/bash can be run, and run the setup again.\n",
-                 qUtf8Printable(script.errorString()));
+                 "cv_install: the commit script could not be started: %s\n"
+                 "    %s  See that /bin/bash can be run, and run the setup again.\n",
+                 qUtf8Printable(script.errorString()), OnlyRunTimeFilesChanged);
     return static_cast<int>(ExitStatus::ScriptNotStarted);
 }
 

@@ -22,6 +22,11 @@ constexpr TreeEntry treeEntries[] = {
     {"/corvane26_service.service", S_IFREG},
     {"/QueueEntries", S_IFREG},
     {"/QueueLimits", S_IFREG},
+    {"/qchemrc", S_IFDIR},
+    {"/qchemrc/qchemrc", S_IFREG},
+    {"/qchemrc/qcscratch", S_IFREG},
+    {"/corvane26_samba", S_IFREG},
+    {"/corvane26_ssh", S_IFREG},
 };
 
 // What is wrong with the entry, or nothing.

@@ -25,6 +25,8 @@ constexpr OptionUsage options[] = {
     {"-p, --external-partiton", OptionValue::OptionalText, "PARTITION",
      "use this partition of Slurm (the long form is spelt this way)"},
     {"--no-queue", OptionValue::None, nullptr, "use no queue"},
+    {"--submission-scripts", OptionValue::None, nullptr,
+     "write the scripts that submit jobs through Samba and SSH too"},
     {"-g, --service-group", OptionValue::Text, "NAME", "group of the compute service"},
     {"-u, --service-user", OptionValue::Text, "NAME", "user of the compute service"},
     {"-c, -cd, --cd-install", OptionValue::None, nullptr, nullptr},
@@ -83,8 +85,9 @@ bool HasSpelling(const OptionUsage& option, const char* word) {
 void PrintHelp() {
     std::fputs(R"(Usage: cv_install --setup [OPTION]...
 
-Sets up Corvane'26: measures the machine, asks for the limits of jobs, then
-writes one bash script to /tmp that makes the installation, and runs it.
+Sets up Corvane'26: measures the machine, asks for the limits of jobs, writes
+the files of Q-Chem into the install directory, then writes one bash script to
+/tmp that makes the rest of the installation, and runs it.
 As root it sets up /var/corvane for all users; with --user-mode another user
 sets up a private copy beside the program, or /var/corvane where that is
 writable.
@@ -98,6 +101,7 @@ writable.
         std::printf("  %4d  %s\n", static_cast<int>(usage.status), usage.meaning);
     std::printf("  %d+n  signal n ended the commit script\n",
                 static_cast<int>(ExitStatus::SignalBase));
+    std::printf("  errno  a submission script could not be opened for this reason\n");
 }
 
 void PrintVersion() {

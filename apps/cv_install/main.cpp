@@ -7,6 +7,7 @@
 #include "Conversation.h"
 #include "ExitStatus.h"
 #include "Plan.h"
+#include "RunTimeFiles.h"
 #include "ScriptRun.h"
 #include "SetupLog.h"
 #include "Summary.h"
@@ -75,6 +76,9 @@ int RunSetup(Arguments& arguments) {
         return static_cast<int>(ExitStatus::ScriptNotWritten);
     if (!PlanIsAgreedTo(run, script))
         return static_cast<int>(ExitStatus::Declined);
+    const ExitStatus written = WriteRunTimeFiles(run, arguments.submissionScripts());
+    if (written != ExitStatus::Complete)
+        return static_cast<int>(written);
     const int status = FollowScript(script);
     if (status == static_cast<int>(ExitStatus::Complete))
         ShowSummary(run);

@@ -30,10 +30,10 @@ TEST_F(Arguments, HelpNamesEveryOptionAndEveryStatus) {
          {"--setup", "--user-mode", "--yes", "--cluster-node", "-d, --scratch-directory DIR",
           "-s, --scratch-limit GB", "-m, --memory-limit MB", "--internal-default-queue",
           "--external-default-queue", "-q, --external-queue QUEUE",
-          "-p, --external-partiton PARTITION", "--no-queue", "-g, --service-group NAME",
-          "-u, --service-user NAME", "--help", "--version"})
+          "-p, --external-partiton PARTITION", "--no-queue", "--submission-scripts",
+          "-g, --service-group NAME", "-u, --service-user NAME", "--help", "--version"})
         EXPECT_NE(result.out.find(std::string("\n  ") + option + " "), std::string::npos) << option;
-    for (const char* status : {"0", "1", "2", "3", "4", "5", "6", "7", "14"})
+    for (const char* status : {"0", "1", "2", "3", "4", "5", "6", "7", "14", "errno"})
         EXPECT_NE(result.out.find(std::string(" ") + status + "  "), std::string::npos) << status;
 }
 

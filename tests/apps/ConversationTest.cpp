@@ -31,6 +31,16 @@ protected:
         Answer(terminal, "[Press \"Enter\" key to continue]", "");
     }
 
+    // After the last question, and then after each report of the Q-Chem files.
+    static void PauseToTheCommit(Terminal& terminal) {
+        Pause(terminal);
+        for (const char* report : {"  Scratch limit per job: ", "  Memory limit per job: ",
+                                   "  Scratch storage directory: "}) {
+            ASSERT_TRUE(terminal.WaitFor(report)) << terminal.Output();
+            Pause(terminal);
+        }
+    }
+
     // From the first question to the queue's.
     static void AnswerLimits(Terminal& terminal, const std::string& jobs, const std::string& memory,
                              const std::string& directory, const std::string& scratch) {
@@ -46,6 +56,7 @@ protected:
     void ExpectNothingChanged() {
         EXPECT_TRUE(m_setup.CommitScripts().empty());
         EXPECT_FALSE(m_setup.Has("corvanerc"));
+        EXPECT_FALSE(m_setup.Has("qchemrc"));
         EXPECT_FALSE(m_setup.Has("QueueLimits"));
     }
 
@@ -68,7 +79,7 @@ TEST_F(Conversation, SlurmWithAPartitionReachesTheRunScript) {
         terminal.WaitFor("    partition=\"gpu\"\r\n"
                          "    sbatch command=\"/opt/slurm/bin/sbatch\"\r\n"
                          "    scancel command=\"/opt/slurm/bin/scancel\"\r\n"));
-    Pause(terminal);
+    PauseToTheCommit(terminal);
     ASSERT_EQ(terminal.Finish(), 0) << terminal.Output();
     EXPECT_EQ(Variable("CORV_PARTITION_NAME"), "gpu\n");
     EXPECT_EQ(Variable("CORV_SCHEDULER"), "SLURM\n");
@@ -83,7 +94,7 @@ TEST_F(Conversation, EnterAloneKeepsEveryAnswerOfTheLastSetup) {
     Terminal terminal = Start();
     AnswerLimits(terminal, "2", "", "", "");
     Answer(terminal, ">", "1");
-    Pause(terminal);
+    PauseToTheCommit(terminal);
     ASSERT_EQ(terminal.Finish(), 0) << terminal.Output();
     EXPECT_EQ(m_setup.File("QueueLimits"),
               "MaxThreads: 2\nMemoryPerThreadMB: 611\nScratch: /usr/../tmp\nDiskPerThreadGB: 17\n"
@@ -99,7 +110,7 @@ TEST_F(Conversation, TorqueWithAndWithoutAQueueName) {
         Answer(terminal, "Queue to which CORVANE jobs will be submitted [<default>]:", name);
         for (const char* command : {"qsub", "qdel", "qsig"})
             Answer(terminal, std::string("Location of ") + command + " command [", "");
-        Pause(terminal);
+        PauseToTheCommit(terminal);
         ASSERT_EQ(terminal.Finish(), 0) << terminal.Output();
         EXPECT_EQ(Variable("CORV_QUEUE_TYPE"), "EXTERNAL\n");
         EXPECT_EQ(Variable("CORV_SCHEDULER"), "TORQUE\n");
@@ -111,13 +122,13 @@ TEST_F(Conversation, TheBuiltInQueueAndNoQueue) {
     Terminal terminal = Start();
     AnswerLimits(terminal, "2", "600", "/tmp", "3");
     Answer(terminal, ">", "1");
-    Pause(terminal);
+    PauseToTheCommit(terminal);
     ASSERT_EQ(terminal.Finish(), 0);
     EXPECT_EQ(Variable("CORV_QUEUE_TYPE"), "INTERNAL\n");
 
     Terminal second = Start({"--no-queue"});
     AnswerLimits(second, "2", "", "", "");
-    Pause(second);
+    PauseToTheCommit(second);
     ASSERT_EQ(second.Finish(), 0);
     EXPECT_EQ(Variable("CORV_QUEUE_TYPE"), "NONE\n");
 }
@@ -197,7 +208,7 @@ TEST_F(Conversation, ARefusedAnswerIsAskedAgain) {
     Pause(terminal);
     ASSERT_TRUE(terminal.WaitFor("the queue name \"a|b\" cannot be used"));
     Answer(terminal, "Choose type of queue...", "1");
-    Pause(terminal);
+    PauseToTheCommit(terminal);
     EXPECT_EQ(terminal.Finish(), 0);
     EXPECT_EQ(Variable("CORV_QUEUE_TYPE"), "INTERNAL\n");
 }
@@ -231,7 +242,7 @@ TEST_F(Conversation, AnUnsuitableScratchDirectoryCanBeTakenBack) {
     Answer(terminal, "Scratch limit per job [", "3");
     Pause(terminal);
     Answer(terminal, ">", "1");
-    Pause(terminal);
+    PauseToTheCommit(terminal);
     EXPECT_EQ(terminal.Finish(), 0);
     EXPECT_NE(m_setup.File("QueueLimits").find("Scratch: relative\n"), std::string::npos);
 }

@@ -68,7 +68,9 @@ TEST_F(ScriptRun, AScriptThatCannotBeStartedHasItsOwnStatus) {
     m_setup.Bind(m_setup.Root() + "/no_bash", std::filesystem::canonical("/bin/bash").string());
     const auto result = m_setup.Run(m_yes);
     EXPECT_EQ(result.status, 6);
-    EXPECT_NE(result.err.find("could not be started, nothing has been changed"), std::string::npos);
+    EXPECT_NE(result.err.find("the commit script could not be started: "), std::string::npos);
+    EXPECT_NE(result.err.find("Nothing but the Q-Chem files and submission scripts has been"),
+              std::string::npos);
     EXPECT_NE(result.err.find("See that /bin/bash can be run"), std::string::npos);
 }
 

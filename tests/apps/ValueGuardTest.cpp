@@ -16,6 +16,7 @@ protected:
         EXPECT_EQ(result.status, 4) << result.out << result.err;
         EXPECT_TRUE(setup.CommitScripts().empty());
         EXPECT_FALSE(setup.Has("corvanerc"));
+        EXPECT_FALSE(setup.Has("qchemrc"));
         return result.err;
     }
 

@@ -69,6 +69,26 @@ int chmod(const char* path, mode_t mode) {
     return fails("chmod") ? -1 : REAL(chmod)(path, mode);
 }
 
+int mkdir(const char* path, mode_t mode) {
+    return fails("mkdir") ? -1 : REAL(mkdir)(path, mode);
+}
+
+int unlink(const char* path) {
+    return fails("unlink") ? -1 : REAL(unlink)(path);
+}
+
+int symlink(const char* target, const char* path) {
+    return fails("symlink") ? -1 : REAL(symlink)(target, path);
+}
+
+ssize_t readlink(const char* path, char* buffer, size_t size) {
+    return fails("readlink") ? -1 : REAL(readlink)(path, buffer, size);
+}
+
+int lstat(const char* path, struct stat* entry) {
+    return fails("lstat") ? -1 : REAL(lstat)(path, entry);
+}
+
 int getpwnam_r(const char* name, struct passwd* entry, char* buffer, size_t size,
                struct passwd** result) {
     if (!fails("getpwnam_r"))

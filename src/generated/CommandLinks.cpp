@@ -1,0 +1,77 @@
+// Keeps the links in /usr/bin that point at the run scripts of the install directory. The commit
+// script of a run by root makes the same links; these are for other callers.
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include "generated/FileWriter.h"
+#include "setuprun/CInstallBase.h"
+
+namespace {
+
+enum class LinkState { New, Replaced, Correct };
+
+// A longer text is cut, and taken for another one.
+constexpr size_t LinkTextLimit = 1024;
+
+// The link's own text counts, not what it reaches.
+bool HasText(const char* link, const char* target) {
+    std::array<char, LinkTextLimit + 1> text = {};
+    return readlink(link, text.data(), LinkTextLimit) >= 0 && std::strcmp(text.data(), target) == 0;
+}
+
+LinkState Examine(const QString& path, const char* link, const char* target) {
+    struct stat entry = {};
+    const bool present = lstat(link, &entry) == 0;
+    if (!present && errno == ENOENT)
+        return LinkState::New;
+    hx::Require(present, "Unable to lstat \"", path, "\"");
+    if (S_ISLNK(entry.st_mode) && HasText(link, target))
+        return LinkState::Correct;
+    return LinkState::Replaced;
+}
+
+const char* Word(LinkState state) {
+    switch (state) {
+        case LinkState::New:
+            return "created";
+        case LinkState::Replaced:
+            return "updated";
+        default:
+            return "exists and is correct";
+    }
+}
+
+// `title` is what the report calls the product.
+void KeepLink(CInstallBase& run, const char* name, const char* title) {
+    const QString path = QStringLiteral("/usr/bin/") + QLatin1String(name);
+    const QByteArray link = path.toUtf8();
+    const QByteArray target = (run.m_installDir + u'/' + QLatin1String(name)).toUtf8();
+    const LinkState state = Examine(path, link.constData(), target.constData());
+    if (state == LinkState::Replaced)
+        hx::Require(unlink(link.constData()) == 0, "Unable to remove \"", path, "\"");
+    if (state != LinkState::Correct) {
+        hx::Require(symlink(target.constData(), link.constData()) == 0, "Unable to create \"", path,
+                    " link\"");
+    }
+    hx::Report(run, [&] {
+        std::printf("  %s symbolic link %s...\n    \"%s\" -> \"%s\"\n", title, Word(state),
+                    link.constData(), target.constData());
+    });
+}
+
+}  // namespace
+
+int CInstallBase::WriteCorvaneLink() {
+    KeepLink(*this, "corvane26", "CORVANE");
+    return 1;
+}
+
+int CInstallBase::WriteCorvaneSnapshotLink() {
+    KeepLink(*this, "corvane26_snapshot", "CORVANE snapshot");
+    return 1;
+}

@@ -1,0 +1,59 @@
+// The two files that Q-Chem reads, in the directory that the run script exports as CORV_QCHEMRC.
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdio>
+
+#include "generated/FileWriter.h"
+#include "setuprun/CInstallBase.h"
+
+namespace {
+
+// Whichever file comes first makes the directory. An existing one stays as it is.
+void MakeDirectory(const CInstallBase& run) {
+    const QString path = run.m_installDir + QStringLiteral("/qchemrc");
+    const QByteArray name = path.toUtf8();
+    if (access(name.constData(), F_OK) == 0)
+        return;
+    hx::Require(mkdir(name.constData(), 0755) == 0, "Unable to create \"", path, "\"");
+    // The umask has no say.
+    hx::Require(chmod(name.constData(), 0755) == 0, "Unable to chmod \"", path, "\"");
+}
+
+// The backslashes come first, so that those of the quotes are not doubled.
+QByteArray Escaped(QString text) {
+    text.replace(u'\\', QStringLiteral("\\\\"));
+    text.replace(u'"', QStringLiteral("\\\""));
+    return text.toUtf8();
+}
+
+}  // namespace
+
+int CInstallBase::WriteQChemRC() {
+    MakeDirectory(*this);
+    hx::WriteRunTimeFile(*this, hx::RunTimeFile::QChemRC, [this](FILE* file) {
+        // Kept: gigabytes in the one line, megabytes in the other.
+        std::fprintf(file,
+                     R"($rem
+AO2MO_DISK %8d
+MEM_TOTAL  %8d
+$end
+)",
+                     m_scratchLimitGB, m_memoryLimitMB);
+    });
+    hx::Report(*this,
+               [this] { std::printf("  Scratch limit per job: %d GB\n", m_scratchLimitGB); });
+    hx::Report(*this, [this] { std::printf("  Memory limit per job: %d MB\n", m_memoryLimitMB); });
+    return 1;
+}
+
+int CInstallBase::WriteQCScratch() {
+    MakeDirectory(*this);
+    hx::WriteRunTimeFile(*this, hx::RunTimeFile::QCScratch, [this](FILE* file) {
+        std::fputs(Escaped(m_scratchDir).constData(), file);
+    });
+    hx::Report(*this, [this] {
+        std::printf("  Scratch storage directory: %s\n", qUtf8Printable(m_scratchDir));
+    });
+    return 1;
+}

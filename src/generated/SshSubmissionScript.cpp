@@ -1,0 +1,96 @@
+// Writes the script that submits jobs which are started over a remote shell.
+#include <cstdio>
+
+#include "generated/FileWriter.h"
+#include "generated/SubmissionScriptParts.h"
+#include "setuprun/CInstallBase.h"
+
+namespace {
+
+// Kept: the test in the loop compares a word, not the variable, so that no precision is passed on.
+void WriteArgumentScan(FILE* script) {
+    std::fputs(R"(S_COMPRESS=""
+S_COMPRESS_ARCHIVE_PREC=""
+incompressarchiveprec="no"
+S_COMPRESS_CONFORMER_LIST=""
+for i in "$@"
+do
+    if [ incompressarchiveprec = "yes" ]
+    then
+        S_COMPRESS_ARCHIVE_PREC="$i"
+        incompressarchiveprec="no"
+    else
+        case $i in
+            --compress|-z)
+                S_COMPRESS="yes"
+                ;;
+            --compress-archive-prec|-p)
+                incompressarchiveprec="yes"
+                ;;
+            *)
+                FILENAME="$i"
+                ;;
+            esac
+    fi
+done
+
+/bin/echo CORVANE10_SSH: Submitting $FILENAME on `date` for $L_USER >>${S_LOG}
+
+)",
+               script);
+}
+
+void WriteArgumentStart(FILE* script) {
+    std::fputs(R"(S_ARGS=""
+)",
+               script);
+}
+
+void WriteCompressionArguments(FILE* script) {
+    std::fputs(R"(if [ "$S_COMPRESS" == "yes" ]
+then
+    S_ARGS="$S_ARGS --compress"
+fi
+if [ "$S_COMPRESS_ARCHIVE_PREC" != "" ]
+then
+    S_ARGS="$S_ARGS --compress-archive-prec $S_COMPRESS_ARCHIVE_PREC"
+fi
+)",
+               script);
+}
+
+void WriteSubmission(FILE* script) {
+    std::fputs(R"(corvane26 --submit ${S_ARGS} "${FILENAME}" >>${S_LOG}
+
+stat=$?
+/bin/echo CORVANE10_SSH: corvane returned with "$stat" >>${S_LOG}
+  if [ "$stat" != "0" ]
+  then
+    if [ -f "${FILENAME}".working ]
+    then
+      mv "${FILENAME}".working "${FILENAME}".completed
+    fi
+  fi
+
+exit 0
+)",
+               script);
+}
+
+}  // namespace
+
+int CInstallBase::WriteCorvaneSsh() {
+    hx::WriteRunTimeFile(*this, hx::RunTimeFile::SshScript, [](FILE* script) {
+        hx::WriteSubmissionSettings(script);
+        hx::WriteSubmissionUser(script);
+        hx::WriteSubmissionLog(script, "ssh");
+        WriteArgumentScan(script);
+        hx::WriteSubmissionDiagnostics(script);
+        WriteArgumentStart(script);
+        hx::WriteQueueArguments(script);
+        WriteCompressionArguments(script);
+        hx::WriteResourceArguments(script);
+        WriteSubmission(script);
+    });
+    return 1;
+}
