@@ -3,6 +3,7 @@
 
 #include <fcntl.h>
 #include <spawn.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 
 #include <algorithm>
@@ -17,8 +18,9 @@ extern char** environ;
 namespace hx_bench {
 
 // Runs the command without output and returns its wall time in milliseconds. Ends the benchmark
-// when the command fails.
-inline double TimeOf(const std::vector<std::string>& command) {
+// when the command fails. `peakMemory`, in megabytes of 10^6 bytes, is raised to the command's own
+// if that is larger.
+inline double TimeOf(const std::vector<std::string>& command, double* peakMemory = nullptr) {
     std::vector<char*> argv;
     for (const std::string& word : command)
         argv.push_back(const_cast<char*>(word.c_str()));
@@ -30,12 +32,15 @@ inline double TimeOf(const std::vector<std::string>& command) {
     const auto start = std::chrono::steady_clock::now();
     pid_t child = 0;
     int status = 0;
+    rusage usage = {};
     if (posix_spawn(&child, argv[0], &actions, nullptr, argv.data(), environ) != 0 ||
-        waitpid(child, &status, 0) != child || status != 0) {
+        wait4(child, &status, 0, &usage) != child || status != 0) {
         std::fprintf(stderr, "%s failed\n", argv[0]);
         std::exit(1);
     }
     posix_spawn_file_actions_destroy(&actions);
+    if (peakMemory != nullptr)
+        *peakMemory = std::max(*peakMemory, static_cast<double>(usage.ru_maxrss) * 1024 / 1e6);
     return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start)
         .count();
 }

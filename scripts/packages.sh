@@ -2,11 +2,22 @@
 # shellcheck shell=bash
 
 build_packages=(cmake g++ ninja-build qt6-base-dev)
-test_packages=(clang clang-format clang-tidy libclang-rt-14-dev libgtest-dev libxml2-utils shellcheck)
-export build_packages test_packages
+# What downloads are tested against; tinyproxy-bin is the program without a service.
+server_packages=(curl nginx openssl tinyproxy-bin)
+test_packages=(clang clang-format clang-tidy libclang-rt-14-dev libgtest-dev libxml2-utils shellcheck
+    systemd-container "${server_packages[@]}")
+export build_packages server_packages test_packages
 
 is_installed() {
     [ "$(dpkg-query --show --showformat='${db:Status-Status}' "$1" 2> /dev/null)" = installed ]
+}
+
+# Where systemd runs, it would start a freshly installed nginx: the tests start one of their own, and
+# this machine is not to serve pages. Elsewhere Debian starts no service.
+keep_nginx_stopped() {
+    [ -d /run/systemd/system ] || return 0
+    echo "Masking nginx.service; \"systemctl unmask nginx\" lets it run."
+    "$@" systemctl mask nginx.service
 }
 
 # Installs those of the named packages that are missing, or ends the script saying which they are.
@@ -29,6 +40,7 @@ install_packages() {
         as_root=(sudo)
     fi
     echo "Installing Debian packages: ${missing[*]}"
+    [[ " ${missing[*]} " != *" nginx "* ]] || keep_nginx_stopped "${as_root[@]}"
     "${as_root[@]}" apt-get update
     "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
         apt-get install --yes --no-install-recommends "${missing[@]}"

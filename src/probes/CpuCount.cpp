@@ -130,16 +130,13 @@ int procNCPU() {
     const int configured = static_cast<int>(sysconf(_SC_NPROCESSORS_CONF));
     if (configured > 0)
         return configured;
-    const hx::StoredLines lines = hx::StoreProcFile("/proc/cpuinfo");
-    if (lines == nullptr)
-        return 1;
     // Kept: the word of the line before stands in for a line without one, and the count stops at 1.
     char word[12] = "";
-    for (char** line = lines.get(); *line != nullptr; ++line) {
-        int consumed = 0;
-        std::sscanf(*line, "%11s%n", word, &consumed);
-        if (std::strcmp(word, "processor") == 0)
-            return 1;
-    }
-    return 0;
+    return hx::FirstAnswer("/proc/cpuinfo", {.unreadable = 1, .none = 0},
+                           [&word](const char* line) -> std::optional<int> {
+                               std::sscanf(line, "%11s", word);
+                               if (std::strcmp(word, "processor") == 0)
+                                   return 1;
+                               return std::nullopt;
+                           });
 }

@@ -5,6 +5,7 @@
 
 #include <cstdio>
 #include <memory>
+#include <optional>
 
 #include "support/storeFile.h"
 
@@ -33,6 +34,24 @@ inline StoredLines StoreProcFile(const char* path) {
         return nullptr;
     }
     return StoredLines(storeFile(file.get(), 40, 40, 80));
+}
+
+struct Fallback {
+    int unreadable = 0;  // the file cannot be read
+    int none = 0;        // no line gives an answer
+};
+
+// Hands the lines of `path` to `visit`, which may write to them, until it gives an answer.
+template <typename Visit>
+int FirstAnswer(const char* path, const Fallback& fallback, Visit visit) {
+    const StoredLines lines = StoreProcFile(path);
+    if (lines == nullptr)
+        return fallback.unreadable;
+    for (char** line = lines.get(); *line != nullptr; ++line) {
+        if (const std::optional<int> answer = visit(*line))
+            return *answer;
+    }
+    return fallback.none;
 }
 
 }  // namespace hx

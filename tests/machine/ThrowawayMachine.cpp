@@ -54,6 +54,15 @@ bool IsContainerInit(pid_t pid) {
     return false;
 }
 
+// False in a user namespace, whose root may not do what a machine needs.
+bool IsRootOfTheWholeMachine() {
+    unsigned long inside = 1;
+    unsigned long outside = 1;
+    unsigned long count = 0;
+    std::ifstream("/proc/self/uid_map") >> inside >> outside >> count;
+    return geteuid() == 0 && inside == 0 && outside == 0 && count == 0xFFFFFFFF;
+}
+
 bool CanMakeNamespaces() {
     const pid_t child = fork();
     if (child == 0)
@@ -75,12 +84,15 @@ bool Enter(pid_t init) {
 }  // namespace
 
 std::string ThrowawayMachine::Hindrance() {
-    if (geteuid() != 0)
+    if (!IsRootOfTheWholeMachine())
         return "a throwaway machine needs root";
     for (const char* program : {"systemd-nspawn", "nsenter", "systemctl"}) {
         if (hx_test::Run({"sh", "-c", "command -v \"$0\"", program}).status != 0)
             return std::string("a throwaway machine needs ") + program;
     }
+    // Not so in most containers.
+    if (access("/sys/fs/cgroup", W_OK) != 0)
+        return "a throwaway machine needs control groups";
     if (!CanMakeNamespaces())
         return "a throwaway machine needs namespaces";
     return {};

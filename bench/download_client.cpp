@@ -1,0 +1,13 @@
+// Downloads one URL into memory and ends; timed by download.
+#include <QCoreApplication>
+#include <QEventLoop>
+
+#include "net/CHttpCLI.h"
+
+int main(int argc, char** argv) {
+    const QCoreApplication application(argc, argv);
+    QEventLoop loop;
+    CHttpCLI http(QString::fromUtf8(argc > 1 ? argv[1] : ""), false, QString(), 0, &loop);
+    http.downloadFile();
+    return loop.exec();
+}

@@ -1,0 +1,157 @@
+// Classifies the processor and the distribution by the words of /proc/cpuinfo and /proc/version.
+#include <strings.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <optional>
+#include <span>
+
+#include "probes/NominalClock.h"
+#include "probes/StoredFile.h"
+#include "probes/processor_identity.h"
+
+namespace {
+
+constexpr char CpuInfo[] = "/proc/cpuinfo";
+constexpr char Blanks[] = " \t\n";
+
+struct Code {
+    const char* text;
+    int code;
+};
+
+constexpr Code vendors[] = {
+    {"GenuineIntel", 1}, {"AuthenticAMD", 2}, {"CyrixInstead", 3},
+    {"GenuineTMx86", 4}, {"TransmetaCPU", 4},
+};
+constexpr int OtherVendor = 5;
+
+// The order matters in the lists below: shorter names are contained in longer ones.
+constexpr Code intelModels[] = {
+    {"486", 1},        {"Pentium Pro", 2}, {"Pentium IIII", 6},
+    {"Pentium IV", 6}, {"Pentium 4", 6},   {"Pentium III", 4},
+    {"Celeron", 5},    {"Pentium II", 3},  {"Pentium", 2},
+};
+
+constexpr Code amdModels[] = {
+    {"K5", 1},          {"K6-2", 3},      {"K6-3", 4},      {"K6", 2},
+    {"Duron", 6},       {"AthlonMP", 7},  {"Athlon MP", 7}, {"Athlon 4", 8},
+    {"Athlon IIII", 8}, {"Athlon IV", 8}, {"Athlon", 5},
+};
+
+constexpr Code families[] = {
+    {"redhat", 1}, {"RedHat", 1}, {"REDHAT", 1}, {"red hat", 1}, {"Red Hat", 1},  {"RED HAT", 1},
+    {"suse", 2},   {"SuSE", 2},   {"SUSE", 2},   {"mdk", 3},     {"mandrake", 3},
+};
+
+std::optional<int> FirstContained(const char* line, std::span<const Code> codes) {
+    for (const Code& entry : codes) {
+        if (std::strstr(line, entry.text) != nullptr)
+            return entry.code;
+    }
+    return std::nullopt;
+}
+
+// The text behind `key` where the line begins with it, in any case; otherwise null.
+char* Behind(const char* key, char* line) {
+    const size_t length = std::strlen(key);
+    return strncasecmp(line, key, length) == 0 ? line + length : nullptr;
+}
+
+// The next word that is not a lone colon; `text` as strtok takes it.
+const char* NextWord(char* text) {
+    const char* word = std::strtok(text, Blanks);
+    while (word != nullptr && std::strcmp(word, ":") == 0)
+        word = std::strtok(nullptr, Blanks);
+    return word;
+}
+
+int VendorCode(const char* name) {
+    for (const Code& vendor : vendors) {
+        if (strcasecmp(name, vendor.text) == 0)
+            return vendor.code;
+    }
+    return OtherVendor;
+}
+
+// Kept: value and unit carry over from one stanza to the next.
+struct CacheSize {
+    int value = -1;
+    int unit = 1;
+
+    void TakeWord(const char* word) {
+        if (std::strcmp(word, "KB") == 0)
+            unit = 1;
+        else if (std::strcmp(word, "MB") == 0)
+            unit = 1024;
+        else if (value < 0)
+            TakeNumber(word);
+    }
+
+    void TakeNumber(const char* word) {
+        char* end = nullptr;
+        const long number = std::strtol(word, &end, 10);
+        if (end != word)
+            value = static_cast<int>(number);
+    }
+};
+
+// In 32-bit arithmetic.
+int Kilobytes(const CacheSize& size) {
+    return static_cast<int>(static_cast<unsigned int>(size.value) *
+                            static_cast<unsigned int>(size.unit));
+}
+
+}  // namespace
+
+int procCPU() {
+    return hx::FirstAnswer(CpuInfo, {}, [](char* line) -> std::optional<int> {
+        const char* key = std::strtok(line, Blanks);
+        if (key == nullptr || strcasecmp(key, "vendor_id") != 0)
+            return std::nullopt;
+        const char* name = NextWord(nullptr);
+        return name == nullptr ? std::nullopt : std::optional(VendorCode(name));
+    });
+}
+
+int procCPUModel(int vendor) {
+    return hx::FirstAnswer(CpuInfo, {}, [vendor](char* line) -> std::optional<int> {
+        if (Behind("model name", line) == nullptr)
+            return std::nullopt;
+        if (vendor == 1)
+            return FirstContained(line, intelModels);
+        if (vendor == 2)
+            return FirstContained(line, amdModels);
+        return 0;
+    });
+}
+
+int procVersion() {
+    return hx::FirstAnswer("/proc/version", {},
+                           [](const char* line) { return FirstContained(line, families); });
+}
+
+int procCacheSize() {
+    CacheSize size;
+    return hx::FirstAnswer(CpuInfo, {}, [&size](char* line) -> std::optional<int> {
+        char* rest = Behind("cache size", line);
+        if (rest == nullptr)
+            return std::nullopt;
+        for (const char* word = NextWord(rest); word != nullptr; word = NextWord(nullptr))
+            size.TakeWord(word);
+        return size.value >= 0 ? std::optional(Kilobytes(size)) : std::nullopt;
+    });
+}
+
+int procCPUMhz() {
+    return hx::FirstAnswer(CpuInfo, {.unreadable = 0, .none = -1}, [](char* line) {
+        std::optional<int> clock;
+        char* rest = Behind("cpu MHz", line);
+        if (rest == nullptr)
+            return clock;
+        // The last word stands, also when it gives no figure.
+        for (const char* word = NextWord(rest); word != nullptr; word = NextWord(nullptr))
+            clock = hx::NominalClock(word);
+        return clock;
+    });
+}
