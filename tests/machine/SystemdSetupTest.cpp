@@ -132,6 +132,8 @@ TEST_F(SystemdSetup, TheServiceRunsUnderItsUserWithTheSettingsOfTheRunScript) {
               "0.0.0.0\n--https-port\n8443\n--certificate\ncert.pem\n--key\nkey.pem\n--dh\n"
               "dh.pem\n--run-directory\n/run/corvane26_service");
     EXPECT_NE(result.out.find("  Service:   active\n"), std::string::npos) << result.out;
+    // Set-uid helpers of the schedulers' submit commands must work.
+    EXPECT_EQ(Shell("grep NoNewPrivs /proc/" + Unit("MainPID") + "/status"), "NoNewPrivs:\t0");
 }
 
 TEST_F(SystemdSetup, MakesTheAccountTheTreeAndTheLinks) {
