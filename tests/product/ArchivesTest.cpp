@@ -34,6 +34,8 @@ public:
             Expect({HX_CMAKE, "-G", HX_GENERATOR, "-S", m_temp.path().string(), "-B",
                     m_temp / "build"});
         Expect({HX_CMAKE, "--build", m_temp / "build", "--target", "hx_product"});
+        // File times have ticks of some milliseconds: an edit must be seen to come later.
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
     }
 
     std::string Archive(const std::string& name) const {

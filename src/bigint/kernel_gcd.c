@@ -1,0 +1,179 @@
+/* Greatest common divisors after Lehmer: most quotients of Euclid's sequence are found from the top
+ * bits of two neighbours alone, and many steps at once are then applied to the whole numbers. */
+#include "bigint/kernel.h"
+
+/* Two neighbours of the sequence, r0 >= r1, and the magnitudes of their cofactors s0 and s1. Each
+ * step changes the cofactors' signs. */
+typedef struct {
+    hx_limb* r0;
+    hx_limb* r1;
+    size_t n0;
+    size_t n1;
+    hx_limb* s0; /* null: not wanted */
+    hx_limb* s1;
+    size_t sn;   /* limbs of both cofactors */
+    hx_limb* t0; /* work memory of the size of r0, r1 */
+    hx_limb* t1;
+    hx_limb* u0; /* of the size of s0, s1 */
+    hx_limb* u1;
+    hx_limb* work; /* for a division */
+    int odd;       /* whether the number of steps is odd */
+} Euclid;
+
+/* Several steps at once: the new r0 is |p0 r0 - q0 r1|, the new r1 is |p1 r0 - q1 r1|. */
+typedef struct {
+    hx_limb p0;
+    hx_limb q0;
+    hx_limb p1;
+    hx_limb q1;
+    int odd;
+} Steps;
+
+static void Exchange(hx_limb** a, hx_limb** b) {
+    hx_limb* const kept = *a;
+    *a = *b;
+    *b = kept;
+}
+
+/* 63 bits of a from the bit below 64 * n - shift on. */
+static hx_limb TopBits(const hx_limb* a, size_t n, unsigned shift) {
+    hx_limb top = a[n - 1] << shift;
+    if (shift > 0 && n > 1)
+        top |= a[n - 2] >> (HX_LIMB_BITS - shift);
+    return top >> 1;
+}
+
+/* As many steps as are certain from the top bits alone, by the condition of Collins. */
+static Steps Simulate(hx_limb x, hx_limb y) {
+    Steps s = {1, 0, 0, 1, 0};
+    while (y != 0) {
+        const hx_limb quotient = x / y;
+        const hx_limb rest = x % y;
+        const hx_limb q2 = s.q0 + quotient * s.q1;
+        if (rest < q2 || y - rest < q2 + s.q1)
+            break;
+        const hx_limb p2 = s.p0 + quotient * s.p1;
+        s = (Steps){s.p1, s.q1, p2, q2, !s.odd};
+        x = y;
+        y = rest;
+    }
+    return s;
+}
+
+/* r = p * a - q * b, which is not negative. */
+static void Combine(hx_limb* r, const hx_limb* a, hx_limb p, const hx_limb* b, hx_limb q,
+                    size_t n) {
+    hx_mul_1(r, a, n, p, 0);
+    hx_submul_1(r, b, n, q);
+}
+
+/* r = p * a + q * b of n + 1 limbs. */
+static void CombineCofactors(hx_limb* r, const hx_limb* a, hx_limb p, const hx_limb* b, hx_limb q,
+                             size_t n) {
+    r[n] = hx_mul_1(r, a, n, p, 0);
+    r[n] += hx_addmul_1(r, b, n, q);
+}
+
+static void Apply(Euclid* e, Steps s) {
+    const size_t n = e->n0;
+    hx_zero(e->r1 + e->n1, n - e->n1);
+    if (s.odd) {
+        Combine(e->t0, e->r1, s.q0, e->r0, s.p0, n);
+        Combine(e->t1, e->r0, s.p1, e->r1, s.q1, n);
+    } else {
+        Combine(e->t0, e->r0, s.p0, e->r1, s.q0, n);
+        Combine(e->t1, e->r1, s.q1, e->r0, s.p1, n);
+    }
+    Exchange(&e->r0, &e->t0);
+    Exchange(&e->r1, &e->t1);
+    e->n0 = hx_normal(e->r0, n);
+    e->n1 = hx_normal(e->r1, n);
+    e->odd ^= s.odd;
+    if (e->s0 == NULL)
+        return;
+    CombineCofactors(e->u0, e->s0, s.p0, e->s1, s.q0, e->sn);
+    CombineCofactors(e->u1, e->s0, s.p1, e->s1, s.q1, e->sn);
+    Exchange(&e->s0, &e->u0);
+    Exchange(&e->s1, &e->u1);
+    e->sn += e->s0[e->sn] != 0 || e->s1[e->sn] != 0;
+}
+
+/* s0 + q * s1 becomes the second cofactor. */
+static void StepCofactors(Euclid* e, const hx_limb* q, size_t qn) {
+    const size_t n1 = hx_normal(e->s1, e->sn);
+    size_t n2 = 0;
+    if (n1 >= qn)
+        hx_mul_basecase(e->u0, e->s1, n1, q, qn);
+    else if (n1 > 0)
+        hx_mul_basecase(e->u0, q, qn, e->s1, n1);
+    if (n1 > 0)
+        n2 = n1 + qn;
+    if (n2 < e->sn) {
+        hx_zero(e->u0 + n2, e->sn - n2);
+        n2 = e->sn;
+    }
+    e->u0[n2] = hx_add(e->u0, e->u0, n2, e->s0, e->sn);
+    const size_t n = hx_normal(e->u0, n2 + 1);
+    if (n > e->sn) {
+        hx_zero(e->s1 + e->sn, n - e->sn);
+        e->sn = n;
+    }
+    Exchange(&e->s0, &e->s1);
+    Exchange(&e->s1, &e->u0);
+}
+
+/* One step by a division of the whole numbers. */
+static void Divide(Euclid* e) {
+    const size_t qn = e->n0 - e->n1 + 1;
+    hx_limb* q = e->t0;
+    hx_div(q, e->r0, e->r0, e->n0, e->r1, e->n1, e->work);
+    const size_t rest = hx_normal(e->r0, e->n1);
+    Exchange(&e->r0, &e->r1);
+    e->n0 = e->n1;
+    e->n1 = rest;
+    e->odd = !e->odd;
+    if (e->s0 != NULL)
+        StepCofactors(e, q, hx_normal(q, qn));
+}
+
+size_t hx_gcd_scratch(size_t an, size_t bn) {
+    return 2 * (an + 1) + 4 * (bn + 3) + hx_div_scratch_bound(an);
+}
+
+size_t hx_gcd(hx_limb* g, hx_limb* u, size_t* un, int* negative, hx_limb* a, size_t an, hx_limb* b,
+              size_t bn, hx_limb* scratch) {
+    Euclid e = {.r0 = a, .r1 = b, .n0 = an, .n1 = bn};
+    e.t0 = scratch;
+    e.t1 = e.t0 + an + 1;
+    hx_limb* cofactors = e.t1 + an + 1;
+    e.work = cofactors + 4 * (bn + 3);
+    if (u != NULL) {
+        e.s0 = cofactors;
+        e.s1 = e.s0 + bn + 3;
+        e.u0 = e.s1 + bn + 3;
+        e.u1 = e.u0 + bn + 3;
+        e.s0[0] = 1;
+        e.s1[0] = 0;
+        e.sn = 1;
+    }
+    /* The first division brings the lengths together, so that r0 and r1 can change places. */
+    Divide(&e);
+    while (e.n1 > 0) {
+        Steps s = {1, 0, 0, 1, 0};
+        if (e.n0 == e.n1 && e.n0 > 1) {
+            const unsigned shift = HX_LIMB_BITS - hx_bit_length(e.r0[e.n0 - 1]);
+            s = Simulate(TopBits(e.r0, e.n0, shift), TopBits(e.r1, e.n0, shift));
+        }
+        if (s.p1 == 0)
+            Divide(&e);
+        else
+            Apply(&e, s);
+    }
+    hx_copy(g, e.r0, e.n0);
+    if (u != NULL) {
+        *un = hx_normal(e.s0, e.sn);
+        hx_copy(u, e.s0, *un);
+        *negative = e.odd;
+    }
+    return e.n0;
+}

@@ -1,0 +1,124 @@
+/* Life of a record, and the default precision. */
+#include <stdlib.h>
+
+#include "bigint/record.h"
+
+enum { DefaultPrecision = 64 };
+
+static uint32_t g_precision = DefaultPrecision;
+
+uint32_t mp_get_prec(void) {
+    return g_precision;
+}
+
+uint32_t mp_set_prec(uint32_t prec) {
+    g_precision = prec == 0 ? DefaultPrecision : prec;
+    return g_precision;
+}
+
+int mp_init(mp_int* mp) {
+    return mp_init_size(mp, g_precision);
+}
+
+int mp_init_size(mp_int* mp, uint32_t digits) {
+    if (mp == NULL || digits == 0)
+        return MP_INVALID_PARAMETER;
+    mp_digit* fresh = hx_new_digits(digits);
+    if (fresh == NULL)
+        return MP_OUT_OF_MEMORY;
+    *mp = (mp_int){.sign = 0, .alloc = digits, .used = 1, .dp = fresh};
+    return MP_SUCCESS;
+}
+
+/* The records are written when the memory of all of them is there. */
+int mp_init_array(mp_int* mp, int count) {
+    if (mp == NULL || count < 1)
+        return MP_INVALID_PARAMETER;
+    mp_digit** fresh = calloc((size_t)count, sizeof(mp_digit*));
+    int made = 0;
+    while (fresh != NULL && made < count && (fresh[made] = hx_new_digits(g_precision)) != NULL)
+        ++made;
+    for (int i = 0; i < made; ++i) {
+        if (made == count)
+            mp[i] = (mp_int){.sign = 0, .alloc = g_precision, .used = 1, .dp = fresh[i]};
+        else
+            free(fresh[i]);
+    }
+    free(fresh);
+    return made == count ? MP_SUCCESS : MP_OUT_OF_MEMORY;
+}
+
+int mp_init_copy(mp_int* mp, const mp_int* from) {
+    if (mp == NULL || !hx_is_valid(from))
+        return MP_INVALID_PARAMETER;
+    mp_digit* fresh = hx_new_digits(from->alloc);
+    if (fresh == NULL)
+        return MP_OUT_OF_MEMORY;
+    memcpy(fresh, from->dp, from->used * sizeof(mp_digit));
+    *mp = (mp_int){.sign = from->sign, .alloc = from->alloc, .used = from->used, .dp = fresh};
+    return MP_SUCCESS;
+}
+
+int mp_copy(const mp_int* from, mp_int* to) {
+    if (!hx_is_valid(from) || !hx_is_valid(to))
+        return MP_INVALID_PARAMETER;
+    return from == to ? MP_SUCCESS : hx_copy_signed(from, from->sign != 0, to);
+}
+
+int mp_exch(mp_int* a, mp_int* b) {
+    if (a == NULL || b == NULL)
+        return MP_INVALID_PARAMETER;
+    const mp_int kept = *a;
+    *a = *b;
+    *b = kept;
+    return MP_SUCCESS;
+}
+
+int mp_clear(mp_int* mp) {
+    if (mp == NULL)
+        return MP_INVALID_PARAMETER;
+    if (mp->dp != NULL)
+        hx_free_digits(mp->dp, mp->alloc);
+    *mp = (mp_int){.sign = 0, .alloc = 0, .used = 0, .dp = NULL};
+    return MP_SUCCESS;
+}
+
+int mp_clear_array(mp_int* mp, int count) {
+    if (mp == NULL || count < 1)
+        return MP_INVALID_PARAMETER;
+    for (int i = 0; i < count; ++i)
+        mp_clear(&mp[i]);
+    return MP_SUCCESS;
+}
+
+int mp_zero(mp_int* mp) {
+    return mp_set(mp, 0);
+}
+
+int mp_set(mp_int* mp, mp_digit d) {
+    if (!hx_is_valid(mp))
+        return MP_INVALID_PARAMETER;
+    const hx_limb limb = d;
+    return hx_store(mp, &limb, 1, 0);
+}
+
+int mp_set_int(mp_int* mp, long value) {
+    if (!hx_is_valid(mp))
+        return MP_INVALID_PARAMETER;
+    const hx_limb limb = hx_magnitude(value);
+    return hx_store(mp, &limb, 1, value < 0);
+}
+
+int mp_shrink(mp_int* mp) {
+    if (!hx_is_valid(mp))
+        return MP_INVALID_PARAMETER;
+    if (mp->used == mp->alloc)
+        return MP_SUCCESS;
+    hx_wipe(mp->dp + mp->used, (mp->alloc - mp->used) * sizeof(mp_digit));
+    mp_digit* shrunk = realloc(mp->dp, mp->used * sizeof(mp_digit));
+    if (shrunk == NULL)
+        return MP_OUT_OF_MEMORY;
+    mp->dp = shrunk;
+    mp->alloc = mp->used;
+    return MP_SUCCESS;
+}

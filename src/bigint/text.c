@@ -1,0 +1,166 @@
+/* Text in the radixes 2 to 64, and the texts of the codes. */
+#include <limits.h>
+
+#include "bigint/record.h"
+
+enum { LeastRadix = 2, MostRadix = 64, LastRadixOfOneCase = 36 };
+
+static const char Alphabet[] = "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz+/";
+
+/* Digits per bit: log 2 / log radix. */
+static const float DigitsPerBit[MostRadix + 1] = {
+    0.0F,         0.0F,         1.0F,         0.630929768F, 0.5F,         0.43067655F,
+    0.386852801F, 0.356207192F, 0.333333343F, 0.315464884F, 0.30103001F,  0.289064825F,
+    0.278942943F, 0.270238161F, 0.262649536F, 0.255958021F, 0.25F,        0.244650543F,
+    0.239812464F, 0.235408917F, 0.231378213F, 0.227670252F, 0.22424382F,  0.221064731F,
+    0.218104288F, 0.215338275F, 0.212746054F, 0.210309923F, 0.208014593F, 0.205846831F,
+    0.203795046F, 0.201849088F, 0.200000003F, 0.198239863F, 0.196561635F, 0.194959015F,
+    0.1934264F,   0.191958725F, 0.190551415F, 0.189200357F, 0.187901825F, 0.186652407F,
+    0.185449019F, 0.18428883F,  0.183169246F, 0.182087898F, 0.181042597F, 0.180031329F,
+    0.179052234F, 0.178103596F, 0.177183822F, 0.176291436F, 0.175425068F, 0.174583435F,
+    0.173765346F, 0.172969684F, 0.172195435F, 0.1714416F,   0.170707285F, 0.169991612F,
+    0.169293806F, 0.168613106F, 0.167948782F, 0.16730018F,  0.166666672F};
+
+static int IsRadix(int radix) {
+    return radix >= LeastRadix && radix <= MostRadix;
+}
+
+/* Places in the alphabet, counted from 1. */
+static const unsigned char Places[UCHAR_MAX + 1] = {
+    ['0'] = 1,  ['1'] = 2,  ['2'] = 3,  ['3'] = 4,  ['4'] = 5,  ['5'] = 6,  ['6'] = 7,  ['7'] = 8,
+    ['8'] = 9,  ['9'] = 10, ['A'] = 11, ['B'] = 12, ['C'] = 13, ['D'] = 14, ['E'] = 15, ['F'] = 16,
+    ['G'] = 17, ['H'] = 18, ['I'] = 19, ['J'] = 20, ['K'] = 21, ['L'] = 22, ['M'] = 23, ['N'] = 24,
+    ['O'] = 25, ['P'] = 26, ['Q'] = 27, ['R'] = 28, ['S'] = 29, ['T'] = 30, ['U'] = 31, ['V'] = 32,
+    ['W'] = 33, ['X'] = 34, ['Y'] = 35, ['Z'] = 36, ['a'] = 37, ['b'] = 38, ['c'] = 39, ['d'] = 40,
+    ['e'] = 41, ['f'] = 42, ['g'] = 43, ['h'] = 44, ['i'] = 45, ['j'] = 46, ['k'] = 47, ['l'] = 48,
+    ['m'] = 49, ['n'] = 50, ['o'] = 51, ['p'] = 52, ['q'] = 53, ['r'] = 54, ['s'] = 55, ['t'] = 56,
+    ['u'] = 57, ['v'] = 58, ['w'] = 59, ['x'] = 60, ['y'] = 61, ['z'] = 62, ['+'] = 63, ['/'] = 64};
+
+enum { CapitalToSmall = 26 };
+
+/* The value of a digit of the radix plus 1, or 0. */
+static inline unsigned DigitPlace(char c, unsigned radix) {
+    unsigned place = Places[(unsigned char)c];
+    if (radix <= LastRadixOfOneCase && place > LastRadixOfOneCase)
+        place -= CapitalToSmall;
+    return place <= radix ? place : 0;
+}
+
+int mp_char2value(char character, int radix) {
+    return radix < 1 ? -1 : (int)DigitPlace(character, (unsigned)radix) - 1;
+}
+
+static size_t CountDigits(const char* text, unsigned radix) {
+    size_t count = 0;
+    while (DigitPlace(text[count], radix) != 0)
+        ++count;
+    return count;
+}
+
+/* Limbs that hold so many bytes. */
+static size_t LimbsOfBytes(size_t bytes) {
+    return (bytes + sizeof(hx_limb) - 1) / sizeof(hx_limb);
+}
+
+static int ReadDigits(mp_int* mp, const char* text, unsigned radix, int negative) {
+    const size_t digits = CountDigits(text, radix);
+    if (digits == 0)
+        return mp_zero(mp);
+    const size_t n = hx_text_limbs(digits, radix);
+    hx_scratch s;
+    int code = hx_scratch_open(&s, LimbsOfBytes(digits) + n + hx_from_text_scratch(digits, radix));
+    if (code != MP_SUCCESS)
+        return code;
+    unsigned char* values = (unsigned char*)hx_scratch_take(&s, LimbsOfBytes(digits));
+    hx_limb* limbs = hx_scratch_take(&s, n);
+    for (size_t i = 0; i < digits; ++i)
+        values[i] = (unsigned char)(DigitPlace(text[i], radix) - 1);
+    const size_t length = hx_from_text(limbs, values, digits, radix, s.limbs + s.taken);
+    code = hx_store(mp, limbs, length, negative);
+    hx_scratch_close(&s);
+    return code;
+}
+
+int mp_read_radix(mp_int* mp, const char* text, int radix) {
+    if (!hx_is_valid(mp) || text == NULL || !IsRadix(radix))
+        return MP_INVALID_PARAMETER;
+    while (*text != '\0' && *text != '-' && *text != '+' && DigitPlace(*text, (unsigned)radix) == 0)
+        ++text;
+    const int negative = *text == '-';
+    if (*text == '-' || *text == '+')
+        ++text;
+    return ReadDigits(mp, text, (unsigned)radix, negative);
+}
+
+static void WriteText(char* text, const unsigned char* values, size_t digits) {
+    for (size_t i = 0; i < digits; ++i)
+        text[i] = Alphabet[values[i]];
+    text[digits] = '\0';
+}
+
+int mp_toradix(const mp_int* a, char* text, int radix) {
+    if (!hx_is_valid(a) || text == NULL)
+        return MP_INVALID_PARAMETER;
+    /* Kept: the reader calls a bad radix an invalid parameter. */
+    if (!IsRadix(radix))
+        return MP_OUT_OF_RANGE;
+    if (hx_is_zero(a)) {
+        memcpy(text, "0", 2);
+        return MP_SUCCESS;
+    }
+    const size_t n = hx_limbs(a);
+    const size_t bytes = LimbsOfBytes(hx_text_digits(n, (unsigned)radix));
+    hx_scratch s;
+    const int code = hx_scratch_open(&s, 2 * n + bytes + hx_to_text_scratch(n, (unsigned)radix));
+    if (code != MP_SUCCESS)
+        return code;
+    const hx_number number = hx_load(&s, a);
+    hx_limb* used_up = hx_scratch_take(&s, n);
+    unsigned char* values = (unsigned char*)hx_scratch_take(&s, bytes);
+    hx_copy(used_up, number.limbs, number.n);
+    const size_t digits = hx_to_text(values, used_up, number.n, (unsigned)radix, s.limbs + s.taken);
+    if (number.negative)
+        *text++ = '-';
+    WriteText(text, values, digits);
+    hx_scratch_close(&s);
+    return MP_SUCCESS;
+}
+
+/* The product as a float, cut to an integer. Outside the table the factor is 0. */
+static int Estimate(int64_t bits, int radix) {
+    const float digits = (float)bits * (IsRadix(radix) ? DigitsPerBit[radix] : 0.0F);
+    return digits >= (float)INT_MAX ? INT_MAX : (int)digits;
+}
+
+int mp_radix_size(const mp_int* a, int radix) {
+    if (!hx_is_valid(a))
+        return MP_INVALID_PARAMETER;
+    const int digits = Estimate(mp_count_bits(a), radix);
+    const int added = a->sign != 0 ? 2 : 1;
+    return digits > INT_MAX - added ? INT_MAX : digits + added;
+}
+
+int mp_value_radix_size(int digits, int bits, int radix) {
+    if (digits < 0 || bits < 1 || !IsRadix(radix))
+        return 0;
+    return Estimate((int64_t)digits * bits, radix);
+}
+
+const char* mp_strerror(int code) {
+    switch (code) {
+        case MP_YES:
+            return "boolean true";
+        case MP_NO:
+            return "boolean false";
+        case MP_OUT_OF_MEMORY:
+            return "out of memory";
+        case MP_OUT_OF_RANGE:
+            return "argument out of range";
+        case MP_INVALID_PARAMETER:
+            return "invalid input parameter";
+        case MP_UNDEFINED:
+            return "result is undefined";
+        default:
+            return "unknown result code";
+    }
+}

@@ -1,0 +1,175 @@
+#include "bigint/Operations.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <deque>
+#include <ostream>
+
+#include "bigint/Integer.h"
+
+namespace hx_test {
+
+namespace {
+
+using A = const Arguments&;
+
+mp_digit Digit(A a) {
+    return static_cast<mp_digit>(a.extra);
+}
+
+// Wrappers by shape: the number of operands and results.
+template <int (*Function)(const mp_int*)>
+int Ask1(A a) {
+    return Function(a.operands[0]);
+}
+template <int (*Function)(const mp_int*, const mp_int*)>
+int Ask2(A a) {
+    return Function(a.operands[0], a.operands[1]);
+}
+template <int (*Function)(const mp_int*, mp_int*)>
+int Call1(A a) {
+    return Function(a.operands[0], a.results[0]);
+}
+template <int (*Function)(const mp_int*, const mp_int*, mp_int*)>
+int Call2(A a) {
+    return Function(a.operands[0], a.operands[1], a.results[0]);
+}
+template <int (*Function)(const mp_int*, const mp_int*, const mp_int*, mp_int*)>
+int Call3(A a) {
+    return Function(a.operands[0], a.operands[1], a.operands[2], a.results[0]);
+}
+template <int (*Function)(const mp_int*, mp_digit, mp_int*)>
+int CallDigit(A a) {
+    return Function(a.operands[0], Digit(a), a.results[0]);
+}
+
+int DivideDigit(A a) {
+    return mp_div_d(a.operands[0], Digit(a), a.results[0], a.digit);
+}
+
+constexpr Operation Table[] = {
+    {"mp_copy", 1, 1, Extra::None, false, Domain::Any, Call1<mp_copy>},
+    {"mp_abs", 1, 1, Extra::None, false, Domain::Any, Call1<mp_abs>},
+    {"mp_neg", 1, 1, Extra::None, false, Domain::Any, Call1<mp_neg>},
+    {"mp_add", 2, 1, Extra::None, false, Domain::Any, Call2<mp_add>},
+    {"mp_sub", 2, 1, Extra::None, false, Domain::Any, Call2<mp_sub>},
+    {"mp_mul", 2, 1, Extra::None, false, Domain::Any, Call2<mp_mul>},
+    {"mp_sqr", 1, 1, Extra::None, false, Domain::Any, Call1<mp_sqr>},
+    {"mp_div", 2, 2, Extra::None, false, Domain::Any,
+     [](A a) { return mp_div(a.operands[0], a.operands[1], a.results[0], a.results[1]); }},
+    {"mp_mod", 2, 1, Extra::None, false, Domain::Modulus, Call2<mp_mod>},
+    {"mp_expt", 2, 1, Extra::None, false, Domain::SmallPower, Call2<mp_expt>},
+    {"mp_sqrt", 1, 1, Extra::None, false, Domain::Any, Call1<mp_sqrt>},
+    {"mp_add_d", 1, 1, Extra::Digit, false, Domain::Any, CallDigit<mp_add_d>},
+    {"mp_sub_d", 1, 1, Extra::Digit, false, Domain::Any, CallDigit<mp_sub_d>},
+    {"mp_mul_d", 1, 1, Extra::Digit, false, Domain::Any, CallDigit<mp_mul_d>},
+    {"mp_expt_d", 1, 1, Extra::Exponent, false, Domain::SmallPower, CallDigit<mp_expt_d>},
+    {"mp_div_d", 1, 1, Extra::Digit, true, Domain::Any, DivideDigit},
+    {"mp_mod_d", 1, 0, Extra::Digit, true, Domain::Any,
+     [](A a) { return mp_mod_d(a.operands[0], Digit(a), a.digit); }},
+    {"mp_mul_2", 1, 1, Extra::None, false, Domain::Any, Call1<mp_mul_2>},
+    {"mp_div_2", 1, 1, Extra::None, false, Domain::Any, Call1<mp_div_2>},
+    {"mp_mul_2d", 1, 1, Extra::Bits, false, Domain::Any,
+     [](A a) { return mp_mul_2d(a.operands[0], a.extra, a.results[0]); }},
+    {"mp_div_2d", 1, 2, Extra::Bits, false, Domain::Any,
+     [](A a) { return mp_div_2d(a.operands[0], a.extra, a.results[0], a.results[1]); }},
+    {"mp_2expt", 0, 1, Extra::Bits, false, Domain::Any,
+     [](A a) { return mp_2expt(a.extra, a.results[0]); }},
+    {"mp_addmod", 3, 1, Extra::None, false, Domain::Modulus, Call3<mp_addmod>},
+    {"mp_submod", 3, 1, Extra::None, false, Domain::Modulus, Call3<mp_submod>},
+    {"mp_mulmod", 3, 1, Extra::None, false, Domain::Modulus, Call3<mp_mulmod>},
+    {"mp_sqrmod", 2, 1, Extra::None, false, Domain::Modulus, Call2<mp_sqrmod>},
+    {"mp_exptmod", 3, 1, Extra::None, false, Domain::ModularPower, Call3<mp_exptmod>},
+    {"mp_exptmod_d", 2, 1, Extra::Digit, false, Domain::Modulus,
+     [](A a) { return mp_exptmod_d(a.operands[0], Digit(a), a.operands[1], a.results[0]); }},
+    {"mp_invmod", 2, 1, Extra::None, false, Domain::Modulus, Call2<mp_invmod>},
+    {"mp_gcd", 2, 1, Extra::None, false, Domain::Any, Call2<mp_gcd>},
+    {"mp_lcm", 2, 1, Extra::None, false, Domain::Any, Call2<mp_lcm>},
+    {"mp_xgcd", 2, 3, Extra::None, false, Domain::Any,
+     [](A a) {
+         return mp_xgcd(a.operands[0], a.operands[1], a.results[0], a.results[1], a.results[2]);
+     }},
+    {"mp_cmp_z", 1, 0, Extra::None, false, Domain::Any, Ask1<mp_cmp_z>},
+    {"mp_cmp_d", 1, 0, Extra::Digit, false, Domain::Any,
+     [](A a) { return mp_cmp_d(a.operands[0], Digit(a)); }},
+    {"mp_cmp", 2, 0, Extra::None, false, Domain::Any, Ask2<mp_cmp>},
+    {"mp_cmp_mag", 2, 0, Extra::None, false, Domain::Any, Ask2<mp_cmp_mag>},
+    {"mp_isodd", 1, 0, Extra::None, false, Domain::Any, Ask1<mp_isodd>},
+    {"mp_iseven", 1, 0, Extra::None, false, Domain::Any, Ask1<mp_iseven>},
+    {"mp_count_bits", 1, 0, Extra::None, false, Domain::Any, Ask1<mp_count_bits>},
+    {"mp_unsigned_bin_size", 1, 0, Extra::None, false, Domain::Any, Ask1<mp_unsigned_bin_size>},
+    {"mp_signed_bin_size", 1, 0, Extra::None, false, Domain::Any, Ask1<mp_signed_bin_size>},
+};
+
+// a * x + b * y = g; for which x and y is not told.
+void ExpectCofactors(const mp_int* a, const mp_int* b, const std::deque<Integer>& results) {
+    Integer left;
+    Integer right;
+    mp_mul(a, results[1], left);
+    mp_mul(b, results[2], right);
+    mp_add(left, right, left);
+    EXPECT_EQ(Hex(left), Hex(results[0]))
+        << "a x + b y, for x = " << Hex(results[1]) << " and y = " << Hex(results[2]);
+}
+
+}  // namespace
+
+void PrintTo(const Operation& operation, std::ostream* out) {
+    *out << operation.name;
+}
+
+std::span<const Operation> Operations() {
+    return Table;
+}
+
+const Operation* FindOperation(const std::string& name) {
+    const auto found = std::find_if(std::begin(Table), std::end(Table),
+                                    [&](const Operation& o) { return name == o.name; });
+    return found == std::end(Table) ? nullptr : &*found;
+}
+
+std::string Answer(const Operation& operation, unsigned extra,
+                   const std::vector<std::string>& operands) {
+    constexpr const char* Before = "-badcafe123456789";
+    std::deque<Integer> in;
+    std::deque<Integer> out;
+    Arguments arguments;
+    mp_digit digit = 0;
+    for (const std::string& operand : operands)
+        arguments.operands.push_back(in.emplace_back(operand));
+    for (size_t i = 0; i < operation.results; ++i)
+        arguments.results.push_back(out.emplace_back(Before));
+    arguments.extra = extra;
+    arguments.digit = &digit;
+    const int code = operation.call(arguments);
+    for (size_t i = 0; i < operands.size(); ++i)
+        EXPECT_EQ(Hex(in[i]), operands[i]) << operation.name << " changed an operand";
+    std::string answer = std::to_string(code);
+    if (code != MP_SUCCESS) {
+        for (const Integer& result : out)
+            EXPECT_EQ(Hex(result), Before) << operation.name << " changed a result";
+        return answer;
+    }
+    const bool cofactors = std::string("mp_xgcd") == operation.name;
+    for (size_t i = 0; i < (cofactors ? 1 : operation.results); ++i)
+        answer += " " + Hex(out[i]);
+    if (cofactors)
+        ExpectCofactors(in[0], in[1], out);
+    if (operation.returnsDigit) {
+        char hex[8];
+        std::snprintf(hex, sizeof hex, " %x", static_cast<unsigned>(digit));
+        answer += hex;
+    }
+    return answer;
+}
+
+std::string Question(const Operation& operation, unsigned extra,
+                     const std::vector<std::string>& operands) {
+    std::string question = operation.name + (" " + std::to_string(extra));
+    for (const std::string& operand : operands)
+        question += " " + operand;
+    return question;
+}
+
+}  // namespace hx_test

@@ -1,0 +1,28 @@
+// Python's integers at the other end of a pipe: reference.py, asked line by line.
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstdio>
+#include <string>
+
+namespace hx_test {
+
+class Reference {
+public:
+    Reference();
+    ~Reference();
+    Reference(const Reference&) = delete;
+    Reference& operator=(const Reference&) = delete;
+
+    // Whether there is a Python to ask.
+    bool Available();
+    std::string Ask(const std::string& question);
+
+private:
+    pid_t m_child = -1;
+    FILE* m_to = nullptr;
+    FILE* m_from = nullptr;
+};
+
+}  // namespace hx_test
