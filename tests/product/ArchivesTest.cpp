@@ -2,6 +2,7 @@
 #include <chrono>
 #include <iterator>
 #include <sstream>
+#include <thread>
 
 #include "product/RunScript.h"
 
