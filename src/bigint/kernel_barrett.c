@@ -64,7 +64,7 @@ static size_t InnerScratch(size_t k) {
 }
 
 size_t hx_powm_scratch(size_t mn) {
-    return 10 * mn + 2 * HX_BLOCK + InnerScratch(mn);
+    return 10 * mn + (size_t)2 * HX_BLOCK + InnerScratch(mn);
 }
 
 static Barrett SetUp(const hx_limb* m, size_t k, unsigned shift, hx_limb* scratch) {

@@ -3,6 +3,7 @@
 #include "bigint/kernel.h"
 #include "bigint/kernel_x86_64.h"
 
+/* NOLINTNEXTLINE(readability-non-const-parameter): written by the assembly */
 hx_limb hx_div_wide(hx_limb high, hx_limb low, hx_limb d, hx_limb* remainder) {
 #if HX_ASSEMBLY
     hx_limb quotient;

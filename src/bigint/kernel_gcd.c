@@ -140,6 +140,7 @@ size_t hx_gcd_scratch(size_t an, size_t bn) {
     return 2 * (an + 1) + 4 * (bn + 3) + hx_div_scratch_bound(an);
 }
 
+/* NOLINTNEXTLINE(readability-non-const-parameter): divided in place through e */
 size_t hx_gcd(hx_limb* g, hx_limb* u, size_t* un, int* negative, hx_limb* a, size_t an, hx_limb* b,
               size_t bn, hx_limb* scratch) {
     Euclid e = {.r0 = a, .r1 = b, .n0 = an, .n1 = bn};

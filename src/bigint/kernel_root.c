@@ -18,7 +18,7 @@ static size_t RootLength(size_t n) {
 size_t hx_sqrt_scratch(size_t n) {
     /* A level keeps half its length of the root and of the number while the next one runs. */
     enum { Levels = 64 };
-    return 6 * n + 4 * Levels + hx_div_scratch_bound(n);
+    return 6 * n + (size_t)4 * Levels + hx_div_scratch_bound(n);
 }
 
 /* start = (the root of a >> 2k, plus 1) << k */

@@ -77,7 +77,7 @@ static size_t PowersSize(size_t levels) {
     return (Least() << levels) + levels + 1;
 }
 
-static Powers MakePowers(const Radix* r, size_t levels, hx_limb* memory, hx_limb* scratch) {
+static Powers MakePowers(const Radix* r, size_t levels, hx_limb* memory, hx_limb* rest) {
     Powers p = {.count = levels};
     for (size_t i = 0; i < levels; ++i) {
         p.power[i] = memory;
@@ -90,7 +90,7 @@ static Powers MakePowers(const Radix* r, size_t levels, hx_limb* memory, hx_limb
             }
         } else {
             const size_t n = p.length[i - 1];
-            hx_sqr(memory, p.power[i - 1], n, scratch);
+            hx_sqr(memory, p.power[i - 1], n, rest);
             p.length[i] = hx_normal(memory, 2 * n);
         }
         memory += Least() << i;
@@ -172,7 +172,8 @@ size_t hx_from_text_scratch(size_t digits, unsigned radix) {
     if (r.bits != 0 || chunks <= Least())
         return 0;
     /* The parts of a level are at most half of those above it, but for the first. */
-    return PowersSize(LevelsFor(chunks)) + 3 * chunks + 2 * Levels + hx_mul_scratch_bound(chunks);
+    return PowersSize(LevelsFor(chunks)) + 3 * chunks + (size_t)2 * Levels +
+           hx_mul_scratch_bound(chunks);
 }
 
 size_t hx_from_text(hx_limb* r, const unsigned char* values, size_t digits, unsigned radix,

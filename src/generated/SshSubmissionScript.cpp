@@ -8,7 +8,7 @@
 namespace {
 
 // Kept: the test in the loop compares a word, not the variable, so that no precision is passed on.
-void WriteArgumentScan(FILE* script) {
+void WriteSshArgumentScan(FILE* script) {
     std::fputs(R"(S_COMPRESS=""
 S_COMPRESS_ARCHIVE_PREC=""
 incompressarchiveprec="no"
@@ -84,7 +84,7 @@ int CInstallBase::WriteCorvaneSsh() {
         hx::WriteSubmissionSettings(script);
         hx::WriteSubmissionUser(script);
         hx::WriteSubmissionLog(script, "ssh");
-        WriteArgumentScan(script);
+        WriteSshArgumentScan(script);
         hx::WriteSubmissionDiagnostics(script);
         WriteArgumentStart(script);
         hx::WriteQueueArguments(script);

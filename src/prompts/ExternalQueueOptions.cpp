@@ -6,7 +6,7 @@
 
 namespace {
 
-constexpr const char* Menu = R"(
+constexpr const char* SchedulerMenu = R"(
 Choose scheduler...
   1) Torque/OpenPBS
   2) Slurm
@@ -34,7 +34,7 @@ void AskForCompanion(const QString& submitPath, const char* command, QString& pa
 
 void CInstallBase::PromptExternalQueueOptions() {
     InstallSeparator();
-    if (hx::AskMenu(*this, Menu, "scheduler") == 1) {
+    if (hx::AskMenu(*this, SchedulerMenu, "scheduler") == 1) {
         m_scheduler = QStringLiteral("TORQUE");
         AskForName("Queue", m_queueName);
         AskForCommand("qsub", m_qsubCmd);

@@ -26,7 +26,7 @@ job is 1024 MB.
                 ramMB, jobLimit, shareMB, ramMB, jobLimit);
 }
 
-void WriteNotice(int previousMB) {
+void WriteMemoryNotice(int previousMB) {
     std::printf(R"(A previous installation has set the memory usage
 limit to "%dMB".  To preserve setting, accept the
 default response to the next question.
@@ -44,7 +44,7 @@ int AskForMemory(CInstallBase& run) {
     const int offered = preserve ? run.m_prevMemoryLimitMB : shareMB;
     return hx::AskForLimit(run, offered, hx::IntegerComplaint, [&] {
         if (preserve)
-            WriteNotice(offered);
+            WriteMemoryNotice(offered);
         std::printf("Memory usage limit per job [%dMB]: ", offered);
     });
 }

@@ -6,7 +6,7 @@
 
 namespace {
 
-constexpr const char* Menu = R"(
+constexpr const char* QueueMenu = R"(
 Choose type of queue...
   1) Internal
        Default queue built into Corvane.  The queue implements
@@ -52,7 +52,7 @@ void WriteSummary(const CInstallBase& run) {
 void CInstallBase::PromptQueueType() {
     if (m_queueType == QueueUnset) {
         InstallSeparator();
-        m_queueType = hx::AskMenu(*this, Menu, "type of queue");
+        m_queueType = hx::AskMenu(*this, QueueMenu, "type of queue");
         if (m_queueType == QueueExternal)
             PromptExternalQueueOptions();
     }

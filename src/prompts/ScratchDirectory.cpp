@@ -21,7 +21,7 @@ the sticky bit set.
                stdout);
 }
 
-void WriteNotice(const QString& previous) {
+void WriteDirectoryNotice(const QString& previous) {
     std::printf(R"(A previous installation has set the scratch storage
 directory to "%s".  To preserve setting, accept
 the default response to the next question.
@@ -37,7 +37,7 @@ the default response to the next question.
 void CInstallBase::PromptScratchDirectory() {
     WriteIntroduction();
     if (!m_prevScratchDir.isEmpty()) {
-        WriteNotice(m_prevScratchDir);
+        WriteDirectoryNotice(m_prevScratchDir);
         m_scratchDir = m_prevScratchDir;
     }
     std::printf("Scratch directory [%s]: ", qUtf8Printable(m_scratchDir));

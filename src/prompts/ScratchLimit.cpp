@@ -36,7 +36,7 @@ simultaneously (job limit entered previously).
     return shareGB;
 }
 
-void WriteNotice(int previousGB) {
+void WriteScratchNotice(int previousGB) {
     std::printf(R"(A previous installation has set the scratch disk
 limit to "%dGB".  To preserve setting, accept the
 default response to the next question.
@@ -57,7 +57,7 @@ int AskForScratch(CInstallBase& run) {
     const int offered = preserve ? run.m_prevScratchLimitGB : shareGB;
     return hx::AskForLimit(run, offered, hx::IntegerComplaint, [&] {
         if (preserve)
-            WriteNotice(offered);
+            WriteScratchNotice(offered);
         std::printf("Scratch limit per job [%dGB]: ", offered);
     });
 }

@@ -4,7 +4,8 @@
 
 namespace {
 
-constexpr hx::ServiceTool Tool = {.preferred = "/sbin/service", .fallback = "/usr/sbin/service"};
+constexpr hx::ServiceTool InitTool = {.preferred = "/sbin/service",
+                                      .fallback = "/usr/sbin/service"};
 
 }  // namespace
 
@@ -13,19 +14,20 @@ CInitService::CInitService(QObject* parent) : QProcess(parent) {}
 CInitService::~CInitService() = default;
 
 int CInitService::Start(const QString& service) {
-    return hx::RunServiceTool(*this, Tool, {service, QStringLiteral("start")}, hx::Wait::No);
+    return hx::RunServiceTool(*this, InitTool, {service, QStringLiteral("start")}, hx::Wait::No);
 }
 
 int CInitService::Stop(const QString& service) {
-    return hx::RunServiceTool(*this, Tool, {service, QStringLiteral("stop")}, hx::Wait::ForTheEnd);
+    return hx::RunServiceTool(*this, InitTool, {service, QStringLiteral("stop")},
+                              hx::Wait::ForTheEnd);
 }
 
 int CInitService::Restart(const QString& service) {
-    return hx::RunServiceTool(*this, Tool, {service, QStringLiteral("restart")},
+    return hx::RunServiceTool(*this, InitTool, {service, QStringLiteral("restart")},
                               hx::Wait::ForTheEnd);
 }
 
 int CInitService::Status(const QString& service) {
-    return hx::RunServiceTool(*this, Tool, {service, QStringLiteral("status")},
+    return hx::RunServiceTool(*this, InitTool, {service, QStringLiteral("status")},
                               hx::Wait::ForTheEnd);
 }

@@ -4,7 +4,8 @@
 
 namespace {
 
-constexpr hx::ServiceTool Tool = {.preferred = "/bin/systemctl", .fallback = "/usr/bin/systemctl"};
+constexpr hx::ServiceTool SystemdTool = {.preferred = "/bin/systemctl",
+                                         .fallback = "/usr/bin/systemctl"};
 
 }  // namespace
 
@@ -13,19 +14,20 @@ CSystemdService::CSystemdService(QObject* parent) : QProcess(parent) {}
 CSystemdService::~CSystemdService() = default;
 
 int CSystemdService::Start(const QString& service) {
-    return hx::RunServiceTool(*this, Tool, {QStringLiteral("start"), service}, hx::Wait::No);
+    return hx::RunServiceTool(*this, SystemdTool, {QStringLiteral("start"), service}, hx::Wait::No);
 }
 
 int CSystemdService::Stop(const QString& service) {
-    return hx::RunServiceTool(*this, Tool, {QStringLiteral("stop"), service}, hx::Wait::ForTheEnd);
+    return hx::RunServiceTool(*this, SystemdTool, {QStringLiteral("stop"), service},
+                              hx::Wait::ForTheEnd);
 }
 
 int CSystemdService::Restart(const QString& service) {
-    return hx::RunServiceTool(*this, Tool, {QStringLiteral("restart"), service},
+    return hx::RunServiceTool(*this, SystemdTool, {QStringLiteral("restart"), service},
                               hx::Wait::ForTheEnd);
 }
 
 int CSystemdService::Status(const QString& service) {
-    return hx::RunServiceTool(*this, Tool, {QStringLiteral("status"), service},
+    return hx::RunServiceTool(*this, SystemdTool, {QStringLiteral("status"), service},
                               hx::Wait::ForTheEnd);
 }
