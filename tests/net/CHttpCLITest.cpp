@@ -5,7 +5,6 @@
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
 #include <QTimer>
-#include <cstddef>
 #include <memory>
 #include <string>
 
@@ -237,17 +236,6 @@ TEST(MetaObject, ListsFourSlotsInTheirOrderAndNothingElse) {
         EXPECT_EQ(method.access(), expected[i].access) << expected[i].signature;
         EXPECT_EQ(method.parameterNames(), expected[i].parameters) << expected[i].signature;
     }
-}
-
-// offsetof on a class with a virtual destructor is supported by our compilers, which warn of it.
-#pragma GCC diagnostic ignored "-Winvalid-offsetof"
-
-TEST(BinaryInterface, TheDownloadKeepsTheOrderOfItsFields) {
-    EXPECT_LT(offsetof(CHttpCLI, m_url), offsetof(CHttpCLI, m_eventLoop));
-    EXPECT_LT(offsetof(CHttpCLI, m_eventLoop), offsetof(CHttpCLI, m_cancelled));
-    EXPECT_LT(offsetof(CHttpCLI, m_cancelled), offsetof(CHttpCLI, m_data));
-    EXPECT_LT(offsetof(CHttpCLI, m_data), offsetof(CHttpCLI, m_manager));
-    EXPECT_LT(offsetof(CHttpCLI, m_manager), offsetof(CHttpCLI, m_reply));
 }
 
 }  // namespace
