@@ -41,13 +41,15 @@ bool NearerToThirds(int restOfThird, int restOfHalf) {
 }  // namespace
 
 std::optional<int> hx::NominalClock(const char* text) {
-    char* end = nullptr;
-    const double figure = std::strtod(text, &end);
+    // Kept: a word that is no number counts as 0.
+    const double figure = std::strtod(text, nullptr);
     // Written so that a NaN fails it too.
-    if (end == text || !(figure >= 0 && figure < TooLarge))
+    if (!(figure > -TooLarge && figure < TooLarge))
         return std::nullopt;
-    if (figure < 100)
-        return OnGridOfTens(figure);
+    if (figure < 100) {
+        const int tens = OnGridOfTens(figure);
+        return tens >= 0 ? std::optional(tens) : std::nullopt;
+    }
     const int thirds = Truncated(figure / Third);
     const int halves = Truncated(figure / Half);
     const int restOfThird = Truncated(figure - thirds * Third);

@@ -7,14 +7,10 @@
 #include <memory>
 #include <optional>
 
+#include "support/FileHandle.h"
 #include "support/storeFile.h"
 
 namespace hx {
-
-struct CloseFile {
-    void operator()(FILE* file) const { std::fclose(file); }
-};
-using FileHandle = std::unique_ptr<FILE, CloseFile>;
 
 struct FreeLines {
     void operator()(char** lines) const { freeStoredFile(lines); }

@@ -67,11 +67,17 @@ TEST_F(NominalClock, IsMinusOneWithoutAFigure) {
 }
 
 TEST_F(NominalClock, WhatIsNoClockLeavesTheNextLineToDecide) {
-    for (const char* word : {"", "unknown", "-1", "-500.5", "nan", "-nan", "inf", "-inf", "1e999",
-                             "1e300", "2147483648"}) {
+    for (const char* word :
+         {"", "-10", "-500.5", "nan", "-nan", "inf", "-inf", "1e999", "1e300", "2147483648"}) {
         const std::string line = std::string("cpu MHz : ") + word + "\n";
         ExpectClocks({{line, -1}, {line + "cpu MHz : 500\n", 500}});
     }
+}
+
+TEST_F(NominalClock, AWordThatIsNoNumberCountsAsZero) {
+    ExpectClocks({{"cpu MHz : unknown\ncpu MHz : 500\n", 0},
+                  {"cpu MHz : 2400.0 MHz\n", 0},
+                  {"cpu MHz : -1\ncpu MHz : 500\n", 0}});
 }
 
 TEST_F(NominalClock, TheFirstLineWithAFigureDecides) {
