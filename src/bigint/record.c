@@ -9,9 +9,7 @@ int hx_scratch_open(hx_scratch* s, size_t limbs) {
     s->limbs = s->fixed;
     if (limbs <= HX_SCRATCH_FIXED)
         return MP_SUCCESS;
-    if (limbs > SIZE_MAX / sizeof(hx_limb))
-        return MP_OUT_OF_MEMORY;
-    s->limbs = malloc(limbs * sizeof(hx_limb));
+    s->limbs = calloc(limbs, sizeof(hx_limb));
     return s->limbs == NULL ? MP_OUT_OF_MEMORY : MP_SUCCESS;
 }
 
