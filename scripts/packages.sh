@@ -4,7 +4,7 @@
 build_packages=(cmake g++ ninja-build qt6-base-dev)
 # What downloads are tested against; tinyproxy-bin is the program without a service.
 server_packages=(curl nginx openssl tinyproxy-bin)
-test_packages=(abigail-tools clang clang-format clang-tidy libclang-rt-14-dev libgtest-dev libxml2-utils
+test_packages=(abigail-tools clang clang-format clang-tidy git libclang-rt-14-dev libgtest-dev libxml2-utils
     python3-minimal shellcheck systemd-container "${server_packages[@]}")
 bench_packages=(libgmp-dev libssl-dev python3-minimal "${server_packages[@]}")
 export build_packages test_packages bench_packages
