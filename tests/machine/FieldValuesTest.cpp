@@ -79,6 +79,41 @@ TEST(FieldValues, TheQueueAllowPlaceholderTakesWhatTheEnvironmentHolds) {
     });
 }
 
+// The script as root would write it, run with one odd value. Returns what it said and its status.
+ProcessResult RunWith(QString CInstallBase::*field, const char* value) {
+    CInstallBase& run = NewRootRun();
+    run.*field = QString::fromUtf8(value);
+    return RunCommitScript(run);
+}
+
+// These are why cv_install refuses such values: the script takes them as they stand.
+TEST(FieldValues, CharactersOfTheScriptsToolsChangeWhatTheyDo) {
+    HX_REQUIRE_THROWAWAY_ROOT();
+    HX_EXPECT_SCENARIO([] {
+        PrepareMachine();
+        Values values = RunScriptValues(Tree, ProductDirectory);
+        ASSERT_EQ(RunWith(&CInstallBase::m_queueName, "a&b").status, 0);
+        values["CORV_QUEUE_NAME"] = "a%CORV_QUEUE_NAME%b";
+        EXPECT_EQ(ReadFile(Tree + "/corvane26"), RunScript(values));
+
+        ASSERT_EQ(RunWith(&CInstallBase::m_queueName, "a\\\\b").status, 0);
+        values["CORV_QUEUE_NAME"] = "ab";
+        EXPECT_EQ(ReadFile(Tree + "/corvane26"), RunScript(values));
+
+        const auto bar = RunWith(&CInstallBase::m_queueName, "a|b");
+        EXPECT_EQ(bar.status, 1);
+        EXPECT_NE(bar.out.find("Error, writing Corvane'26 run script"), std::string::npos);
+
+        const auto slash = RunCommitScript(NewRootRun(), {{"CORV_QUEUE_ALLOW", "a/b"}});
+        EXPECT_EQ(slash.status, 1);
+        EXPECT_NE(slash.out.find("Error, writing Corvane'26 run script"), std::string::npos);
+
+        fs::remove(Tree + "/QueueLimits");
+        EXPECT_EQ(RunWith(&CInstallBase::m_scratchDir, "/scr\"atch").status, 2);
+        EXPECT_EQ(ReadFile(Tree + "/QueueLimits"), "MaxThreads: 12\nMemoryPerThreadMB: 2048\n");
+    });
+}
+
 // Runs the script with this job limit; `last` is what QueueLimits holds behind its usual lines.
 void ExpectLimits(int jobLimit, const std::string& last) {
     CInstallBase& run = NewRootRun();
