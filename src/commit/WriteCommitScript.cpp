@@ -9,18 +9,19 @@
 
 #include "commit/CommitSections.h"
 #include "setuprun/CInstallBase.h"
+#include "support/FileHandle.h"
 
 namespace {
 
 // Opens a new file under /tmp, mode 0600; null, with the reason on stderr, when that fails.
-FILE* OpenScript(QString& path) {
+hx::FileHandle OpenScript(QString& path) {
     char name[80] = "/tmp/corvane26_commit_XXXXXX";
     const int descriptor = mkstemp(name);
     if (descriptor == -1) {
         std::fprintf(stderr, "Writing Commit Script: mkstemp failed, %s\n", std::strerror(errno));
         return nullptr;
     }
-    FILE* script = fdopen(descriptor, "w");
+    hx::FileHandle script(fdopen(descriptor, "w"));
     if (script == nullptr) {
         close(descriptor);
         std::fprintf(stderr, "Writing Commit Script: fdopen failed\n");
@@ -50,6 +51,7 @@ void WriteSections(FILE* script, CInstallBase& run) {
     hx::WriteRunScript(script, run);
     if (root) {
         hx::WriteCommandLink(script, "corvane26");
+        // Kept: an empty line behind the first link only.
         std::fputs("\n", script);
     }
     hx::WriteSnapshotScript(script, run);
@@ -68,10 +70,9 @@ void WriteSections(FILE* script, CInstallBase& run) {
 
 bool CInstallBase::WriteCommitScript(QString& path, bool /*reserved*/) {
     path.clear();
-    FILE* script = OpenScript(path);
+    const hx::FileHandle script = OpenScript(path);
     if (script == nullptr)
         return false;
-    WriteSections(script, *this);
-    std::fclose(script);
+    WriteSections(script.get(), *this);
     return true;
 }

@@ -10,6 +10,7 @@
 
 #include "generated/FileWriter.h"
 #include "setuprun/CInstallBase.h"
+#include "setuprun/Require.h"
 
 namespace {
 
@@ -29,7 +30,7 @@ LinkState Examine(const QString& path, const char* link, const char* target) {
     const bool present = lstat(link, &entry) == 0;
     if (!present && errno == ENOENT)
         return LinkState::New;
-    hx::Require(present, "Unable to lstat \"", path, "\"");
+    hx::Require(present, "Unable to lstat \"", path);
     if (S_ISLNK(entry.st_mode) && HasText(link, target))
         return LinkState::Correct;
     return LinkState::Replaced;
@@ -53,7 +54,7 @@ void KeepLink(CInstallBase& run, const char* name, const char* title) {
     const QByteArray target = (run.m_installDir + u'/' + QLatin1String(name)).toUtf8();
     const LinkState state = Examine(path, link.constData(), target.constData());
     if (state == LinkState::Replaced)
-        hx::Require(unlink(link.constData()) == 0, "Unable to remove \"", path, "\"");
+        hx::Require(unlink(link.constData()) == 0, "Unable to remove \"", path);
     if (state != LinkState::Correct) {
         hx::Require(symlink(target.constData(), link.constData()) == 0, "Unable to create \"", path,
                     " link\"");

@@ -5,6 +5,10 @@
 
 #include <cerrno>
 #include <cstddef>
+#include <iterator>
+
+#include "setuprun/Require.h"
+#include "support/FileHandle.h"
 
 namespace hx {
 namespace {
@@ -32,7 +36,6 @@ constexpr FailureTexts ofQChemFiles = {{"Unable to delete \"", "\""},
                                        OpenFailure::EndsWithTwo};
 constexpr FailureTexts ofQueueFiles = {
     {"Unable to delete \"", "\""}, {"Unable to create \"", "\""}, OpenFailure::EndsWithTwo};
-constexpr Frame ofModes = {"Unable to chmod \"", "\""};
 
 struct FileTraits {
     const char* suffix;
@@ -55,13 +58,10 @@ constexpr FileTraits table[] = {
     {"/qchemrc/qcscratch", ofQChemFiles, nullptr, nullptr, 0644},
     {"/queue_entries", ofQueueFiles, nullptr, nullptr, 0666},
     {"/QueueLimits", ofQueueFiles, nullptr, nullptr, 0644}};
+static_assert(std::size(table) == static_cast<size_t>(RunTimeFile::Count));
 
-void RequireMode(const char* name, const QString& path, mode_t mode) {
-    Require(chmod(name, mode) == 0, ofModes.before, path, ofModes.after);
-}
-
-FILE* Open(const char* name, const QString& path, const FailureTexts& failures) {
-    FILE* file = std::fopen(name, "w");
+FileHandle Open(const char* name, const QString& path, const FailureTexts& failures) {
+    FileHandle file(std::fopen(name, "w"));
     const int error = errno;
     if (file == nullptr) {
         const bool tellsNumber = failures.openFailure == OpenFailure::EndsWithErrno;
@@ -84,10 +84,8 @@ void WriteRunTimeFile(CInstallBase& run, RunTimeFile file,
         Require(unlink(name.constData()) == 0, traits.failures.unlink.before, path,
                 traits.failures.unlink.after);
     }
-    FILE* stream = Open(name.constData(), path, traits.failures);
-    content(stream);
-    std::fclose(stream);
-    RequireMode(name.constData(), path, traits.mode);
+    content(Open(name.constData(), path, traits.failures).get());
+    Require(chmod(name.constData(), traits.mode) == 0, "Unable to chmod \"", path);
     if (traits.updated == nullptr)
         return;
     Report(run, [&] {
@@ -101,12 +99,6 @@ void Report(CInstallBase& run, const std::function<void()>& lines) {
     if (run.m_allowNonRoot)
         lines();
     run.InstallPause();
-}
-
-void Require(bool success, const char* before, const QString& path, const char* after) {
-    const int error = errno;
-    if (!success)
-        CInstallBase::InstallError(QLatin1String(before) + path + QLatin1String(after), 2, error);
 }
 
 }  // namespace hx

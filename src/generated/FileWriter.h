@@ -18,7 +18,8 @@ enum class RunTimeFile {
     QChemRC,
     QCScratch,
     QueueEntries,
-    QueueLimits
+    QueueLimits,
+    Count
 };
 
 // Writes `file` below m_installDir anew, with its mode whatever the umask, and reports it if it is
@@ -30,9 +31,5 @@ void WriteRunTimeFile(CInstallBase& run, RunTimeFile file,
 
 // A separator, the lines if the run reports on stdout, and a pause.
 void Report(CInstallBase& run, const std::function<void()>& lines);
-
-// Unless `success`, ends the process with status 2 and the text of errno, which must be the
-// failure's. The message is the path between the two texts.
-void Require(bool success, const char* before, const QString& path, const char* after);
 
 }  // namespace hx

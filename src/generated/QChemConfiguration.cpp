@@ -1,23 +1,19 @@
 // The two files that Q-Chem reads, in the directory that the run script exports as CORV_QCHEMRC.
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdio>
 
 #include "generated/FileWriter.h"
 #include "setuprun/CInstallBase.h"
+#include "setuprun/Require.h"
 
 namespace {
 
 // Whichever file comes first makes the directory. An existing one stays as it is.
-void MakeDirectory(const CInstallBase& run) {
+void EnsureDirectory(const CInstallBase& run) {
     const QString path = run.m_installDir + QStringLiteral("/qchemrc");
-    const QByteArray name = path.toUtf8();
-    if (access(name.constData(), F_OK) == 0)
-        return;
-    hx::Require(mkdir(name.constData(), 0755) == 0, "Unable to create \"", path, "\"");
-    // The umask has no say.
-    hx::Require(chmod(name.constData(), 0755) == 0, "Unable to chmod \"", path, "\"");
+    if (access(path.toUtf8().constData(), F_OK) != 0)
+        hx::MakeDirectory(path, "Unable to create \"");
 }
 
 // The backslashes come first, so that those of the quotes are not doubled.
@@ -30,7 +26,7 @@ QByteArray Escaped(QString text) {
 }  // namespace
 
 int CInstallBase::WriteQChemRC() {
-    MakeDirectory(*this);
+    EnsureDirectory(*this);
     hx::WriteRunTimeFile(*this, hx::RunTimeFile::QChemRC, [this](FILE* file) {
         // Kept: gigabytes in the one line, megabytes in the other.
         std::fprintf(file,
@@ -48,7 +44,7 @@ $end
 }
 
 int CInstallBase::WriteQCScratch() {
-    MakeDirectory(*this);
+    EnsureDirectory(*this);
     hx::WriteRunTimeFile(*this, hx::RunTimeFile::QCScratch, [this](FILE* file) {
         std::fputs(Escaped(m_scratchDir).constData(), file);
     });

@@ -30,12 +30,6 @@ void ReadTextAnswerInto(QString& field) {
         field = answer;
 }
 
-int LimitFromAnswer(const QString& answer) {
-    bool isNumber = false;
-    const int limit = answer.toInt(&isNumber);
-    return isNumber && limit >= 1 ? limit : 0;
-}
-
 int AskMenu(CInstallBase& run, const char* menu, const char* question) {
     for (;;) {
         std::fputs(menu, stdout);

@@ -15,9 +15,6 @@ QString ReadTextAnswer();
 // Reads a text answer into `field`, which an empty answer leaves as it is.
 void ReadTextAnswerInto(QString& field);
 
-// A limit as it was typed: a decimal integer from 1 to 2^31 - 1, or 0 for anything else.
-int LimitFromAnswer(const QString& answer);
-
 // Shows `menu` until it is answered with 1 or 2, and returns that. A menu has no default: at the
 // end of the input the process ends with status 2 and a sentence that names the `question`.
 int AskMenu(CInstallBase& run, const char* menu, const char* question);

@@ -5,6 +5,16 @@
 #include "prompts/Console.h"
 
 namespace hx {
+namespace {
+
+// A limit as it was typed: a decimal integer from 1 to 2^31 - 1, or 0 for anything else.
+int LimitFromAnswer(const QString& answer) {
+    bool isNumber = false;
+    const int limit = answer.toInt(&isNumber);
+    return isNumber && limit >= 1 ? limit : 0;
+}
+
+}  // namespace
 
 int AskForLimit(CInstallBase& run, int offered, const char* complaint,
                 const std::function<void()>& ask) {

@@ -8,17 +8,13 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <memory>
 #include <utility>
+
+#include "support/FileHandle.h"
 
 namespace {
 
 constexpr const char* Blanks = " \t";
-
-struct CloseFile {
-    void operator()(FILE* file) const { std::fclose(file); }
-};
-using FileHandle = std::unique_ptr<FILE, CloseFile>;
 
 char* SkipBlanks(char* text) {
     return text + std::strspn(text, Blanks);
@@ -89,7 +85,7 @@ CQueueLimits::CQueueLimits(const char* directory) {
     if (directory != nullptr)
         m_path = directory;
     m_path += "/QueueLimits";
-    const FileHandle file(std::fopen(m_path.c_str(), "r"));
+    const hx::FileHandle file(std::fopen(m_path.c_str(), "r"));
     if (file == nullptr)
         m_path.clear();
     else
@@ -128,7 +124,7 @@ bool CQueueLimits::accessQueueLimits() {
 int CQueueLimits::writeQueueLimits() {
     if (m_path.empty())
         return -1;
-    const FileHandle file(std::fopen(m_path.c_str(), "w"));
+    const hx::FileHandle file(std::fopen(m_path.c_str(), "w"));
     if (file == nullptr)
         return errno;
     std::fprintf(file.get(),

@@ -1,0 +1,14 @@
+// A stream that is closed with its handle.
+#pragma once
+
+#include <cstdio>
+#include <memory>
+
+namespace hx {
+
+struct CloseFile {
+    void operator()(FILE* file) const { std::fclose(file); }
+};
+using FileHandle = std::unique_ptr<FILE, CloseFile>;
+
+}  // namespace hx
