@@ -5,9 +5,9 @@
 #include <array>
 #include <cstdio>
 
+#include "Letter.h"
 #include "ScratchCheck.h"
 #include "ValueGuard.h"
-#include "support/HXfgets.h"
 
 namespace {
 
@@ -83,11 +83,7 @@ ExitStatus Ask(CInstallBase& run, void (CInstallBase::*prompt)()) {
 }
 
 bool WantsAnotherDirectory() {
-    std::printf("Choose another directory? [Y/n] ");
-    std::fflush(stdout);
-    std::array<char, 1024> answer = {};
-    HXfgets(answer.data(), static_cast<int>(answer.size()), stdin);
-    return answer[0] != 'n' && answer[0] != 'N';
+    return AskForLetter("Choose another directory? [Y/n] ") != 'n';
 }
 
 // The library takes any directory, so an unsuitable one is told here, while it can be taken back.

@@ -8,7 +8,7 @@
 #include <array>
 #include <cstdio>
 
-#include "support/HXfgets.h"
+#include "Letter.h"
 
 namespace {
 
@@ -101,9 +101,5 @@ void ShowPlan(CInstallBase& run, const QString& scriptPath) {
 }
 
 bool ConfirmPlan() {
-    std::printf("Go on? [y/N] ");
-    std::fflush(stdout);
-    std::array<char, 1024> answer = {};
-    HXfgets(answer.data(), static_cast<int>(answer.size()), stdin);
-    return answer[0] == 'y' || answer[0] == 'Y';
+    return AskForLetter("Go on? [y/N] ") == 'y';
 }

@@ -4,6 +4,7 @@
 #include <sys/types.h>
 #include <unistd.h>
 
+#include <QFile>
 #include <atomic>
 #include <csignal>
 #include <cstdio>
@@ -21,10 +22,15 @@ std::atomic<pid_t> scriptGroup = 0;
 std::atomic<int> receivedSignal = 0;
 static_assert(std::atomic<int>::is_always_lock_free);
 
+// Bash ignores the quit key's signal, and would go on without the tool that dies of it.
+int ForTheScript(int signal) {
+    return signal == SIGQUIT ? SIGTERM : signal;
+}
+
 void PassOn(int signal) {
     receivedSignal = signal;
     if (scriptGroup > 0)
-        kill(-scriptGroup, signal);
+        kill(-scriptGroup, ForTheScript(signal));
 }
 
 // While it lives, a request to end goes to the script, and cv_install stays to tell the outcome.
@@ -34,8 +40,12 @@ public:
         struct sigaction action = {};
         action.sa_handler = PassOn;
         action.sa_flags = SA_RESTART;
-        for (size_t i = 0; i < std::size(passedOn); ++i)
-            sigaction(passedOn[i], &action, &m_former[i]);
+        for (size_t i = 0; i < std::size(passedOn); ++i) {
+            sigaction(passedOn[i], nullptr, &m_former[i]);
+            // What the caller ignores, as nohup does, stays ignored, by the script as well.
+            if (m_former[i].sa_handler != SIG_IGN)
+                sigaction(passedOn[i], &action, nullptr);
+        }
     }
     ~SignalsPassedOn() {
         for (size_t i = 0; i < std::size(passedOn); ++i)
@@ -49,23 +59,32 @@ public:
         setpgid(group, group);
         scriptGroup = group;
         if (receivedSignal != 0)
-            kill(-group, receivedSignal);
+            kill(-group, ForTheScript(receivedSignal));
     }
 
 private:
-    static constexpr int passedOn[] = {SIGINT, SIGTERM, SIGHUP};
+    static constexpr int passedOn[] = {SIGINT, SIGQUIT, SIGTERM, SIGHUP};
     struct sigaction m_former[std::size(passedOn)] = {};
 };
 
-// Values of an older run script must not leak into the new one.
+// What changes the meaning of the script's lines, or which programs they find.
+bool SteersTheShell(const QString& name) {
+    const QStringList names = {"BASH_ENV", "ENV", "SHELLOPTS", "BASHOPTS", "TAR_OPTIONS"};
+    return names.contains(name) || name.startsWith(u"BASH_FUNC_");
+}
+
+// Values of an older run script must not leak into the new one, nor root's shell into its script.
 QProcessEnvironment ScriptEnvironment() {
+    const bool root = getuid() == 0;
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
     const QStringList kept = {"CORV_CORVANERC", "CORV_ACCESS", "CORV_INSTALL"};
     const QStringList names = environment.keys();
     for (const QString& name : names) {
-        if (name.startsWith(u"CORV_") && !kept.contains(name))
+        if ((name.startsWith(u"CORV_") && !kept.contains(name)) || (root && SteersTheShell(name)))
             environment.remove(name);
     }
+    if (root)
+        environment.insert(QStringLiteral("PATH"), QStringLiteral("/usr/sbin:/usr/bin:/sbin:/bin"));
     return environment;
 }
 
@@ -132,31 +151,44 @@ int TellEnd(const CCommitScript& script, const QString& path) {
     return script.exitCode();
 }
 
+// The library does not look at its writes: on a full disc the script is cut short, or empty.
+bool IsComplete(const QString& path) {
+    QFile script(path);
+    return script.open(QIODevice::ReadOnly) && script.readAll().endsWith("\nexit 0\n");
+}
+
 }  // namespace
 
 QString WriteScript(CInstallBase& run) {
     QString path;
-    if (!run.WriteCommitScript(path, false)) {
-        std::fprintf(
-            stderr,
-            "cv_install: the commit script could not be written, nothing has been changed\n"
-            "    See that /tmp exists, may be written to and has space, and run the setup "
-            "again.\n");
-    }
-    return path;
+    if (run.WriteCommitScript(path, false) && IsComplete(path))
+        return path;
+    if (!path.isEmpty())
+        unlink(path.toUtf8().constData());
+    std::fprintf(stderr,
+                 "cv_install: the commit script could not be written, nothing has been changed\n"
+                 "    See that /tmp exists, may be written to and has space, and run the setup "
+                 "again.\n");
+    return {};
 }
 
 int FollowScript(const QString& path) {
     std::printf("Commit script: %s\n", qUtf8Printable(path));
     std::fflush(stdout);
 
+    // A console that goes away does not stop the script half-way: the log goes on.
+    std::signal(SIGPIPE, SIG_IGN);
     const SignalsPassedOn whileItRuns;
     CCommitScript script;
     Progress progress(path);
     ShowOutput(script, progress);
     script.setProcessEnvironment(ScriptEnvironment());
-    // A group of its own, so that a signal reaches the script and its tools exactly once.
-    script.setChildProcessModifier([] { setpgid(0, 0); });
+    // A group of its own, so that a signal reaches the script and its tools exactly once. The umask
+    // has no say.
+    script.setChildProcessModifier([] {
+        setpgid(0, 0);
+        umask(022);
+    });
     script.Run(path);
     if (!script.waitForStarted(-1))
         return TellNotStarted(script);

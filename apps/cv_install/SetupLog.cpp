@@ -1,6 +1,7 @@
 #include "SetupLog.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -13,24 +14,21 @@ namespace {
 int logDescriptor = -1;
 std::string logPath;
 
-bool WriteAll(int descriptor, const char* text, size_t length) {
+void WriteAll(int descriptor, const char* text, size_t length) {
     while (length > 0) {
         const ssize_t written = write(descriptor, text, length);
         if (written < 0 && errno == EINTR)
             continue;
         if (written <= 0)
-            return false;
+            return;
         text += written;
         length -= static_cast<size_t>(written);
     }
-    return true;
 }
 
-// The console comes first; a log that cannot be written to any more does not stop a setup.
+// The console comes first; neither of the two that cannot be written to any more stops a setup.
 ssize_t WriteToBoth(void* cookie, const char* text, size_t length) {
-    const int console = *static_cast<const int*>(cookie);
-    if (!WriteAll(console, text, length))
-        return 0;
+    WriteAll(*static_cast<const int*>(cookie), text, length);
     WriteAll(logDescriptor, text, length);
     return static_cast<ssize_t>(length);
 }
@@ -51,7 +49,11 @@ int OpenLog(bool rootRun) {
     if (rootRun) {
         logPath = "/var/log/corvane26_setup.log";
         // A link that somebody else put there is not followed.
-        return open(logPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0600);
+        const int log =
+            open(logPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0600);
+        // One that is there already may have another mode.
+        fchmod(log, 0600);
+        return log;
     }
     logPath = "/tmp/corvane26_setup_XXXXXX.log";
     return mkostemps(logPath.data(), 4, O_CLOEXEC);

@@ -29,13 +29,20 @@ constexpr TreeEntry treeEntries[] = {
     {"/corvane26_ssh", S_IFREG},
 };
 
+// A link in the tree that root made may have been moved there by who may write to the tree.
+const char* TrapInLink(const struct stat& entry, bool inTree) {
+    if (entry.st_uid != 0)
+        return "is a symbolic link that root did not make";
+    return inTree ? "is a symbolic link in a directory that others may write to" : nullptr;
+}
+
 // What is wrong with the entry, or nothing.
-const char* TrapAt(const char* path, mode_t type) {
+const char* TrapAt(const char* path, mode_t type, bool inTree) {
     struct stat entry = {};
     if (lstat(path, &entry) != 0)
         return nullptr;
     if (S_ISLNK(entry.st_mode))
-        return entry.st_uid == 0 ? nullptr : "is a symbolic link that root did not make";
+        return TrapInLink(entry, inTree);
     // A wrong kind that does no harm is left for the script to fail on.
     if (type == S_IFREG && !S_ISREG(entry.st_mode) && !S_ISDIR(entry.st_mode))
         return "is neither a file nor a directory";
@@ -46,10 +53,10 @@ const char* TrapAt(const char* path, mode_t type) {
 
 }  // namespace
 
-QString FindTrapInTree(const CInstallBase& run) {
+QString FindTrapInTree(const QString& installDir) {
     for (const TreeEntry& entry : treeEntries) {
-        const QString path = run.m_installDir + QLatin1String(entry.path);
-        const char* trap = TrapAt(path.toUtf8().constData(), entry.type);
+        const QString path = installDir + QLatin1String(entry.path);
+        const char* trap = TrapAt(path.toUtf8().constData(), entry.type, *entry.path != '\0');
         if (trap != nullptr) {
             return QStringLiteral(
                        "\"%1\" %2, and root would write through it\n"

@@ -4,9 +4,10 @@
 #include "setuprun/CInstallBase.h"
 
 // Members of the service group may write to the shared tree, and the commit script follows what it
-// finds there. Returns what must not be followed, with the remedy, or nothing: a link that root did
-// not make, or something other than a plain file or directory where the script writes one.
-QString FindTrapInTree(const CInstallBase& run);
+// finds there. Returns what must not be followed, with the remedy, or nothing: a link, other than
+// one of root's that is the tree itself, or something other than a plain file or directory where
+// the script writes one.
+QString FindTrapInTree(const QString& installDir);
 
 // What makes a user's setup fail in the midst, with the remedy, or nothing: run scripts of another
 // owner, whose mode that user cannot change.

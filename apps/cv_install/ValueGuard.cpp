@@ -55,7 +55,8 @@ const GuardedField guardedFields[] = {
 };
 
 bool IsControl(QChar character) {
-    return character.unicode() < 0x20 || character.unicode() == 0x7f;
+    // Terminals obey those of the upper half too.
+    return character.category() == QChar::Other_Control;
 }
 
 // What makes `value` unusable, or nothing.

@@ -24,16 +24,20 @@ void AnswerWithDefaults(CInstallBase& run) {
         run.m_queueType = CInstallBase::QueueInternal;
 }
 
-// A trap in the tree, or a tree that is not this user's. True when there is neither.
-bool TreeIsUsable(const CInstallBase& run) {
-    const bool rootRun = run.m_accessFlags == CInstallBase::RootAccess;
-    const QString problem = rootRun ? FindTrapInTree(run) : FindForeignRunScript(run);
+// Tells the problem; true when there is none.
+bool IsUsable(const QString& problem) {
     if (problem.isEmpty())
         return true;
     std::fflush(stdout);
     std::fprintf(stderr, "cv_install: %s\n    Nothing has been changed.\n",
                  qUtf8Printable(problem));
     return false;
+}
+
+// A trap in the tree, or a tree that is not this user's. True when there is neither.
+bool TreeIsUsable(const CInstallBase& run) {
+    const bool rootRun = run.m_accessFlags == CInstallBase::RootAccess;
+    return IsUsable(rootRun ? FindTrapInTree(run.m_installDir) : FindForeignRunScript(run));
 }
 
 // Root sees what will happen and agrees to it; the script is the plan's other half.
@@ -60,6 +64,9 @@ ExitStatus Prepare(CInstallBase& run) {
 }
 
 int RunSetup(Arguments& arguments) {
+    // The constructor reads the tree's QueueLimits, and would wait for the writer of a pipe.
+    if (getuid() == 0 && !IsUsable(FindTrapInTree(QStringLiteral("/var/corvane"))))
+        return static_cast<int>(ExitStatus::TreeRefused);
     CInstallBase run(CInstallBase::ParseUserModeArg(arguments.argc(), arguments.argv()),
                      arguments.argc(), arguments.argv());
     // Without a figure one core is assumed: the limits are offered untested, and divided by.

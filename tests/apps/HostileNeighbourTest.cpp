@@ -48,7 +48,9 @@ TEST_P(HostileNeighbour, WritesCodeIntoTheScratchLine) {
 
 INSTANTIATE_TEST_SUITE_P(Code, HostileNeighbour,
                          testing::Values("$(touch /pwned)", "`touch /pwned`",
-                                         "\" ; touch /pwned ; \"", "/tmp\\", "/tmp\r", "/\x1b[2J"));
+                                         "\" ; touch /pwned ; \"", "/tmp\\", "/tmp\r", "/\x1b[2J",
+                                         "/\xc2\x9b"
+                                         "2J"));
 
 TEST(HostileNeighbour, WritesOddLinesThatDoNoHarm) {
     HX_REQUIRE_THROWAWAY_ROOT();
@@ -102,6 +104,33 @@ TEST(HostileNeighbour, PlantsAPipeOrASecondName) {
         8, "\"/var/corvane/QueueEntries\" is neither a file nor a directory");
     ExpectRefusal([] { Shell("ln -f /etc/shadow /var/corvane/QueueEntries"); }, 8,
                   "\"/var/corvane/QueueEntries\" has a second name");
+}
+
+TEST(HostileNeighbour, PlantsWhatCannotBeReadToItsEnd) {
+    HX_REQUIRE_THROWAWAY_ROOT();
+    ExpectRefusal([] { AsMallory("cd /var/corvane; rm QueueLimits; mkfifo QueueLimits"); }, 8,
+                  "\"/var/corvane/QueueLimits\" is neither a file nor a directory");
+    ExpectRefusal([] { AsMallory("cd /var/corvane; rm QueueLimits; ln -s /dev/zero QueueLimits"); },
+                  8, "\"/var/corvane/QueueLimits\" is a symbolic link");
+}
+
+// The repository's link is root's, and whoever may write to the tree says where it points.
+TEST(HostileNeighbour, MovesALinkThatRootMade) {
+    HX_REQUIRE_THROWAWAY_ROOT();
+    ExpectRefusal(
+        [] {
+            AsMallory(
+                "cd /var/corvane/corvanerc; mv corvane26server away; mkdir corvane24server; "
+                "ln -s /srv/evil corvane24server/CorvaneServerRepository");
+            ASSERT_EQ(RunRootSetup({"--yes"}).status, 0);
+            Shell("rm /tmp/corvane26_commit_*");
+            AsMallory(
+                "cd /var/corvane; rm QueueEntries; "
+                "mv corvanerc/corvane26server/CorvaneServerRepository QueueEntries");
+            ASSERT_EQ(Shell("stat -c %U /var/corvane/QueueEntries"), "root");
+        },
+        8, "\"/var/corvane/QueueEntries\" is a symbolic link in a directory that others may write");
+    ASSERT_FALSE(std::filesystem::exists("/srv/evil"));
 }
 
 TEST(HostileNeighbour, AFollowedLinkOfRootIsFine) {

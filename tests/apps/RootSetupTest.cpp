@@ -1,6 +1,8 @@
 // Setups by root: the plan and the agreement to it, the log, the summary, and what they leave.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
+#include <cstdlib>
 #include <filesystem>
 
 #include "apps/RootSetup.h"
@@ -37,6 +39,37 @@ TEST(RootSetup, MakesAccountTreeLinksAndUnit) {
         EXPECT_EQ(Shell("grep ^ExecStart /etc/systemd/system/corvane26_service.service"),
                   "ExecStart=/usr/bin/corvane26_service_script start");
         EXPECT_EQ(Shell("corvane26 --root-path"), "CORV_ROOT=/opt/corvane26");
+    });
+}
+
+TEST(RootSetup, TakesNoModeFromTheUmask) {
+    HX_REQUIRE_THROWAWAY_ROOT();
+    HX_EXPECT_SCENARIO([] {
+        LayOutRootSetup();
+        umask(077);
+        ASSERT_EQ(RunRootSetup({"--yes"}).status, 0);
+        EXPECT_EQ(Shell("stat -c %a /usr/bin/corvane26_service_script"), "755");
+        EXPECT_EQ(Shell("stat -c %a /var/corvane/corvane26_service.service"), "644");
+        EXPECT_EQ(Shell("stat -c %a /etc/systemd/system/corvane26_service.service"), "644");
+    });
+}
+
+// "su" without "-" keeps the caller's environment.
+TEST(RootSetup, TakesNoProgramsFromTheEnvironment) {
+    HX_REQUIRE_THROWAWAY_ROOT();
+    HX_EXPECT_SCENARIO([] {
+        LayOutRootSetup();
+        Shell(
+            "mkdir /srv/bin; printf '#!/bin/sh\ntouch /pwned\n' > /srv/bin/stat; "
+            "chmod 755 /srv/bin/stat; echo touch /pwned > /srv/before");
+        const std::string path = std::string("/srv/bin:") + getenv("PATH");
+        setenv("PATH", path.c_str(), 1);
+        setenv("BASH_ENV", "/srv/before", 1);
+        setenv("BASH_FUNC_stat%%", "() { touch /pwned; }", 1);
+        setenv("TAR_OPTIONS", "--no-such-option", 1);
+        const auto result = RunRootSetup({"--yes"});
+        EXPECT_EQ(result.status, 0) << result.err;
+        EXPECT_FALSE(std::filesystem::exists("/pwned"));
     });
 }
 

@@ -63,6 +63,25 @@ TEST_F(ScriptRun, AScriptThatCannotBeWrittenHasItsOwnStatus) {
     EXPECT_FALSE(m_setup.Has("corvanerc"));
 }
 
+TEST_F(ScriptRun, AScriptThatIsCutShortIsNotRun) {
+    for (const char* kilobytes : {"0", "4", "8"}) {
+        std::vector<std::string> command = {"/bin/bash", "-c",
+                                            std::string("(trap '' XFSZ; ulimit -f ") + kilobytes +
+                                                "; exec \"$@\") 2>&1 | cat; exit ${PIPESTATUS[0]}",
+                                            "bash"};
+        for (const std::string& word : m_setup.Command(m_yes))
+            command.push_back(word);
+        const auto result = m_setup.RunProgram(command);
+        EXPECT_EQ(result.status, 5);
+        EXPECT_NE(
+            result.out.find("the commit script could not be written, nothing has been changed"),
+            std::string::npos)
+            << result.out;
+        EXPECT_TRUE(m_setup.CommitScripts().empty());
+        EXPECT_FALSE(m_setup.Has("corvanerc"));
+    }
+}
+
 TEST_F(ScriptRun, AScriptThatCannotBeStartedHasItsOwnStatus) {
     hx_test::WriteFile(m_setup.Root() + "/no_bash", "");
     m_setup.Bind(m_setup.Root() + "/no_bash", std::filesystem::canonical("/bin/bash").string());
@@ -117,6 +136,41 @@ TEST_F(ScriptRun, ATerminateSignalIsPassedOnAndReported) {
     EXPECT_TRUE(terminal.WaitFor("was ended by a signal (Terminated)")) << terminal.Output();
     EXPECT_EQ(terminal.Finish(), 128 + SIGTERM);
     ExpectHeldCommandIsGone();
+}
+
+TEST_F(ScriptRun, TheQuitKeyIsPassedOnAndReported) {
+    HoldTheScript();
+    Terminal terminal(Terminal::Mode::Person, [&] { m_setup.Become(CommandWithLines()); });
+    ASSERT_TRUE(terminal.WaitFor("held"));
+    terminal.Send("\x1c");
+    EXPECT_TRUE(terminal.WaitFor("was ended by a signal (Terminated)")) << terminal.Output();
+    EXPECT_EQ(terminal.Finish(), 128 + SIGTERM);
+    ExpectHeldCommandIsGone();
+}
+
+TEST_F(ScriptRun, AHangUpThatTheCallerIgnoresStopsNothing) {
+    BeforeTheScript("echo held; until [ -e /tmp/go ]; do sleep 0.05; done\n");
+    Terminal terminal(Terminal::Mode::Person, [&] {
+        std::signal(SIGHUP, SIG_IGN);
+        m_setup.Become(CommandWithLines());
+    });
+    ASSERT_TRUE(terminal.WaitFor("held"));
+    kill(terminal.Pid(), SIGHUP);
+    hx_test::WriteFile(m_setup.Root() + "/go", "");
+    EXPECT_TRUE(terminal.WaitFor("completed successfully!")) << terminal.Output();
+    EXPECT_EQ(terminal.Finish(), 0);
+}
+
+TEST_F(ScriptRun, AReaderThatGoesAwayStopsNothing) {
+    BeforeTheScript("echo held; until [ -e /tmp/go ]; do sleep 0.05; done\n");
+    std::vector<std::string> command = {
+        "/bin/bash", "-c",
+        "{ \"$@\"; echo $? > /tmp/status; } | { sed /held/q; exec 0<&-; touch /tmp/go; }", "bash"};
+    for (const std::string& word : CommandWithLines())
+        command.push_back(word);
+    m_setup.RunProgram(command);
+    EXPECT_EQ(hx_test::ReadFile(m_setup.Root() + "/status"), "0\n");
+    EXPECT_TRUE(m_setup.Has("QueueLimits"));
 }
 
 TEST_F(ScriptRun, AScriptThatOutlivesASignalIsReportedToo) {
