@@ -1,20 +1,64 @@
-// From the start of a process to the end of the setup run's constructor, against an empty program
-// that loads Qt Core. It expects both beside itself.
+// The start of processes against that of an empty program that loads Qt Core: to the end of the
+// setup run's constructor, of a program that only loads the library, of "cv_install --version", and
+// the dynamic loader's share. It expects the programs of bench/ beside itself.
+#include <unistd.h>
+
 #include <filesystem>
+#include <fstream>
 
 #include "Timing.h"
 
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr int Rounds = 101;
+
+// The loader's cycles for relocations, as it tells them itself.
+double RelocationCycles(const std::vector<std::string>& command) {
+    const std::string report =
+        fs::temp_directory_path() / ("hx_loader_" + std::to_string(getpid()));
+    std::vector<std::string> traced = {"/usr/bin/env", "LD_DEBUG=statistics",
+                                       "LD_DEBUG_OUTPUT=" + report};
+    traced.insert(traced.end(), command.begin(), command.end());
+    hx_bench::TimeOf(traced);
+    double cycles = 0;
+    // One file per process, named with its number; env replaces itself with the program.
+    for (const fs::directory_entry& entry : fs::directory_iterator(fs::temp_directory_path())) {
+        if (entry.path().string().rfind(report + ".", 0) != 0)
+            continue;
+        std::ifstream lines(entry.path());
+        const std::string words = "time needed for relocation: ";
+        for (std::string line; std::getline(lines, line);) {
+            if (const size_t at = line.find(words); at != std::string::npos)
+                cycles = std::stod(line.substr(at + words.size()));
+        }
+        fs::remove(entry.path());
+    }
+    return cycles;
+}
+
+}  // namespace
+
 int main(int /*argc*/, char** argv) {
-    constexpr int Rounds = 101;
-    const std::filesystem::path directory = std::filesystem::path(argv[0]).parent_path();
-    const auto program = [&](const char* name) {
-        return std::vector<std::string>{(directory / name).string()};
-    };
-    const hx_bench::Comparison times = hx_bench::Compare(
-        Rounds, [&] { return hx_bench::TimeOf(program("bench_constructor")); },
-        [&] { return hx_bench::TimeOf(program("bench_empty_qt_program")); });
-    std::printf(
-        "start to end of the constructor / empty Qt Core program: %.2f "
-        "(%.1f ms / %.1f ms, medians of %d)\n",
-        times.ratio, times.subject, times.reference, Rounds);
+    const fs::path directory = fs::path(argv[0]).parent_path();
+    const std::vector<std::string> empty = {directory / "bench_empty_qt_program"};
+    const struct {
+        const char* name;
+        std::vector<std::string> command;
+    } subjects[] = {{"start to end of the constructor", {directory / "bench_constructor"}},
+                    {"loading the library", {directory / "bench_load"}},
+                    {"cv_install --version", {HX_PRODUCT_DIR "/cv_install", "--version"}}};
+    for (const auto& [name, command] : subjects) {
+        const hx_bench::Comparison times = hx_bench::Compare(
+            Rounds, [&, &command = command] { return hx_bench::TimeOf(command); },
+            [&] { return hx_bench::TimeOf(empty); });
+        std::printf("%s / empty Qt Core program: %.2f (%.1f ms / %.1f ms, medians of %d)\n", name,
+                    times.ratio, times.subject, times.reference, Rounds);
+        const hx_bench::Comparison cycles = hx_bench::Compare(
+            Rounds, [&, &command = command] { return RelocationCycles(command); },
+            [&] { return RelocationCycles(empty); });
+        std::printf("    its relocations: %.2f (%.0f / %.0f thousand cycles)\n", cycles.ratio,
+                    cycles.subject / 1000, cycles.reference / 1000);
+    }
 }

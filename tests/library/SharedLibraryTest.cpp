@@ -47,4 +47,16 @@ TEST(SharedLibrary, FindsTheLibrariesBesideItAndTheProductsQt) {
     }
 }
 
+TEST(SharedLibrary, LoadsWithoutStaticConstructors) {
+    const auto nm = hx_test::Run({"nm", library});
+    ASSERT_NE(nm.out.find("g_hx_gui_installer"), std::string::npos) << nm.err;
+    EXPECT_EQ(nm.out.find("_GLOBAL__sub_I"), std::string::npos);
+}
+
+TEST(SetupProgram, KnowsNoApplicationObject) {
+    const auto nm = hx_test::Run({"nm", "--dynamic", "--demangle", HX_PRODUCT_DIR "/cv_install"});
+    ASSERT_NE(nm.out.find("CInstallBase::CInstallBase"), std::string::npos) << nm.err;
+    EXPECT_EQ(nm.out.find("QCoreApplication"), std::string::npos);
+}
+
 }  // namespace
