@@ -21,6 +21,7 @@ const char* const StandIn = R"sh(#!/bin/sh
 printf '<%s>\n' "$@" > /records/arguments
 cat /proc/self/status > /records/process
 pwd > /records/directory
+printf '%s\n' "$HOME" "$USER" "$LOGNAME" > /records/account
 : > /run/corvane26_service/hello || exit 9
 trap 'echo asked to end > /records/end; exit 0' TERM
 echo $$ > /records/pid.new

@@ -78,6 +78,20 @@ TEST(ServiceProgram, HandsTheSettingsOfTheRunScriptOn) {
     }
 }
 
+TEST(ServiceProgram, GivesTheServiceTheEnvironmentOfItsUser) {
+    HX_REQUIRE_THROWAWAY_ROOT();
+    for (const char* before :
+         {"env HOME=/root USER=root LOGNAME=root", "env -u HOME -u USER -u LOGNAME"}) {
+        HX_EXPECT_SCENARIO([&] {
+            PrepareService();
+            hx_test::Run({"usermod", "--home", "/srv/corvane home", "corvsrvc"});
+            StartService("dash", before);
+            EXPECT_EQ(Record("account"), "/srv/corvane home\ncorvsrvc\ncorvsrvc\n") << before;
+            EXPECT_EQ(Service("stop").status, 0);
+        });
+    }
+}
+
 TEST(ServiceProgram, PreparesItsRunDirectory) {
     HX_REQUIRE_THROWAWAY_ROOT();
     HX_EXPECT_SCENARIO([] {
