@@ -78,13 +78,7 @@ protected:
         hx_test::WriteFile(s_machine->Path(path), text);
     }
 
-    // What the machine's shell prints for `text`, without the last newline.
-    static std::string Shell(const std::string& text) {
-        std::string out = s_machine->Shell(text).out;
-        if (!out.empty() && out.back() == '\n')
-            out.pop_back();
-        return out;
-    }
+    static std::string Shell(const std::string& text) { return s_machine->Output(text); }
 
     static hx_test::ProcessResult Setup(std::vector<std::string> arguments = {"--yes"},
                                         const std::string& input = {}) {

@@ -143,6 +143,13 @@ ProcessResult ThrowawayMachine::Run(const std::vector<std::string>& command,
     return hx_test::Run(inside, options);
 }
 
+std::string ThrowawayMachine::Output(const std::string& text) const {
+    std::string out = Shell(text).out;
+    if (!out.empty() && out.back() == '\n')
+        out.pop_back();
+    return out;
+}
+
 ProcessResult ThrowawayMachine::RunInChild(const std::function<void()>& body) const {
     return hx_test::RunInChild({}, [&] {
         if (!Enter(m_init)) {

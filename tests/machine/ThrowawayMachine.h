@@ -42,6 +42,9 @@ public:
     // Runs a line of shell text in the machine.
     ProcessResult Shell(const std::string& text) const { return Run({"/bin/sh", "-c", text}); }
 
+    // What a line of shell text prints in the machine, without the last newline.
+    std::string Output(const std::string& text) const;
+
     // Runs a piece of a test in a forked child in the machine, as RunInChild does.
     ProcessResult RunInChild(const std::function<void()>& body) const;
 

@@ -1,0 +1,142 @@
+#include "machine/SlurmCluster.h"
+
+#include "harness/TempDir.h"
+
+namespace hx_test {
+namespace {
+
+// Not on the loopback's network, whose addresses Slurm passes over when it resolves a name.
+constexpr const char* Address = "10.77.26.1";
+
+// One processor in each node, whatever the machine has. No control groups and no accounting, and
+// short waits where the defaults are made for large clusters.
+constexpr const char* Configuration = R"(ClusterName=throwaway
+SlurmctldHost=head(10.77.26.1)
+SlurmUser=slurm
+StateSaveLocation=/run/slurmctld
+SlurmdSpoolDir=/run/slurmd_%n
+SlurmdPidFile=/run/slurmd_%n.pid
+AuthType=auth/munge
+ProctrackType=proctrack/linuxproc
+TaskPlugin=task/none
+JobAcctGatherType=jobacct_gather/none
+AccountingStorageType=accounting_storage/none
+SelectType=select/cons_tres
+SchedulerParameters=batch_sched_delay=0,sched_min_interval=0
+SlurmdParameters=config_overrides
+ReturnToService=2
+KillWait=1
+)";
+
+// The directories that a setup changes. Nothing of a node is left when its slurmd has ended.
+constexpr const char* NodeProgram = R"sh(#!/bin/sh -e
+mount -t tmpfs tmpfs /mnt
+for directory in etc usr/bin var
+do
+    mkdir -p "/mnt/upper/$directory" "/mnt/work/$directory"
+    mount -t overlay overlay "/$directory" \
+        -o "lowerdir=/$directory,upperdir=/mnt/upper/$directory,workdir=/mnt/work/$directory"
+done
+exec slurmd -D -s -N "$1"
+)sh";
+
+constexpr const char* NodeUnit = R"([Service]
+ExecStart=/opt/slurm_node %i
+PrivateMounts=yes
+Delegate=yes
+)";
+
+std::string NodeLines() {
+    std::string lines;
+    std::string names;
+    int port = 17000;
+    for (const std::string& node : SlurmCluster::Nodes()) {
+        lines += "NodeName=" + node + " NodeHostname=throwaway NodeAddr=" + Address +
+                 " Port=" + std::to_string(++port) + " CPUs=1\n";
+        names += (names.empty() ? "" : ",") + node;
+    }
+    lines += "PartitionName=other Default=YES Nodes=" + names + "\n";
+    return lines + "PartitionName=chem Nodes=" + names + "\n";
+}
+
+std::string NodeUnits() {
+    std::string units;
+    for (const std::string& node : SlurmCluster::Nodes())
+        units += " slurm_node@" + node;
+    return units;
+}
+
+}  // namespace
+
+std::string SlurmCluster::Hindrance() {
+    for (const char* program : {"munged", "slurmctld", "slurmd", "sbatch", "srun", "qsub", "ip"}) {
+        if (hx_test::Run({"sh", "-c", "command -v \"$0\"", program}).status != 0)
+            return std::string("a Slurm cluster needs ") + program;
+    }
+    return {};
+}
+
+const std::vector<std::string>& SlurmCluster::Nodes() {
+    static const std::vector<std::string> nodes = {"n1", "n2", "n3"};
+    return nodes;
+}
+
+bool SlurmCluster::Start() {
+    WriteFile(m_machine.Path("/etc/slurm/slurm.conf"), Configuration + NodeLines());
+    WriteFile(m_machine.Path("/opt/slurm_node"), NodeProgram);
+    WriteFile(m_machine.Path("/etc/systemd/system/slurm_node@.service"), NodeUnit);
+    // Who develops on the live machine may keep its daemons from running by a mask.
+    const auto started = m_machine.Shell(
+        "set -e; hostname head; echo '10.77.26.1 head' >> /etc/hosts;"
+        "ip address add 10.77.26.1/32 dev lo; chmod 755 /opt/slurm_node;"
+        "install -d -o slurm /run/slurmctld;"
+        "runuser -u munge -- mungekey --create --force --keyfile /etc/munge/munge.key;"
+        "systemctl unmask munge slurmctld; systemctl daemon-reload;"
+        "systemctl start munge slurmctld" +
+        NodeUnits());
+    return started.status == 0 && AwaitIdleNodes();
+}
+
+// A node that is down is taken again when its slurmd registers.
+bool SlurmCluster::RenewNodes() {
+    return m_machine
+                   .Shell("set -e; systemctl stop" + NodeUnits() +
+                          "; scontrol update nodename=ALL state=down reason=renewed;"
+                          "systemctl start" +
+                          NodeUnits())
+                   .status == 0 &&
+           AwaitIdleNodes();
+}
+
+bool SlurmCluster::AwaitIdleNodes() const {
+    const std::string all = "idle:" + std::to_string(Nodes().size());
+    return m_machine
+               .Shell(
+                   "for i in $(seq 300); do "
+                   "[ \"$(sinfo --noheader --partition=chem --format=%t:%D)\" = " +
+                   all + " ] && exit; sleep 0.1; done; exit 1")
+               .status == 0;
+}
+
+std::string SlurmCluster::Log() const {
+    return m_machine.Output("sinfo; journalctl --no-pager -u munge -u slurmctld -u 'slurm_node@*'");
+}
+
+std::string SlurmCluster::OnNode(const std::string& node, const std::string& text) const {
+    return m_machine.Output(
+        "exec nsenter --target=$(systemctl show --value --property=MainPID slurm_node@" + node +
+        ") --mount -- sh -c '" + text + "'");
+}
+
+std::string SlurmCluster::JobField(const std::string& job, const std::string& field) const {
+    return m_machine.Output("scontrol --oneliner show job " + job +
+                            " | tr ' ' '\\n' | sed -n 's/^" + field + "=//p'");
+}
+
+std::string SlurmCluster::AwaitState(const std::string& job, const std::string& state) const {
+    m_machine.Shell("for i in $(seq 300); do scontrol --oneliner show job " + job +
+                    " | grep -q ' JobState=" + state + " ' && exit; sleep 0.1; done");
+    return JobField(job, "JobState");
+}
+
+}  // namespace hx_test
