@@ -4,8 +4,11 @@
 build_packages=(cmake g++ ninja-build qt6-base-dev)
 # What downloads are tested against; tinyproxy-bin is the program without a service.
 server_packages=(curl nginx openssl tinyproxy-bin)
-test_packages=(abigail-tools clang clang-format clang-tidy git libclang-rt-14-dev libgtest-dev libxml2-utils
-    python3-minimal shellcheck systemd-container "${server_packages[@]}")
+# What setups on a cluster are tested with.
+cluster_packages=(iproute2 munge slurm-client slurm-wlm-torque slurmctld slurmd)
+test_packages=(abigail-tools clang clang-format clang-tidy git libclang-rt-14-dev libgtest-dev
+    libxml2-utils python3-minimal shellcheck systemd-container
+    "${cluster_packages[@]}" "${server_packages[@]}")
 bench_packages=(libgmp-dev libssl-dev python3-minimal "${server_packages[@]}")
 export build_packages test_packages bench_packages
 
@@ -13,12 +16,21 @@ is_installed() {
     [ "$(dpkg-query --show --showformat='${db:Status-Status}' "$1" 2> /dev/null)" = installed ]
 }
 
-# Where systemd runs, it would start a freshly installed nginx: the tests start one of their own, and
-# this machine is not to serve pages. Elsewhere Debian starts no service.
-keep_nginx_stopped() {
+# Those of the above that bring a service, which is named like the package.
+packages_with_service=(munge nginx slurmctld slurmd)
+
+# Where systemd runs, it would start the services of freshly installed packages: the tests start
+# their own, and this machine is to serve nobody. Elsewhere Debian starts no service. Takes the names
+# of packages; "as_root" holds the command that makes root.
+keep_services_stopped() {
+    local service services=()
     [ -d /run/systemd/system ] || return 0
-    echo "Masking nginx.service; \"systemctl unmask nginx\" lets it run."
-    "$@" systemctl mask nginx.service
+    for service in "${packages_with_service[@]}"; do
+        [[ " $* " != *" $service "* ]] || services+=("$service.service")
+    done
+    [ "${#services[@]}" -gt 0 ] || return 0
+    echo "Masking ${services[*]}; \"systemctl unmask\" lets them run."
+    "${as_root[@]}" systemctl mask "${services[@]}"
 }
 
 # Installs those of the named packages that are missing, or ends the script saying which they are.
@@ -41,7 +53,7 @@ install_packages() {
         as_root=(sudo)
     fi
     echo "Installing Debian packages: ${missing[*]}"
-    [[ " ${missing[*]} " != *" nginx "* ]] || keep_nginx_stopped "${as_root[@]}"
+    keep_services_stopped "${missing[@]}"
     "${as_root[@]}" apt-get update
     "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
         apt-get install --yes --no-install-recommends "${missing[@]}"
