@@ -5,13 +5,14 @@
 namespace hx_test {
 namespace {
 
-// Not on the loopback's network, whose addresses Slurm passes over when it resolves a name.
-constexpr const char* Address = "10.77.26.1";
+// The address of all daemons. Slurm passes over those of the loopback's own network when it
+// resolves a name.
+const std::string Address = "10.77.26.1";
 
 // One processor in each node, whatever the machine has. No control groups and no accounting, and
 // short waits where the defaults are made for large clusters.
 constexpr const char* Configuration = R"(ClusterName=throwaway
-SlurmctldHost=head(10.77.26.1)
+SlurmctldHost=head
 SlurmUser=slurm
 StateSaveLocation=/run/slurmctld
 SlurmdSpoolDir=/run/slurmd_%n
@@ -51,8 +52,8 @@ std::string NodeLines() {
     std::string names;
     int port = 17000;
     for (const std::string& node : SlurmCluster::Nodes()) {
-        lines += "NodeName=" + node + " NodeHostname=throwaway NodeAddr=" + Address +
-                 " Port=" + std::to_string(++port) + " CPUs=1\n";
+        lines +=
+            "NodeName=" + node + " NodeHostname=head Port=" + std::to_string(++port) + " CPUs=1\n";
         names += (names.empty() ? "" : ",") + node;
     }
     lines += "PartitionName=other Default=YES Nodes=" + names + "\n";
@@ -87,8 +88,9 @@ bool SlurmCluster::Start() {
     WriteFile(m_machine.Path("/etc/systemd/system/slurm_node@.service"), NodeUnit);
     // Who develops on the live machine may keep its daemons from running by a mask.
     const auto started = m_machine.Shell(
-        "set -e; hostname head; echo '10.77.26.1 head' >> /etc/hosts;"
-        "ip address add 10.77.26.1/32 dev lo; chmod 755 /opt/slurm_node;"
+        "set -e; hostname head; echo " + Address + " head >> /etc/hosts; ip address add " +
+        Address +
+        "/32 dev lo; chmod 755 /opt/slurm_node;"
         "install -d -o slurm /run/slurmctld;"
         "runuser -u munge -- mungekey --create --force --keyfile /etc/munge/munge.key;"
         "systemctl unmask munge slurmctld; systemctl daemon-reload;"

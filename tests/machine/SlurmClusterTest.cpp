@@ -77,7 +77,8 @@ protected:
         ASSERT_TRUE(s_started) << s_machine->Log() << s_cluster->Log();
         Shell(
             "systemctl disable --now corvane26_service; scancel --partition=chem;"
-            "rm -rf /var/corvane /usr/bin/corvane26* /etc/systemd/system/corvane2* /srv/*;"
+            "rm -rf /var/corvane /usr/bin/corvane26* /etc/systemd/system/corvane2* /srv/*"
+            " /var/log/corvane26_setup.log;"
             "systemctl daemon-reload; mkdir --mode=777 /srv/jobs /srv/service");
         Write("/srv/jobs/short.sh", shortJob);
         Write("/srv/jobs/long.sh", "#!/bin/sh\nsleep 1000\n");
