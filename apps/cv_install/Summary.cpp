@@ -1,5 +1,7 @@
 #include "Summary.h"
 
+#include <unistd.h>
+
 #include <QProcess>
 #include <QThread>
 #include <cstdio>
@@ -18,6 +20,29 @@ QString ServiceState() {
     if (!systemctl.waitForFinished(-1))
         return {};
     return QString::fromUtf8(systemctl.readAllStandardOutput()).trimmed();
+}
+
+// A name without a directory is looked for by whoever calls it.
+bool CanBeStarted(const QString& command) {
+    return !command.contains(u'/') || access(command.toUtf8().constData(), X_OK) == 0;
+}
+
+// The library takes the scheduler's commands on trust, and the options give no way to name them.
+void ShowMissingQueueCommands(const CInstallBase& run) {
+    if (run.m_queueType != CInstallBase::QueueExternal)
+        return;
+    bool missing = false;
+    const QStringList commands = run.m_scheduler == u"SLURM"
+                                     ? QStringList{run.m_sbatchCmd, run.m_scancelCmd}
+                                     : QStringList{run.m_qsubCmd, run.m_qdelCmd, run.m_qsigCmd};
+    for (const QString& command : commands) {
+        if (CanBeStarted(command))
+            continue;
+        std::printf("  Queue:     the command \"%s\" cannot be started\n", qUtf8Printable(command));
+        missing = true;
+    }
+    if (missing)
+        std::printf("             Give its place: run the setup again without a queue option\n");
 }
 
 void ShowService(const CInstallBase& run) {
@@ -40,6 +65,7 @@ void ShowService(const CInstallBase& run) {
 void ShowSummary(const CInstallBase& run) {
     const bool rootRun = run.m_accessFlags == CInstallBase::RootAccess;
     std::printf("  Installed: %s\n", qUtf8Printable(run.m_installDir));
+    ShowMissingQueueCommands(run);
     if (rootRun)
         ShowService(run);
     if (!SetupLog::Path().empty())

@@ -46,6 +46,32 @@ TEST_F(Setup, EndsWithTheScriptsWordsAndASummary) {
               std::string::npos);
 }
 
+TEST_F(Setup, TellsWhichQueueCommandsCannotBeStarted) {
+    const UserSetup setup;
+    const std::string limits = "\n\n\n\n\n\n\n";
+    const std::string missing = "cannot be started\n";
+    const std::string remedy =
+        "             Give its place: run the setup again without a queue option\n";
+    // For Torque three places, of which the second one is wrong.
+    const auto torque =
+        setup.Run({"--setup", "--user-mode"}, limits + "2\n1\n\n/bin/sh\n/gone/qdel\nqsig\n\n");
+    ASSERT_EQ(torque.status, 0) << torque.out << torque.err;
+    EXPECT_NE(torque.out.find("/tmp/product\n  Queue:     the command \"/gone/qdel\" " + missing +
+                              remedy),
+              std::string::npos)
+        << torque.out;
+    const auto slurm = setup.Run({"--setup", "--user-mode"}, limits + "2\n2\n\n/gone/sbatch\n\n\n");
+    ASSERT_EQ(slurm.status, 0) << slurm.out << slurm.err;
+    EXPECT_NE(slurm.out.find("  Queue:     the command \"/gone/sbatch\" " + missing +
+                             "  Queue:     the command \"/gone/scancel\" " + missing + remedy),
+              std::string::npos)
+        << slurm.out;
+    for (const char* queue : {"--internal-default-queue", "--no-queue"}) {
+        const auto other = setup.Run({"--setup", "--user-mode", queue, "--yes"});
+        EXPECT_EQ(other.out.find(missing), std::string::npos) << other.out;
+    }
+}
+
 TEST_F(Setup, TheLogHoldsWhatWasShown) {
     const UserSetup setup;
     const auto result = setup.Run({"--setup", "--user-mode", "-d", "/tmp"}, "\n\n\n\n\n3\n\n1\n\n");
