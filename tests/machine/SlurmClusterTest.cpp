@@ -42,9 +42,25 @@ echo "$CORV_CLUSTER_NODE"
 corvane26 --printenv CORV_CLUSTER_NODE
 )sh";
 
+// As the manual shows them.
+constexpr const char* serviceGroup = "groupadd --system --gid 626 corvsrvc";
+constexpr const char* serviceUser =
+    "useradd --system --uid 626 --gid 626 --home-dir /var/corvane --shell /bin/bash corvsrvc";
 constexpr const char* rollOut =
     "srun --nodes=3 --ntasks-per-node=1 --exclusive --label "
     "/opt/corvane26/cv_install --setup --cluster-node";
+constexpr const char* slurmSetup = "/opt/corvane26/cv_install --setup --yes -p chem";
+constexpr const char* answeredSlurmSetup =
+    "printf '%s\\n' '' '' '' '' '' '' '' 2 2 chem /usr/bin/sbatch '' '' '' '' y | "
+    "/opt/corvane26/cv_install --setup";
+constexpr const char* torqueSetup =
+    "printf '%s\\n' '' '' '' '' '' '' '' 2 1 chem /usr/bin/qsub '' '' '' '' '' y | "
+    "/opt/corvane26/cv_install --setup";
+
+constexpr const char* slurmCheck =
+    "\"$(corvane26 --printenv CORV_SBATCH_CMD)\" "
+    "--partition=\"$(corvane26 --printenv CORV_PARTITION_NAME)\" "
+    "--wrap=\"corvane26 --printenv CORV_CLUSTER_NODE\"";
 
 class SlurmClusterSetup : public testing::Test {
 protected:
@@ -58,10 +74,9 @@ protected:
         s_machine->CopyIn(HX_PRODUCT_DIR, "/opt/corvane26");
         Write("/opt/corvane26/cv_spd", jobProgram);
         Write("/opt/corvane26/cv_computeservice", serviceProgram);
-        Shell(
-            "chmod 755 /opt/corvane26/cv_spd /opt/corvane26/cv_computeservice; useradd ann;"
-            "groupadd --system --gid 626 corvsrvc;"
-            "useradd --system --uid 626 --gid 626 --home-dir /var/corvane corvsrvc");
+        Shell("chmod 755 /opt/corvane26/cv_spd /opt/corvane26/cv_computeservice; useradd ann");
+        Shell(serviceGroup);
+        Shell(serviceUser);
         s_started = s_cluster->Start();
     }
     static void TearDownTestSuite() {
@@ -95,11 +110,8 @@ protected:
 
     static std::string Shell(const std::string& text) { return s_machine->Output(text); }
 
-    static void SetUpHead(std::vector<std::string> arguments, const std::string& input = {}) {
-        arguments.insert(arguments.begin(), {"/opt/corvane26/cv_install", "--setup"});
-        hx_test::ProcessOptions options;
-        options.input = input;
-        const auto result = s_machine->Run(arguments, options);
+    static void SetUpHead(const char* command) {
+        const auto result = s_machine->Shell(command);
         ASSERT_EQ(result.status, 0) << result.out << result.err;
     }
 
@@ -165,7 +177,7 @@ TEST_F(SlurmClusterSetup, ANodeWhoseSetupFailsFailsTheRollOut) {
 
 TEST_F(SlurmClusterSetup, AJobRunsOnANodeOfThePartition) {
     RollOut();
-    SetUpHead({"--yes", "-p", "chem"});
+    SetUpHead(slurmSetup);
     EXPECT_EQ(Exported("CORV_QUEUE_TYPE"), "EXTERNAL");
     EXPECT_EQ(Exported("CORV_SCHEDULER"), "SLURM");
     EXPECT_EQ(Exported("CORV_PARTITION_NAME"), "chem");
@@ -174,23 +186,28 @@ TEST_F(SlurmClusterSetup, AJobRunsOnANodeOfThePartition) {
     EXPECT_EQ(s_cluster->AwaitState(job, "COMPLETED"), "COMPLETED") << job;
     EXPECT_EQ(s_cluster->JobField(job, "Partition"), "chem");
     EXPECT_EQ(Shell("sed 2d /srv/jobs/slurm-" + job + ".out"), "ann\nNO\nYES");
+
+    const std::string told =
+        Shell("cd /srv/jobs && runuser -u ann -- sh -c '" + std::string(slurmCheck) + "'");
+    const std::string check = told.substr(told.rfind(' ') + 1);
+    EXPECT_EQ(s_cluster->AwaitState(check, "COMPLETED"), "COMPLETED") << told;
+    EXPECT_EQ(Shell("cat /srv/jobs/slurm-" + check + ".out"), "YES");
 }
 
 TEST_F(SlurmClusterSetup, TheCancelCommandEndsALongJob) {
-    // Limits and scratch directory with their pauses; the menus, partition and commands; the
-    // members and the agreement.
-    SetUpHead({}, "\n\n\n\n\n\n\n2\n2\nchem\n\n\n\n\n\ny\n");
+    SetUpHead(answeredSlurmSetup);
     EXPECT_EQ(Exported("CORV_SCANCEL_CMD"), "/usr/bin/scancel");
     const std::string job = SubmitAsAnn("long.sh");
     EXPECT_EQ(s_cluster->AwaitState(job, "RUNNING"), "RUNNING") << job;
     EXPECT_EQ(s_cluster->JobField(job, "Partition"), "chem");
     EXPECT_EQ(Shell("runuser -u ann -- corvane26 --process-commands " + job), "");
     EXPECT_EQ(s_cluster->AwaitState(job, "CANCELLED"), "CANCELLED");
+    EXPECT_EQ(Shell("pgrep --exact --full 'sleep 1000'"), "");
 }
 
 TEST_F(SlurmClusterSetup, TheServiceSubmitsAsItsOwnUser) {
     RollOut();
-    SetUpHead({"--yes", "-p", "chem"});
+    SetUpHead(slurmSetup);
     const std::string job = Shell(
         "for i in $(seq 100); do [ -e /srv/service/submitted ] && break; sleep 0.1; done;"
         "cat /srv/service/submitted");
@@ -201,7 +218,7 @@ TEST_F(SlurmClusterSetup, TheServiceSubmitsAsItsOwnUser) {
 
 TEST_F(SlurmClusterSetup, TheTorqueCommandsSubmitAndDelete) {
     RollOut();
-    SetUpHead({}, "\n\n\n\n\n\n\n2\n1\nchem\n/usr/bin/qsub\n\n\n\n\n\ny\n");
+    SetUpHead(torqueSetup);
     EXPECT_EQ(Exported("CORV_SCHEDULER"), "TORQUE");
     EXPECT_EQ(Exported("CORV_QUEUE_NAME"), "chem");
     EXPECT_EQ(Exported("CORV_QDEL_CMD"), "/usr/bin/qdel");
@@ -214,6 +231,14 @@ TEST_F(SlurmClusterSetup, TheTorqueCommandsSubmitAndDelete) {
     EXPECT_EQ(s_cluster->AwaitState(deleted, "RUNNING"), "RUNNING") << deleted;
     EXPECT_EQ(Shell("runuser -u ann -- corvane26 --process-commands " + deleted), "");
     EXPECT_EQ(s_cluster->AwaitState(deleted, "CANCELLED"), "CANCELLED");
+    EXPECT_EQ(Shell("pgrep --exact --full 'sleep 1000'"), "");
+}
+
+TEST(ClusterManual, ShowsTheCommandsThatAreTested) {
+    const std::string page = hx_test::ReadFile(HX_DOCS "/cluster.md");
+    for (const std::string command : {serviceGroup, serviceUser, rollOut, slurmSetup,
+                                      answeredSlurmSetup, torqueSetup, slurmCheck})
+        EXPECT_NE(page.find("    " + command + "\n"), std::string::npos) << command;
 }
 
 }  // namespace
