@@ -1,5 +1,8 @@
 #include "machine/SlurmCluster.h"
 
+#include <linux/magic.h>
+#include <sys/vfs.h>
+
 #include "harness/TempDir.h"
 
 namespace hx_test {
@@ -44,7 +47,6 @@ exec slurmd -D -s -N "$1"
 constexpr const char* NodeUnit = R"([Service]
 ExecStart=/opt/slurm_node %i
 PrivateMounts=yes
-Delegate=yes
 )";
 
 std::string NodeLines() {
@@ -70,6 +72,9 @@ std::string NodeUnits() {
 }  // namespace
 
 std::string SlurmCluster::Hindrance() {
+    struct statfs root = {};
+    if (statfs("/", &root) == 0 && root.f_type == OVERLAYFS_SUPER_MAGIC)
+        return "a Slurm cluster needs a root that is no overlay: its nodes are the third layer";
     for (const char* program : {"munged", "slurmctld", "slurmd", "sbatch", "srun", "qsub", "ip"}) {
         if (hx_test::Run({"sh", "-c", "command -v \"$0\"", program}).status != 0)
             return std::string("a Slurm cluster needs ") + program;
@@ -84,6 +89,8 @@ const std::vector<std::string>& SlurmCluster::Nodes() {
 
 bool SlurmCluster::Start() {
     WriteFile(m_machine.Path("/etc/slurm/slurm.conf"), Configuration + NodeLines());
+    // The plugin that looks for nothing as long as nobody uses control groups.
+    WriteFile(m_machine.Path("/etc/slurm/cgroup.conf"), "CgroupPlugin=cgroup/v1\n");
     WriteFile(m_machine.Path("/opt/slurm_node"), NodeProgram);
     WriteFile(m_machine.Path("/etc/systemd/system/slurm_node@.service"), NodeUnit);
     // Who develops on the live machine may keep its daemons from running by a mask.
