@@ -56,7 +56,6 @@ constexpr const char* answeredSlurmSetup =
 constexpr const char* torqueSetup =
     "printf '%s\\n' '' '' '' '' '' '' '' 2 1 chem /usr/bin/qsub '' '' '' '' '' y | "
     "/opt/corvane26/cv_install --setup";
-
 constexpr const char* slurmCheck =
     "\"$(corvane26 --printenv CORV_SBATCH_CMD)\" "
     "--partition=\"$(corvane26 --printenv CORV_PARTITION_NAME)\" "
@@ -75,6 +74,7 @@ protected:
         Write("/opt/corvane26/cv_spd", jobProgram);
         Write("/opt/corvane26/cv_computeservice", serviceProgram);
         Shell("chmod 755 /opt/corvane26/cv_spd /opt/corvane26/cv_computeservice; useradd ann");
+        Shell("userdel corvsrvc; groupdel corvsrvc");
         Shell(serviceGroup);
         Shell(serviceUser);
         s_started = s_cluster->Start();
