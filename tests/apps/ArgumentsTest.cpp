@@ -31,7 +31,7 @@ TEST_F(Arguments, HelpNamesEveryOptionAndEveryStatus) {
           "-s, --scratch-limit GB", "-m, --memory-limit MB", "--internal-default-queue",
           "--external-default-queue", "-q, --external-queue QUEUE",
           "-p, --external-partiton PARTITION", "--no-queue", "--submission-scripts",
-          "-g, --service-group NAME", "-u, --service-user NAME", "--help", "--version"})
+          "-g, --service-group GROUP", "-u, --service-user USER", "--help", "--version"})
         EXPECT_NE(result.out.find(std::string("\n  ") + option + " "), std::string::npos) << option;
     for (const char* status : {"0", "1", "2", "3", "4", "5", "6", "7", "14", "errno"})
         EXPECT_NE(result.out.find(std::string(" ") + status + "  "), std::string::npos) << status;

@@ -1,0 +1,100 @@
+// The completion, asked as bash asks it and typed at as a person does.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdlib>
+
+#include "docs/Texts.h"
+#include "harness/Child.h"
+#include "harness/Terminal.h"
+
+namespace {
+
+const std::string completion = HX_BUILT_DOCS "/cv_install.bash";
+
+// What `function` offers for the last of these words.
+std::set<std::string> Offered(const std::string& function, const std::vector<std::string>& words) {
+    std::vector<std::string> command = {
+        "bash",
+        "--norc",
+        "-c",
+        "source \"$1\" || exit; function=$2; shift 2; COMP_WORDS=(\"$@\"); COMP_CWORD=$(($# - 1))\n"
+        "\"$function\"; printf '%s\\n' \"${COMPREPLY[@]}\"",
+        "bash",
+        completion,
+        function};
+    command.insert(command.end(), words.begin(), words.end());
+    const auto run = hx_test::Run(command);
+    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(run.err, "");
+    std::set<std::string> offered;
+    for (const std::string& line : hx_docs::Lines(run.out)) {
+        if (!line.empty())
+            offered.insert(line);
+    }
+    return offered;
+}
+
+using Set = std::set<std::string>;
+
+TEST(Completion, OffersTheOptionsOfTheSetupsHelp) {
+    HX_REQUIRE_NAMESPACES();
+    const Set options = hx_docs::OptionsOfHelp(hx_docs::HelpOfSetup());
+    EXPECT_GT(options.size(), 15U);
+    EXPECT_EQ(Offered("_cv_install", {"cv_install", ""}), options);
+    EXPECT_EQ(Offered("_corvane26", {"corvane26", "--setup", ""}), options);
+}
+
+TEST(Completion, OffersTheOptionsOfTheRunScript) {
+    Set options = hx_docs::OptionsOfRunScript();
+    // The short forms of long words only clutter the list.
+    for (const char* word : {"-setup", "-monitor", "-ldd", "-setenv"})
+        EXPECT_EQ(options.erase(word), 1U) << word;
+    EXPECT_EQ(Offered("_corvane26", {"corvane26", "-"}), options);
+    EXPECT_EQ(Offered("_corvane26", {"corvane26", "--submit", "--ext"}),
+              (Set{"--external-default-queue", "--external-queue"}));
+}
+
+TEST(Completion, OffersWhatBeginsLikeTheWord) {
+    EXPECT_EQ(Offered("_cv_install", {"cv_install", "--s"}),
+              (Set{"--setup", "--scratch-directory", "--scratch-limit", "--submission-scripts",
+                   "--service-group", "--service-user"}));
+    EXPECT_EQ(Offered("_cv_install", {"cv_install", "--yes", "--no-such"}), Set{});
+}
+
+TEST(Completion, OffersTheKindOfValueThatAnOptionTakes) {
+    EXPECT_EQ(Offered("_cv_install", {"cv_install", "-d", "/usr/sbi"}), Set{"/usr/sbin"});
+    EXPECT_EQ(Offered("_cv_install", {"cv_install", "--service-group", "roo"}), Set{"root"});
+    EXPECT_EQ(Offered("_cv_install", {"cv_install", "-u", "roo"}), Set{"root"});
+    for (const char* option : {"-m", "--memory-limit", "-s", "-q", "-p"})
+        EXPECT_EQ(Offered("_cv_install", {"cv_install", option, ""}), Set{}) << option;
+}
+
+TEST(Completion, WorksAtATerminal) {
+    hx_test::Terminal terminal(hx_test::Terminal::Mode::Person, [] {
+        setenv("PS1", "ready> ", 1);
+        setenv("TERM", "dumb", 1);
+        setenv("INPUTRC", "/dev/null", 1);
+        setenv("HISTFILE", "", 1);
+        execlp("bash", "bash", "--norc", "-i", nullptr);
+        _exit(127);
+    });
+    ASSERT_TRUE(terminal.WaitFor("ready> ")) << terminal.Output();
+    terminal.Send("source '" + completion + "'\n");
+    ASSERT_TRUE(terminal.WaitFor("ready> ")) << terminal.Output();
+    terminal.Send(": ; cv_install --mem\t");
+    ASSERT_TRUE(terminal.WaitFor("cv_install --memory-limit ")) << terminal.Output();
+    terminal.Send("\x15 corvane26 --setup --cl\t");
+    ASSERT_TRUE(terminal.WaitFor("--setup --cluster-node ")) << terminal.Output();
+    terminal.Send("\x15 exit 0\n");
+    EXPECT_EQ(terminal.Finish(), 0);
+}
+
+TEST(Completion, IsCleanForShellcheck) {
+    if (hx_test::Run({"sh", "-c", "command -v shellcheck"}).status != 0)
+        GTEST_SKIP() << "shellcheck is not installed";
+    const auto check = hx_test::Run({"shellcheck", completion});
+    EXPECT_EQ(check.status, 0) << check.out;
+}
+
+}  // namespace
