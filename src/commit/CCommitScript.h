@@ -12,6 +12,8 @@ class HX_EXPORT CCommitScript : public QProcess {
 
 public:
     explicit CCommitScript(QObject* parent = nullptr);
+
+    // Ends a script that still runs.
     ~CCommitScript() override;
 
     // Starts bash with `path` as its one argument, also when it is empty, and returns at once. The

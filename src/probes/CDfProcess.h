@@ -11,6 +11,8 @@ class HX_EXPORT CDfProcess : public QProcess {
 
 public:
     explicit CDfProcess(QObject* parent = nullptr);
+
+    // Ends a df that still runs.
     ~CDfProcess() override;
 
     // Starts "df -P path", found through PATH, and returns at once.

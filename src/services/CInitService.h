@@ -17,6 +17,8 @@ class HX_EXPORT CInitService : public QProcess {
 
 public:
     explicit CInitService(QObject* parent = nullptr);
+
+    // Ends a tool that still runs.
     ~CInitService() override;
 
     // Starts the tool and returns at once. Only 127 means something; any other value says nothing
@@ -24,11 +26,14 @@ public:
     // ended, since destroying it ends the tool.
     int Start(const QString& service);
 
-    // These wait for the tool's end, however long that takes.
+    // Stops the service, and waits for the tool's end, however long that takes.
     int Stop(const QString& service);
+
+    // Restarts the service, and waits in the same way.
     int Restart(const QString& service);
 
-    // 0 when the tool reports the service as running. A stopped service gives another code (3 by
-    // custom), which is no failure of the call.
+    // Asks whether the service runs, and waits in the same way. 0 when the tool reports the service
+    // as running. A stopped service gives another code (3 by custom), which is no failure of the
+    // call.
     int Status(const QString& service);
 };

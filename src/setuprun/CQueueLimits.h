@@ -27,10 +27,22 @@ public:
     CQueueLimits(const CQueueLimits&) = delete;
     CQueueLimits& operator=(const CQueueLimits&) = delete;
 
+    // The setters change a field, and mark the object as changed if the value is another one. No
+    // value is refused.
+
+    // Changes MaxThreads.
     void SetMaxThreads(int threads);
+
+    // Changes MemoryPerThreadMB.
     void SetMemoryPerThread(int megabytes);
+
+    // Changes DiskPerThreadGB.
     void SetDiskPerThread(int gigabytes);
+
+    // Changes ThreadsPerMolecule.
     void SetThreadsPerMolecule(int threads);
+
+    // Changes Scratch. A line break in the name would break the file.
     void SetScratchPath(std::string directory);
 
     // True when there is a file and the user may write to it.
@@ -48,11 +60,12 @@ public:
     // blanks and the newline off in `line` itself; a carriage return stays.
     std::string ParseStringForKey(const char* key, char* line);
 
-    bool m_dirty = false;  // changed since the last write
-    std::string m_path;    // empty: there is no file
-    int MaxThreads = 0;    // threads that may run at once
-    int MemoryPerThreadMB = 1024;
-    int DiskPerThreadGB = 1;
-    std::string Scratch = "/tmp";  // scratch directory
-    int ThreadsPerMolecule = 0;
+    // A key that is there with a value which is no number of 1 or more gives 0, not the default.
+    bool m_dirty = false;          // changed since the last write
+    std::string m_path;            // full path of the file; empty: there is no file
+    int MaxThreads = 0;            // threads that may run at once; 0: not given
+    int MemoryPerThreadMB = 1024;  // memory per thread, in MB of 2^20 bytes
+    int DiskPerThreadGB = 1;       // scratch space per thread, in GB of 2^30 bytes
+    std::string Scratch = "/tmp";  // scratch directory; may be empty
+    int ThreadsPerMolecule = 0;    // threads that work on one molecule; 0: not given
 };
