@@ -71,7 +71,7 @@ TEST(PublicHeaders, ExplainEveryNameThatTheyDeclare) {
         for (const std::string& line : Uncommented(header))
             ADD_FAILURE() << entry.path().filename() << " does not explain\n" << line;
     }
-    EXPECT_EQ(headers, 13U);
+    EXPECT_GE(headers, 13U);
 }
 
 TEST(PublicHeaders, ADeclarationWithoutACommentIsFound) {
