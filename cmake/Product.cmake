@@ -1,6 +1,10 @@
 # <build>/product is a complete product folder, ready to run.
 set(HX_PRODUCT_DIR ${CMAKE_BINARY_DIR}/product)
 
+# The same folder below an installation's prefix, whatever that calls its library folder.
+set(HX_INSTALL_PRODUCT_DIR lib/corvane26)
+set(HX_INSTALL_INCLUDE_DIR include/HXInstallBase)
+
 # The product keeps its Qt beside its binaries.
 set(HX_PRODUCT_RPATH "$ORIGIN:$ORIGIN/ssl-compat:$ORIGIN/Qt-6.5/lib")
 

@@ -25,6 +25,7 @@ public:
                   "cmake_minimum_required(VERSION 3.25)\n"
                   "project(product LANGUAGES NONE)\n"
                   "set(HX_PRODUCT_DIR ${CMAKE_BINARY_DIR}/product)\n"
+                  "set(HX_INSTALL_PRODUCT_DIR lib/corvane26)\n"
                   "add_subdirectory(product data)\n");
     }
 
