@@ -2,15 +2,16 @@
 # shellcheck shell=bash
 
 build_packages=(cmake g++ ninja-build qt6-base-dev)
+packaging_packages=(dpkg-dev file)
 # What downloads are tested against; tinyproxy-bin is the program without a service.
 server_packages=(curl nginx openssl tinyproxy-bin)
 # What setups on a cluster are tested with.
 cluster_packages=(iproute2 munge slurm-client slurm-wlm-torque slurmctld slurmd)
 test_packages=(abigail-tools clang clang-format clang-tidy git libclang-rt-14-dev libgtest-dev
-    libxml2-utils mandoc python3-minimal shellcheck systemd-container
-    "${cluster_packages[@]}" "${server_packages[@]}")
+    libxml2-utils make mandoc pkg-config python3-minimal shellcheck systemd-container
+    "${packaging_packages[@]}" "${cluster_packages[@]}" "${server_packages[@]}")
 bench_packages=(libgmp-dev libssl-dev python3-minimal "${server_packages[@]}")
-export build_packages test_packages bench_packages
+export build_packages packaging_packages test_packages bench_packages
 
 is_installed() {
     [ "$(dpkg-query --show --showformat='${db:Status-Status}' "$1" 2> /dev/null)" = installed ]

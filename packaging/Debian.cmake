@@ -1,0 +1,76 @@
+# Two Debian packages, one for each component: cpack -G DEB in the build folder.
+set(HX_PACKAGE_CONTACT "Corvane Setup Maintainers <setup@corvane.example>" CACHE STRING
+    "Who maintains the packages")
+set(runtime corvane26-setup)
+set(development libhxinstallbase-dev)
+
+# What every Debian package tells about itself.
+set(debian ${CMAKE_CURRENT_SOURCE_DIR}/debian)
+find_program(HX_GZIP gzip REQUIRED)
+set(changelog ${CMAKE_CURRENT_BINARY_DIR}/changelog.gz)
+add_custom_command(OUTPUT ${changelog}
+  COMMAND ${HX_GZIP} --best --no-name --stdout ${debian}/changelog > ${changelog}
+  DEPENDS ${debian}/changelog
+  COMMENT "Packing the changelog"
+  VERBATIM)
+add_custom_target(hx_changelog ALL DEPENDS ${changelog})
+foreach(component IN ITEMS runtime development)
+  install(FILES ${changelog} ${debian}/copyright
+    DESTINATION share/doc/${${component}} COMPONENT ${component})
+endforeach()
+install(FILES ${PROJECT_SOURCE_DIR}/README.md ${PROJECT_SOURCE_DIR}/docs/administrator.md
+  DESTINATION share/doc/${runtime} COMPONENT runtime)
+install(FILES
+    ${PROJECT_SOURCE_DIR}/docs/download.md
+    ${PROJECT_SOURCE_DIR}/docs/probes.md
+    ${PROJECT_SOURCE_DIR}/docs/services.md
+  DESTINATION share/doc/${development} COMPONENT development)
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs/examples
+  DESTINATION share/doc/${development} COMPONENT development)
+
+set(CPACK_GENERATOR DEB)
+set(CPACK_PACKAGE_NAME corvane26)
+set(CPACK_PACKAGE_VENDOR "Corvane")
+# It would stand above the packages' own descriptions.
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "")
+set(CPACK_PACKAGE_CONTACT ${HX_PACKAGE_CONTACT})
+set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+set(CPACK_STRIP_FILES ON)
+set(CPACK_VERBATIM_VARIABLES ON)
+set(CPACK_PRE_BUILD_SCRIPTS ${CMAKE_CURRENT_SOURCE_DIR}/DebianFiles.cmake)
+set(CPACK_COMPONENTS_ALL runtime development)
+
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_ENABLE_COMPONENT_DEPENDS ON)
+set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
+
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME ${runtime})
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION science)
+# Its postinst takes the place of one that would run ldconfig for a library that it does not look at.
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA ${debian}/postinst ${debian}/postrm)
+# Libraries come from what the binaries are linked with; the commit script makes accounts.
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS passwd)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_RECOMMENDS systemd)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_SUGGESTS slurm-client)
+set(CPACK_DEBIAN_RUNTIME_DESCRIPTION "post-install setup of Corvane
+Corvane is a computational chemistry application for workstations and
+clusters. This package holds its console setup, which an administrator runs
+once per machine: it asks for limits and a queue, and makes the service
+account, the settings, the commands and the compute service.
+.
+Run it with: /usr/lib/corvane26/cv_install --setup")
+
+set(CPACK_COMPONENT_DEVELOPMENT_DEPENDS runtime)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME ${development})
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS qt6-base-dev)
+set(CPACK_DEBIAN_DEVELOPMENT_DESCRIPTION "post-install setup of Corvane - development files
+Corvane is a computational chemistry application for workstations and
+clusters. This package holds what programs need that use the library of its
+setup: the setup run itself, probes of the machine, service controllers,
+downloads and integers of any size, for C++ and in parts for C.")
+
+include(CPack)

@@ -1,0 +1,289 @@
+// The Debian packages: installed, used and removed on a machine that is thrown away.
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <set>
+#include <sstream>
+#include <string>
+
+#include "harness/Process.h"
+#include "harness/TempDir.h"
+#include "machine/ThrowawayMachine.h"
+
+namespace {
+
+using hx_test::ThrowawayMachine;
+
+// Stands in for the application's service, which other packages bring.
+constexpr const char* serviceProgram = "#!/bin/sh\nexec sleep infinity\n";
+
+// The packages of this build, made once.
+class Packages {
+public:
+    Packages() {
+        // Who makes a package may keep files to themselves.
+        const auto made =
+            hx_test::Run({"sh", "-c", "umask 077 && exec \"$0\" -G DEB --config \"$1\" -B \"$2\"",
+                          HX_CPACK, HX_BUILD_DIR "/CPackConfig.cmake", m_directory / ""});
+        m_problem = made.status == 0 ? "" : made.out + made.err;
+    }
+    const std::string& Problem() const { return m_problem; }
+    std::string Directory() const { return m_directory.path().string(); }
+
+    // A field of the package's control file.
+    std::string Field(const std::string& package, const std::string& name) const {
+        return hx_test::Run({"sh", "-c", "dpkg-deb --field \"$0\"/\"$1\"_*.deb \"$2\"", Directory(),
+                             package, name})
+            .out;
+    }
+
+private:
+    hx_test::TempDir m_directory;
+    std::string m_problem;
+};
+
+const Packages& ThePackages() {
+    static const Packages packages;
+    return packages;
+}
+
+TEST(PackageFiles, NameWhatTheyNeed) {
+    if (hx_test::Run({"dpkg-shlibdeps", "--version"}).status != 0)
+        GTEST_SKIP() << "dpkg-shlibdeps is needed";
+    ASSERT_EQ(ThePackages().Problem(), "");
+    const std::string needed = ThePackages().Field("corvane26-setup", "Depends");
+    for (const char* package :
+         {"libc6 (>= ", "libqt6core6 (>= 6.4", "libqt6network6 (>= ", "libstdc++6 (>= ", "passwd"})
+        EXPECT_NE(needed.find(package), std::string::npos) << package << " is not in " << needed;
+    EXPECT_EQ(ThePackages().Field("libhxinstallbase-dev", "Depends"),
+              "corvane26-setup (= 26.0.0), qt6-base-dev\n");
+}
+
+TEST(PackageFiles, BelongToRootAndAreForEverybody) {
+    if (hx_test::Run({"dpkg-shlibdeps", "--version"}).status != 0)
+        GTEST_SKIP() << "dpkg-shlibdeps is needed";
+    ASSERT_EQ(ThePackages().Problem(), "");
+    const std::string list =
+        hx_test::Run({"sh", "-c", "for p in \"$0\"/*.deb; do dpkg-deb --contents \"$p\"; done",
+                      ThePackages().Directory()})
+            .out;
+    std::istringstream lines(list);
+    int files = 0;
+    for (std::string line; std::getline(lines, line); ++files) {
+        const std::string begin = line.substr(0, line.find(' ', line.find(' ') + 1));
+        EXPECT_TRUE(begin == "drwxr-xr-x root/root" || begin == "-rwxr-xr-x root/root" ||
+                    begin == "-rw-r--r-- root/root" || begin == "lrwxrwxrwx root/root")
+            << line;
+    }
+    EXPECT_GT(files, 30);
+}
+
+class Package : public testing::Test {
+protected:
+    static void SetUpTestSuite() {
+        if (!Hindrance().empty() || !ThePackages().Problem().empty())
+            return;
+        s_machine = std::make_unique<ThrowawayMachine>();
+        s_booted = s_machine->Boot();
+        if (!s_booted)
+            return;
+        s_machine->CopyIn(ThePackages().Directory(), "/packages");
+        s_machine->CopyIn(HX_SOURCE_DIR "/docs/examples/consumer", "/consumer");
+        // The index of manual pages takes seconds each time and is not ours.
+        Shell("rm -f /var/lib/man-db/auto-update");
+        s_fresh = Files();
+        s_accounts = Accounts();
+    }
+    static void TearDownTestSuite() { s_machine.reset(); }
+
+    static std::string Hindrance() {
+        if (hx_test::Run({"dpkg-shlibdeps", "--version"}).status != 0)
+            return "dpkg-shlibdeps is needed";
+        return ThrowawayMachine::Hindrance();
+    }
+
+    void SetUp() override {
+        if (!Hindrance().empty())
+            GTEST_SKIP() << Hindrance();
+        ASSERT_EQ(ThePackages().Problem(), "");
+        ASSERT_TRUE(s_booted) << s_machine->Log();
+    }
+
+    // Also what a failed test has left.
+    void TearDown() override {
+        if (!s_booted)
+            return;
+        s_machine->Shell(
+            "systemctl stop corvane26_service; umount /var/corvane; dpkg -P libhxinstallbase-dev "
+            "corvane26-setup; "
+            "rm -rf /usr/lib/corvane26 /opt/corvane26 /var/corvane /usr/bin/corvane26* /srv/away "
+            "/etc/systemd/system/*/corvane2* /etc/systemd/system/corvane2*; "
+            "systemctl daemon-reload; userdel corvsrvc; groupdel corvsrvc; userdel ann");
+    }
+
+    // What the machine's shell prints for `text`, which must succeed.
+    static std::string Shell(const std::string& text) {
+        const auto result = s_machine->Shell(text);
+        EXPECT_EQ(result.status, 0) << text << '\n' << result.out << result.err;
+        return result.out;
+    }
+
+    static void Install() { Shell("dpkg -i /packages/*.deb"); }
+
+    // With the application's service beside it, so that it can start.
+    static void SetUpService(const std::string& product, const std::string& options = {}) {
+        hx_test::WriteFile(s_machine->Path(product + "/cv_computeservice"), serviceProgram);
+        Shell("chmod 755 " + product + "/cv_computeservice; " + product +
+              "/cv_install --setup --yes " + options);
+    }
+
+    static std::string Unit(const std::string& property) {
+        return Shell("systemctl show --value -p " + property + " corvane26_service");
+    }
+
+    // All files but those that come and go on a running machine, and backups.
+    static std::set<std::string> Files() {
+        std::istringstream list(Shell(
+            "find /etc /home /opt /root /srv /usr /var -xdev "
+            "\\( -path /var/log/journal -o -path /var/lib/systemd -o -path /var/cache/man "
+            "-o -path /var/log/dpkg.log -o -path '/etc/*-' -o -path '/var/lib/dpkg/*-old' \\) "
+            "-prune -o -print; find /run /tmp -name 'corvane26*'"));
+        std::set<std::string> files;
+        for (std::string line; std::getline(list, line);)
+            files.insert(line);
+        return files;
+    }
+
+    // Without the secrets.
+    static std::string Accounts() {
+        return Shell(
+            "cut -d: -f1,3- /etc/passwd; cut -d: -f1,3- /etc/group; cut -d: -f1 /etc/shadow; "
+            "cut -d: -f1,3- /etc/gshadow");
+    }
+
+    // Compares with what was there before the packages came.
+    static void ExpectNothingLeft() {
+        const std::set<std::string> now = Files();
+        for (const std::string& file : now)
+            EXPECT_TRUE(s_fresh.contains(file)) << file << " is left";
+        for (const std::string& file : s_fresh)
+            EXPECT_TRUE(now.contains(file)) << file << " is gone";
+        EXPECT_EQ(Accounts(), s_accounts);
+    }
+
+    static inline std::unique_ptr<ThrowawayMachine> s_machine;
+    static inline bool s_booted = false;
+    static inline std::set<std::string> s_fresh;
+    static inline std::string s_accounts;
+};
+
+constexpr const char* product = "/usr/lib/corvane26";
+
+TEST_F(Package, IsInstalledAndRemovedWithoutATrace) {
+    Install();
+    EXPECT_EQ(Shell("cd /consumer && make machine > /dev/null && ./machine | tail -n 1"),
+              "2^89 - 1 = 618970019642690137449562111\n");
+    Shell(
+        "rm /consumer/machine; dpkg -r libhxinstallbase-dev; dpkg -P corvane26-setup "
+        "libhxinstallbase-dev");
+    ExpectNothingLeft();
+}
+
+TEST_F(Package, LeavesNothingOfASetupWhenItIsPurged) {
+    Install();
+    Shell("useradd ann");
+    SetUpService(product);
+    Shell(
+        "usermod --append --groups corvsrvc ann; "
+        "mkdir /etc/systemd/system/corvane26_service.service.d; "
+        "echo > /etc/systemd/system/corvane26_service.service.d/override.conf");
+    EXPECT_EQ(Unit("ActiveState"), "active\n");
+    EXPECT_EQ(Shell("corvane26 --root-path"), "CORV_ROOT=/usr/lib/corvane26\n");
+    const std::string pid = Unit("MainPID");
+    Shell("rm /usr/lib/corvane26/cv_computeservice");
+
+    Shell("dpkg -r libhxinstallbase-dev corvane26-setup");
+    EXPECT_EQ(Unit("LoadState"), "not-found\n");
+    EXPECT_NE(s_machine->Shell("kill -0 " + pid).status, 0);
+    // What the administrator wrote is a setting.
+    EXPECT_EQ(Shell("find /usr/bin /usr/lib /etc/systemd /run -name 'corvane26*'"),
+              "/etc/systemd/system/corvane26_service.service.d\n");
+    EXPECT_EQ(Shell("head -c 12 /var/corvane/QueueLimits; stat -c ' %U' /var/corvane"),
+              "MaxThreads:  corvsrvc\n");
+    // dpkg may call it again.
+    Shell("/var/lib/dpkg/info/corvane26-setup.postrm remove");
+
+    Shell("dpkg -P corvane26-setup; userdel ann");
+    ExpectNothingLeft();
+}
+
+TEST_F(Package, LeavesARunningServiceAloneWhenItIsInstalledAgain) {
+    Install();
+    SetUpService(product);
+    const std::string pid = Unit("MainPID");
+    const std::string tree = "find /var/corvane /usr/bin/corvane26* -printf '%p %m %u %l %T@\\n'";
+    const std::string before = Shell(tree);
+    Install();
+    EXPECT_EQ(Unit("ActiveState"), "active\n");
+    EXPECT_EQ(Unit("MainPID"), pid);
+    EXPECT_EQ(Shell(tree), before);
+}
+
+TEST_F(Package, KeepsWhatAnotherCopyOfTheProductHasSetUp) {
+    Install();
+    Shell("cp -a /usr/lib/corvane26 /opt/corvane26");
+    SetUpService("/opt/corvane26");
+    const std::string pid = Unit("MainPID");
+    Shell("dpkg -P libhxinstallbase-dev corvane26-setup");
+    EXPECT_EQ(Unit("MainPID"), pid);
+    EXPECT_EQ(Shell("corvane26 --root-path"), "CORV_ROOT=/opt/corvane26\n");
+    Shell("id corvsrvc; ls /var/log/corvane26_setup.log; rm /var/log/corvane26_setup.log");
+}
+
+TEST_F(Package, KeepsTheResultsOfJobsAndTheirOwner) {
+    Install();
+    SetUpService(product);
+    const std::string repository = "/var/corvane/corvanerc/corvane26server/CorvaneServerRepository";
+    Shell("install -d -o corvsrvc " + repository + "; echo energy > " + repository + "/job");
+    const auto purge = s_machine->Shell("dpkg -P libhxinstallbase-dev corvane26-setup 2>&1");
+    EXPECT_EQ(purge.status, 0) << purge.out;
+    EXPECT_NE(purge.out.find("/var/corvane holds what no setup has made"), std::string::npos)
+        << purge.out;
+    EXPECT_EQ(Shell("find /var/corvane -type f; id -un corvsrvc"), repository + "/job\ncorvsrvc\n");
+}
+
+TEST_F(Package, KeepsATreeThatOtherMachinesMayUse) {
+    Install();
+    Shell("mkdir /var/corvane; mount -t tmpfs none /var/corvane");
+    SetUpService(product, "--cluster-node");
+    const auto purge = s_machine->Shell("dpkg -P libhxinstallbase-dev corvane26-setup 2>&1");
+    EXPECT_EQ(purge.status, 0) << purge.out;
+    EXPECT_NE(purge.out.find("/var/corvane lies on another file system"), std::string::npos)
+        << purge.out;
+    Shell("ls /var/corvane/QueueLimits && id corvsrvc");
+    Shell("umount /var/corvane");
+}
+
+TEST_F(Package, FollowsNoLinkThatTheServiceGroupPlanted) {
+    Install();
+    SetUpService(product);
+    Shell(
+        "mkdir -p /srv/away/corvane26 /srv/away/icons; echo keep > /srv/away/corvane26/file; "
+        "echo keep > /srv/away/icons/file; cd /var/corvane; rm -rf qchemrc corvanerc/corvane26; "
+        "rm -rf corvanerc/corvane26server; ln -s /srv/away corvanerc/corvane26server; "
+        "ln -s /srv/away/corvane26 corvanerc/corvane26; ln -s /srv/away qchemrc");
+    Shell("dpkg -P libhxinstallbase-dev corvane26-setup");
+    EXPECT_EQ(Shell("cat /srv/away/corvane26/file /srv/away/icons/file"), "keep\nkeep\n");
+}
+
+TEST_F(Package, KeepsAnAccountThatWasThereBefore) {
+    Install();
+    Shell("useradd --system ann");
+    SetUpService(product, "--cluster-node -u ann -g ann");
+    EXPECT_EQ(Shell("stat -c %U /var/corvane/corvane26"), "ann\n");
+    Shell("dpkg -P libhxinstallbase-dev corvane26-setup");
+    EXPECT_EQ(Shell("id -un ann; id -gn ann"), "ann\nann\n");
+    EXPECT_NE(s_machine->Shell("ls /var/corvane").status, 0);
+}
+
+}  // namespace
