@@ -51,6 +51,12 @@ const char* TrapAt(const char* path, mode_t type, bool inTree) {
     return nullptr;
 }
 
+// Such as the one that a package has installed. What a setup has made there before may do.
+bool CannotTakeAPrivateCopy(const QByteArray& directory) {
+    return access(directory.constData(), W_OK) != 0 &&
+           access((directory + "/corvane26").constData(), F_OK) != 0;
+}
+
 }  // namespace
 
 QString FindTrapInTree(const QString& installDir) {
@@ -67,7 +73,14 @@ QString FindTrapInTree(const QString& installDir) {
     return {};
 }
 
-QString FindForeignRunScript(const CInstallBase& run) {
+QString FindObstacleForUser(const CInstallBase& run) {
+    if (CannotTakeAPrivateCopy(run.m_installDir.toUtf8())) {
+        return QStringLiteral(
+                   "\"%1\" may not be written to, and a private copy stands beside the program\n"
+                   "    Copy that folder to a directory of your own and run its cv_install there, "
+                   "or have root run the setup.")
+            .arg(run.m_installDir);
+    }
     for (const char* name : {"/corvane26", "/corvane26_snapshot"}) {
         const QString path = run.m_installDir + QLatin1String(name);
         struct stat entry = {};

@@ -9,6 +9,6 @@
 // the script writes one.
 QString FindTrapInTree(const QString& installDir);
 
-// What makes a user's setup fail in the midst, with the remedy, or nothing: run scripts of another
-// owner, whose mode that user cannot change.
-QString FindForeignRunScript(const CInstallBase& run);
+// What makes a user's setup fail in the midst, with the remedy, or nothing: a product folder that
+// cannot take a private copy, or run scripts of another owner, whose mode that user cannot change.
+QString FindObstacleForUser(const CInstallBase& run);

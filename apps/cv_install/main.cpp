@@ -37,7 +37,7 @@ bool IsUsable(const QString& problem) {
 // A trap in the tree, or a tree that is not this user's. True when there is neither.
 bool TreeIsUsable(const CInstallBase& run) {
     const bool rootRun = run.m_accessFlags == CInstallBase::RootAccess;
-    return IsUsable(rootRun ? FindTrapInTree(run.m_installDir) : FindForeignRunScript(run));
+    return IsUsable(rootRun ? FindTrapInTree(run.m_installDir) : FindObstacleForUser(run));
 }
 
 // Root sees what will happen and agrees to it; the script is the plan's other half.

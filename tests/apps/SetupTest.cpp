@@ -163,6 +163,28 @@ TEST_F(Setup, AnotherUserThanRootNeedsUserMode) {
     EXPECT_TRUE(setup.CommitScripts().empty());
 }
 
+TEST_F(Setup, InAFolderThatCannotBeWrittenToItEndsBeforeTheQuestions) {
+    const UserSetup setup;
+    const std::filesystem::path folder = setup.Outside("");
+    const auto writing = std::filesystem::perms::owner_write;
+    std::filesystem::permissions(folder, writing, std::filesystem::perm_options::remove);
+    const auto result = setup.Run({"--setup", "--user-mode"});
+    EXPECT_EQ(result.status, 8);
+    EXPECT_EQ(result.out, "");
+    EXPECT_EQ(result.err,
+              "cv_install: \"/tmp/product\" may not be written to, and a private copy stands "
+              "beside the program\n    Copy that folder to a directory of your own and run its "
+              "cv_install there, or have root run the setup.\n    Nothing has been changed.\n");
+    EXPECT_TRUE(setup.CommitScripts().empty());
+
+    // A setup over an earlier one makes no entry anew.
+    std::filesystem::permissions(folder, writing, std::filesystem::perm_options::add);
+    ASSERT_EQ(setup.Run(yes).status, 0);
+    std::filesystem::permissions(folder, writing, std::filesystem::perm_options::remove);
+    EXPECT_EQ(setup.Run(yes).status, 0);
+    std::filesystem::permissions(folder, writing, std::filesystem::perm_options::add);
+}
+
 TEST_F(Setup, AMissingTemplateEndsWithTheScriptsMessageAndStatus) {
     const UserSetup setup;
     std::filesystem::remove(setup.Outside("corvane26.template"));
