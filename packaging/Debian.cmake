@@ -22,11 +22,15 @@ install(FILES ${PROJECT_SOURCE_DIR}/README.md ${PROJECT_SOURCE_DIR}/docs/adminis
   DESTINATION share/doc/${runtime} COMPONENT runtime)
 install(FILES
     ${PROJECT_SOURCE_DIR}/docs/download.md
+    ${PROJECT_SOURCE_DIR}/docs/installing.md
     ${PROJECT_SOURCE_DIR}/docs/probes.md
     ${PROJECT_SOURCE_DIR}/docs/services.md
   DESTINATION share/doc/${development} COMPONENT development)
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs/examples
-  DESTINATION share/doc/${development} COMPONENT development)
+  DESTINATION share/doc/${development} COMPONENT development
+  FILES_MATCHING
+    PATTERN *.c PATTERN *.cpp PATTERN CMakeLists.txt PATTERN Makefile
+    PATTERN build EXCLUDE)
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME corvane26)
