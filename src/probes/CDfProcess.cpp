@@ -1,10 +1,10 @@
 #include "probes/CDfProcess.h"
 
+#include "probes/DfReport.h"
+
 namespace {
 
 constexpr int WaitMilliseconds = 50000;
-constexpr int BlocksPerGigabyte = 1024 * 1024;  // df -P reports blocks of 1024 bytes
-constexpr qsizetype AvailableColumn = 3;
 
 }  // namespace
 
@@ -22,14 +22,5 @@ int CDfProcess::TotalAvailable() {
             kill();
         return 0;
     }
-    const QList<QByteArray> lines = readAllStandardOutput().split('\n');
-    if (lines.size() < 2)
-        return 0;
-    // Kept: a device name with a blank moves the columns.
-    const QStringList fields =
-        QString::fromUtf8(lines[1]).split(u' ', Qt::SkipEmptyParts, Qt::CaseSensitive);
-    if (fields.size() <= AvailableColumn)
-        return 0;
-    // toInt gives 0 for what is no number or does not fit.
-    return fields[AvailableColumn].toInt() / BlocksPerGigabyte;
+    return hx::AvailableGigabytes(readAllStandardOutput());
 }
