@@ -54,8 +54,8 @@ const GuardedField guardedFields[] = {
     {"Diffie-Hellman file", &CInstallBase::m_compSrvcDh, Use::Substituted, ChooseSetting},
 };
 
+// Those of 8 bits too, which a terminal may take for the escape sequences of 7 bits.
 bool IsControl(QChar character) {
-    // Terminals obey those of the upper half too.
     return character.category() == QChar::Other_Control;
 }
 

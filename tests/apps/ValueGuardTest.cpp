@@ -37,7 +37,8 @@ TEST_F(ValueGuard, NamesTheFieldTheValueTheReasonAndTheRemedy) {
 }
 
 TEST_F(ValueGuard, RefusesWhatChangesAQuotedLine) {
-    for (const char* value : {"/a\"b", "/a$b", "/a`b", "/a\\b", "/a\nb", "/a\rb", "/a\x1b[2Jb"}) {
+    for (const char* value : {"/a\"b", "/a$b", "/a`b", "/a\\b", "/a\nb", "/a\rb", "/a\x1b[2Jb",
+                              "/a\u009b2Jb", "/a\u0085b"}) {
         const UserSetup setup;
         EXPECT_NE(Refusal(setup, {"-d", value}).find("the scratch directory"), std::string::npos);
     }
