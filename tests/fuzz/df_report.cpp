@@ -1,0 +1,46 @@
+// Reports of df: the figure is in range, and the one that a plain reading of the line gives.
+#include <regex>
+#include <sstream>
+#include <string>
+
+#include "fuzz/Expect.h"
+#include "probes/DfReport.h"
+
+namespace {
+
+constexpr long long BlocksPerGigabyte = 1048576;
+
+// The fourth field of the second line; empty without one.
+std::string AvailableField(const std::string& report) {
+    std::istringstream lines(report);
+    std::string line;
+    if (!std::getline(lines, line) || !std::getline(lines, line))
+        return {};
+    std::istringstream fields(line);
+    std::string field;
+    for (int found = 0; found < 4; found += field.empty() ? 0 : 1) {
+        if (!std::getline(fields, field, ' '))
+            return {};
+    }
+    return field;
+}
+
+void ExpectFigure(const std::string& field, int available) {
+    static const std::regex number("[+-]?[0-9]{1,18}");
+    if (field.empty())
+        HX_EXPECT(available == 0);
+    if (!std::regex_match(field, number))
+        return;
+    const long long blocks = std::stoll(field);
+    HX_EXPECT(available == (blocks == static_cast<int>(blocks) ? blocks / BlocksPerGigabyte : 0));
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, size_t size) {
+    const std::string report(data, data + size);
+    const int available = hx::AvailableGigabytes(QByteArray::fromStdString(report));
+    HX_EXPECT(available >= -2048 && available <= 2047);
+    ExpectFigure(AvailableField(report), available);
+    return 0;
+}
