@@ -2,6 +2,8 @@
 
 #include <filesystem>
 
+#include "apps/Leaks.h"
+
 namespace fs = std::filesystem;
 
 void LayOutRootSetup() {
@@ -22,7 +24,7 @@ hx_test::ProcessResult RunRootSetup(const std::vector<std::string>& arguments,
     hx_test::ProcessOptions options;
     options.input = input;
     options.workingDirectory = "/";
-    options.env["LSAN_OPTIONS"] = "detect_leaks=0";
+    options.env["LSAN_OPTIONS"] = LeakOptions(HX_LEAK_SUPPRESSIONS);
     return hx_test::Run(command, options);
 }
 
@@ -31,7 +33,7 @@ hx_test::ProcessResult RunRootSetupMerged(const std::vector<std::string>& argume
         "/bin/sh", "-c", "exec \"$@\" 2>&1", "sh", "/opt/corvane26/cv_install", "--setup"};
     command.insert(command.end(), arguments.begin(), arguments.end());
     hx_test::ProcessOptions options;
-    options.env["LSAN_OPTIONS"] = "detect_leaks=0";
+    options.env["LSAN_OPTIONS"] = LeakOptions(HX_LEAK_SUPPRESSIONS);
     return hx_test::Run(command, options);
 }
 

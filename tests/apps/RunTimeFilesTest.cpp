@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "apps/Leaks.h"
 #include "apps/UserSetup.h"
 #include "harness/Terminal.h"
 
@@ -185,6 +186,7 @@ protected:
             for (std::string& word : command)
                 argv.push_back(word.data());
             argv.push_back(nullptr);
+            setenv("LSAN_OPTIONS", LeakOptions("/tmp/lsan.supp").c_str(), 1);
             umask(mask);
             execv(argv[0], argv.data());
         });

@@ -6,6 +6,8 @@
 #include <cstdlib>
 #include <filesystem>
 
+#include "apps/Leaks.h"
+
 namespace fs = std::filesystem;
 
 namespace {
@@ -15,9 +17,7 @@ namespace {
     for (const std::string& word : command)
         argv.push_back(const_cast<char*>(word.c_str()));
     argv.push_back(nullptr);
-    // A leak checker would have to name what lives until the end by design, and writes to stderr
-    // while it does. The tests of the library look for leaks.
-    setenv("LSAN_OPTIONS", "detect_leaks=0", 1);
+    setenv("LSAN_OPTIONS", LeakOptions("/tmp/lsan.supp").c_str(), 1);
     std::fflush(nullptr);
     execv(argv[0], argv.data());
     _exit(127);
@@ -29,6 +29,7 @@ UserSetup::UserSetup(const std::string& product) : m_product(product) {
     fs::copy(HX_PRODUCT_DIR, Outside(""),
              fs::copy_options::recursive | fs::copy_options::copy_symlinks);
     fs::copy(HX_INTERPOSER, Root() + "/interposer.so");
+    fs::copy(HX_LEAK_SUPPRESSIONS, Root() + "/lsan.supp");
     m_world.identity = hx_test::World::Identity::User;
     // A shared installation on this machine plays no part. /tmp comes last: it hides the others.
     m_world.binds = {{m_nothing.path().string(), "/var"}, {Root(), "/tmp"}};
