@@ -12,6 +12,7 @@ enum class ExitStatus {
     ConsoleClosed = 7,
     TreeRefused = 8,
     Declined = 9,
+    Incomplete = 10,
     NoWorkingDirectory = 14,
     SignalBase = 128  // plus the number of the signal that ended the commit script
 };

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "Conversation.h"
+#include "ResultCheck.h"
 
 namespace {
 
@@ -42,5 +43,11 @@ ExitStatus WriteRunTimeFiles(CInstallBase& run, bool submissionScripts) {
         if (PersonLeft(run))
             return TellConsoleClosed();
     }
-    return ExitStatus::Complete;
+    const QString problem = FindIncompleteRunTimeFile(run, submissionScripts);
+    if (problem.isEmpty())
+        return ExitStatus::Complete;
+    std::fflush(stdout);
+    std::fprintf(stderr, "cv_install: %s\n    %s\n", qUtf8Printable(problem),
+                 OnlyRunTimeFilesChanged);
+    return ExitStatus::SystemCallFailed;
 }

@@ -5,8 +5,9 @@
 #include "setuprun/CInstallBase.h"
 
 // Makes the install directory and the files of Q-Chem in it, and the submission scripts if they are
-// wanted. Returns ExitStatus::Complete, or ConsoleClosed, told on stderr, when the person at the
-// terminal left at a pause. A failure ends the process.
+// wanted. Returns ExitStatus::Complete; or, told on stderr, ConsoleClosed when the person at the
+// terminal left at a pause, and SystemCallFailed when a file was cut short. Other failures end the
+// process.
 ExitStatus WriteRunTimeFiles(CInstallBase& run, bool submissionScripts);
 
 // For a failure between here and the first line of the commit script.

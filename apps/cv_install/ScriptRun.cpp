@@ -4,14 +4,16 @@
 #include <sys/types.h>
 #include <unistd.h>
 
-#include <QFile>
+#include <QThread>
 #include <atomic>
+#include <climits>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
 
 #include "ExitStatus.h"
 #include "Progress.h"
+#include "ReadBack.h"
 #include "RunTimeFiles.h"
 #include "commit/CCommitScript.h"
 
@@ -50,6 +52,7 @@ public:
     ~SignalsPassedOn() {
         for (size_t i = 0; i < std::size(passedOn); ++i)
             sigaction(passedOn[i], &m_former[i], nullptr);
+        scriptGroup = 0;
     }
     SignalsPassedOn(const SignalsPassedOn&) = delete;
     SignalsPassedOn& operator=(const SignalsPassedOn&) = delete;
@@ -133,6 +136,27 @@ int TellEndedBySignal(int signal, const QString& path) {
     return static_cast<int>(ExitStatus::SignalBase) + signal;
 }
 
+// A wait that fails is not the script's end: it is tried again, for a few seconds.
+bool WaitForEnd(CCommitScript& script) {
+    for (int failures = 0; failures < 10; ++failures) {
+        if (script.waitForFinished(-1) || script.state() == QProcess::NotRunning)
+            return true;
+        QThread::msleep(500);
+    }
+    return false;
+}
+
+// A script whose output nobody takes would wait for ever.
+int TellLost(CCommitScript& script, const QString& path) {
+    StopScript();
+    script.kill();
+    std::fprintf(stderr,
+                 "cv_install: the commit script %s could not be followed to its end, and was "
+                 "ended\n    What it had done remains.  Run the setup again to complete it.\n",
+                 qUtf8Printable(path));
+    return static_cast<int>(ExitStatus::SignalBase) + SIGTERM;
+}
+
 int TellEnd(const CCommitScript& script, const QString& path) {
     if (script.exitStatus() == QProcess::CrashExit)
         return TellEndedBySignal(script.exitCode(), path);
@@ -151,17 +175,22 @@ int TellEnd(const CCommitScript& script, const QString& path) {
     return script.exitCode();
 }
 
-// The library does not look at its writes: on a full disc the script is cut short, or empty.
-bool IsComplete(const QString& path) {
-    QFile script(path);
-    return script.open(QIODevice::ReadOnly) && script.readAll().endsWith("\nexit 0\n");
+// The library does not look at how its writes go, and a full disc may take lines out of a script.
+// One that a second writing confirms is whole.
+bool IsWhole(CInstallBase& run, const QString& path) {
+    QString second;
+    if (!run.WriteCommitScript(second, false))
+        return false;
+    const QByteArray text = ReadBack(second, INT_MAX);
+    unlink(second.toUtf8().constData());
+    return text.endsWith("\nexit 0\n") && Holds(path, text);
 }
 
 }  // namespace
 
 QString WriteScript(CInstallBase& run) {
     QString path;
-    if (run.WriteCommitScript(path, false) && IsComplete(path))
+    if (run.WriteCommitScript(path, false) && IsWhole(run, path))
         return path;
     if (!path.isEmpty())
         unlink(path.toUtf8().constData());
@@ -176,8 +205,6 @@ int FollowScript(const QString& path) {
     std::printf("Commit script: %s\n", qUtf8Printable(path));
     std::fflush(stdout);
 
-    // A console that goes away does not stop the script half-way: the log goes on.
-    std::signal(SIGPIPE, SIG_IGN);
     const SignalsPassedOn whileItRuns;
     CCommitScript script;
     Progress progress(path);
@@ -194,8 +221,14 @@ int FollowScript(const QString& path) {
         return TellNotStarted(script);
     SignalsPassedOn::To(static_cast<pid_t>(script.processId()));
     script.closeWriteChannel();
-    script.waitForFinished(-1);
+    if (!WaitForEnd(script))
+        return TellLost(script, path);
     if (OnTerminal() && script.exitStatus() == QProcess::NormalExit && script.exitCode() == 0)
         progress.TellRest();
     return TellEnd(script, path);
+}
+
+void StopScript() {
+    if (scriptGroup > 0)
+        kill(-scriptGroup, SIGTERM);
 }

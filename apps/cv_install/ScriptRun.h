@@ -10,3 +10,6 @@ QString WriteScript(CInstallBase& run);
 // passes SIGINT, SIGTERM and SIGHUP on to it. Returns the exit status of cv_install: the script's,
 // 128 plus the signal that ended it, or ExitStatus::ScriptNotStarted. Failures are told on stderr.
 int FollowScript(const QString& path);
+
+// For a process that cannot go on: asks a script that still runs to end.
+void StopScript();

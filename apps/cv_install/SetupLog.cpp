@@ -13,23 +13,39 @@ namespace {
 
 int logDescriptor = -1;
 std::string logPath;
+bool lostOutput = false;
 
-void WriteAll(int descriptor, const char* text, size_t length) {
+// Sets errno when it returns false.
+bool WriteAll(int descriptor, const char* text, size_t length) {
     while (length > 0) {
         const ssize_t written = write(descriptor, text, length);
         if (written < 0 && errno == EINTR)
             continue;
         if (written <= 0)
-            return;
+            return false;
         text += written;
         length -= static_cast<size_t>(written);
     }
+    return true;
 }
 
-// The console comes first; neither of the two that cannot be written to any more stops a setup.
+// A log that cannot be written to any more does not stop a setup. What follows would leave a hole.
+void GiveUpLog(int error) {
+    const std::string warning = "cv_install: the log " + logPath +
+                                " ends here, it cannot be written to: " + std::strerror(error) +
+                                '\n';
+    WriteAll(STDERR_FILENO, warning.data(), warning.size());
+    close(logDescriptor);
+    logDescriptor = -1;
+}
+
+// The console comes first; neither of the two that cannot be written to any more stops the other.
 ssize_t WriteToBoth(void* cookie, const char* text, size_t length) {
-    WriteAll(*static_cast<const int*>(cookie), text, length);
-    WriteAll(logDescriptor, text, length);
+    const int console = *static_cast<const int*>(cookie);
+    if (!WriteAll(console, text, length) && console == STDOUT_FILENO)
+        lostOutput = true;
+    if (logDescriptor != -1 && !WriteAll(logDescriptor, text, length))
+        GiveUpLog(errno);
     return static_cast<ssize_t>(length);
 }
 
@@ -52,7 +68,8 @@ int OpenLog(bool rootRun) {
         const int log =
             open(logPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0600);
         // One that is there already may have another mode.
-        fchmod(log, 0600);
+        if (log != -1)
+            fchmod(log, 0600);
         return log;
     }
     logPath = "/tmp/corvane26_setup_XXXXXX.log";
@@ -75,4 +92,8 @@ void SetupLog::Start(bool rootRun) {
 
 const std::string& SetupLog::Path() {
     return logPath;
+}
+
+bool SetupLog::LostOutput() {
+    return std::fflush(stdout) != 0 || std::ferror(stdout) != 0 || lostOutput;
 }

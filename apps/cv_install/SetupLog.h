@@ -14,4 +14,7 @@ public:
 
     // The log's path; empty without a log.
     static const std::string& Path();
+
+    // True when something that was printed could not be written to stdout, with or without a log.
+    static bool LostOutput();
 };

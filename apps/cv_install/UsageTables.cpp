@@ -73,6 +73,7 @@ constexpr StatusUsage statuses[] = {
     {ExitStatus::ConsoleClosed, "", "the console was closed at a question"},
     {ExitStatus::TreeRefused, "", "the install tree holds what this user must not write through"},
     {ExitStatus::Declined, "", "the plan was not agreed to"},
+    {ExitStatus::Incomplete, "", "the commit script went to its end, but a file is not complete"},
     {ExitStatus::NoWorkingDirectory, "", "there is no working directory"},
     {ExitStatus::SignalBase, "+n", "signal n ended the commit script"},
     {std::nullopt, "errno", "a submission script could not be opened for this reason"},

@@ -7,6 +7,8 @@
 #include "Conversation.h"
 #include "ExitStatus.h"
 #include "Plan.h"
+#include "ProcessState.h"
+#include "ResultCheck.h"
 #include "RunTimeFiles.h"
 #include "ScriptRun.h"
 #include "SetupLog.h"
@@ -53,6 +55,16 @@ bool PlanIsAgreedTo(CInstallBase& run, const QString& script) {
     return false;
 }
 
+ExitStatus ShowResult(const CInstallBase& run) {
+    const QString problem = FindIncompleteResult(run);
+    if (!problem.isEmpty()) {
+        std::fprintf(stderr, "cv_install: %s\n", qUtf8Printable(problem));
+        return ExitStatus::Incomplete;
+    }
+    ShowSummary(run);
+    return ExitStatus::Complete;
+}
+
 ExitStatus Prepare(CInstallBase& run) {
     // Before the questions, whose answers would be lost, and again when they took their time.
     if (!TreeIsUsable(run))
@@ -88,14 +100,11 @@ int RunSetup(Arguments& arguments) {
         return static_cast<int>(written);
     const int status = FollowScript(script);
     if (status == static_cast<int>(ExitStatus::Complete))
-        ShowSummary(run);
+        return static_cast<int>(ShowResult(run));
     return status;
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
-    Arguments arguments(argc, argv);
+int RunAsAsked(Arguments& arguments) {
     if (arguments.help()) {
         PrintHelp();
         return static_cast<int>(ExitStatus::Complete);
@@ -105,4 +114,16 @@ int main(int argc, char** argv) {
         return static_cast<int>(ExitStatus::Complete);
     }
     return RunSetup(arguments);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    PrepareProcess();
+    Arguments arguments(argc, argv);
+    const int status = RunAsAsked(arguments);
+    // The status tells how the setup went, also when nobody could read about it.
+    if (SetupLog::LostOutput())
+        std::fprintf(stderr, "cv_install: stdout cannot be written to, some lines are lost\n");
+    return status;
 }

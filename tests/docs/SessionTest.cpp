@@ -70,12 +70,11 @@ protected:
         };
         return {"/usr/bin/env",
                 "PATH=/tmp/bin:/usr/bin:/bin",
-                "LD_PRELOAD=/tmp/interposer.so",
                 "HX_TEST_SYSCONF=" + answer(_SC_NPROCESSORS_CONF, 8) + "," +
                     answer(_SC_PHYS_PAGES, 4096512) + "," + answer(_SC_PAGESIZE, 4096),
                 "/bin/sh",
                 "-c",
-                "exec " + line};
+                "exec env LD_PRELOAD=/tmp/interposer.so " + line};
     }
 
     // What the setup shows on a terminal while the person answers.

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -48,14 +49,12 @@ void CollectOutput(int out, int err, ProcessResult& result) {
     }
 }
 
-// The input goes through an unlinked file, so that no reader can block the writer.
+// The input goes through a file in memory, so that no reader can block the writer and no disc needs
+// to have room.
 int InputDescriptor(const std::string& input) {
-    FILE* file = std::tmpfile();
-    std::fwrite(input.data(), 1, input.size(), file);
-    std::rewind(file);
-    const int fd = dup(fileno(file));
-    std::fclose(file);
-    lseek(fd, 0, SEEK_SET);
+    const int fd = memfd_create("input", MFD_CLOEXEC);
+    if (write(fd, input.data(), input.size()) == static_cast<ssize_t>(input.size()))
+        lseek(fd, 0, SEEK_SET);
     return fd;
 }
 

@@ -2,96 +2,128 @@
  *
  *   HX_TEST_FAIL="mkstemp=13,chmod=30"   these calls fail with this errno (as a result, where that
  *                                        is how the call tells)
+ *   HX_TEST_FAIL="fopen:3=24"            only the third call does
  *   HX_TEST_SYSCONF="84=0,30=-1"         sysconf answers these numbers for these names
  *   HX_TEST_NO_MEMORY="16"               malloc of exactly this size fails
+ *   HX_TEST_NO_MEMORY=":3"               only the third of malloc, calloc and realloc together,
+ *                                        counted from the program's start
+ *   HX_TEST_REACHED="/tmp/file"          is made when a counted call was reached and failed
+ *
+ * Children of a program that it is preloaded into go without it.
  */
 #define _GNU_SOURCE
 #include <dlfcn.h>
 #include <errno.h>
+#include <fcntl.h>
 #include <grp.h>
 #include <pwd.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/types.h>
 #include <unistd.h>
 
-/* Finds `name=number` in the comma-separated list of the environment variable `list`. */
-static int listed(const char* list, const char* name, long* number) {
+__attribute__((constructor)) static void stay_in_this_program(void) {
+    unsetenv("LD_PRELOAD");
+}
+
+/* Past the calls that this file replaces. */
+static void tell_reached(void) {
+    const char* path = getenv("HX_TEST_REACHED");
+    if (path != NULL)
+        syscall(SYS_close, syscall(SYS_openat, AT_FDCWD, path, O_CREAT | O_WRONLY, 0600));
+}
+
+/* What stands behind `name`, from its '=' or ':' on, in the comma-separated list of the environment
+ * variable `list`; null when it is not there. */
+static const char* listed(const char* list, const char* name) {
     const char* entry = getenv(list);
     const size_t length = strlen(name);
     while (entry != NULL && *entry != '\0') {
-        if (strncmp(entry, name, length) == 0 && entry[length] == '=') {
-            *number = strtol(entry + length + 1, NULL, 10);
-            return 1;
-        }
+        if (strncmp(entry, name, length) == 0 && (entry[length] == '=' || entry[length] == ':'))
+            return entry + length;
         entry = strchr(entry, ',');
         entry = entry == NULL ? NULL : entry + 1;
     }
-    return 0;
+    return NULL;
 }
 
-static int fails(const char* call) {
-    long error = 0;
-    if (!listed("HX_TEST_FAIL", call, &error))
+/* `count` is the caller's own, of calls while a counted failure of its name is asked for. */
+static int fails(const char* call, int* count) {
+    const char* failure = listed("HX_TEST_FAIL", call);
+    if (failure == NULL)
         return 0;
-    errno = (int)error;
+    if (*failure == ':') {
+        char* end = NULL;
+        if (strtol(failure + 1, &end, 10) != ++*count)
+            return 0;
+        tell_reached();
+        failure = end;
+    }
+    errno = (int)strtol(failure + 1, NULL, 10);
     return 1;
 }
+
+#define FAILS(call)          \
+    __extension__({          \
+        static int count;    \
+        fails(call, &count); \
+    })
 
 #define REAL(name) ((__typeof__(&name))dlsym(RTLD_NEXT, #name))
 
 long sysconf(int name) {
     char key[16];
-    long answer = 0;
     snprintf(key, sizeof key, "%d", name);
-    return listed("HX_TEST_SYSCONF", key, &answer) ? answer : REAL(sysconf)(name);
+    const char* answer = listed("HX_TEST_SYSCONF", key);
+    return answer == NULL ? REAL(sysconf)(name) : strtol(answer + 1, NULL, 10);
 }
 
 char* getcwd(char* buffer, size_t size) {
-    return fails("getcwd") ? NULL : REAL(getcwd)(buffer, size);
+    return FAILS("getcwd") ? NULL : REAL(getcwd)(buffer, size);
 }
 
 int mkstemp(char* name) {
-    return fails("mkstemp") ? -1 : REAL(mkstemp)(name);
+    return FAILS("mkstemp") ? -1 : REAL(mkstemp)(name);
 }
 
 FILE* fdopen(int fd, const char* mode) {
-    return fails("fdopen") ? NULL : REAL(fdopen)(fd, mode);
+    return FAILS("fdopen") ? NULL : REAL(fdopen)(fd, mode);
 }
 
 FILE* fopen(const char* path, const char* mode) {
-    return fails("fopen") ? NULL : REAL(fopen)(path, mode);
+    return FAILS("fopen") ? NULL : REAL(fopen)(path, mode);
 }
 
 int chmod(const char* path, mode_t mode) {
-    return fails("chmod") ? -1 : REAL(chmod)(path, mode);
+    return FAILS("chmod") ? -1 : REAL(chmod)(path, mode);
 }
 
 int mkdir(const char* path, mode_t mode) {
-    return fails("mkdir") ? -1 : REAL(mkdir)(path, mode);
+    return FAILS("mkdir") ? -1 : REAL(mkdir)(path, mode);
 }
 
 int unlink(const char* path) {
-    return fails("unlink") ? -1 : REAL(unlink)(path);
+    return FAILS("unlink") ? -1 : REAL(unlink)(path);
 }
 
 int symlink(const char* target, const char* path) {
-    return fails("symlink") ? -1 : REAL(symlink)(target, path);
+    return FAILS("symlink") ? -1 : REAL(symlink)(target, path);
 }
 
 ssize_t readlink(const char* path, char* buffer, size_t size) {
-    return fails("readlink") ? -1 : REAL(readlink)(path, buffer, size);
+    return FAILS("readlink") ? -1 : REAL(readlink)(path, buffer, size);
 }
 
 int lstat(const char* path, struct stat* entry) {
-    return fails("lstat") ? -1 : REAL(lstat)(path, entry);
+    return FAILS("lstat") ? -1 : REAL(lstat)(path, entry);
 }
 
 int getpwnam_r(const char* name, struct passwd* entry, char* buffer, size_t size,
                struct passwd** result) {
-    if (!fails("getpwnam_r"))
+    if (!FAILS("getpwnam_r"))
         return REAL(getpwnam_r)(name, entry, buffer, size, result);
     *result = NULL;
     return errno;
@@ -99,27 +131,78 @@ int getpwnam_r(const char* name, struct passwd* entry, char* buffer, size_t size
 
 int getgrnam_r(const char* name, struct group* entry, char* buffer, size_t size,
                struct group** result) {
-    if (!fails("getgrnam_r"))
+    if (!FAILS("getgrnam_r"))
         return REAL(getgrnam_r)(name, entry, buffer, size, result);
     *result = NULL;
     return errno;
 }
 
+int access(const char* path, int mode) {
+    return FAILS("access") ? -1 : REAL(access)(path, mode);
+}
+
+int setenv(const char* name, const char* value, int overwrite) {
+    return FAILS("setenv") ? -1 : REAL(setenv)(name, value, overwrite);
+}
+
+/* No system keeps a file open whose closing failed. */
+int fclose(FILE* file) {
+    const int result = REAL(fclose)(file);
+    return FAILS("fclose") ? EOF : result;
+}
+
+/* Qt's children call it on a stack that is too small to look a function up. */
+int close(int descriptor) {
+    const int result = (int)syscall(SYS_close, descriptor);
+    return FAILS("close") ? -1 : result;
+}
+
 #ifndef HX_TEST_KEEP_MALLOC
 extern void* __libc_malloc(size_t size);
+extern void* __libc_calloc(size_t count, size_t size);
+extern void* __libc_realloc(void* memory, size_t size);
+
+static int program_runs;
+
+/* Allocations count from here on: libraries that lack memory while they load end the program, or
+ * hang, in their own ways. */
+int __libc_start_main(int (*program)(int, char**, char**), int argc, char** argv,
+                      void (*init)(void), void (*fini)(void), void (*loader_fini)(void),
+                      void* stack_end) {
+    program_runs = 1;
+    return REAL(__libc_start_main)(program, argc, argv, init, fini, loader_fini, stack_end);
+}
+
+/* Whether an allocation fails: a malloc of a certain size, or any by its number. */
+static int lacks_memory(int of_malloc, size_t size) {
+    static __thread int busy;
+    static long count;
+    if (busy || !program_runs)
+        return 0;
+    busy = 1;
+    const char* failing = getenv("HX_TEST_NO_MEMORY");
+    int fail = 0;
+    if (failing != NULL && *failing == ':')
+        fail = strtol(failing + 1, NULL, 10) == ++count;
+    else if (failing != NULL)
+        fail = of_malloc && (size_t)strtoul(failing, NULL, 10) == size;
+    if (fail && *failing == ':')
+        tell_reached();
+    busy = 0;
+    if (fail)
+        errno = ENOMEM;
+    return fail;
+}
 
 void* malloc(size_t size) {
-    static __thread int busy;
-    if (!busy) {
-        busy = 1;
-        const char* failing = getenv("HX_TEST_NO_MEMORY");
-        const int fail = failing != NULL && (size_t)strtoul(failing, NULL, 10) == size;
-        busy = 0;
-        if (fail) {
-            errno = ENOMEM;
-            return NULL;
-        }
-    }
-    return __libc_malloc(size);
+    return lacks_memory(1, size) ? NULL : __libc_malloc(size);
+}
+
+void* calloc(size_t count, size_t size) {
+    return lacks_memory(0, size) ? NULL : __libc_calloc(count, size);
+}
+
+void* realloc(void* memory, size_t size) {
+    return lacks_memory(0, size) ? NULL : __libc_realloc(memory, size);
 }
 #endif

@@ -33,6 +33,9 @@ public:
     void MakeLink(const std::string& path, const std::string& target);
     std::string Read(const std::string& path) const;
 
+    // Where a path of the machine stands on the real one.
+    std::string Real(const std::string& path) const;
+
     // Binds a file of this content over any other existing path.
     void Replace(const std::string& path, const std::string& text, mode_t mode = 0644);
 
@@ -45,8 +48,6 @@ public:
     void Expect(hx_test::World::Identity identity, const std::function<void()>& body) const;
 
 private:
-    std::string Real(const std::string& path) const;
-
     hx_test::TempDir m_dir;
     std::vector<std::pair<std::string, std::string>> m_binds;
 };

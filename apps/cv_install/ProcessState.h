@@ -1,0 +1,7 @@
+// What this process must not inherit as it is.
+#pragma once
+
+// First in main: stdin, stdout and stderr are open, so that no file of the setup takes their place;
+// the ends of children are not ignored, so that their statuses can be learned; a reader of stdout
+// that leaves does not end a setup half way; and a lack of memory ends it with a message.
+void PrepareProcess();

@@ -1,0 +1,79 @@
+// What cv_install finds incomplete after a commit script that ended well, and what it lets pass.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+#include "apps/UserSetup.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+class ResultCheck : public testing::Test {
+protected:
+    void SetUp() override { HX_REQUIRE_NAMESPACES(); }
+
+    // Bash runs `atEnd` when the commit script has ended.
+    hx_test::ProcessResult Run(const std::string& atEnd = ":") {
+        hx_test::WriteFile(m_setup.Root() + "/before", "trap '" + atEnd + "' EXIT\n");
+        return m_setup.RunProgram(m_setup.Command(
+            {"BASH_ENV=/tmp/before"}, {"--setup", "--user-mode", "--yes", "-m", "777", "-s", "5"}));
+    }
+
+    void ExpectIncomplete(const hx_test::ProcessResult& result, const std::string& name) {
+        EXPECT_EQ(result.status, 10);
+        EXPECT_NE(result.err.find("cv_install: \"/tmp/product/" + name +
+                                  "\" is not complete, or cannot be read\n"),
+                  std::string::npos)
+            << result.err;
+        EXPECT_EQ(result.out.find("Next step"), std::string::npos);
+    }
+
+    UserSetup m_setup;
+};
+
+TEST_F(ResultCheck, LimitsThatLackALineAreIncomplete) {
+    for (const char* line : {"MaxThreads", "MemoryPerThreadMB", "Scratch", "DiskPerThreadGB"}) {
+        ExpectIncomplete(Run("sed -i /^" + std::string(line) + "/d /tmp/product/QueueLimits"),
+                         "QueueLimits");
+    }
+}
+
+TEST_F(ResultCheck, LimitsWithACutLineAreIncomplete) {
+    ExpectIncomplete(Run("truncate --size=-1 /tmp/product/QueueLimits"), "QueueLimits");
+    ExpectIncomplete(Run("rm /tmp/product/QueueLimits; mkfifo /tmp/product/QueueLimits"),
+                     "QueueLimits");
+}
+
+TEST_F(ResultCheck, AFurtherLineOfLimitsIsTheServicesOwn) {
+    const auto result = Run("echo ThreadsPerMolecule: 0 >> /tmp/product/QueueLimits");
+    EXPECT_EQ(result.status, 0) << result.err;
+}
+
+TEST_F(ResultCheck, PagesThatSomebodyChangedPass) {
+    ASSERT_EQ(Run().status, 0);
+    const std::string page = "corvanerc/corvane26server/resources/index.html";
+    hx_test::WriteFile(m_setup.Outside(page), "short");
+    EXPECT_EQ(Run().status, 0);
+}
+
+TEST_F(ResultCheck, PagesThatAreCutShortOrMissingAreToldUntilTheirDirectoryIsGone) {
+    ASSERT_EQ(Run().status, 0);
+    const std::string page = "corvanerc/corvane26server/resources/index.html";
+    const std::string whole = m_setup.File(page);
+    for (const std::string& left : {whole.substr(0, 100), std::string()}) {
+        hx_test::WriteFile(m_setup.Outside(page), left);
+        const auto result = Run();
+        ExpectIncomplete(result, page);
+        EXPECT_NE(result.err.find("remove the directory \"/tmp/product/corvanerc/corvane26server/"
+                                  "resources\", and run the setup again.\n"),
+                  std::string::npos);
+    }
+    fs::remove(m_setup.Outside(page));
+    ExpectIncomplete(Run(), page);
+    fs::remove_all(m_setup.Outside("corvanerc/corvane26server/resources"));
+    EXPECT_EQ(Run().status, 0);
+    EXPECT_EQ(m_setup.File(page), whole);
+}
+
+}  // namespace

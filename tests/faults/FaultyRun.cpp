@@ -1,0 +1,113 @@
+#include "faults/FaultyRun.h"
+
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <regex>
+#include <sstream>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+// What a setup makes in the install directory.
+constexpr const char* madeNames[] = {"corvane26",     "corvane26_snapshot", "corvane26_samba",
+                                     "corvane26_ssh", "corvanerc",          "qchemrc",
+                                     "QueueEntries",  "QueueLimits"};
+
+std::string Describe(const fs::path& path) {
+    struct stat entry = {};
+    lstat(path.c_str(), &entry);
+    const std::string mode = std::to_string(entry.st_mode) + " ";
+    return fs::is_regular_file(path) ? mode + hx_test::ReadFile(path) : mode;
+}
+
+std::map<std::string, std::string> WhatWasMade(const UserSetup& setup) {
+    std::map<std::string, std::string> made;
+    for (const char* name : madeNames) {
+        const fs::path top = setup.Outside(name);
+        if (!fs::exists(top))
+            continue;
+        made[name] = Describe(top);
+        if (!fs::is_directory(top))
+            continue;
+        for (const auto& entry : fs::recursive_directory_iterator(top))
+            made[fs::relative(entry.path(), setup.Outside(""))] = Describe(entry.path());
+    }
+    return made;
+}
+
+}  // namespace
+
+FaultyRun::FaultyRun(std::vector<std::string> options) : m_options(std::move(options)) {
+    // The modules of the name service make hundreds of calls of their own.
+    hx_test::WriteFile(m_files / "nsswitch.conf", "passwd: files\ngroup: files\n");
+    m_setup.Bind(m_files / "nsswitch.conf", "/etc/nsswitch.conf");
+}
+
+std::string FaultyRun::NotAvailable() {
+#ifdef HX_TEST_KEEP_MALLOC
+    return "a sanitizer makes system calls of its own, and takes their success for granted";
+#endif
+    if (!hx_test::NamespacesAvailable())
+        return "user and mount namespaces are needed";
+    const auto probe = hx_test::Run({"strace", "-o", "/dev/null", "true"});
+    return probe.status == 0 ? "" : "strace cannot trace here: " + probe.err;
+}
+
+void FaultyRun::Clear() {
+    for (const char* name : madeNames)
+        fs::remove_all(m_setup.Outside(name));
+    for (const auto& entry : fs::directory_iterator(m_setup.Root())) {
+        if (entry.path().filename().string().starts_with("corvane26_"))
+            fs::remove(entry.path());
+    }
+}
+
+FaultyResult FaultyRun::RunTraced(const std::vector<std::string>& options) {
+    Clear();
+    // Children are not traced. A hanging run is ended, which shows as status 137.
+    std::vector<std::string> command = {"/usr/bin/timeout", "--signal=KILL",   "30", "/usr/bin/env",
+                                        "PATH=/usr/bin",    "/usr/bin/strace", "-y", "-o",
+                                        "/tmp/trace"};
+    command.insert(command.end(), options.begin(), options.end());
+    std::vector<std::string> arguments = {"--setup", "--user-mode", "--yes"};
+    arguments.insert(arguments.end(), m_options.begin(), m_options.end());
+    const std::vector<std::string> setup = m_setup.Command(arguments);
+    command.insert(command.end(), setup.begin(), setup.end());
+    const auto result = m_setup.RunProgram(command);
+    return {result.status, result.err, "", WhatWasMade(m_setup)};
+}
+
+FaultyResult FaultyRun::RunWhole() {
+    return RunTraced({});
+}
+
+FaultyResult FaultyRun::RunWhen(const std::string& name, const std::string& when,
+                                const std::string& error) {
+    FaultyResult result =
+        RunTraced({"--trace=" + name, "--inject=" + name + ":error=" + error + ":when=" + when});
+    std::istringstream trace(hx_test::ReadFile(m_setup.Root() + "/trace"));
+    for (std::string line; std::getline(trace, line);) {
+        if (line.ends_with("(INJECTED)"))
+            result.call = line;
+    }
+    return result;
+}
+
+std::vector<FaultyRun::Call> FaultyRun::CallsOfSetup() {
+    RunWhole();
+    std::istringstream trace(hx_test::ReadFile(m_setup.Root() + "/trace"));
+    std::map<std::string, int> numbers;
+    std::vector<Call> calls;
+    for (std::string line; std::getline(trace, line);) {
+        const size_t parenthesis = line.find('(');
+        if (parenthesis == std::string::npos)
+            continue;
+        const std::string name = line.substr(0, parenthesis);
+        const int number = ++numbers[name];
+        if (!calls.empty() || name == "getcwd")
+            calls.push_back({name, number, line});
+    }
+    return calls;
+}

@@ -1,0 +1,123 @@
+// Setups in which an allocation fails.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <filesystem>
+#include <set>
+
+#include "apps/UserSetup.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+// One in this many allocations of a setup is tried.
+int Stride() {
+    return std::getenv("HX_TEST_EVERY_FAULT") == nullptr ? 37 : 1;
+}
+
+class NoMemory : public testing::Test {
+protected:
+    void SetUp() override {
+#ifdef HX_TEST_KEEP_MALLOC
+        GTEST_SKIP() << "a sanitizer brings its own malloc";
+#endif
+        HX_REQUIRE_NAMESPACES();
+    }
+
+    // A setup whose allocation of this number fails, in a product folder as it was.
+    hx_test::ProcessResult Run(int number) {
+        for (const char* made : {"corvane26", "corvane26_snapshot", "corvanerc", "qchemrc",
+                                 "QueueEntries", "QueueLimits"})
+            fs::remove_all(m_setup.Outside(made));
+        fs::remove(m_setup.Root() + "/reached");
+        for (const std::string& script : m_setup.CommitScripts())
+            fs::remove(script);
+        const std::vector<std::string> variables = {"HX_TEST_NO_MEMORY=:" + std::to_string(number),
+                                                    "HX_TEST_REACHED=/tmp/reached"};
+        // A hanging setup is ended, which shows as status 137.
+        std::vector<std::string> command = {"/usr/bin/timeout", "--signal=KILL", "30"};
+        const std::vector<std::string> setup = m_setup.Command(
+            variables, {"--setup", "--user-mode", "--yes", "-m", "777", "-s", "5", "-d", "/tmp"});
+        command.insert(command.end(), setup.begin(), setup.end());
+        return m_setup.RunProgram(command);
+    }
+
+    bool WasReached() const {
+        return fs::exists(m_setup.Root() + "/reached");
+    }
+
+    bool IsComplete() const {
+        return m_setup.Has("corvane26_snapshot") &&
+               m_setup.File("QueueLimits").ends_with("Scratch: /tmp\nDiskPerThreadGB: 5\n");
+    }
+
+    UserSetup m_setup;
+};
+
+// Empty when the process has ended.
+std::string CommandLineOf(const fs::path& process) {
+    char text[512] = {};
+    FILE* file = std::fopen((process / "cmdline").c_str(), "r");
+    if (file == nullptr)
+        return "";
+    const size_t length = std::fread(text, 1, sizeof text, file);
+    std::fclose(file);
+    return {text, length};
+}
+
+bool Runs(const std::string& script) {
+    const std::string name = fs::path(script).filename();
+    const fs::directory_iterator processes("/proc");
+    return std::any_of(begin(processes), end(processes), [&](const fs::directory_entry& process) {
+        return CommandLineOf(process.path()).find(name) != std::string::npos;
+    });
+}
+
+bool EndsSoon(const std::string& script) {
+    for (int i = 0; i < 100 && Runs(script); ++i)
+        usleep(20000);
+    return !Runs(script);
+}
+
+// Where the C library, Qt or their loading has no way on, they end the program in their own way,
+// long before the script.
+bool EndedByItsLibraries(const hx_test::ProcessResult& result) {
+    return result.status == 1 || result.status == 127 || result.status == 128 + SIGABRT ||
+           result.status == 128 + SIGSEGV;
+}
+
+// A call of the C library that lacks memory is told as any other failure of it; a lost value is
+// refused as empty.
+void ExpectTold(const hx_test::ProcessResult& result) {
+    const std::set<int> statuses = {2, 4, 5, 6, 10};
+    EXPECT_TRUE(statuses.contains(result.status)) << result.status;
+    const bool told = result.err.find("cv_install: ") != std::string::npos ||
+                      result.err.find("Corvane Install: Error\n") != std::string::npos;
+    EXPECT_TRUE(told) << result.err;
+}
+
+TEST_F(NoMemory, EndsASetupWithAMessageOrNotAtAll) {
+    int ended = 0;
+    for (int number = 1;; number += Stride()) {
+        const auto result = Run(number);
+        SCOPED_TRACE("allocation " + std::to_string(number) + ", status " +
+                     std::to_string(result.status) + "\n" + result.err);
+        if (!WasReached())
+            break;
+        if (result.status == 0) {
+            EXPECT_TRUE(IsComplete());
+        } else if (EndedByItsLibraries(result)) {
+            EXPECT_FALSE(m_setup.Has("corvanerc"));
+        } else {
+            ExpectTold(result);
+            ++ended;
+        }
+        for (const std::string& script : m_setup.CommitScripts())
+            EXPECT_TRUE(EndsSoon(script));
+    }
+    EXPECT_GT(ended, 5);
+}
+
+}  // namespace
