@@ -15,12 +15,6 @@ using hx_test::Terminal;
 
 const std::string separator = std::string(60, '-') + "\n";
 
-mode_t ModeOf(const std::string& path) {
-    struct stat entry = {};
-    EXPECT_EQ(lstat(path.c_str(), &entry), 0) << path;
-    return entry.st_mode & 07777U;
-}
-
 std::string ExpectedScript(const std::string& name) {
     return hx_test::ReadFile(HX_EXPECTED_DIR "/generated/" + name);
 }

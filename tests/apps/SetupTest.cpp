@@ -13,12 +13,6 @@ protected:
     const std::vector<std::string> yes = {"--setup", "--user-mode", "--yes"};
 };
 
-mode_t ModeOf(const std::string& path) {
-    struct stat entry = {};
-    EXPECT_EQ(lstat(path.c_str(), &entry), 0) << path;
-    return entry.st_mode & 07777U;
-}
-
 TEST_F(Setup, MakesAPrivateCopy) {
     const UserSetup setup;
     const auto result = setup.Run(yes);

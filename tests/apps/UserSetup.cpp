@@ -1,5 +1,6 @@
 #include "apps/UserSetup.h"
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -18,6 +19,8 @@ namespace {
         argv.push_back(const_cast<char*>(word.c_str()));
     argv.push_back(nullptr);
     setenv("LSAN_OPTIONS", LeakOptions("/tmp/lsan.supp").c_str(), 1);
+    // It may lie in the /tmp that is hidden.
+    unsetenv("TMPDIR");
     std::fflush(nullptr);
     execv(argv[0], argv.data());
     _exit(127);
@@ -78,4 +81,10 @@ std::vector<std::string> UserSetup::CommitScripts() const {
             scripts.push_back(entry.path().string());
     }
     return scripts;
+}
+
+mode_t ModeOf(const std::string& path) {
+    struct stat entry = {};
+    EXPECT_EQ(lstat(path.c_str(), &entry), 0) << path;
+    return entry.st_mode & 07777U;
 }

@@ -1,6 +1,8 @@
 // A product folder and a /tmp of the test's own, in which cv_install runs as an ordinary user.
 #pragma once
 
+#include <sys/types.h>
+
 #include <string>
 #include <vector>
 
@@ -54,3 +56,6 @@ private:
     std::string m_product;
     hx_test::World m_world;
 };
+
+// The permission bits of what lies there, a link itself included.
+mode_t ModeOf(const std::string& path);

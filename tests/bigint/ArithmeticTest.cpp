@@ -10,11 +10,6 @@ namespace {
 
 using namespace hx_test;
 
-std::string Do(const std::string& name, const std::vector<std::string>& operands,
-               unsigned extra = 0) {
-    return Answer(*FindOperation(name), extra, operands);
-}
-
 TEST(Arithmetic, DivisionCutsTowardsZeroAndTheRemainderHasTheDividendsSign) {
     EXPECT_EQ(Do("mp_div", {"7", "2"}), "0 3 1");
     EXPECT_EQ(Do("mp_div", {"-7", "2"}), "0 -3 -1");

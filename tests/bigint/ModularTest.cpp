@@ -8,11 +8,6 @@ namespace {
 
 using namespace hx_test;
 
-std::string Do(const std::string& name, const std::vector<std::string>& operands,
-               unsigned extra = 0) {
-    return Answer(*FindOperation(name), extra, operands);
-}
-
 TEST(Modular, AModulusOfZeroOrBelowIsOutOfRange) {
     for (const char* modulus : {"0", "-1", "-7"}) {
         for (const char* name : {"mp_addmod", "mp_submod", "mp_mulmod", "mp_exptmod"})

@@ -164,6 +164,10 @@ std::string Answer(const Operation& operation, unsigned extra,
     return answer;
 }
 
+std::string Do(const std::string& name, const std::vector<std::string>& operands, unsigned extra) {
+    return Answer(*FindOperation(name), extra, operands);
+}
+
 std::string Question(const Operation& operation, unsigned extra,
                      const std::vector<std::string>& operands) {
     std::string question = operation.name + (" " + std::to_string(extra));

@@ -45,6 +45,9 @@ const Operation* FindOperation(const std::string& name);
 std::string Answer(const Operation& operation, unsigned extra,
                    const std::vector<std::string>& operands);
 
+std::string Do(const std::string& name, const std::vector<std::string>& operands,
+               unsigned extra = 0);
+
 // "<function> <extra> <operand> ..."
 std::string Question(const Operation& operation, unsigned extra,
                      const std::vector<std::string>& operands);

@@ -10,13 +10,11 @@
 
 namespace fs = std::filesystem;
 using hx_test::ReadFile;
+using hx_test::Root;
 using hx_test::RunInChild;
 using hx_test::UsePrivateTmp;
-using hx_test::World;
 
 namespace {
-
-const World Root{.identity = World::Identity::Root};
 
 // A user run whose script, should it get that far, finds its install directory's parent missing.
 CInstallBase& HarmlessRun() {

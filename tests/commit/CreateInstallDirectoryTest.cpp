@@ -10,12 +10,11 @@
 #include "harness/TempDir.h"
 
 namespace fs = std::filesystem;
+using hx_test::ExpectAllWell;
+using hx_test::Root;
 using hx_test::RunInChild;
-using hx_test::World;
 
 namespace {
-
-const World Root{.identity = World::Identity::Root};
 
 // Everything below happens in a /tmp that is gone with the child.
 hx_test::ProcessResult InPrivateTmp(const std::function<void(CInstallBase&)>& body) {
@@ -23,11 +22,6 @@ hx_test::ProcessResult InPrivateTmp(const std::function<void(CInstallBase&)>& bo
         hx_test::UsePrivateTmp();
         body(hx_test::NewUserRun());
     });
-}
-
-void ExpectAllWell(const hx_test::ProcessResult& result) {
-    EXPECT_EQ(result.status, 0) << result.out;
-    EXPECT_EQ(result.err, "");
 }
 
 mode_t ModeOf(const char* path) {

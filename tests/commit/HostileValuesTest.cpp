@@ -8,16 +8,9 @@
 using hx_test::Expected;
 using hx_test::IsText;
 using hx_test::Replaced;
+using hx_test::RootScript;
 
 namespace {
-
-std::string RootScript(const std::function<void(CInstallBase&)>& change) {
-    return hx_test::ScriptOf([&]() -> CInstallBase& {
-        CInstallBase& run = hx_test::NewRootRun();
-        change(run);
-        return run;
-    });
-}
 
 // Everything that means something to a shell or to sed.
 const std::string Hostile = "/x\" $(touch /owned) `touch /owned` ${IFS}\\ ; rm -rf / # | & ' \n\t*";

@@ -6,6 +6,7 @@
 
 using hx_test::Expected;
 using hx_test::IsText;
+using hx_test::RootScript;
 
 namespace {
 
@@ -17,10 +18,6 @@ std::string ScriptOf(CInstallBase& (*make)(), const Change& change) {
         change(run);
         return run;
     });
-}
-
-std::string RootScript(const Change& change) {
-    return ScriptOf(hx_test::NewRootRun, change);
 }
 
 // The expected script of a root run with this group of lines in the place of the members' one.

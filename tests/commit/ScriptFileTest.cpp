@@ -11,16 +11,15 @@
 #include "harness/TempDir.h"
 
 namespace fs = std::filesystem;
+using hx_test::ExpectAllWell;
 using hx_test::NewRootRun;
 using hx_test::NewUserRun;
 using hx_test::ReadFile;
+using hx_test::Root;
 using hx_test::RunInChild;
 using hx_test::UsePrivateTmp;
-using hx_test::World;
 
 namespace {
-
-const World Root{.identity = World::Identity::Root};
 
 std::vector<std::string> FilesInTmp() {
     std::vector<std::string> names;
@@ -31,11 +30,6 @@ std::vector<std::string> FilesInTmp() {
 
 std::ptrdiff_t OpenDescriptors() {
     return std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator());
-}
-
-void ExpectAllWell(const hx_test::ProcessResult& result, const std::string& err = "") {
-    EXPECT_EQ(result.status, 0) << result.out;
-    EXPECT_EQ(result.err, err);
 }
 
 TEST(ScriptFile, LiesInTmpAndIsForItsOwnerOnly) {

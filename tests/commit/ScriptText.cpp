@@ -43,6 +43,11 @@ void SetFields(CInstallBase& run) {
 
 }  // namespace
 
+void ExpectAllWell(const ProcessResult& result, const std::string& err) {
+    EXPECT_EQ(result.status, 0) << result.out;
+    EXPECT_EQ(result.err, err);
+}
+
 void UsePrivateTmp(const char* options) {
     ASSERT_EQ(mount("tmpfs", "/tmp", "tmpfs", 0, options), 0);
     // A leak checker may look for the program's own file below the real one.
@@ -88,6 +93,17 @@ std::string ScriptOf(const std::function<CInstallBase&()>& make, const std::stri
     EXPECT_EQ(result.status, 0) << result.out;
     EXPECT_EQ(result.err, "");
     return result.out;
+}
+
+std::string RootScript(const std::function<void(CInstallBase&)>& change,
+                       const std::string& release) {
+    return ScriptOf(
+        [&]() -> CInstallBase& {
+            CInstallBase& run = NewRootRun();
+            change(run);
+            return run;
+        },
+        release);
 }
 
 std::string Expected(const std::string& name) {

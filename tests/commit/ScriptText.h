@@ -7,9 +7,15 @@
 #include <string>
 #include <string_view>
 
+#include "harness/Child.h"
 #include "setuprun/CInstallBase.h"
 
 namespace hx_test {
+
+const World Root{.identity = World::Identity::Root};
+
+// That a child has ended without a failure, with this text on stderr.
+void ExpectAllWell(const ProcessResult& result, const std::string& err = "");
 
 // Gives this process a /tmp of its own, in a RunInChild with Identity::Root: what is written there
 // is gone with the process.
@@ -28,6 +34,10 @@ CInstallBase& NewUserRun();
 // What WriteCommitScript writes for the run that `make` makes on a system with this release.
 std::string ScriptOf(const std::function<CInstallBase&()>& make,
                      const std::string& release = DebianRelease);
+
+// The same for a root run in which `change` has set fields.
+std::string RootScript(const std::function<void(CInstallBase&)>& change,
+                       const std::string& release = DebianRelease);
 
 // The file of this name in the folder of expected files.
 std::string Expected(const std::string& name);

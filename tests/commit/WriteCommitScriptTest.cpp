@@ -11,21 +11,12 @@ using hx_test::IsText;
 using hx_test::NewRootRun;
 using hx_test::NewUserRun;
 using hx_test::Replaced;
+using hx_test::RootScript;
 using hx_test::ScriptOf;
 
 namespace {
 
 using Change = std::function<void(CInstallBase&)>;
-
-std::string RootScript(const Change& change, const std::string& release = DebianRelease) {
-    return ScriptOf(
-        [&]() -> CInstallBase& {
-            CInstallBase& run = NewRootRun();
-            change(run);
-            return run;
-        },
-        release);
-}
 
 std::string UserScript(const Change& change) {
     return ScriptOf([&]() -> CInstallBase& {

@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <set>
 
+#include "faults/Expect.h"
 #include "faults/SmallMachine.h"
 #include "harness/Child.h"
 #include "harness/TempDir.h"
@@ -21,10 +22,6 @@ namespace {
 
 const World kRoot{.identity = World::Identity::Root};
 constexpr int kPage = 4;  // kB, what a disc of this kind gives at a time
-
-void ExpectHolds(const std::string& text, const std::string& part) {
-    EXPECT_NE(text.find(part), std::string::npos) << part << "\nis not in\n" << text;
-}
 
 void ExpectWell(const ProcessResult& result) {
     EXPECT_EQ(result.status, 0) << result.out << result.err;
@@ -93,10 +90,6 @@ TEST_F(Discs, AFullInstallDirectoryIsToldWhereverItFillsUp) {
         EXPECT_EQ(statuses, (std::set<int>{0, 1, 2, 10}));
     }));
 }
-
-constexpr const char* kNoScript =
-    "cv_install: the commit script could not be written, nothing has been changed\n"
-    "    See that /tmp exists, may be written to and has space, and run the setup again.\n";
 
 // The log lies there too.
 TEST_F(Discs, AFullTmpEitherStopsTheSetupBeforeItsScriptRunsOrEndsItsLog) {

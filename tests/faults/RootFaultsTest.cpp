@@ -6,13 +6,10 @@
 #include <set>
 
 #include "apps/RootSetup.h"
+#include "faults/Expect.h"
 #include "machine/ThrowawayRoot.h"
 
 namespace {
-
-void ExpectHolds(const std::string& text, const std::string& part) {
-    EXPECT_NE(text.find(part), std::string::npos) << part << "\nis not in\n" << text;
-}
 
 void MakeReadOnly(const char* directory) {
     ASSERT_EQ(mount(directory, directory, nullptr, MS_BIND, nullptr), 0) << directory;

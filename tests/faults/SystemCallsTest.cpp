@@ -6,6 +6,7 @@
 #include <regex>
 #include <set>
 
+#include "faults/Expect.h"
 #include "faults/FaultyRun.h"
 
 namespace {
@@ -28,10 +29,6 @@ struct Outcome {
     std::string err;  // a part of it; empty: all of it is empty
     Made made;
 };
-
-constexpr const char* kNoScript =
-    "cv_install: the commit script could not be written, nothing has been changed\n"
-    "    See that /tmp exists, may be written to and has space, and run the setup again.\n";
 
 const std::string kError = "Corvane Install: Error\n    ";
 

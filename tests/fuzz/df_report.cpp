@@ -8,7 +8,7 @@
 
 namespace {
 
-constexpr long long BlocksPerGigabyte = 1048576;
+constexpr long long BlocksOfAGigabyte = 1048576;
 
 // The fourth field of the second line; empty without one.
 std::string AvailableField(const std::string& report) {
@@ -32,7 +32,7 @@ void ExpectFigure(const std::string& field, int available) {
     if (!std::regex_match(field, number))
         return;
     const long long blocks = std::stoll(field);
-    HX_EXPECT(available == (blocks == static_cast<int>(blocks) ? blocks / BlocksPerGigabyte : 0));
+    HX_EXPECT(available == (blocks == static_cast<int>(blocks) ? blocks / BlocksOfAGigabyte : 0));
 }
 
 }  // namespace

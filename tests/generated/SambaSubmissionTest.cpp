@@ -107,7 +107,7 @@ public:
         if (m_pid == 0) {
             prctl(PR_SET_PDEATHSIG, SIGKILL);
             for (;;)
-                pause();
+                ::pause();
         }
         WriteFile(pidFile, std::to_string(m_pid) + "\n");
     }

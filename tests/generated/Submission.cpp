@@ -8,7 +8,7 @@ namespace hx_test {
 namespace fs = std::filesystem;
 namespace {
 
-const char* const kRecorder = R"sh(#!/bin/sh
+const char* const kRunScriptStandIn = R"sh(#!/bin/sh
 printf '<%s>' "$@" >> /tmp/recorded
 echo >> /tmp/recorded
 echo "output of the submission"
@@ -21,7 +21,7 @@ SubmissionTest::SubmissionTest(const std::string& name, Writer writer) : m_name(
     MakeDirectory(Outside("install"), 0755);
     MakeDirectory(Outside("tools"), 0755);
     MakeDirectory(Outside("jobs"), 0755);
-    MakeFile(Outside("tools/corvane26"), kRecorder, 0755);
+    MakeFile(Outside("tools/corvane26"), kRunScriptStandIn, 0755);
     MakeFile(Outside("tools/date"), "#!/bin/sh\necho today\n", 0755);
     const auto result = WithWriter(m_root.path(), writer);
     EXPECT_EQ(result.status, 0) << result.err;

@@ -12,11 +12,6 @@ namespace fs = std::filesystem;
 namespace hx_test {
 namespace {
 
-void Succeed(const std::vector<std::string>& command) {
-    const auto result = Run(command);
-    ASSERT_EQ(result.status, 0) << command[0] << ": " << result.err;
-}
-
 bool Exists(const char* database, const std::string& name) {
     return Run({"getent", database, name}).status == 0;
 }
@@ -30,6 +25,11 @@ std::string WithoutNewline(const std::string& text) {
 }
 
 }  // namespace
+
+void Succeed(const std::vector<std::string>& command) {
+    const auto result = Run(command);
+    ASSERT_EQ(result.status, 0) << command[0] << ": " << result.err;
+}
 
 void RemoveServiceAccount() {
     if (Exists("passwd", ServiceAccount))

@@ -8,6 +8,9 @@ namespace hx_test {
 
 constexpr const char* ServiceAccount = "corvsrvc";
 
+// Runs a command that must succeed.
+void Succeed(const std::vector<std::string>& command);
+
 // Takes the service's user and group away where this machine has them.
 void RemoveServiceAccount();
 

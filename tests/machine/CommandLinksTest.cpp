@@ -12,7 +12,7 @@ using namespace hx_test;
 
 namespace {
 
-const std::string Names[] = {"corvane26", "corvane26_snapshot"};
+const std::string LinkNames[] = {"corvane26", "corvane26_snapshot"};
 
 std::string Link(const std::string& name) {
     return "/usr/bin/" + name;
@@ -27,10 +27,10 @@ TEST(CommandLinks, ARightLinkIsKept) {
     HX_EXPECT_SCENARIO([] {
         PrepareMachine();
         ASSERT_EQ(RunCommitScript(NewRootRun()).status, 0);
-        const std::string inodes[] = {Inode(Link(Names[0])), Inode(Link(Names[1]))};
+        const std::string inodes[] = {Inode(Link(LinkNames[0])), Inode(Link(LinkNames[1]))};
         ASSERT_EQ(RunCommitScript(NewRootRun()).status, 0);
-        EXPECT_EQ(Inode(Link(Names[0])), inodes[0]);
-        EXPECT_EQ(Inode(Link(Names[1])), inodes[1]);
+        EXPECT_EQ(Inode(Link(LinkNames[0])), inodes[0]);
+        EXPECT_EQ(Inode(Link(LinkNames[1])), inodes[1]);
     });
 }
 
@@ -41,12 +41,12 @@ TEST(CommandLinks, ALinkWithAnyOtherTextIsReplaced) {
         PrepareMachine();
         for (const std::string prefix :
              {"/opt/elsewhere/", "/var/../var/corvane/", "../../var/corvane/"}) {
-            for (const auto& name : Names) {
+            for (const auto& name : LinkNames) {
                 fs::remove(Link(name));
                 fs::create_symlink(prefix + name, Link(name));
             }
             ASSERT_EQ(RunCommitScript(NewRootRun()).status, 0);
-            for (const auto& name : Names)
+            for (const auto& name : LinkNames)
                 EXPECT_EQ(fs::read_symlink(Link(name)), Target(name)) << prefix;
         }
     });
@@ -54,7 +54,7 @@ TEST(CommandLinks, ALinkWithAnyOtherTextIsReplaced) {
 
 TEST(CommandLinks, AFileInThePlaceOfALinkStopsTheScriptAndStays) {
     HX_REQUIRE_THROWAWAY_ROOT();
-    for (const auto& name : Names) {
+    for (const auto& name : LinkNames) {
         HX_EXPECT_SCENARIO([&] {
             PrepareMachine();
             WriteFile(Link(name), "somebody else's");
@@ -72,7 +72,7 @@ TEST(CommandLinks, AFileInThePlaceOfALinkStopsTheScriptAndStays) {
 
 TEST(CommandLinks, AWrongLinkThatCannotBeRemovedStopsTheScript) {
     HX_REQUIRE_THROWAWAY_ROOT();
-    for (const auto& name : Names) {
+    for (const auto& name : LinkNames) {
         HX_EXPECT_SCENARIO([&] {
             PrepareMachine();
             fs::create_symlink("/opt/elsewhere", Link(name));

@@ -15,11 +15,6 @@ namespace {
 
 using Calls = std::vector<std::string>;
 
-const std::string Tree = SharedDirectory;
-const std::string Rendered = Tree + "/corvane26_service.service";
-const std::string OldText = "[Service]\nExecStart=/opt/corvane26_old\n";
-
-const std::string Reload = "systemctl daemon-reload";
 const std::string Enable = "systemctl enable corvane26_service.service";
 const std::string Status = "systemctl status --no-pager corvane26_service.service";
 const std::string Stop = "systemctl stop corvane26_service.service";

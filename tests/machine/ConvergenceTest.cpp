@@ -29,7 +29,6 @@ constexpr size_t Step = 10;
 constexpr size_t Step = 2;
 #endif
 
-const std::string Tree = SharedDirectory;
 const std::string State = ServiceManagerState;
 
 // A kill after the command `from`, up to one before the end of the command `until`, leaves these

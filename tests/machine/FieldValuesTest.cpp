@@ -13,8 +13,6 @@ using namespace hx_test;
 
 namespace {
 
-const std::string Tree = SharedDirectory;
-
 TEST(FieldValues, BlanksAndUmlautsInBothDirectoriesWork) {
     HX_REQUIRE_THROWAWAY_ROOT();
     HX_EXPECT_SCENARIO([] {

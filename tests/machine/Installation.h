@@ -44,6 +44,8 @@ std::string Mode(const std::string& path);
 std::string Inode(const std::string& path);
 
 constexpr const char* SharedDirectory = "/var/corvane";
+inline const std::string Tree = SharedDirectory;
+inline const std::string ServerDirectory = Tree + "/corvanerc/corvane26server";
 constexpr const char* ProductDirectory = "/opt/corvane26";
 
 // Makes a throwaway root ready for its first root run: no earlier installation, no service account,

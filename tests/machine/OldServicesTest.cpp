@@ -14,7 +14,6 @@ namespace {
 
 using Calls = std::vector<std::string>;
 
-const std::string Reload = "systemctl daemon-reload";
 const std::string InitScript = "/etc/init.d/corvane_service";
 
 std::string UnitOf(const std::string& version) {

@@ -12,9 +12,6 @@ using namespace hx_test;
 
 namespace {
 
-const std::string Tree = SharedDirectory;
-const std::string Server = Tree + "/corvanerc/corvane26server";
-
 void RunTo(int status, CInstallBase& run) {
     const auto result = RunCommitScript(run);
     ASSERT_EQ(result.status, status) << result.out << result.err;
@@ -29,12 +26,12 @@ TEST(RootRun, MakesTheTreeWithItsModesAndOwners) {
         EXPECT_EQ(Access(Tree), "775 corvsrvc:corvsrvc");
         EXPECT_EQ(Access(Tree + "/corvanerc"), "775 corvsrvc:corvsrvc");
         EXPECT_EQ(Access(Tree + "/corvanerc/corvane26"), "775 corvsrvc:corvsrvc");
-        EXPECT_EQ(Access(Server), "775 corvsrvc:corvsrvc");
+        EXPECT_EQ(Access(ServerDirectory), "775 corvsrvc:corvsrvc");
         EXPECT_EQ(Access(Tree + "/corvane26"), "775 corvsrvc:corvsrvc");
         EXPECT_EQ(Access(Tree + "/corvane26_snapshot"), "775 corvsrvc:corvsrvc");
         EXPECT_EQ(Access(Tree + "/QueueEntries"), "666 corvsrvc:corvsrvc");
         EXPECT_EQ(Access(Tree + "/QueueLimits"), "664 corvsrvc:corvsrvc");
-        EXPECT_FALSE(fs::exists(fs::symlink_status(Server + "/CorvaneServerRepository")));
+        EXPECT_FALSE(fs::exists(fs::symlink_status(ServerDirectory + "/CorvaneServerRepository")));
     });
 }
 
@@ -44,7 +41,7 @@ TEST(RootRun, UnpacksTheServerFilesAsTheyWerePacked) {
         PrepareMachine();
         RunTo(0, NewRootRun());
         for (const std::string name : {"resources", "icons"}) {
-            const std::string directory = Server + "/" + name;
+            const std::string directory = ServerDirectory + "/" + name;
             const std::string file = directory + "/" + name + ".txt";
             EXPECT_EQ(Access(directory), "750 corvsrvc:corvsrvc");
             EXPECT_EQ(Access(file), "640 corvsrvc:corvsrvc");
@@ -94,7 +91,7 @@ TEST(RootRun, ASecondRunCorrectsNoDirectoryModeButAppliesTheOwnersAgain) {
         PrepareMachine();
         RunTo(0, NewRootRun());
         const std::string directories[] = {Tree, Tree + "/corvanerc", Tree + "/corvanerc/corvane26",
-                                           Server};
+                                           ServerDirectory};
         for (const auto& directory : directories)
             fs::permissions(directory, fs::perms::owner_all);
         ASSERT_EQ(hx_test::Run({"chown", "-R", "root:root", Tree}).status, 0);
@@ -102,7 +99,7 @@ TEST(RootRun, ASecondRunCorrectsNoDirectoryModeButAppliesTheOwnersAgain) {
         for (const auto& directory : directories)
             EXPECT_EQ(Access(directory), "700 corvsrvc:corvsrvc") << directory;
         for (const std::string name : {"resources", "resources/resources.txt", "icons"})
-            EXPECT_EQ(Access(Server + "/" + name).substr(4), "corvsrvc:corvsrvc") << name;
+            EXPECT_EQ(Access(ServerDirectory + "/" + name).substr(4), "corvsrvc:corvsrvc") << name;
         for (const std::string name : {"corvane26", "corvane26_snapshot", "QueueEntries"})
             EXPECT_EQ(Access(Tree + "/" + name).substr(4), "corvsrvc:corvsrvc") << name;
     });
@@ -164,11 +161,11 @@ TEST(RootRun, ServerFilesAreUnpackedAgainOnlyWhereTheirDirectoryIsGone) {
     HX_EXPECT_SCENARIO([] {
         PrepareMachine();
         RunTo(0, NewRootRun());
-        fs::remove(Server + "/resources/resources.txt");
-        fs::remove_all(Server + "/icons");
+        fs::remove(ServerDirectory + "/resources/resources.txt");
+        fs::remove_all(ServerDirectory + "/icons");
         RunTo(0, NewRootRun());
-        EXPECT_TRUE(fs::is_empty(Server + "/resources"));
-        EXPECT_EQ(ReadFile(Server + "/icons/icons.txt"), "content of icons\n");
+        EXPECT_TRUE(fs::is_empty(ServerDirectory + "/resources"));
+        EXPECT_EQ(ReadFile(ServerDirectory + "/icons/icons.txt"), "content of icons\n");
     });
 }
 
@@ -206,8 +203,8 @@ TEST(RootRun, AClusterNodeGetsNoServerFilesButTheirDirectoryAndTheLinks) {
         const auto result = RunCommitScript(run);
         EXPECT_EQ(result.status, 0);
         EXPECT_EQ(result.err, "");
-        EXPECT_EQ(Access(Server), "775 corvsrvc:corvsrvc");
-        EXPECT_TRUE(fs::is_empty(Server));
+        EXPECT_EQ(Access(ServerDirectory), "775 corvsrvc:corvsrvc");
+        EXPECT_TRUE(fs::is_empty(ServerDirectory));
         EXPECT_TRUE(fs::is_symlink("/usr/bin/corvane26"));
         Values values = RunScriptValues(Tree, ProductDirectory);
         values["CORV_CLUSTER_NODE"] = "YES";

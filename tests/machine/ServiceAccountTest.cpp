@@ -15,7 +15,7 @@ using namespace hx_test;
 
 namespace {
 
-const std::string Start = "Starting Corvane'26 Installation script\n\n";
+const std::string Opening = "Starting Corvane'26 Installation script\n\n";
 const std::string GroupCreated = "Corvane Service Group created\n\n";
 const std::string UserCreated = "Corvane Service User created\n\n";
 constexpr const char* Failing = "#!/bin/sh\necho refused >&2\nexit 7\n";
@@ -51,7 +51,7 @@ TEST(ServiceAccount, TheFirstRunMakesItWithTheShellOfTheQueueType) {
             PrepareMachine();
             const auto result = RunCommitScript(RunWithQueue(type));
             EXPECT_EQ(result.status, 0) << result.out;
-            EXPECT_TRUE(result.out.starts_with(Start + GroupCreated + UserCreated)) << result.out;
+            EXPECT_TRUE(result.out.starts_with(Opening + GroupCreated + UserCreated)) << result.out;
             ExpectAccount("corvsrvc", "corvsrvc", type == 2 ? "/bin/bash" : "/sbin/nologin");
         });
     }
@@ -93,7 +93,7 @@ TEST(ServiceAccount, ASecondRunChangesNothingOfItWhateverTheQueueType) {
         for (const int type : {1, 2}) {
             const auto result = RunCommitScript(RunWithQueue(type));
             EXPECT_EQ(result.status, 0);
-            EXPECT_TRUE(result.out.starts_with(Start + "Wrote Corvane'26 run script"))
+            EXPECT_TRUE(result.out.starts_with(Opening + "Wrote Corvane'26 run script"))
                 << result.out;
             EXPECT_EQ(AccountFiles(), before) << type;
         }
@@ -122,7 +122,7 @@ TEST(ServiceAccount, WhatIsThereOfItIsKeptAndTheRestMade) {
         PrepareMachine();
         ASSERT_EQ(hx_test::Run({"groupadd", "--gid", "54321", "corvsrvc"}).status, 0);
         const auto result = RunCommitScript(RunWithQueue(1));
-        EXPECT_TRUE(result.out.starts_with(Start + UserCreated)) << result.out;
+        EXPECT_TRUE(result.out.starts_with(Opening + UserCreated)) << result.out;
         EXPECT_NE(Record("passwd", "corvsrvc").find(":54321:Corvane Compute Service:"),
                   std::string::npos);
     });
@@ -131,7 +131,7 @@ TEST(ServiceAccount, WhatIsThereOfItIsKeptAndTheRestMade) {
         AddPerson("corvsrvc", "people");
         const std::string user = Record("passwd", "corvsrvc");
         const auto result = RunCommitScript(RunWithQueue(1));
-        EXPECT_TRUE(result.out.starts_with(Start + GroupCreated + "Created directory"))
+        EXPECT_TRUE(result.out.starts_with(Opening + GroupCreated + "Created directory"))
             << result.out;
         EXPECT_EQ(Record("passwd", "corvsrvc"), user);
     });
@@ -147,7 +147,7 @@ TEST(ServiceAccount, OnlyTheWholeNameOfAGroupCounts) {
         WriteFile("/etc/group", ReadFile("/etc/group") + "others:x:54322:corvsrvc\n");
         const auto result = RunCommitScript(RunWithQueue(1));
         EXPECT_EQ(result.status, 0);
-        EXPECT_TRUE(result.out.starts_with(Start + GroupCreated)) << result.out;
+        EXPECT_TRUE(result.out.starts_with(Opening + GroupCreated)) << result.out;
     });
 }
 
@@ -159,7 +159,7 @@ TEST(ServiceAccount, AFailingGroupaddStopsTheScriptBeforeAnythingIsMade) {
         const std::string before = AccountFiles();
         const auto result = RunCommitScript(RunWithQueue(1));
         EXPECT_EQ(result.status, 1);
-        EXPECT_EQ(result.out, Start + "Error, unable to create Corvane service group.\n");
+        EXPECT_EQ(result.out, Opening + "Error, unable to create Corvane service group.\n");
         EXPECT_EQ(result.err, "refused\n");
         EXPECT_EQ(AccountFiles(), before);
         EXPECT_FALSE(fs::exists(SharedDirectory));
@@ -177,7 +177,7 @@ TEST(ServiceAccount, AFailingUseraddLeavesTheGroupForTheNextRun) {
         const auto result = RunCommitScript(RunWithQueue(1));
         EXPECT_EQ(result.status, 1);
         EXPECT_EQ(result.out,
-                  Start + GroupCreated + "Error, unable to create Corvane service user.\n");
+                  Opening + GroupCreated + "Error, unable to create Corvane service user.\n");
         EXPECT_EQ(result.err, "refused\n");
         EXPECT_NE(Record("group", "corvsrvc"), "");
         EXPECT_EQ(Record("passwd", "corvsrvc"), "");
@@ -185,7 +185,7 @@ TEST(ServiceAccount, AFailingUseraddLeavesTheGroupForTheNextRun) {
         RestoreAccountTool("useradd");
         const auto mended = RunCommitScript(RunWithQueue(1));
         EXPECT_EQ(mended.status, 0);
-        EXPECT_TRUE(mended.out.starts_with(Start + UserCreated)) << mended.out;
+        EXPECT_TRUE(mended.out.starts_with(Opening + UserCreated)) << mended.out;
         ExpectAccount("corvsrvc", "corvsrvc", "/sbin/nologin");
     });
 }
@@ -199,10 +199,10 @@ TEST(ServiceAccount, AFailingGetentDoesNotStopTheScriptByItself) {
         WriteFile("/usr/bin/getent", Failing);
         const auto first = RunCommitScript(RunWithQueue(1));
         EXPECT_EQ(first.status, 0);
-        EXPECT_TRUE(first.out.starts_with(Start + GroupCreated + UserCreated)) << first.out;
+        EXPECT_TRUE(first.out.starts_with(Opening + GroupCreated + UserCreated)) << first.out;
         const auto second = RunCommitScript(RunWithQueue(1));
         EXPECT_EQ(second.status, 1);
-        EXPECT_EQ(second.out, Start + "Error, unable to create Corvane service group.\n");
+        EXPECT_EQ(second.out, Opening + "Error, unable to create Corvane service group.\n");
         WriteFile("/usr/bin/getent", getent);
         EXPECT_EQ(RunCommitScript(RunWithQueue(1)).status, 0);
     });

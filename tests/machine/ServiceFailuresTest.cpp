@@ -17,10 +17,7 @@ namespace {
 
 using Calls = std::vector<std::string>;
 
-const std::string Tree = SharedDirectory;
 const std::string Product = ProductDirectory;
-const std::string Rendered = Tree + "/corvane26_service.service";
-const std::string OldText = "[Service]\nExecStart=/opt/corvane26_old\n";
 const std::string Unit26 = Unit;
 
 void ExpectCompleteRun() {

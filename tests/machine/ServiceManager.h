@@ -9,7 +9,12 @@ namespace hx_test {
 
 constexpr const char* Unit = "corvane26_service.service";
 constexpr const char* UnitFile = "/etc/systemd/system/corvane26_service.service";
+// The text that root's setup copies there.
+inline const std::string Rendered = "/var/corvane/corvane26_service.service";
 constexpr const char* ServiceProgram = "/usr/bin/corvane26_service_script";
+
+inline const std::string OldText = "[Service]\nExecStart=/opt/corvane26_old\n";
+inline const std::string Reload = "systemctl daemon-reload";
 
 // Where the stand-ins keep their files.
 constexpr const char* ServiceManagerState = "/service_manager";

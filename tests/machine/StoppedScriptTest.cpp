@@ -13,9 +13,6 @@ using namespace hx_test;
 
 namespace {
 
-const std::string Tree = SharedDirectory;
-const std::string Server = Tree + "/corvanerc/corvane26server";
-
 // The script of a prepared machine that `spoil` has changed stops with `message`.
 void ExpectStop(
     const std::function<void()>& spoil, const std::string& message,
@@ -66,14 +63,14 @@ TEST(StoppedScript, ATemplateThatIsGoneEmptiesTheScriptOfAnEarlierRun) {
 
 TEST(StoppedScript, AMissingArchiveStopsIt) {
     HX_REQUIRE_THROWAWAY_ROOT();
-    const std::string message = Server + "/resources";
+    const std::string message = ServerDirectory + "/resources";
     ExpectStop([] { fs::remove(std::string(ProductDirectory) + "/docroot/resources.tar"); },
                "Error, unpacking resources " + message,
                [] { EXPECT_FALSE(fs::exists(Tree + "/corvane26")); });
     // The words for the icons name the resources, too.
     ExpectStop([] { fs::remove(std::string(ProductDirectory) + "/docroot/icons.tar"); },
                "Error, unpacking icons " + message,
-               [] { EXPECT_TRUE(fs::exists(Server + "/resources")); });
+               [] { EXPECT_TRUE(fs::exists(ServerDirectory + "/resources")); });
 }
 
 TEST(StoppedScript, AFileInThePlaceOfADirectoryStopsIt) {
@@ -144,11 +141,11 @@ TEST(StoppedScript, ARunAfterTheRepairFinishesTheWork) {
         const std::string archive = std::string(ProductDirectory) + "/docroot/icons.tar";
         fs::rename(archive, archive + ".away");
         EXPECT_EQ(RunCommitScript(NewRootRun()).status, 1);
-        EXPECT_EQ(Access(Server), "775 root:root");
+        EXPECT_EQ(Access(ServerDirectory), "775 root:root");
         fs::rename(archive + ".away", archive);
         EXPECT_EQ(RunCommitScript(NewRootRun()).status, 0);
-        EXPECT_EQ(Access(Server), "775 corvsrvc:corvsrvc");
-        EXPECT_TRUE(fs::exists(Server + "/icons/icons.txt"));
+        EXPECT_EQ(Access(ServerDirectory), "775 corvsrvc:corvsrvc");
+        EXPECT_TRUE(fs::exists(ServerDirectory + "/icons/icons.txt"));
     });
 }
 

@@ -78,6 +78,8 @@ bool Enter(pid_t init) {
                                                CLONE_NEWIPC | CLONE_NEWNET) == 0 &&
                          chdir("/") == 0;
     close(descriptor);
+    // The machine has a /tmp of its own.
+    unsetenv("TMPDIR");
     return entered;
 }
 
@@ -137,8 +139,11 @@ ThrowawayMachine::~ThrowawayMachine() {
 
 ProcessResult ThrowawayMachine::Run(const std::vector<std::string>& command,
                                     const ProcessOptions& options) const {
-    std::vector<std::string> inside = {
-        "nsenter", "--target=" + std::to_string(m_init), "-m", "-p", "-u", "-i", "-n", "--"};
+    std::vector<std::string> inside = {"nsenter", "--target=" + std::to_string(m_init),
+                                       "-m",      "-p",
+                                       "-u",      "-i",
+                                       "-n",      "--",
+                                       "env",     "--unset=TMPDIR"};
     inside.insert(inside.end(), command.begin(), command.end());
     return hx_test::Run(inside, options);
 }

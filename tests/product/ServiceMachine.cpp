@@ -32,11 +32,6 @@ do
 done
 )sh";
 
-void Succeed(const std::vector<std::string>& command) {
-    const auto result = Run(command);
-    ASSERT_EQ(result.status, 0) << command[0] << ": " << result.err;
-}
-
 void AddProgram(const std::string& path, const std::string& text) {
     fs::create_directories(fs::path(path).parent_path());
     fs::remove(path);

@@ -17,8 +17,6 @@ constexpr const char* NoDirectory =
     "    Unable to determine current working directory.  Aborting\n";
 constexpr const char* NoMemory =
     "Corvane Install: Error\n    Unable to determine amount of memory.  Aborting\n";
-constexpr const char* Refusal =
-    "Corvane Install: Error\n    Installation must be run as root user.  Aborting\n";
 
 void Construct(bool allowNonRoot, const char* argv0 = "/opt/corvane26/cv_install") {
     Arguments arguments({argv0});

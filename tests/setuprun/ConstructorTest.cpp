@@ -9,9 +9,6 @@
 
 namespace {
 
-constexpr const char* Refusal =
-    "Corvane Install: Error\n    Installation must be run as root user.  Aborting\n";
-
 // Constructs a setup run from "/opt/corvane26/cv_install" and prints what it decided.
 void ConstructAndPrint(bool allowNonRoot) {
     Arguments arguments({"/opt/corvane26/cv_install"});

@@ -22,6 +22,9 @@ private:
     std::vector<char*> m_pointers;
 };
 
+inline constexpr const char* Refusal =
+    "Corvane Install: Error\n    Installation must be run as root user.  Aborting\n";
+
 // Its /var, /usr/bin, /opt, user and group database and release file are empty at first.
 class Machine {
 public:

@@ -12,7 +12,7 @@
 
 namespace {
 
-void Construct(const std::function<void(const CInstallBase&)>& look) {
+void ConstructAndLook(const std::function<void(const CInstallBase&)>& look) {
     Arguments arguments({"/opt/corvane26/cv_install"});
     const CInstallBase run(true, arguments.argc(), arguments.argv());
     look(run);
@@ -39,7 +39,7 @@ TEST_F(MeasuredMachine, HasTheCoresOfItsPackages) {
     m_machine.Replace("/proc/cpuinfo", text);
     const auto result = m_machine.Run(AsRoot, [] {
         AnswerSysconf(_SC_NPROCESSORS_CONF, "16");
-        Construct([](const CInstallBase& run) { EXPECT_EQ(run.m_coreCount, 8); });
+        ConstructAndLook([](const CInstallBase& run) { EXPECT_EQ(run.m_coreCount, 8); });
     });
     EXPECT_EQ(result.status, 0) << result.out;
     EXPECT_EQ(result.err, "") << "the trace is off";
@@ -49,7 +49,7 @@ TEST_F(MeasuredMachine, HasOneCoreWhenTheyCannotBeCounted) {
     m_machine.Replace("/proc/cpuinfo", "processor : 0\n", 0);
     const auto result = m_machine.Run(AsUser, [] {
         AnswerSysconf(_SC_NPROCESSORS_CONF, "16");
-        Construct([](const CInstallBase& run) { EXPECT_EQ(run.m_coreCount, 1); });
+        ConstructAndLook([](const CInstallBase& run) { EXPECT_EQ(run.m_coreCount, 1); });
     });
     EXPECT_EQ(result.status, 0) << result.out;
     EXPECT_EQ(result.err, "  Error, can't open /proc/cpuinfo to read.\n");
@@ -59,7 +59,7 @@ TEST_F(MeasuredMachine, KeepsAnUnknownNumberOfProcessors) {
     m_machine.Replace("/proc/cpuinfo", "processor : 0\n");
     m_machine.Expect(AsRoot, [] {
         AnswerSysconf(_SC_NPROCESSORS_CONF, "-1");
-        Construct([](const CInstallBase& run) { EXPECT_EQ(run.m_coreCount, -1); });
+        ConstructAndLook([](const CInstallBase& run) { EXPECT_EQ(run.m_coreCount, -1); });
     });
 }
 
@@ -67,7 +67,7 @@ TEST_F(MeasuredMachine, HasTheMemoryThatTheSystemTells) {
     m_machine.Expect(AsRoot, [] {
         AnswerSysconf(_SC_PHYS_PAGES, "4194304");
         AnswerSysconf(_SC_PAGESIZE, "4096");
-        Construct([](const CInstallBase& run) { EXPECT_EQ(run.m_ramMB, 16384); });
+        ConstructAndLook([](const CInstallBase& run) { EXPECT_EQ(run.m_ramMB, 16384); });
         unsetenv("HX_TEST_SYSCONF");
     });
 }
@@ -76,14 +76,14 @@ TEST_F(MeasuredMachine, HasTheMemoryOfTheFileWhenTheSystemDoesNotTell) {
     m_machine.Replace("/proc/meminfo", "MemTotal: 8192000 kB\n");
     m_machine.Expect(AsRoot, [] {
         AnswerSysconf(_SC_PHYS_PAGES, "0");
-        Construct([](const CInstallBase& run) { EXPECT_EQ(run.m_ramMB, 8000); });
+        ConstructAndLook([](const CInstallBase& run) { EXPECT_EQ(run.m_ramMB, 8000); });
     });
 }
 
 TEST_F(MeasuredMachine, UsesTheCommandsOfOpenPbsWhereItIsInstalled) {
     m_machine.Write("/opt/pbs/bin/qsub", "", 0);
     m_machine.Expect(AsUser, [] {
-        Construct([](const CInstallBase& run) {
+        ConstructAndLook([](const CInstallBase& run) {
             EXPECT_EQ(run.m_qsubCmd, "/opt/pbs/bin/qsub");
             EXPECT_EQ(run.m_qdelCmd, "/opt/pbs/bin/qdel");
             EXPECT_EQ(run.m_qsigCmd, "/opt/pbs/bin/qsig");
@@ -94,7 +94,7 @@ TEST_F(MeasuredMachine, UsesTheCommandsOfOpenPbsWhereItIsInstalled) {
 TEST_F(MeasuredMachine, UsesTheLocalCommandsWithoutTheSubmitCommandOfOpenPbs) {
     m_machine.Write("/opt/pbs/bin/qdel", "", 0755);
     m_machine.Expect(AsUser, [] {
-        Construct([](const CInstallBase& run) {
+        ConstructAndLook([](const CInstallBase& run) {
             EXPECT_EQ(run.m_qsubCmd, "/usr/local/bin/qsub");
             EXPECT_EQ(run.m_qdelCmd, "/usr/local/bin/qdel");
             EXPECT_EQ(run.m_qsigCmd, "/usr/local/bin/qsig");
@@ -105,7 +105,7 @@ TEST_F(MeasuredMachine, UsesTheLocalCommandsWithoutTheSubmitCommandOfOpenPbs) {
 TEST_F(MeasuredMachine, HasTheNameAndKindOfItsRelease) {
     m_machine.Write("/etc/os-release", "NAME=\"Größe Linux\"\nID=own\nID_LIKE=debian\n");
     m_machine.Expect(AsRoot, [] {
-        Construct([](const CInstallBase& run) {
+        ConstructAndLook([](const CInstallBase& run) {
             EXPECT_EQ(run.m_osName, QString::fromUtf8("Größe Linux"));
             ASSERT_NE(run.m_osRelease, nullptr);
             EXPECT_EQ(run.m_osRelease->Name(), run.m_osName);
@@ -118,7 +118,7 @@ TEST_F(MeasuredMachine, HasTheNameAndKindOfItsRelease) {
 TEST_F(MeasuredMachine, TheReleaseOutlivesTheRun) {
     m_machine.Expect(AsRoot, [] {
         COSRelease* release = nullptr;
-        Construct([&](const CInstallBase& run) { release = run.m_osRelease; });
+        ConstructAndLook([&](const CInstallBase& run) { release = run.m_osRelease; });
         ASSERT_NE(release, nullptr);
         EXPECT_EQ(release->Name(), "Made up Linux");
     });
