@@ -190,7 +190,7 @@ void Growth(gmp_randstate_t random) {
     Row("mp_toradix, 10^6 digits", "10^5", 0,
         growth([&] { mp_toradix(&large.ours, text.data(), 10); },
                [&] { mp_toradix(&small.ours, text.data(), 10); }));
-    Row("mp_mul, 10^6 digits", "10^5", 0,
+    Row("mp_sqr, 10^6 digits", "10^5", 0,
         growth([&] { mp_sqr(&large.ours, &r.ours); }, [&] { mp_sqr(&small.ours, &r.ours); }));
 }
 

@@ -156,6 +156,16 @@ TEST(CurrentDirectory, FailsWithMinusOne) {
     });
 }
 
+TEST(CurrentDirectory, FailsWithoutRoomForAnEnd) {
+    for (const int size : {0, -1}) {
+        char buffer[2] = "#";
+        errno = 0;
+        EXPECT_EQ(CInstallBase::CurrentDirectory("/x/cv_install", buffer, size), -1);
+        EXPECT_EQ(errno, EINVAL);
+        EXPECT_STREQ(buffer, "#");
+    }
+}
+
 TEST(CurrentDirectory, TakesAPathOfAnyLength) {
     ExpectInChild([] {
         ASSERT_EQ(chdir("/"), 0);
