@@ -7,9 +7,10 @@ packaging_packages=(dpkg-dev file)
 server_packages=(curl nginx openssl tinyproxy-bin)
 # What setups on a cluster are tested with.
 cluster_packages=(iproute2 munge slurm-client slurm-wlm-torque slurmctld slurmd)
+# llvm names the functions by which leaks are told apart.
 test_packages=(abigail-tools clang clang-format clang-tidy cppcheck git libclang-rt-14-dev libgmp-dev
-    libgtest-dev libxml2-utils make mandoc pkg-config python3-minimal shellcheck strace systemd-container
-    valgrind "${packaging_packages[@]}" "${cluster_packages[@]}" "${server_packages[@]}")
+    libgtest-dev libxml2-utils llvm make mandoc pkg-config python3-minimal shellcheck strace
+    systemd-container valgrind "${packaging_packages[@]}" "${cluster_packages[@]}" "${server_packages[@]}")
 bench_packages=(libgmp-dev libssl-dev python3-minimal "${server_packages[@]}")
 export build_packages packaging_packages test_packages bench_packages
 
