@@ -12,15 +12,23 @@ namespace {
 
 constexpr int Rounds = 41;
 
-// The only commit script that is newer than any that was there before.
-std::string NewestScript() {
+// The file of a setup that is newer than any that was there before.
+fs::path Newest(const char* beginning) {
     fs::directory_entry newest;
     for (const fs::directory_entry& entry : fs::directory_iterator("/tmp")) {
-        if (entry.path().filename().string().starts_with("corvane26_commit_") &&
+        if (entry.path().filename().string().starts_with(beginning) &&
             (newest.path().empty() || entry.last_write_time() > newest.last_write_time()))
             newest = entry;
     }
-    return newest.path().string();
+    return newest.path();
+}
+
+// Runs a setup, takes its log away and returns the time. `script` is where its commit script is.
+double TimeSetup(const std::vector<std::string>& setup, fs::path& script) {
+    const double time = hx_bench::TimeOf(setup);
+    script = Newest("corvane26_commit_");
+    fs::remove(Newest("corvane26_setup_"));
+    return time;
 }
 
 }  // namespace
@@ -37,18 +45,16 @@ int main() {
     const std::vector<std::string> setup = {(directory / "cv_install").string(), "--setup",
                                             "--user-mode", "--yes"};
     // The first run makes the tree; the timed ones run over it.
-    hx_bench::TimeOf(setup);
-    std::string script = NewestScript();
+    fs::path script;
+    TimeSetup(setup, script);
     const hx_bench::Comparison times = hx_bench::Compare(
         Rounds,
         [&] {
             fs::remove(script);
-            const double time = hx_bench::TimeOf(setup);
-            script = NewestScript();
-            return time;
+            return TimeSetup(setup, script);
         },
         [&] {
-            return hx_bench::TimeOf({"/bin/bash", script});
+            return hx_bench::TimeOf({"/bin/bash", script.string()});
         });
     fs::remove(script);
     fs::remove_all(directory);
