@@ -78,6 +78,7 @@ TEST_F(ScriptRun, AScriptThatIsCutShortIsNotRun) {
             std::string::npos)
             << result.out;
         EXPECT_TRUE(m_setup.CommitScripts().empty());
+        EXPECT_FALSE(m_setup.Has("qchemrc"));
         EXPECT_FALSE(m_setup.Has("corvanerc"));
     }
 }

@@ -71,13 +71,4 @@ TEST_F(InheritedState, AReaderOfStdoutThatLeavesStopsNothing) {
     EXPECT_TRUE(m_setup.Has("QueueLimits"));
 }
 
-// More than one page, so that the script's text meets the limit in its middle.
-TEST_F(InheritedState, ALimitOnTheSizeOfFilesRunsNoScript) {
-    const auto result = RunInShell("ulimit -f 4; trap '' XFSZ;", "");
-    EXPECT_EQ(result.status, 5) << result.err;
-    EXPECT_NE(result.err.find("the commit script could not be written, nothing has been changed"),
-              std::string::npos);
-    EXPECT_FALSE(m_setup.Has("qchemrc"));
-}
-
 }  // namespace

@@ -2,9 +2,8 @@
 #include <gtest/gtest.h>
 
 int main(int argc, char** argv) {
-    constexpr int Skipped = 77;
     testing::InitGoogleTest(&argc, argv);
     const int status = RUN_ALL_TESTS();
     const bool skipped = testing::UnitTest::GetInstance()->skipped_test_count() > 0;
-    return status == 0 && skipped ? Skipped : status;
+    return status == 0 && skipped ? HX_SKIPPED : status;
 }

@@ -37,9 +37,9 @@ constexpr const char* NodeProgram = R"sh(#!/bin/sh -e
 mount -t tmpfs tmpfs /mnt
 for directory in etc usr/bin var
 do
-    mkdir -p "/mnt/upper/$directory" "/mnt/work/$directory"
+    mkdir -p "/mnt/upper/$directory" "/mnt/merge/$directory"
     mount -t overlay overlay "/$directory" \
-        -o "lowerdir=/$directory,upperdir=/mnt/upper/$directory,workdir=/mnt/work/$directory"
+        -o "lowerdir=/$directory,upperdir=/mnt/upper/$directory,workdir=/mnt/merge/$directory"
 done
 exec slurmd -D -s -N "$1"
 )sh";
