@@ -108,6 +108,28 @@ ExitStatus AskForScratchDirectory(CInstallBase& run) {
     }
 }
 
+// The library offers what its division gives, 0 included.
+void WarnOfLimitsOfZero(const CInstallBase& run) {
+    struct Limit {
+        int value;
+        const char* name;
+        const char* unit;
+        const char* option;
+    };
+    for (const Limit& limit : {Limit{run.m_memoryLimitMB, "memory", "MB", "-m"},
+                               Limit{run.m_scratchLimitGB, "scratch", "GB", "-s"}}) {
+        if (limit.value > 0)
+            continue;
+        CInstallBase::InstallWarning(
+            QStringLiteral("The %1 limit per thread is 0 %2: there is less than 1 %2 for each of "
+                           "%3 threads.\n    Give a limit with %4, or a lower job limit.")
+                .arg(QLatin1String(limit.name), QLatin1String(limit.unit))
+                .arg(run.m_jobLimit)
+                .arg(QLatin1String(limit.option)),
+            0);
+    }
+}
+
 }  // namespace
 
 bool PersonLeft(const CInstallBase& run) {
@@ -129,5 +151,7 @@ ExitStatus AskQuestions(CInstallBase& run) {
         status = Ask(run, &CInstallBase::PromptQueueType);
     if (status == ExitStatus::Complete && run.m_accessFlags == CInstallBase::RootAccess)
         status = Ask(run, &CInstallBase::PromptComputeServiceGroupMembers);
+    if (status == ExitStatus::Complete)
+        WarnOfLimitsOfZero(run);
     return status;
 }

@@ -1,10 +1,16 @@
 #include "PagesCheck.h"
 
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
 #include <climits>
 
 #include "ReadBack.h"
 
 namespace {
+
+constexpr std::array allPages = {QLatin1String("resources"), QLatin1String("icons")};
 
 constexpr qsizetype BlockSize = 512;
 
@@ -35,23 +41,67 @@ bool IsWhole(const QString& path, const QByteArray& packed) {
     return page.size() == packed.size() || !packed.startsWith(page);
 }
 
-}  // namespace
+QString ServerDirectory(const CInstallBase& run) {
+    return run.m_installDir + QStringLiteral("/corvanerc/corvane26server/");
+}
 
-QString FindTruncatedPage(const CInstallBase& run, const char* name) {
-    const QString server = run.m_installDir + QStringLiteral("/corvanerc/corvane26server/");
-    const QByteArray archive = ReadBack(
-        run.m_binariesDir + QStringLiteral("/docroot/%1.tar").arg(QLatin1String(name)), INT_MAX);
+// The path of the first page that is missing or cut short, or nothing.
+QString FindTruncatedPage(const CInstallBase& run, QLatin1String name) {
+    const QByteArray archive =
+        ReadBack(run.m_binariesDir + QStringLiteral("/docroot/%1.tar").arg(name), INT_MAX);
     for (qsizetype at = 0; at + BlockSize <= archive.size() && archive[at] != '\0';) {
         const Member member = Parse(archive.mid(at, BlockSize));
-        const QString path = server + QString::fromUtf8(member.name);
-        if (member.isFile && !IsWhole(path, archive.mid(at + BlockSize, member.size))) {
-            return QStringLiteral(
-                       "\"%1\" is not complete, or cannot be read\n"
-                       "    See that its file system has space, remove the directory \"%2\", and "
-                       "run the setup again.")
-                .arg(path, server + QLatin1String(name));
-        }
+        QString path = ServerDirectory(run) + QString::fromUtf8(member.name);
+        if (member.isFile && !IsWhole(path, archive.mid(at + BlockSize, member.size)))
+            return path;
         at += BlockSize + (member.size + BlockSize - 1) / BlockSize * BlockSize;
+    }
+    return {};
+}
+
+// `message` with the page for %1 and its directory for %2, when there is such a page.
+QString TellOfTruncatedPage(const CInstallBase& run, QLatin1String name, const QString& message) {
+    const QString page = FindTruncatedPage(run, name);
+    return page.isEmpty() ? QString() : message.arg(page, ServerDirectory(run) + name);
+}
+
+}  // namespace
+
+PageDirectories FindMissingPages(const CInstallBase& run) {
+    PageDirectories missing;
+    for (const QLatin1String name : allPages) {
+        if (access((ServerDirectory(run) + name).toUtf8().constData(), F_OK) != 0)
+            missing.push_back(name);
+    }
+    return missing;
+}
+
+QString FindIncompletePage(const CInstallBase& run, const PageDirectories& unpacked) {
+    for (const QLatin1String name : unpacked) {
+        QString problem = TellOfTruncatedPage(
+            run, name,
+            QStringLiteral("\"%1\" is not complete, or cannot be read\n"
+                           "    See that its file system has space, remove the directory \"%2\", "
+                           "and run the setup again."));
+        if (!problem.isEmpty())
+            return problem;
+    }
+    return {};
+}
+
+QString FindOutdatedPage(const CInstallBase& run, const PageDirectories& unpacked) {
+    if (run.m_clusterNode)
+        return {};
+    for (const QLatin1String name : allPages) {
+        if (std::find(unpacked.begin(), unpacked.end(), name) != unpacked.end())
+            continue;
+        QString warning = TellOfTruncatedPage(
+            run, name,
+            QStringLiteral("\"%1\" is missing or shorter than the product's, and was left so\n"
+                           "    To have all pages unpacked anew, move the directory \"%2\" away "
+                           "and run the setup again."));
+        if (!warning.isEmpty())
+            return warning;
     }
     return {};
 }

@@ -1,9 +1,23 @@
-// Looks for pages of the compute service that were unpacked in part.
+// Looks for pages of the compute service that are not as the product has them.
 #pragma once
+
+#include <QLatin1String>
+#include <vector>
 
 #include "setuprun/CInstallBase.h"
 
-// The commit script leaves a directory of pages as it is once it is there, also when the setup that
-// unpacked it met a full disc or was killed. Returns the first page of docroot/`name`.tar that is
-// missing or cut short, with the remedy, or nothing. Edited pages are nobody's fault.
-QString FindTruncatedPage(const CInstallBase& run, const char* name);
+// Names of directories of pages, "resources" and "icons".
+using PageDirectories = std::vector<QLatin1String>;
+
+// Those that are not there. The commit script unpacks them, and leaves others as they are.
+PageDirectories FindMissingPages(const CInstallBase& run);
+
+// Each of the two returns the first page that is missing or cut short, with the remedy, or nothing.
+// Edited pages are nobody's fault.
+
+// In the directories that this setup has unpacked: there was no space, mostly.
+QString FindIncompletePage(const CInstallBase& run, const PageDirectories& unpacked);
+
+// In the others: a setup was stopped when it unpacked them, somebody removed the page, or the
+// product has come with a new one.
+QString FindOutdatedPage(const CInstallBase& run, const PageDirectories& unpacked);

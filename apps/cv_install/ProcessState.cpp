@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <cstdlib>
 #include <exception>
 #include <string_view>
 
@@ -38,4 +39,7 @@ void PrepareProcess() {
     // Qt gives children the default back.
     std::signal(SIGPIPE, SIG_IGN);
     std::set_terminate(EndWithoutMemory);
+    // The programs that root starts are the system's.
+    if (getuid() == 0 && setenv("PATH", "/usr/sbin:/usr/bin:/sbin:/bin", 1) != 0)
+        EndWithoutMemory();
 }

@@ -1,9 +1,9 @@
 #include "ResultCheck.h"
 
+#include <QThread>
 #include <algorithm>
 #include <vector>
 
-#include "PagesCheck.h"
 #include "ReadBack.h"
 
 namespace {
@@ -19,8 +19,7 @@ QString Incomplete(const QString& path) {
         .arg(path);
 }
 
-// Whether the lines of the commit script are there. The service, just started, may have written the
-// file once more, with a further line.
+// Whether the lines of the commit script are there, and maybe a further one of the service.
 bool HoldsLimits(const QString& path, const CInstallBase& run) {
     // A list of Qt's would not notice that it gets no memory.
     std::vector<QString> lines = {QStringLiteral("MaxThreads: %1").arg(run.m_jobLimit),
@@ -33,6 +32,16 @@ bool HoldsLimits(const QString& path, const CInstallBase& run) {
     return std::all_of(lines.cbegin(), lines.cend(), [&text](const QString& line) {
         return text.contains('\n' + line.toUtf8() + '\n');
     });
+}
+
+// The service, just started, may be about to write the file once more.
+bool HoldsLimitsSoon(const QString& path, const CInstallBase& run) {
+    for (int looks = 0; looks < 5; ++looks) {
+        if (HoldsLimits(path, run))
+            return true;
+        QThread::msleep(100);
+    }
+    return false;
 }
 
 bool EndsWith(const QString& path, const char* end) {
@@ -60,17 +69,15 @@ QString FindIncompleteRunTimeFile(const CInstallBase& run, bool submissionScript
     return {};
 }
 
-QString FindIncompleteResult(const CInstallBase& run) {
+QString FindIncompleteResult(const CInstallBase& run, const PageDirectories& unpacked) {
     const QString limits = run.m_installDir + QStringLiteral("/QueueLimits");
-    if (!HoldsLimits(limits, run))
+    if (!HoldsLimitsSoon(limits, run))
         return Incomplete(limits);
     if (run.m_clusterNode)
         return {};
-    for (const char* pages : {"resources", "icons"}) {
-        QString truncated = FindTruncatedPage(run, pages);
-        if (!truncated.isEmpty())
-            return truncated;
-    }
+    QString truncated = FindIncompletePage(run, unpacked);
+    if (!truncated.isEmpty())
+        return truncated;
     if (run.m_accessFlags != CInstallBase::RootAccess)
         return {};
     const QString rendered = run.m_installDir + QStringLiteral("/corvane26_service.service");

@@ -70,10 +70,11 @@ private:
     struct sigaction m_former[std::size(passedOn)] = {};
 };
 
-// What changes the meaning of the script's lines, or which programs they find.
+// What changes the meaning of the script's lines, or which code its programs load.
 bool SteersTheShell(const QString& name) {
-    const QStringList names = {"BASH_ENV", "ENV", "SHELLOPTS", "BASHOPTS", "TAR_OPTIONS"};
-    return names.contains(name) || name.startsWith(u"BASH_FUNC_");
+    const QStringList names = {"BASH_ENV", "ENV",         "SHELLOPTS",
+                               "BASHOPTS", "TAR_OPTIONS", "POSIXLY_CORRECT"};
+    return names.contains(name) || name.startsWith(u"BASH_FUNC_") || name.startsWith(u"LD_");
 }
 
 // Values of an older run script must not leak into the new one, nor root's shell into its script.
@@ -86,8 +87,6 @@ QProcessEnvironment ScriptEnvironment() {
         if ((name.startsWith(u"CORV_") && !kept.contains(name)) || (root && SteersTheShell(name)))
             environment.remove(name);
     }
-    if (root)
-        environment.insert(QStringLiteral("PATH"), QStringLiteral("/usr/sbin:/usr/bin:/sbin:/bin"));
     return environment;
 }
 
@@ -150,6 +149,9 @@ bool WaitForEnd(CCommitScript& script) {
 int TellLost(CCommitScript& script, const QString& path) {
     StopScript();
     script.kill();
+    script.disconnect();
+    // Qt would tell of a process that it leaves, to no use.
+    qInstallMessageHandler([](QtMsgType, const QMessageLogContext&, const QString&) {});
     std::fprintf(stderr,
                  "cv_install: the commit script %s could not be followed to its end, and was "
                  "ended\n    What it had done remains.  Run the setup again to complete it.\n",
@@ -206,8 +208,8 @@ int FollowScript(const QString& path) {
     std::fflush(stdout);
 
     const SignalsPassedOn whileItRuns;
-    CCommitScript script;
     Progress progress(path);
+    CCommitScript script;
     ShowOutput(script, progress);
     script.setProcessEnvironment(ScriptEnvironment());
     // A group of its own, so that a signal reaches the script and its tools exactly once. The umask

@@ -61,16 +61,36 @@ void Redirect(FILE*& stream, int console, int buffering) {
     stream = both;
 }
 
+bool IsFileOfRootAlone(int descriptor) {
+    struct stat entry = {};
+    return fstat(descriptor, &entry) == 0 && S_ISREG(entry.st_mode) && entry.st_uid == 0 &&
+           entry.st_nlink == 1;
+}
+
+// Others may be able to write to the folder of logs. Sets errno when it returns -1.
+int OpenLogOfRoot() {
+    const int log =
+        open(logPath.c_str(), O_WRONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0600);
+    if (log == -1)
+        return -1;
+    if (!IsFileOfRootAlone(log)) {
+        close(log);
+        errno = EPERM;
+        return -1;
+    }
+    // One that is there already may have another mode.
+    if (fchmod(log, 0600) == 0 && ftruncate(log, 0) == 0)
+        return log;
+    const int error = errno;
+    close(log);
+    errno = error;
+    return -1;
+}
+
 int OpenLog(bool rootRun) {
     if (rootRun) {
         logPath = "/var/log/corvane26_setup.log";
-        // A link that somebody else put there is not followed.
-        const int log =
-            open(logPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0600);
-        // One that is there already may have another mode.
-        if (log != -1)
-            fchmod(log, 0600);
-        return log;
+        return OpenLogOfRoot();
     }
     logPath = "/tmp/corvane26_setup_XXXXXX.log";
     return mkostemps(logPath.data(), 4, O_CLOEXEC);

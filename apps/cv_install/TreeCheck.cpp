@@ -3,12 +3,16 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <filesystem>
+
 namespace {
 
 struct TreeEntry {
     const char* path;  // below the install directory
     mode_t type;       // what the script makes or writes there
 };
+
+constexpr const char* secondName = "has a second name (a hard link) somewhere else";
 
 constexpr TreeEntry treeEntries[] = {
     {"", S_IFDIR},
@@ -47,8 +51,29 @@ const char* TrapAt(const char* path, mode_t type, bool inTree) {
     if (type == S_IFREG && !S_ISREG(entry.st_mode) && !S_ISDIR(entry.st_mode))
         return "is neither a file nor a directory";
     if (type == S_IFREG && S_ISREG(entry.st_mode) && entry.st_nlink > 1)
-        return "has a second name (a hard link) somewhere else";
+        return secondName;
     return nullptr;
+}
+
+// The script gives the pages and all below them to the service account. Links are not followed, but
+// a second name is the file itself.
+QString FindTrapBelow(const QString& directory) {
+    namespace fs = std::filesystem;
+    std::error_code error;
+    for (fs::recursive_directory_iterator at(directory.toStdString(), error), end;
+         !error && at != end; at.increment(error)) {
+        struct stat entry = {};
+        if (lstat(at->path().c_str(), &entry) == 0 && !S_ISDIR(entry.st_mode) && entry.st_nlink > 1)
+            return QString::fromStdString(at->path().string());
+    }
+    return {};
+}
+
+QString Describe(const QString& path, const char* trap) {
+    return QStringLiteral(
+               "\"%1\" %2, and root would write through it\n"
+               "    See what it is, remove it, and run the setup again.")
+        .arg(path, QLatin1String(trap));
 }
 
 // Such as the one that a package has installed. What a setup has made there before may do.
@@ -63,12 +88,14 @@ QString FindTrapInTree(const QString& installDir) {
     for (const TreeEntry& entry : treeEntries) {
         const QString path = installDir + QLatin1String(entry.path);
         const char* trap = TrapAt(path.toUtf8().constData(), entry.type, *entry.path != '\0');
-        if (trap != nullptr) {
-            return QStringLiteral(
-                       "\"%1\" %2, and root would write through it\n"
-                       "    See what it is, remove it, and run the setup again.")
-                .arg(path, QLatin1String(trap));
-        }
+        if (trap != nullptr)
+            return Describe(path, trap);
+    }
+    for (const char* pages : {"/resources", "/icons"}) {
+        const QString path = FindTrapBelow(
+            installDir + QStringLiteral("/corvanerc/corvane26server") + QLatin1String(pages));
+        if (!path.isEmpty())
+            return Describe(path, secondName);
     }
     return {};
 }

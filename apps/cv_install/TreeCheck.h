@@ -5,8 +5,8 @@
 
 // Members of the service group may write to the shared tree, and the commit script follows what it
 // finds there. Returns what must not be followed, with the remedy, or nothing: a link, other than
-// one of root's that is the tree itself, or something other than a plain file or directory where
-// the script writes one.
+// one of root's that is the tree itself, something other than a plain file or directory where the
+// script writes one, or a file with a second name that it writes or gives away.
 QString FindTrapInTree(const QString& installDir);
 
 // What makes a user's setup fail in the midst, with the remedy, or nothing: a product folder that

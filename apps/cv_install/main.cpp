@@ -6,6 +6,7 @@
 #include "Arguments.h"
 #include "Conversation.h"
 #include "ExitStatus.h"
+#include "PagesCheck.h"
 #include "Plan.h"
 #include "ProcessState.h"
 #include "ResultCheck.h"
@@ -26,20 +27,31 @@ void AnswerWithDefaults(CInstallBase& run) {
         run.m_queueType = CInstallBase::QueueInternal;
 }
 
-// Tells the problem; true when there is none.
-bool IsUsable(const QString& problem) {
+constexpr const char* NothingChanged = "Nothing has been changed.";
+
+// Tells the problem, and what has been changed; true when there is none.
+bool IsUsable(const QString& problem, const char* changed) {
     if (problem.isEmpty())
         return true;
     std::fflush(stdout);
-    std::fprintf(stderr, "cv_install: %s\n    Nothing has been changed.\n",
-                 qUtf8Printable(problem));
+    std::fprintf(stderr, "cv_install: %s\n    %s\n", qUtf8Printable(problem), changed);
     return false;
 }
 
 // A trap in the tree, or a tree that is not this user's. True when there is neither.
 bool TreeIsUsable(const CInstallBase& run) {
     const bool rootRun = run.m_accessFlags == CInstallBase::RootAccess;
-    return IsUsable(rootRun ? FindTrapInTree(run.m_installDir) : FindObstacleForUser(run));
+    return IsUsable(rootRun ? FindTrapInTree(run.m_installDir) : FindObstacleForUser(run),
+                    NothingChanged);
+}
+
+// Behind a wait for a person: others had time for a trap, with which the script is of no use.
+bool TreeIsStillUsable(const CInstallBase& run, const QString& script, const char* changed) {
+    if (run.m_accessFlags != CInstallBase::RootAccess ||
+        IsUsable(FindTrapInTree(run.m_installDir), changed))
+        return true;
+    unlink(script.toUtf8().constData());
+    return false;
 }
 
 // Root sees what will happen and agrees to it; the script is the plan's other half.
@@ -55,12 +67,15 @@ bool PlanIsAgreedTo(CInstallBase& run, const QString& script) {
     return false;
 }
 
-ExitStatus ShowResult(const CInstallBase& run) {
-    const QString problem = FindIncompleteResult(run);
+ExitStatus ShowResult(const CInstallBase& run, const PageDirectories& unpacked) {
+    const QString problem = FindIncompleteResult(run, unpacked);
     if (!problem.isEmpty()) {
         std::fprintf(stderr, "cv_install: %s\n", qUtf8Printable(problem));
         return ExitStatus::Incomplete;
     }
+    const QString warning = FindOutdatedPage(run, unpacked);
+    if (!warning.isEmpty())
+        std::fprintf(stderr, "cv_install: %s\n", qUtf8Printable(warning));
     ShowSummary(run);
     return ExitStatus::Complete;
 }
@@ -75,9 +90,27 @@ ExitStatus Prepare(CInstallBase& run) {
     return status;
 }
 
+// Everything that changes the machine.
+int CarryOut(CInstallBase& run, const QString& script, bool submissionScripts) {
+    if (!PlanIsAgreedTo(run, script))
+        return static_cast<int>(ExitStatus::Declined);
+    if (!TreeIsStillUsable(run, script, NothingChanged))
+        return static_cast<int>(ExitStatus::TreeRefused);
+    const ExitStatus written = WriteRunTimeFiles(run, submissionScripts);
+    if (written != ExitStatus::Complete)
+        return static_cast<int>(written);
+    if (!TreeIsStillUsable(run, script, OnlyRunTimeFilesChanged))
+        return static_cast<int>(ExitStatus::TreeRefused);
+    const PageDirectories unpacked = FindMissingPages(run);
+    const int status = FollowScript(script);
+    if (status == static_cast<int>(ExitStatus::Complete))
+        return static_cast<int>(ShowResult(run, unpacked));
+    return status;
+}
+
 int RunSetup(Arguments& arguments) {
     // The constructor reads the tree's QueueLimits, and would wait for the writer of a pipe.
-    if (getuid() == 0 && !IsUsable(FindTrapInTree(QStringLiteral("/var/corvane"))))
+    if (getuid() == 0 && !IsUsable(FindTrapInTree(QStringLiteral("/var/corvane")), NothingChanged))
         return static_cast<int>(ExitStatus::TreeRefused);
     CInstallBase run(CInstallBase::ParseUserModeArg(arguments.argc(), arguments.argv()),
                      arguments.argc(), arguments.argv());
@@ -93,15 +126,7 @@ int RunSetup(Arguments& arguments) {
     const QString script = WriteScript(run);
     if (script.isEmpty())
         return static_cast<int>(ExitStatus::ScriptNotWritten);
-    if (!PlanIsAgreedTo(run, script))
-        return static_cast<int>(ExitStatus::Declined);
-    const ExitStatus written = WriteRunTimeFiles(run, arguments.submissionScripts());
-    if (written != ExitStatus::Complete)
-        return static_cast<int>(written);
-    const int status = FollowScript(script);
-    if (status == static_cast<int>(ExitStatus::Complete))
-        return static_cast<int>(ShowResult(run));
-    return status;
+    return CarryOut(run, script, arguments.submissionScripts());
 }
 
 int RunAsAsked(Arguments& arguments) {

@@ -106,6 +106,65 @@ TEST(HostileNeighbour, PlantsAPipeOrASecondName) {
                   "\"/var/corvane/QueueEntries\" has a second name");
 }
 
+// The script gives the pages to the service account, one by one.
+TEST(HostileNeighbour, PlantsASecondNameBelowThePages) {
+    HX_REQUIRE_THROWAWAY_ROOT();
+    const std::string name = "/var/corvane/corvanerc/corvane26server/icons/deep/page";
+    ExpectRefusal(
+        [&] { Shell("mkdir " + name.substr(0, name.rfind('/')) + " && ln /etc/shadow " + name); },
+        8, "\"" + name + "\" has a second name");
+}
+
+// Answers the limits, the queue, the members and the plan, but runs $1 before it answers the plan,
+// and $2, if there is one, at the first pause behind it.
+constexpr const char* slowAnswers = R"(
+await() {
+    for _ in $(seq 200); do
+        grep --quiet --no-messages "$1" /var/log/corvane26_setup.log && return
+        sleep 0.05
+    done
+}
+rm /var/log/corvane26_setup.log
+{
+    printf '\n\n\n\n\n\n\n1\n\n\n\n'
+    await 'Go on?'
+    eval "$1"
+    echo y
+    [ -z "$2" ] || { await 'Go on? .*---'; eval "$2"; printf '\n\n\n'; }
+} | /opt/corvane26/cv_install --setup
+)";
+
+// An installation by root and a second one, at whose waits the commands are run.
+void ExpectSecondLook(const std::string& atPlan, const std::string& atPause,
+                      const std::string& changed) {
+    HX_EXPECT_SCENARIO([&] {
+        LayOutRootSetup();
+        ASSERT_EQ(RunRootSetup({"--yes"}).status, 0);
+        Shell("rm /tmp/corvane26_commit_*");
+        const std::string passwords = Shell("md5sum /etc/shadow");
+        const auto result = hx_test::Run({"bash", "-c", slowAnswers, "bash", atPlan, atPause},
+                                         {.env = {{"LSAN_OPTIONS", "detect_leaks=0"}}});
+        EXPECT_EQ(result.status, 8) << result.out << result.err;
+        EXPECT_EQ(result.err,
+                  "cv_install: \"/var/corvane/corvane26\" is a symbolic link that root did not "
+                  "make, and root would write through it\n"
+                  "    See what it is, remove it, and run the setup again.\n    " +
+                      changed + "\n");
+        EXPECT_EQ(Shell("ls /tmp | grep corvane26_commit"), "");
+        EXPECT_EQ(Shell("md5sum /etc/shadow"), passwords);
+    });
+}
+
+TEST(HostileNeighbour, PlantsALinkWhileRootReads) {
+    HX_REQUIRE_THROWAWAY_ROOT();
+    const std::string plant =
+        "setpriv --reuid=corvsrvc --regid=corvsrvc --clear-groups "
+        "ln -sf /etc/shadow /var/corvane/corvane26";
+    ExpectSecondLook(plant, "", "Nothing has been changed.");
+    ExpectSecondLook(":", plant,
+                     "Nothing but the Q-Chem files and submission scripts has been changed.");
+}
+
 TEST(HostileNeighbour, PlantsWhatCannotBeReadToItsEnd) {
     HX_REQUIRE_THROWAWAY_ROOT();
     ExpectRefusal([] { AsMallory("cd /var/corvane; rm QueueLimits; mkfifo QueueLimits"); }, 8,
@@ -143,16 +202,44 @@ TEST(HostileNeighbour, AFollowedLinkOfRootIsFine) {
     });
 }
 
-TEST(HostileNeighbour, PlantsALinkForTheLog) {
+TEST(HostileNeighbour, PlantsSomethingForTheLog) {
+    HX_REQUIRE_THROWAWAY_ROOT();
+    const std::string log = "/var/log/corvane26_setup.log";
+    struct Trap {
+        std::string plant;
+        const char* reason;
+    };
+    for (const Trap& trap :
+         {Trap{"ln -s /var/log/target " + log, "Too many levels of symbolic links"},
+          Trap{"ln /var/log/target " + log, "Operation not permitted"},
+          Trap{"mkfifo " + log, "No such device or address"},
+          Trap{"install --owner=nobody /dev/null " + log, "Operation not permitted"}}) {
+        HX_EXPECT_SCENARIO([&] {
+            LayOutRootSetup();
+            hx_test::WriteFile("/var/log/target", "target");
+            Shell("rm -f " + log + "; " + trap.plant);
+            const std::string before = Shell("stat -c '%a %U %h' " + log);
+            const auto result = RunRootSetup({"--yes"});
+            EXPECT_EQ(result.status, 0);
+            EXPECT_EQ(result.err.find("cv_install: there will be no log, " + log +
+                                      " cannot be opened: " + trap.reason + "\n"),
+                      0)
+                << result.err;
+            EXPECT_EQ(hx_test::ReadFile("/var/log/target"), "target");
+            EXPECT_EQ(Shell("stat -c '%a %U %h' " + log), before);
+        });
+    }
+}
+
+TEST(HostileNeighbour, ReadsNoLogThatIsThere) {
     HX_REQUIRE_THROWAWAY_ROOT();
     HX_EXPECT_SCENARIO([] {
         LayOutRootSetup();
-        const std::string passwords = Shell("md5sum /etc/passwd");
-        Shell("cp /etc/passwd /srv/target; ln -s /srv/target /var/log/corvane26_setup.log");
-        const auto result = RunRootSetup({"--yes"});
-        EXPECT_EQ(result.status, 0);
-        EXPECT_NE(result.err.find("there will be no log"), std::string::npos);
-        EXPECT_EQ(Shell("md5sum < /srv/target"), passwords.substr(0, 32) + "  -");
+        hx_test::WriteFile("/var/log/corvane26_setup.log", std::string(100000, 'x'));
+        Shell("chmod 644 /var/log/corvane26_setup.log");
+        EXPECT_EQ(RunRootSetup({"--yes"}).status, 0);
+        EXPECT_EQ(Shell("stat -c %a /var/log/corvane26_setup.log"), "600");
+        EXPECT_EQ(Shell("grep -c x{100} /var/log/corvane26_setup.log"), "0");
     });
 }
 

@@ -61,15 +61,23 @@ TEST(RootSetup, TakesNoProgramsFromTheEnvironment) {
         LayOutRootSetup();
         Shell(
             "mkdir /srv/bin; printf '#!/bin/sh\ntouch /pwned\n' > /srv/bin/stat; "
-            "chmod 755 /srv/bin/stat; echo touch /pwned > /srv/before");
+            "chmod 755 /srv/bin/stat; cp /srv/bin/stat /srv/bin/df; "
+            "cp /srv/bin/stat /srv/bin/systemctl; echo touch /pwned > /srv/before");
+        hx_test::WriteFile("/usr/bin/systemctl",
+                           "#!/bin/sh\n[ \"$1\" = is-active ] || env > /srv/environment\n");
         const std::string path = std::string("/srv/bin:") + getenv("PATH");
         setenv("PATH", path.c_str(), 1);
         setenv("BASH_ENV", "/srv/before", 1);
         setenv("BASH_FUNC_stat%%", "() { touch /pwned; }", 1);
         setenv("TAR_OPTIONS", "--no-such-option", 1);
+        setenv("POSIXLY_CORRECT", "1", 1);
+        setenv("LD_LIBRARY_PATH", "/srv/lib", 1);
+        setenv("LD_BIND_NOW", "1", 1);
         const auto result = RunRootSetup({"--yes"});
         EXPECT_EQ(result.status, 0) << result.err;
         EXPECT_FALSE(std::filesystem::exists("/pwned"));
+        EXPECT_EQ(Shell("grep -E '^(PATH|POSIXLY_CORRECT|LD_|TAR_)' /srv/environment"),
+                  "PATH=/usr/sbin:/usr/bin:/sbin:/bin");
     });
 }
 

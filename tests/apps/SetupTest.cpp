@@ -2,6 +2,8 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <filesystem>
+
 #include "apps/UserSetup.h"
 
 namespace {
@@ -38,6 +40,30 @@ TEST_F(Setup, EndsWithTheScriptsWordsAndASummary) {
     EXPECT_NE(summary.find("  Installed: /tmp/product\n"), std::string::npos);
     EXPECT_NE(summary.find("  Next step: start Corvane with /tmp/product/corvane26\n"),
               std::string::npos);
+}
+
+TEST_F(Setup, WarnsOfLimitsOfZero) {
+    const UserSetup setup;
+    hx_test::WriteFile(setup.Root() + "/df",
+                       "#!/bin/sh\necho Filesystem 1024-blocks Used Available Capacity Mounted on\n"
+                       "echo /dev/sda1 976762584 10485760 2097152 2% /\n");
+    std::filesystem::permissions(setup.Root() + "/df", std::filesystem::perms(0755));
+    const auto result = setup.RunProgram(
+        {"/bin/sh", "-c",
+         "echo 1000000000 | PATH=/tmp:$PATH /tmp/product/cv_install --setup --user-mode "
+         "--internal-default-queue"});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.err,
+              "Corvane Install: Warning\n"
+              "    The memory limit per thread is 0 MB: there is less than 1 MB for each of "
+              "1000000000 threads.\n"
+              "    Give a limit with -m, or a lower job limit.\n"
+              "Corvane Install: Warning\n"
+              "    The scratch limit per thread is 0 GB: there is less than 1 GB for each of "
+              "1000000000 threads.\n"
+              "    Give a limit with -s, or a lower job limit.\n");
+    EXPECT_EQ(setup.File("QueueLimits"),
+              "MaxThreads: 1000000000\nMemoryPerThreadMB: 0\nScratch: /tmp\nDiskPerThreadGB: 0\n");
 }
 
 TEST_F(Setup, TellsWhichQueueCommandsCannotBeStarted) {
