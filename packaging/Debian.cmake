@@ -18,11 +18,13 @@ foreach(component IN ITEMS runtime development)
   install(FILES ${changelog} ${debian}/copyright
     DESTINATION share/doc/${${component}} COMPONENT ${component})
 endforeach()
-install(FILES ${PROJECT_SOURCE_DIR}/README.md ${PROJECT_SOURCE_DIR}/docs/administrator.md
+install(FILES
+    ${PROJECT_SOURCE_DIR}/docs/administrator.md
+    ${PROJECT_SOURCE_DIR}/docs/cluster.md
+    ${PROJECT_SOURCE_DIR}/docs/installing.md
   DESTINATION share/doc/${runtime} COMPONENT runtime)
 install(FILES
     ${PROJECT_SOURCE_DIR}/docs/download.md
-    ${PROJECT_SOURCE_DIR}/docs/installing.md
     ${PROJECT_SOURCE_DIR}/docs/probes.md
     ${PROJECT_SOURCE_DIR}/docs/services.md
   DESTINATION share/doc/${development} COMPONENT development)

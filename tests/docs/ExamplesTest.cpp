@@ -26,7 +26,7 @@ TEST(Examples, StandInTheirPagesAsTheyAreCompiled) {
         const std::string text = hx_test::ReadFile(std::string(HX_DOCS "/") + page);
         const std::string program = hx_test::ReadFile(std::string(HX_DOCS "/examples/") + file);
         ASSERT_FALSE(program.empty()) << file;
-        EXPECT_NE(text.find("`docs/examples/" + std::string(file) + "`:\n\n```" + language + "\n" +
+        EXPECT_NE(text.find("`examples/" + std::string(file) + "`:\n\n```" + language + "\n" +
                             program + "```\n"),
                   std::string::npos)
             << page << " shows another text than " << file;

@@ -74,7 +74,10 @@ TEST(Consumer, IsBuiltWithCMakeAgainstATreeThatWasMoved) {
     RunWell(Configure(project, tree.Path()));
     Build(project);
     ExpectTellsTheMachine(project / "build/machine");
-    ExpectSetsUp(project / "build/private_setup", tree);
+    RunWell({HX_CMAKE, "--install", project / "build", "--prefix", project / "installed"},
+            {.unset = {"DESTDIR"}});
+    ExpectTellsTheMachine(project / "installed/bin/machine");
+    ExpectSetsUp(project / "installed/bin/private_setup", tree);
 }
 
 TEST(Consumer, IsBuiltWithPkgConfigAgainstAStagedTree) {

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <regex>
 #include <string>
 
 #include "installed/InstalledTree.h"
@@ -65,6 +66,36 @@ TEST(InstalledFiles, NoPlaceIsNamedForGood) {
         }
     }
     EXPECT_GE(texts, 6);
+}
+
+TEST(InstalledFiles, LinksOfTheDocumentsLeadToDocumentsBesideThem) {
+    int links = 0;
+    for (const auto& entry :
+         std::filesystem::recursive_directory_iterator(InstalledTree::Moved().Path("share/doc"))) {
+        if (entry.path().extension() != ".md")
+            continue;
+        const std::string text = hx_test::ReadFile(entry.path());
+        static const std::regex link(R"re(\]\(([^)#]+)[^)]*\)|`(examples/[a-z_/.]+)`)re");
+        for (std::sregex_iterator at(text.begin(), text.end(), link), end; at != end; ++at) {
+            const std::string target = (*at)[1].str() + (*at)[2].str();
+            // This text names both places of the examples.
+            if (target == "examples/consumer/")
+                continue;
+            EXPECT_TRUE(std::filesystem::exists(entry.path().parent_path() / target))
+                << entry.path() << ": " << target;
+            ++links;
+        }
+    }
+    EXPECT_GE(links, 6);
+}
+
+// As the guide tells.
+TEST(InstalledFiles, TheirListRemovesThem) {
+    const hx_test::TempDir directory;
+    RunWell({HX_CMAKE, "--install", HX_BUILD_DIR, "--prefix", directory / "prefix"},
+            {.unset = {"DESTDIR"}});
+    RunWell({"sh", "-c", "xargs --delimiter='\\n' rm < " HX_BUILD_DIR "/install_manifest.txt"});
+    EXPECT_EQ(RunWell({"find", directory / "prefix", "!", "-type", "d"}), "");
 }
 
 TEST(InstalledFiles, TheSetupRunsFromWhereItStands) {

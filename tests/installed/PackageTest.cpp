@@ -118,7 +118,8 @@ protected:
             "corvane26-setup; "
             "rm -rf /usr/lib/corvane26 /opt/corvane26 /var/corvane /usr/bin/corvane26* /srv/away "
             "/etc/systemd/system/*/corvane2* /etc/systemd/system/corvane2*; "
-            "systemctl daemon-reload; userdel corvsrvc; groupdel corvsrvc; userdel ann");
+            "systemctl daemon-reload; userdel corvsrvc; groupdel corvsrvc; userdel ann; "
+            "userdel svc; groupdel svc; groupdel lab");
     }
 
     // What the machine's shell prints for `text`, which must succeed.
@@ -284,6 +285,48 @@ TEST_F(Package, KeepsAnAccountThatWasThereBefore) {
     Shell("dpkg -P libhxinstallbase-dev corvane26-setup");
     EXPECT_EQ(Shell("id -un ann; id -gn ann"), "ann\nann\n");
     EXPECT_NE(s_machine->Shell("ls /var/corvane").status, 0);
+}
+
+TEST_F(Package, RemovesTheGroupOfTheAccountAndNoOther) {
+    Install();
+    Shell("groupadd --system svc");
+    SetUpService(product, "--cluster-node -u svc -g lab");
+    ASSERT_EQ(Shell("id -gn svc"), "lab\n");
+    Shell("dpkg -P libhxinstallbase-dev corvane26-setup");
+    EXPECT_EQ(Shell("getent group lab svc | cut -d: -f1"), "svc\n");
+    EXPECT_NE(s_machine->Shell("id svc").status, 0);
+}
+
+TEST_F(Package, KeepsAGroupOfAnotherNameThatHasMembers) {
+    Install();
+    Shell("useradd ann; groupadd --system lab; usermod --append --groups lab ann");
+    SetUpService(product, "--cluster-node -u svc -g lab");
+    const auto purge = s_machine->Shell("dpkg -P libhxinstallbase-dev corvane26-setup 2>&1");
+    EXPECT_EQ(purge.status, 0) << purge.out;
+    EXPECT_NE(purge.out.find("The group lab has members, so it stays.\n"), std::string::npos)
+        << purge.out;
+    EXPECT_EQ(Shell("id -Gn ann"), "ann lab\n");
+    EXPECT_NE(s_machine->Shell("id svc").status, 0);
+}
+
+// The first commands of the section.
+std::string CommandsOfTheGuide(const std::string& section) {
+    const std::string guide = hx_test::ReadFile(HX_SOURCE_DIR "/docs/installing.md");
+    const size_t begin = guide.find("\n    ", guide.find("\n## " + section + "\n"));
+    return guide.substr(begin, guide.find("\n\n", begin) - begin);
+}
+
+TEST_F(Package, WhatStandsElsewhereIsRemovedByHandAsTheGuideTells) {
+    Install();
+    Shell("mkdir -p /opt/corvane/lib; cp -a /usr/lib/corvane26 /opt/corvane/lib");
+    Shell("dpkg -P libhxinstallbase-dev corvane26-setup");
+    SetUpService("/opt/corvane/lib/corvane26");
+    EXPECT_EQ(Unit("ActiveState"), "active\n");
+    const std::string commands = CommandsOfTheGuide("Removing by hand");
+    EXPECT_NE(commands.find("userdel corvsrvc"), std::string::npos);
+    s_machine->Shell(commands);
+    EXPECT_EQ(Unit("LoadState"), "not-found\n");
+    ExpectNothingLeft();
 }
 
 }  // namespace
