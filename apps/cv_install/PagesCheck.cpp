@@ -2,15 +2,11 @@
 
 #include <unistd.h>
 
-#include <algorithm>
-#include <array>
 #include <climits>
 
 #include "ReadBack.h"
 
 namespace {
-
-constexpr std::array allPages = {QLatin1String("resources"), QLatin1String("icons")};
 
 constexpr qsizetype BlockSize = 512;
 
@@ -46,9 +42,9 @@ QString ServerDirectory(const CInstallBase& run) {
 }
 
 // The path of the first page that is missing or cut short, or nothing.
-QString FindTruncatedPage(const CInstallBase& run, QLatin1String name) {
+QString FindTruncatedPage(const CInstallBase& run, QLatin1String directory) {
     const QByteArray archive =
-        ReadBack(run.m_binariesDir + QStringLiteral("/docroot/%1.tar").arg(name), INT_MAX);
+        ReadBack(run.m_binariesDir + QStringLiteral("/docroot/%1.tar").arg(directory), INT_MAX);
     for (qsizetype at = 0; at + BlockSize <= archive.size() && archive[at] != '\0';) {
         const Member member = Parse(archive.mid(at, BlockSize));
         QString path = ServerDirectory(run) + QString::fromUtf8(member.name);
@@ -59,49 +55,42 @@ QString FindTruncatedPage(const CInstallBase& run, QLatin1String name) {
     return {};
 }
 
-// `message` with the page for %1 and its directory for %2, when there is such a page.
-QString TellOfTruncatedPage(const CInstallBase& run, QLatin1String name, const QString& message) {
-    const QString page = FindTruncatedPage(run, name);
-    return page.isEmpty() ? QString() : message.arg(page, ServerDirectory(run) + name);
+// `message` with the first such page for %1 and its directory for %2, or nothing.
+QString TellOfTruncatedPage(const CInstallBase& run, const std::vector<QLatin1String>& directories,
+                            const QString& message) {
+    for (const QLatin1String directory : directories) {
+        const QString page = FindTruncatedPage(run, directory);
+        if (!page.isEmpty())
+            return message.arg(page, ServerDirectory(run) + directory);
+    }
+    return {};
 }
 
 }  // namespace
 
-PageDirectories FindMissingPages(const CInstallBase& run) {
-    PageDirectories missing;
-    for (const QLatin1String name : allPages) {
-        if (access((ServerDirectory(run) + name).toUtf8().constData(), F_OK) != 0)
-            missing.push_back(name);
-    }
-    return missing;
-}
-
-QString FindIncompletePage(const CInstallBase& run, const PageDirectories& unpacked) {
-    for (const QLatin1String name : unpacked) {
-        QString problem = TellOfTruncatedPage(
-            run, name,
-            QStringLiteral("\"%1\" is not complete, or cannot be read\n"
-                           "    See that its file system has space, remove the directory \"%2\", "
-                           "and run the setup again."));
-        if (!problem.isEmpty())
-            return problem;
-    }
-    return {};
-}
-
-QString FindOutdatedPage(const CInstallBase& run, const PageDirectories& unpacked) {
+PageDirectories FindPageDirectories(const CInstallBase& run) {
+    PageDirectories pages;
     if (run.m_clusterNode)
-        return {};
-    for (const QLatin1String name : allPages) {
-        if (std::find(unpacked.begin(), unpacked.end(), name) != unpacked.end())
-            continue;
-        QString warning = TellOfTruncatedPage(
-            run, name,
-            QStringLiteral("\"%1\" is missing or shorter than the product's, and was left so\n"
-                           "    To have all pages unpacked anew, move the directory \"%2\" away "
-                           "and run the setup again."));
-        if (!warning.isEmpty())
-            return warning;
+        return pages;
+    for (const QLatin1String name : {QLatin1String("resources"), QLatin1String("icons")}) {
+        const QByteArray path = (ServerDirectory(run) + name).toUtf8();
+        (access(path.constData(), F_OK) == 0 ? pages.kept : pages.missing).push_back(name);
     }
-    return {};
+    return pages;
+}
+
+QString FindIncompletePage(const CInstallBase& run, const PageDirectories& pages) {
+    return TellOfTruncatedPage(
+        run, pages.missing,
+        QStringLiteral("\"%1\" is not complete, or cannot be read\n"
+                       "    See that its file system has space, remove the directory \"%2\", and "
+                       "run the setup again."));
+}
+
+QString FindOutdatedPage(const CInstallBase& run, const PageDirectories& pages) {
+    return TellOfTruncatedPage(
+        run, pages.kept,
+        QStringLiteral("\"%1\" is missing or shorter than the product's, and was left so\n"
+                       "    To have all pages unpacked anew, move the directory \"%2\" away and "
+                       "run the setup again."));
 }

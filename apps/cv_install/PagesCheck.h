@@ -6,18 +6,21 @@
 
 #include "setuprun/CInstallBase.h"
 
-// Names of directories of pages, "resources" and "icons".
-using PageDirectories = std::vector<QLatin1String>;
+// The directories of pages by name, "resources" and "icons".
+struct PageDirectories {
+    std::vector<QLatin1String> missing;  // the commit script unpacks them
+    std::vector<QLatin1String> kept;     // it leaves them as they are
+};
 
-// Those that are not there. The commit script unpacks them, and leaves others as they are.
-PageDirectories FindMissingPages(const CInstallBase& run);
+// As they stand before the commit script runs. It does nothing about pages on a cluster node.
+PageDirectories FindPageDirectories(const CInstallBase& run);
 
 // Each of the two returns the first page that is missing or cut short, with the remedy, or nothing.
 // Edited pages are nobody's fault.
 
-// In the directories that this setup has unpacked: there was no space, mostly.
-QString FindIncompletePage(const CInstallBase& run, const PageDirectories& unpacked);
+// In the directories that were missing: there was no space, mostly.
+QString FindIncompletePage(const CInstallBase& run, const PageDirectories& pages);
 
-// In the others: a setup was stopped when it unpacked them, somebody removed the page, or the
-// product has come with a new one.
-QString FindOutdatedPage(const CInstallBase& run, const PageDirectories& unpacked);
+// In those that were kept: a setup was stopped when it unpacked them, somebody removed the page, or
+// the product has come with a new one.
+QString FindOutdatedPage(const CInstallBase& run, const PageDirectories& pages);

@@ -69,16 +69,14 @@ QString FindIncompleteRunTimeFile(const CInstallBase& run, bool submissionScript
     return {};
 }
 
-QString FindIncompleteResult(const CInstallBase& run, const PageDirectories& unpacked) {
+QString FindIncompleteResult(const CInstallBase& run, const PageDirectories& pages) {
     const QString limits = run.m_installDir + QStringLiteral("/QueueLimits");
     if (!HoldsLimitsSoon(limits, run))
         return Incomplete(limits);
-    if (run.m_clusterNode)
-        return {};
-    QString truncated = FindIncompletePage(run, unpacked);
+    QString truncated = FindIncompletePage(run, pages);
     if (!truncated.isEmpty())
         return truncated;
-    if (run.m_accessFlags != CInstallBase::RootAccess)
+    if (run.m_clusterNode || run.m_accessFlags != CInstallBase::RootAccess)
         return {};
     const QString rendered = run.m_installDir + QStringLiteral("/corvane26_service.service");
     const QString installed = QStringLiteral("/etc/systemd/system/corvane26_service.service");

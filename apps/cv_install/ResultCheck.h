@@ -12,4 +12,4 @@ QString FindIncompleteRunTimeFile(const CInstallBase& run, bool submissionScript
 
 // After a commit script that ended well: the queue's limits, the pages that it has unpacked, the
 // service's unit.
-QString FindIncompleteResult(const CInstallBase& run, const PageDirectories& unpacked);
+QString FindIncompleteResult(const CInstallBase& run, const PageDirectories& pages);

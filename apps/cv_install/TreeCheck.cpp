@@ -8,8 +8,9 @@
 namespace {
 
 struct TreeEntry {
-    const char* path;  // below the install directory
-    mode_t type;       // what the script makes or writes there
+    const char* path;        // below the install directory
+    mode_t type;             // what the script makes or writes there
+    bool givenAway = false;  // to the service account, with all below it
 };
 
 constexpr const char* secondName = "has a second name (a hard link) somewhere else";
@@ -19,8 +20,8 @@ constexpr TreeEntry treeEntries[] = {
     {"/corvanerc", S_IFDIR},
     {"/corvanerc/corvane26", S_IFDIR},
     {"/corvanerc/corvane26server", S_IFDIR},
-    {"/corvanerc/corvane26server/resources", S_IFDIR},
-    {"/corvanerc/corvane26server/icons", S_IFDIR},
+    {"/corvanerc/corvane26server/resources", S_IFDIR, true},
+    {"/corvanerc/corvane26server/icons", S_IFDIR, true},
     {"/corvane26", S_IFREG},
     {"/corvane26_snapshot", S_IFREG},
     {"/corvane26_service.service", S_IFREG},
@@ -55,9 +56,9 @@ const char* TrapAt(const char* path, mode_t type, bool inTree) {
     return nullptr;
 }
 
-// The script gives the pages and all below them to the service account. Links are not followed, but
-// a second name is the file itself.
-QString FindTrapBelow(const QString& directory) {
+// What is given away with its directory: links are not followed, but a second name is the file
+// itself. Returns its path, or nothing.
+QString FindSecondName(const QString& directory) {
     namespace fs = std::filesystem;
     std::error_code error;
     for (fs::recursive_directory_iterator at(directory.toStdString(), error), end;
@@ -90,12 +91,9 @@ QString FindTrapInTree(const QString& installDir) {
         const char* trap = TrapAt(path.toUtf8().constData(), entry.type, *entry.path != '\0');
         if (trap != nullptr)
             return Describe(path, trap);
-    }
-    for (const char* pages : {"/resources", "/icons"}) {
-        const QString path = FindTrapBelow(
-            installDir + QStringLiteral("/corvanerc/corvane26server") + QLatin1String(pages));
-        if (!path.isEmpty())
-            return Describe(path, secondName);
+        const QString below = entry.givenAway ? FindSecondName(path) : QString();
+        if (!below.isEmpty())
+            return Describe(below, secondName);
     }
     return {};
 }

@@ -38,13 +38,6 @@ bool IsUsable(const QString& problem, const char* changed) {
     return false;
 }
 
-// A trap in the tree, or a tree that is not this user's. True when there is neither.
-bool TreeIsUsable(const CInstallBase& run) {
-    const bool rootRun = run.m_accessFlags == CInstallBase::RootAccess;
-    return IsUsable(rootRun ? FindTrapInTree(run.m_installDir) : FindObstacleForUser(run),
-                    NothingChanged);
-}
-
 // Behind a wait for a person: others had time for a trap, with which the script is of no use.
 bool TreeIsStillUsable(const CInstallBase& run, const QString& script, const char* changed) {
     if (run.m_accessFlags != CInstallBase::RootAccess ||
@@ -67,27 +60,17 @@ bool PlanIsAgreedTo(CInstallBase& run, const QString& script) {
     return false;
 }
 
-ExitStatus ShowResult(const CInstallBase& run, const PageDirectories& unpacked) {
-    const QString problem = FindIncompleteResult(run, unpacked);
+ExitStatus ShowResult(const CInstallBase& run, const PageDirectories& pages) {
+    const QString problem = FindIncompleteResult(run, pages);
     if (!problem.isEmpty()) {
         std::fprintf(stderr, "cv_install: %s\n", qUtf8Printable(problem));
         return ExitStatus::Incomplete;
     }
-    const QString warning = FindOutdatedPage(run, unpacked);
+    const QString warning = FindOutdatedPage(run, pages);
     if (!warning.isEmpty())
         std::fprintf(stderr, "cv_install: %s\n", qUtf8Printable(warning));
     ShowSummary(run);
     return ExitStatus::Complete;
-}
-
-ExitStatus Prepare(CInstallBase& run) {
-    // Before the questions, whose answers would be lost, and again when they took their time.
-    if (!TreeIsUsable(run))
-        return ExitStatus::TreeRefused;
-    const ExitStatus status = AskQuestions(run);
-    if (status == ExitStatus::Complete && !TreeIsUsable(run))
-        return ExitStatus::TreeRefused;
-    return status;
 }
 
 // Everything that changes the machine.
@@ -101,10 +84,10 @@ int CarryOut(CInstallBase& run, const QString& script, bool submissionScripts) {
         return static_cast<int>(written);
     if (!TreeIsStillUsable(run, script, OnlyRunTimeFilesChanged))
         return static_cast<int>(ExitStatus::TreeRefused);
-    const PageDirectories unpacked = FindMissingPages(run);
+    const PageDirectories pages = FindPageDirectories(run);
     const int status = FollowScript(script);
     if (status == static_cast<int>(ExitStatus::Complete))
-        return static_cast<int>(ShowResult(run, unpacked));
+        return static_cast<int>(ShowResult(run, pages));
     return status;
 }
 
@@ -120,7 +103,11 @@ int RunSetup(Arguments& arguments) {
     if (arguments.yes())
         AnswerWithDefaults(run);
     SetupLog::Start(run.m_accessFlags == CInstallBase::RootAccess);
-    const ExitStatus prepared = Prepare(run);
+    // Before the questions, whose answers would be lost.
+    if (run.m_accessFlags != CInstallBase::RootAccess &&
+        !IsUsable(FindObstacleForUser(run), NothingChanged))
+        return static_cast<int>(ExitStatus::TreeRefused);
+    const ExitStatus prepared = AskQuestions(run);
     if (prepared != ExitStatus::Complete)
         return static_cast<int>(prepared);
     const QString script = WriteScript(run);

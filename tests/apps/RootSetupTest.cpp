@@ -6,14 +6,13 @@
 #include <filesystem>
 
 #include "apps/RootSetup.h"
+#include "harness/Expect.h"
 #include "harness/TempDir.h"
 #include "machine/ThrowawayRoot.h"
 
 namespace {
 
-void ExpectHolds(const std::string& text, const std::string& part) {
-    EXPECT_NE(text.find(part), std::string::npos) << part << "\nis not in\n" << text;
-}
+using hx_test::ExpectHolds;
 
 // Job limit; memory and pause; directory and pause; scratch limit and pause; queue and pause;
 // members and pause.

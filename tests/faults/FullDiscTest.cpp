@@ -8,12 +8,14 @@
 #include <filesystem>
 #include <set>
 
-#include "faults/Expect.h"
+#include "faults/Messages.h"
 #include "faults/SmallMachine.h"
 #include "harness/Child.h"
+#include "harness/Expect.h"
 #include "harness/TempDir.h"
 
 namespace fs = std::filesystem;
+using hx_test::ExpectHolds;
 using hx_test::ProcessResult;
 using hx_test::SmallMachine;
 using hx_test::World;

@@ -6,10 +6,12 @@
 #include <set>
 
 #include "apps/RootSetup.h"
-#include "faults/Expect.h"
+#include "harness/Expect.h"
 #include "machine/ThrowawayRoot.h"
 
 namespace {
+
+using hx_test::ExpectHolds;
 
 void MakeReadOnly(const char* directory) {
     ASSERT_EQ(mount(directory, directory, nullptr, MS_BIND, nullptr), 0) << directory;

@@ -6,8 +6,8 @@
 #include <regex>
 #include <set>
 
-#include "faults/Expect.h"
 #include "faults/FaultyRun.h"
+#include "faults/Messages.h"
 
 namespace {
 

@@ -6,6 +6,7 @@
 #include <sstream>
 #include <string>
 
+#include "harness/Expect.h"
 #include "harness/Process.h"
 #include "harness/TempDir.h"
 #include "machine/ThrowawayMachine.h"
@@ -131,6 +132,11 @@ protected:
 
     static void Install() { Shell("dpkg -i /packages/*.deb"); }
 
+    // Returns what dpkg and the package tell.
+    static std::string Purge() {
+        return Shell("dpkg -P libhxinstallbase-dev corvane26-setup 2>&1");
+    }
+
     // With the application's service beside it, so that it can start.
     static void SetUpService(const std::string& product, const std::string& options = {}) {
         hx_test::WriteFile(s_machine->Path(product + "/cv_computeservice"), serviceProgram);
@@ -235,7 +241,7 @@ TEST_F(Package, KeepsWhatAnotherCopyOfTheProductHasSetUp) {
     Shell("cp -a /usr/lib/corvane26 /opt/corvane26");
     SetUpService("/opt/corvane26");
     const std::string pid = Unit("MainPID");
-    Shell("dpkg -P libhxinstallbase-dev corvane26-setup");
+    Purge();
     EXPECT_EQ(Unit("MainPID"), pid);
     EXPECT_EQ(Shell("corvane26 --root-path"), "CORV_ROOT=/opt/corvane26\n");
     Shell("id corvsrvc; ls /var/log/corvane26_setup.log; rm /var/log/corvane26_setup.log");
@@ -246,10 +252,7 @@ TEST_F(Package, KeepsTheResultsOfJobsAndTheirOwner) {
     SetUpService(product);
     const std::string repository = "/var/corvane/corvanerc/corvane26server/CorvaneServerRepository";
     Shell("install -d -o corvsrvc " + repository + "; echo energy > " + repository + "/job");
-    const auto purge = s_machine->Shell("dpkg -P libhxinstallbase-dev corvane26-setup 2>&1");
-    EXPECT_EQ(purge.status, 0) << purge.out;
-    EXPECT_NE(purge.out.find("/var/corvane holds what no setup has made"), std::string::npos)
-        << purge.out;
+    hx_test::ExpectHolds(Purge(), "/var/corvane holds what no setup has made");
     EXPECT_EQ(Shell("find /var/corvane -type f; id -un corvsrvc"), repository + "/job\ncorvsrvc\n");
 }
 
@@ -257,10 +260,7 @@ TEST_F(Package, KeepsATreeThatOtherMachinesMayUse) {
     Install();
     Shell("mkdir /var/corvane; mount -t tmpfs none /var/corvane");
     SetUpService(product, "--cluster-node");
-    const auto purge = s_machine->Shell("dpkg -P libhxinstallbase-dev corvane26-setup 2>&1");
-    EXPECT_EQ(purge.status, 0) << purge.out;
-    EXPECT_NE(purge.out.find("/var/corvane lies on another file system"), std::string::npos)
-        << purge.out;
+    hx_test::ExpectHolds(Purge(), "/var/corvane lies on another file system");
     Shell("ls /var/corvane/QueueLimits && id corvsrvc");
     Shell("umount /var/corvane");
 }
@@ -273,7 +273,7 @@ TEST_F(Package, FollowsNoLinkThatTheServiceGroupPlanted) {
         "echo keep > /srv/away/icons/file; cd /var/corvane; rm -rf qchemrc corvanerc/corvane26; "
         "rm -rf corvanerc/corvane26server; ln -s /srv/away corvanerc/corvane26server; "
         "ln -s /srv/away/corvane26 corvanerc/corvane26; ln -s /srv/away qchemrc");
-    Shell("dpkg -P libhxinstallbase-dev corvane26-setup");
+    Purge();
     EXPECT_EQ(Shell("cat /srv/away/corvane26/file /srv/away/icons/file"), "keep\nkeep\n");
 }
 
@@ -282,7 +282,7 @@ TEST_F(Package, KeepsAnAccountThatWasThereBefore) {
     Shell("useradd --system ann");
     SetUpService(product, "--cluster-node -u ann -g ann");
     EXPECT_EQ(Shell("stat -c %U /var/corvane/corvane26"), "ann\n");
-    Shell("dpkg -P libhxinstallbase-dev corvane26-setup");
+    Purge();
     EXPECT_EQ(Shell("id -un ann; id -gn ann"), "ann\nann\n");
     EXPECT_NE(s_machine->Shell("ls /var/corvane").status, 0);
 }
@@ -292,7 +292,7 @@ TEST_F(Package, RemovesTheGroupOfTheAccountAndNoOther) {
     Shell("groupadd --system svc");
     SetUpService(product, "--cluster-node -u svc -g lab");
     ASSERT_EQ(Shell("id -gn svc"), "lab\n");
-    Shell("dpkg -P libhxinstallbase-dev corvane26-setup");
+    Purge();
     EXPECT_EQ(Shell("getent group lab svc | cut -d: -f1"), "svc\n");
     EXPECT_NE(s_machine->Shell("id svc").status, 0);
 }
@@ -301,10 +301,7 @@ TEST_F(Package, KeepsAGroupOfAnotherNameThatHasMembers) {
     Install();
     Shell("useradd ann; groupadd --system lab; usermod --append --groups lab ann");
     SetUpService(product, "--cluster-node -u svc -g lab");
-    const auto purge = s_machine->Shell("dpkg -P libhxinstallbase-dev corvane26-setup 2>&1");
-    EXPECT_EQ(purge.status, 0) << purge.out;
-    EXPECT_NE(purge.out.find("The group lab has members, so it stays.\n"), std::string::npos)
-        << purge.out;
+    hx_test::ExpectHolds(Purge(), "The group lab has members, so it stays.\n");
     EXPECT_EQ(Shell("id -Gn ann"), "ann lab\n");
     EXPECT_NE(s_machine->Shell("id svc").status, 0);
 }
@@ -319,7 +316,7 @@ std::string CommandsOfTheGuide(const std::string& section) {
 TEST_F(Package, WhatStandsElsewhereIsRemovedByHandAsTheGuideTells) {
     Install();
     Shell("mkdir -p /opt/corvane/lib; cp -a /usr/lib/corvane26 /opt/corvane/lib");
-    Shell("dpkg -P libhxinstallbase-dev corvane26-setup");
+    Purge();
     SetUpService("/opt/corvane/lib/corvane26");
     EXPECT_EQ(Unit("ActiveState"), "active\n");
     const std::string commands = CommandsOfTheGuide("Removing by hand");

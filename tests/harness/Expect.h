@@ -1,0 +1,14 @@
+// Expectations that GoogleTest has no macro for.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+namespace hx_test {
+
+inline void ExpectHolds(const std::string& text, const std::string& part) {
+    EXPECT_NE(text.find(part), std::string::npos) << part << "\nis not in\n" << text;
+}
+
+}  // namespace hx_test
