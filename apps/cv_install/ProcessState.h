@@ -1,8 +1,9 @@
 // What this process must not inherit as it is.
 #pragma once
 
-// First in main: stdin, stdout and stderr are open, so that no file of the setup takes their place;
-// the ends of children are not ignored, so that their statuses can be learned; a reader of stdout
-// that leaves does not end a setup half way; a lack of memory ends it with a message; and root's
-// programs are looked for in the system's directories alone.
+// Called first in main. Opens closed standard streams, so that no file of the setup takes their
+// place; resets SIGCHLD, so that exit statuses of children are available; ignores SIGPIPE, so that
+// a closed reader of stdout does not end a setup half-way; ends the process with a message when
+// memory runs out; sets the umask to 022; and cleans the environment: for root it keeps a fixed
+// list and sets PATH to the system's directories, for a user it removes what changes tools' output.
 void PrepareProcess();

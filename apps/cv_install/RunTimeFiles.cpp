@@ -10,13 +10,14 @@
 
 namespace {
 
-// The commit script gives the mode of the shared tree only to directories that it makes itself, so
-// this one gets it here, at once: a setup that is stopped must not leave another mode behind.
+// The commit script sets the mode of the shared directory only when it creates it. Setting it here
+// keeps an interrupted setup from leaving another mode.
 void MakeSharedDirectory(const CInstallBase& run) {
-    const mode_t former = umask(0);
-    // A failure is told by CreateInstallDirectory, which then makes what is missing.
-    (void)mkdir(run.m_installDir.toUtf8().constData(), 0775);
-    umask(former);
+    const QByteArray path = run.m_installDir.toUtf8();
+    // CreateInstallDirectory reports a failure. chmod, because mkdir's mode is subject to the
+    // umask.
+    if (mkdir(path.constData(), 0775) == 0)
+        (void)chmod(path.constData(), 0775);
 }
 
 ExitStatus TellConsoleClosed() {

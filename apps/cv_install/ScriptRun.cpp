@@ -70,26 +70,6 @@ private:
     struct sigaction m_former[std::size(passedOn)] = {};
 };
 
-// What changes the meaning of the script's lines, or which code its programs load.
-bool SteersTheShell(const QString& name) {
-    const QStringList names = {"BASH_ENV", "ENV",         "SHELLOPTS",
-                               "BASHOPTS", "TAR_OPTIONS", "POSIXLY_CORRECT"};
-    return names.contains(name) || name.startsWith(u"BASH_FUNC_") || name.startsWith(u"LD_");
-}
-
-// Values of an older run script must not leak into the new one, nor root's shell into its script.
-QProcessEnvironment ScriptEnvironment() {
-    const bool root = getuid() == 0;
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    const QStringList kept = {"CORV_CORVANERC", "CORV_ACCESS", "CORV_INSTALL"};
-    const QStringList names = environment.keys();
-    for (const QString& name : names) {
-        if ((name.startsWith(u"CORV_") && !kept.contains(name)) || (root && SteersTheShell(name)))
-            environment.remove(name);
-    }
-    return environment;
-}
-
 // True when stdout and stderr are the same place, where the order of their lines matters.
 bool ErrorsGoWithOutput() {
     struct stat out = {};
@@ -211,13 +191,8 @@ int FollowScript(const QString& path) {
     Progress progress(path);
     CCommitScript script;
     ShowOutput(script, progress);
-    script.setProcessEnvironment(ScriptEnvironment());
-    // A group of its own, so that a signal reaches the script and its tools exactly once. The umask
-    // has no say.
-    script.setChildProcessModifier([] {
-        setpgid(0, 0);
-        umask(022);
-    });
+    // A group of its own, so that a signal reaches the script and its tools exactly once.
+    script.setChildProcessModifier([] { setpgid(0, 0); });
     script.Run(path);
     if (!script.waitForStarted(-1))
         return TellNotStarted(script);

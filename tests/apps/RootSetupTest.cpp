@@ -72,11 +72,15 @@ TEST(RootSetup, TakesNoProgramsFromTheEnvironment) {
         setenv("POSIXLY_CORRECT", "1", 1);
         setenv("LD_LIBRARY_PATH", "/srv/lib", 1);
         setenv("LD_BIND_NOW", "1", 1);
+        setenv("SYSTEMD_OFFLINE", "1", 1);
+        setenv("CORV_OTHER", "1", 1);
         const auto result = RunRootSetup({"--yes"});
         EXPECT_EQ(result.status, 0) << result.err;
         EXPECT_FALSE(std::filesystem::exists("/pwned"));
-        EXPECT_EQ(Shell("grep -E '^(PATH|POSIXLY_CORRECT|LD_|TAR_)' /srv/environment"),
-                  "PATH=/usr/sbin:/usr/bin:/sbin:/bin");
+        EXPECT_EQ(
+            Shell(
+                "grep -E '^(PATH|POSIXLY_CORRECT|LD_|TAR_|SYSTEMD_|CORV_OTHER)' /srv/environment"),
+            "PATH=/usr/sbin:/usr/bin:/sbin:/bin");
     });
 }
 
