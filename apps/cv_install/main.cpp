@@ -1,6 +1,8 @@
 // cv_install: the console setup of Corvane. It owns the order; the library owns each step.
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <array>
 #include <cstdio>
 
 #include "Arguments.h"
@@ -91,10 +93,34 @@ int CarryOut(CInstallBase& run, const QString& script, bool submissionScripts) {
     return status;
 }
 
+// The directory whose QueueLimits the constructor will read, by the constructor's own rule.
+QString FutureInstallDirectory(const char* argv0) {
+    const char* shared = "/var/corvane";
+    struct stat entry = {};
+    if (getuid() == 0 ||
+        (stat(shared, &entry) == 0 && S_ISDIR(entry.st_mode) && access(shared, W_OK) == 0))
+        return QString::fromUtf8(shared);
+    std::array<char, 2048> directory = {};
+    CInstallBase::CurrentDirectory(argv0, directory.data(), static_cast<int>(directory.size()));
+    return QString::fromUtf8(directory.data());
+}
+
+// What must be safe before the setup run is constructed, which reads the tree's QueueLimits.
+ExitStatus CheckBeforeStart(const char* argv0) {
+    const QString installDir = FutureInstallDirectory(argv0);
+    if (getuid() == 0 && !IsUsable(FindTrapInTree(installDir), NothingChanged))
+        return ExitStatus::TreeRefused;
+    if (!IsUsable(FindUnreadableQueueLimits(installDir), NothingChanged))
+        return ExitStatus::TreeRefused;
+    if (getuid() == 0 && !IsUsable(FindUnsafeTemporaryDirectory(), NothingChanged))
+        return ExitStatus::ScriptNotWritten;
+    return ExitStatus::Complete;
+}
+
 int RunSetup(Arguments& arguments) {
-    // The constructor reads the tree's QueueLimits, and would wait for the writer of a pipe.
-    if (getuid() == 0 && !IsUsable(FindTrapInTree(QStringLiteral("/var/corvane")), NothingChanged))
-        return static_cast<int>(ExitStatus::TreeRefused);
+    const ExitStatus checked = CheckBeforeStart(arguments.argv()[0]);
+    if (checked != ExitStatus::Complete)
+        return static_cast<int>(checked);
     CInstallBase run(CInstallBase::ParseUserModeArg(arguments.argc(), arguments.argv()),
                      arguments.argc(), arguments.argv());
     // Without a figure one core is assumed: the limits are offered untested, and divided by.

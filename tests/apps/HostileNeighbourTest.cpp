@@ -115,6 +115,44 @@ TEST(HostileNeighbour, PlantsASecondNameBelowThePages) {
         8, "\"" + name + "\" has a second name");
 }
 
+// The script would hand the text to ln, as an option.
+TEST(HostileNeighbour, RefusesRepositoryLinkThatIsAnOption) {
+    HX_REQUIRE_THROWAWAY_ROOT();
+    const std::string link = "corvanerc/corvane24server/CorvaneServerRepository";
+    ExpectRefusal(
+        [&] {
+            AsMallory(
+                "cd /var/corvane; mv corvanerc/corvane26server away; "
+                "mkdir corvanerc/corvane24server; ln -s -- -t/etc/cron.daily " +
+                link);
+        },
+        8, "the target of symbolic link \"/var/corvane/" + link + "\" begins with \"-\"");
+}
+
+TEST(HostileNeighbour, RefusesQueueLimitsThatIsTooLarge) {
+    HX_REQUIRE_THROWAWAY_ROOT();
+    ExpectRefusal([] { AsMallory("truncate --size=200G /var/corvane/QueueLimits"); }, 8,
+                  "\"/var/corvane/QueueLimits\" is not a regular file of at most 64 KB");
+}
+
+TEST(HostileNeighbour, RefusesTemporaryDirectoryOfOthers) {
+    HX_REQUIRE_THROWAWAY_ROOT();
+    for (const char* change : {"chmod 0777 /tmp", "chown mallory /tmp"})
+        ExpectRefusal([&] { Shell(change); }, 5, "unsafe directory \"/tmp\"");
+}
+
+// A path that is too long for the check may contain a hard link.
+TEST(HostileNeighbour, RefusesTreeThatCannotBeWalked) {
+    HX_REQUIRE_THROWAWAY_ROOT();
+    ExpectRefusal(
+        [] {
+            Shell(
+                "cd /var/corvane/corvanerc/corvane26server/icons; for _ in $(seq 300); do "
+                "mkdir -p dddddddddddddddd && cd dddddddddddddddd; done");
+        },
+        8, "cannot check \"/var/corvane/corvanerc/corvane26server/icons");
+}
+
 // Answers the limits, the queue, the members and the plan, but runs $1 before it answers the plan,
 // and $2, if there is one, at the first pause behind it.
 constexpr const char* slowAnswers = R"(

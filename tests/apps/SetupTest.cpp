@@ -42,6 +42,33 @@ TEST_F(Setup, EndsWithTheScriptsWordsAndASummary) {
               std::string::npos);
 }
 
+TEST_F(Setup, RefusesQueueLimitsThatIsNotARegularFile) {
+    const UserSetup setup;
+    ASSERT_EQ(mkfifo(setup.Outside("QueueLimits").c_str(), 0600), 0);
+    const auto result = setup.Run(yes);
+    EXPECT_EQ(result.status, 8);
+    EXPECT_EQ(result.err,
+              "cv_install: \"/tmp/product/QueueLimits\" is not a regular file of at most 64 KB\n"
+              "    Inspect it, remove it, then run the setup again.\n"
+              "    Nothing has been changed.\n");
+}
+
+// df counts blocks of another size with these.
+TEST_F(Setup, IgnoresBlockSizesOfTheEnvironment) {
+    const UserSetup setup;
+    hx_test::WriteFile(setup.Root() + "/df", "#!/bin/sh\nenv > /tmp/environment\n");
+    std::filesystem::permissions(setup.Root() + "/df", std::filesystem::perms(0755));
+    const auto result = setup.RunProgram(
+        {"/bin/sh", "-c",
+         "export POSIXLY_CORRECT=1 BLOCK_SIZE=1M BLOCKSIZE=1M DF_BLOCK_SIZE=1M PATH=/tmp:$PATH; "
+         "exec /tmp/product/cv_install --setup --user-mode --yes"});
+    EXPECT_EQ(result.status, 0) << result.err;
+    const std::string environment = hx_test::ReadFile(setup.Root() + "/environment");
+    EXPECT_NE(environment.find("PATH=/tmp:"), std::string::npos);
+    EXPECT_EQ(environment.find("BLOCK"), std::string::npos);
+    EXPECT_EQ(environment.find("POSIXLY_CORRECT"), std::string::npos);
+}
+
 TEST_F(Setup, WarnsOfLimitsOfZero) {
     const UserSetup setup;
     hx_test::WriteFile(setup.Root() + "/df",
