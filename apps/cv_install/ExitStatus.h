@@ -14,5 +14,5 @@ enum class ExitStatus {
     Declined = 9,
     Incomplete = 10,
     NoWorkingDirectory = 14,
-    SignalBase = 128  // plus the number of the signal that ended the commit script
+    SignalBase = 128  // plus the number of the signal that terminated the commit script
 };

@@ -1,157 +1,108 @@
-// cv_install: the console setup of Corvane. It owns the order; the library owns each step.
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <array>
+// cv_install: the console setup of Corvane. Calls the library's setup steps in order.
 #include <cstdio>
+#include <cstring>
 
-#include "Arguments.h"
-#include "Conversation.h"
-#include "ExitStatus.h"
-#include "PagesCheck.h"
-#include "Plan.h"
-#include "ProcessState.h"
-#include "ResultCheck.h"
-#include "RunTimeFiles.h"
-#include "ScriptRun.h"
-#include "SetupLog.h"
-#include "Summary.h"
-#include "TreeCheck.h"
-#include "Usage.h"
+#include "Problem.h"
+#include "answers/Arguments.h"
+#include "answers/Conversation.h"
+#include "answers/Usage.h"
+#include "apply/ProcessState.h"
+#include "apply/RunTimeFiles.h"
+#include "apply/ScriptRun.h"
+#include "apply/SetupLog.h"
+#include "installation/Installation.h"
+#include "installation/TreeCheck.h"
+#include "report/Plan.h"
+#include "report/ResultCheck.h"
+#include "report/Summary.h"
 #include "setuprun/CInstallBase.h"
 
 namespace {
 
+bool IsRootSetup(const CInstallBase& run) {
+    return run.m_accessFlags == CInstallBase::RootAccess;
+}
+
 void AnswerWithDefaults(CInstallBase& run) {
     run.m_interactive = false;
-    // The queue's menu has no default to answer with.
+    // The queue's menu has no default.
     if (run.m_queueType == CInstallBase::QueueUnset)
         run.m_queueType = CInstallBase::QueueInternal;
 }
 
-constexpr const char* NothingChanged = "Nothing has been changed.";
-
-// Tells the problem, and what has been changed; true when there is none.
-bool IsUsable(const QString& problem, const char* changed) {
-    if (problem.isEmpty())
-        return true;
-    std::fflush(stdout);
-    std::fprintf(stderr, "cv_install: %s\n    %s\n", qUtf8Printable(problem), changed);
-    return false;
+unsigned ConditionsOf(const CInstallBase& run, const Arguments& arguments) {
+    unsigned conditions = IsRootSetup(run) ? RootSetup : UserSetup;
+    if (!run.m_clusterNode)
+        conditions |= WithoutClusterNode;
+    if (arguments.submissionScripts())
+        conditions |= WithSubmissionScripts;
+    return conditions;
 }
 
-// Behind a wait for a person: others had time for a trap, with which the script is of no use.
-bool TreeIsStillUsable(const CInstallBase& run, const QString& script, const char* changed) {
-    if (run.m_accessFlags != CInstallBase::RootAccess ||
-        IsUsable(FindTrapInTree(run.m_installDir), changed))
-        return true;
-    unlink(script.toUtf8().constData());
-    return false;
-}
-
-// Root sees what will happen and agrees to it; the script is the plan's other half.
-bool PlanIsAgreedTo(CInstallBase& run, const QString& script) {
-    if (run.m_accessFlags != CInstallBase::RootAccess)
-        return true;
-    ShowPlan(run, script);
-    if (!run.m_interactive || ConfirmPlan())
-        return true;
-    unlink(script.toUtf8().constData());
-    std::fflush(stdout);
-    std::fprintf(stderr, "cv_install: not agreed to, nothing has been changed\n");
-    return false;
-}
-
-ExitStatus ShowResult(const CInstallBase& run, const PageDirectories& pages) {
-    const QString problem = FindIncompleteResult(run, pages);
-    if (!problem.isEmpty()) {
-        std::fprintf(stderr, "cv_install: %s\n", qUtf8Printable(problem));
-        return ExitStatus::Incomplete;
+// Shows the plan of a setup as root and asks for confirmation, with the commit script to read.
+Failure Confirm(CInstallBase& run, unsigned conditions, CommitScript& script) {
+    if (!run.m_interactive) {
+        ShowPlan(run, conditions, {});
+        return {};
     }
-    const QString warning = FindOutdatedPage(run, pages);
-    if (!warning.isEmpty())
-        std::fprintf(stderr, "cv_install: %s\n", qUtf8Printable(warning));
-    ShowSummary(run);
-    return ExitStatus::Complete;
+    if (Failure failure = WriteScript(run, script, Changes::None))
+        return failure;
+    const bool confirmed = AskAboutScript(script, [&] {
+        ShowPlan(run, conditions, script.path);
+        return ConfirmPlan();
+    });
+    if (confirmed)
+        return {};
+    return Problem{ExitStatus::Declined, QStringLiteral("setup canceled: plan not confirmed"), {}};
 }
 
-// Everything that changes the machine.
-int CarryOut(CInstallBase& run, const QString& script, bool submissionScripts) {
-    if (!PlanIsAgreedTo(run, script))
-        return static_cast<int>(ExitStatus::Declined);
-    if (!TreeIsStillUsable(run, script, NothingChanged))
-        return static_cast<int>(ExitStatus::TreeRefused);
-    const ExitStatus written = WriteRunTimeFiles(run, submissionScripts);
-    if (written != ExitStatus::Complete)
-        return static_cast<int>(written);
-    if (!TreeIsStillUsable(run, script, OnlyRunTimeFilesChanged))
-        return static_cast<int>(ExitStatus::TreeRefused);
-    const PageDirectories pages = FindPageDirectories(run);
-    const int status = FollowScript(script);
-    if (status == static_cast<int>(ExitStatus::Complete))
-        return static_cast<int>(ShowResult(run, pages));
-    return status;
+// Everything that changes the machine. In a setup as root the tree is checked again after each wait
+// for an answer, because other users can change it meanwhile.
+Failure CarryOut(CInstallBase& run, unsigned conditions) {
+    const bool root = IsRootSetup(run);
+    CommitScript script;
+    Failure failure;
+    if (root)
+        failure = Confirm(run, conditions, script);
+    if (!failure && root)
+        failure = FindUnsafePath(run.m_installDir, Changes::None);
+    if (!failure)
+        failure = WriteRunTimeFiles(run, conditions);
+    if (!failure && root)
+        failure = FindUnsafePath(run.m_installDir, Changes::RunTimeFiles);
+    if (!failure)
+        failure = WriteScript(run, script, Changes::RunTimeFiles);
+    if (failure)
+        return failure;
+    const EntryList keptPages = FindKeptPages(run, conditions);
+    failure = FollowScript(script.path);
+    if (!failure)
+        failure = CheckResult(run, conditions, keptPages);
+    return failure;
 }
 
-// The directory whose QueueLimits the constructor will read, by the constructor's own rule.
-QString FutureInstallDirectory(const char* argv0) {
-    const char* shared = "/var/corvane";
-    struct stat entry = {};
-    if (getuid() == 0 ||
-        (stat(shared, &entry) == 0 && S_ISDIR(entry.st_mode) && access(shared, W_OK) == 0))
-        return QString::fromUtf8(shared);
-    std::array<char, 2048> directory = {};
-    CInstallBase::CurrentDirectory(argv0, directory.data(), static_cast<int>(directory.size()));
-    return QString::fromUtf8(directory.data());
-}
-
-// What must be safe before the setup run is constructed, which reads the tree's QueueLimits.
-ExitStatus CheckBeforeStart(const char* argv0) {
-    const QString installDir = FutureInstallDirectory(argv0);
-    if (getuid() == 0 && !IsUsable(FindTrapInTree(installDir), NothingChanged))
-        return ExitStatus::TreeRefused;
-    if (!IsUsable(FindUnreadableQueueLimits(installDir), NothingChanged))
-        return ExitStatus::TreeRefused;
-    if (getuid() == 0 && !IsUsable(FindUnsafeTemporaryDirectory(), NothingChanged))
-        return ExitStatus::ScriptNotWritten;
-    return ExitStatus::Complete;
-}
-
-int RunSetup(Arguments& arguments) {
-    const ExitStatus checked = CheckBeforeStart(arguments.argv()[0]);
-    if (checked != ExitStatus::Complete)
-        return static_cast<int>(checked);
+Failure RunSetup(Arguments& arguments) {
+    if (Failure failure = CheckBeforeStart(arguments.argv()[0]))
+        return failure;
     CInstallBase run(CInstallBase::ParseUserModeArg(arguments.argc(), arguments.argv()),
                      arguments.argc(), arguments.argv());
-    // Without a figure one core is assumed: the limits are offered untested, and divided by.
+    // The limits are divided by the number of cores.
     if (run.m_coreCount < 1)
         run.m_coreCount = 1;
     if (arguments.yes())
         AnswerWithDefaults(run);
-    SetupLog::Start(run.m_accessFlags == CInstallBase::RootAccess);
+    SetupLog::Start(IsRootSetup(run));
+    Failure failure;
     // Before the questions, whose answers would be lost.
-    if (run.m_accessFlags != CInstallBase::RootAccess &&
-        !IsUsable(FindObstacleForUser(run), NothingChanged))
-        return static_cast<int>(ExitStatus::TreeRefused);
-    const ExitStatus prepared = AskQuestions(run);
-    if (prepared != ExitStatus::Complete)
-        return static_cast<int>(prepared);
-    const QString script = WriteScript(run);
-    if (script.isEmpty())
-        return static_cast<int>(ExitStatus::ScriptNotWritten);
-    return CarryOut(run, script, arguments.submissionScripts());
-}
-
-int RunAsAsked(Arguments& arguments) {
-    if (arguments.help()) {
-        PrintHelp();
-        return static_cast<int>(ExitStatus::Complete);
-    }
-    if (arguments.version()) {
-        PrintVersion();
-        return static_cast<int>(ExitStatus::Complete);
-    }
-    return RunSetup(arguments);
+    if (!IsRootSetup(run))
+        failure = FindObstacleForUser(run);
+    if (!failure)
+        failure = AskQuestions(run);
+    if (!failure)
+        failure = CarryOut(run, ConditionsOf(run, arguments));
+    if (!failure)
+        ShowSummary(run);
+    return failure;
 }
 
 }  // namespace
@@ -159,9 +110,20 @@ int RunAsAsked(Arguments& arguments) {
 int main(int argc, char** argv) {
     PrepareProcess();
     Arguments arguments(argc, argv);
-    const int status = RunAsAsked(arguments);
-    // The status tells how the setup went, also when nobody could read about it.
-    if (SetupLog::LostOutput())
-        std::fprintf(stderr, "cv_install: stdout cannot be written to, some lines are lost\n");
-    return status;
+    Failure failure;
+    if (arguments.help())
+        PrintHelp();
+    else if (arguments.version())
+        PrintVersion();
+    else
+        failure = RunSetup(arguments);
+    if (failure)
+        Report(*failure);
+    if (const int error = SetupLog::OutputError()) {
+        std::fprintf(stderr,
+                     "cv_install: cannot write to standard output: %s\n"
+                     "    Some output was lost. The exit status is still valid.\n",
+                     std::strerror(error));
+    }
+    return static_cast<int>(failure ? failure->status : ExitStatus::Complete);
 }

@@ -10,7 +10,7 @@
 #include <sstream>
 #include <string>
 
-#include "cv_install/Usage.h"
+#include "answers/Usage.h"
 
 namespace {
 

@@ -47,37 +47,36 @@ TEST_F(Arguments, HelpAndVersionNeedNoUserMode) {
 
 TEST_F(Arguments, AnUnknownWordIsNamedWithTheNearestOne) {
     ExpectRefused({"--memory-limt", "4"},
-                  "unknown argument \"--memory-limt\"\n    Did you mean \"--memory-limit\"?\n");
+                  "unknown option \"--memory-limt\"\n    Did you mean \"--memory-limit\"?\n");
     ExpectRefused({"--external-partition", "gpu"},
-                  "unknown argument \"--external-partition\"\n"
+                  "unknown option \"--external-partition\"\n"
                   "    Did you mean \"--external-partiton\"?\n");
 }
 
 TEST_F(Arguments, AValueBehindAnEqualsSignIsToldApart) {
     ExpectRefused(
         {"--scratch-limit=5"},
-        "unknown argument \"--scratch-limit=5\"\n    Did you mean \"--scratch-limit 5\"?\n");
+        "unknown option \"--scratch-limit=5\"\n    Did you mean \"--scratch-limit 5\"?\n");
 }
 
 TEST_F(Arguments, AWordThatIsNearNothingPointsToTheHelp) {
-    ExpectRefused({"batch"},
-                  "unknown argument \"batch\"\n    See cv_install --help for the arguments.\n");
+    ExpectRefused({"batch"}, "unknown option \"batch\"\n    Run \"cv_install --help\" for help.\n");
 }
 
 TEST_F(Arguments, ALimitMustBeAWholeNumber) {
     ExpectRefused({"-m", "512MB"},
-                  "argument \"-m\" needs a whole number, not \"512MB\"\n"
-                  "    Give it as -m 4, for instance, without a unit.\n");
+                  "invalid value for option \"-m\": \"512MB\"\n"
+                  "    Use a whole number without a unit, such as 4.\n");
     ExpectRefused({"--scratch-limit", "99999999999"},
-                  "argument \"--scratch-limit\" needs a whole number, not \"99999999999\"\n"
-                  "    Give it as --scratch-limit 4, for instance, without a unit.\n");
+                  "invalid value for option \"--scratch-limit\": \"99999999999\"\n"
+                  "    Use a whole number without a unit, such as 4.\n");
 }
 
 TEST_F(Arguments, AValueMayNotBeMissing) {
     for (const char* option : {"-d", "-g", "-u", "-m", "-s"}) {
         const auto result = m_setup.Run({"--setup", "--user-mode", "--yes", option});
         EXPECT_EQ(result.status, 3) << option;
-        EXPECT_NE(result.err.find(std::string("argument \"") + option + "\" needs a value"),
+        EXPECT_NE(result.err.find(std::string("option \"") + option + "\" requires a value"),
                   std::string::npos);
     }
 }

@@ -148,7 +148,7 @@ TEST_F(Conversation, AClosedConsoleEndsTheSetupAtEveryQuestion) {
             ASSERT_TRUE(terminal.WaitFor(questions[i].first)) << terminal.Output();
             terminal.Send(i == last ? "\x04" : questions[i].second);
         }
-        EXPECT_TRUE(terminal.WaitFor("the console was closed, nothing has been changed"));
+        EXPECT_TRUE(terminal.WaitFor("setup canceled: end of input at a question"));
         EXPECT_EQ(terminal.Finish(), 7);
         EXPECT_TRUE(terminal.IsSane());
         ExpectNothingChanged();
@@ -195,7 +195,7 @@ TEST_F(Conversation, ARefusedAnswerIsAskedAgain) {
     Pause(terminal);
     Answer(terminal, "Scratch directory [/tmp]:", "/tmp/$HOME");
     Pause(terminal);
-    ASSERT_TRUE(terminal.WaitFor("the scratch directory \"/tmp/$HOME\" cannot be used"));
+    ASSERT_TRUE(terminal.WaitFor("invalid scratch directory \"/tmp/$HOME\": "));
     Answer(terminal, "Scratch directory [/tmp]:", "");
     Pause(terminal);
     Answer(terminal, "Scratch limit per job [", "3");
@@ -206,7 +206,7 @@ TEST_F(Conversation, ARefusedAnswerIsAskedAgain) {
     for (const char* command : {"qsub", "qdel", "qsig"})
         Answer(terminal, std::string("Location of ") + command + " command [", "");
     Pause(terminal);
-    ASSERT_TRUE(terminal.WaitFor("the queue name \"a|b\" cannot be used"));
+    ASSERT_TRUE(terminal.WaitFor("invalid queue name \"a|b\": "));
     Answer(terminal, "Choose type of queue...", "1");
     PauseToTheCommit(terminal);
     EXPECT_EQ(terminal.Finish(), 0);
@@ -218,11 +218,10 @@ TEST_F(Conversation, ARefusedAnswerOnAPipeEndsTheSetup) {
         m_setup.Run({"--setup", "--user-mode"}, "2\n600\n\n/tmp/$HOME\n\n3\n\n1\n\n");
     EXPECT_EQ(result.status, 4);
     EXPECT_EQ(result.err,
-              "cv_install: the scratch directory \"/tmp/$HOME\" cannot be used: it holds the "
-              "character $\n"
-              "    Choose another with --scratch-directory, and correct the Scratch line of the "
-              "install directory's QueueLimits file if it comes from there.\n"
-              "    Nothing has been changed.\n");
+              "cv_install: invalid scratch directory \"/tmp/$HOME\": it contains \"$\"\n"
+              "    Specify another directory with --scratch-directory, or correct \"Scratch\" in "
+              "QueueLimits if it is from a previous setup.\n"
+              "    No changes were made.\n");
     ExpectNothingChanged();
 }
 
@@ -233,7 +232,8 @@ TEST_F(Conversation, AnUnsuitableScratchDirectoryCanBeTakenBack) {
     Pause(terminal);
     Answer(terminal, "Scratch directory [/tmp]:", "/tmp/missing");
     Pause(terminal);
-    ASSERT_TRUE(terminal.WaitFor("The scratch directory \"/tmp/missing\" cannot be found"));
+    ASSERT_TRUE(terminal.WaitFor(
+        "The scratch directory \"/tmp/missing\" cannot be accessed: No such file or directory"));
     Answer(terminal, "Choose another directory? [Y/n] ", "");
     Answer(terminal, "Scratch directory [/tmp]:", "relative");
     Pause(terminal);
@@ -251,9 +251,9 @@ TEST_F(Conversation, WithoutATerminalAnUnsuitableDirectoryIsAWarning) {
     std::filesystem::create_directory(m_setup.Root() + "/closed");
     std::filesystem::permissions(m_setup.Root() + "/closed", std::filesystem::perms::owner_read);
     hx_test::WriteFile(m_setup.Root() + "/file", "");
-    const std::pair<const char*, const char*> cases[] = {{"/tmp/missing", "cannot be found"},
+    const std::pair<const char*, const char*> cases[] = {{"/tmp/missing", "cannot be accessed"},
                                                          {"/tmp/file", "is not a directory"},
-                                                         {"/tmp/closed", "may not be written to"},
+                                                         {"/tmp/closed", "is not writable"},
                                                          {"scratch", "is not an absolute path"}};
     for (const auto& [directory, problem] : cases) {
         std::filesystem::remove(m_setup.Outside("QueueLimits"));

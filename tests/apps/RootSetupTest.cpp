@@ -89,14 +89,13 @@ TEST(RootSetup, ShowsThePlanOfAFirstInstallation) {
     HX_EXPECT_SCENARIO([] {
         LayOutRootSetup();
         const std::string out = RunRootSetup({"--yes"}).out;
-        ExpectHolds(out, "This setup will change the machine:\n");
-        ExpectHolds(out, "  Group      corvsrvc: made\n");
-        ExpectHolds(out, "  User       corvsrvc: made, without a login shell\n");
-        ExpectHolds(out, "  Members    in: nobody\n  Members    out: nobody\n");
-        ExpectHolds(out, "  Directory  /var/corvane: made, mode 775\n");
-        ExpectHolds(out, "  Link       /usr/bin/corvane26: made\n");
-        ExpectHolds(out, "  Service    corvane26_service: installed, enabled and started\n");
-        ExpectHolds(out, "  Script     /tmp/corvane26_commit_");
+        ExpectHolds(out, "The setup will make these changes:\n");
+        ExpectHolds(out, "  Group      corvsrvc: create\n");
+        ExpectHolds(out, "  User       corvsrvc: create without a login shell\n");
+        ExpectHolds(out, "  Members    added: none\n  Members    removed: none\n");
+        ExpectHolds(out, "  Directory  /var/corvane: create (mode 775)\n");
+        ExpectHolds(out, "  Link       /usr/bin/corvane26: create\n");
+        ExpectHolds(out, "  Service    corvane26_service.service: install, enable, and start\n");
     });
 }
 
@@ -112,18 +111,18 @@ TEST(RootSetup, ShowsThePlanOfAnUpgrade) {
         const std::string input = "2\n600\n\n/tmp\n\n3\n\n1\n\nbob,root\n\nn\n";
         const auto result = RunRootSetup({}, input);
         EXPECT_EQ(result.status, 9) << result.err;
-        ExpectHolds(result.out, "  Group      corvsrvc: there, kept\n");
-        ExpectHolds(result.out, "  User       corvsrvc: there, kept\n");
-        ExpectHolds(result.out, "  Members    in: bob root\n  Members    out: ann\n");
-        ExpectHolds(result.out, "  Directory  /var/corvane: there, kept\n");
-        ExpectHolds(result.out, "  Link       /usr/bin/corvane26: there, kept\n");
+        ExpectHolds(result.out, "  Group      corvsrvc: keep (exists)\n");
+        ExpectHolds(result.out, "  User       corvsrvc: keep (exists)\n");
+        ExpectHolds(result.out, "  Members    added: bob root\n  Members    removed: ann\n");
+        ExpectHolds(result.out, "  Directory  /var/corvane: keep (exists)\n");
+        ExpectHolds(result.out, "  Link       /usr/bin/corvane26: keep (exists)\n");
         ExpectHolds(result.out,
-                    "  Link       /usr/bin/corvane26_snapshot: replaced, it points at "
-                    "/opt/elsewhere now\n");
+                    "  Link       /usr/bin/corvane26_snapshot: replace (points to "
+                    "/opt/elsewhere)\n");
         ExpectHolds(result.out,
-                    "  Service    /etc/systemd/system/corvane24_service.service: stopped and "
-                    "removed\n");
-        ExpectHolds(result.out, "restarted, its unit replaced if the text differs\n");
+                    "  Service    /etc/systemd/system/corvane24_service.service: stop and "
+                    "remove\n");
+        ExpectHolds(result.out, "restart; replace unit file if it differs\n");
     });
 }
 
@@ -136,8 +135,11 @@ TEST(RootSetup, WithoutAnAgreementNothingIsChanged) {
             const std::string before = Shell("cat /etc/passwd /etc/group");
             const auto result = RunRootSetup({}, answers + answer);
             EXPECT_EQ(result.status, 9) << result.err;
-            ExpectHolds(result.out, "Go on? [y/N] ");
-            EXPECT_EQ(result.err, "cv_install: not agreed to, nothing has been changed\n");
+            ExpectHolds(result.out, "  Script     /tmp/corvane26_commit_");
+            ExpectHolds(result.out, "Continue? [y/N] ");
+            EXPECT_EQ(
+                result.err,
+                "cv_install: setup canceled: plan not confirmed\n    No changes were made.\n");
             EXPECT_EQ(Shell("cat /etc/passwd /etc/group"), before);
             EXPECT_FALSE(std::filesystem::exists("/var/corvane"));
             EXPECT_EQ(Shell("ls /tmp | grep corvane26_commit"), "");
@@ -164,7 +166,7 @@ TEST(RootSetup, AnExternalQueueGivesTheAccountAShell) {
         LayOutRootSetup();
         const auto result = RunRootSetup({"--yes", "--external-default-queue"});
         ASSERT_EQ(result.status, 0) << result.err;
-        ExpectHolds(result.out, "  User       corvsrvc: made, with the shell /bin/bash\n");
+        ExpectHolds(result.out, "  User       corvsrvc: create with shell /bin/bash\n");
         EXPECT_EQ(Shell("getent passwd corvsrvc | cut -d: -f7"), "/bin/bash");
     });
 }
@@ -175,9 +177,10 @@ TEST(RootSetup, AClusterNodeGetsNoServiceAndIsNotAsked) {
         LayOutRootSetup();
         const auto result = RunRootSetup({"--cluster-node"});
         ASSERT_EQ(result.status, 0) << result.err;
-        ExpectHolds(result.out, "  Service    corvane26_service: none on a cluster node\n");
+        ExpectHolds(result.out,
+                    "  Service    corvane26_service.service: not installed on a compute node\n");
         EXPECT_FALSE(std::filesystem::exists("/usr/bin/corvane26_service_script"));
-        EXPECT_EQ(result.out.find("Go on?"), std::string::npos);
+        EXPECT_EQ(result.out.find("Continue?"), std::string::npos);
     });
 }
 
@@ -202,8 +205,40 @@ TEST(RootSetup, TheSummaryTellsTheServicesStateAndTheNextStep) {
         const auto result = RunRootSetup({"--yes"});
         ASSERT_EQ(result.status, 0) << result.err;
         ExpectHolds(result.out, "  Service:   failed\n");
-        ExpectHolds(result.out, "journalctl --unit=corvane26_service.service\n");
+        ExpectHolds(result.out, "For details, run: journalctl --unit=corvane26_service.service\n");
         ExpectHolds(result.out, "  Next step: start Corvane with corvane26\n");
+    });
+}
+
+TEST(RootSetup, ReportsOwnerThatWasNotSet) {
+    HX_REQUIRE_THROWAWAY_ROOT();
+    HX_EXPECT_SCENARIO([] {
+        LayOutRootSetup();
+        hx_test::WriteFile("/usr/bin/chown", "#!/bin/sh\nexit 1\n");
+        const auto result = RunRootSetup({"--yes"});
+        EXPECT_EQ(result.status, 10);
+        ExpectHolds(result.err,
+                    "cv_install: the owner of \"/var/corvane\" is root:root, expected "
+                    "corvsrvc:corvsrvc\n");
+    });
+}
+
+// Ctrl-C at the question, while the script that the plan names can be read.
+TEST(RootSetup, RemovesReviewedScriptWhenInterrupted) {
+    HX_REQUIRE_THROWAWAY_ROOT();
+    HX_EXPECT_SCENARIO([] {
+        LayOutRootSetup();
+        const auto result = hx_test::Run(
+            {"bash", "-c",
+             "mkfifo /srv/in; /opt/corvane26/cv_install --setup < /srv/in > /srv/out & "
+             "exec 3> /srv/in; printf '2\\n600\\n\\n/tmp\\n\\n3\\n\\n1\\n\\n\\n\\n' >&3; "
+             "until grep -q 'Continue' /var/log/corvane26_setup.log; do sleep 0.05; done; "
+             "ls /tmp/corvane26_commit_*; kill -TERM $!; wait $!; echo $?; "
+             "ls /tmp | grep corvane26_commit"},
+            {.env = {{"LSAN_OPTIONS", "detect_leaks=0"}}});
+        EXPECT_TRUE(result.out.starts_with("/tmp/corvane26_commit_")) << result.out << result.err;
+        EXPECT_TRUE(result.out.ends_with("\n143\n")) << result.out;
+        EXPECT_FALSE(std::filesystem::exists("/var/corvane"));
     });
 }
 
@@ -217,8 +252,9 @@ TEST(RootSetup, AUserIsToldBeforeATreeOfRootStopsTheSetup) {
             {"env", "LSAN_OPTIONS=detect_leaks=0", "setpriv", "--reuid=4321", "--regid=4321",
              "--clear-groups", "/opt/corvane26/cv_install", "--setup", "--user-mode", "--yes"});
         EXPECT_EQ(result.status, 8);
-        ExpectHolds(result.err, "\"/var/corvane/corvane26\" belongs to another user");
-        ExpectHolds(result.err, "Have root run the setup");
+        ExpectHolds(result.err,
+                    "cannot change the mode of \"/var/corvane/corvane26\": owned by another user");
+        ExpectHolds(result.err, "Run the setup as root");
     });
 }
 

@@ -29,8 +29,8 @@ protected:
         return m_setup.Run(arguments);
     }
 
-    // The script may have been written by then; it has not been run.
     void ExpectNoCommit() {
+        EXPECT_TRUE(m_setup.CommitScripts().empty());
         EXPECT_FALSE(m_setup.Has("corvanerc"));
         EXPECT_FALSE(m_setup.Has("QueueLimits"));
     }
@@ -148,9 +148,9 @@ TEST_F(RunTimeFiles, AClosedConsoleAtAPauseEndsTheSetup) {
             ASSERT_TRUE(terminal.WaitFor("[Press "));
             terminal.Send(i == last ? "\x04" : "\n");
         }
-        EXPECT_TRUE(
-            terminal.WaitFor("cv_install: the console was closed\r\n    Nothing but the "
-                             "Q-Chem files and submission scripts has been changed.\r\n"));
+        EXPECT_TRUE(terminal.WaitFor(
+            "cv_install: setup canceled: end of input at a pause\r\n    At most, Q-Chem "
+            "files and submission scripts were changed.\r\n"));
         EXPECT_EQ(terminal.Finish(), 7);
         EXPECT_TRUE(terminal.IsSane());
         ExpectNoCommit();

@@ -50,7 +50,7 @@ TEST_F(Setup, RefusesQueueLimitsThatIsNotARegularFile) {
     EXPECT_EQ(result.err,
               "cv_install: \"/tmp/product/QueueLimits\" is not a regular file of at most 64 KB\n"
               "    Inspect it, remove it, then run the setup again.\n"
-              "    Nothing has been changed.\n");
+              "    No changes were made.\n");
 }
 
 // df counts blocks of another size with these.
@@ -82,13 +82,13 @@ TEST_F(Setup, WarnsOfLimitsOfZero) {
     EXPECT_EQ(result.status, 0);
     EXPECT_EQ(result.err,
               "Corvane Install: Warning\n"
-              "    The memory limit per thread is 0 MB: there is less than 1 MB for each of "
-              "1000000000 threads.\n"
-              "    Give a limit with -m, or a lower job limit.\n"
+              "    The memory limit per thread is 0 MB: less than 1 MB is available for each "
+              "of 1000000000 threads.\n"
+              "    Set a limit with -m or lower the job limit.\n"
               "Corvane Install: Warning\n"
-              "    The scratch limit per thread is 0 GB: there is less than 1 GB for each of "
-              "1000000000 threads.\n"
-              "    Give a limit with -s, or a lower job limit.\n");
+              "    The scratch limit per thread is 0 GB: less than 1 GB is available for each "
+              "of 1000000000 threads.\n"
+              "    Set a limit with -s or lower the job limit.\n");
     EXPECT_EQ(setup.File("QueueLimits"),
               "MaxThreads: 1000000000\nMemoryPerThreadMB: 0\nScratch: /tmp\nDiskPerThreadGB: 0\n");
 }
@@ -96,21 +96,21 @@ TEST_F(Setup, WarnsOfLimitsOfZero) {
 TEST_F(Setup, TellsWhichQueueCommandsCannotBeStarted) {
     const UserSetup setup;
     const std::string limits = "\n\n\n\n\n\n\n";
-    const std::string missing = "cannot be started\n";
+    const std::string missing = "cannot execute command ";
     const std::string remedy =
-        "             Give its place: run the setup again without a queue option\n";
+        "             To set its path, run the setup again without a queue option.\n";
     // For Torque three places, of which the second one is wrong.
     const auto torque =
         setup.Run({"--setup", "--user-mode"}, limits + "2\n1\n\n/bin/sh\n/gone/qdel\nqsig\n\n");
     ASSERT_EQ(torque.status, 0) << torque.out << torque.err;
-    EXPECT_NE(torque.out.find("/tmp/product\n  Queue:     the command \"/gone/qdel\" " + missing +
-                              remedy),
-              std::string::npos)
+    EXPECT_NE(
+        torque.out.find("/tmp/product\n  Queue:     " + missing + "\"/gone/qdel\"\n" + remedy),
+        std::string::npos)
         << torque.out;
     const auto slurm = setup.Run({"--setup", "--user-mode"}, limits + "2\n2\n\n/gone/sbatch\n\n\n");
     ASSERT_EQ(slurm.status, 0) << slurm.out << slurm.err;
-    EXPECT_NE(slurm.out.find("  Queue:     the command \"/gone/sbatch\" " + missing +
-                             "  Queue:     the command \"/gone/scancel\" " + missing + remedy),
+    EXPECT_NE(slurm.out.find("  Queue:     " + missing + "\"/gone/sbatch\"\n  Queue:     " +
+                             missing + "\"/gone/scancel\"\n" + remedy),
               std::string::npos)
         << slurm.out;
     for (const char* queue : {"--internal-default-queue", "--no-queue"}) {
@@ -219,9 +219,9 @@ TEST_F(Setup, InAFolderThatCannotBeWrittenToItEndsBeforeTheQuestions) {
     EXPECT_EQ(result.status, 8);
     EXPECT_EQ(result.out, "");
     EXPECT_EQ(result.err,
-              "cv_install: \"/tmp/product\" may not be written to, and a private copy stands "
-              "beside the program\n    Copy that folder to a directory of your own and run its "
-              "cv_install there, or have root run the setup.\n    Nothing has been changed.\n");
+              "cv_install: cannot write to directory \"/tmp/product\"\n"
+              "    Copy it to a location that you own and run cv_install there, or run the setup "
+              "as root.\n    No changes were made.\n");
     EXPECT_TRUE(setup.CommitScripts().empty());
 
     // A setup over an earlier one makes no entry anew.
@@ -239,7 +239,7 @@ TEST_F(Setup, AMissingTemplateEndsWithTheScriptsMessageAndStatus) {
     EXPECT_EQ(result.status, 1);
     EXPECT_NE(result.out.find("Error, writing Corvane'26 run script, /tmp/product/corvane26\n"),
               std::string::npos);
-    EXPECT_NE(result.err.find("failed with status 1"), std::string::npos);
+    EXPECT_NE(result.err.find("failed with exit status 1"), std::string::npos);
     EXPECT_FALSE(setup.Has("QueueLimits"));
 }
 

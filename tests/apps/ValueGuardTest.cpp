@@ -23,7 +23,7 @@ protected:
     void ExpectFieldRefused(const std::vector<std::string>& arguments, const std::string& field) {
         const UserSetup setup;
         const std::string refusal = Refusal(setup, arguments);
-        EXPECT_NE(refusal.find("the " + field + " \"" + arguments[1] + "\" cannot be used"),
+        EXPECT_NE(refusal.find("invalid " + field + " \"" + arguments[1] + "\": "),
                   std::string::npos)
             << refusal;
     }
@@ -31,16 +31,17 @@ protected:
 
 TEST_F(ValueGuard, NamesTheFieldTheValueTheReasonAndTheRemedy) {
     EXPECT_EQ(Refusal(UserSetup(), {"-q", "a$(reboot)"}),
-              "cv_install: the queue name \"a$(reboot)\" cannot be used: it holds the character $\n"
-              "    Choose another with --external-queue.\n"
-              "    Nothing has been changed.\n");
+              "cv_install: invalid queue name \"a$(reboot)\": it contains \"$\"\n"
+              "    Specify a different queue with --external-queue.\n"
+              "    No changes were made.\n");
 }
 
 TEST_F(ValueGuard, RefusesWhatChangesAQuotedLine) {
     for (const char* value : {"/a\"b", "/a$b", "/a`b", "/a\\b", "/a\nb", "/a\rb", "/a\x1b[2Jb",
                               "/a\u009b2Jb", "/a\u0085b"}) {
         const UserSetup setup;
-        EXPECT_NE(Refusal(setup, {"-d", value}).find("the scratch directory"), std::string::npos);
+        EXPECT_NE(Refusal(setup, {"-d", value}).find("invalid scratch directory"),
+                  std::string::npos);
     }
 }
 
@@ -76,8 +77,7 @@ TEST_F(ValueGuard, RefusesAProductFolderWithSuchAName) {
 
 TEST_F(ValueGuard, RefusesBytesThatAreNotText) {
     const UserSetup setup;
-    EXPECT_NE(Refusal(setup, {"-d", "/tmp/\xff"}).find("it holds bytes that are not UTF-8"),
-              std::string::npos);
+    EXPECT_NE(Refusal(setup, {"-d", "/tmp/\xff"}).find("it is not valid UTF-8"), std::string::npos);
 }
 
 TEST_F(ValueGuard, RefusesTheDirectoryOfAHostileQueueLimitsFile) {
@@ -85,8 +85,8 @@ TEST_F(ValueGuard, RefusesTheDirectoryOfAHostileQueueLimitsFile) {
     hx_test::WriteFile(setup.Outside("QueueLimits"),
                        "MaxThreads: 2\nScratch: /tmp/$(touch /tmp/x)\n");
     const std::string refusal = Refusal(setup, {});
-    EXPECT_NE(refusal.find("the scratch directory of the last installation"), std::string::npos);
-    EXPECT_NE(refusal.find("Correct the Scratch line"), std::string::npos);
+    EXPECT_NE(refusal.find("invalid scratch directory of the previous setup"), std::string::npos);
+    EXPECT_NE(refusal.find("Correct \"Scratch\" in QueueLimits"), std::string::npos);
     EXPECT_FALSE(std::filesystem::exists(setup.Root() + "/x"));
 }
 

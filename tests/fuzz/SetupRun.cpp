@@ -6,7 +6,7 @@
 #include <memory>
 #include <optional>
 
-#include "ValueGuard.h"
+#include "answers/ValueGuard.h"
 #include "fuzz/Expect.h"
 #include "fuzz/MemoryFile.h"
 #include "fuzz/RunEnd.h"

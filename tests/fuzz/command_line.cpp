@@ -4,7 +4,7 @@
 // An input is one word for each line, then "====" and the file.
 #include <algorithm>
 
-#include "Arguments.h"
+#include "answers/Arguments.h"
 #include "ExitStatus.h"
 #include "fuzz/Expect.h"
 #include "fuzz/RunEnd.h"

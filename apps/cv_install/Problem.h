@@ -1,0 +1,33 @@
+// How a part of a setup reports that it failed.
+#pragma once
+
+#include <QString>
+#include <optional>
+
+#include "ExitStatus.h"
+
+// What a failed setup has changed on the machine so far.
+enum class Changes {
+    None,
+    RunTimeFiles,  // at most Q-Chem files and submission scripts
+    Kept,          // part of what the commit script does
+    Unknown        // not reported
+};
+
+// A failure: the message without a period, what the administrator can do about it, the exit status
+// of cv_install and what was changed. The texts are safe to print on a terminal.
+struct Problem {
+    ExitStatus status = ExitStatus::Refused;
+    QString text;
+    QString remedy;  // one or more sentences; may be empty
+    Changes changes = Changes::None;
+};
+
+// The result of everything that can fail; empty on success.
+using Failure = std::optional<Problem>;
+
+// Prints the problem to stderr, after everything that was printed to stdout.
+void Report(const Problem& problem);
+
+// Prints a problem that does not end the setup, as a warning.
+void ReportWarning(const Problem& problem);

@@ -1,0 +1,124 @@
+#include "answers/Arguments.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <numeric>
+#include <string>
+#include <string_view>
+
+#include "Problem.h"
+#include "answers/Usage.h"
+
+namespace {
+
+[[noreturn]] void Refuse(const std::string& problem, const std::string& remedy) {
+    Report({ExitStatus::UnusableArguments, QString::fromStdString(problem),
+            QString::fromStdString(remedy), Changes::Unknown});
+    std::exit(static_cast<int>(ExitStatus::UnusableArguments));
+}
+
+std::string Quoted(std::string_view word) {
+    return '"' + std::string(word) + '"';
+}
+
+// Returns how many characters must be inserted, removed or replaced to turn one word into the
+// other.
+size_t EditDistance(std::string_view from, std::string_view to) {
+    std::vector<size_t> row(to.size() + 1);
+    std::iota(row.begin(), row.end(), size_t{0});
+    for (size_t i = 0; i < from.size(); ++i) {
+        size_t diagonal = row[0];
+        row[0] = i + 1;
+        for (size_t j = 0; j < to.size(); ++j) {
+            const size_t replaced = diagonal + (from[i] == to[j] ? 0 : 1);
+            diagonal = row[j + 1];
+            row[j + 1] = std::min({replaced, row[j] + 1, row[j + 1] + 1});
+        }
+    }
+    return row.back();
+}
+
+std::string LongSpelling(const OptionUsage& option) {
+    const std::string_view spellings = option.spellings;
+    return std::string(spellings.substr(spellings.rfind(' ') + 1));
+}
+
+// Returns the long spelling that is nearest to `word`; empty when none is near.
+std::string NearestSpelling(std::string_view word) {
+    std::string nearest;
+    size_t nearestDistance = word.size() / 3 + 1;
+    for (const OptionUsage& option : Options()) {
+        const std::string spelling = LongSpelling(option);
+        const size_t distance = EditDistance(word, spelling);
+        if (distance < nearestDistance) {
+            nearestDistance = distance;
+            nearest = spelling;
+        }
+    }
+    return nearest;
+}
+
+[[noreturn]] void RefuseUnknown(const std::string& word) {
+    const size_t equals = word.find('=');
+    const std::string name = word.substr(0, equals);
+    const std::string nearest = NearestSpelling(name);
+    const std::string problem = "unknown option " + Quoted(word);
+    if (nearest.empty())
+        Refuse(problem, "Run \"cv_install --help\" for help.");
+    const std::string value = equals == std::string::npos ? "" : ' ' + word.substr(equals + 1);
+    Refuse(problem, "Did you mean " + Quoted(nearest + value) + '?');
+}
+
+const OptionUsage& FindOption(const char* word) {
+    for (const OptionUsage& option : Options()) {
+        if (HasSpelling(option, word))
+            return option;
+    }
+    RefuseUnknown(word);
+}
+
+// Refuses a value that the library would silently ignore. `value` is null at the end.
+void CheckValue(const OptionUsage& option, const char* word, const char* value) {
+    if (option.value == OptionValue::OptionalText)
+        return;
+    if (value == nullptr)
+        Refuse("option " + Quoted(word) + " requires a value",
+               std::string("Use: ") + word + ' ' + option.valueName);
+    bool isNumber = true;
+    if (option.value == OptionValue::Number)
+        QString::fromUtf8(value).toInt(&isNumber);
+    if (!isNumber)
+        Refuse("invalid value for option " + Quoted(word) + ": " + Quoted(value),
+               "Use a whole number without a unit, such as 4.");
+}
+
+}  // namespace
+
+Arguments::Arguments(int argc, char** argv) {
+    m_argv.push_back(argc > 0 ? argv[0] : nullptr);
+    for (int i = 1; i < argc; ++i) {
+        const OptionUsage& option = FindOption(argv[i]);
+        if (TakeOwnOption(argv[i]))
+            continue;
+        m_argv.push_back(argv[i]);
+        if (option.value == OptionValue::None)
+            continue;
+        CheckValue(option, argv[i], argv[i + 1]);
+        if (i + 1 < argc)
+            m_argv.push_back(argv[++i]);
+    }
+    m_argv.push_back(nullptr);
+}
+
+bool Arguments::TakeOwnOption(const char* word) {
+    const std::pair<const char*, bool*> own[] = {{"--help", &m_help},
+                                                 {"--version", &m_version},
+                                                 {"--yes", &m_yes},
+                                                 {"--submission-scripts", &m_submissionScripts}};
+    for (const auto& [spelling, given] : own) {
+        if (std::strcmp(word, spelling) == 0)
+            return *given = true;
+    }
+    return false;
+}

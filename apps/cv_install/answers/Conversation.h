@@ -1,0 +1,18 @@
+// The questions of a setup, in order.
+#pragma once
+
+#include "Problem.h"
+#include "setuprun/CInstallBase.h"
+
+// Asks everything. Succeeds when the answers can be written to the commit script. On a terminal, an
+// invalid answer is asked again, and an unsuitable scratch directory can be changed; elsewhere the
+// former ends the setup, and the latter is a warning. Changes nothing on the machine.
+Failure AskQuestions(CInstallBase& run);
+
+// True at the end of input on a terminal, where it cancels the setup. On a pipe it is an empty
+// answer.
+bool InputEnded(const CInstallBase& run);
+
+// Prints `question` and returns the first byte of the answer, in lower case; a newline for an empty
+// answer, or 0 at the end of input.
+char AskForLetter(const char* question);

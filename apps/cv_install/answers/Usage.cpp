@@ -1,0 +1,39 @@
+#include "answers/Usage.h"
+
+#include <cstdio>
+
+namespace {
+
+void PrintOption(const OptionUsage& option) {
+    if (option.meaning == nullptr)
+        return;
+    char left[64];
+    std::snprintf(left, sizeof left, "%s %s", option.spellings,
+                  option.valueName == nullptr ? "" : option.valueName);
+    std::printf("  %-38s %s\n", left, option.meaning);
+}
+
+}  // namespace
+
+void PrintHelp() {
+    std::fputs(R"(Usage: cv_install --setup [OPTION]...
+
+Sets up Corvane'26: measures the machine, asks for limits and a queue, writes
+the Q-Chem files to the install directory, then writes a bash script to /tmp
+that creates the rest of the installation, and runs it.
+As root, it sets up /var/corvane for all users. With --user-mode, a regular
+user sets up a private copy in the product directory, or /var/corvane if that
+is writable.
+
+)",
+               stdout);
+    for (const OptionUsage& option : Options())
+        PrintOption(option);
+    std::fputs("\nExit status:\n", stdout);
+    for (const StatusUsage& usage : Statuses())
+        std::printf("  %4s  %s\n", Label(usage).c_str(), usage.meaning);
+}
+
+void PrintVersion() {
+    std::printf("cv_install %s (Corvane'26)\n", HX_VERSION);
+}

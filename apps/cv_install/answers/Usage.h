@@ -1,0 +1,68 @@
+// The options, exit statuses and environment variables of cv_install: one source for --help, the
+// manual page, the completion and the administrator's guide.
+#pragma once
+
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "ExitStatus.h"
+
+enum class OptionValue {
+    None,
+    Text,
+    OptionalText,  // may be missing at the end of the command line
+    Number
+};
+
+struct OptionUsage {
+    const char* spellings;  // separated by ", "; a long spelling comes last
+    OptionValue value;
+    const char* valueName;  // null without a value
+    const char* meaning;    // null: accepted, but not listed by --help
+    const char* detail;     // further sentences for the manual page and the guide; may be null
+};
+
+struct StatusUsage {
+    std::optional<ExitStatus> status;  // empty: the suffix alone
+    const char* suffix;
+    const char* meaning;
+};
+
+enum class VariableUse {
+    Set,   // by the setup
+    Kept,  // passed on to the tools that the setup runs
+    Removed
+};
+
+struct VariableUsage {
+    const char* name;  // may end with "*"
+    VariableUse use;
+    const char* meaning;
+};
+
+// Every option, including those of the executable itself.
+std::span<const OptionUsage> Options();
+
+// Every exit status, in the order of --help.
+std::span<const StatusUsage> Statuses();
+
+// The variables that matter to a setup; the first match decides. A setup as root removes all
+// others.
+std::span<const VariableUsage> Variables();
+
+// PATH of a setup as root.
+inline constexpr const char* rootPath = "/usr/sbin:/usr/bin:/sbin:/bin";
+
+// The option's spellings, one by one.
+std::vector<std::string> Spellings(const OptionUsage& option);
+
+// The status as documents show it, such as "0" or "128+n".
+std::string Label(const StatusUsage& usage);
+
+// True if `word` is one of the option's spellings.
+bool HasSpelling(const OptionUsage& option, const char* word);
+
+void PrintHelp();
+void PrintVersion();

@@ -1,0 +1,135 @@
+// The tables for --help, the manual page, the completion and the guide.
+#include <algorithm>
+#include <string_view>
+
+#include "answers/Usage.h"
+
+namespace {
+
+constexpr OptionUsage options[] = {
+    {"--setup", OptionValue::None, nullptr, "set up the product; the run script passes it",
+     "The program sets up the product without this option, too."},
+    {"--user-mode", OptionValue::None, nullptr, "let a regular user create a private copy",
+     "Without it, a regular user gets exit status 1. For root, only the Q-Chem files are also "
+     "reported."},
+    {"--yes", OptionValue::None, nullptr,
+     "answer every question with its default; internal queue if none is chosen",
+     "Pauses do not wait. The plan of a setup as root is shown but not confirmed."},
+    {"--cluster-node", OptionValue::None, nullptr,
+     "set up a compute node of a cluster: no questions, no queue, no service",
+     "Every question is answered with its default, and the plan of a setup as root is not "
+     "confirmed. The web pages are not unpacked. A queue option after this one overrides it."},
+    {"-d, --scratch-directory", OptionValue::Text, "DIR", "scratch directory to offer",
+     "A previous setup's directory takes precedence. Without either, the default is /tmp."},
+    {"-s, --scratch-limit", OptionValue::Number, "GB", "scratch space per thread; skips question",
+     "In gigabytes of 2^30 bytes, 1 to 2147483647. With 0 or less, the question is asked."},
+    {"-m, --memory-limit", OptionValue::Number, "MB", "memory per thread; skips question",
+     "In megabytes of 2^20 bytes, 1 to 2147483647. With 0 or less, the question is asked."},
+    {"--internal-default-queue", OptionValue::None, nullptr, "use the internal queue",
+     "Skips the questions about the queue. The last of several queue options applies."},
+    {"--external-default-queue", OptionValue::None, nullptr,
+     "use Torque/OpenPBS with its default queue",
+     "The commands are those below /opt/pbs/bin if qsub exists there, and otherwise those below "
+     "/usr/local/bin; only the question can name others. After an option for Slurm, it keeps "
+     "Slurm."},
+    {"-q, --external-queue", OptionValue::OptionalText, "QUEUE", "use this queue of Torque/OpenPBS",
+     "As the last word of the command line, it needs no name and selects the default queue. The "
+     "commands are found as for --external-default-queue."},
+    {"-p, --external-partiton", OptionValue::OptionalText, "PARTITION",
+     "use this partition of Slurm (misspelled for compatibility)",
+     "As the last word of the command line, it needs no name and selects the default partition. "
+     "The commands are /usr/bin/sbatch and /usr/bin/scancel; only the question can name others."},
+    {"--no-queue", OptionValue::None, nullptr, "use no queue",
+     "The report of the queue still prints External and lists the commands of the scheduler."},
+    {"--submission-scripts", OptionValue::None, nullptr,
+     "also write the scripts that submit jobs through Samba and SSH",
+     "Existing scripts are overwritten, including edits."},
+    {"-g, --service-group", OptionValue::Text, "GROUP", "group of the compute service",
+     "The default is corvsrvc. The members that the question offers are always those of corvsrvc."},
+    {"-u, --service-user", OptionValue::Text, "USER", "user of the compute service",
+     "The default is corvsrvc."},
+    {"-c, -cd, --cd-install", OptionValue::None, nullptr, nullptr, nullptr},
+    {"-cli, --cli", OptionValue::None, nullptr, nullptr, nullptr},
+    {"-gui, --gui", OptionValue::None, nullptr, nullptr, nullptr},
+    {"--help", OptionValue::None, nullptr, "print this text", nullptr},
+    {"--version", OptionValue::None, nullptr, "print the version", nullptr},
+};
+
+constexpr StatusUsage statuses[] = {
+    {ExitStatus::Complete, "", "setup completed"},
+    {ExitStatus::Refused, "",
+     "neither root nor --user-mode, or a step of the commit script failed"},
+    {ExitStatus::SystemCallFailed, "", "cannot measure the machine, or a system call failed"},
+    {ExitStatus::UnusableArguments, "", "invalid command line"},
+    {ExitStatus::ValueRefused, "", "invalid value: it would change the commit script's meaning"},
+    {ExitStatus::ScriptNotWritten, "", "cannot write the commit script"},
+    {ExitStatus::ScriptNotStarted, "", "cannot start the commit script"},
+    {ExitStatus::ConsoleClosed, "", "end of input at a question on a terminal"},
+    {ExitStatus::TreeRefused, "", "the install tree is unsafe, or this user cannot write to it"},
+    {ExitStatus::Declined, "", "plan not confirmed"},
+    {ExitStatus::Incomplete, "", "setup completed, but a file is incomplete"},
+    {ExitStatus::NoWorkingDirectory, "", "no working directory"},
+    {ExitStatus::SignalBase, "+n", "signal n terminated the setup"},
+    {std::nullopt, "errno", "cannot open a submission script, for this reason"},
+};
+
+constexpr VariableUsage variables[] = {
+    {"PATH", VariableUse::Kept,
+     "directories in which df is searched for; a setup as root sets it to "
+     "/usr/sbin:/usr/bin:/sbin:/bin"},
+    {"HOME", VariableUse::Kept, "passed on to the tools"},
+    {"LANG", VariableUse::Kept, "language of the tools"},
+    {"LANGUAGE", VariableUse::Kept, "language of the tools"},
+    {"LC_*", VariableUse::Kept, "language of the tools"},
+    {"LOGNAME", VariableUse::Kept, "passed on to the tools"},
+    {"SHELL", VariableUse::Kept, "passed on to the tools"},
+    {"SUDO_*", VariableUse::Kept, "passed on to the tools"},
+    {"TERM", VariableUse::Kept, "passed on to the tools"},
+    {"TZ", VariableUse::Kept, "time zone of the tools"},
+    {"USER", VariableUse::Kept, "passed on to the tools"},
+    {"CORV_CORVANERC", VariableUse::Set, "install directory"},
+    {"CORV_ACCESS", VariableUse::Set, "install directory"},
+    {"CORV_INSTALL", VariableUse::Set, "product directory"},
+    {"CORV_*", VariableUse::Removed, "settings of another run script"},
+    {"BLOCKSIZE", VariableUse::Removed, "changes the unit in which df reports free space"},
+    {"BLOCK_SIZE", VariableUse::Removed, "changes the unit in which df reports free space"},
+    {"DF_BLOCK_SIZE", VariableUse::Removed, "changes the unit in which df reports free space"},
+    {"POSIXLY_CORRECT", VariableUse::Removed, "changes the unit in which df reports free space"},
+    {"TAR_OPTIONS", VariableUse::Removed, "changes what tar unpacks"},
+};
+
+}  // namespace
+
+std::span<const OptionUsage> Options() {
+    return options;
+}
+
+std::span<const StatusUsage> Statuses() {
+    return statuses;
+}
+
+std::span<const VariableUsage> Variables() {
+    return variables;
+}
+
+std::vector<std::string> Spellings(const OptionUsage& option) {
+    std::vector<std::string> spellings;
+    std::string_view rest = option.spellings;
+    for (size_t comma; (comma = rest.find(", ")) != std::string_view::npos;) {
+        spellings.emplace_back(rest.substr(0, comma));
+        rest.remove_prefix(comma + 2);
+    }
+    spellings.emplace_back(rest);
+    return spellings;
+}
+
+std::string Label(const StatusUsage& usage) {
+    const std::string number =
+        usage.status ? std::to_string(static_cast<int>(*usage.status)) : std::string();
+    return number + usage.suffix;
+}
+
+bool HasSpelling(const OptionUsage& option, const char* word) {
+    const std::vector<std::string> spellings = Spellings(option);
+    return std::find(spellings.begin(), spellings.end(), word) != spellings.end();
+}

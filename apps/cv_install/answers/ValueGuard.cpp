@@ -1,0 +1,130 @@
+#include "answers/ValueGuard.h"
+
+#include <QRegularExpression>
+#include <algorithm>
+
+namespace {
+
+// Where a value appears in the script decides what it must not contain.
+enum class Use {
+    Quoted,       // between double quotes
+    Substituted,  // and then in the replacement of a sed expression
+    AccountName   // bare, as one word
+};
+
+struct GuardedField {
+    const char* name;
+    QString CInstallBase::*field;
+    Use use;
+    const char* remedy;
+};
+
+constexpr const char* moveProduct = "Move the product to another directory.";
+constexpr const char* chooseScratch =
+    "Specify another directory with --scratch-directory, or correct \"Scratch\" in QueueLimits if "
+    "it is from a previous setup.";
+constexpr const char* chooseCommand = "Specify the path of a command without such characters.";
+constexpr const char* chooseSetting = "Specify another value for this setting.";
+
+const GuardedField guardedFields[] = {
+    {"install directory", &CInstallBase::m_installDir, Use::Substituted, moveProduct},
+    {"program directory", &CInstallBase::m_binariesDir, Use::Substituted, moveProduct},
+    {"service group", &CInstallBase::m_serviceGroup, Use::AccountName,
+     "Specify a different group with --service-group."},
+    {"service user", &CInstallBase::m_serviceUser, Use::AccountName,
+     "Specify a different user with --service-user."},
+    {"scratch directory", &CInstallBase::m_scratchDir, Use::Quoted, chooseScratch},
+    {"scratch directory of the previous setup", &CInstallBase::m_prevScratchDir, Use::Quoted,
+     "Correct \"Scratch\" in QueueLimits in the install directory."},
+    {"scheduler", &CInstallBase::m_scheduler, Use::Substituted, chooseSetting},
+    {"queue name", &CInstallBase::m_queueName, Use::Substituted,
+     "Specify a different queue with --external-queue."},
+    {"partition name", &CInstallBase::m_partitionName, Use::Substituted,
+     "Specify a different partition with --external-partiton."},
+    {"qsub command", &CInstallBase::m_qsubCmd, Use::Substituted, chooseCommand},
+    {"qdel command", &CInstallBase::m_qdelCmd, Use::Substituted, chooseCommand},
+    {"qsig command", &CInstallBase::m_qsigCmd, Use::Substituted, chooseCommand},
+    {"sbatch command", &CInstallBase::m_sbatchCmd, Use::Substituted, chooseCommand},
+    {"scancel command", &CInstallBase::m_scancelCmd, Use::Substituted, chooseCommand},
+    {"compute service listeners", &CInstallBase::m_compSrvcAllow, Use::Substituted, chooseSetting},
+    {"HTTP address", &CInstallBase::m_compSrvcHttpAddr, Use::Substituted, chooseSetting},
+    {"HTTPS address", &CInstallBase::m_compSrvcHttpsAddr, Use::Substituted, chooseSetting},
+    {"certificate file", &CInstallBase::m_compSrvcCert, Use::Substituted, chooseSetting},
+    {"key file", &CInstallBase::m_compSrvcKey, Use::Substituted, chooseSetting},
+    {"Diffie-Hellman file", &CInstallBase::m_compSrvcDh, Use::Substituted, chooseSetting},
+};
+
+// Includes the 8-bit controls, which a terminal may take for escape sequences.
+bool IsControl(QChar character) {
+    return character.category() == QChar::Other_Control;
+}
+
+// Returns why `value` is invalid; empty when it is valid.
+QString ReasonAgainst(const QString& value, Use use) {
+    if (use == Use::AccountName) {
+        static const QRegularExpression name(QStringLiteral("\\A[A-Za-z0-9_][A-Za-z0-9_.@+-]*\\z"));
+        return name.match(value).hasMatch()
+                   ? QString()
+                   : QStringLiteral(
+                         "account names can contain letters, digits, and _.@+- but must start "
+                         "with a letter, digit, or _");
+    }
+    const QString unusable =
+        use == Use::Substituted ? QStringLiteral("\"$`\\|&") : QStringLiteral("\"$`\\");
+    for (const QChar character : value) {
+        if (IsControl(character))
+            return QStringLiteral("it contains a control character");
+        if (character == QChar::ReplacementCharacter)
+            return QStringLiteral("it is not valid UTF-8");
+        if (unusable.contains(character))
+            return QStringLiteral("it contains \"%1\"").arg(character);
+    }
+    return {};
+}
+
+// Shows control characters as question marks, which are safe on a terminal.
+QString Printable(QString value) {
+    for (QChar& character : value) {
+        if (IsControl(character))
+            character = u'?';
+    }
+    return value;
+}
+
+Problem InvalidValue(const QString& field, const QString& value, const QString& reason,
+                     const QString& remedy) {
+    return {ExitStatus::ValueRefused,
+            QStringLiteral("invalid %1 \"").arg(field) + Printable(value) + QStringLiteral("\": ") +
+                reason,
+            remedy};
+}
+
+// Only a setup as root names members in the script.
+Failure FindInvalidMember(const CInstallBase& run) {
+    if (run.m_accessFlags != CInstallBase::RootAccess)
+        return {};
+    for (const QString& member : run.m_serviceMembers + run.m_serviceCurrentMembers) {
+        const QString reason = ReasonAgainst(member, Use::AccountName);
+        if (!reason.isEmpty()) {
+            return InvalidValue(
+                QStringLiteral("service group member"), member, reason,
+                QStringLiteral("Enter a different name, or remove it from group \"%1\".")
+                    .arg(run.m_serviceGroup));
+        }
+    }
+    return {};
+}
+
+}  // namespace
+
+Failure FindInvalidValue(const CInstallBase& run) {
+    for (const GuardedField& guarded : guardedFields) {
+        const QString& value = run.*guarded.field;
+        const QString reason = ReasonAgainst(value, guarded.use);
+        if (!reason.isEmpty()) {
+            return InvalidValue(QLatin1String(guarded.name), value, reason,
+                                QLatin1String(guarded.remedy));
+        }
+    }
+    return FindInvalidMember(run);
+}

@@ -1,0 +1,10 @@
+// Refuses values that would change the meaning of a line of the commit script, which contains them
+// unquoted. Root runs that script, and some values come from files that other users can write to:
+// QueueLimits and the group database.
+#pragma once
+
+#include "Problem.h"
+#include "setuprun/CInstallBase.h"
+
+// Finds the first value that must not reach the commit script.
+Failure FindInvalidValue(const CInstallBase& run);

@@ -1,0 +1,10 @@
+// The files that cv_install writes itself, through the library, before the commit script.
+#pragma once
+
+#include "Problem.h"
+#include "setuprun/CInstallBase.h"
+
+// Creates the install directory and the Q-Chem files in it, and the submission scripts if
+// `conditions` include them. Fails when the input of a terminal ends at a pause, or when a file is
+// truncated; the library ends the process on other failures.
+Failure WriteRunTimeFiles(CInstallBase& run, unsigned conditions);

@@ -1,0 +1,234 @@
+#include "apply/ScriptRun.h"
+
+#include <sys/stat.h>
+#include <sys/types.h>
+#include <unistd.h>
+
+#include <QThread>
+#include <array>
+#include <atomic>
+#include <climits>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+
+#include "apply/Progress.h"
+#include "commit/CCommitScript.h"
+#include "installation/ReadBack.h"
+
+namespace {
+
+// What the handlers share with the rest: the script's process group, the last signal, and the file
+// that must not be left behind.
+std::atomic<pid_t> scriptGroup = 0;
+std::atomic<int> receivedSignal = 0;
+std::array<char, 128> removedPath = {};
+static_assert(std::atomic<int>::is_always_lock_free);
+
+// Bash ignores the quit key's signal, and would continue without the tool that dies of it.
+int ForTheScript(int signal) {
+    return signal == SIGQUIT ? SIGTERM : signal;
+}
+
+void PassOn(int signal) {
+    receivedSignal = signal;
+    if (scriptGroup > 0)
+        kill(-scriptGroup, ForTheScript(signal));
+}
+
+void RemoveAndDie(int signal) {
+    unlink(removedPath.data());
+    std::signal(signal, SIG_DFL);
+    raise(signal);
+}
+
+// Handles the signals that ask the process to end while the object exists, except those that the
+// caller ignores, as nohup does: then the script ignores them too.
+class SignalsHandled {
+public:
+    SignalsHandled(void (*handler)(int), int flags) {
+        struct sigaction action = {};
+        action.sa_handler = handler;
+        action.sa_flags = flags;
+        for (size_t i = 0; i < std::size(handled); ++i) {
+            sigaction(handled[i], nullptr, &m_former[i]);
+            if (m_former[i].sa_handler != SIG_IGN)
+                sigaction(handled[i], &action, nullptr);
+        }
+    }
+    ~SignalsHandled() {
+        for (size_t i = 0; i < std::size(handled); ++i)
+            sigaction(handled[i], &m_former[i], nullptr);
+    }
+    SignalsHandled(const SignalsHandled&) = delete;
+    SignalsHandled& operator=(const SignalsHandled&) = delete;
+
+private:
+    static constexpr int handled[] = {SIGINT, SIGQUIT, SIGTERM, SIGHUP};
+    struct sigaction m_former[std::size(handled)] = {};
+};
+
+// Also passes on a signal that came before the group existed.
+void PassSignalsTo(pid_t group) {
+    setpgid(group, group);
+    scriptGroup = group;
+    if (receivedSignal != 0)
+        kill(-group, ForTheScript(receivedSignal));
+}
+
+// True when stdout and stderr are the same file, where the order of their lines matters.
+bool StreamsAreOneFile() {
+    struct stat out = {};
+    struct stat err = {};
+    return fstat(STDOUT_FILENO, &out) == 0 && fstat(STDERR_FILENO, &err) == 0 &&
+           out.st_dev == err.st_dev && out.st_ino == err.st_ino;
+}
+
+// Copies the script's output, as it comes, through our own streams and so into the log.
+void ShowOutput(CCommitScript& script, Progress& progress) {
+    if (StreamsAreOneFile())
+        script.setProcessChannelMode(QProcess::MergedChannels);
+    QObject::connect(&script, &QProcess::readyReadStandardOutput,
+                     [&script, &progress] { progress.Show(script.readAllStandardOutput()); });
+    QObject::connect(&script, &QProcess::readyReadStandardError, [&script] {
+        const QByteArray text = script.readAllStandardError();
+        std::fwrite(text.constData(), 1, static_cast<size_t>(text.size()), stderr);
+    });
+}
+
+ExitStatus StatusOfSignal(int signal) {
+    return static_cast<ExitStatus>(static_cast<int>(ExitStatus::SignalBase) + signal);
+}
+
+QString NameOf(int signal) {
+    return QString::fromUtf8(strsignal(signal));
+}
+
+// A failing wait is not the script's end: it is tried again, for a few seconds.
+bool WaitForEnd(CCommitScript& script) {
+    for (int failures = 0; failures < 10; ++failures) {
+        if (script.waitForFinished(-1) || script.state() == QProcess::NotRunning)
+            return true;
+        QThread::msleep(500);
+    }
+    return false;
+}
+
+// A script whose output nothing reads would wait indefinitely.
+Problem TerminateUnmonitored(CCommitScript& script, const QString& path) {
+    StopScript();
+    scriptGroup = 0;
+    script.kill();
+    script.disconnect();
+    // Qt would report a process that it leaves, without use.
+    qInstallMessageHandler([](QtMsgType, const QMessageLogContext&, const QString&) {});
+    return {StatusOfSignal(SIGTERM),
+            QStringLiteral("cannot monitor commit script \"%1\"; terminated it").arg(path),
+            {},
+            Changes::Kept};
+}
+
+Failure Outcome(const CCommitScript& script, const QString& path) {
+    if (script.exitStatus() == QProcess::CrashExit) {
+        return Problem{StatusOfSignal(script.exitCode()),
+                       QStringLiteral("commit script \"%1\" was terminated by signal %2")
+                           .arg(path, NameOf(script.exitCode())),
+                       {},
+                       Changes::Kept};
+    }
+    if (receivedSignal != 0) {
+        ReportWarning({ExitStatus::Complete,
+                       QStringLiteral("received signal %1, but the commit script ran to its end")
+                           .arg(NameOf(receivedSignal)),
+                       {}});
+    }
+    if (script.exitCode() == 0)
+        return {};
+    return Problem{
+        static_cast<ExitStatus>(script.exitCode()),
+        QStringLiteral("commit script \"%1\" failed with exit status %2; see the error above")
+            .arg(path)
+            .arg(script.exitCode()),
+        QStringLiteral("Fix the cause."), Changes::Kept};
+}
+
+void Remove(const QString& path) {
+    if (!path.isEmpty())
+        unlink(path.toUtf8().constData());
+}
+
+// The text of a newly written script, whose path is added to `path`; empty when it is truncated.
+QByteArray WriteOnce(CInstallBase& run, QString& path) {
+    if (!run.WriteCommitScript(path, false))
+        return {};
+    const QByteArray text = ReadBack(path, INT_MAX);
+    return text.endsWith("\nexit 0\n") ? text : QByteArray();
+}
+
+QByteArray WriteForComparison(CInstallBase& run) {
+    QString path;
+    const QByteArray text = WriteOnce(run, path);
+    Remove(path);
+    return text;
+}
+
+}  // namespace
+
+Failure WriteScript(CInstallBase& run, CommitScript& script, Changes changes) {
+    const QByteArray text = WriteOnce(run, script.path);
+    if (!text.isEmpty() &&
+        text == (script.text.isEmpty() ? WriteForComparison(run) : script.text)) {
+        script.text = text;
+        return {};
+    }
+    Remove(script.path);
+    return Problem{
+        ExitStatus::ScriptNotWritten, QStringLiteral("cannot write the commit script"),
+        QStringLiteral("Make sure that /tmp is writable and not full, then run the setup again."),
+        changes};
+}
+
+bool AskAboutScript(const CommitScript& script, const std::function<bool()>& ask) {
+    const QByteArray path = script.path.toUtf8();
+    std::snprintf(removedPath.data(), removedPath.size(), "%s", path.constData());
+    bool answer = false;
+    {
+        const SignalsHandled untilAnswered(RemoveAndDie, 0);
+        answer = ask();
+    }
+    Remove(script.path);
+    return answer;
+}
+
+Failure FollowScript(const QString& path) {
+    std::printf("Commit script: %s\n", qUtf8Printable(path));
+    std::fflush(stdout);
+
+    const SignalsHandled whileItRuns(PassOn, SA_RESTART);
+    Progress progress(isatty(STDOUT_FILENO) != 0);
+    CCommitScript script;
+    ShowOutput(script, progress);
+    // A group of its own, so that a signal reaches the script and its tools exactly once.
+    script.setChildProcessModifier([] { setpgid(0, 0); });
+    script.Run(path);
+    if (!script.waitForStarted(-1)) {
+        return Problem{
+            ExitStatus::ScriptNotStarted,
+            QStringLiteral("cannot start the commit script: %1").arg(script.errorString()),
+            QStringLiteral("Make sure that /bin/bash is executable, then run the setup again."),
+            Changes::RunTimeFiles};
+    }
+    PassSignalsTo(static_cast<pid_t>(script.processId()));
+    script.closeWriteChannel();
+    const bool ended = WaitForEnd(script);
+    progress.Finish();
+    if (!ended)
+        return TerminateUnmonitored(script, path);
+    scriptGroup = 0;
+    return Outcome(script, path);
+}
+
+void StopScript() {
+    if (scriptGroup > 0)
+        kill(-scriptGroup, SIGTERM);
+}

@@ -1,0 +1,31 @@
+// The commit script: written, confirmed, and run to its end.
+#pragma once
+
+#include <QByteArray>
+#include <QString>
+#include <functional>
+
+#include "Problem.h"
+#include "setuprun/CInstallBase.h"
+
+struct CommitScript {
+    QString path;
+    QByteArray text;  // empty: not written yet
+};
+
+// Writes the commit script to a new file and compares it with the text that `script` already has
+// or, without one, with a second writing, because the library does not detect write errors. On a
+// failure, whose changes are `changes`, no file is left.
+Failure WriteScript(CInstallBase& run, CommitScript& script, Changes changes);
+
+// Calls `ask`, which returns whether to continue, while the script can be read. Removes the file
+// afterwards, also when SIGINT, SIGQUIT, SIGTERM or SIGHUP terminates the process meanwhile.
+bool AskAboutScript(const CommitScript& script, const std::function<bool()>& ask);
+
+// Runs the script, shows its output as it comes, on a terminal with a title for each section, and
+// passes SIGINT, SIGQUIT, SIGTERM and SIGHUP on to it. The status of a failure is the script's, 128
+// plus the signal that terminated it, or ScriptNotStarted.
+Failure FollowScript(const QString& path);
+
+// For a process that cannot continue: asks a script that still runs to end.
+void StopScript();

@@ -1,0 +1,20 @@
+// Writes what a setup prints to a log as well.
+#pragma once
+
+#include <string>
+
+// From Start on, everything that this process writes to stdout and stderr also goes to the log. The
+// log therefore contains no typed answers. A setup as root overwrites one log; each setup of a user
+// creates a new one.
+class SetupLog {
+public:
+    // Warns when the log cannot be opened.
+    static void Start(bool root);
+
+    // The log's path; empty without a log.
+    static const std::string& Path();
+
+    // The number of the error that kept something from being written to stdout, with or without a
+    // log; 0 when everything was written.
+    static int OutputError();
+};

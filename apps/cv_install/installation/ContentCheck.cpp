@@ -1,0 +1,130 @@
+#include "installation/ContentCheck.h"
+
+#include <archive.h>
+#include <archive_entry.h>
+
+#include <QThread>
+#include <algorithm>
+#include <memory>
+#include <vector>
+
+#include "installation/ReadBack.h"
+
+namespace {
+
+// More than any of these files contains.
+constexpr qsizetype mostBytes = 1 << 20;
+
+QString PathIn(const CInstallBase& run, const Entry& entry) {
+    return QString::fromStdString(PathOf(entry, run.m_installDir.toStdString()));
+}
+
+Problem IncompleteFile(const QString& path) {
+    return {ExitStatus::Incomplete, QStringLiteral("\"%1\" is incomplete or unreadable").arg(path),
+            QStringLiteral("Make sure that its file system is writable and not full, then run the "
+                           "setup again."),
+            Changes::Unknown};
+}
+
+// True when the lines of the commit script are in the file, which may contain further lines of the
+// service.
+bool HasLimits(const QString& path, const CInstallBase& run) {
+    // A list of Qt's does not notice that it gets no memory.
+    std::vector<QString> lines = {QStringLiteral("MaxThreads: %1").arg(run.m_jobLimit),
+                                  QStringLiteral("MemoryPerThreadMB: %1").arg(run.m_memoryLimitMB),
+                                  QStringLiteral("Scratch: ") + run.m_scratchDir,
+                                  QStringLiteral("DiskPerThreadGB: %1").arg(run.m_scratchLimitGB)};
+    if (run.m_prevJobLimit == run.m_jobLimit && run.m_threadsPerMolecule > 0)
+        lines.push_back(QStringLiteral("ThreadsPerMolecule: %1").arg(run.m_threadsPerMolecule));
+    const QByteArray text = '\n' + ReadBack(path, mostBytes);
+    return std::all_of(lines.cbegin(), lines.cend(), [&text](const QString& line) {
+        return text.contains('\n' + line.toUtf8() + '\n');
+    });
+}
+
+// Waits half a second, because the service, just started, may be writing the file.
+bool HasLimitsSoon(const QString& path, const CInstallBase& run) {
+    for (int attempt = 0; attempt < 5; ++attempt) {
+        if (HasLimits(path, run))
+            return true;
+        QThread::msleep(100);
+    }
+    return false;
+}
+
+bool HasExpectedBytes(const CInstallBase& run, const Entry& entry) {
+    const QString path = PathIn(run, entry);
+    if (entry.item == Item::QueueLimits)
+        return HasLimitsSoon(path, run);
+    const QByteArray expected = entry.item == Item::QChemScratch
+                                    ? run.m_scratchDir.toUtf8()
+                                    : ReadBack(PathIn(run, Find(Item::RenderedUnit)), mostBytes);
+    return ReadBack(path, expected.size() + 1) == expected;
+}
+
+// An edited page is complete: a truncated one is the beginning of the packed one.
+bool IsCompletePage(const QString& path, const QByteArray& packed) {
+    const QByteArray page = ReadBack(path, packed.size());
+    return page.size() == packed.size() || !packed.startsWith(page);
+}
+
+struct CloseArchive {
+    void operator()(archive* open) const { archive_read_free(open); }
+};
+using ArchiveHandle = std::unique_ptr<archive, CloseArchive>;
+
+QByteArray ReadMember(archive* from, const archive_entry* member) {
+    QByteArray packed(archive_entry_size(const_cast<archive_entry*>(member)), '\0');
+    const la_ssize_t length =
+        archive_read_data(from, packed.data(), static_cast<size_t>(packed.size()));
+    packed.truncate(std::max<la_ssize_t>(length, 0));
+    return packed;
+}
+
+Problem IncompletePage(const QString& page, const QString& directory) {
+    return {ExitStatus::Incomplete,
+            QStringLiteral("web page \"%1\" is missing or truncated").arg(page),
+            QStringLiteral("Free up disk space, remove directory \"%1\", then run the setup again.")
+                .arg(directory),
+            Changes::Unknown};
+}
+
+Failure CheckPages(const CInstallBase& run, const Entry& entry) {
+    const QString path = run.m_binariesDir + u'/' + QLatin1String(entry.reference);
+    const QString parent = run.m_installDir + u'/' + QLatin1String(pagesParent) + u'/';
+    const ArchiveHandle pages(archive_read_new());
+    archive_read_support_format_tar(pages.get());
+    int result =
+        archive_read_open_filename(pages.get(), path.toUtf8().constData(), size_t{64} * 1024);
+    while (result == ARCHIVE_OK) {
+        archive_entry* member = nullptr;
+        result = archive_read_next_header(pages.get(), &member);
+        if (result != ARCHIVE_OK || archive_entry_filetype(member) != AE_IFREG)
+            continue;
+        const QString page = parent + QString::fromUtf8(archive_entry_pathname(member));
+        if (!IsCompletePage(page, ReadMember(pages.get(), member)))
+            return IncompletePage(page, PathIn(run, entry));
+    }
+    if (result == ARCHIVE_EOF)
+        return {};
+    return Problem{ExitStatus::Incomplete,
+                   QStringLiteral("cannot read archive \"%1\": %2")
+                       .arg(path, QString::fromUtf8(archive_error_string(pages.get()))),
+                   QStringLiteral("Install the product directory again, then run the setup again."),
+                   Changes::Unknown};
+}
+
+}  // namespace
+
+Failure CheckContent(const CInstallBase& run, const Entry& entry) {
+    if (entry.check == Check::Archive)
+        return CheckPages(run, entry);
+    const QString path = PathIn(run, entry);
+    const bool complete =
+        entry.check == Check::None ||
+        (entry.check == Check::Ending ? ReadBack(path, mostBytes).endsWith(entry.reference)
+                                      : HasExpectedBytes(run, entry));
+    if (complete)
+        return {};
+    return IncompleteFile(path);
+}

@@ -1,0 +1,193 @@
+#include "installation/TreeCheck.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+
+#include "installation/Installation.h"
+
+namespace {
+
+constexpr const char* InspectAndRemove = "Inspect it, remove it, then run the setup again.";
+
+Problem TreeProblem(const QString& text, const QString& remedy) {
+    return {ExitStatus::TreeRefused, text, remedy};
+}
+
+Problem UnsafePath(const std::string& path, const char* reason) {
+    return TreeProblem(
+        QStringLiteral("unsafe path: \"%1\" %2")
+            .arg(QString::fromStdString(path), QLatin1String(reason)),
+        QStringLiteral("Root would write through it. ") + QLatin1String(InspectAndRemove));
+}
+
+constexpr const char* hasHardLinks = "has more than one hard link";
+
+// Says what is unsafe about the entry itself, or null. A link in the tree that root made may have
+// been moved there by a user who can write to the tree.
+const char* UnsafeKind(const std::string& path, const Entry& entry) {
+    struct stat found = {};
+    if (lstat(path.c_str(), &found) != 0)
+        return nullptr;
+    if (S_ISLNK(found.st_mode)) {
+        if (found.st_uid != 0)
+            return "is a symbolic link not owned by root";
+        return *entry.path != '\0'
+                   ? "is a symbolic link in a directory that other users can write to"
+                   : nullptr;
+    }
+    // A directory in place of a file makes the script fail without harm.
+    if (entry.kind == Kind::File && !S_ISREG(found.st_mode) && !S_ISDIR(found.st_mode))
+        return "is not a regular file or directory";
+    return entry.kind == Kind::File && S_ISREG(found.st_mode) && found.st_nlink > 1 ? hasHardLinks
+                                                                                    : nullptr;
+}
+
+Problem UncheckedPath(const std::string& path, int error) {
+    return TreeProblem(
+        QStringLiteral("cannot check \"%1\" for hard links: %2")
+            .arg(QString::fromStdString(path), QString::fromUtf8(std::strerror(error))),
+        QLatin1String(InspectAndRemove));
+}
+
+// Finds a hard link below a directory whose content the script gives to the service account. chown
+// does not follow symbolic links there. A directory that cannot be read may contain a hard link.
+Failure FindHardLinkBelow(const std::string& directory) {
+    namespace fs = std::filesystem;
+    std::error_code error;
+    fs::recursive_directory_iterator at(directory, error);
+    if (error == std::errc::no_such_file_or_directory || error == std::errc::not_a_directory)
+        return {};
+    for (const fs::recursive_directory_iterator end; !error && at != end; at.increment(error)) {
+        struct stat found = {};
+        if (lstat(at->path().c_str(), &found) != 0)
+            return UncheckedPath(at->path().string(), errno);
+        if (!S_ISDIR(found.st_mode) && found.st_nlink > 1)
+            return UnsafePath(at->path().string(), hasHardLinks);
+    }
+    if (error)
+        return UncheckedPath(directory, error.value());
+    return {};
+}
+
+// The commit script passes the target of this link to ln, which takes a leading hyphen for an
+// option.
+Failure FindOptionInRepositoryLink(const QString& installDir) {
+    const QString path = installDir + u'/' + QLatin1String(earlierRepository);
+    std::array<char, 1> text = {};
+    if (readlink(path.toUtf8().constData(), text.data(), text.size()) != 1 || text[0] != '-')
+        return {};
+    return TreeProblem(
+        QStringLiteral("the target of symbolic link \"%1\" begins with \"-\"").arg(path),
+        QLatin1String(InspectAndRemove));
+}
+
+Failure FindUnsafeEntry(const std::string& installDir) {
+    for (const Entry& entry : Entries()) {
+        // The repository's link is only read.
+        if (!IsInTree(entry) || entry.kind == Kind::Link)
+            continue;
+        const std::string path = PathOf(entry, installDir);
+        if (const char* reason = UnsafeKind(path, entry))
+            return UnsafePath(path, reason);
+        if (!entry.ownsAllBelow)
+            continue;
+        if (Failure below = FindHardLinkBelow(path))
+            return below;
+    }
+    return {};
+}
+
+bool IsWritableDirectory(const char* path) {
+    struct stat found = {};
+    return stat(path, &found) == 0 && S_ISDIR(found.st_mode) && access(path, W_OK) == 0;
+}
+
+// The install directory that the constructor will choose, by its rule.
+QString FutureInstallDirectory(const char* argv0) {
+    if (getuid() == 0 || IsWritableDirectory(sharedDirectory))
+        return QString::fromUtf8(sharedDirectory);
+    std::array<char, 2048> directory = {};
+    CInstallBase::CurrentDirectory(argv0, directory.data(), static_cast<int>(directory.size()));
+    return QString::fromUtf8(directory.data());
+}
+
+Failure CheckTemporaryDirectory() {
+    struct stat found = {};
+    if (lstat("/tmp", &found) == 0 && S_ISDIR(found.st_mode) && found.st_uid == 0 &&
+        ((found.st_mode & S_ISVTX) != 0 || (found.st_mode & (S_IWGRP | S_IWOTH)) == 0))
+        return {};
+    return Problem{
+        ExitStatus::ScriptNotWritten,
+        QStringLiteral("unsafe directory \"/tmp\": other users can replace the commit script"),
+        QStringLiteral("Make it a directory owned by root with mode 1777, then run the setup "
+                       "again.")};
+}
+
+Failure CheckQueueLimits(const QString& installDir) {
+    constexpr off_t mostBytes = 64 * 1024;
+    const std::string path = PathOf(Find(Item::QueueLimits), installDir.toStdString());
+    struct stat found = {};
+    if (stat(path.c_str(), &found) != 0 || (S_ISREG(found.st_mode) && found.st_size <= mostBytes))
+        return {};
+    return TreeProblem(QStringLiteral("\"%1\" is not a regular file of at most 64 KB")
+                           .arg(QString::fromStdString(path)),
+                       QLatin1String(InspectAndRemove));
+}
+
+// A directory where an earlier setup created a run script can be set up again.
+bool CannotTakePrivateCopy(const QString& directory) {
+    const std::string path = directory.toStdString();
+    return access(path.c_str(), W_OK) != 0 &&
+           access(PathOf(Find(Item::RunScript), path).c_str(), F_OK) != 0;
+}
+
+}  // namespace
+
+Failure CheckBeforeStart(const char* argv0) {
+    const QString installDir = FutureInstallDirectory(argv0);
+    Failure failure;
+    if (getuid() == 0)
+        failure = FindUnsafePath(installDir, Changes::None);
+    if (!failure)
+        failure = CheckQueueLimits(installDir);
+    if (!failure && getuid() == 0)
+        failure = CheckTemporaryDirectory();
+    return failure;
+}
+
+Failure FindUnsafePath(const QString& installDir, Changes changes) {
+    Failure failure = FindUnsafeEntry(installDir.toStdString());
+    if (!failure)
+        failure = FindOptionInRepositoryLink(installDir);
+    if (failure)
+        failure->changes = changes;
+    return failure;
+}
+
+Failure FindObstacleForUser(const CInstallBase& run) {
+    if (Failure failure = FindOptionInRepositoryLink(run.m_installDir))
+        return failure;
+    if (CannotTakePrivateCopy(run.m_installDir)) {
+        return TreeProblem(
+            QStringLiteral("cannot write to directory \"%1\"").arg(run.m_installDir),
+            QStringLiteral("Copy it to a location that you own and run cv_install there, or run "
+                           "the setup as root."));
+    }
+    for (const Item script : {Item::RunScript, Item::SnapshotScript}) {
+        const std::string path = PathOf(Find(script), run.m_installDir.toStdString());
+        struct stat found = {};
+        if (stat(path.c_str(), &found) == 0 && found.st_uid != getuid()) {
+            return TreeProblem(
+                QStringLiteral("cannot change the mode of \"%1\": owned by another user")
+                    .arg(QString::fromStdString(path)),
+                QStringLiteral("Run the setup as root, or copy the product directory and run its "
+                               "cv_install."));
+        }
+    }
+    return {};
+}

@@ -1,0 +1,21 @@
+// Checks what a setup is about to read and write before it does. Members of the service group can
+// write to the shared install tree, and the commit script follows what it finds there.
+#pragma once
+
+#include "Problem.h"
+#include "setuprun/CInstallBase.h"
+
+// What must be safe before the setup run is constructed, because its constructor reads QueueLimits:
+// a regular file of at most 64 KB; for root also everything that FindUnsafePath checks, and a /tmp
+// in which no other user can replace the commit script.
+Failure CheckBeforeStart(const char* argv0);
+
+// Checks the tree that root writes to. Refuses symbolic links, except one of root's in place of the
+// install directory; anything but regular files and directories where the script writes; files with
+// more than one hard link that the script writes or gives to the service account; and a repository
+// link whose target the script would pass to ln as an option. The problem's changes are `changes`.
+Failure FindUnsafePath(const QString& installDir, Changes changes);
+
+// Finds what makes a user's setup stop half-way: a product directory that cannot take a private
+// copy, or run scripts of another owner, whose mode that user cannot change.
+Failure FindObstacleForUser(const CInstallBase& run);

@@ -1,0 +1,11 @@
+// The plan of a setup as root: what it is about to do, on one screen.
+#pragma once
+
+#include "setuprun/CInstallBase.h"
+
+// Prints the plan: account, members, directories, links and services, and the path of the commit
+// script if there is one to read.
+void ShowPlan(CInstallBase& run, unsigned conditions, const QString& scriptPath);
+
+// Asks whether to continue. Only an answer that begins with "y" is a yes.
+bool ConfirmPlan();

@@ -1,0 +1,88 @@
+#include "report/ResultCheck.h"
+
+#include <fcntl.h>
+#include <grp.h>
+#include <pwd.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+
+#include "installation/ContentCheck.h"
+
+namespace {
+
+std::string PathIn(const CInstallBase& run, const Entry& entry) {
+    return PathOf(entry, run.m_installDir.toStdString());
+}
+
+bool IsIn(const EntryList& list, const Entry& entry) {
+    return std::find(list.begin(), list.end(), &entry) != list.end();
+}
+
+QString OwnerOf(const struct stat& found) {
+    const passwd* user = getpwuid(found.st_uid);
+    const QString name =
+        user != nullptr ? QString::fromUtf8(user->pw_name) : QString::number(found.st_uid);
+    const group* owner = getgrgid(found.st_gid);
+    return name + u':' +
+           (owner != nullptr ? QString::fromUtf8(owner->gr_name) : QString::number(found.st_gid));
+}
+
+Failure CheckOwner(const CInstallBase& run, const Entry& entry) {
+    const std::string path = PathIn(run, entry);
+    const QString expected = run.m_serviceUser + u':' + run.m_serviceGroup;
+    // The install directory may be a link of root's, which chown follows.
+    const int flags = entry.item == Item::InstallDirectory ? 0 : AT_SYMLINK_NOFOLLOW;
+    struct stat found = {};
+    if (fstatat(AT_FDCWD, path.c_str(), &found, flags) != 0 || OwnerOf(found) == expected)
+        return {};
+    return Problem{ExitStatus::Incomplete,
+                   QStringLiteral("the owner of \"%1\" is %2, expected %3")
+                       .arg(QString::fromStdString(path), OwnerOf(found), expected),
+                   QStringLiteral("Make sure that its file system supports owners, then run the "
+                                  "setup again."),
+                   Changes::Unknown};
+}
+
+// A page that the setup did not write does not make its result incomplete.
+void WarnOfKeptPages(const CInstallBase& run, const Entry& entry) {
+    Failure failure = CheckContent(run, entry);
+    if (!failure)
+        return;
+    failure->remedy =
+        QStringLiteral(
+            "To restore all web pages, move directory \"%1\" away, then run the setup again.")
+            .arg(QString::fromStdString(PathIn(run, entry)));
+    ReportWarning(*failure);
+}
+
+}  // namespace
+
+EntryList FindKeptPages(const CInstallBase& run, unsigned conditions) {
+    EntryList kept;
+    for (const Entry& entry : Entries()) {
+        if (entry.check == Check::Archive && Applies(entry, conditions) &&
+            access(PathIn(run, entry).c_str(), F_OK) == 0)
+            kept.push_back(&entry);
+    }
+    return kept;
+}
+
+Failure CheckResult(const CInstallBase& run, unsigned conditions, const EntryList& keptPages) {
+    const bool root = (conditions & RootSetup) != 0;
+    for (const Entry& entry : Entries()) {
+        if (!Applies(entry, conditions))
+            continue;
+        Failure failure;
+        if (!IsIn(keptPages, entry))
+            failure = CheckContent(run, entry);
+        if (!failure && root && entry.owner == Owner::ServiceAccount)
+            failure = CheckOwner(run, entry);
+        if (failure)
+            return failure;
+    }
+    for (const Entry* entry : keptPages)
+        WarnOfKeptPages(run, *entry);
+    return {};
+}

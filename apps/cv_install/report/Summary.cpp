@@ -1,0 +1,77 @@
+#include "report/Summary.h"
+
+#include <unistd.h>
+
+#include <QProcess>
+#include <QThread>
+#include <cstdio>
+
+#include "apply/SetupLog.h"
+#include "installation/Installation.h"
+
+namespace {
+
+// The answer of systemctl, such as "active" or "failed"; empty when it cannot be run.
+QString ServiceState() {
+    QProcess systemctl;
+    systemctl.start(QStringLiteral("systemctl"),
+                    {QStringLiteral("is-active"), QLatin1String(serviceUnit)});
+    if (!systemctl.waitForFinished(-1))
+        return {};
+    return QString::fromUtf8(systemctl.readAllStandardOutput()).trimmed();
+}
+
+// A name without a directory is searched for by its caller.
+bool IsExecutable(const QString& command) {
+    return !command.contains(u'/') || access(command.toUtf8().constData(), X_OK) == 0;
+}
+
+// The library does not check the scheduler's commands, and no option sets them.
+void ShowMissingQueueCommands(const CInstallBase& run) {
+    if (run.m_queueType != CInstallBase::QueueExternal)
+        return;
+    bool missing = false;
+    const QStringList commands = run.m_scheduler == u"SLURM"
+                                     ? QStringList{run.m_sbatchCmd, run.m_scancelCmd}
+                                     : QStringList{run.m_qsubCmd, run.m_qdelCmd, run.m_qsigCmd};
+    for (const QString& command : commands) {
+        if (IsExecutable(command))
+            continue;
+        std::printf("  Queue:     cannot execute command \"%s\"\n", qUtf8Printable(command));
+        missing = true;
+    }
+    if (missing) {
+        std::printf("             To set its path, run the setup again without a queue option.\n");
+    }
+}
+
+void ShowService(const CInstallBase& run) {
+    if (run.m_clusterNode)
+        return;
+    // A service that fails at once is active for a moment.
+    QThread::msleep(500);
+    const QString state = ServiceState();
+    if (state.isEmpty()) {
+        std::printf("  Service:   unknown (cannot run systemctl)\n");
+        return;
+    }
+    std::printf("  Service:   %s\n", qUtf8Printable(state));
+    if (state != u"active")
+        std::printf("             For details, run: journalctl --unit=%s\n", serviceUnit);
+}
+
+}  // namespace
+
+void ShowSummary(const CInstallBase& run) {
+    const bool root = run.m_accessFlags == CInstallBase::RootAccess;
+    const Entry& runScript = Find(Item::RunScript);
+    std::printf("  Installed: %s\n", qUtf8Printable(run.m_installDir));
+    ShowMissingQueueCommands(run);
+    if (root)
+        ShowService(run);
+    if (!SetupLog::Path().empty())
+        std::printf("  Log:       %s\n", SetupLog::Path().c_str());
+    std::printf("  Next step: start Corvane with %s\n",
+                root ? runScript.path : PathOf(runScript, run.m_installDir.toStdString()).c_str());
+    std::fflush(stdout);
+}
