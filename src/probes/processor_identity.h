@@ -34,8 +34,9 @@ HX_EXPORT int procCacheSize(void);
 
 /* The nominal clock in megahertz: the measured one, moved to the nearest usual figure (multiples of
  * 33 1/3 and of 50 MHz, below 100 MHz of 10 MHz). The last word of the line stands, and a word
- * that is no number counts as 0. -1 when the file has no figure or only ones that are below 0, not
- * finite or too large; 0 when it cannot be read. */
+ * that is no number counts as 0. A line whose result is below 0 is skipped: the figure -20 is, but
+ * -5 gives 0. So is a line whose figure is not finite or 2e9 and more. -1 when no line is left; 0
+ * when the file cannot be read. */
 HX_EXPORT int procCPUMhz(void);
 
 #ifdef __cplusplus
