@@ -130,10 +130,9 @@ int procNCPU() {
     const int configured = static_cast<int>(sysconf(_SC_NPROCESSORS_CONF));
     if (configured > 0)
         return configured;
-    // Kept: the word of the line before stands in for a line without one, and the count stops at 1.
-    char word[12] = "";
     return hx::FirstAnswer("/proc/cpuinfo", {.unreadable = 1, .none = 0},
-                           [&word](const char* line) -> std::optional<int> {
+                           [](const char* line) -> std::optional<int> {
+                               char word[12] = "";
                                std::sscanf(line, "%11s", word);
                                if (std::strcmp(word, "processor") == 0)
                                    return 1;
