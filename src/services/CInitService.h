@@ -1,4 +1,4 @@
-// Controls a service through the "service" command of init scripts.
+// Controls a service through the "service" command for init scripts.
 #pragma once
 
 #include <QProcess>
@@ -6,34 +6,24 @@
 
 #include "support/hx_export.h"
 
-// Each operation runs "service NAME VERB" as a child process, which is this object, and returns
-// its exit code: 127 when the tool is in neither /sbin nor /usr/sbin. Nothing
-// is printed, and what the tool prints is not read; a tool that cannot be run is not told apart.
-//
-// An object serves any number of calls, one after the other, in one thread. Nothing guards a call
-// on an object whose Start still runs: use a second object. That holds for Status too.
+// The tool is /sbin/service or else /usr/sbin/service. Results, waiting, and the use of an object
+// are those of CSystemdService.
 class HX_EXPORT CInitService : public QProcess {
     Q_OBJECT
 
 public:
     explicit CInitService(QObject* parent = nullptr);
+    ~CInitService() override;  // kills a tool that is still running
 
-    // Ends a tool that still runs.
-    ~CInitService() override;
-
-    // Starts the tool and returns at once. Only 127 means something; any other value says nothing
-    // about the start: ask Status of another object. This object must live until the tool has
-    // ended, since destroying it ends the tool.
+    // Runs "service NAME start". Does not wait.
     int Start(const QString& service);
 
-    // Stops the service, and waits for the tool's end, however long that takes.
+    // Runs "service NAME stop".
     int Stop(const QString& service);
 
-    // Restarts the service, and waits in the same way.
+    // Runs "service NAME restart".
     int Restart(const QString& service);
 
-    // Asks whether the service runs, and waits in the same way. 0 when the tool reports the service
-    // as running. A stopped service gives another code (3 by custom), which is no failure of the
-    // call.
+    // Runs "service NAME status".
     int Status(const QString& service);
 };

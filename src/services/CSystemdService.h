@@ -1,4 +1,4 @@
-// Controls a service through the systemctl tool of systemd.
+// Controls a service through systemctl.
 #pragma once
 
 #include <QProcess>
@@ -6,34 +6,37 @@
 
 #include "support/hx_export.h"
 
-// Each operation runs "systemctl VERB NAME" as a child process, which is this object, and returns
-// its exit code: 127 when the tool is in neither /bin nor /usr/bin. Nothing
-// is printed, and what the tool prints is not read; a tool that cannot be run is not told apart.
+// Each operation runs "systemctl VERB NAME" as a child process and returns its exit status. The
+// object is that child process. The tool is /bin/systemctl or else /usr/bin/systemctl; the first
+// path that exists is used, even if it is not executable.
 //
-// An object serves any number of calls, one after the other, in one thread. Nothing guards a call
-// on an object whose Start still runs: use a second object. That holds for Status too.
+// Results: 127 if neither path exists; nothing is started then. 255 if the tool cannot be executed;
+// error() is then QProcess::FailedToStart. Prints no message. The output of the tool can be read
+// from this object.
+//
+// An object serves any number of calls, one after the other, in one thread. A call on an object
+// whose Start still runs returns a wrong result: use a second object.
 class HX_EXPORT CSystemdService : public QProcess {
     Q_OBJECT
 
 public:
     explicit CSystemdService(QObject* parent = nullptr);
 
-    // Ends a tool that still runs.
+    // Kills a tool that is still running.
     ~CSystemdService() override;
 
-    // Starts the tool and returns at once. Only 127 means something; any other value says nothing
-    // about the start: ask Status of another object. This object must live until the tool has
-    // ended, since destroying it ends the tool.
+    // Starts the tool and returns at once. Returns 127 if the tool does not exist. Any other value
+    // has no meaning, since the tool is still running: call Status on another object. Keep this
+    // object until the tool has ended.
     int Start(const QString& service);
 
-    // Stops the service, and waits for the tool's end, however long that takes.
+    // Stops the service. Waits for the tool without a time limit.
     int Stop(const QString& service);
 
-    // Restarts the service, and waits in the same way.
+    // Restarts the service. Waits for the tool without a time limit.
     int Restart(const QString& service);
 
-    // Asks whether the service runs, and waits in the same way. 0 when the tool reports the service
-    // as running. A stopped service gives another code (3 by custom), which is no failure of the
-    // call.
+    // Returns 0 if the service is running and usually 3 if it is stopped. Waits for the tool
+    // without a time limit.
     int Status(const QString& service);
 };
