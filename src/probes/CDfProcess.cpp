@@ -4,7 +4,7 @@
 
 namespace {
 
-constexpr int WaitMilliseconds = 50000;
+constexpr int waitMilliseconds = 50000;
 
 }  // namespace
 
@@ -17,7 +17,7 @@ void CDfProcess::Run(const QString& path) {
 }
 
 int CDfProcess::TotalAvailable() {
-    if (!waitForFinished(WaitMilliseconds)) {
+    if (!waitForFinished(waitMilliseconds)) {
         if (state() == QProcess::Running)
             kill();
         return 0;

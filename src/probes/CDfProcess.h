@@ -1,4 +1,4 @@
-// Free disc space, as the system's df tool reports it.
+// Free disk space, as reported by the df tool of the system.
 #pragma once
 
 #include <QProcess>
@@ -12,15 +12,17 @@ class HX_EXPORT CDfProcess : public QProcess {
 public:
     explicit CDfProcess(QObject* parent = nullptr);
 
-    // Ends a df that still runs.
+    // Kills a df that is still running.
     ~CDfProcess() override;
 
-    // Starts "df -P path", found through PATH, and returns at once.
+    // Starts "df -P path" and returns at once. Searches df in PATH.
     void Run(const QString& path);
 
-    // Waits up to 50 seconds for the report and returns the space available to users on the file
-    // system that holds the path, in gigabytes (2^30 bytes), truncated. 0 also stands for every
-    // failure: no such path, no tool, a slow tool (which is then killed), an odd report, a process
-    // that had finished before the call, and 2 terabytes or more, whose blocks do not fit an int.
+    // Waits up to 50 seconds for df. Returns the space available to regular users on the file
+    // system that contains the path, in gigabytes (2^30 bytes), rounded toward zero.
+    //
+    // Returns 0 for every failure: a missing path or tool, an unexpected report, a df that needs
+    // longer (it is killed), and a process that ended before the call. Also returns 0 for 2
+    // terabytes or more, because the number of 1024-byte blocks does not fit an int.
     int TotalAvailable();
 };

@@ -1,4 +1,4 @@
-// Counts processors: configured ones, cores by package, and the simpler count of procNCPU.
+// Counts configured processors and, from /proc/cpuinfo, processor cores.
 #include <unistd.h>
 
 #include <array>
@@ -11,15 +11,15 @@
 
 namespace {
 
-struct cpu_record {
+struct CpuRecord {
     int processor;
-    int physical_id;
-    int core_id;
-    int cpu_cores;
+    int physicalId;
+    int coreId;
+    int cpuCores;
 };
 
-// Reads "key : number" when the line begins with `key`; the number is cut to 32 bits. Only blanks
-// may stand between the key and the colon.
+// Reads the number from a line "key : number", truncated to 32 bits. Returns false for other lines.
+// Only spaces and tabs are allowed between the key and the colon.
 bool ReadNumberForKey(const char* line, const char* key, int& number) {
     const size_t length = std::strlen(key);
     if (std::strncmp(line, key, length) != 0)
@@ -32,7 +32,7 @@ bool ReadNumberForKey(const char* line, const char* key, int& number) {
     return true;
 }
 
-// The stanzas of /proc/cpuinfo, in their order.
+// The processor stanzas of /proc/cpuinfo, in file order.
 class CpuTable {
 public:
     void TakeLine(const char* line) {
@@ -42,21 +42,21 @@ public:
         else if (m_current == nullptr)
             return;
         else if (ReadNumberForKey(line, "physical id", number))
-            m_current->physical_id = number;
+            m_current->physicalId = number;
         else if (ReadNumberForKey(line, "core id", number))
-            m_current->core_id = number;
+            m_current->coreId = number;
         else if (ReadNumberForKey(line, "cpu cores", number))
-            m_current->cpu_cores = number;
+            m_current->cpuCores = number;
     }
 
-    // Each package counts once, by its first stanza that names any cores.
+    // Counts each package once, by its first stanza with a positive number of cores.
     int CountCores() {
         unsigned int sum = 0;
         for (size_t i = 0; i < m_used; ++i) {
-            const cpu_record& record = *m_records[i];
-            if (record.physical_id != -1 && record.cpu_cores > 0)
+            const CpuRecord& record = *m_records[i];
+            if (record.physicalId != -1 && record.cpuCores > 0)
                 DropRestOfPackage(i);
-            sum += static_cast<unsigned int>(record.cpu_cores);
+            sum += static_cast<unsigned int>(record.cpuCores);
         }
         return static_cast<int>(sum);
     }
@@ -64,27 +64,27 @@ public:
 private:
     void DropRestOfPackage(size_t first) {
         for (size_t i = first + 1; i < m_used; ++i) {
-            if (m_records[i]->physical_id == m_records[first]->physical_id)
-                m_records[i]->cpu_cores = 0;
+            if (m_records[i]->physicalId == m_records[first]->physicalId)
+                m_records[i]->cpuCores = 0;
         }
     }
 
-    // Kept: the records are never freed. A stanza without a record (no memory, a full table)
-    // leaves none current, so that its lines are passed over.
+    // Compatibility: records are not freed. Without memory or a free slot, no record is current,
+    // so the other lines of the stanza are ignored.
     void Open(int processor) {
         m_current = nullptr;
         if (m_used == m_records.size())
             return;
-        m_current = static_cast<cpu_record*>(std::malloc(sizeof(cpu_record)));
+        m_current = static_cast<CpuRecord*>(std::malloc(sizeof(CpuRecord)));
         if (m_current == nullptr)
             return;
         *m_current = {processor, -1, -1, 1};
         m_records[m_used++] = m_current;
     }
 
-    std::array<cpu_record*, 1024> m_records = {};
+    std::array<CpuRecord*, 1024> m_records = {};
     size_t m_used = 0;
-    cpu_record* m_current = nullptr;
+    CpuRecord* m_current = nullptr;
 };
 
 }  // namespace
@@ -105,7 +105,7 @@ int hx_cpu_count(unsigned int* count, int verbose) {
     unsigned int configured = 0;
     hx_cpu_logical_count(&configured, verbose);
     const int logical = static_cast<int>(configured);
-    // Kept: the trace tells this figure a second time.
+    // Compatibility: repeats the line that hx_cpu_logical_count printed.
     if (verbose != 0)
         std::fprintf(stderr, "  system reports %d processors\n", logical);
     *count = 0;
@@ -130,6 +130,7 @@ int procNCPU() {
     const int configured = static_cast<int>(sysconf(_SC_NPROCESSORS_CONF));
     if (configured > 0)
         return configured;
+    // Compatibility: returns at most 1, no matter how many processors the file lists.
     return hx::FirstAnswer("/proc/cpuinfo", {.unreadable = 1, .none = 0},
                            [](const char* line) -> std::optional<int> {
                                char word[12] = "";

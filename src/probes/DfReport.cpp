@@ -5,8 +5,8 @@
 
 namespace {
 
-constexpr int BlocksPerGigabyte = 1024 * 1024;  // df -P reports blocks of 1024 bytes
-constexpr qsizetype AvailableColumn = 3;
+constexpr int blocksPerGigabyte = 1024 * 1024;  // df -P reports blocks of 1024 bytes
+constexpr qsizetype availableColumn = 3;
 
 }  // namespace
 
@@ -14,11 +14,11 @@ int hx::AvailableGigabytes(const QByteArray& report) {
     const QList<QByteArray> lines = report.split('\n');
     if (lines.size() < 2)
         return 0;
-    // Kept: a device name with a blank moves the columns.
+    // Compatibility: a space in the device name shifts the columns.
     const QStringList fields =
         QString::fromUtf8(lines[1]).split(u' ', Qt::SkipEmptyParts, Qt::CaseSensitive);
-    if (fields.size() <= AvailableColumn)
+    if (fields.size() <= availableColumn)
         return 0;
-    // toInt gives 0 for what is no number or does not fit.
-    return fields[AvailableColumn].toInt() / BlocksPerGigabyte;
+    // toInt returns 0 for text that is not a number or does not fit.
+    return fields[availableColumn].toInt() / blocksPerGigabyte;
 }

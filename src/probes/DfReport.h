@@ -1,12 +1,12 @@
-// What the df tool says.
+// Reads the report of the df tool.
 #pragma once
 
 #include <QByteArray>
 
 namespace hx {
 
-// The gigabytes available, by the second line of what "df -P" printed; 0 for an odd report and for
-// a figure that does not fit an int.
+// Returns the available gigabytes (2^30 bytes) from the second line of the output of "df -P".
+// Returns 0 if there is no such value or if the number of blocks does not fit an int.
 int AvailableGigabytes(const QByteArray& report);
 
 }  // namespace hx

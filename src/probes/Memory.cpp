@@ -1,4 +1,4 @@
-// Physical memory, from sysconf or else from /proc/meminfo.
+// Reads the physical memory from sysconf or else from /proc/meminfo.
 #include <unistd.h>
 
 #include <cstdio>
@@ -9,7 +9,7 @@
 
 namespace {
 
-// The answer of the MemTotal line, -1 when it has no number; nothing for other lines.
+// Returns the megabytes of a MemTotal line, or -1 if the line has no number. Skips other lines.
 std::optional<int> MegabytesOfMemTotal(const char* line) {
     char word[12] = "";
     int consumed = 0;

@@ -1,4 +1,4 @@
-// Classifies the processor and the distribution by the words of /proc/cpuinfo and /proc/version.
+// Classifies the processor and the distribution by words in /proc/cpuinfo and /proc/version.
 #include <strings.h>
 
 #include <cstdlib>
@@ -11,8 +11,8 @@
 
 namespace {
 
-constexpr char CpuInfo[] = "/proc/cpuinfo";
-constexpr char Blanks[] = " \t\n";
+constexpr char cpuInfo[] = "/proc/cpuinfo";
+constexpr char whitespace[] = " \t\n";
 
 struct Code {
     const char* text;
@@ -23,9 +23,9 @@ constexpr Code vendors[] = {
     {"GenuineIntel", 1}, {"AuthenticAMD", 2}, {"CyrixInstead", 3},
     {"GenuineTMx86", 4}, {"TransmetaCPU", 4},
 };
-constexpr int OtherVendor = 5;
+constexpr int otherVendor = 5;
 
-// The order matters in the lists below: shorter names are contained in longer ones.
+// Order matters in the lists below, because some names contain others.
 constexpr Code intelModels[] = {
     {"486", 1},        {"Pentium Pro", 2}, {"Pentium IIII", 6},
     {"Pentium IV", 6}, {"Pentium 4", 6},   {"Pentium III", 4},
@@ -51,17 +51,17 @@ std::optional<int> FirstContained(const char* line, std::span<const Code> codes)
     return std::nullopt;
 }
 
-// The text behind `key` where the line begins with it, in any case; otherwise null.
-char* Behind(const char* key, char* line) {
+// Returns the text after `key` if the line starts with it in upper or lower case, otherwise null.
+char* TextAfter(const char* key, char* line) {
     const size_t length = std::strlen(key);
     return strncasecmp(line, key, length) == 0 ? line + length : nullptr;
 }
 
-// The next word that is not a lone colon; `text` as strtok takes it.
+// Returns the next word that is not ":". `text` is the argument of strtok.
 const char* NextWord(char* text) {
-    const char* word = std::strtok(text, Blanks);
+    const char* word = std::strtok(text, whitespace);
     while (word != nullptr && std::strcmp(word, ":") == 0)
-        word = std::strtok(nullptr, Blanks);
+        word = std::strtok(nullptr, whitespace);
     return word;
 }
 
@@ -70,10 +70,10 @@ int VendorCode(const char* name) {
         if (strcasecmp(name, vendor.text) == 0)
             return vendor.code;
     }
-    return OtherVendor;
+    return otherVendor;
 }
 
-// Kept: value and unit carry over from one stanza to the next.
+// Compatibility: value and unit carry over to the next stanza.
 struct CacheSize {
     int value = -1;
     int unit = 1;
@@ -95,23 +95,24 @@ struct CacheSize {
     }
 };
 
-// In 32-bit arithmetic.
+// Wraps around at 32 bits.
 int Kilobytes(const CacheSize& size) {
     return static_cast<int>(static_cast<unsigned int>(size.value) *
                             static_cast<unsigned int>(size.unit));
 }
 
-constexpr double Third = 33.33333;  // kept at this precision, not a third of 100
-constexpr double Half = 50.0;
-constexpr double TooLarge = 2e9;  // keeps every conversion to int defined; infinity is above it
+// Compatibility: this precision decides where results change. It is not 100 / 3.
+constexpr double third = 33.33333;
+constexpr double half = 50.0;
+constexpr double tooLarge = 2e9;  // keeps every conversion to int defined
 
-int Truncated(double figure) {
-    return static_cast<int>(figure);
+int Truncate(double value) {
+    return static_cast<int>(value);
 }
 
-int OnGridOfTens(double figure) {
-    const int tens = Truncated(figure / 10);
-    const int rest = Truncated(figure - tens * 10.0);
+int OnGridOfTens(double clock) {
+    const int tens = Truncate(clock / 10);
+    const int rest = Truncate(clock - tens * 10.0);
     return 10 * tens + (rest > 5 ? 10 : 0);
 }
 
@@ -120,8 +121,8 @@ int OnGridOfHalves(int halves, int rest) {
 }
 
 int OnGridOfThirds(int thirds, int rest) {
-    // The addend makes up for the precision of the grid.
-    const int base = Truncated(static_cast<double>(static_cast<float>(thirds)) * Third + 0.1);
+    // The addend compensates for the precision of the grid.
+    const int base = Truncate(static_cast<double>(static_cast<float>(thirds)) * third + 0.1);
     if (rest <= 16)
         return base;
     return base + 33 + (base % 100 == 66 ? 1 : 0);
@@ -135,23 +136,23 @@ bool NearerToThirds(int restOfThird, int restOfHalf) {
     return toNextThird <= restOfHalf && toNextThird <= toNextHalf;
 }
 
-// Moves the megahertz that `text` names onto one of two grids: the multiples of 33.33333 MHz, or
-// those of 50 MHz (below 100 MHz: of 10 MHz). Nothing for a result below 0 and for a figure that is
-// not finite or too large for an int.
+// Moves the clock in `text`, in MHz, onto one of two grids: multiples of 33.33333 MHz or of 50 MHz
+// (below 100 MHz: of 10 MHz). Returns nothing for a negative result and for a clock that is not
+// finite or is too large for an int.
 std::optional<int> NominalClock(const char* text) {
-    // Kept: a word that is no number counts as 0.
-    const double figure = std::strtod(text, nullptr);
-    // Written so that a NaN fails it too.
-    if (!(figure > -TooLarge && figure < TooLarge))
+    // Compatibility: a word that is not a number is 0.
+    const double clock = std::strtod(text, nullptr);
+    // NaN is out of range too.
+    if (!(clock > -tooLarge && clock < tooLarge))
         return std::nullopt;
-    if (figure < 100) {
-        const int tens = OnGridOfTens(figure);
+    if (clock < 100) {
+        const int tens = OnGridOfTens(clock);
         return tens >= 0 ? std::optional(tens) : std::nullopt;
     }
-    const int thirds = Truncated(figure / Third);
-    const int halves = Truncated(figure / Half);
-    const int restOfThird = Truncated(figure - thirds * Third);
-    const int restOfHalf = Truncated(figure - halves * Half);
+    const int thirds = Truncate(clock / third);
+    const int halves = Truncate(clock / half);
+    const int restOfThird = Truncate(clock - thirds * third);
+    const int restOfHalf = Truncate(clock - halves * half);
     return NearerToThirds(restOfThird, restOfHalf) ? OnGridOfThirds(thirds, restOfThird)
                                                    : OnGridOfHalves(halves, restOfHalf);
 }
@@ -159,8 +160,8 @@ std::optional<int> NominalClock(const char* text) {
 }  // namespace
 
 int procCPU() {
-    return hx::FirstAnswer(CpuInfo, {}, [](char* line) -> std::optional<int> {
-        const char* key = std::strtok(line, Blanks);
+    return hx::FirstAnswer(cpuInfo, {}, [](char* line) -> std::optional<int> {
+        const char* key = std::strtok(line, whitespace);
         if (key == nullptr || strcasecmp(key, "vendor_id") != 0)
             return std::nullopt;
         const char* name = NextWord(nullptr);
@@ -169,8 +170,8 @@ int procCPU() {
 }
 
 int procCPUModel(int vendor) {
-    return hx::FirstAnswer(CpuInfo, {}, [vendor](char* line) -> std::optional<int> {
-        if (Behind("model name", line) == nullptr)
+    return hx::FirstAnswer(cpuInfo, {}, [vendor](char* line) -> std::optional<int> {
+        if (TextAfter("model name", line) == nullptr)
             return std::nullopt;
         if (vendor == 1)
             return FirstContained(line, intelModels);
@@ -187,8 +188,8 @@ int procVersion() {
 
 int procCacheSize() {
     CacheSize size;
-    return hx::FirstAnswer(CpuInfo, {}, [&size](char* line) -> std::optional<int> {
-        char* rest = Behind("cache size", line);
+    return hx::FirstAnswer(cpuInfo, {}, [&size](char* line) -> std::optional<int> {
+        char* rest = TextAfter("cache size", line);
         if (rest == nullptr)
             return std::nullopt;
         for (const char* word = NextWord(rest); word != nullptr; word = NextWord(nullptr))
@@ -198,12 +199,12 @@ int procCacheSize() {
 }
 
 int procCPUMhz() {
-    return hx::FirstAnswer(CpuInfo, {.unreadable = 0, .none = -1}, [](char* line) {
+    return hx::FirstAnswer(cpuInfo, {.unreadable = 0, .none = -1}, [](char* line) {
         std::optional<int> clock;
-        char* rest = Behind("cpu MHz", line);
+        char* rest = TextAfter("cpu MHz", line);
         if (rest == nullptr)
             return clock;
-        // The last word stands, also when it gives no figure.
+        // The last word decides, even if it has no usable value.
         for (const char* word = NextWord(rest); word != nullptr; word = NextWord(nullptr))
             clock = NominalClock(word);
         return clock;

@@ -1,4 +1,4 @@
-// A /proc file as a list of lines.
+// Reads a /proc file as a list of lines.
 #pragma once
 
 #include <unistd.h>
@@ -17,8 +17,8 @@ struct FreeLines {
 };
 using StoredLines = std::unique_ptr<char*, FreeLines>;
 
-// The lines of `path`, or null when it cannot be read. An unreadable file is told on stdout, one
-// that fails to open after all on stderr: callers of the probes rely on the two streams.
+// Returns the lines of `path`, or null if it cannot be read. Compatibility: reports an unreadable
+// file on standard output, but a failing fopen on standard error.
 inline StoredLines StoreProcFile(const char* path) {
     if (access(path, R_OK) != 0) {
         std::printf("Corvane/install: can't read \"%s\"\n", path);
@@ -33,11 +33,11 @@ inline StoredLines StoreProcFile(const char* path) {
 }
 
 struct Fallback {
-    int unreadable = 0;  // the file cannot be read
-    int none = 0;        // no line gives an answer
+    int unreadable = 0;  // for a file that cannot be read
+    int none = 0;        // for a file without a suitable line
 };
 
-// Hands the lines of `path` to `visit`, which may write to them, until it gives an answer.
+// Calls `visit` with each line of `path` until it returns a value. `visit` can modify the line.
 template <typename Visit>
 int FirstAnswer(const char* path, const Fallback& fallback, Visit visit) {
     const StoredLines lines = StoreProcFile(path);

@@ -1,4 +1,4 @@
-/* How much machine there is: processors and memory. All four functions are stateless. */
+/* Number of processors and size of the memory. All functions can be called from any thread. */
 #ifndef HX_CPU_MEMORY_H
 #define HX_CPU_MEMORY_H
 
@@ -8,26 +8,31 @@
 extern "C" {
 #endif
 
-/* Stores the number of configured (not only online) logical processors in *count and returns 0.
- * Where the system cannot tell, -1 is stored, as an unsigned value, and the result is still 0.
- * A null `count` gives -1. A non-zero `verbose` traces the figure on stderr. */
+/* Stores the number of configured logical processors in *count and returns 0. Configured means
+ * online or not. Stores -1 as an unsigned value and still returns 0 if the system does not know the
+ * number. Returns -1 if `count` is null. If `verbose` is not 0, prints the number on stderr. */
 HX_EXPORT int hx_cpu_logical_count(unsigned int* count, int verbose);
 
-/* Stores the number of processor cores in *count and returns 0. The figure comes from
- * /proc/cpuinfo: each package counts the "cpu cores" of its first stanza once, a stanza without a
- * package counts for itself, and the sum is never above the configured logical processors, which
- * also serve where the file lists none. At most 1024 stanzas are read.
- * Returns -1 for a null `count`, and, with *count set to 0 and a line on stderr, when the file
- * cannot be opened. A non-zero `verbose` traces the figures on stderr.
- * Each stanza's record of 16 bytes stays allocated. */
+/* Stores the number of processor cores in *count and returns 0.
+ *
+ * The source is /proc/cpuinfo: each package counts once, with the "cpu cores" value of its first
+ * stanza. A stanza without a package counts by itself. The result is at most the number of
+ * configured logical processors, which is also the result if the file lists no processor. Reads at
+ * most 1024 stanzas.
+ *
+ * Returns -1 if `count` is null. If the file cannot be opened, prints an error on stderr, stores 0,
+ * and returns -1. If `verbose` is not 0, prints the numbers on stderr.
+ * Does not free its records of 16 bytes per stanza. */
 HX_EXPORT int hx_cpu_count(unsigned int* count, int verbose);
 
-/* The number of configured processors. Where the system cannot tell, the answer is 1 if
- * /proc/cpuinfo lists any processor or cannot be read, and 0 if it lists none. */
+/* Returns the number of configured processors. If the system does not know it, returns 1 if
+ * /proc/cpuinfo lists a processor or cannot be read, and 0 if it lists none. Prints an error on
+ * stdout for an unreadable file, or on stderr for a failing fopen. */
 HX_EXPORT int procNCPU(void);
 
-/* Physical memory in megabytes (2^20 bytes), rounded down, from sysconf or else from the MemTotal
- * line of /proc/meminfo; -1 when neither tells. */
+/* Returns the physical memory in megabytes (2^20 bytes), rounded down. The source is sysconf, or
+ * else the MemTotal line of /proc/meminfo. Returns -1 if neither has a value; prints an error like
+ * procNCPU if the file cannot be read. */
 HX_EXPORT int procRAM(void);
 
 #ifdef __cplusplus
