@@ -4,7 +4,7 @@
 
 namespace {
 
-constexpr hx::ServiceTool InitTool = {.preferred = "/sbin/service",
+constexpr hx::ServiceTool initTool = {.preferred = "/sbin/service",
                                       .fallback = "/usr/sbin/service"};
 
 }  // namespace
@@ -14,20 +14,20 @@ CInitService::CInitService(QObject* parent) : QProcess(parent) {}
 CInitService::~CInitService() = default;
 
 int CInitService::Start(const QString& service) {
-    return hx::RunServiceTool(*this, InitTool, {service, QStringLiteral("start")}, hx::Wait::No);
+    return hx::RunServiceTool(*this, initTool, {service, QStringLiteral("start")}, hx::Wait::No);
 }
 
 int CInitService::Stop(const QString& service) {
-    return hx::RunServiceTool(*this, InitTool, {service, QStringLiteral("stop")},
+    return hx::RunServiceTool(*this, initTool, {service, QStringLiteral("stop")},
                               hx::Wait::ForTheEnd);
 }
 
 int CInitService::Restart(const QString& service) {
-    return hx::RunServiceTool(*this, InitTool, {service, QStringLiteral("restart")},
+    return hx::RunServiceTool(*this, initTool, {service, QStringLiteral("restart")},
                               hx::Wait::ForTheEnd);
 }
 
 int CInitService::Status(const QString& service) {
-    return hx::RunServiceTool(*this, InitTool, {service, QStringLiteral("status")},
+    return hx::RunServiceTool(*this, initTool, {service, QStringLiteral("status")},
                               hx::Wait::ForTheEnd);
 }

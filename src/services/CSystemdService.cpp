@@ -4,7 +4,7 @@
 
 namespace {
 
-constexpr hx::ServiceTool SystemdTool = {.preferred = "/bin/systemctl",
+constexpr hx::ServiceTool systemdTool = {.preferred = "/bin/systemctl",
                                          .fallback = "/usr/bin/systemctl"};
 
 }  // namespace
@@ -14,20 +14,20 @@ CSystemdService::CSystemdService(QObject* parent) : QProcess(parent) {}
 CSystemdService::~CSystemdService() = default;
 
 int CSystemdService::Start(const QString& service) {
-    return hx::RunServiceTool(*this, SystemdTool, {QStringLiteral("start"), service}, hx::Wait::No);
+    return hx::RunServiceTool(*this, systemdTool, {QStringLiteral("start"), service}, hx::Wait::No);
 }
 
 int CSystemdService::Stop(const QString& service) {
-    return hx::RunServiceTool(*this, SystemdTool, {QStringLiteral("stop"), service},
+    return hx::RunServiceTool(*this, systemdTool, {QStringLiteral("stop"), service},
                               hx::Wait::ForTheEnd);
 }
 
 int CSystemdService::Restart(const QString& service) {
-    return hx::RunServiceTool(*this, SystemdTool, {QStringLiteral("restart"), service},
+    return hx::RunServiceTool(*this, systemdTool, {QStringLiteral("restart"), service},
                               hx::Wait::ForTheEnd);
 }
 
 int CSystemdService::Status(const QString& service) {
-    return hx::RunServiceTool(*this, SystemdTool, {QStringLiteral("status"), service},
+    return hx::RunServiceTool(*this, systemdTool, {QStringLiteral("status"), service},
                               hx::Wait::ForTheEnd);
 }

@@ -4,7 +4,7 @@
 
 namespace {
 
-constexpr int ToolNotFound = 127;
+constexpr int toolNotFound = 127;
 
 const char* PathOf(const hx::ServiceTool& tool) {
     for (const char* path : {tool.preferred, tool.fallback}) {
@@ -20,7 +20,7 @@ int hx::RunServiceTool(QProcess& process, const ServiceTool& tool, const QString
                        Wait wait) {
     const char* path = PathOf(tool);
     if (path == nullptr)
-        return ToolNotFound;
+        return toolNotFound;
     process.start(QString::fromUtf8(path), arguments, QIODeviceBase::ReadWrite);
     if (wait == Wait::ForTheEnd)
         process.waitForFinished(-1);

@@ -1,4 +1,4 @@
-// What the service controllers share: find the tool, start it, wait for its end or not.
+// Finds and runs the command-line tool of a service controller.
 #pragma once
 
 #include <QProcess>
@@ -6,7 +6,7 @@
 
 namespace hx {
 
-// The two places of a tool; the first that exists is taken, whether it may be run or not.
+// The two possible paths of a tool.
 struct ServiceTool {
     const char* preferred;
     const char* fallback;
@@ -14,8 +14,9 @@ struct ServiceTool {
 
 enum class Wait { ForTheEnd, No };
 
-// Runs the tool as `process` and returns its exit code: 127, without starting anything, when the
-// tool is in neither place.
+// Starts the first path that exists as `process` and returns its exit status. Returns 127 without
+// starting a process if neither path exists. With Wait::No, the result is that of a process that
+// has just started, which is 0.
 int RunServiceTool(QProcess& process, const ServiceTool& tool, const QStringList& arguments,
                    Wait wait);
 
