@@ -10,7 +10,7 @@
 
 namespace {
 
-// A port that the URL spells out is told, also when it is the scheme's own.
+// Includes a port that the URL contains, even the default port of the scheme.
 QByteArray HostHeader(const QUrl& url) {
     QString value = url.host(QUrl::FullyDecoded);
     if (const int port = url.port(-1); port != -1)
@@ -66,12 +66,12 @@ void CHttpCLI::OnRequestFinished(QNetworkReply* reply) {
     if (m_cancelled) {
         m_eventLoop->exit(1);
     } else {
-        // Also of a reply that failed: the server's page tells why.
+        // A failed reply can contain an error page.
         m_data = reply->readAll();
         m_eventLoop->exit(reply->error() == QNetworkReply::NoError ? 0 : 1);
     }
     m_reply = nullptr;
 }
 
-// The signal is connected, and progress is deliberately not shown.
+// Compatibility: connected, but progress is not shown.
 void CHttpCLI::OnUpdateDownloadProgress(qint64 /*bytesReceived*/, qint64 /*bytesTotal*/) {}

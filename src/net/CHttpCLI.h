@@ -1,4 +1,4 @@
-// Fetches a URL into memory, for console programs.
+// Downloads a URL into memory, for console programs.
 #pragma once
 
 #include <QByteArray>
@@ -11,47 +11,46 @@ class QEventLoop;
 class QNetworkAccessManager;
 class QNetworkReply;
 
-// One GET request at a time, in the caller's event loop: construct with the loop, call
-// downloadFile, run the loop, and take the loop's result 0 to mean that m_data holds the body. The
-// result is 1 when the transfer, the server or the certificate failed and when the download was
-// cancelled; m_data then holds what came of the body, such as the page of a 404, and after a cancel
-// what it held before. Redirects are followed as QNetworkRequest does by default. There is no
-// message, no retry and no time-out: a loop that runs without a download in flight never ends.
+// Runs one GET request in the event loop of the caller. Construct the client with a loop, call
+// downloadFile, and run the loop. The loop ends with 0 if m_data contains the body. It ends with 1
+// for a network error, an HTTP error, an unknown certificate, and a canceled download. m_data then
+// contains the received part of the body, such as an error page; a canceled download does not
+// change it. Redirects follow the default of QNetworkRequest. Prints no message, does not retry,
+// and has no timeout: without a download in flight, the loop runs indefinitely.
 //
-// To cancel, invoke the slot cancelDownload by name, from a timer or through QMetaObject. Do so
-// while the loop runs: a cancel before it ends the request while there is no loop to end, and the
-// loop that is run afterwards waits for ever.
+// To cancel, invoke the slot cancelDownload by name, from a timer or with QMetaObject. Cancel only
+// while the loop runs. Before that, there is no loop to end, and a later exec() never returns.
 //
-// One thread. The loop must not be null and must outlive the download. The order of the fields is
-// the library's binary interface.
+// Use from one thread. The loop must not be null and must outlive the download. The order of the
+// fields is part of the binary interface.
 class HX_EXPORT CHttpCLI : public QObject {
     Q_OBJECT
     Q_MOC_INCLUDE(<QNetworkReply>)
 
 public:
-    // With `useProxy` every request goes through the HTTP proxy `proxyHost`:`proxyPort`, without a
-    // user name; without it the two are not looked at and Qt's own proxy setting holds.
+    // With `useProxy`, requests go through the HTTP proxy `proxyHost`:`proxyPort`, without a user
+    // name. Otherwise both arguments are ignored and the proxy settings of Qt apply.
     CHttpCLI(QString url, bool useProxy, QString proxyHost, int proxyPort, QEventLoop* loop,
              QObject* parent = nullptr);
 
-    // A reply in flight is not aborted but deleted with the object: the loop is not ended.
+    // Deletes a reply in flight without aborting it. Does not end the loop.
     ~CHttpCLI() override;
 
-    // Starts fetching m_url and returns. A download in flight is not stopped: its end is passed
-    // over, and only the newest one ends the loop.
+    // Starts to download m_url and returns. Does not stop a download in flight, but ignores its
+    // result: only the latest download ends the loop.
     Q_SLOT void downloadFile();
 
 private Q_SLOTS:
-    // Ends the download in flight; the loop ends with 1. Without one it does nothing.
+    // Aborts the download in flight, which ends the loop with 1.
     void cancelDownload();
     void OnRequestFinished(QNetworkReply* reply);
     void OnUpdateDownloadProgress(qint64 bytesReceived, qint64 bytesTotal);
 
 public:
-    QString m_url;                               // what to fetch
-    QEventLoop* m_eventLoop = nullptr;           // the caller's, to be ended
-    bool m_cancelled = false;                    // cancelled since the last downloadFile
+    QString m_url;                               // the URL to download
+    QEventLoop* m_eventLoop = nullptr;           // not owned
+    bool m_cancelled = false;                    // canceled since the last downloadFile
     QByteArray m_data;                           // the body of the last finished reply
-    QNetworkAccessManager* m_manager = nullptr;  // a child of this object
-    QNetworkReply* m_reply = nullptr;            // the reply in flight
+    QNetworkAccessManager* m_manager = nullptr;  // child of this object
+    QNetworkReply* m_reply = nullptr;            // the reply in flight, or null
 };
