@@ -1,15 +1,11 @@
-#include "FakeMachine.h"
+#include "probes/FakeMachine.h"
 
 #include <sys/stat.h>
 
 #include <cstdio>
 #include <cstdlib>
 
-#include "probes/cpu_memory.h"
-
 namespace {
-
-constexpr const char* ProcessorList = "/sys/devices/system/cpu/possible";
 
 void AppendEntry(std::string& list, const std::string& entry) {
     list += (list.empty() ? "" : ",") + entry;
@@ -17,34 +13,26 @@ void AppendEntry(std::string& list, const std::string& entry) {
 
 }  // namespace
 
-FakeMachine& FakeMachine::Bind(const std::string& path, const std::string& text, mode_t mode) {
-    std::string file = m_dir / std::to_string(m_world.binds.size());
+FakeMachine& FakeMachine::File(const std::string& path, const std::string& text, mode_t mode) {
+    const std::string file = m_dir / std::to_string(m_world.binds.size());
     hx_test::WriteFile(file, text);
     chmod(file.c_str(), mode);
     m_world.binds.emplace_back(file, path);
     return *this;
 }
 
-FakeMachine& FakeMachine::CpuInfo(const std::string& text, mode_t mode) {
-    return Bind("/proc/cpuinfo", text, mode);
-}
-
-FakeMachine& FakeMachine::MemInfo(const std::string& text, mode_t mode) {
-    return Bind("/proc/meminfo", text, mode);
-}
-
 FakeMachine& FakeMachine::ReadErrorIn(const std::string& path) {
-    // Nothing is mapped at the address 0, where reading this file starts.
+    // Reading this file starts at address 0, where no memory is mapped.
     m_world.binds.emplace_back("/proc/self/mem", path);
     return *this;
 }
 
 FakeMachine& FakeMachine::Processors(int count) {
-    return Bind(ProcessorList, "0-" + std::to_string(count - 1) + "\n", 0644);
+    return File("/sys/devices/system/cpu/possible", "0-" + std::to_string(count - 1) + "\n");
 }
 
-FakeMachine& FakeMachine::Sysconf(int name, long long answer) {
-    AppendEntry(m_sysconf, std::to_string(name) + "=" + std::to_string(answer));
+FakeMachine& FakeMachine::Sysconf(int name, long long result) {
+    AppendEntry(m_sysconf, std::to_string(name) + "=" + std::to_string(result));
     return *this;
 }
 
@@ -58,7 +46,7 @@ hx_test::ProcessResult FakeMachine::Run(const std::function<void()>& body) const
         setenv("HX_TEST_SYSCONF", m_sysconf.c_str(), 1);
         setenv("HX_TEST_FAIL", m_fail.c_str(), 1);
         body();
-        // A leak checker at the end of the child asks the system too.
+        // A leak checker calls sysconf at the end of the child.
         unsetenv("HX_TEST_SYSCONF");
         unsetenv("HX_TEST_FAIL");
     });
@@ -68,23 +56,4 @@ bool ProcessorListIsRead() {
     FakeMachine machine;
     machine.Processors(77);
     return machine.Run([] { std::printf("%ld", sysconf(_SC_NPROCESSORS_CONF)); }).out == "77";
-}
-
-std::string Stanza(int processor, int physicalId, int coreId, int cpuCores) {
-    std::string text = "processor\t: " + std::to_string(processor) + "\nmodel name\t: Made up\n";
-    if (physicalId >= 0)
-        text += "physical id\t: " + std::to_string(physicalId) + "\n";
-    if (coreId >= 0)
-        text += "core id\t\t: " + std::to_string(coreId) + "\n";
-    if (cpuCores >= 0)
-        text += "cpu cores\t: " + std::to_string(cpuCores) + "\n";
-    return text + "\n";
-}
-
-hx_test::ProcessResult CountCores(const FakeMachine& machine, int verbose) {
-    return machine.Run([verbose] {
-        unsigned int count = 4711;
-        const int result = hx_cpu_count(&count, verbose);
-        std::printf("%d %d", result, static_cast<int>(count));
-    });
 }

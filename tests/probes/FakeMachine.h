@@ -1,4 +1,4 @@
-// A child process that sees the processors and the memory that a test makes up.
+// A child process that sees the processors and the memory chosen by a test.
 #pragma once
 
 #include <sys/types.h>
@@ -12,45 +12,42 @@
 
 class FakeMachine {
 public:
-    // The content of /proc/cpuinfo and /proc/meminfo, as files with this mode.
-    FakeMachine& CpuInfo(const std::string& text, mode_t mode = 0644);
-    FakeMachine& MemInfo(const std::string& text, mode_t mode = 0644);
+    // Replaces the content and the mode of a file of the system.
+    FakeMachine& File(const std::string& path, const std::string& text, mode_t mode = 0644);
+    FakeMachine& CpuInfo(const std::string& text, mode_t mode = 0644) {
+        return File("/proc/cpuinfo", text, mode);
+    }
+    FakeMachine& MemInfo(const std::string& text) { return File("/proc/meminfo", text); }
 
-    // Puts a file that opens, and then fails to be read, over `path`.
+    // Replaces `path` with a file that can be opened but not read.
     FakeMachine& ReadErrorIn(const std::string& path);
 
-    // Makes `count` processors configured, by the system's own list of them.
+    // Sets the number of configured processors, in the file of the system that lists them.
     FakeMachine& Processors(int count);
 
-    // Makes sysconf(name) answer this, and the named call fail ("fopen=13").
-    FakeMachine& Sysconf(int name, long long answer);
+    // Sets the result of sysconf(name).
+    FakeMachine& Sysconf(int name, long long result);
+
+    // Makes a call fail, such as "fopen=13".
     FakeMachine& Fail(const std::string& call);
 
-    // Runs `body` there, as a user without capabilities, so that file modes count.
+    // Runs `body` in the child, as a user without capabilities, so that file modes apply.
     hx_test::ProcessResult Run(const std::function<void()>& body) const;
 
 private:
-    FakeMachine& Bind(const std::string& path, const std::string& text, mode_t mode);
-
     hx_test::TempDir m_dir;
     hx_test::World m_world{.identity = hx_test::World::Identity::User};
     std::string m_sysconf;
     std::string m_fail;
 };
 
-// False where the C library does not count processors by the list that Processors() replaces.
+// Returns false if the C library does not read the file that Processors() replaces.
 bool ProcessorListIsRead();
 
-// "cpu_record" stanzas as /proc/cpuinfo has them; a negative number leaves the line out.
-std::string Stanza(int processor, int physicalId, int coreId, int cpuCores);
-
-// What hx_cpu_count(&count, verbose) did: stdout holds "result count", the count as signed.
-hx_test::ProcessResult CountCores(const FakeMachine& machine, int verbose = 0);
-
-// Stands at the start of tests that need the fakes.
-#define HX_REQUIRE_FAKE_MACHINE()                                                             \
-    do {                                                                                      \
-        HX_REQUIRE_NAMESPACES();                                                              \
-        if (!ProcessorListIsRead())                                                           \
-            GTEST_SKIP() << "this C library counts processors by something else than a list"; \
+// Skips a test that needs Processors().
+#define HX_REQUIRE_FAKE_MACHINE()                                                    \
+    do {                                                                             \
+        HX_REQUIRE_NAMESPACES();                                                     \
+        if (!ProcessorListIsRead())                                                  \
+            GTEST_SKIP() << "this C library does not count processors by that file"; \
     } while (false)

@@ -1,70 +1,64 @@
-// Every identity probe where its file cannot be read.
+// Probes that cannot read their /proc file.
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <filesystem>
+#include <cstdio>
 #include <functional>
 #include <string>
-#include <vector>
 
-#include "harness/Child.h"
-#include "harness/TempDir.h"
+#include "probes/FakeMachine.h"
+#include "probes/cpu_memory.h"
 #include "probes/processor_identity.h"
 
 namespace {
-
-using hx_test::World;
 
 struct Probe {
     const char* name;
     const char* file;
     std::function<int()> call;
+    int result;
 };
 
-const std::vector<Probe> probes = {
-    {"procCPU", "/proc/cpuinfo", procCPU},
-    {"procCPUModel", "/proc/cpuinfo", [] { return procCPUModel(1); }},
-    {"procVersion", "/proc/version", procVersion},
-    {"procCacheSize", "/proc/cpuinfo", procCacheSize},
-    {"procCPUMhz", "/proc/cpuinfo", procCPUMhz}};
+const Probe probes[] = {{"procCPU", "/proc/cpuinfo", procCPU, 0},
+                        {"procCPUModel", "/proc/cpuinfo", [] { return procCPUModel(1); }, 0},
+                        {"procVersion", "/proc/version", procVersion, 0},
+                        {"procCacheSize", "/proc/cpuinfo", procCacheSize, 0},
+                        {"procCPUMhz", "/proc/cpuinfo", procCPUMhz, 0},
+                        {"procNCPU", "/proc/cpuinfo", procNCPU, 1},
+                        {"procRAM", "/proc/meminfo", procRAM, -1}};
 
 class UnreadableFile : public testing::TestWithParam<Probe> {
 protected:
-    void SetUp() override { HX_REQUIRE_NAMESPACES(); }
-
-    // What the probe prints in `world`; its result must be 0.
-    static hx_test::ProcessResult ResultIsZero(const World& world) {
-        const hx_test::ProcessResult child =
-            hx_test::RunInChild(world, [] { EXPECT_EQ(GetParam().call(), 0); });
-        EXPECT_EQ(child.status, 0) << child.out;
-        return child;
+    void SetUp() override {
+        HX_REQUIRE_NAMESPACES();
+        // Otherwise two probes do not read their file.
+        m_machine.Sysconf(_SC_NPROCESSORS_CONF, 0).Sysconf(_SC_PHYS_PAGES, -1);
     }
+
+    void ExpectOutput(const std::string& out, const std::string& err) {
+        const auto child = m_machine.Run([] {
+            const int result = GetParam().call();
+            std::printf("%d", result);
+        });
+        EXPECT_EQ(child.out, out + std::to_string(GetParam().result));
+        EXPECT_EQ(child.err, err);
+    }
+
+    FakeMachine m_machine;
 };
 
-TEST_P(UnreadableFile, IsToldOnStdout) {
-    const hx_test::TempDir directory;
-    hx_test::WriteFile(directory / "file", "");
-    std::filesystem::permissions(directory / "file", std::filesystem::perms::none);
-    const auto said = ResultIsZero(
-        {.identity = World::Identity::User, .binds = {{directory / "file", GetParam().file}}});
-    EXPECT_EQ(said.out, std::string("Corvane/install: can't read \"") + GetParam().file + "\"\n");
-    EXPECT_EQ(said.err, "");
+TEST_P(UnreadableFile, IsReportedOnStdout) {
+    m_machine.File(GetParam().file, "", 0);
+    ExpectOutput(std::string("Corvane/install: can't read \"") + GetParam().file + "\"\n", "");
 }
 
-TEST_P(UnreadableFile, ThatFailsToOpenAllTheSameIsToldOnStderr) {
-    setenv("HX_TEST_FAIL", "fopen=24", 1);
-    const auto said = ResultIsZero({.identity = World::Identity::Root});
-    unsetenv("HX_TEST_FAIL");
-    EXPECT_EQ(said.out, "");
-    EXPECT_EQ(said.err, "Corvane/install: Too many open files\n");
+TEST_P(UnreadableFile, IsReportedOnStderrWhenOnlyOpeningFails) {
+    m_machine.File(GetParam().file, "").Fail("fopen=24");
+    ExpectOutput("", "Corvane/install: Too many open files\n");
 }
 
-// The memory of a process opens well and fails to be read from its start.
-TEST_P(UnreadableFile, ThatFailsLaterIsNotToldAtAll) {
-    const auto said = ResultIsZero(
-        {.identity = World::Identity::Root, .binds = {{"/proc/self/mem", GetParam().file}}});
-    EXPECT_EQ(said.out, "");
-    EXPECT_EQ(said.err, "");
+TEST_P(UnreadableFile, IsNotReportedAfterReadError) {
+    m_machine.ReadErrorIn(GetParam().file);
+    ExpectOutput("", "");
 }
 
 INSTANTIATE_TEST_SUITE_P(Probes, UnreadableFile, testing::ValuesIn(probes),
