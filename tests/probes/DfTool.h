@@ -1,14 +1,14 @@
-// A df of the test's own, found before the system's.
+// Runs CDfProcess with a df tool that a test provides.
 #pragma once
 
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <string>
 
 #include "harness/TempDir.h"
+#include "probes/CDfProcess.h"
 
 namespace hx_test {
 
@@ -18,22 +18,24 @@ protected:
 
     void UsePath(const std::string& path) { setenv("PATH", path.c_str(), 1); }
 
-    // Makes a df of this shell script, the first in PATH.
-    void MakeDf(const std::string& script) {
-        WriteFile(m_dir / "df", "#!/bin/sh\n" + script + "\n");
+    // Creates a df from this shell script, or from a script with its own interpreter line. It
+    // becomes the first df in PATH.
+    void CreateDf(const std::string& script, const std::string& interpreter = "/bin/sh") {
+        WriteFile(m_dir / "df", "#!" + interpreter + "\n" + script + "\n");
         std::filesystem::permissions(m_dir / "df", std::filesystem::perms(0755));
         UsePath(m_dir.path().string() + ":" + m_path);
     }
 
-    double Seconds() const {
-        return std::chrono::duration<double>(std::chrono::steady_clock::now() - m_start).count();
+    static int Measure(const QString& path = QStringLiteral("/tmp")) {
+        CDfProcess df;
+        df.Run(path);
+        return df.TotalAvailable();
     }
 
     TempDir m_dir;
 
 private:
     const std::string m_path = std::getenv("PATH");
-    const std::chrono::steady_clock::time_point m_start = std::chrono::steady_clock::now();
 };
 
 }  // namespace hx_test
