@@ -1,4 +1,4 @@
-// The controllers with a real systemd, a real unit and a real init script, on a throwaway machine.
+// The service controllers with real units and init scripts on a throwaway machine.
 #include <gtest/gtest.h>
 
 #include <functional>
@@ -15,8 +15,8 @@ namespace {
 using hx_test::ThrowawayMachine;
 using hx_test::WriteFile;
 
-constexpr int NotRunning = 3;  // what both tools answer for a stopped service
-constexpr int NoSuchUnit = 4;
+constexpr int stopped = 3;  // the exit status of both tools for a stopped service
+constexpr int unknownUnit = 4;
 
 const char* const goodUnit = R"([Service]
 ExecStart=/bin/sleep infinity
@@ -34,7 +34,7 @@ const char* const initScript = R"sh(#!/bin/sh
 # Required-Stop:
 # Default-Start:     2 3 4 5
 # Default-Stop:      0 1 6
-# Short-Description: a service of a test
+# Short-Description: test service
 ### END INIT INFO
 pidfile=/run/hx-script.pid
 case "$1" in
@@ -47,7 +47,7 @@ case "$1" in
 esac
 )sh";
 
-class ServicesOnAMachine : public testing::Test {
+class ServicesOnMachine : public testing::Test {
 protected:
     static void SetUpTestSuite() {
         if (!ThrowawayMachine::Hindrance().empty())
@@ -91,10 +91,10 @@ void Start(const char* name) {
     EXPECT_TRUE(service.waitForFinished(-1));
 }
 
-TEST_F(ServicesOnAMachine, AUnitIsStartedAskedRestartedAndStopped) {
+TEST_F(ServicesOnMachine, ControlUnit) {
     const std::string unit = "hx-good";
     Inside([] {
-        EXPECT_EQ(CSystemdService().Status("hx-good"), NotRunning);
+        EXPECT_EQ(CSystemdService().Status("hx-good"), stopped);
         Start<CSystemdService>("hx-good");
         EXPECT_EQ(CSystemdService().Status("hx-good"), 0);
     });
@@ -109,34 +109,34 @@ TEST_F(ServicesOnAMachine, AUnitIsStartedAskedRestartedAndStopped) {
     Inside([] {
         CSystemdService service;
         EXPECT_EQ(service.Stop("hx-good"), 0);
-        EXPECT_EQ(service.Status("hx-good"), NotRunning);
+        EXPECT_EQ(service.Status("hx-good"), stopped);
     });
     EXPECT_EQ(Property(unit, "ActiveState"), "inactive\n");
 }
 
-TEST_F(ServicesOnAMachine, AUnitThatFailsToStartIsToldByStatusOnly) {
+TEST_F(ServicesOnMachine, ReportFailedUnitOnlyInStatus) {
     Inside([] {
         CSystemdService starter;
         EXPECT_EQ(starter.Start("hx-failing"), 0);
         EXPECT_TRUE(starter.waitForFinished(-1));
-        EXPECT_EQ(CSystemdService().Status("hx-failing"), NotRunning);
+        EXPECT_EQ(CSystemdService().Status("hx-failing"), stopped);
         EXPECT_EQ(CSystemdService().Restart("hx-failing"), 1);
     });
     EXPECT_EQ(Property("hx-failing", "ActiveState"), "failed\n");
 }
 
-TEST_F(ServicesOnAMachine, AnUnknownUnitHasAStatusOfItsOwn) {
+TEST_F(ServicesOnMachine, ReturnStatus4ForUnknownUnit) {
     Inside([] {
-        EXPECT_EQ(CSystemdService().Status("hx-nowhere"), NoSuchUnit);
+        EXPECT_EQ(CSystemdService().Status("hx-nowhere"), unknownUnit);
         EXPECT_NE(CSystemdService().Stop("hx-nowhere"), 0);
     });
 }
 
-TEST_F(ServicesOnAMachine, AnInitScriptIsStartedAskedRestartedAndStopped) {
+TEST_F(ServicesOnMachine, ControlInitScript) {
     if (s_machine->Run({"test", "-e", "/sbin/service"}).status != 0)
         GTEST_SKIP() << "the service command is not installed";
     Inside([] {
-        EXPECT_EQ(CInitService().Status("hx-script"), NotRunning);
+        EXPECT_EQ(CInitService().Status("hx-script"), stopped);
         Start<CInitService>("hx-script");
         EXPECT_EQ(CInitService().Status("hx-script"), 0);
     });
@@ -151,12 +151,12 @@ TEST_F(ServicesOnAMachine, AnInitScriptIsStartedAskedRestartedAndStopped) {
     Inside([] {
         CInitService service;
         EXPECT_EQ(service.Stop("hx-script"), 0);
-        EXPECT_EQ(service.Status("hx-script"), NotRunning);
+        EXPECT_EQ(service.Status("hx-script"), stopped);
     });
     EXPECT_NE(s_machine->Shell("kill -0 " + secondPid).status, 0);
 }
 
-TEST_F(ServicesOnAMachine, AnUnknownInitScriptFails) {
+TEST_F(ServicesOnMachine, FailForUnknownInitScript) {
     Inside([] { EXPECT_NE(CInitService().Status("hx-nowhere"), 0); });
 }
 

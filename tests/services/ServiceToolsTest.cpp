@@ -1,7 +1,11 @@
-// What the controllers start, with stand-ins for the tools.
+// What the service controllers run, with stand-ins for the tools in a root of their own.
 #include <gtest/gtest.h>
+#include <sys/mount.h>
 #include <unistd.h>
 
+#include <filesystem>
+#include <map>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -9,84 +13,91 @@
 #include "harness/TempDir.h"
 #include "services/CInitService.h"
 #include "services/CSystemdService.h"
-#include "services/SplitRoot.h"
 
 namespace {
 
-using hx_test::Recorded;
-using hx_test::RunInSplitRoot;
-using hx_test::StandIn;
-using hx_test::Tools;
+namespace fs = std::filesystem;
 using Lines = std::vector<std::string>;
+using Results = std::vector<int>;
 
-const Tools bothOfEach = {{"/bin/systemctl", StandIn::Recording},
-                          {"/usr/bin/systemctl", StandIn::Recording},
-                          {"/sbin/service", StandIn::Recording},
-                          {"/usr/sbin/service", StandIn::Recording}};
+// The scripts of the tools by path. An empty script creates a file that is not executable.
+using Tools = std::map<std::string, std::string>;
 
-// The child's expectations hold, and nothing was printed.
-void ExpectSilentSuccess(const hx_test::ProcessResult& child) {
-    EXPECT_EQ(child.status, 0) << child.out;
-    EXPECT_EQ(child.out, "");
-    EXPECT_EQ(child.err, "");
+// Records the path and the arguments on one line, such as "/bin/systemctl [stop] [name]".
+const std::string recording = R"sh(#!/shell/sh
+{ printf '%s' "$0"; printf ' [%s]' "$@"; echo; } >> /record
+)sh";
+const std::string failing = recording + "echo output; echo error >&2; exit 3\n";
+const std::string untilGo =
+    recording + "until [ -e /go ]; do read -r _ < /proc/uptime; done; exit 5\n";
+
+void Bind(const fs::path& what, const fs::path& over) {
+    fs::create_directories(over);
+    if (mount(what.c_str(), over.c_str(), nullptr, MS_BIND | MS_REC, nullptr) != 0)
+        FAIL() << "binding " << what << " over " << over;
+}
+
+// Provides what the stand-ins need, and a shell outside of the directories under test.
+void BindSystem(const fs::path& root) {
+    for (const char* directory : {"/lib", "/lib64", "/usr/lib", "/proc"}) {
+        if (fs::exists(directory))
+            Bind(fs::canonical(directory), root / fs::path(directory).relative_path());
+    }
+    fs::create_directories(root / "shell");
+    fs::copy_file(fs::canonical("/bin/sh"), root / "shell/sh");
+    fs::create_directories(root / "dev");
+    hx_test::WriteFile(root / "dev/null", "");
+    mount("/dev/null", (root / "dev/null").c_str(), nullptr, MS_BIND, nullptr);
+}
+
+void AddTools(const fs::path& root, const Tools& tools) {
+    for (const char* directory : {"bin", "sbin", "usr/bin", "usr/sbin"})
+        fs::create_directories(root / directory);
+    for (const auto& [path, script] : tools) {
+        const fs::path file = root / fs::path(path).relative_path();
+        hx_test::WriteFile(file, script);
+        fs::permissions(file, script.empty() ? fs::perms::owner_read : fs::perms::owner_all);
+    }
 }
 
 class Services : public testing::Test {
 protected:
     void SetUp() override { HX_REQUIRE_NAMESPACES(); }
+
+    // Runs `body` in a root with separate /bin and /usr/bin, /sbin and /usr/sbin. Expects no
+    // output.
+    static void WithTools(const Tools& tools, const std::function<void()>& body) {
+        const hx_test::TempDir directory;
+        const auto child = hx_test::RunInChild({.identity = hx_test::World::Identity::Root}, [&] {
+            const fs::path& root = directory.path();
+            ASSERT_EQ(mount("tmpfs", root.c_str(), "tmpfs", 0, nullptr), 0);
+            BindSystem(root);
+            AddTools(root, tools);
+            ASSERT_FALSE(HasFailure());
+            ASSERT_EQ(chroot(root.c_str()), 0);
+            ASSERT_EQ(chdir("/"), 0);
+            body();
+        });
+        EXPECT_EQ(child.status, 0) << child.out;
+        EXPECT_EQ(child.out, "");
+        EXPECT_EQ(child.err, "");
+    }
 };
 
-TEST_F(Services, SystemdIsHandedTheVerbThenTheName) {
-    ExpectSilentSuccess(RunInSplitRoot(bothOfEach, [] {
-        CSystemdService service;
-        EXPECT_EQ(service.Restart("corvane"), 0);
-        EXPECT_EQ(service.Stop("corvane"), 0);
-        EXPECT_EQ(service.Status("corvane"), 0);
-        EXPECT_EQ(Recorded(), (Lines{"/bin/systemctl", "restart", "corvane", "/bin/systemctl",
-                                     "stop", "corvane", "/bin/systemctl", "status", "corvane"}));
-    }));
+// The lines that the tools recorded.
+Lines Recorded() {
+    Lines lines;
+    std::istringstream text(hx_test::ReadFile("/record"));
+    for (std::string line; std::getline(text, line);)
+        lines.push_back(line);
+    return lines;
 }
 
-TEST_F(Services, InitIsHandedTheNameThenTheVerb) {
-    ExpectSilentSuccess(RunInSplitRoot(bothOfEach, [] {
-        CInitService service;
-        EXPECT_EQ(service.Restart("corvane"), 0);
-        EXPECT_EQ(service.Stop("corvane"), 0);
-        EXPECT_EQ(service.Status("corvane"), 0);
-        EXPECT_EQ(Recorded(), (Lines{"/sbin/service", "corvane", "restart", "/sbin/service",
-                                     "corvane", "stop", "/sbin/service", "corvane", "status"}));
-    }));
-}
-
-TEST_F(Services, StartHandsOverTheSameWords) {
-    ExpectSilentSuccess(RunInSplitRoot(bothOfEach, [] {
-        CSystemdService systemd;
-        EXPECT_EQ(systemd.Start("corvane"), 0);
-        EXPECT_TRUE(systemd.waitForFinished(-1));
-        CInitService init;
-        EXPECT_EQ(init.Start("corvane"), 0);
-        EXPECT_TRUE(init.waitForFinished(-1));
-        EXPECT_EQ(Recorded(), (Lines{"/bin/systemctl", "start", "corvane", "/sbin/service",
-                                     "corvane", "start"}));
-    }));
-}
-
-TEST_F(Services, ANameIsOneArgumentWhateverItHolds) {
-    ExpectSilentSuccess(RunInSplitRoot(bothOfEach, [] {
-        CSystemdService service;
-        EXPECT_EQ(service.Stop("two words"), 0);
-        EXPECT_EQ(service.Stop(QString::fromUtf8("größe;$(id)")), 0);
-        EXPECT_EQ(service.Stop(QString()), 0);
-        EXPECT_EQ(Recorded(), (Lines{"/bin/systemctl", "stop", "two words", "/bin/systemctl",
-                                     "stop", "größe;$(id)", "/bin/systemctl", "stop", ""}));
-    }));
-}
-
-// Calls all four operations one after the other.
+// The results of the four operations on one object.
 template <typename Service>
-std::vector<int> CallAll() {
+Results CallAll() {
     Service service;
-    std::vector<int> results = {service.Start("corvane")};
+    Results results = {service.Start("corvane")};
     service.waitForFinished(-1);
     results.push_back(service.Stop("corvane"));
     results.push_back(service.Restart("corvane"));
@@ -94,93 +105,88 @@ std::vector<int> CallAll() {
     return results;
 }
 
-// The recorded paths of the tool of this name.
-Lines CallsOf(const std::string& tool) {
-    Lines paths;
-    for (const std::string& line : Recorded()) {
-        if (line.ends_with("/" + tool))
-            paths.push_back(line);
-    }
-    return paths;
+void ExpectCalls(const std::string& systemctl, const std::string& service) {
+    EXPECT_EQ(CallAll<CSystemdService>(), Results(4, 0));
+    EXPECT_EQ(CallAll<CInitService>(), Results(4, 0));
+    Lines expected;
+    for (const char* verb : {"start", "stop", "restart", "status"})
+        expected.push_back(systemctl + " [" + verb + "] [corvane]");
+    for (const char* verb : {"start", "stop", "restart", "status"})
+        expected.push_back(service + " [corvane] [" + verb + "]");
+    EXPECT_EQ(Recorded(), expected);
 }
 
-TEST_F(Services, EveryOperationFallsBackToTheToolBelowUsr) {
-    const Tools onlyBelowUsr = {{"/usr/bin/systemctl", StandIn::Recording},
-                                {"/usr/sbin/service", StandIn::Recording}};
-    ExpectSilentSuccess(RunInSplitRoot(onlyBelowUsr, [] {
-        EXPECT_EQ(CallAll<CSystemdService>(), (std::vector<int>{0, 0, 0, 0}));
-        EXPECT_EQ(CallAll<CInitService>(), (std::vector<int>{0, 0, 0, 0}));
-        EXPECT_EQ(CallsOf("systemctl"), Lines(4, "/usr/bin/systemctl"));
-        EXPECT_EQ(CallsOf("service"), Lines(4, "/usr/sbin/service"));
-    }));
+TEST_F(Services, PreferToolsOutsideUsr) {
+    WithTools({{"/bin/systemctl", recording},
+               {"/usr/bin/systemctl", recording},
+               {"/sbin/service", recording},
+               {"/usr/sbin/service", recording}},
+              [] { ExpectCalls("/bin/systemctl", "/sbin/service"); });
 }
 
-TEST_F(Services, TheToolOutsideOfUsrWins) {
-    ExpectSilentSuccess(RunInSplitRoot(bothOfEach, [] {
-        CallAll<CSystemdService>();
-        CallAll<CInitService>();
-        EXPECT_EQ(CallsOf("systemctl"), Lines(4, "/bin/systemctl"));
-        EXPECT_EQ(CallsOf("service"), Lines(4, "/sbin/service"));
-    }));
+TEST_F(Services, FallBackToToolsInUsr) {
+    WithTools({{"/usr/bin/systemctl", recording}, {"/usr/sbin/service", recording}},
+              [] { ExpectCalls("/usr/bin/systemctl", "/usr/sbin/service"); });
 }
 
-TEST_F(Services, WithoutAToolEveryOperationGives127AndStartsNothing) {
-    // Each class has the other's tools only, and its own in the other's places.
-    const Tools wrong = {{"/bin/service", StandIn::Recording},
-                         {"/usr/bin/service", StandIn::Recording},
-                         {"/sbin/systemctl", StandIn::Recording},
-                         {"/usr/sbin/systemctl", StandIn::Recording}};
-    ExpectSilentSuccess(RunInSplitRoot(wrong, [] {
-        const std::vector<int> notFound(4, 127);
-        EXPECT_EQ(CallAll<CSystemdService>(), notFound);
-        EXPECT_EQ(CallAll<CInitService>(), notFound);
-        EXPECT_EQ(Recorded(), Lines{});
-        CInitService service;
-        service.Start("corvane");
-        EXPECT_EQ(service.state(), QProcess::NotRunning);
-        EXPECT_EQ(service.error(), QProcess::UnknownError);
-    }));
-}
-
-TEST_F(Services, AToolThatExistsIsTakenThoughItCannotBeRun) {
-    const Tools tools = {{"/bin/systemctl", StandIn::Unrunnable},
-                         {"/usr/bin/systemctl", StandIn::Recording}};
-    ExpectSilentSuccess(RunInSplitRoot(tools, [] {
+TEST_F(Services, PassNameAsOneArgument) {
+    WithTools({{"/bin/systemctl", recording}}, [] {
         CSystemdService service;
-        const int result = service.Stop("corvane");
-        EXPECT_EQ(result, service.exitCode());
-        EXPECT_NE(result, 127);
-        EXPECT_EQ(service.error(), QProcess::FailedToStart);
-        EXPECT_EQ(Recorded(), Lines{});
-    }));
+        for (const char* name : {"two words", "größe;$(id)", ""})
+            EXPECT_EQ(service.Stop(QString::fromUtf8(name)), 0);
+        EXPECT_EQ(Recorded(),
+                  (Lines{"/bin/systemctl [stop] [two words]", "/bin/systemctl [stop] [größe;$(id)]",
+                         "/bin/systemctl [stop] []"}));
+    });
 }
 
-const Tools failing = {{"/bin/systemctl", StandIn::Failing}, {"/sbin/service", StandIn::Failing}};
-
-TEST_F(Services, TheToolsStatusIsTheAnswerWithoutComment) {
-    ExpectSilentSuccess(RunInSplitRoot(failing, [] {
-        // A fresh object's Start gives 0, since it does not wait.
-        EXPECT_EQ(CallAll<CSystemdService>(), (std::vector<int>{0, 3, 3, 3}));
-        EXPECT_EQ(CallAll<CInitService>(), (std::vector<int>{0, 3, 3, 3}));
-    }));
+TEST_F(Services, Return127WithoutTool) {
+    // Each class finds only the tool of the other class, which is in its own directories.
+    WithTools({{"/bin/service", recording},
+               {"/usr/bin/service", recording},
+               {"/sbin/systemctl", recording},
+               {"/usr/sbin/systemctl", recording}},
+              [] {
+                  EXPECT_EQ(CallAll<CSystemdService>(), Results(4, 127));
+                  EXPECT_EQ(CallAll<CInitService>(), Results(4, 127));
+                  EXPECT_EQ(Recorded(), Lines{});
+                  CInitService service;
+                  service.Start("corvane");
+                  EXPECT_EQ(service.state(), QProcess::NotRunning);
+                  EXPECT_EQ(service.error(), QProcess::UnknownError);
+              });
 }
 
-TEST_F(Services, WhatTheToolSaysStaysUnread) {
-    ExpectSilentSuccess(RunInSplitRoot(failing, [] {
+TEST_F(Services, Return255ForUnrunnableToolExceptFromStart) {
+    WithTools({{"/bin/systemctl", ""},
+               {"/usr/bin/systemctl", recording},
+               {"/sbin/service", ""},
+               {"/usr/sbin/service", recording}},
+              [] {
+                  EXPECT_EQ(CallAll<CSystemdService>(), (Results{0, 255, 255, 255}));
+                  EXPECT_EQ(CallAll<CInitService>(), (Results{0, 255, 255, 255}));
+                  EXPECT_EQ(Recorded(), Lines{});
+                  CSystemdService service;
+                  service.Stop("corvane");
+                  EXPECT_EQ(service.error(), QProcess::FailedToStart);
+              });
+}
+
+TEST_F(Services, ReturnExitStatusExceptFromStart) {
+    WithTools({{"/bin/systemctl", failing}, {"/sbin/service", failing}}, [] {
+        EXPECT_EQ(CallAll<CSystemdService>(), (Results{0, 3, 3, 3}));
+        EXPECT_EQ(CallAll<CInitService>(), (Results{0, 3, 3, 3}));
         CSystemdService service;
         service.Status("corvane");
-        EXPECT_EQ(service.readAllStandardOutput().toStdString(), "said\n");
-        EXPECT_EQ(service.readAllStandardError().toStdString(), "complained\n");
-    }));
+        EXPECT_EQ(service.readAllStandardOutput().toStdString(), "output\n");
+        EXPECT_EQ(service.readAllStandardError().toStdString(), "error\n");
+    });
 }
-
-const Tools slow = {{"/bin/systemctl", StandIn::Slow}, {"/sbin/service", StandIn::Slow}};
 
 template <typename Service>
 void ExpectStartNotToWait() {
     Service service;
     EXPECT_EQ(service.Start("corvane"), 0);
-    // The tool waits for this file.
     EXPECT_NE(service.state(), QProcess::NotRunning);
     hx_test::WriteFile("/go", "");
     EXPECT_TRUE(service.waitForFinished(-1));
@@ -188,43 +194,37 @@ void ExpectStartNotToWait() {
     EXPECT_EQ(unlink("/go"), 0);
 }
 
-TEST_F(Services, StartDoesNotWaitForTheTool) {
-    ExpectSilentSuccess(RunInSplitRoot(slow, [] {
+TEST_F(Services, ReturnFromStartBeforeToolEnds) {
+    WithTools({{"/bin/systemctl", untilGo}, {"/sbin/service", untilGo}}, [] {
         ExpectStartNotToWait<CSystemdService>();
         ExpectStartNotToWait<CInitService>();
-    }));
+    });
 }
 
-TEST_F(Services, ASecondObjectAsksWhileAStartRuns) {
-    ExpectSilentSuccess(RunInSplitRoot(slow, [] {
+TEST_F(Services, ReturnStatusFromSecondObjectDuringStart) {
+    WithTools({{"/bin/systemctl", untilGo}}, [] {
         CSystemdService starter;
         starter.Start("corvane");
         EXPECT_TRUE(starter.waitForStarted(-1));
         hx_test::WriteFile("/go", "");
-        CSystemdService asker;
-        EXPECT_EQ(asker.Status("corvane"), 5);
+        EXPECT_EQ(CSystemdService().Status("corvane"), 5);
         EXPECT_TRUE(starter.state() == QProcess::NotRunning || starter.waitForFinished(-1));
-    }));
+    });
 }
 
-TEST(ServiceObjects, HaveTheParentThatTheyAreGiven) {
-    QObject parent;
-    const CSystemdService systemd(&parent);
-    const CInitService init(&parent);
-    EXPECT_EQ(systemd.parent(), &parent);
-    EXPECT_EQ(init.parent(), &parent);
-    EXPECT_EQ(CSystemdService().parent(), nullptr);
-}
-
-TEST(ServiceObjects, NameTheirClasses) {
+TEST(ServiceObjects, AddNothingToQProcess) {
     EXPECT_STREQ(CSystemdService::staticMetaObject.className(), "CSystemdService");
     EXPECT_STREQ(CInitService::staticMetaObject.className(), "CInitService");
     EXPECT_EQ(CInitService::staticMetaObject.superClass(), &QProcess::staticMetaObject);
-}
-
-TEST(ServiceObjects, AddNoDataToTheirBase) {
     EXPECT_EQ(sizeof(CSystemdService), sizeof(QProcess));
     EXPECT_EQ(sizeof(CInitService), sizeof(QProcess));
+}
+
+TEST(ServiceObjects, BelongToGivenParent) {
+    QObject parent;
+    EXPECT_EQ(CSystemdService().parent(), nullptr);
+    EXPECT_EQ((new CSystemdService(&parent))->parent(), &parent);
+    EXPECT_EQ((new CInitService(&parent))->parent(), &parent);
 }
 
 }  // namespace
