@@ -11,6 +11,7 @@
 
 #include "harness/Child.h"
 #include "harness/TempDir.h"
+#include "probes/ProcessWaits.h"
 #include "services/CInitService.h"
 #include "services/CSystemdService.h"
 
@@ -180,6 +181,33 @@ TEST_F(Services, ReturnExitStatusExceptFromStart) {
         service.Status("corvane");
         EXPECT_EQ(service.readAllStandardOutput().toStdString(), "output\n");
         EXPECT_EQ(service.readAllStandardError().toStdString(), "error\n");
+    });
+}
+
+template <typename Service>
+void ExpectReadWriteWithoutTimeLimit() {
+    Service service;
+    int started = 0;
+    QObject::connect(&service, &QProcess::started, [&] {
+        EXPECT_EQ(service.openMode(), QIODeviceBase::ReadWrite);
+        ++started;
+    });
+    hx_test::ProcessWaits().clear();
+    service.Start("corvane");
+    EXPECT_EQ(hx_test::ProcessWaits(), Results{});
+    service.waitForFinished(-1);
+    hx_test::ProcessWaits().clear();
+    service.Stop("corvane");
+    service.Restart("corvane");
+    service.Status("corvane");
+    EXPECT_EQ(hx_test::ProcessWaits(), Results(3, -1));
+    EXPECT_EQ(started, 4);
+}
+
+TEST_F(Services, OpenToolReadWriteWithoutTimeLimit) {
+    WithTools({{"/bin/systemctl", recording}, {"/sbin/service", recording}}, [] {
+        ExpectReadWriteWithoutTimeLimit<CSystemdService>();
+        ExpectReadWriteWithoutTimeLimit<CInitService>();
     });
 }
 
