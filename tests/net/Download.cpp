@@ -9,7 +9,7 @@
 namespace hx_test {
 namespace {
 
-// Lives as long as the tests run: the network needs an application.
+// Qt networking needs an application during all tests.
 class Application : public testing::Environment {
 public:
     void SetUp() override { m_application = std::make_unique<QCoreApplication>(m_count, m_words); }
@@ -28,10 +28,10 @@ const testing::Environment* const application =
 }  // namespace
 
 int RunLoop(QEventLoop& loop, int milliseconds) {
-    QTimer patience;
-    patience.setSingleShot(true);
-    QObject::connect(&patience, &QTimer::timeout, &loop, [&loop] { loop.exit(NeverEnded); });
-    patience.start(milliseconds);
+    QTimer timeout;
+    timeout.setSingleShot(true);
+    QObject::connect(&timeout, &QTimer::timeout, &loop, [&loop] { loop.exit(neverEnded); });
+    timeout.start(milliseconds);
     return loop.exec();
 }
 

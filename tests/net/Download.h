@@ -1,26 +1,27 @@
-// Runs downloads to their end in a test.
+// Runs downloads in tests.
 #pragma once
 
 #include <QEventLoop>
 #include <QString>
-#include <functional>
 #include <string>
 
 #include "net/CHttpCLI.h"
 
 namespace hx_test {
 
-constexpr int NeverEnded = 99;
+constexpr int neverEnded = 99;
 
-// Runs the loop for `milliseconds` at most; NeverEnded when nobody ended it.
+// Runs the loop for at most `milliseconds`. Returns neverEnded if that time is over.
 int RunLoop(QEventLoop& loop, int milliseconds = 60000);
 
 struct Outcome {
-    int status = NeverEnded;
+    int status = neverEnded;
     std::string body;
+
+    bool operator==(const Outcome&) const = default;
 };
 
-// A client with a loop of its own, without a proxy or with the one on `proxyPort`.
+// A client with its own loop, without a proxy or with a proxy on a port of 127.0.0.1.
 struct Client {
     explicit Client(const std::string& url)
         : http(QString::fromStdString(url), false, QString(), 0, &loop) {}
@@ -29,7 +30,7 @@ struct Client {
 
     Outcome Download();
 
-    // Invokes the private slot as a timer would.
+    // Invokes the private slot, like a timer.
     void Cancel();
 
     QEventLoop loop;

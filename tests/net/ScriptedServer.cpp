@@ -8,7 +8,8 @@
 
 namespace hx_test {
 
-ScriptedServer::ScriptedServer(std::vector<Answer> answers) : m_answers(std::move(answers)) {
+ScriptedServer::ScriptedServer(std::vector<Response> responses)
+    : m_responses(std::move(responses)) {
     m_listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_in address = {};
     address.sin_family = AF_INET;
@@ -22,7 +23,7 @@ ScriptedServer::ScriptedServer(std::vector<Answer> answers) : m_answers(std::mov
 }
 
 ScriptedServer::~ScriptedServer() {
-    // Ends the accept that the thread waits in.
+    // Ends the accept call of the thread.
     shutdown(m_listener, SHUT_RDWR);
     m_thread.join();
     close(m_listener);
@@ -35,14 +36,14 @@ void ScriptedServer::Serve() {
         const int connection = accept4(m_listener, nullptr, nullptr, SOCK_CLOEXEC);
         if (connection < 0)
             return;
-        if (next < m_answers.size())
-            Converse(connection, m_answers[next]);
+        if (next < m_responses.size())
+            Converse(connection, m_responses[next]);
         else
             close(connection);
     }
 }
 
-void ScriptedServer::Converse(int connection, const Answer& answer) {
+void ScriptedServer::Converse(int connection, const Response& response) {
     std::string request;
     char buffer[4096];
     while (request.find("\r\n\r\n") == std::string::npos) {
@@ -55,8 +56,8 @@ void ScriptedServer::Converse(int connection, const Answer& answer) {
         const std::lock_guard lock(m_mutex);
         m_requests.push_back(request);
     }
-    (void)!send(connection, answer.bytes.data(), answer.bytes.size(), MSG_NOSIGNAL);
-    if (answer.leftOpen)
+    (void)!send(connection, response.bytes.data(), response.bytes.size(), MSG_NOSIGNAL);
+    if (response.keepOpen)
         m_open.push_back(connection);
     else
         close(connection);

@@ -1,4 +1,4 @@
-// A tiny server that answers each connection as it is told, well or badly.
+// A server that sends prepared responses, valid or not.
 #pragma once
 
 #include <mutex>
@@ -10,13 +10,13 @@ namespace hx_test {
 
 class ScriptedServer {
 public:
-    struct Answer {
-        std::string bytes;      // sent once the request's headers have come
-        bool leftOpen = false;  // else the connection is closed then
+    struct Response {
+        std::string bytes;      // sent after the headers of the request are complete
+        bool keepOpen = false;  // whether the connection then stays open
     };
 
-    // The first connection gets the first answer, and so on; further ones are closed.
-    explicit ScriptedServer(std::vector<Answer> answers);
+    // Sends one response for each connection, in order. Closes later connections at once.
+    explicit ScriptedServer(std::vector<Response> responses);
 
     // Closes all connections.
     ~ScriptedServer();
@@ -28,17 +28,17 @@ public:
         return "http://127.0.0.1:" + std::to_string(m_port) + path;
     }
 
-    // The request line and the headers of each connection so far.
+    // The request line and the headers of each connection.
     std::vector<std::string> Requests() const;
 
-    // A header's value in the first request; "(none)" without it.
+    // The value of a header of the first request, or "(none)".
     std::string Header(const std::string& name) const;
 
 private:
     void Serve();
-    void Converse(int connection, const Answer& answer);
+    void Converse(int connection, const Response& response);
 
-    std::vector<Answer> m_answers;
+    std::vector<Response> m_responses;
     std::vector<int> m_open;
     std::vector<std::string> m_requests;
     mutable std::mutex m_mutex;

@@ -9,8 +9,8 @@
 namespace hx_test {
 namespace {
 
-// A port may be taken between its choice and its use.
-constexpr int Attempts = 5;
+// Another process can take a port between its choice and its use.
+constexpr int attempts = 5;
 
 const char* const configuration = R"(
 daemon off;
@@ -57,7 +57,7 @@ bool WebServer::Start() {
     WriteFile(Root() + "/missing.html", NotFound());
     if (!MakeCertificate())
         return false;
-    for (int i = 0; i < Attempts; ++i) {
+    for (int i = 0; i < attempts; ++i) {
         m_port = FreePort();
         m_securePort = FreePort();
         WriteConfiguration();
@@ -92,7 +92,7 @@ std::string WebServer::SecureUrl(const std::string& path) const {
     return "https://127.0.0.1:" + std::to_string(m_securePort) + path;
 }
 
-// The server logs a request after it has answered.
+// The server logs a request after its response.
 std::string WebServer::LastRequest() const {
     std::string log;
     for (int i = 0; i < 100 && !log.ends_with('\n'); ++i) {
@@ -110,7 +110,7 @@ std::string WebServer::Problem() const {
 }
 
 bool ProxyServer::Start(Clients allowed) {
-    for (int i = 0; i < Attempts; ++i) {
+    for (int i = 0; i < attempts; ++i) {
         m_port = FreePort();
         std::string text = "Port " + std::to_string(m_port) + "\nListen 127.0.0.1\nTimeout 30\n";
         text += "LogFile \"" + (m_directory / "log") + "\"\nMaxClients 20\n";

@@ -1,4 +1,4 @@
-// An nginx and a tinyproxy of the test's own on the loopback.
+// Runs nginx and tinyproxy on the loopback interface.
 #pragma once
 
 #include <string>
@@ -9,18 +9,21 @@
 
 namespace hx_test {
 
-// What there is to fetch, over http and, with a certificate that nobody knows, over https:
-//   /NAME           a file of Root(), by its length
-//   /chunked/NAME   the same in chunks
-//   /packed/NAME    the same compressed, if the client takes it
-//   /slow/NAME      the same at 1 KB a second
-//   /moved          a redirect to /page.txt; /round to itself; /secure and /insecure to the
-//                   other scheme's /page.txt
-//   /broken         a 500 with a body; /nothing a 204
-//   anything else   a 404 with the body that NotFound() tells
+// Serves these paths over HTTP and, with a self-signed certificate, over HTTPS:
+//   /NAME           a file in Root(), with its length
+//   /chunked/NAME   the file in chunks
+//   /packed/NAME    the file compressed, if the client accepts that
+//   /slow/NAME      the file at 1 KB per second
+//   /moved          a redirect to /page.txt
+//   /round          a redirect to itself
+//   /secure         a redirect to /page.txt over HTTPS
+//   /insecure       a redirect to /page.txt over HTTP
+//   /broken         status 500 with a body
+//   /nothing        status 204
+//   other paths     status 404 with the body NotFound()
 class WebServer {
 public:
-    // False where nginx or openssl are not installed or do not start; Problem() tells why.
+    // Returns false if nginx or openssl is not installed or does not start. Problem() returns why.
     bool Start();
 
     std::string Root() const { return m_directory / "root"; }
@@ -30,8 +33,8 @@ public:
     std::string CertificateFile() const { return m_directory / "cert.pem"; }
     static std::string NotFound() { return "there is no such page here\n"; }
 
-    // The last request: its method, path and the headers Host, Connection, Accept, User-Agent and
-    // Via, separated by "|" ("-" stands for none).
+    // The method, the path, and the headers Host, Connection, Accept, User-Agent, and Via of the
+    // last request, separated by "|". "-" is a missing header.
     std::string LastRequest() const;
 
     std::string Problem() const;
@@ -48,9 +51,9 @@ private:
 
 class ProxyServer {
 public:
-    enum class Clients { Loopback, Nobody };
+    enum class Clients { Loopback, None };
 
-    // False where tinyproxy is not installed or does not start.
+    // Returns false if tinyproxy is not installed or does not start.
     bool Start(Clients allowed);
 
     int Port() const { return m_port; }
