@@ -1,4 +1,4 @@
-// Fetches a URL to stdout, through a proxy if one is named, and gives up after some seconds.
+// Downloads a URL to standard output, optionally through a proxy, with a time limit.
 #include <QCoreApplication>
 #include <QEventLoop>
 #include <QTimer>
@@ -18,11 +18,11 @@ int main(int argc, char** argv) {
     QEventLoop loop;
     CHttpCLI http(words[1], useProxy, words.value(3), words.value(4).toInt(), &loop);
 
-    // The slot is private and is connected by its name.
-    QTimer patience;
-    patience.setSingleShot(true);
-    QObject::connect(&patience, SIGNAL(timeout()), &http, SLOT(cancelDownload()));
-    patience.start(words[2].toInt() * 1000);
+    // The slot is private, so connect it by name.
+    QTimer timeout;
+    timeout.setSingleShot(true);
+    QObject::connect(&timeout, SIGNAL(timeout()), &http, SLOT(cancelDownload()));
+    timeout.start(words[2].toInt() * 1000);
 
     http.downloadFile();
     const int result = loop.exec();
@@ -30,7 +30,7 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "No answer within %s seconds.\n", qUtf8Printable(words[2]));
     else if (result != 0)
         std::fprintf(stderr, "The download failed.\n");
-    // After a failure this is the page by which the server told it.
+    // After a failure, this can be an error page of the server.
     std::fwrite(http.m_data.constData(), 1, static_cast<size_t>(http.m_data.size()), stdout);
     return result;
 }

@@ -1,4 +1,4 @@
-/* Tells the codes of this machine's processor and distribution. */
+/* Prints the codes of the processor and the distribution of this machine. */
 #include <stdio.h>
 
 #include "probes/processor_identity.h"

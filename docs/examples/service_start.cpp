@@ -1,4 +1,4 @@
-// Starts the service that is named on the command line, and tells whether it runs.
+// Starts a service and prints whether it is running.
 #include <QString>
 #include <cstdio>
 
@@ -16,8 +16,8 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "There is no systemctl on this machine.\n");
         return 127;
     }
-    // Start has not waited, and its result tells nothing more. This object must live until the
-    // tool has ended; another one is asked for the outcome.
+    // Start does not wait, and any other result has no meaning. Keep this object until systemctl
+    // has ended, and ask another object for the result.
     starter.waitForFinished(-1);
 
     CSystemdService asker;
