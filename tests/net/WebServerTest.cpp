@@ -18,7 +18,7 @@ using hx_test::Outcome;
 using hx_test::ProxyServer;
 using hx_test::WebServer;
 
-class FromWebServer : public testing::Test {
+class WebDownload : public testing::Test {
 protected:
     void SetUp() override {
         if (!m_server.Start())
@@ -37,7 +37,7 @@ protected:
     WebServer m_server;
 };
 
-TEST_F(FromWebServer, ReceivesPage) {
+TEST_F(WebDownload, ReceivesPage) {
     for (const char* path : {"/chunked/page.txt", "/packed/page.txt", "/moved", "/page.txt"}) {
         SCOPED_TRACE(path);
         ExpectPage(Fetch(path));
@@ -46,7 +46,7 @@ TEST_F(FromWebServer, ReceivesPage) {
                                           "|Keep-Alive|text/*|Corvane-Application|-");
 }
 
-TEST_F(FromWebServer, ReceivesAllBytes) {
+TEST_F(WebDownload, ReceivesAllBytes) {
     std::string bytes;
     for (int i = 0; i < 256; ++i)
         bytes += static_cast<char>(i);
@@ -54,20 +54,20 @@ TEST_F(FromWebServer, ReceivesAllBytes) {
     EXPECT_EQ(Fetch("/bytes").body, bytes);
 }
 
-TEST_F(FromWebServer, SucceedsForEmptyResponse) {
+TEST_F(WebDownload, SucceedsForEmptyResponse) {
     EXPECT_EQ(Fetch("/nothing"), (Outcome{0, ""}));
 }
 
-TEST_F(FromWebServer, KeepsBodyOfFailure) {
+TEST_F(WebDownload, KeepsBodyOfFailure) {
     EXPECT_EQ(Fetch("/nowhere.txt"), (Outcome{1, WebServer::NotFound()}));
     EXPECT_EQ(Fetch("/broken"), (Outcome{1, "out of order\n"}));
 }
 
-TEST_F(FromWebServer, FailsForEndlessRedirect) {
+TEST_F(WebDownload, FailsForEndlessRedirect) {
     EXPECT_EQ(Fetch("/round").status, 1);
 }
 
-TEST_F(FromWebServer, Receives200Megabytes) {
+TEST_F(WebDownload, Receives200Megabytes) {
     constexpr size_t size = 200'000'000;
     std::string body(size, '\0');
     std::mt19937 random(1);
@@ -85,7 +85,7 @@ TEST_F(FromWebServer, Receives200Megabytes) {
     EXPECT_TRUE(client.http.m_data == QByteArrayView(body.data(), static_cast<qsizetype>(size)));
 }
 
-TEST_F(FromWebServer, CancelsSlowTransfer) {
+TEST_F(WebDownload, CancelsSlowTransfer) {
     hx_test::WriteFile(m_server.Root() + "/long.txt", std::string(1'000'000, 'x'));
     Client client(m_server.Url("/slow/long.txt"));
     client.http.m_data = "before";
@@ -96,10 +96,10 @@ TEST_F(FromWebServer, CancelsSlowTransfer) {
     EXPECT_EQ(client.http.m_data, "before");
 }
 
-class OverTls : public FromWebServer {
+class TlsDownload : public WebDownload {
 protected:
     void SetUp() override {
-        FromWebServer::SetUp();
+        WebDownload::SetUp();
         if (!QSslSocket::supportsSsl())
             GTEST_SKIP() << "this Qt does not support TLS";
     }
@@ -115,22 +115,22 @@ protected:
     QSslConfiguration m_defaultConfiguration = QSslConfiguration::defaultConfiguration();
 };
 
-TEST_F(OverTls, AcceptsOnlyKnownCertificate) {
+TEST_F(TlsDownload, AcceptsOnlyKnownCertificate) {
     EXPECT_EQ(Client(m_server.SecureUrl("/page.txt")).Download(), (Outcome{1, ""}));
     Trust();
     ExpectPage(Client(m_server.SecureUrl("/page.txt")).Download());
 }
 
-TEST_F(OverTls, FollowsRedirectToHttpsOnly) {
+TEST_F(TlsDownload, FollowsRedirectToHttpsOnly) {
     Trust();
     ExpectPage(Fetch("/secure"));
     EXPECT_EQ(Client(m_server.SecureUrl("/insecure")).Download().status, 1);
 }
 
-class ThroughProxy : public OverTls {
+class ProxyDownload : public TlsDownload {
 protected:
     void SetUp() override {
-        OverTls::SetUp();
+        TlsDownload::SetUp();
         if (!IsSkipped() && !m_proxy.Start(ProxyServer::Clients::Loopback))
             GTEST_SKIP() << "tinyproxy is needed";
     }
@@ -142,7 +142,7 @@ protected:
     ProxyServer m_proxy;
 };
 
-TEST_F(ThroughProxy, ReceivesPage) {
+TEST_F(ProxyDownload, ReceivesPage) {
     for (const char* path : {"/chunked/page.txt", "/moved", "/page.txt"}) {
         SCOPED_TRACE(path);
         ExpectPage(FetchThrough(m_proxy.Port(), m_server.Url(path)));
@@ -154,30 +154,30 @@ TEST_F(ThroughProxy, ReceivesPage) {
         << "missing Via header of the proxy: " << request;
 }
 
-TEST_F(ThroughProxy, KeepsBodyOfFailure) {
+TEST_F(ProxyDownload, KeepsBodyOfFailure) {
     EXPECT_EQ(FetchThrough(m_proxy.Port(), m_server.Url("/nowhere")),
               (Outcome{1, WebServer::NotFound()}));
 }
 
-TEST_F(ThroughProxy, TunnelsTls) {
+TEST_F(ProxyDownload, TunnelsTls) {
     EXPECT_EQ(FetchThrough(m_proxy.Port(), m_server.SecureUrl("/page.txt")).status, 1);
     Trust();
     ExpectPage(FetchThrough(m_proxy.Port(), m_server.SecureUrl("/page.txt")));
 }
 
-TEST_F(ThroughProxy, FailsForUnreachableServer) {
+TEST_F(ProxyDownload, FailsForUnreachableServer) {
     const std::string nowhere = "http://127.0.0.1:" + std::to_string(hx_test::FreePort()) + "/";
     EXPECT_EQ(FetchThrough(m_proxy.Port(), nowhere).status, 1);
 }
 
-TEST_F(ThroughProxy, FailsForUnusableProxy) {
+TEST_F(ProxyDownload, FailsForUnusableProxy) {
     ProxyServer refusing;
     ASSERT_TRUE(refusing.Start(ProxyServer::Clients::None));
     EXPECT_EQ(FetchThrough(refusing.Port(), m_server.Url("/page.txt")).status, 1);
     EXPECT_EQ(FetchThrough(hx_test::FreePort(), m_server.Url("/page.txt")).status, 1);
 }
 
-TEST_F(ThroughProxy, IgnoresProxyWithoutUseProxy) {
+TEST_F(ProxyDownload, IgnoresProxyWithoutUseProxy) {
     QEventLoop loop;
     CHttpCLI http(QString::fromStdString(m_server.Url("/page.txt")), false,
                   QStringLiteral("127.0.0.1"), m_proxy.Port(), &loop);

@@ -12,7 +12,7 @@
 
 namespace {
 
-// Stanzas from a list of "PACKAGE:CORES" or "PACKAGE:CORES:CORE-ID". "-" stands for a missing line.
+// Stanzas from a list of "PACKAGE:CORES" or "PACKAGE:CORES:CORE-ID". "-" is a missing line.
 // Without a core id, the stanzas are numbered.
 std::string Stanzas(const std::string& list) {
     std::string text;
@@ -43,7 +43,7 @@ std::string Repeated(int count, const std::string& list) {
 }
 
 // A machine with this /proc/cpuinfo, and this result of sysconf if it is negative.
-FakeMachine& SetUp(FakeMachine& machine, const std::string& cpuInfo, int processors) {
+FakeMachine& Configure(FakeMachine& machine, const std::string& cpuInfo, int processors) {
     machine.CpuInfo(cpuInfo);
     return processors < 0 ? machine.Sysconf(_SC_NPROCESSORS_CONF, processors)
                           : machine.Processors(processors);
@@ -72,13 +72,13 @@ protected:
         for (const Case& row : cases) {
             SCOPED_TRACE(row.cpuInfo.substr(0, 500));
             FakeMachine machine;
-            const auto result = CountCores(::SetUp(machine, row.cpuInfo, row.processors));
+            const auto result = CountCores(Configure(machine, row.cpuInfo, row.processors));
             EXPECT_EQ(result.out, "0 " + std::to_string(row.cores));
             EXPECT_EQ(result.err, "");
         }
     }
 
-    // On a machine with so many processors that only the file decides.
+    // Configures more processors than any file lists, so that the file decides.
     static void ExpectCoresOfFile(const std::vector<std::pair<std::string, int>>& files) {
         for (const auto& [cpuInfo, cores] : files)
             ExpectCores({{cpuInfo, 5000, cores}});
@@ -185,7 +185,7 @@ TEST_F(CoreCount, PrintsTraceOnStderr) {
                        {{Stanzas("0:4"), -1, -1}, 4}};
     for (const auto& [input, found] : cases) {
         FakeMachine machine;
-        const auto result = CountCores(::SetUp(machine, input.cpuInfo, input.processors), 1);
+        const auto result = CountCores(Configure(machine, input.cpuInfo, input.processors), 1);
         EXPECT_EQ(result.out, "0 " + std::to_string(input.cores));
         EXPECT_EQ(result.err, Reported(input.processors) + Found(found));
     }
@@ -193,7 +193,7 @@ TEST_F(CoreCount, PrintsTraceOnStderr) {
 
 TEST_F(CoreCount, PrintsTraceForAnyNonZeroSwitch) {
     FakeMachine machine;
-    ::SetUp(machine, "", 3);
+    Configure(machine, "", 3);
     EXPECT_NE(CountCores(machine, -1).err, "");
     EXPECT_NE(CountCores(machine, 256).err, "");
 }
@@ -215,7 +215,7 @@ TEST_F(CoreCount, SkipsStanzaWithoutMemory) {
     GTEST_SKIP() << "the malloc of a sanitizer cannot be made to fail";
 #else
     FakeMachine machine;
-    ::SetUp(machine, Stanzas("0:4 1:4"), 6);
+    Configure(machine, Stanzas("0:4 1:4"), 6);
     const auto result = machine.Run([] {
         unsigned int count = 4711;
         setenv("HX_TEST_NO_MEMORY", "16", 1);

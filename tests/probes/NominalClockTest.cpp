@@ -62,7 +62,7 @@ TEST_F(NominalClock, RoundsToTensBelow100) {
 
 // The limits between two results are 17, 42 1/3, 58 1/3, and 83 2/3.
 TEST_F(NominalClock, RoundsToHalvesAndThirdsFrom100) {
-    ExpectClocks(EveryEnding(100, 12000, 100,
+    ExpectClocks(EveryEnding(100, 5200, 100,
                              {{0, 0, 0},
                               {16, 9, 0},
                               {17, 1, 33},

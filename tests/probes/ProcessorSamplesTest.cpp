@@ -25,7 +25,7 @@ void ExpectResults(const std::string& cpuInfo, const Results& expected) {
     });
 }
 
-// The lines of an x86 processor that differ; an empty value stands for a missing line.
+// The lines of an x86 processor that differ. An empty value is a missing line.
 struct X86 {
     std::string vendor;
     std::string modelName;
@@ -57,7 +57,7 @@ std::string Line(const std::string& key, const std::string& value) {
     return value.empty() ? "" : key + ": " + value + "\n";
 }
 
-TEST(ProcessorSamples, IdentifyX86Processors) {
+TEST(KnownProcessor, HasExpectedCodesOnX86) {
     HX_REQUIRE_NAMESPACES();
     for (const X86& cpu : x86Processors) {
         const std::string stanza =
@@ -72,7 +72,7 @@ TEST(ProcessorSamples, IdentifyX86Processors) {
     }
 }
 
-TEST(ProcessorSamples, IdentifyOldKernelFormat) {
+TEST(KnownProcessor, HasExpectedCodesInOldFormat) {
     HX_REQUIRE_NAMESPACES();
     ExpectResults(
         "processor\t: 0\ncpu\t\t: 586\nmodel\t\t: Pentium 75+\nvendor_id\t: GenuineIntel\n"
@@ -80,7 +80,7 @@ TEST(ProcessorSamples, IdentifyOldKernelFormat) {
         {1, 0, 0, -1});
 }
 
-TEST(ProcessorSamples, IdentifyOtherArchitectures) {
+TEST(KnownProcessor, HasExpectedCodesWithoutX86) {
     HX_REQUIRE_NAMESPACES();
     ExpectResults(
         "processor\t: 0\nBogoMIPS\t: 243.75\nFeatures\t: fp asimd evtstrm aes\n"

@@ -47,7 +47,7 @@ case "$1" in
 esac
 )sh";
 
-class ServicesOnMachine : public testing::Test {
+class MachineService : public testing::Test {
 protected:
     static void SetUpTestSuite() {
         if (!ThrowawayMachine::Hindrance().empty())
@@ -91,7 +91,7 @@ void Start(const char* name) {
     EXPECT_TRUE(service.waitForFinished(-1));
 }
 
-TEST_F(ServicesOnMachine, ControlUnit) {
+TEST_F(MachineService, ControlsUnit) {
     const std::string unit = "hx-good";
     Inside([] {
         EXPECT_EQ(CSystemdService().Status("hx-good"), stopped);
@@ -114,7 +114,7 @@ TEST_F(ServicesOnMachine, ControlUnit) {
     EXPECT_EQ(Property(unit, "ActiveState"), "inactive\n");
 }
 
-TEST_F(ServicesOnMachine, ReportFailedUnitOnlyInStatus) {
+TEST_F(MachineService, ReportsFailedUnitOnlyInStatus) {
     Inside([] {
         CSystemdService starter;
         EXPECT_EQ(starter.Start("hx-failing"), 0);
@@ -125,14 +125,14 @@ TEST_F(ServicesOnMachine, ReportFailedUnitOnlyInStatus) {
     EXPECT_EQ(Property("hx-failing", "ActiveState"), "failed\n");
 }
 
-TEST_F(ServicesOnMachine, ReturnStatus4ForUnknownUnit) {
+TEST_F(MachineService, ReturnsStatus4ForUnknownUnit) {
     Inside([] {
         EXPECT_EQ(CSystemdService().Status("hx-nowhere"), unknownUnit);
         EXPECT_NE(CSystemdService().Stop("hx-nowhere"), 0);
     });
 }
 
-TEST_F(ServicesOnMachine, ControlInitScript) {
+TEST_F(MachineService, ControlsInitScript) {
     if (s_machine->Run({"test", "-e", "/sbin/service"}).status != 0)
         GTEST_SKIP() << "the service command is not installed";
     Inside([] {
@@ -156,7 +156,7 @@ TEST_F(ServicesOnMachine, ControlInitScript) {
     EXPECT_NE(s_machine->Shell("kill -0 " + secondPid).status, 0);
 }
 
-TEST_F(ServicesOnMachine, FailForUnknownInitScript) {
+TEST_F(MachineService, FailsForUnknownInitScript) {
     Inside([] { EXPECT_NE(CInitService().Status("hx-nowhere"), 0); });
 }
 

@@ -1,4 +1,4 @@
-// What the service controllers run, with stand-ins for the tools in a root of their own.
+// What the service controllers run, with fake tools in a separate root.
 #include <gtest/gtest.h>
 #include <sys/mount.h>
 #include <unistd.h>
@@ -38,7 +38,7 @@ void Bind(const fs::path& what, const fs::path& over) {
         FAIL() << "binding " << what << " over " << over;
 }
 
-// Provides what the stand-ins need, and a shell outside of the directories under test.
+// Provides what the fake tools need. Their shell is outside the directories under test.
 void BindSystem(const fs::path& root) {
     for (const char* directory : {"/lib", "/lib64", "/usr/lib", "/proc"}) {
         if (fs::exists(directory))
@@ -61,7 +61,7 @@ void AddTools(const fs::path& root, const Tools& tools) {
     }
 }
 
-class Services : public testing::Test {
+class ServiceCall : public testing::Test {
 protected:
     void SetUp() override { HX_REQUIRE_NAMESPACES(); }
 
@@ -117,7 +117,7 @@ void ExpectCalls(const std::string& systemctl, const std::string& service) {
     EXPECT_EQ(Recorded(), expected);
 }
 
-TEST_F(Services, PreferToolsOutsideUsr) {
+TEST_F(ServiceCall, PrefersToolOutsideUsr) {
     WithTools({{"/bin/systemctl", recording},
                {"/usr/bin/systemctl", recording},
                {"/sbin/service", recording},
@@ -125,12 +125,12 @@ TEST_F(Services, PreferToolsOutsideUsr) {
               [] { ExpectCalls("/bin/systemctl", "/sbin/service"); });
 }
 
-TEST_F(Services, FallBackToToolsInUsr) {
+TEST_F(ServiceCall, FallsBackToToolInUsr) {
     WithTools({{"/usr/bin/systemctl", recording}, {"/usr/sbin/service", recording}},
               [] { ExpectCalls("/usr/bin/systemctl", "/usr/sbin/service"); });
 }
 
-TEST_F(Services, PassNameAsOneArgument) {
+TEST_F(ServiceCall, PassesNameAsOneArgument) {
     WithTools({{"/bin/systemctl", recording}}, [] {
         CSystemdService service;
         for (const char* name : {"two words", "größe;$(id)", ""})
@@ -141,7 +141,7 @@ TEST_F(Services, PassNameAsOneArgument) {
     });
 }
 
-TEST_F(Services, Return127WithoutTool) {
+TEST_F(ServiceCall, Returns127WithoutTool) {
     // Each class finds only the tool of the other class, which is in its own directories.
     WithTools({{"/bin/service", recording},
                {"/usr/bin/service", recording},
@@ -158,7 +158,7 @@ TEST_F(Services, Return127WithoutTool) {
               });
 }
 
-TEST_F(Services, Return255ForUnrunnableToolExceptFromStart) {
+TEST_F(ServiceCall, Returns255WhenToolCannotRun) {
     WithTools({{"/bin/systemctl", ""},
                {"/usr/bin/systemctl", recording},
                {"/sbin/service", ""},
@@ -173,7 +173,7 @@ TEST_F(Services, Return255ForUnrunnableToolExceptFromStart) {
               });
 }
 
-TEST_F(Services, ReturnExitStatusExceptFromStart) {
+TEST_F(ServiceCall, ReturnsExitStatusExceptFromStart) {
     WithTools({{"/bin/systemctl", failing}, {"/sbin/service", failing}}, [] {
         EXPECT_EQ(CallAll<CSystemdService>(), (Results{0, 3, 3, 3}));
         EXPECT_EQ(CallAll<CInitService>(), (Results{0, 3, 3, 3}));
@@ -204,7 +204,7 @@ void ExpectReadWriteWithoutTimeLimit() {
     EXPECT_EQ(started, 4);
 }
 
-TEST_F(Services, OpenToolReadWriteWithoutTimeLimit) {
+TEST_F(ServiceCall, OpensToolReadWriteWithoutTimeLimit) {
     WithTools({{"/bin/systemctl", recording}, {"/sbin/service", recording}}, [] {
         ExpectReadWriteWithoutTimeLimit<CSystemdService>();
         ExpectReadWriteWithoutTimeLimit<CInitService>();
@@ -222,14 +222,14 @@ void ExpectStartNotToWait() {
     EXPECT_EQ(unlink("/go"), 0);
 }
 
-TEST_F(Services, ReturnFromStartBeforeToolEnds) {
+TEST_F(ServiceCall, ReturnsFromStartBeforeToolEnds) {
     WithTools({{"/bin/systemctl", untilGo}, {"/sbin/service", untilGo}}, [] {
         ExpectStartNotToWait<CSystemdService>();
         ExpectStartNotToWait<CInitService>();
     });
 }
 
-TEST_F(Services, ReturnStatusFromSecondObjectDuringStart) {
+TEST_F(ServiceCall, ReturnsStatusFromSecondObjectDuringStart) {
     WithTools({{"/bin/systemctl", untilGo}}, [] {
         CSystemdService starter;
         starter.Start("corvane");
@@ -240,7 +240,7 @@ TEST_F(Services, ReturnStatusFromSecondObjectDuringStart) {
     });
 }
 
-TEST(ServiceObjects, AddNothingToQProcess) {
+TEST(ServiceObject, AddsNothingToQProcess) {
     EXPECT_STREQ(CSystemdService::staticMetaObject.className(), "CSystemdService");
     EXPECT_STREQ(CInitService::staticMetaObject.className(), "CInitService");
     EXPECT_EQ(CInitService::staticMetaObject.superClass(), &QProcess::staticMetaObject);
@@ -248,7 +248,7 @@ TEST(ServiceObjects, AddNothingToQProcess) {
     EXPECT_EQ(sizeof(CInitService), sizeof(QProcess));
 }
 
-TEST(ServiceObjects, BelongToGivenParent) {
+TEST(ServiceObject, BelongsToGivenParent) {
     QObject parent;
     EXPECT_EQ(CSystemdService().parent(), nullptr);
     EXPECT_EQ((new CSystemdService(&parent))->parent(), &parent);
