@@ -45,7 +45,7 @@ TEST(AdministratorGuide, ListsTheStatusesOfTheHelp) {
     std::string table = "\n| Status | Meaning |\n| --- | --- |\n";
     for (const auto& [status, meaning] : statuses)
         table += "| " + status + " | " + meaning + " |\n";
-    EXPECT_TRUE((Section("Exit statuses") + "\n").starts_with(table + "\n")) << table;
+    EXPECT_NE(Section("Exit statuses").find(table + "<!-- end -->\n"), std::string::npos) << table;
 }
 
 // Blanks and line ends alike, and without the quotes that frame what is set in.
