@@ -10,6 +10,7 @@
 #include <string_view>
 
 #include "probes/cpu_memory.h"
+#include "setuprun/CQueueLimits.h"
 #include "support/COSRelease.h"
 
 unsigned char g_hx_gui_installer = 0;
@@ -106,6 +107,17 @@ CInstallBase::CInstallBase(bool allowNonRoot, int argc, char** argv)
 }
 
 CInstallBase::~CInstallBase() = default;
+
+void CInstallBase::PreserveSettings() {
+    const CQueueLimits limits(m_installDir.toUtf8().constData());
+    if (limits.m_path.empty())
+        return;
+    m_prevJobLimit = limits.MaxThreads;
+    m_prevMemoryLimitMB = limits.MemoryPerThreadMB;
+    m_prevScratchLimitGB = limits.DiskPerThreadGB;
+    m_prevScratchDir = QString::fromStdString(limits.Scratch);
+    m_threadsPerMolecule = limits.ThreadsPerMolecule;
+}
 
 void CInstallBase::PromptQueueAllow() {}
 
