@@ -1,5 +1,5 @@
-// Writes the commit script, which does everything that touches the machine. Which sections stand in
-// it is decided here; what depends on the machine's present state, the script tests itself.
+// Writes and starts the commit script, which makes all changes to the machine. This file selects
+// the sections; the script itself checks the current state of the machine.
 #include <unistd.h>
 
 #include <cerrno>
@@ -7,13 +7,14 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "commit/CCommitScript.h"
 #include "commit/CommitSections.h"
 #include "setuprun/CInstallBase.h"
 #include "support/FileHandle.h"
 
 namespace {
 
-// Opens a new file under /tmp, mode 0600; null, with the reason on stderr, when that fails.
+// Opens a new file in /tmp with mode 0600. On failure, returns null and prints the cause to stderr.
 hx::FileHandle OpenScript(QString& path) {
     char name[80] = "/tmp/corvane26_commit_XXXXXX";
     const int descriptor = mkstemp(name);
@@ -51,7 +52,7 @@ void WriteSections(FILE* script, CInstallBase& run) {
     hx::WriteRunScript(script, run);
     if (root) {
         hx::WriteCommandLink(script, "corvane26");
-        // Kept: an empty line behind the first link only.
+        // Compatibility: only the section of the first link ends with an empty line.
         std::fputs("\n", script);
     }
     hx::WriteSnapshotScript(script, run);
@@ -75,4 +76,13 @@ bool CInstallBase::WriteCommitScript(QString& path, bool /*reserved*/) {
         return false;
     WriteSections(script.get(), *this);
     return true;
+}
+
+// Compatibility: destroys the process object at once, which kills a script that is still running.
+void CInstallBase::Commit() {
+    QString path;
+    WriteCommitScript(path, false);
+    std::fflush(stdout);
+    CCommitScript script;
+    script.Run(path);
 }
