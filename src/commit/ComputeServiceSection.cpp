@@ -1,48 +1,50 @@
-// The compute service: services of earlier versions out, the present one in, and started.
+// The compute service: removes the services of earlier versions, installs and starts this one.
 #include "commit/CommitSections.h"
+#include "commit/EarlierServices.h"
 
 namespace hx {
 namespace {
 
-void WriteInitScriptRemoval(FILE* script) {
-    std::fputs(
-        R"sh(# Remove the Corvane Compute Service init script installed under previous version...
-if [ -f /etc/init.d/corvane_service ]
-then
-    if [ -x ${CHKCONFIG_CMD} ]
-    then
-        ${CHKCONFIG_CMD} --del corvane_service
-    fi
-    ${SERVICE_CMD} corvane_service status > /dev/null
-    STATUS=$?
-    if [ $STATUS -eq 0 ]
-    then
-        ${SERVICE_CMD} corvane_service stop > /dev/null
-    fi
-    ${RM_CMD} /etc/init.d/corvane_service
-    ${SYSTEMCTL_CMD} daemon-reload
-fi
-)sh",
-        script);
-}
-
-// Kept: the comment speaks of an init script here too.
-void WriteUnitRemoval(FILE* script, const char* service) {
+void WriteInitScriptRemoval(FILE* script, const EarlierService& service) {
     std::fprintf(
         script,
         R"sh(# Remove the Corvane Compute Service init script installed under previous version...
-if [ -f /etc/systemd/system/%s.service ]
+if [ -f %s ]
+then
+    if [ -x ${CHKCONFIG_CMD} ]
+    then
+        ${CHKCONFIG_CMD} --del %s
+    fi
+    ${SERVICE_CMD} %s status > /dev/null
+    STATUS=$?
+    if [ $STATUS -eq 0 ]
+    then
+        ${SERVICE_CMD} %s stop > /dev/null
+    fi
+    ${RM_CMD} %s
+    ${SYSTEMCTL_CMD} daemon-reload
+fi
+)sh",
+        service.path, service.name, service.name, service.name, service.path);
+}
+
+// Compatibility: the script's comment mentions an init script for units too.
+void WriteUnitRemoval(FILE* script, const EarlierService& service) {
+    std::fprintf(
+        script,
+        R"sh(# Remove the Corvane Compute Service init script installed under previous version...
+if [ -f %s ]
 then
     if [ -x ${SYSTEMCTL_CMD} ]
     then
         ${SYSTEMCTL_CMD} stop %s.service
         ${SYSTEMCTL_CMD} disable %s.service
-        ${RM_CMD} /etc/systemd/system/%s.service
+        ${RM_CMD} %s
         ${SYSTEMCTL_CMD} daemon-reload
     fi
 fi
 )sh",
-        service, service, service, service);
+        service.path, service.name, service.name, service.path);
 }
 
 void WriteServiceProgram(FILE* script) {
@@ -79,7 +81,7 @@ fi
                script);
 }
 
-// A unit that differs is replaced, and its service stopped before.
+// Stops the service before its unit file is replaced.
 void WriteUnitComparison(FILE* script) {
     std::fputs(R"sh(SERVICE_UPDATE="NO"
 if [ ! -f /etc/systemd/system/corvane26_service.service ]
@@ -104,7 +106,7 @@ fi
                script);
 }
 
-// Kept: "Servive", twice.
+// Compatibility: the messages say "Servive".
 void WriteUnitUpdate(FILE* script) {
     std::fputs(R"sh(if [ $SERVICE_UPDATE = "YES" ]
 then
@@ -143,11 +145,14 @@ fi
 }  // namespace
 
 void WriteComputeService(FILE* script) {
-    WriteInitScriptRemoval(script);
-    WriteUnitRemoval(script, "corvane20_service");
-    WriteUnitRemoval(script, "corvane24_service");
+    for (const EarlierService& service : earlierServices) {
+        if (service.hasInitScript)
+            WriteInitScriptRemoval(script, service);
+        else
+            WriteUnitRemoval(script, service);
+    }
     WriteServiceProgram(script);
-    // Kept: the snapshot script is written a second time, untested.
+    // Compatibility: writes the snapshot script a second time, without checking the result.
     WriteSnapshotSubstitution(script);
     WriteRenderedUnit(script);
     WriteUnitComparison(script);

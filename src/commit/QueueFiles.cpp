@@ -1,11 +1,12 @@
-// The two files of the internal queue: its entries, which are kept, and its limits, which every run
-// writes anew.
+// The files of the internal queue: QueueEntries, which is kept if it exists, and QueueLimits, which
+// every setup rewrites.
 #include "commit/CommitSections.h"
+#include "setuprun/QueueLimitsKeys.h"
 
 namespace hx {
 namespace {
 
-// Mode in every run, owner in a root run, and the empty line behind the file's lines.
+// Writes the file's mode, its owner in a setup as root, and the empty line after the section.
 void WriteAccess(FILE* script, const CInstallBase& run, const char* name, int rootMode) {
     std::fprintf(script, "${CHMOD_CMD} %d \"${CORV_INSTALL_DIR}/%s\"\n",
                  IsRootRun(run) ? rootMode : 644, name);
@@ -32,25 +33,18 @@ then
 fi
 )",
                script);
-    // In a root run every user of the machine may queue jobs.
+    // After a setup as root, every user can add jobs.
     WriteAccess(script, run, "QueueEntries", 666);
 }
 
 void WriteQueueLimits(FILE* script, const CInstallBase& run) {
-    std::fprintf(script,
-                 R"(${ECHO_CMD} "MaxThreads: %d" >"${CORV_INSTALL_DIR}/QueueLimits"
-${ECHO_CMD} "MemoryPerThreadMB: %d" >>"${CORV_INSTALL_DIR}/QueueLimits"
-${ECHO_CMD} "Scratch: %s" >>"${CORV_INSTALL_DIR}/QueueLimits"
-${ECHO_CMD} "DiskPerThreadGB: %d" >>"${CORV_INSTALL_DIR}/QueueLimits"
-)",
-                 run.m_jobLimit, run.m_memoryLimitMB, qUtf8Printable(run.m_scratchDir),
-                 run.m_scratchLimitGB);
-    // Another job limit makes the threads per molecule meaningless.
-    if (run.m_prevJobLimit == run.m_jobLimit && run.m_threadsPerMolecule > 0) {
-        std::fprintf(
-            script,
-            "${ECHO_CMD} \"ThreadsPerMolecule: %d\" >>\"${CORV_INSTALL_DIR}/QueueLimits\"\n",
-            run.m_threadsPerMolecule);
+    const char* redirection = ">";
+    for (const QueueLimitsLine& line : queueLimitsLines) {
+        if (!line.isCommitted(run))
+            continue;
+        std::fprintf(script, "${ECHO_CMD} \"%s: %s\" %s\"${CORV_INSTALL_DIR}/QueueLimits\"\n",
+                     line.key, line.Answer(run).constData(), redirection);
+        redirection = ">>";
     }
     WriteAccess(script, run, "QueueLimits", 664);
 }

@@ -1,4 +1,4 @@
-// The start of a setup run: access decision, environment, machine, earlier settings, options.
+// The start of a setup: access, environment, machine, limits of the previous setup, options.
 #include "setuprun/CInstallBase.h"
 
 #include <sys/stat.h>
@@ -11,39 +11,40 @@
 
 #include "probes/cpu_memory.h"
 #include "setuprun/CQueueLimits.h"
+#include "setuprun/Environment.h"
 #include "support/COSRelease.h"
 
 unsigned char g_hx_gui_installer = 0;
 
 namespace {
 
-constexpr const char* SharedDirectory = "/var/corvane";
-constexpr const char* CommandLink = "/usr/bin/corvane26";
-constexpr std::string_view CommandLinkTarget = "/var/corvane/corvane26";
+constexpr const char* sharedDirectory = "/var/corvane";
+constexpr const char* commandLink = "/usr/bin/corvane26";
+constexpr std::string_view commandLinkTarget = "/var/corvane/corvane26";
 
 enum AccessFlag { DirectoryWritable = 2, CommandLinkPresent = 4 };
 
 bool CommandLinkIsOurs() {
     struct stat entry = {};
-    if (lstat(CommandLink, &entry) != 0 || !S_ISLNK(entry.st_mode))
+    if (lstat(commandLink, &entry) != 0 || !S_ISLNK(entry.st_mode))
         return false;
     std::array<char, 2048> target = {};
-    const ssize_t length = readlink(CommandLink, target.data(), target.size());
+    const ssize_t length = readlink(commandLink, target.data(), target.size());
     return length >= 0 &&
-           std::string_view(target.data(), static_cast<size_t>(length)) == CommandLinkTarget;
+           std::string_view(target.data(), static_cast<size_t>(length)) == commandLinkTarget;
 }
 
 bool SharedDirectoryIsWritable() {
     struct stat entry = {};
-    return stat(SharedDirectory, &entry) == 0 && S_ISDIR(entry.st_mode) &&
-           access(SharedDirectory, W_OK) == 0;
+    return stat(sharedDirectory, &entry) == 0 && S_ISDIR(entry.st_mode) &&
+           access(sharedDirectory, W_OK) == 0;
 }
 
-// Who may run, and into which directory.
+// Sets the access flags and the install directory. Does not return for a refused user.
 void DecideAccess(CInstallBase& run) {
     if (getuid() == 0) {
         run.m_accessFlags = CInstallBase::RootAccess;
-        run.m_installDir = QString::fromUtf8(SharedDirectory);
+        run.m_installDir = QString::fromUtf8(sharedDirectory);
         return;
     }
     const bool link = CommandLinkIsOurs();
@@ -53,14 +54,12 @@ void DecideAccess(CInstallBase& run) {
         CInstallBase::InstallError(
             QStringLiteral("Installation must be run as root user.  Aborting"), 1, 0);
     }
-    run.m_installDir = directory ? QString::fromUtf8(SharedDirectory) : run.m_binariesDir;
+    run.m_installDir = directory ? QString::fromUtf8(sharedDirectory) : run.m_binariesDir;
 }
 
 void SetEnvironment(const CInstallBase& run) {
-    const QByteArray installDir = run.m_installDir.toUtf8();
-    setenv("CORV_CORVANERC", installDir.constData(), 1);
-    setenv("CORV_ACCESS", installDir.constData(), 1);
-    setenv("CORV_INSTALL", run.m_binariesDir.toUtf8().constData(), 1);
+    for (const hx::EnvironmentVariable& variable : hx::environmentVariables)
+        setenv(variable.name, (run.*variable.value).toUtf8().constData(), 1);
 }
 
 void MeasureMachine(CInstallBase& run) {
@@ -97,7 +96,7 @@ CInstallBase::CInstallBase(bool allowNonRoot, int argc, char** argv)
     SetEnvironment(*this);
     MeasureMachine(*this);
     FindTorqueCommands(*this);
-    // Before the options on purpose: -g and -u do not change what is found here.
+    // Compatibility: before the options, so that -g and -u do not affect the discovery.
     DiscoverServiceUserGroup(m_serviceUser.toUtf8().constData(),
                              m_serviceGroup.toUtf8().constData());
     m_osRelease = new COSRelease(argc, argv);

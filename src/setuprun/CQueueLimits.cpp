@@ -10,30 +10,36 @@
 #include <cstring>
 #include <utility>
 
+#include "setuprun/Environment.h"
+#include "setuprun/QueueLimitsKeys.h"
 #include "support/FileHandle.h"
 
 namespace {
 
-constexpr const char* Blanks = " \t";
-
-char* SkipBlanks(char* text) {
-    return text + std::strspn(text, Blanks);
+char* SkipSpaces(char* text) {
+    return text + std::strspn(text, " \t");
 }
 
-bool HasKey(const char* key, const char* line) {
-    const size_t length = std::strlen(key);
-    return strncasecmp(line, key, length) == 0 && line[length] == ':';
-}
-
-// What stands behind "key:" and the blanks that follow it; null for a line without the key.
+// Returns the text after "key:" and the spaces that follow; null for a line without the key.
 char* ValueForKey(const char* key, char* line) {
-    return HasKey(key, line) ? SkipBlanks(line + std::strlen(key) + 1) : nullptr;
+    const size_t length = std::strlen(key);
+    const bool hasKey = strncasecmp(line, key, length) == 0 && line[length] == ':';
+    return hasKey ? SkipSpaces(line + length + 1) : nullptr;
 }
 
-// A number of 1 or more at the start of `text`, cut to 32 bits; otherwise 0.
+// Returns the number at the start of `text`, truncated to 32 bits; 0 if it is below 1 or missing.
 int PositiveNumber(const char* text) {
     const int number = static_cast<int>(std::strtol(text, nullptr, 10));
     return number < 1 ? 0 : number;
+}
+
+// Truncates `text` after its last character that is not a space, a tab, or a newline.
+char* TrimEnd(char* text) {
+    size_t length = std::strlen(text);
+    while (length > 0 && std::strchr(" \t\n", text[length - 1]) != nullptr)
+        --length;
+    text[length] = '\0';
+    return text;
 }
 
 template <typename Value>
@@ -44,36 +50,34 @@ void Change(Value& field, Value value, bool& dirty) {
     dirty = true;
 }
 
-// Kept: a key with a bad value stores 0, it does not leave the default.
-void TakeKeyLine(CQueueLimits& limits, char* line) {
-    const std::pair<const char*, int*> numbers[] = {
-        {"MaxThreads", &limits.MaxThreads},
-        {"MemoryPerThreadMB", &limits.MemoryPerThreadMB},
-        {"DiskPerThreadGB", &limits.DiskPerThreadGB},
-        {"ThreadsPerMolecule", &limits.ThreadsPerMolecule}};
-    for (const auto& [key, field] : numbers) {
-        if (HasKey(key, line))
-            *field = limits.ParseIntForKey(key, line);
+// Compatibility: an invalid number is stored as 0 and does not leave the default.
+void ReadKeyLine(CQueueLimits& limits, char* line) {
+    for (const hx::QueueLimitsLine& known : hx::queueLimitsLines) {
+        char* value = ValueForKey(known.key, line);
+        if (value == nullptr)
+            continue;
+        if (known.text != nullptr)
+            limits.*known.text = TrimEnd(value);
+        else
+            limits.*known.number = PositiveNumber(value);
     }
-    if (HasKey("Scratch", line))
-        limits.Scratch = limits.ParseStringForKey("Scratch", line);
 }
 
-void TakeFile(CQueueLimits& limits, FILE* file) {
-    // A longer line arrives in pieces, each taken as a line.
+void ReadLines(CQueueLimits& limits, FILE* file) {
+    // Compatibility: each piece of a longer line is read as a line.
     std::array<char, 256> line = {};
     const auto readLine = [&] {
         return std::fgets(line.data(), static_cast<int>(line.size()), file) != nullptr;
     };
     if (!readLine())
         return;
-    const int bareNumber = PositiveNumber(SkipBlanks(line.data()));
+    const int bareNumber = PositiveNumber(SkipSpaces(line.data()));
     if (bareNumber > 0) {
         limits.MaxThreads = bareNumber;
         return;
     }
     do {
-        TakeKeyLine(limits, SkipBlanks(line.data()));
+        ReadKeyLine(limits, SkipSpaces(line.data()));
     } while (readLine());
 }
 
@@ -81,7 +85,7 @@ void TakeFile(CQueueLimits& limits, FILE* file) {
 
 CQueueLimits::CQueueLimits(const char* directory) {
     if (directory == nullptr)
-        directory = std::getenv("CORV_CORVANERC");
+        directory = std::getenv(hx::settingsVariable);
     if (directory != nullptr)
         m_path = directory;
     m_path += "/QueueLimits";
@@ -89,7 +93,7 @@ CQueueLimits::CQueueLimits(const char* directory) {
     if (file == nullptr)
         m_path.clear();
     else
-        TakeFile(*this, file.get());
+        ReadLines(*this, file.get());
 }
 
 CQueueLimits::~CQueueLimits() {
@@ -127,15 +131,12 @@ int CQueueLimits::writeQueueLimits() {
     const hx::FileHandle file(std::fopen(m_path.c_str(), "w"));
     if (file == nullptr)
         return errno;
-    std::fprintf(file.get(),
-                 R"(MaxThreads: %d
-MemoryPerThreadMB: %d
-Scratch: %s
-DiskPerThreadGB: %d
-ThreadsPerMolecule: %d
-)",
-                 MaxThreads, MemoryPerThreadMB, Scratch.c_str(), DiskPerThreadGB,
-                 ThreadsPerMolecule);
+    for (const hx::QueueLimitsLine& line : hx::queueLimitsLines) {
+        if (line.text != nullptr)
+            std::fprintf(file.get(), "%s: %s\n", line.key, (this->*line.text).c_str());
+        else
+            std::fprintf(file.get(), "%s: %d\n", line.key, this->*line.number);
+    }
     m_dirty = false;
     return 0;
 }
@@ -147,11 +148,5 @@ int CQueueLimits::ParseIntForKey(const char* key, char* line) {
 
 std::string CQueueLimits::ParseStringForKey(const char* key, char* line) {
     char* value = ValueForKey(key, line);
-    if (value == nullptr)
-        return {};
-    size_t length = std::strlen(value);
-    while (length > 0 && std::strchr(" \t\n", value[length - 1]) != nullptr)
-        --length;
-    value[length] = '\0';
-    return value;
+    return value == nullptr ? std::string() : TrimEnd(value);
 }

@@ -51,9 +51,10 @@ TEST(Headers, OfCPlusPlusCompileAlone) {
     Words options = CompilerOptions("HXInstallBase");
     options.insert(options.end(), {"-x", "c++", "-std=c++20"});
     for (const char* header :
-         {"commit/CCommitScript.h", "net/CHttpCLI.h", "probes/CDfProcess.h",
-          "services/CInitService.h", "services/CSystemdService.h", "setuprun/CInstallBase.h",
-          "setuprun/CQueueLimits.h", "support/COSRelease.h"})
+         {"commit/CCommitScript.h", "commit/EarlierServices.h", "net/CHttpCLI.h",
+          "probes/CDfProcess.h", "services/CInitService.h", "services/CSystemdService.h",
+          "setuprun/CInstallBase.h", "setuprun/CQueueLimits.h", "setuprun/Environment.h",
+          "setuprun/QueueLimitsKeys.h", "support/COSRelease.h"})
         ExpectCompiles(HX_CXX, options, header);
 }
 

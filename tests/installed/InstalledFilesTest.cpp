@@ -31,13 +31,15 @@ TEST(InstalledFiles, TheHeadersStandInTheirFolders) {
     EXPECT_EQ(
         InstalledTree::Moved().Files("include"),
         (Files{"HXInstallBase/bigint/mp_int.h 644", "HXInstallBase/commit/CCommitScript.h 644",
-               "HXInstallBase/net/CHttpCLI.h 644", "HXInstallBase/probes/CDfProcess.h 644",
-               "HXInstallBase/probes/cpu_memory.h 644",
+               "HXInstallBase/commit/EarlierServices.h 644", "HXInstallBase/net/CHttpCLI.h 644",
+               "HXInstallBase/probes/CDfProcess.h 644", "HXInstallBase/probes/cpu_memory.h 644",
                "HXInstallBase/probes/processor_identity.h 644",
                "HXInstallBase/services/CInitService.h 644",
                "HXInstallBase/services/CSystemdService.h 644",
                "HXInstallBase/setuprun/CInstallBase.h 644",
                "HXInstallBase/setuprun/CQueueLimits.h 644",
+               "HXInstallBase/setuprun/Environment.h 644",
+               "HXInstallBase/setuprun/QueueLimitsKeys.h 644",
                "HXInstallBase/support/COSRelease.h 644", "HXInstallBase/support/HXfgets.h 644",
                "HXInstallBase/support/hx_export.h 644", "HXInstallBase/support/storeFile.h 644"}));
 }
