@@ -1,244 +1,202 @@
-// What each option sets, and what is passed over.
+// The command-line options and the fields that they set.
 #include <gtest/gtest.h>
 
-#include <functional>
 #include <string>
 #include <vector>
 
 #include "Machine.h"
-#include "setuprun/CInstallBase.h"
 
 namespace {
 
-using Options = std::vector<std::string>;
+using Words = std::vector<std::string>;
 
-// Constructs a run with these options and looks at it; in a child, since it sets the environment.
-void With(const Options& options, const std::function<void(const CInstallBase&)>& look) {
+// Lists the fields of options that do not have their defaults.
+std::string ChangedFields(const CInstallBase& run) {
+    std::string changed;
+    const auto add = [&](const std::string& name, const auto& value, const auto& standard,
+                         const std::string& text) {
+        if (value != standard)
+            changed += (changed.empty() ? "" : " ") + name + "=" + text;
+    };
+    const auto addFlag = [&](const std::string& name, bool value, bool standard) {
+        add(name, value, standard, value ? "true" : "false");
+    };
+    const auto addText = [&](const std::string& name, const QString& value, const char* standard) {
+        add(name, value, QString::fromUtf8(standard), value.toStdString());
+    };
+    const auto addNumber = [&](const std::string& name, int value, int standard) {
+        add(name, value, standard, std::to_string(value));
+    };
+    addFlag("cd", run.m_cdInstall, false);
+    addFlag("interactive", run.m_interactive, true);
+    addFlag("node", run.m_clusterNode, false);
+    addFlag("setup", run.m_setup, false);
+    addFlag("user-mode", run.m_userMode, false);
+    addText("group", run.m_serviceGroup, "corvsrvc");
+    addText("user", run.m_serviceUser, "corvsrvc");
+    addText("scheduler", run.m_scheduler, "TORQUE");
+    addNumber("type", run.m_queueType, 0);
+    addText("queue", run.m_queueName, "");
+    addText("partition", run.m_partitionName, "");
+    addText("dir", run.m_scratchDir, "/tmp");
+    addNumber("scratch", run.m_argScratchLimitGB, -1);
+    addNumber("memory", run.m_argMemoryLimitMB, -1);
+    EXPECT_EQ(run.m_scratchLimitGB, 0);
+    EXPECT_EQ(run.m_memoryLimitMB, 0);
+    return changed;
+}
+
+void ExpectFields(const std::vector<std::pair<Words, std::string>>& cases) {
     ExpectInChild([&] {
-        Options words = {"cv_install"};
-        words.insert(words.end(), options.begin(), options.end());
-        Arguments arguments(words);
-        const CInstallBase run(true, arguments.argc(), arguments.argv());
-        look(run);
+        for (const auto& [options, expected] : cases) {
+            Words words = {"cv_install"};
+            words.insert(words.end(), options.begin(), options.end());
+            Construct(words, [&, &fields = expected](CInstallBase& run) {
+                EXPECT_EQ(ChangedFields(run), fields) << testing::PrintToString(words);
+            });
+        }
     });
 }
 
-void ExpectOptionDefaults(const CInstallBase& run) {
-    EXPECT_FALSE(run.m_cdInstall);
-    EXPECT_TRUE(run.m_interactive);
-    EXPECT_FALSE(run.m_clusterNode);
-    EXPECT_FALSE(run.m_setup);
-    EXPECT_FALSE(run.m_userMode);
-    EXPECT_EQ(run.m_serviceGroup, "corvsrvc");
-    EXPECT_EQ(run.m_serviceUser, "corvsrvc");
-    EXPECT_EQ(run.m_scheduler, "TORQUE");
-    EXPECT_EQ(run.m_queueType, 0);
-    EXPECT_EQ(run.m_queueName, "");
-    EXPECT_EQ(run.m_partitionName, "");
-    EXPECT_EQ(run.m_scratchDir, "/tmp");
-    EXPECT_EQ(run.m_argScratchLimitGB, -1);
-    EXPECT_EQ(run.m_argMemoryLimitMB, -1);
+TEST(CommandLine, IgnoresUnknownWords) {
+    ExpectFields(
+        {{{}, ""},
+         {{"", "-", "--", "word", "--help", "-x", "=", "--setup "}, ""},
+         {{"--setups", "--setu", "--SETUP", "-D", "/x", "-S", "7", "--gu", "-d=/x", "-dx"}, ""},
+         {{"-cdx", "--user-modes", "--cluster", "-q=batch", "--no-queues"}, ""},
+         {{"--scratch-limit=5", "--external-partition", "fast"}, ""},
+         {{"--cli", "-cli", "--gui", "-gui"}, ""}});
 }
 
-TEST(CommandLine, WithoutArgumentsLeavesTheDefaults) {
-    With({}, ExpectOptionDefaults);
-}
-
-TEST(CommandLine, TheProgramNameIsNoOption) {
+TEST(CommandLine, IgnoresProgramName) {
     ExpectInChild([] {
-        Arguments arguments({"--setup"});
-        const CInstallBase run(true, arguments.argc(), arguments.argv());
-        ExpectOptionDefaults(run);
+        Construct({"--setup"}, [](CInstallBase& run) { EXPECT_EQ(ChangedFields(run), ""); });
     });
 }
 
-TEST(CommandLine, UnknownWordsArePassedOver) {
-    With({"", "-", "--", "word", "--help", "-x", "=", "--setup "}, ExpectOptionDefaults);
+TEST(CommandLine, SetsFlags) {
+    ExpectFields({{{"--cluster-node"}, "interactive=false node=true type=3"},
+                  {{"--user-mode"}, "user-mode=true"},
+                  {{"--setup"}, "setup=true"},
+                  {{"-c"}, "cd=true"},
+                  {{"-cd"}, "cd=true"},
+                  {{"--cd-install"}, "cd=true"}});
 }
 
-TEST(CommandLine, ASpellingIsTheWholeWordInItsOwnCase) {
-    With({"--setups", "--setu", "--SETUP", "-D", "/x", "-S", "7", "--scratch-limit=5", "--gu",
-          "-d=/x", "-dx", "-cdx", "--user-modes", "--cluster", "-q=batch", "--no-queues"},
-         ExpectOptionDefaults);
+TEST(CommandLine, SetsTexts) {
+    ExpectFields({{{"-d", "/größe", "--setup"}, "setup=true dir=/größe"},
+                  {{"--scratch-directory", "/größe", "--setup"}, "setup=true dir=/größe"},
+                  {{"-g", "ours"}, "group=ours"},
+                  {{"--service-group", "ours"}, "group=ours"},
+                  {{"-u", "mine"}, "user=mine"},
+                  {{"--service-user", "mine"}, "user=mine"},
+                  {{"-d", "--setup"}, "dir=--setup"},
+                  {{"-d", ""}, "dir="},
+                  {{"-g", "-u", "mine"}, "group=-u"}});
 }
 
-TEST(CommandLine, InterfaceWordsHaveNoEffect) {
-    With({"--cli", "-cli", "--gui", "-gui"}, ExpectOptionDefaults);
+TEST(CommandLine, IgnoresTextOptionWithoutValue) {
+    ExpectFields({{{"-d"}, ""},
+                  {{"--scratch-directory"}, ""},
+                  {{"-g"}, ""},
+                  {{"--service-group"}, ""},
+                  {{"-u"}, ""},
+                  {{"--service-user"}, ""},
+                  {{"-d", "/one", "-d"}, "dir=/one"}});
 }
 
-TEST(CommandLine, ClusterNodeEndsAllQuestions) {
-    With({"--cluster-node"}, [](const CInstallBase& run) {
-        EXPECT_EQ(run.m_queueType, 3);
-        EXPECT_FALSE(run.m_interactive);
-        EXPECT_TRUE(run.m_clusterNode);
-    });
+TEST(CommandLine, SelectsQueue) {
+    ExpectFields({{{"-q", "batch"}, "type=2 queue=batch"},
+                  {{"--external-queue", "batch"}, "type=2 queue=batch"},
+                  {{"-p", "fast"}, "scheduler=SLURM type=2 partition=fast"},
+                  {{"--external-partiton", "fast"}, "scheduler=SLURM type=2 partition=fast"},
+                  {{"-q", "batch", "--no-queue", "-p", "fast", "-q"}, "type=2 partition=fast"},
+                  {{"-p", "fast", "-q", "batch", "-p"}, "scheduler=SLURM type=2 queue=batch"},
+                  {{"--internal-default-queue"}, "type=1"},
+                  {{"--no-queue"}, "type=3"},
+                  {{"-q", "batch", "-p", "fast", "--external-default-queue"},
+                   "scheduler=SLURM type=2 partition=fast"}});
 }
 
-TEST(CommandLine, FlagsSetTheirField) {
-    With({"--user-mode"}, [](const CInstallBase& run) {
-        EXPECT_TRUE(run.m_userMode);
-        EXPECT_FALSE(run.m_setup);
-    });
-    With({"--setup"}, [](const CInstallBase& run) {
-        EXPECT_TRUE(run.m_setup);
-        EXPECT_FALSE(run.m_cdInstall);
-    });
-    for (const char* spelling : {"-c", "-cd", "--cd-install"})
-        With({spelling}, [](const CInstallBase& run) { EXPECT_TRUE(run.m_cdInstall); });
+TEST(CommandLine, AppliesLaterOption) {
+    ExpectFields({{{"--no-queue", "--internal-default-queue"}, "type=1"},
+                  {{"--cluster-node", "--external-queue", "batch"},
+                   "interactive=false node=true type=2 queue=batch"},
+                  {{"--external-queue", "batch", "--cluster-node"},
+                   "interactive=false node=true type=3 queue=batch"},
+                  {{"-d", "/one", "--scratch-directory", "/two"}, "dir=/two"}});
 }
 
-TEST(CommandLine, TextOptionsTakeTheNextWord) {
-    for (const char* spelling : {"-d", "--scratch-directory"}) {
-        With({spelling, "/größe", "--setup"}, [](const CInstallBase& run) {
-            EXPECT_EQ(run.m_scratchDir, QString::fromUtf8("/größe"));
-            EXPECT_TRUE(run.m_setup);
-        });
+TEST(CommandLine, SetsNumbers) {
+    const std::pair<std::string, std::string> options[] = {{"-s", "scratch"},
+                                                           {"--scratch-limit", "scratch"},
+                                                           {"-m", "memory"},
+                                                           {"--memory-limit", "memory"}};
+    for (const auto& [word, field] : options) {
+        const std::string set = field + "=";
+        ExpectFields({{{word, "12", "--setup"}, "setup=true " + set + "12"},
+                      {{word, "2147483647"}, set + "2147483647"},
+                      {{word, "+7"}, set + "7"},
+                      {{word, "010"}, set + "10"},
+                      {{word, "0", "--setup"}, "setup=true " + set + "0"},
+                      {{word, "-5", "--setup"}, "setup=true " + set + "-5"},
+                      {{word, "-2147483648"}, set + "-2147483648"},
+                      {{word, word, "3"}, set + "3"},
+                      {{word, "3", word, "4"}, set + "4"},
+                      {{word, "3", word, "four"}, set + "3"},
+                      {{word, "3", word}, set + "3"},
+                      {{"--setup", word}, "setup=true"}});
+        for (const char* invalid : {"", "foo", "5GB", "0x10", "1.5", "1e3", "5,0", "--5",
+                                    "99999999999", "2147483648", "-2147483649"})
+            ExpectFields({{{word, invalid}, ""}});
+        ExpectFields({{{word, "--setup"}, "setup=true"}});
     }
-    for (const char* spelling : {"-g", "--service-group"}) {
-        With({spelling, "ours"}, [](const CInstallBase& run) {
-            EXPECT_EQ(run.m_serviceGroup, "ours");
-            EXPECT_EQ(run.m_serviceUser, "corvsrvc");
-        });
-    }
-    for (const char* spelling : {"-u", "--service-user"}) {
-        With({spelling, "mine"}, [](const CInstallBase& run) {
-            EXPECT_EQ(run.m_serviceUser, "mine");
-            EXPECT_EQ(run.m_serviceGroup, "corvsrvc");
-        });
-    }
+    ExpectFields({{{"-s", "5", "-m", "700"}, "scratch=5 memory=700"}});
 }
 
-TEST(CommandLine, ATextOptionTakesAnyNextWord) {
-    With({"-d", "--setup"}, [](const CInstallBase& run) {
-        EXPECT_EQ(run.m_scratchDir, "--setup");
-        EXPECT_FALSE(run.m_setup);
-    });
-    With({"-d", ""}, [](const CInstallBase& run) { EXPECT_EQ(run.m_scratchDir, ""); });
-    With({"-g", "-u", "mine"}, [](const CInstallBase& run) {
-        EXPECT_EQ(run.m_serviceGroup, "-u");
-        EXPECT_EQ(run.m_serviceUser, "corvsrvc");
-    });
-}
-
-TEST(CommandLine, ATextOptionThatStandsLastHasNoEffect) {
-    for (const char* spelling :
-         {"-d", "--scratch-directory", "-g", "--service-group", "-u", "--service-user"})
-        With({spelling}, ExpectOptionDefaults);
-    With({"-d", "/one", "-d"},
-         [](const CInstallBase& run) { EXPECT_EQ(run.m_scratchDir, "/one"); });
-}
-
-TEST(CommandLine, QueueOptionsChooseAnExternalScheduler) {
-    for (const char* spelling : {"-q", "--external-queue"}) {
-        With({spelling, "batch"}, [](const CInstallBase& run) {
-            EXPECT_EQ(run.m_queueType, 2);
-            EXPECT_EQ(run.m_scheduler, "TORQUE");
-            EXPECT_EQ(run.m_queueName, "batch");
-        });
-    }
-    for (const char* spelling : {"-p", "--external-partiton"}) {
-        With({spelling, "fast"}, [](const CInstallBase& run) {
-            EXPECT_EQ(run.m_queueType, 2);
-            EXPECT_EQ(run.m_scheduler, "SLURM");
-            EXPECT_EQ(run.m_partitionName, "fast");
-            EXPECT_EQ(run.m_queueName, "");
-        });
-    }
-}
-
-TEST(CommandLine, AQueueOptionThatStandsLastTakesAnEmptyName) {
-    With({"-q", "batch", "--no-queue", "-p", "fast", "-q"}, [](const CInstallBase& run) {
-        EXPECT_EQ(run.m_queueType, 2);
-        EXPECT_EQ(run.m_scheduler, "TORQUE");
-        EXPECT_EQ(run.m_queueName, "");
-        EXPECT_EQ(run.m_partitionName, "fast");
-    });
-    With({"-p", "fast", "-q", "batch", "-p"}, [](const CInstallBase& run) {
-        EXPECT_EQ(run.m_queueType, 2);
-        EXPECT_EQ(run.m_scheduler, "SLURM");
-        EXPECT_EQ(run.m_partitionName, "");
-        EXPECT_EQ(run.m_queueName, "batch");
-    });
-}
-
-TEST(CommandLine, TheCorrectSpellingOfPartitionIsUnknown) {
-    With({"--external-partition", "fast"}, ExpectOptionDefaults);
-}
-
-TEST(CommandLine, TheDefaultQueuesChooseTheirType) {
-    With({"--internal-default-queue"},
-         [](const CInstallBase& run) { EXPECT_EQ(run.m_queueType, 1); });
-    With({"--no-queue"}, [](const CInstallBase& run) {
-        EXPECT_EQ(run.m_queueType, 3);
-        EXPECT_TRUE(run.m_interactive);
-    });
-    With({"-q", "batch", "-p", "fast", "--external-default-queue"}, [](const CInstallBase& run) {
-        EXPECT_EQ(run.m_queueType, 2);
-        EXPECT_EQ(run.m_queueName, "");
-        EXPECT_EQ(run.m_scheduler, "SLURM");
-        EXPECT_EQ(run.m_partitionName, "fast");
-    });
-}
-
-TEST(CommandLine, TheLaterOfTwoOptionsWins) {
-    With({"--no-queue", "--internal-default-queue"},
-         [](const CInstallBase& run) { EXPECT_EQ(run.m_queueType, 1); });
-    With({"--cluster-node", "--external-queue", "batch"}, [](const CInstallBase& run) {
-        EXPECT_EQ(run.m_queueType, 2);
-        EXPECT_FALSE(run.m_interactive);
-    });
-    With({"--external-queue", "batch", "--cluster-node"}, [](const CInstallBase& run) {
-        EXPECT_EQ(run.m_queueType, 3);
-        EXPECT_EQ(run.m_queueName, "batch");
-    });
-    With({"-d", "/one", "--scratch-directory", "/two"},
-         [](const CInstallBase& run) { EXPECT_EQ(run.m_scratchDir, "/two"); });
-}
-
-TEST(CommandLine, MayBeParsedAgain) {
+TEST(CommandLine, KeepsFieldsWhenParsedAgain) {
     ExpectInChild([] {
-        Arguments first({"cv_install", "-d", "/one"});
-        CInstallBase run(true, first.argc(), first.argv());
-        Arguments second({"cv_install", "-u", "mine"});
-        run.ParseArgs(second.argc(), second.argv());
-        EXPECT_EQ(run.m_scratchDir, "/one");
-        EXPECT_EQ(run.m_serviceUser, "mine");
-        run.ParseArgs(0, second.argv());
-        run.ParseArgs(1, first.argv());
-        EXPECT_EQ(run.m_serviceUser, "mine");
+        Construct({"cv_install", "-d", "/one"}, [](CInstallBase& run) {
+            Arguments second({"cv_install", "-u", "mine"});
+            run.ParseArgs(second.argc(), second.argv());
+            EXPECT_EQ(ChangedFields(run), "user=mine dir=/one");
+            run.ParseArgs(0, second.argv());
+            run.ParseArgs(1, second.argv());
+            EXPECT_EQ(ChangedFields(run), "user=mine dir=/one");
+        });
     });
 }
 
-TEST(CommandLine, SaysNothing) {
+TEST(CommandLine, PrintsNothing) {
     const auto result = hx_test::RunInChild({}, [] {
-        Arguments arguments({"cv_install", "--wrong", "-m", "many", "-d"});
-        const CInstallBase run(true, arguments.argc(), arguments.argv());
+        Construct({"cv_install", "--wrong", "-m", "many", "-d"});
         EndWithoutLeakCheck();
     });
     EXPECT_EQ(result.status, 0);
-    EXPECT_EQ(result.out, "");
-    EXPECT_EQ(result.err, "");
+    EXPECT_EQ(result.out + result.err, "");
 }
 
-TEST(UserModeArgument, IsFoundAtAnyPlace) {
-    const auto ask = [](const Options& words) {
-        Arguments arguments(words);
-        return CInstallBase::ParseUserModeArg(arguments.argc(), arguments.argv());
-    };
-    EXPECT_TRUE(ask({"cv_install", "--user-mode"}));
-    EXPECT_TRUE(ask({"cv_install", "-d", "--user-mode", "--setup"}));
-    EXPECT_TRUE(ask({"cv_install", "a", "b", "--user-mode"}));
-    EXPECT_FALSE(ask({"cv_install"}));
-    EXPECT_FALSE(ask({"--user-mode"}));
-    EXPECT_FALSE(ask({"--user-mode", "--setup"}));
-    EXPECT_FALSE(ask({"cv_install", "--user-modes", "--user", "--User-mode", "--user-mode=1"}));
-}
-
-TEST(UserModeArgument, IsLookedForInTheCountedWordsOnly) {
-    Arguments arguments({"cv_install", "--setup", "--user-mode"});
-    EXPECT_FALSE(CInstallBase::ParseUserModeArg(2, arguments.argv()));
-    EXPECT_FALSE(CInstallBase::ParseUserModeArg(1, arguments.argv()));
-    EXPECT_FALSE(CInstallBase::ParseUserModeArg(0, arguments.argv()));
+TEST(UserModeArgument, IsFoundAmongCountedWords) {
+    struct {
+        Words words;
+        int count;
+        bool found;
+    } const cases[] = {{{"cv_install", "--user-mode"}, 2, true},
+                       {{"cv_install", "-d", "--user-mode", "--setup"}, 4, true},
+                       {{"cv_install", "a", "b", "--user-mode"}, 4, true},
+                       {{"cv_install"}, 1, false},
+                       {{"--user-mode"}, 1, false},
+                       {{"--user-mode", "--setup"}, 2, false},
+                       {{"cv_install", "--user-modes", "--user", "--User-mode"}, 4, false},
+                       {{"cv_install", "--user-mode=1"}, 2, false},
+                       {{"cv_install", "--setup", "--user-mode"}, 2, false},
+                       {{"cv_install", "--setup", "--user-mode"}, 1, false},
+                       {{"cv_install", "--setup", "--user-mode"}, 0, false}};
+    for (const auto& test : cases) {
+        Arguments arguments(test.words);
+        EXPECT_EQ(CInstallBase::ParseUserModeArg(test.count, arguments.argv()), test.found)
+            << testing::PrintToString(test.words);
+    }
 }
 
 }  // namespace

@@ -16,6 +16,13 @@ Arguments::Arguments(std::vector<std::string> words) : m_words(std::move(words))
     m_pointers.push_back(nullptr);
 }
 
+void Construct(const std::vector<std::string>& words,
+               const std::function<void(CInstallBase&)>& body, bool allowNonRoot) {
+    Arguments arguments(words);
+    CInstallBase run(allowNonRoot, arguments.argc(), arguments.argv());
+    body(run);
+}
+
 Machine::Machine() {
     MakeDirectory("/var");
     MakeDirectory("/usr/bin");
@@ -50,6 +57,10 @@ void Machine::MakeLink(const std::string& path, const std::string& target) {
 
 std::string Machine::Read(const std::string& path) const {
     return hx_test::ReadFile(Real(path));
+}
+
+void Machine::Remove(const std::string& path) {
+    fs::remove_all(Real(path));
 }
 
 void Machine::Replace(const std::string& path, const std::string& text, mode_t mode) {

@@ -1,4 +1,4 @@
-// A machine of the test's own, in which setup runs are constructed.
+// A machine with its own files, on which setup runs are constructed.
 #pragma once
 
 #include <sys/types.h>
@@ -9,6 +9,7 @@
 
 #include "harness/Child.h"
 #include "harness/TempDir.h"
+#include "setuprun/CInstallBase.h"
 
 // An argv that ends with a null pointer.
 class Arguments {
@@ -22,32 +23,44 @@ private:
     std::vector<char*> m_pointers;
 };
 
-inline constexpr const char* Refusal =
+// Constructs a run from these words, the first of which is argv[0], and calls `body` with it.
+void Construct(
+    const std::vector<std::string>& words,
+    const std::function<void(CInstallBase&)>& body = [](CInstallBase&) {},
+    bool allowNonRoot = true);
+
+inline constexpr const char* program = "/opt/corvane26/cv_install";
+
+inline constexpr const char* refusal =
     "Corvane Install: Error\n    Installation must be run as root user.  Aborting\n";
 
-// Its /var, /usr/bin, /opt, user and group database and release file are empty at first.
+// /var, /usr/bin, /opt, the account databases, and the os-release file are its own. Only the last
+// has content at first.
 class Machine {
 public:
     Machine();
 
-    // Writes a file below /var, /usr/bin, /opt or /etc of the machine, with its directories.
+    // Writes a file in /var, /usr/bin, /opt, or /etc of the machine, and creates its directories.
     void Write(const std::string& path, const std::string& text, mode_t mode = 0644);
     void MakeDirectory(const std::string& path, mode_t mode = 0755);
     void MakeLink(const std::string& path, const std::string& target);
     std::string Read(const std::string& path) const;
 
-    // Where a path of the machine stands on the real one.
+    // Returns the path on the real machine.
     std::string Real(const std::string& path) const;
 
-    // Binds a file of this content over any other existing path.
+    // Removes an entry and everything below it.
+    void Remove(const std::string& path);
+
+    // Binds a file with this content over any other existing path.
     void Replace(const std::string& path, const std::string& text, mode_t mode = 0644);
 
-    // Runs `body` there. The programs of the real machine are hidden from it, also from a leak
-    // checker, which therefore is left out.
+    // Runs `body` on the machine, without a leak check: a leak checker needs programs of the real
+    // machine.
     hx_test::ProcessResult Run(hx_test::World::Identity identity,
                                const std::function<void()>& body) const;
 
-    // The same, and the test fails with what the body said unless all its expectations held.
+    // Expects that all expectations in `body` hold.
     void Expect(hx_test::World::Identity identity, const std::function<void()>& body) const;
 
 private:
@@ -58,9 +71,8 @@ private:
 constexpr auto AsRoot = hx_test::World::Identity::Root;
 constexpr auto AsUser = hx_test::World::Identity::User;
 
-// Ends a child as RunInChild does, but past the leak checker: for children whose stderr is compared
-// or in which the checker lacks the files that it needs.
+// Ends a child as RunInChild does, but without a leak check.
 [[noreturn]] void EndWithoutLeakCheck();
 
-// Runs `body` in a child on the real machine; the test fails as above.
+// Runs `body` in a child on the real machine and expects that its expectations hold.
 void ExpectInChild(const std::function<void()>& body, const std::string& input = {});

@@ -1,115 +1,75 @@
-// The value of one line of the QueueLimits file.
+// The value of one line of a QueueLimits file.
 #include <gtest/gtest.h>
 
 #include <string>
 
-#include "harness/TempDir.h"
 #include "setuprun/CQueueLimits.h"
 
 namespace {
 
-int IntOf(const std::string& key, std::string line) {
-    const hx_test::TempDir dir;
-    CQueueLimits limits(dir.path().c_str());
-    return limits.ParseIntForKey(key.c_str(), line.data());
+struct LineCase {
+    std::string line;
+    int number;
+};
+
+TEST(ParseIntForKey, ReturnsNumberAfterKeyAndColon) {
+    const LineCase cases[] = {{"MaxThreads: 8\n", 8},
+                              {"MaxThreads:8", 8},
+                              {"MaxThreads: \t  \t8 threads\n", 8},
+                              {"MaxThreads:12abc\n", 12},
+                              {"MaxThreads: 2147483647", 2147483647},
+                              {"maxthreads: 8\n", 8},
+                              {"MAXTHREADS: 8\n", 8},
+                              // Truncated to 32 bits before the check.
+                              {"MaxThreads: 4294967297\n", 1},
+                              {"MaxThreads: -4294967295\n", 1}};
+    for (LineCase test : cases) {
+        CQueueLimits limits("/nowhere");
+        EXPECT_EQ(limits.ParseIntForKey("mAXtHREADS", test.line.data()), test.number) << test.line;
+    }
 }
 
-// The text for the key; `line` becomes what the call left in the buffer.
-std::string TextOf(const std::string& key, std::string& line) {
-    const hx_test::TempDir dir;
-    CQueueLimits limits(dir.path().c_str());
-    std::string text = limits.ParseStringForKey(key.c_str(), line.data());
-    line = line.c_str();
-    return text;
+TEST(ParseIntForKey, ReturnsZeroForOtherLinesAndValues) {
+    for (std::string line :
+         {"MemoryPerThreadMB: 8\n", "MaxThread: 8\n", "MaxThreadsX: 8\n", "MaxThreads", "",
+          "MaxThreads : 8\n", "MaxThreads 8\n", " MaxThreads: 8\n", "\tMaxThreads: 8\n",
+          "MaxThreads:", "MaxThreads: ", "MaxThreads:\n", "MaxThreads: eight\n", "MaxThreads: 0\n",
+          "MaxThreads: -4\n", "MaxThreads: : 4\n", "MaxThreads: 4294967296\n",
+          "MaxThreads: 2147483648\n"}) {
+        CQueueLimits limits("/nowhere");
+        EXPECT_EQ(limits.ParseIntForKey("MaxThreads", line.data()), 0) << line;
+    }
 }
 
-std::string TextOfCopy(const std::string& key, std::string line) {
-    return TextOf(key, line);
-}
-
-TEST(IntForKey, IsTheNumberBehindTheColon) {
-    EXPECT_EQ(IntOf("MaxThreads", "MaxThreads: 8\n"), 8);
-    EXPECT_EQ(IntOf("MaxThreads", "MaxThreads:8"), 8);
-    EXPECT_EQ(IntOf("MaxThreads", "MaxThreads: \t  \t8 threads\n"), 8);
-    EXPECT_EQ(IntOf("MaxThreads", "MaxThreads:12abc\n"), 12);
-    EXPECT_EQ(IntOf("Any Key", "Any Key: 2147483647"), 2147483647);
-}
-
-TEST(IntForKey, ComparesTheKeyWithoutRegardToCase) {
-    EXPECT_EQ(IntOf("MaxThreads", "maxthreads: 8\n"), 8);
-    EXPECT_EQ(IntOf("MaxThreads", "MAXTHREADS: 8\n"), 8);
-    EXPECT_EQ(IntOf("mAXtHREADS", "MaxThreads: 8\n"), 8);
-}
-
-TEST(IntForKey, OfAnotherLineIsZero) {
-    EXPECT_EQ(IntOf("MaxThreads", "MemoryPerThreadMB: 8\n"), 0);
-    EXPECT_EQ(IntOf("MaxThreads", "MaxThread: 8\n"), 0);
-    EXPECT_EQ(IntOf("MaxThreads", "MaxThreadsX: 8\n"), 0);
-    EXPECT_EQ(IntOf("MaxThreads", "MaxThreads"), 0);
-    EXPECT_EQ(IntOf("MaxThreads", ""), 0);
-}
-
-TEST(IntForKey, TheColonFollowsDirectly) {
-    EXPECT_EQ(IntOf("MaxThreads", "MaxThreads : 8\n"), 0);
-    EXPECT_EQ(IntOf("MaxThreads", "MaxThreads 8\n"), 0);
-}
-
-TEST(IntForKey, DoesNotSkipLeadingBlanks) {
-    EXPECT_EQ(IntOf("MaxThreads", " MaxThreads: 8\n"), 0);
-    EXPECT_EQ(IntOf("MaxThreads", "\tMaxThreads: 8\n"), 0);
-}
-
-TEST(IntForKey, OfABadValueIsZero) {
-    for (const char* value : {"", " ", "\n", " eight\n", " 0\n", " -4\n", " : 4\n"})
-        EXPECT_EQ(IntOf("MaxThreads", std::string("MaxThreads:") + value), 0) << value;
-}
-
-TEST(IntForKey, IsCutTo32BitsBeforeItIsTested) {
-    EXPECT_EQ(IntOf("MaxThreads", "MaxThreads: 4294967297\n"), 1);
-    EXPECT_EQ(IntOf("MaxThreads", "MaxThreads: 4294967296\n"), 0);
-    EXPECT_EQ(IntOf("MaxThreads", "MaxThreads: 2147483648\n"), 0);
-    EXPECT_EQ(IntOf("MaxThreads", "MaxThreads: -4294967295\n"), 1);
-}
-
-TEST(TextForKey, IsWhatStandsBehindTheColon) {
-    EXPECT_EQ(TextOfCopy("Scratch", "Scratch: /scratch\n"), "/scratch");
-    EXPECT_EQ(TextOfCopy("Scratch", "Scratch:/scratch"), "/scratch");
-    EXPECT_EQ(TextOfCopy("Scratch", "scratch: \t /my scratch \t \n\n"), "/my scratch");
-}
-
-TEST(TextForKey, KeepsACarriageReturn) {
-    EXPECT_EQ(TextOfCopy("Scratch", "Scratch: /scratch\r\n"), "/scratch\r");
-    EXPECT_EQ(TextOfCopy("Scratch", "Scratch: /scratch \r \n"), "/scratch \r");
-}
-
-TEST(TextForKey, MayBeEmpty) {
-    EXPECT_EQ(TextOfCopy("Scratch", "Scratch:"), "");
-    EXPECT_EQ(TextOfCopy("Scratch", "Scratch:\n"), "");
-    EXPECT_EQ(TextOfCopy("Scratch", "Scratch: \t \n"), "");
-}
-
-TEST(TextForKey, OfAnotherLineIsEmpty) {
-    EXPECT_EQ(TextOfCopy("Scratch", "Scratches: /scratch\n"), "");
-    EXPECT_EQ(TextOfCopy("Scratch", "Scratch : /scratch\n"), "");
-    EXPECT_EQ(TextOfCopy("Scratch", "Scratch /scratch\n"), "");
-    EXPECT_EQ(TextOfCopy("Scratch", ""), "");
-}
-
-TEST(TextForKey, DoesNotSkipLeadingBlanks) {
-    EXPECT_EQ(TextOfCopy("Scratch", " Scratch: /scratch\n"), "");
-    EXPECT_EQ(TextOfCopy("Scratch", "\tScratch: /scratch\n"), "");
-}
-
-TEST(TextForKey, CutsTheCallersBuffer) {
-    std::string line = "Scratch: /scratch \t\n";
-    EXPECT_EQ(TextOf("Scratch", line), "/scratch");
-    EXPECT_EQ(line, "Scratch: /scratch");
-}
-
-TEST(TextForKey, LeavesAnotherLineAlone) {
-    std::string line = "Other: /scratch \n";
-    EXPECT_EQ(TextOf("Scratch", line), "");
-    EXPECT_EQ(line, "Other: /scratch \n");
+TEST(ParseStringForKey, ReturnsTextAndTruncatesLine) {
+    struct {
+        std::string line;
+        const char* text;
+        const char* rest;
+    } cases[] = {
+        {"Scratch: /scratch\n", "/scratch", "Scratch: /scratch"},
+        {"Scratch:/scratch", "/scratch", "Scratch:/scratch"},
+        {"scratch: \t /my scratch \t \n\n", "/my scratch", "scratch: \t /my scratch"},
+        {"Scratch: /scratch\r\n", "/scratch\r", "Scratch: /scratch\r"},
+        {"Scratch: /scratch \r \n", "/scratch \r", "Scratch: /scratch \r"},
+        {"Scratch: \v/scratch\f\n", "\v/scratch\f", "Scratch: \v/scratch\f"},
+        {"Scratch: \f/scratch\v\n", "\f/scratch\v", "Scratch: \f/scratch\v"},
+        {"Scratch: \r\n", "\r", "Scratch: \r"},
+        {"Scratch:", "", "Scratch:"},
+        {"Scratch:\n", "", "Scratch:"},
+        {"Scratches: /scratch\n", "", "Scratches: /scratch\n"},
+        {"Scratch : /scratch\n", "", "Scratch : /scratch\n"},
+        {"Scratch /scratch\n", "", "Scratch /scratch\n"},
+        {" Scratch: /scratch\n", "", " Scratch: /scratch\n"},
+        {"\tScratch: /scratch\n", "", "\tScratch: /scratch\n"},
+        {"", "", ""},
+    };
+    for (auto& test : cases) {
+        CQueueLimits limits("/nowhere");
+        SCOPED_TRACE(test.line);
+        EXPECT_EQ(limits.ParseStringForKey("Scratch", test.line.data()), test.text);
+        EXPECT_STREQ(test.line.c_str(), test.rest);
+    }
 }
 
 }  // namespace

@@ -6,232 +6,185 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <functional>
 #include <string>
 #include <type_traits>
 
 #include "Machine.h"
-#include "harness/Child.h"
-#include "harness/TempDir.h"
 #include "setuprun/CQueueLimits.h"
 
 namespace {
 
-using hx_test::World;
+struct Values {
+    int threads = 0;
+    int memory = 1024;
+    int disk = 1;
+    std::string scratch = "/tmp";
+    int perMolecule = 0;
+};
 
-void ExpectValues(const CQueueLimits& limits, int threads, int memory, int disk,
-                  const std::string& scratch, int perMolecule) {
-    EXPECT_EQ(limits.MaxThreads, threads);
-    EXPECT_EQ(limits.MemoryPerThreadMB, memory);
-    EXPECT_EQ(limits.DiskPerThreadGB, disk);
-    EXPECT_EQ(limits.Scratch, scratch);
-    EXPECT_EQ(limits.ThreadsPerMolecule, perMolecule);
+void ExpectValues(const CQueueLimits& limits, const Values& values) {
+    EXPECT_EQ(limits.MaxThreads, values.threads);
+    EXPECT_EQ(limits.MemoryPerThreadMB, values.memory);
+    EXPECT_EQ(limits.DiskPerThreadGB, values.disk);
+    EXPECT_EQ(limits.Scratch, values.scratch);
+    EXPECT_EQ(limits.ThreadsPerMolecule, values.perMolecule);
     EXPECT_FALSE(limits.m_dirty);
 }
 
-void ExpectDefaults(const CQueueLimits& limits) {
-    ExpectValues(limits, 0, 1024, 1, "/tmp", 0);
-}
-
-// Reads a file of this text.
-void Reading(const std::string& text, const std::function<void(const CQueueLimits&)>& look) {
+void ExpectRead(const std::vector<std::pair<std::string, Values>>& cases) {
     const hx_test::TempDir dir;
-    hx_test::WriteFile(dir / "QueueLimits", text);
-    const CQueueLimits limits(dir.path().c_str());
-    EXPECT_EQ(limits.m_path, dir / "QueueLimits");
-    look(limits);
+    for (const auto& [text, values] : cases) {
+        SCOPED_TRACE(text);
+        hx_test::WriteFile(dir / "QueueLimits", text);
+        const CQueueLimits limits(dir.path().c_str());
+        EXPECT_EQ(limits.m_path, dir / "QueueLimits");
+        ExpectValues(limits, values);
+    }
 }
 
-std::string ScratchOf(const std::string& text) {
-    std::string scratch;
-    Reading(text, [&](const CQueueLimits& limits) { scratch = limits.Scratch; });
-    return scratch;
+void ExpectThreads(const std::vector<std::pair<std::string, int>>& cases) {
+    for (const auto& [text, threads] : cases)
+        ExpectRead({{text, {.threads = threads}}});
 }
 
-int MaxThreadsOf(const std::string& text) {
-    int threads = -1;
-    Reading(text, [&](const CQueueLimits& limits) { threads = limits.MaxThreads; });
-    return threads;
+void ExpectScratch(const std::vector<std::pair<std::string, std::string>>& cases) {
+    for (const auto& [text, scratch] : cases)
+        ExpectRead({{text, {.scratch = scratch}}});
 }
 
-TEST(QueueLimitsRead, TakesEveryKey) {
-    Reading(
-        "MaxThreads: 8\nMemoryPerThreadMB: 2000\nScratch: /scratch\nDiskPerThreadGB: 30\n"
-        "ThreadsPerMolecule: 4\n",
-        [](const CQueueLimits& limits) { ExpectValues(limits, 8, 2000, 30, "/scratch", 4); });
+TEST(QueueLimitsRead, ReadsKeysInAnyOrderAndCase) {
+    ExpectRead({{"MaxThreads: 8\nMemoryPerThreadMB: 2000\nScratch: /scratch\nDiskPerThreadGB: 30\n"
+                 "ThreadsPerMolecule: 4\n",
+                 {8, 2000, 30, "/scratch", 4}},
+                {"threadspermolecule: 4\nSCRATCH: /s\n  diskperthreadgb:\t\t30\nmaxTHREADS:     8\n"
+                 "\tMEMORYperTHREADmb:2000",
+                 {8, 2000, 30, "/s", 4}}});
 }
 
-TEST(QueueLimitsRead, TakesKeysInAnyOrderAndCase) {
-    Reading(
-        "threadspermolecule: 4\nSCRATCH: /s\n  diskperthreadgb:\t\t30\nmaxTHREADS:     8\n"
-        "\tMEMORYperTHREADmb:2000",
-        [](const CQueueLimits& limits) { ExpectValues(limits, 8, 2000, 30, "/s", 4); });
+TEST(QueueLimitsRead, KeepsDefaultsOfMissingKeys) {
+    ExpectRead({{"", {}}, {"Scratch: /s\n", {.scratch = "/s"}}});
 }
 
-TEST(QueueLimitsRead, AnEmptyFileGivesTheDefaults) {
-    Reading("", ExpectDefaults);
+TEST(QueueLimitsRead, IgnoresOtherLines) {
+    ExpectRead({{"# MaxThreads: 3\n\nMaxThreads 4\nMaxThreads : 5\nMax Threads: 6\nThreads: 7\n"
+                 "xScratch: /x\n",
+                 {}},
+                {"MemoryPerThreadMB\nMemoryPerThreadMB 2000\nDiskPerThreadGB\nScratch\n"
+                 "DiskPerThreadGB 30\nScratch /s\nMemoryPerThreadMB",
+                 {}},
+                {"\vMaxThreads: 8\n\fScratch: /s\n", {}}});
 }
 
-TEST(QueueLimitsRead, MissingKeysKeepTheirDefaults) {
-    Reading("Scratch: /s\n",
-            [](const CQueueLimits& limits) { ExpectValues(limits, 0, 1024, 1, "/s", 0); });
+TEST(QueueLimitsRead, UsesLaterOfEqualKeys) {
+    ExpectThreads({{"MaxThreads: 8\nMaxThreads: 6\n", 6}, {"MaxThreads: 8\nMaxThreads:\n", 0}});
+    ExpectScratch({{"Scratch: /one\nscratch: /two\n", "/two"}});
 }
 
-TEST(QueueLimitsRead, PassesOverOtherLines) {
-    Reading(
-        "# MaxThreads: 3\n\nMaxThreads 4\nMaxThreads : 5\nMax Threads: 6\nThreads: 7\n"
-        "xScratch: /x\n",
-        ExpectDefaults);
+TEST(QueueLimitsRead, ReadsInvalidNumberAsZero) {
+    ExpectRead(
+        {{"MaxThreads: x\nMemoryPerThreadMB: letters\nDiskPerThreadGB: -3\n"
+          "ThreadsPerMolecule: 0\n",
+          {0, 0, 0, "/tmp", 0}}});
 }
 
-TEST(QueueLimitsRead, TheLaterOfTwoEqualKeysWins) {
-    EXPECT_EQ(MaxThreadsOf("MaxThreads: 8\nMaxThreads: 6\n"), 6);
-    EXPECT_EQ(ScratchOf("Scratch: /one\nscratch: /two\n"), "/two");
+TEST(QueueLimitsRead, TrimsSpacesAndTabsOfScratchOnly) {
+    ExpectScratch({{"Scratch:\n", ""},
+                   {"Scratch: \t\n", ""},
+                   {"Scratch: \t/s \t\n", "/s"},
+                   {"Scratch: /s\r\n", "/s\r"},
+                   {"Scratch: \v/s\f\n", "\v/s\f"},
+                   {"Scratch: \f/s\v\n", "\f/s\v"}});
 }
 
-TEST(QueueLimitsRead, ABadValueOverwritesTheDefaultWithZero) {
-    Reading(
-        "MaxThreads: x\nMemoryPerThreadMB: letters\nDiskPerThreadGB: -3\n"
-        "ThreadsPerMolecule: 0\n",
-        [](const CQueueLimits& limits) { ExpectValues(limits, 0, 0, 0, "/tmp", 0); });
-    EXPECT_EQ(MaxThreadsOf("MaxThreads: 8\nMaxThreads:\n"), 0);
+TEST(QueueLimitsRead, ReadsBareNumberAlone) {
+    for (const char* text : {"8", "8\n", " \t 8 Scratch: /s\n", "8\nScratch: /s\nMaxThreads: 3\n",
+                             "8MaxThreads: 3\n", "+8\nScratch: /s\n"})
+        ExpectThreads({{text, 8}});
+    // Truncated to 32 bits.
+    ExpectThreads({{"4294967305\nScratch: /s\n", 9}});
 }
 
-TEST(QueueLimitsRead, AnEmptyScratchOverwritesTheDefault) {
-    EXPECT_EQ(ScratchOf("Scratch:\n"), "");
-    EXPECT_EQ(ScratchOf("Scratch: \t\n"), "");
-}
-
-TEST(QueueLimitsRead, KeepsACarriageReturnInTheScratchDirectory) {
-    Reading("MaxThreads: 8\r\nScratch: /s\r\n",
-            [](const CQueueLimits& limits) { ExpectValues(limits, 8, 1024, 1, "/s\r", 0); });
-}
-
-TEST(QueueLimitsRead, TheBareFormIsTheNumberAlone) {
-    const auto expectEight = [](const CQueueLimits& limits) {
-        ExpectValues(limits, 8, 1024, 1, "/tmp", 0);
-    };
-    Reading("8", expectEight);
-    Reading("8\n", expectEight);
-    Reading(" \t 8 Scratch: /s\n", expectEight);
-    Reading("8\nScratch: /s\nMaxThreads: 3\n", expectEight);
-    Reading("8MaxThreads: 3\n", expectEight);
-    Reading("+8\nScratch: /s\n", expectEight);
-}
-
-TEST(QueueLimitsRead, AFirstNumberBelowOneIsNoBareForm) {
-    const auto expectKeys = [](const CQueueLimits& limits) {
-        ExpectValues(limits, 0, 1024, 7, "/s", 0);
-    };
+TEST(QueueLimitsRead, ReadsKeysAfterFirstNumberBelowOne) {
     for (const char* number : {"0", "-1", "00", " 0", "4294967296", "2147483648"})
-        Reading(std::string(number) + "\nScratch: /s\nDiskPerThreadGB: 7\n", expectKeys);
+        ExpectRead({{std::string(number) + "\nScratch: /s\nDiskPerThreadGB: 7\n",
+                     {.disk = 7, .scratch = "/s"}}});
 }
 
-TEST(QueueLimitsRead, ABareNumberIsCutTo32Bits) {
-    Reading("4294967305\nScratch: /s\n",
-            [](const CQueueLimits& limits) { ExpectValues(limits, 9, 1024, 1, "/tmp", 0); });
+TEST(QueueLimitsRead, IgnoresBareNumberOnLaterLine) {
+    ExpectThreads({{"\n8\n", 0}});
+    ExpectRead({{"Scratch: /s\n8\n", {.scratch = "/s"}}});
 }
 
-TEST(QueueLimitsRead, ANumberOnALaterLineIsNoBareForm) {
-    EXPECT_EQ(MaxThreadsOf("\n8\n"), 0);
-    EXPECT_EQ(MaxThreadsOf("Scratch: /s\n8\n"), 0);
-}
-
-TEST(QueueLimitsRead, APieceOf255BytesIsALine) {
-    EXPECT_EQ(MaxThreadsOf(std::string(255, '#') + "MaxThreads: 9\n"), 9);
-    EXPECT_EQ(MaxThreadsOf(std::string(510, '#') + "MaxThreads: 9\n"), 9);
-    EXPECT_EQ(MaxThreadsOf(std::string(254, '#') + "MaxThreads: 9\n"), 0);
-    EXPECT_EQ(MaxThreadsOf(std::string(256, '#') + "MaxThreads: 9\n"), 0);
-}
-
-TEST(QueueLimitsRead, ALongScratchDirectoryIsCutAtItsPiece) {
+TEST(QueueLimitsRead, ReadsPiecesOf255BytesAsLines) {
+    ExpectThreads({{std::string(255, '#') + "MaxThreads: 9\n", 9},
+                   {std::string(510, '#') + "MaxThreads: 9\n", 9},
+                   {std::string(254, '#') + "MaxThreads: 9\n", 0},
+                   {std::string(256, '#') + "MaxThreads: 9\n", 0},
+                   {std::string(255, ' ') + "8\n", 0},
+                   {std::string(254, ' ') + "8\n", 8}});
     const std::string line = "Scratch: /" + std::string(400, 's');
-    EXPECT_EQ(ScratchOf(line + "\n"), line.substr(9, 255 - 9));
+    ExpectScratch({{line + "\n", line.substr(9, 255 - 9)}});
 }
 
-TEST(QueueLimitsRead, ANumberBehindTheFirstPieceIsNoBareForm) {
-    EXPECT_EQ(MaxThreadsOf(std::string(255, ' ') + "8\n"), 0);
-    EXPECT_EQ(MaxThreadsOf(std::string(254, ' ') + "8\n"), 8);
-}
-
-TEST(QueueLimitsRead, AMissingFileGivesDefaultsAndNoPath) {
-    const hx_test::TempDir dir;
-    const CQueueLimits limits(dir.path().c_str());
-    EXPECT_EQ(limits.m_path, "");
-    ExpectDefaults(limits);
-}
-
-TEST(QueueLimitsRead, AnUnreadableFileGivesDefaultsAndNoPath) {
+TEST(QueueLimitsRead, HasDefaultsAndNoPathWithoutReadableFile) {
     HX_REQUIRE_NAMESPACES();
     const hx_test::TempDir dir;
     hx_test::WriteFile(dir / "QueueLimits", "MaxThreads: 8\n");
     chmod((dir / "QueueLimits").c_str(), 0200);
-    const auto result = hx_test::RunInChild({.identity = World::Identity::User}, [&] {
-        const CQueueLimits limits(dir.path().c_str());
-        EXPECT_EQ(limits.m_path, "");
-        ExpectDefaults(limits);
+    const auto result = hx_test::RunInChild({.identity = AsUser}, [&] {
+        for (const char* directory : {dir.path().c_str(), "/nowhere at all"}) {
+            const CQueueLimits limits(directory);
+            EXPECT_EQ(limits.m_path, "");
+            ExpectValues(limits, {});
+        }
     });
     EXPECT_EQ(result.status, 0) << result.out;
-}
-
-TEST(QueueLimitsRead, SaysNothing) {
-    const auto result = hx_test::RunInChild({}, [] {
-        const CQueueLimits limits("/nowhere at all");
-        EXPECT_EQ(limits.m_path, "");
-    });
-    EXPECT_EQ(result.status, 0);
     EXPECT_EQ(result.out + result.err, "");
 }
 
-class QueueLimitsDirectory : public testing::Test {
-protected:
-    void SetUp() override {
-        HX_REQUIRE_NAMESPACES();
-        hx_test::WriteFile(m_dir / "QueueLimits", "Scratch: /in-root\n");
-        std::filesystem::create_directory(m_dir / "rc");
-        hx_test::WriteFile(m_dir / "rc/QueueLimits", "Scratch: /in-rc\n");
-    }
+// A directory can be opened, but has no lines.
+TEST(QueueLimitsRead, HasDefaultsAndPathForDirectory) {
+    const hx_test::TempDir dir;
+    std::filesystem::create_directory(dir / "QueueLimits");
+    const CQueueLimits limits(dir.path().c_str());
+    EXPECT_EQ(limits.m_path, dir / "QueueLimits");
+    ExpectValues(limits, {});
+}
 
-    // The path and the scratch directory that are read with the test's directory as the root, so
-    // that a file at the root of the file system can be had.
-    std::string Read(const char* directory, const char* environment) const {
-        const auto result = hx_test::RunInChild({.identity = World::Identity::Root}, [&] {
-            ASSERT_EQ(chroot(m_dir.path().c_str()), 0);
-            if (environment != nullptr)
-                setenv("CORV_CORVANERC", environment, 1);
+TEST(QueueLimitsRead, FindsDirectory) {
+    HX_REQUIRE_NAMESPACES();
+    const hx_test::TempDir dir;
+    hx_test::WriteFile(dir / "QueueLimits", "Scratch: /in-root\n");
+    std::filesystem::create_directory(dir / "rc");
+    hx_test::WriteFile(dir / "rc/QueueLimits", "Scratch: /in-rc\n");
+    struct {
+        const char* directory;
+        const char* environment;
+        const char* read;
+    } const cases[] = {{"/rc", "/elsewhere", "/rc/QueueLimits /in-rc"},
+                       {"/rc/", nullptr, "/rc//QueueLimits /in-rc"},
+                       {nullptr, "/rc", "/rc/QueueLimits /in-rc"},
+                       {nullptr, "/elsewhere", " /tmp"},
+                       {nullptr, nullptr, "/QueueLimits /in-root"},
+                       {nullptr, "", "/QueueLimits /in-root"},
+                       {"", "/rc", "/QueueLimits /in-root"}};
+    for (const auto& test : cases) {
+        const auto result = hx_test::RunInChild({.identity = AsRoot}, [&] {
+            ASSERT_EQ(chroot(dir.path().c_str()), 0);
+            if (test.environment != nullptr)
+                setenv("CORV_CORVANERC", test.environment, 1);
             else
                 unsetenv("CORV_CORVANERC");
-            const CQueueLimits limits(directory);
+            const CQueueLimits limits(test.directory);
             std::printf("%s %s", limits.m_path.c_str(), limits.Scratch.c_str());
             EndWithoutLeakCheck();
         });
-        EXPECT_EQ(result.status, 0) << result.out << result.err;
-        return result.out;
+        EXPECT_EQ(result.status, 0) << result.err;
+        EXPECT_EQ(result.out, test.read);
     }
-
-    hx_test::TempDir m_dir;
-};
-
-TEST_F(QueueLimitsDirectory, IsTheGivenOne) {
-    EXPECT_EQ(Read("/rc", "/elsewhere"), "/rc/QueueLimits /in-rc");
-    EXPECT_EQ(Read("/rc/", nullptr), "/rc//QueueLimits /in-rc");
 }
 
-TEST_F(QueueLimitsDirectory, IsThatOfTheEnvironmentForANullPointer) {
-    EXPECT_EQ(Read(nullptr, "/rc"), "/rc/QueueLimits /in-rc");
-    EXPECT_EQ(Read(nullptr, "/elsewhere"), " /tmp");
-}
-
-TEST_F(QueueLimitsDirectory, IsTheRootWithoutEither) {
-    EXPECT_EQ(Read(nullptr, nullptr), "/QueueLimits /in-root");
-    EXPECT_EQ(Read(nullptr, ""), "/QueueLimits /in-root");
-}
-
-TEST_F(QueueLimitsDirectory, IsTheRootForAnEmptyTextWhateverTheEnvironment) {
-    EXPECT_EQ(Read("", "/rc"), "/QueueLimits /in-root");
-}
-
-TEST(QueueLimitsClass, HasAVirtualDestructor) {
+TEST(QueueLimitsClass, HasVirtualDestructor) {
     EXPECT_TRUE(std::has_virtual_destructor_v<CQueueLimits>);
 }
 

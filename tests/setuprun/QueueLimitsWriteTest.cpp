@@ -4,8 +4,8 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdlib>
 #include <filesystem>
+#include <functional>
 #include <string>
 
 #include "harness/Child.h"
@@ -18,11 +18,11 @@ namespace {
 namespace fs = std::filesystem;
 using hx_test::World;
 
-constexpr const char* Original =
+constexpr const char* original =
     "# kept as it is\nMaxThreads: 8\nMemoryPerThreadMB: 2000\nDiskPerThreadGB: 30\n"
     "Scratch: /scratch\nThreadsPerMolecule: 4\n";
 
-// The key form, with the values of the original file where no other is given.
+// Returns the key form, by default with the values of `original`.
 std::string KeyForm(int threads, int memory = 2000, const std::string& scratch = "/scratch",
                     int disk = 30, int perMolecule = 4) {
     return "MaxThreads: " + std::to_string(threads) +
@@ -33,15 +33,14 @@ std::string KeyForm(int threads, int memory = 2000, const std::string& scratch =
 
 class QueueLimitsWrite : public testing::Test {
 protected:
-    QueueLimitsWrite() { hx_test::WriteFile(m_file, Original); }
+    QueueLimitsWrite() { hx_test::WriteFile(m_file, original); }
 
     std::string Content() const { return hx_test::ReadFile(m_file); }
     const char* Directory() const { return m_dir.path().c_str(); }
 
-    // The content after `change` on an object that is destroyed then.
-    template <typename Change>
-    std::string ContentAfter(Change change) const {
-        hx_test::WriteFile(m_file, Original);
+    // Returns the content after `change` and the destructor.
+    std::string ContentAfter(const std::function<void(CQueueLimits&)>& change) const {
+        hx_test::WriteFile(m_file, original);
         {
             CQueueLimits limits(Directory());
             change(limits);
@@ -53,20 +52,36 @@ protected:
     std::string m_file = m_dir / "QueueLimits";
 };
 
-TEST_F(QueueLimitsWrite, ADestroyedObjectWithAChangeWritesTheFile) {
-    EXPECT_EQ(ContentAfter([](CQueueLimits& limits) { limits.SetMaxThreads(6); }), KeyForm(6));
-    EXPECT_EQ(ContentAfter([](CQueueLimits& limits) { limits.SetMemoryPerThread(5); }),
-              KeyForm(8, 5));
-    EXPECT_EQ(ContentAfter([](CQueueLimits& limits) { limits.SetScratchPath("/s 2"); }),
-              KeyForm(8, 2000, "/s 2"));
-    EXPECT_EQ(ContentAfter([](CQueueLimits& limits) { limits.SetDiskPerThread(7); }),
-              KeyForm(8, 2000, "/scratch", 7));
-    EXPECT_EQ(ContentAfter([](CQueueLimits& limits) { limits.SetThreadsPerMolecule(0); }),
-              KeyForm(8, 2000, "/scratch", 30, 0));
+TEST_F(QueueLimitsWrite, DestructorWritesChangedValue) {
+    const std::pair<std::function<void(CQueueLimits&)>, std::string> cases[] = {
+        {[](CQueueLimits& limits) { limits.SetMaxThreads(6); }, KeyForm(6)},
+        {[](CQueueLimits& limits) { limits.SetMaxThreads(-8); }, KeyForm(-8)},
+        {[](CQueueLimits& limits) { limits.SetMemoryPerThread(5); }, KeyForm(8, 5)},
+        {[](CQueueLimits& limits) { limits.SetScratchPath("/s 2"); }, KeyForm(8, 2000, "/s 2")},
+        {[](CQueueLimits& limits) { limits.SetScratchPath("/scratcH"); },
+         KeyForm(8, 2000, "/scratcH")},
+        {[](CQueueLimits& limits) { limits.SetScratchPath("/scratc"); },
+         KeyForm(8, 2000, "/scratc")},
+        {[](CQueueLimits& limits) { limits.SetScratchPath(""); }, KeyForm(8, 2000, "")},
+        // Values are compared with their length, but written up to a null byte.
+        {[](CQueueLimits& limits) {
+             limits.SetScratchPath({"/scratch\0x", 10});
+         },
+         KeyForm(8)},
+        {[](CQueueLimits& limits) { limits.SetDiskPerThread(7); }, KeyForm(8, 2000, "/scratch", 7)},
+        {[](CQueueLimits& limits) { limits.SetThreadsPerMolecule(0); },
+         KeyForm(8, 2000, "/scratch", 30, 0)}};
+    for (const auto& [change, text] : cases) {
+        const auto changeAndCheck = [&change = change](CQueueLimits& limits) {
+            change(limits);
+            EXPECT_TRUE(limits.m_dirty);
+        };
+        EXPECT_EQ(ContentAfter(changeAndCheck), text);
+    }
 }
 
-TEST_F(QueueLimitsWrite, PresentValuesLeaveTheObjectCleanAndTheFileAlone) {
-    const auto setPresentValues = [](CQueueLimits& limits) {
+TEST_F(QueueLimitsWrite, DestructorKeepsFileWithoutChange) {
+    const auto setSameValues = [](CQueueLimits& limits) {
         limits.SetMaxThreads(8);
         limits.SetMemoryPerThread(2000);
         limits.SetDiskPerThread(30);
@@ -74,67 +89,44 @@ TEST_F(QueueLimitsWrite, PresentValuesLeaveTheObjectCleanAndTheFileAlone) {
         limits.SetScratchPath("/scratch");
         EXPECT_FALSE(limits.m_dirty);
     };
-    EXPECT_EQ(ContentAfter(setPresentValues), Original);
+    EXPECT_EQ(ContentAfter(setSameValues), original);
+    EXPECT_EQ(ContentAfter([](CQueueLimits&) {}), original);
+    // An assignment without a setter is not a change.
+    EXPECT_EQ(ContentAfter([](CQueueLimits& limits) { limits.MaxThreads = 5; }), original);
 }
 
-TEST_F(QueueLimitsWrite, ADestroyedObjectWithoutAChangeLeavesTheFileAlone) {
-    EXPECT_EQ(ContentAfter([](CQueueLimits&) {}), Original);
-    // A value that was stored without a setter is no change.
-    EXPECT_EQ(ContentAfter([](CQueueLimits& limits) { limits.MaxThreads = 5; }), Original);
-}
-
-TEST_F(QueueLimitsWrite, EverySetterMakesTheObjectDirty) {
-    const auto isDirtyAfter = [this](auto change) {
-        CQueueLimits limits(Directory());
-        change(limits);
-        const bool dirty = limits.m_dirty;
-        limits.m_dirty = false;
-        return dirty;
-    };
-    EXPECT_TRUE(isDirtyAfter([](CQueueLimits& l) { l.SetMaxThreads(-8); }));
-    EXPECT_TRUE(isDirtyAfter([](CQueueLimits& l) { l.SetMemoryPerThread(2001); }));
-    EXPECT_TRUE(isDirtyAfter([](CQueueLimits& l) { l.SetDiskPerThread(31); }));
-    EXPECT_TRUE(isDirtyAfter([](CQueueLimits& l) { l.SetThreadsPerMolecule(5); }));
-    EXPECT_TRUE(isDirtyAfter([](CQueueLimits& l) { l.SetScratchPath("/scratcH"); }));
-    EXPECT_TRUE(isDirtyAfter([](CQueueLimits& l) { l.SetScratchPath("/scratc"); }));
-    EXPECT_TRUE(isDirtyAfter([](CQueueLimits& l) { l.SetScratchPath(""); }));
-    EXPECT_TRUE(isDirtyAfter([](CQueueLimits& l) { l.SetScratchPath({"/scratch\0x", 10}); }));
-    EXPECT_EQ(Content(), Original);
-}
-
-TEST_F(QueueLimitsWrite, AChangeThatIsTakenBackStaysAChange) {
-    const auto thereAndBack = [](CQueueLimits& limits) {
+TEST_F(QueueLimitsWrite, RevertedChangeIsStillWritten) {
+    const auto changeAndRevert = [](CQueueLimits& limits) {
         limits.SetMaxThreads(6);
         limits.SetMaxThreads(8);
         EXPECT_TRUE(limits.m_dirty);
     };
-    EXPECT_EQ(ContentAfter(thereAndBack), KeyForm(8));
+    EXPECT_EQ(ContentAfter(changeAndRevert), KeyForm(8));
 }
 
-TEST_F(QueueLimitsWrite, WritingMakesTheObjectClean) {
+TEST_F(QueueLimitsWrite, WritesUnchangedAndChangedObject) {
     CQueueLimits limits(Directory());
+    EXPECT_EQ(limits.writeQueueLimits(), 0);
+    EXPECT_EQ(Content(), KeyForm(8));
     limits.SetMaxThreads(6);
     EXPECT_EQ(limits.writeQueueLimits(), 0);
     EXPECT_FALSE(limits.m_dirty);
     EXPECT_EQ(Content(), KeyForm(6));
 }
 
-TEST_F(QueueLimitsWrite, WritesACleanObjectToo) {
-    CQueueLimits limits(Directory());
-    EXPECT_EQ(limits.writeQueueLimits(), 0);
-    EXPECT_EQ(Content(), KeyForm(8));
+TEST_F(QueueLimitsWrite, ReplacesWholeFileWithKeyForm) {
+    for (const std::string& text :
+         {std::string("12"), "MaxThreads: 12\n" + std::string(9000, '#')}) {
+        hx_test::WriteFile(m_file, text);
+        CQueueLimits limits(Directory());
+        EXPECT_EQ(limits.writeQueueLimits(), 0);
+        EXPECT_EQ(Content(), KeyForm(12, 1024, "/tmp", 1, 0));
+    }
 }
 
-TEST_F(QueueLimitsWrite, TurnsTheBareFormIntoTheKeyForm) {
-    hx_test::WriteFile(m_file, "12");
-    CQueueLimits limits(Directory());
-    EXPECT_EQ(limits.writeQueueLimits(), 0);
-    EXPECT_EQ(Content(), KeyForm(12, 1024, "/tmp", 1, 0));
-}
-
-TEST_F(QueueLimitsWrite, WritesInPlaceWithModeAndOwnerKept) {
+TEST_F(QueueLimitsWrite, KeepsModeOwnerAndInode) {
     chmod(m_file.c_str(), 0664);
-    // Root alone can give the file to another owner; for others it is their own that stays.
+    // Only root can set another owner.
     if (geteuid() == 0) {
         ASSERT_EQ(chown(m_file.c_str(), 4711, 4712), 0);
     }
@@ -154,14 +146,7 @@ TEST_F(QueueLimitsWrite, WritesInPlaceWithModeAndOwnerKept) {
     EXPECT_EQ(std::distance(fs::directory_iterator(m_dir.path()), {}), 1);
 }
 
-TEST_F(QueueLimitsWrite, LeavesNothingOfALongerFile) {
-    hx_test::WriteFile(m_file, std::string("MaxThreads: 8\n") + std::string(9000, '#'));
-    CQueueLimits limits(Directory());
-    EXPECT_EQ(limits.writeQueueLimits(), 0);
-    EXPECT_EQ(Content(), KeyForm(8, 1024, "/tmp", 1, 0));
-}
-
-TEST_F(QueueLimitsWrite, AMissingFileIsNeverMade) {
+TEST_F(QueueLimitsWrite, DoesNotCreateMissingFile) {
     fs::remove(m_file);
     {
         CQueueLimits limits(Directory());
@@ -174,16 +159,16 @@ TEST_F(QueueLimitsWrite, AMissingFileIsNeverMade) {
     EXPECT_FALSE(fs::exists(m_file));
 }
 
-TEST_F(QueueLimitsWrite, AFileThatAppearsLaterIsNotWritten) {
+TEST_F(QueueLimitsWrite, DoesNotWriteFileCreatedLater) {
     fs::remove(m_file);
     CQueueLimits limits(Directory());
-    hx_test::WriteFile(m_file, Original);
+    hx_test::WriteFile(m_file, original);
     EXPECT_FALSE(limits.accessQueueLimits());
     EXPECT_EQ(limits.writeQueueLimits(), -1);
-    EXPECT_EQ(Content(), Original);
+    EXPECT_EQ(Content(), original);
 }
 
-TEST_F(QueueLimitsWrite, AFailedOpenGivesItsErrorNumberAndStaysDirty) {
+TEST_F(QueueLimitsWrite, ReturnsErrorOfOpenAndRemainsDirty) {
     CQueueLimits limits(Directory());
     limits.SetMaxThreads(6);
     fs::remove(m_file);
@@ -196,7 +181,7 @@ TEST_F(QueueLimitsWrite, AFailedOpenGivesItsErrorNumberAndStaysDirty) {
     EXPECT_EQ(Content(), KeyForm(6));
 }
 
-TEST_F(QueueLimitsWrite, AFileThatTheUserMayNotWriteStays) {
+TEST_F(QueueLimitsWrite, KeepsFileWithoutWritePermission) {
     HX_REQUIRE_NAMESPACES();
     chmod(m_file.c_str(), 0444);
     const auto result = hx_test::RunInChild({.identity = World::Identity::User}, [&] {
@@ -209,17 +194,17 @@ TEST_F(QueueLimitsWrite, AFileThatTheUserMayNotWriteStays) {
     });
     EXPECT_EQ(result.status, 0) << result.out;
     EXPECT_EQ(result.err, "");
-    EXPECT_EQ(Content(), Original);
+    EXPECT_EQ(Content(), original);
 }
 
-TEST_F(QueueLimitsWrite, AWritableFileIsAccessible) {
+TEST_F(QueueLimitsWrite, AccessRequiresWritableFile) {
     CQueueLimits limits(Directory());
     EXPECT_TRUE(limits.accessQueueLimits());
     fs::remove(m_file);
     EXPECT_FALSE(limits.accessQueueLimits());
 }
 
-TEST_F(QueueLimitsWrite, ErrorsAfterTheOpenAreNotNoticed) {
+TEST_F(QueueLimitsWrite, DoesNotDetectWriteErrors) {
     CQueueLimits limits(Directory());
     limits.SetMaxThreads(6);
     fs::remove(m_file);
@@ -228,14 +213,14 @@ TEST_F(QueueLimitsWrite, ErrorsAfterTheOpenAreNotNoticed) {
     EXPECT_FALSE(limits.m_dirty);
 }
 
-TEST_F(QueueLimitsWrite, AnEndThroughInstallErrorWritesNothing) {
+TEST_F(QueueLimitsWrite, InstallErrorDoesNotWriteChange) {
     const auto result = hx_test::RunInChild({}, [&] {
         CQueueLimits limits(Directory());
         limits.SetMaxThreads(6);
         CInstallBase::InstallError("No luck", 3, 0);
     });
     EXPECT_EQ(result.status, 3);
-    EXPECT_EQ(Content(), Original);
+    EXPECT_EQ(Content(), original);
 }
 
 }  // namespace

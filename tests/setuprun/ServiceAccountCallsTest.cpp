@@ -1,26 +1,25 @@
-// How often and with which buffers the user and group databases are asked. The two calls are taken
-// over here, before every library, and tell by their result or, to mislead, by errno.
+// The lookups in the user and group databases, and their buffers. This file replaces the two calls.
+// They return an error and, independently of it, leave a value in errno.
 #include <dlfcn.h>
 #include <grp.h>
 #include <gtest/gtest.h>
 #include <pwd.h>
+#include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
 #include <cstdlib>
-#include <functional>
+#include <string>
 #include <vector>
 
 #include "Machine.h"
-#include "setuprun/CInstallBase.h"
 
 namespace {
 
-struct TakenOver {
+struct Replacement {
     bool active = false;
-    std::vector<int> results;  // one a call; the last one is repeated
+    std::vector<int> results;  // of the calls; the last one is repeated
     int leftInErrno = 0;
-    std::vector<size_t> sizes;  // of the buffers that were offered
+    std::vector<size_t> sizes;  // of the buffers
 
     int Answer(size_t size) {
         const size_t call = sizes.size();
@@ -30,8 +29,8 @@ struct TakenOver {
     }
 };
 
-TakenOver g_user;
-TakenOver g_group;
+Replacement g_user;
+Replacement g_group;
 
 char g_name[] = "corvsrvc";
 char g_member[] = "anna";
@@ -72,75 +71,63 @@ extern "C" __attribute__((visibility("default"))) int getgrnam_r(const char* nam
 
 namespace {
 
-// Discovers once, with both calls giving these results and leaving this in errno.
-void Discover(const std::vector<int>& results, int leftInErrno,
-              const std::function<void(const CInstallBase&)>& look) {
-    ExpectInChild([&] {
-        g_user = {true, results, leftInErrno, {}};
-        g_group = {true, results, leftInErrno, {}};
-        Arguments arguments({"cv_install"});
-        const CInstallBase run(true, arguments.argc(), arguments.argv());
-        look(run);
+// Constructs a run while both calls return these results and leave this value in errno. Expects
+// that the last result decides, and returns the sizes of the buffers.
+std::vector<size_t> Discover(const std::vector<int>& results, int leftInErrno,
+                             const std::string& sysconf = {}) {
+    setenv("HX_TEST_SYSCONF", sysconf.c_str(), 1);
+    g_user = {true, results, leftInErrno, {}};
+    g_group = {true, results, leftInErrno, {}};
+    const bool found = results.back() == 0;
+    Construct({"cv_install"}, [&](CInstallBase& run) {
+        EXPECT_EQ(run.m_serviceUid, found ? 611 : -1);
+        EXPECT_EQ(run.m_serviceGid, found ? 612 : -1);
+        EXPECT_EQ(run.m_serviceCurrentMembers, found ? QStringList{"anna"} : QStringList());
     });
+    unsetenv("HX_TEST_SYSCONF");
+    EXPECT_EQ(g_user.sizes.size(), g_group.sizes.size());
+    return g_group.sizes;
 }
 
-void ExpectFound(const CInstallBase& run) {
-    EXPECT_EQ(run.m_serviceUid, 611);
-    EXPECT_EQ(run.m_serviceGid, 612);
-    EXPECT_EQ(run.m_serviceCurrentMembers, QStringList{"anna"});
-}
-
-void ExpectUnknown(const CInstallBase& run) {
-    EXPECT_EQ(run.m_serviceUid, -1);
-    EXPECT_EQ(run.m_serviceGid, -1);
-    EXPECT_TRUE(run.m_serviceCurrentMembers.isEmpty());
-}
-
-TEST(ServiceAccountCalls, DoubleTheBufferTenTimesAtTheMost) {
-    Discover({ERANGE}, ERANGE, [](const CInstallBase& run) {
-        ExpectUnknown(run);
-        for (const TakenOver* call : {&g_user, &g_group}) {
-            ASSERT_EQ(call->sizes.size(), 10u);
-            EXPECT_GE(call->sizes.front(), 1024u);
-            for (size_t i = 1; i < call->sizes.size(); ++i)
-                EXPECT_EQ(call->sizes[i], 2 * call->sizes[i - 1]);
+TEST(ServiceAccountCalls, DoubleBufferUpToTenCalls) {
+    ExpectInChild([] {
+        for (const int tenth : {0, ERANGE}) {
+            std::vector<int> results(9, ERANGE);
+            results.push_back(tenth);
+            Discover(results, tenth);
+            for (const Replacement* call : {&g_user, &g_group}) {
+                ASSERT_EQ(call->sizes.size(), 10u);
+                for (size_t i = 1; i < call->sizes.size(); ++i)
+                    EXPECT_EQ(call->sizes[i], 2 * call->sizes[i - 1]);
+            }
         }
     });
 }
 
-TEST(ServiceAccountCalls, TakeTheTenthAnswer) {
-    const std::vector<int> tenthFits = {ERANGE, ERANGE, ERANGE, ERANGE, ERANGE,
-                                        ERANGE, ERANGE, ERANGE, ERANGE, 0};
-    Discover(tenthFits, 0, ExpectFound);
-}
-
-TEST(ServiceAccountCalls, AreMadeOnceWhenTheRecordFits) {
-    Discover({0}, 0, [](const CInstallBase& run) {
-        ExpectFound(run);
-        EXPECT_EQ(g_user.sizes.size(), 1u);
-        EXPECT_EQ(g_group.sizes.size(), 1u);
+TEST(ServiceAccountCalls, StartWithSystemSizeOfAtLeast1024) {
+    ExpectInChild([] {
+        const std::pair<int, size_t> cases[] = {{-1, 1024},   {0, 1024},    {512, 1024},
+                                                {1023, 1024}, {1024, 1024}, {1025, 1025},
+                                                {4096, 4096}};
+        for (const auto& [system, start] : cases) {
+            const std::string size = "=" + std::to_string(system);
+            const std::string users = std::to_string(_SC_GETPW_R_SIZE_MAX) + size;
+            const std::string groups = std::to_string(_SC_GETGR_R_SIZE_MAX) + size;
+            Discover({0}, 0, users);
+            EXPECT_EQ(g_user.sizes, std::vector{start}) << system;
+            Discover({0}, 0, groups);
+            EXPECT_EQ(g_group.sizes, std::vector{start}) << system;
+        }
     });
 }
 
-TEST(ServiceAccountCalls, EndWithAnyOtherError) {
-    Discover({ERANGE, EIO, 0}, 0, [](const CInstallBase& run) {
-        ExpectUnknown(run);
-        EXPECT_EQ(g_user.sizes.size(), 2u);
-        EXPECT_EQ(g_group.sizes.size(), 2u);
-    });
-}
-
-TEST(ServiceAccountCalls, TellByTheirResultAndNotByErrno) {
-    Discover({ERANGE, 0}, 0, ExpectFound);
-    Discover({0}, ERANGE, [](const CInstallBase& run) {
-        ExpectFound(run);
-        EXPECT_EQ(g_user.sizes.size(), 1u);
-        EXPECT_EQ(g_group.sizes.size(), 1u);
-    });
-    Discover({EIO}, ERANGE, [](const CInstallBase& run) {
-        ExpectUnknown(run);
-        EXPECT_EQ(g_user.sizes.size(), 1u);
-        EXPECT_EQ(g_group.sizes.size(), 1u);
+TEST(ServiceAccountCalls, ReportErrorInResultOnly) {
+    ExpectInChild([] {
+        EXPECT_EQ(Discover({0}, 0).size(), 1u);
+        EXPECT_EQ(Discover({0}, ERANGE).size(), 1u);
+        EXPECT_EQ(Discover({EIO}, ERANGE).size(), 1u);
+        EXPECT_EQ(Discover({ERANGE, 0}, 0).size(), 2u);
+        EXPECT_EQ(Discover({ERANGE, EIO}, 0).size(), 2u);
     });
 }
 

@@ -1,4 +1,4 @@
-// What is read about the service's user and group, from user and group databases of the test's own.
+// The service account in user and group databases.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -7,11 +7,10 @@
 #include <string>
 
 #include "Machine.h"
-#include "setuprun/CInstallBase.h"
 
 namespace {
 
-// A group with so many members, whose names have seven letters.
+// Returns a group with this number of members, whose names have seven letters.
 std::string GroupOf(int members) {
     std::string line = "corvsrvc:x:612:";
     for (int i = 0; i < members; ++i)
@@ -19,7 +18,7 @@ std::string GroupOf(int members) {
     return line + "\n";
 }
 
-// A user whose comment has so many bytes.
+// Returns a user whose comment has this number of bytes.
 std::string UserWithComment(size_t bytes) {
     return "corvsrvc:x:611:100:" + std::string(bytes, 'c') + ":/:/bin/false\n";
 }
@@ -28,86 +27,57 @@ class ServiceAccount : public testing::Test {
 protected:
     void SetUp() override { HX_REQUIRE_NAMESPACES(); }
 
-    // Looks at a fresh run, with this answer of sysconf ("69=2048") where one is given.
-    void Look(const std::function<void(CInstallBase&)>& look, const std::string& sysconf = {},
-              const std::string& fail = {}) const {
+    // Constructs a run, with answers of sysconf and failing calls as interpose.c reads them.
+    void ExpectRun(const std::function<void(CInstallBase&)>& body, const std::string& sysconf = {},
+                   const std::string& fail = {}) const {
         m_machine.Expect(AsRoot, [&] {
             setenv("HX_TEST_SYSCONF", sysconf.c_str(), 1);
             setenv("HX_TEST_FAIL", fail.c_str(), 1);
-            Arguments arguments({"cv_install"});
-            CInstallBase run(false, arguments.argc(), arguments.argv());
-            look(run);
+            Construct({program}, body);
         });
     }
 
-    static std::string GroupSize(int bytes) {
-        return std::to_string(_SC_GETGR_R_SIZE_MAX) + "=" + std::to_string(bytes);
-    }
-    static std::string UserSize(int bytes) {
-        return std::to_string(_SC_GETPW_R_SIZE_MAX) + "=" + std::to_string(bytes);
+    void ExpectAccount(int uid, int gid, const QStringList& members,
+                       const std::string& sysconf = {}, const std::string& fail = {}) const {
+        const auto check = [&](CInstallBase& run) {
+            EXPECT_EQ(run.m_serviceUid, uid);
+            EXPECT_EQ(run.m_serviceGid, gid);
+            EXPECT_EQ(run.m_serviceCurrentMembers, members);
+        };
+        ExpectRun(check, sysconf, fail);
     }
 
     Machine m_machine;
 };
 
-void ExpectMembers(CInstallBase& run, int count) {
-    EXPECT_EQ(run.m_serviceGid, 612);
-    ASSERT_EQ(run.m_serviceCurrentMembers.size(), count);
-    EXPECT_EQ(run.m_serviceCurrentMembers.first(), "m000000");
-    EXPECT_EQ(run.m_serviceCurrentMembers.last(),
-              "m" + QString::number(1000000 + count - 1).mid(1));
+TEST_F(ServiceAccount, HasIdsAndMembersOfRecords) {
+    struct {
+        std::string users;
+        std::string groups;
+        int uid;
+        int gid;
+        QStringList members;
+    } const cases[] = {{"", "", -1, -1, {}},
+                       {"root:x:0:0::/:/bin/sh\n" + UserWithComment(3),
+                        "root:x:0:\ncorvsrvc:x:612:zoe,anna,größe,mike\n",
+                        611,
+                        612,
+                        {"zoe", "anna", "größe", "mike"}},
+                       {UserWithComment(3), "", 611, -1, {}},
+                       {"", "corvsrvc:x:612:\n", -1, 612, {}},
+                       // A user with the group as primary group is not a member.
+                       {"anna:x:700:612::/:/bin/sh\n", "corvsrvc:x:612:bert\n", -1, 612, {"bert"}}};
+    for (const auto& test : cases) {
+        m_machine.Write("/etc/passwd", test.users);
+        m_machine.Write("/etc/group", test.groups);
+        ExpectAccount(test.uid, test.gid, test.members);
+    }
 }
 
-void ExpectNoGroup(CInstallBase& run) {
-    EXPECT_EQ(run.m_serviceGid, -1);
-    EXPECT_TRUE(run.m_serviceCurrentMembers.isEmpty());
-}
-
-TEST_F(ServiceAccount, IsUnknownWithoutUserAndGroup) {
-    Look([](CInstallBase& run) {
-        EXPECT_EQ(run.m_serviceUid, -1);
-        ExpectNoGroup(run);
-    });
-}
-
-TEST_F(ServiceAccount, HasTheIdsAndTheMembersInTheirOrder) {
-    m_machine.Write("/etc/passwd", "root:x:0:0::/:/bin/sh\n" + UserWithComment(3));
-    m_machine.Write("/etc/group", "root:x:0:\ncorvsrvc:x:612:zoe,anna,größe,mike\n");
-    Look([](CInstallBase& run) {
-        EXPECT_EQ(run.m_serviceUid, 611);
-        EXPECT_EQ(run.m_serviceGid, 612);
-        EXPECT_EQ(run.m_serviceCurrentMembers,
-                  (QStringList{"zoe", "anna", QString::fromUtf8("größe"), "mike"}));
-    });
-}
-
-TEST_F(ServiceAccount, MayHaveAUserAlone) {
-    m_machine.Write("/etc/passwd", UserWithComment(3));
-    Look([](CInstallBase& run) {
-        EXPECT_EQ(run.m_serviceUid, 611);
-        ExpectNoGroup(run);
-    });
-}
-
-TEST_F(ServiceAccount, MayHaveAGroupAlone) {
-    m_machine.Write("/etc/group", "corvsrvc:x:612:\n");
-    Look([](CInstallBase& run) {
-        EXPECT_EQ(run.m_serviceUid, -1);
-        EXPECT_EQ(run.m_serviceGid, 612);
-        EXPECT_TRUE(run.m_serviceCurrentMembers.isEmpty());
-    });
-}
-
-TEST_F(ServiceAccount, AUserWithThePrimaryGroupIsNoMember) {
-    m_machine.Write("/etc/passwd", "anna:x:700:612::/:/bin/sh\n");
-    m_machine.Write("/etc/group", "corvsrvc:x:612:bert\n");
-    Look([](CInstallBase& run) { EXPECT_EQ(run.m_serviceCurrentMembers, QStringList{"bert"}); });
-}
-
-TEST_F(ServiceAccount, TakesTheUserFirstAndTheGroupSecond) {
+TEST_F(ServiceAccount, UsesNamesOfUserAndGroup) {
     m_machine.Write("/etc/passwd", "mine:x:711:1::/:/bin/sh\nours:x:712:1::/:/bin/sh\n");
     m_machine.Write("/etc/group", "mine:x:721:\nours:x:722:carl\n");
-    Look([](CInstallBase& run) {
+    ExpectRun([](CInstallBase& run) {
         run.DiscoverServiceUserGroup("mine", "ours");
         EXPECT_EQ(run.m_serviceUid, 711);
         EXPECT_EQ(run.m_serviceGid, 722);
@@ -115,88 +85,61 @@ TEST_F(ServiceAccount, TakesTheUserFirstAndTheGroupSecond) {
     });
 }
 
-TEST_F(ServiceAccount, DiscoveredTwiceHasItsMembersTwice) {
-    m_machine.Write("/etc/group", "corvsrvc:x:612:anna,bert\n");
-    Look([](CInstallBase& run) {
-        run.DiscoverServiceUserGroup("corvsrvc", "corvsrvc");
-        EXPECT_EQ(run.m_serviceCurrentMembers, (QStringList{"anna", "bert", "anna", "bert"}));
-    });
-}
-
-TEST_F(ServiceAccount, ThatIsGoneLosesItsIdsAndKeepsTheList) {
+TEST_F(ServiceAccount, AppendsMembersWhenDiscoveredAgain) {
     m_machine.Write("/etc/passwd", UserWithComment(3));
-    m_machine.Write("/etc/group", "corvsrvc:x:612:anna\n");
-    Look([](CInstallBase& run) {
-        run.DiscoverServiceUserGroup("nobody-here", "nobody-here");
+    m_machine.Write("/etc/group", "corvsrvc:x:612:anna,bert\n");
+    ExpectRun([](CInstallBase& run) {
+        run.DiscoverServiceUserGroup("corvsrvc", "corvsrvc");
+        const QStringList members = {"anna", "bert", "anna", "bert"};
+        EXPECT_EQ(run.m_serviceCurrentMembers, members);
+        run.DiscoverServiceUserGroup("missing", "missing");
         EXPECT_EQ(run.m_serviceUid, -1);
         EXPECT_EQ(run.m_serviceGid, -1);
-        EXPECT_EQ(run.m_serviceCurrentMembers, QStringList{"anna"});
+        EXPECT_EQ(run.m_serviceCurrentMembers, members);
     });
 }
 
-TEST_F(ServiceAccount, AGroupOf30000MembersFitsIntoTenCalls) {
+// The tenth buffer has 524288 bytes if the first has 1024.
+TEST_F(ServiceAccount, FindsGroupThatFitsTenthBuffer) {
+    const std::string size = std::to_string(_SC_GETGR_R_SIZE_MAX) + "=";
     m_machine.Write("/etc/group", GroupOf(30000));
-    Look([](CInstallBase& run) { ExpectMembers(run, 30000); });
-}
-
-TEST_F(ServiceAccount, AGroupOf33000MembersDoesNot) {
+    ExpectRun(
+        [](CInstallBase& run) {
+            EXPECT_EQ(run.m_serviceGid, 612);
+            ASSERT_EQ(run.m_serviceCurrentMembers.size(), 30000);
+            EXPECT_EQ(run.m_serviceCurrentMembers.first(), "m000000");
+            EXPECT_EQ(run.m_serviceCurrentMembers.last(), "m029999");
+        },
+        size + "1024");
     m_machine.Write("/etc/group", GroupOf(33000));
-    Look(ExpectNoGroup);
+    ExpectAccount(-1, -1, {}, size + "1024");
+    ExpectRun([](CInstallBase& run) { EXPECT_EQ(run.m_serviceCurrentMembers.size(), 33000); },
+              size + "2048");
 }
 
-TEST_F(ServiceAccount, AGroupBufferStartsAtTheSystemsSize) {
-    m_machine.Write("/etc/group", GroupOf(33000));
-    Look([](CInstallBase& run) { ExpectMembers(run, 33000); }, GroupSize(2048));
-}
-
-TEST_F(ServiceAccount, AGroupBufferStartsAt1024BytesAtLeast) {
-    m_machine.Write("/etc/group", GroupOf(30000));
-    for (const int size : {-1, 0, 512, 1023})
-        Look([](CInstallBase& run) { ExpectMembers(run, 30000); }, GroupSize(size));
-    m_machine.Write("/etc/group", GroupOf(33000));
-    Look(ExpectNoGroup, GroupSize(-1));
-}
-
-// The whole line has to fit, and the tenth buffer has 524288 bytes.
-TEST_F(ServiceAccount, AUserRecordMayFillTenCalls) {
-    m_machine.Write("/etc/passwd", UserWithComment(500000));
-    for (const int size : {1024, -1, 512})
-        Look([](CInstallBase& run) { EXPECT_EQ(run.m_serviceUid, 611); }, UserSize(size));
-}
-
-TEST_F(ServiceAccount, AUserRecordThatIsLongerIsNotFoundButTheGroupIs) {
-    m_machine.Write("/etc/passwd", UserWithComment(530000));
+TEST_F(ServiceAccount, FindsUserThatFitsTenthBuffer) {
+    const std::string size = std::to_string(_SC_GETPW_R_SIZE_MAX) + "=";
     m_machine.Write("/etc/group", "corvsrvc:x:612:anna\n");
-    Look([](CInstallBase& run) {
-        EXPECT_EQ(run.m_serviceUid, -1);
-        EXPECT_EQ(run.m_serviceGid, 612);
-        EXPECT_EQ(run.m_serviceCurrentMembers, QStringList{"anna"});
-    });
-    Look([](CInstallBase& run) { EXPECT_EQ(run.m_serviceUid, 611); }, UserSize(2048));
+    m_machine.Write("/etc/passwd", UserWithComment(500000));
+    ExpectAccount(611, 612, {"anna"}, size + "1024");
+    m_machine.Write("/etc/passwd", UserWithComment(530000));
+    ExpectAccount(-1, 612, {"anna"}, size + "1024");
+    ExpectAccount(611, 612, {"anna"}, size + "2048");
 }
 
-TEST_F(ServiceAccount, AnyOtherErrorLeavesThatIdUnknown) {
+TEST_F(ServiceAccount, IsUnknownAfterFailedLookup) {
     m_machine.Write("/etc/passwd", UserWithComment(3));
     m_machine.Write("/etc/group", "corvsrvc:x:612:anna\n");
-    const auto expectGroup = [](CInstallBase& run) {
-        EXPECT_EQ(run.m_serviceUid, -1);
-        EXPECT_EQ(run.m_serviceGid, 612);
-    };
-    const auto expectUser = [](CInstallBase& run) {
-        EXPECT_EQ(run.m_serviceUid, 611);
-        ExpectNoGroup(run);
-    };
-    for (const char* error : {"5", "24", "34"}) {
-        Look(expectGroup, {}, std::string("getpwnam_r=") + error);
-        Look(expectUser, {}, std::string("getgrnam_r=") + error);
+    for (const std::string error : {"5", "24", "34"}) {
+        ExpectAccount(-1, 612, {"anna"}, {}, "getpwnam_r=" + error);
+        ExpectAccount(611, -1, {}, {}, "getgrnam_r=" + error);
     }
 }
 
-TEST_F(ServiceAccount, IsReadWithoutAWord) {
+TEST_F(ServiceAccount, PrintsNothing) {
     const auto result = m_machine.Run(AsRoot, [] {
         setenv("HX_TEST_FAIL", "getpwnam_r=5,getgrnam_r=5", 1);
-        Arguments arguments({"cv_install"});
-        const CInstallBase run(false, arguments.argc(), arguments.argv());
+        Construct({program});
     });
     EXPECT_EQ(result.status, 0);
     EXPECT_EQ(result.out + result.err, "");
