@@ -1,23 +1,23 @@
-// The process that runs a commit script.
+// The process that runs the commit script.
 #pragma once
 
 #include <QProcess>
 
 #include "support/hx_export.h"
 
-// A QProcess that starts a script under /bin/bash. The caller follows it through QProcess and keeps
-// it alive to the script's end: destroying it ends a script that still runs.
+// A QProcess that runs a script with /bin/bash. The caller monitors it through QProcess and must
+// keep it until the script ends.
 class HX_EXPORT CCommitScript : public QProcess {
     Q_OBJECT
 
 public:
     explicit CCommitScript(QObject* parent = nullptr);
 
-    // Ends a script that still runs.
+    // Kills the script if it is still running.
     ~CCommitScript() override;
 
-    // Starts bash with `path` as its one argument, also when it is empty, and returns at once. The
-    // script inherits the environment and needs no execute permission. A failure to start shows in
-    // the state and the signals of QProcess only.
+    // Starts bash with `path`, even if empty, as its only argument and returns immediately. The
+    // script inherits the environment and needs no execute permission. Only the state and the
+    // signals of QProcess report a failure to start.
     void Run(const QString& path);
 };

@@ -1,4 +1,4 @@
-// The sections of the commit script, one function each, in the order in which they stand in it.
+// The sections of the commit script, one function each.
 #pragma once
 
 #include <cstdio>
@@ -11,7 +11,7 @@ inline bool IsRootRun(const CInstallBase& run) {
     return run.m_accessFlags == CInstallBase::RootAccess;
 }
 
-// Modes are the decimal digits that the script's tools read as octal.
+// Returns the mode of directories and run scripts as the octal digits that chmod reads.
 inline int SharedMode(const CInstallBase& run) {
     return IsRootRun(run) ? 775 : 755;
 }

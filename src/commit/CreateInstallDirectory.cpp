@@ -1,4 +1,4 @@
-// Makes the install directory, for a caller that needs it before the commit script runs.
+// Creates the install directory for callers that need it before the commit script runs.
 #include <unistd.h>
 
 #include "setuprun/CInstallBase.h"

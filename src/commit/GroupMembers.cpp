@@ -1,4 +1,4 @@
-// Works out who enters and who leaves the service group.
+// Determines which users to add to and remove from the service group.
 #include <QHash>
 #include <QSet>
 
@@ -15,25 +15,25 @@ void AppendName(QString& names, const QString& name) {
 }  // namespace
 
 QString CInstallBase::AddServiceGroupUsers() {
-    const QSet<QString> present(m_serviceCurrentMembers.begin(), m_serviceCurrentMembers.end());
+    const QSet<QString> current(m_serviceCurrentMembers.begin(), m_serviceCurrentMembers.end());
     QString joining;
     for (const QString& name : m_serviceMembers) {
-        if (!present.contains(name))
+        if (!current.contains(name))
             AppendName(joining, name);
     }
     return joining;
 }
 
-// Kept: the rule is not the mirror image of the one above. A name's place among the wanted ones, or
-// their number when it is not wanted, is held against the number of present names: fewer wanted
-// names than present ones remove nobody, and a wanted name that stands too far behind is removed.
+// Compatibility: earlier versions compare the first index of a name among the wanted names, or
+// their count if it is not wanted, with the number of current members. So fewer wanted names than
+// current members remove none, and a wanted name with a high index is removed.
 QString CInstallBase::RemoveServiceGroupUsers() {
-    QHash<QString, qsizetype> places;
-    for (qsizetype place = m_serviceMembers.size() - 1; place >= 0; --place)
-        places.insert(m_serviceMembers[place], place);
+    QHash<QString, qsizetype> indexes;
+    for (qsizetype index = m_serviceMembers.size() - 1; index >= 0; --index)
+        indexes.insert(m_serviceMembers[index], index);
     QString leaving;
     for (const QString& name : m_serviceCurrentMembers) {
-        if (places.value(name, m_serviceMembers.size()) >= m_serviceCurrentMembers.size())
+        if (indexes.value(name, m_serviceMembers.size()) >= m_serviceCurrentMembers.size())
             AppendName(leaving, name);
     }
     return leaving;

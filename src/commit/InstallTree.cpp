@@ -1,12 +1,12 @@
-// The install tree: its directories, the repository of the last version, the static files of the
-// compute service and the owner of it all.
+// The install tree: directories, the link to the repository of the previous version, web pages,
+// and ownership.
 #include "commit/CommitSections.h"
 
 namespace hx {
 namespace {
 
-// Leaves the block open at its last "fi", for what else is done in a run that makes the directory.
-// `name` stands behind the install directory's path.
+// Writes the block for the install directory's subdirectory `name` without its last "fi", so that
+// the caller can add commands for a new directory.
 void OpenDirectory(FILE* script, int mode, const char* name) {
     std::fprintf(script,
                  R"(if [ ! -d "${CORV_INSTALL_DIR}%s" ]
@@ -30,7 +30,7 @@ void WriteDirectory(FILE* script, int mode, const char* name) {
     std::fputs("fi\n\n", script);
 }
 
-// Kept: a link that works is linked to, only the text of a broken one is copied.
+// Compatibility: links to a link that resolves, but copies the target of a broken link.
 void WriteRepositoryLink(FILE* script) {
     std::fputs(
         R"(    if [ -d "${CORV_INSTALL_DIR}/corvanerc/corvane24server/CorvaneServerRepository" ]
@@ -64,7 +64,7 @@ CORV_BINARIES_DIR="%s"
 }
 
 void WriteServerFiles(FILE* script) {
-    // Kept: the error for the icons names the resources.
+    // Compatibility: the error message for the icons mentions the resources.
     std::fputs(R"(if [ ! -d "${CORV_INSTALL_DIR}/corvanerc/corvane26server/resources" ]
 then
     ${TAR_CMD} -xv -C "${CORV_INSTALL_DIR}/corvanerc/corvane26server" -f "${CORV_BINARIES_DIR}/docroot/resources.tar"

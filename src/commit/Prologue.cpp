@@ -1,4 +1,4 @@
-// What stands around the work of the commit script: names, tools, start message, guard and closing.
+// The start and the end of the commit script: names, tools, start message, guard, and closing.
 #include "commit/CommitSections.h"
 #include "support/COSRelease.h"
 
@@ -15,9 +15,9 @@ CORVSRVC_USER=%s
                  qUtf8Printable(run.m_serviceGroup), qUtf8Printable(run.m_serviceUser));
 }
 
-// Every mode change of the script goes through this function.
+// The script uses this function as CHMOD_CMD.
 void WriteChmodFunction(FILE* script) {
-    // Kept: the indenting of the last two lines.
+    // Compatibility: the last two lines are indented too far.
     std::fputs(R"(chmod_if_different() {
    local target_mode=$1
    local file=$2
@@ -50,9 +50,9 @@ CHSH_CMD=/usr/bin/chsh
                script);
 }
 
-// A fallback is taken untested where the first path is not executable.
+// If the first path is not executable, the script uses the fallback without checking it.
 void WriteCommonTools(FILE* script) {
-    // Kept: the fallback of STRINGS_CMD is the path that it replaces.
+    // Compatibility: the fallback of STRINGS_CMD is the same path.
     std::fputs(R"(MKDIR_CMD=/bin/mkdir
 CHMOD_CMD=chmod_if_different
 CHOWN_CMD=/bin/chown

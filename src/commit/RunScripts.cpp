@@ -1,10 +1,10 @@
-// The run scripts, made from their templates, and the links to them in /usr/bin.
+// The run scripts, created from their templates, and the links to them in /usr/bin.
 #include "commit/CommitSections.h"
 
 namespace hx {
 namespace {
 
-// A variable without a value stays unset, and its placeholder is replaced by nothing.
+// Without the line, the variable is unset and its placeholder is replaced with an empty text.
 void WriteIfNotEmpty(FILE* script, const char* name, const QString& value) {
     if (!value.isEmpty())
         std::fprintf(script, "%s=\"%s\"\n", name, qUtf8Printable(value));
@@ -23,7 +23,7 @@ const char* QueueTypeName(int queueType) {
     }
 }
 
-// Only an external queue has a name.
+// Queue and partition names are for an external queue only.
 void WriteQueueVariables(FILE* script, const CInstallBase& run) {
     const bool external = run.m_queueType == CInstallBase::QueueExternal;
     std::fprintf(script,
@@ -63,8 +63,8 @@ CORV_COMPSRVC_USER="%s"
                  qUtf8Printable(run.m_serviceUser));
 }
 
-// Tests the sed that wrote the script `name` and corrects its mode. `title` is what the messages
-// call it.
+// Checks the result of the sed command that wrote the file `name` and sets its mode. The messages
+// call the file `title`.
 void WriteInstantiationCheck(FILE* script, const CInstallBase& run, const char* name,
                              const char* title) {
     std::fprintf(script,
@@ -109,7 +109,7 @@ void WriteRunScriptVariables(FILE* script, const CInstallBase& run) {
 }
 
 void WriteRunScript(FILE* script, const CInstallBase& run) {
-    // Kept: nothing sets CORV_QUEUE_ALLOW, and its expression has another delimiter.
+    // Compatibility: CORV_QUEUE_ALLOW is never set, and its expression uses a different delimiter.
     std::fputs(R"(${SED_CMD} -e "s|%CORV_ROOT%|${CORV_BINARIES_DIR}|g" \
            -e "s|%CORV_CORVANERC%|${CORV_INSTALL_DIR}|g" \
            -e "s|%CORV_CLUSTER_NODE%|${CORV_CLUSTER_NODE}|g" \

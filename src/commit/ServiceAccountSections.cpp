@@ -1,4 +1,4 @@
-// The service account and the members of its group.
+// The service account and the service group members.
 #include "commit/CommitSections.h"
 
 namespace hx {
@@ -24,7 +24,8 @@ fi
                script);
 }
 
-// Only an external queue's jobs need a login shell. Kept: the home directory is fixed.
+// Only jobs of an external queue need a login shell. Compatibility: the home directory does not
+// follow the install directory.
 void WriteServiceUser(FILE* script, const CInstallBase& run) {
     const char* shell =
         run.m_queueType == CInstallBase::QueueExternal ? "/bin/bash" : "/sbin/nologin";
@@ -76,7 +77,7 @@ done
                  qUtf8Printable(names));
 }
 
-// Kept: who is in no other group stays in this one.
+// Compatibility: does not remove a user who is in no other group.
 void WriteLeavingMembers(FILE* script, const QString& names) {
     std::fprintf(script,
                  R"sh(# Remove users from Corvane Compute Service Group

@@ -1,4 +1,4 @@
-// The setup executable's options, in one table. Nothing is rejected here.
+// The table of command-line options. Invalid input is ignored, never rejected.
 #include <algorithm>
 #include <array>
 #include <cstring>
@@ -9,9 +9,9 @@ namespace {
 
 enum class Value {
     None,
-    Text,          // ends the parsing when it is missing
-    OptionalText,  // empty when it is missing
-    Number         // left for the next pass when it does not convert
+    Text,          // if missing, ends the parsing
+    OptionalText,  // if missing, empty
+    Number         // if not a number, parsed as an option
 };
 
 struct Option {
@@ -68,7 +68,7 @@ constexpr std::array options = {
                UseScheduler(run, "TORQUE");
                run.m_queueName = text;
            }},
-    // Kept: the long form is spelt this way in released scripts.
+    // Compatibility: released scripts use the misspelled long form.
     Option{{"-p", "--external-partiton"},
            Value::OptionalText,
            [](CInstallBase& run, const QString& text, int) {
@@ -120,7 +120,7 @@ void CInstallBase::ParseArgs(int argc, char** argv) {
             option->apply(*this, {}, 0);
             continue;
         }
-        // argv[argc] is null, which reads as an empty string.
+        // QString::fromUtf8 returns an empty string for the null pointer at argv[argc].
         const QString text = QString::fromUtf8(argv[i]);
         bool isNumber = false;
         const int number = text.toInt(&isNumber);

@@ -1,4 +1,4 @@
-// Finds the directory of the running executable from its argv[0], as text.
+// Determines the directory of the running executable from argv[0] alone.
 #include <unistd.h>
 
 #include <algorithm>

@@ -17,7 +17,7 @@ void Require(bool success, const char* before, const QString& path, const char* 
 void MakeDirectory(const QString& path, const char* before) {
     const QByteArray name = path.toUtf8();
     Require(mkdir(name.constData(), 0755) == 0, before, path);
-    // The umask has no say.
+    // mkdir applies the umask, chmod does not.
     Require(chmod(name.constData(), 0755) == 0, "Unable to chmod \"", path);
 }
 

@@ -1,15 +1,15 @@
-// System calls that a setup run cannot do without.
+// System calls whose failure ends the setup.
 #pragma once
 
 #include <QString>
 
 namespace hx {
 
-// Unless `success`, ends the process with status 2 and the text of errno, which must be the
-// failure's. The message is the path between the two texts.
+// Unless `success`, ends the process with status 2. The message consists of `before`, `path`, and
+// `after`, followed by the text of errno, which the failed call must have set.
 void Require(bool success, const char* before, const QString& path, const char* after = "\"");
 
-// Makes a directory with mode 0755, whatever the umask. `before` opens the message of a failure.
+// Creates a directory with mode 0755, regardless of the umask. `before` begins the error message.
 void MakeDirectory(const QString& path, const char* before);
 
 }  // namespace hx

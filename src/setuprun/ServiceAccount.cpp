@@ -1,4 +1,4 @@
-// Reads what the system knows about the compute service's user and group.
+// Looks up the service account.
 #include <grp.h>
 #include <pwd.h>
 #include <unistd.h>
@@ -11,17 +11,17 @@
 
 namespace {
 
-constexpr long MinimumBufferSize = 1024;
-constexpr int MaximumCalls = 10;
+constexpr long minimumBufferSize = 1024;
+constexpr int maximumCalls = 10;
 
-// Calls `lookUp(buffer)` with a buffer that doubles while the record does not fit. The error
-// number is the call's result, not errno; 0 says that the call was made in full.
+// Calls `lookUp(buffer)` and doubles the buffer while the record does not fit. Returns the error
+// number that the call returned, which is not in errno; 0 on success.
 template <typename LookUp>
 int WithGrowingBuffer(int sizeName, std::vector<char>& buffer, LookUp lookUp) {
-    buffer.resize(static_cast<size_t>(std::max(sysconf(sizeName), MinimumBufferSize)));
+    buffer.resize(static_cast<size_t>(std::max(sysconf(sizeName), minimumBufferSize)));
     for (int call = 1;; ++call) {
         const int error = lookUp(buffer);
-        if (error != ERANGE || call == MaximumCalls)
+        if (error != ERANGE || call == maximumCalls)
             return error;
         buffer.resize(2 * buffer.size());
     }

@@ -6,8 +6,8 @@
 
 namespace {
 
-// A value as a shell would read it: one pair of quotes taken off, a backslash keeps the next
-// character (not inside single quotes).
+// Returns a value as a shell reads it: without one pair of quotes and, except in single quotes,
+// without the backslashes that escape the next character.
 QString Unquoted(QStringView text) {
     QChar quote;
     if (text.size() >= 2 && (text.front() == u'"' || text.front() == u'\'') &&
@@ -48,7 +48,7 @@ bool IsDebian(const QString& id) {
     return ids.contains(id);
 }
 
-// openSUSE's editions are "opensuse-leap", "opensuse-tumbleweed" and so on.
+// The editions of openSUSE are "opensuse-leap", "opensuse-tumbleweed", and so on.
 bool IsRpm(const QString& id) {
     static const QStringList ids = {"rhel", "centos", "fedora", "rocky", "almalinux", "ol",
                                     "suse", "sles",   "sled",   "amzn",  "scientific"};

@@ -1,24 +1,25 @@
-// The operating system's release, as its os-release file tells it.
+// The release of the operating system, from its os-release file.
 #pragma once
 
 #include <QString>
 
 #include "support/hx_export.h"
 
-// Read once, in the constructor, from /etc/os-release or, where that cannot be opened, from
-// /usr/lib/os-release. Without either the name is "Linux" and both questions answer no.
+// The constructor reads /etc/os-release or, if that cannot be opened, /usr/lib/os-release. Without
+// either, the name is "Linux" and the release is neither RPM-based nor Debian-based.
 class HX_EXPORT COSRelease {
 public:
-    // Takes the executable's own arguments, which do not matter today.
+    // Ignores the arguments, which are part of the interface.
     COSRelease(int argc, char** argv);
 
-    // The distribution's name without a version (the NAME field), such as "Debian GNU/Linux".
+    // Returns the distribution's name without a version (field NAME), such as "Debian GNU/Linux";
+    // "Linux" without that field.
     QString Name() const { return m_name; }
 
-    // True for Red Hat, Fedora, SUSE and their children, by the ID and ID_LIKE fields.
+    // Returns true for Red Hat, Fedora, SUSE, and their derivatives (fields ID and ID_LIKE).
     bool RpmBased() const { return m_rpmBased; }
 
-    // True for Debian, Ubuntu and their children, by the same fields.
+    // Returns true for Debian, Ubuntu, and their derivatives (the same fields).
     bool DebBased() const { return m_debBased; }
 
 private:

@@ -1,4 +1,4 @@
-// A stream that is closed with its handle.
+// A stream that its handle closes.
 #pragma once
 
 #include <cstdio>

@@ -1,4 +1,4 @@
-/* Line input for console questions. */
+/* Line input for the prompts. */
 #ifndef HX_HXFGETS_H
 #define HX_HXFGETS_H
 
@@ -10,10 +10,10 @@
 extern "C" {
 #endif
 
-/* Reads one line of at most size - 1 bytes from `stream` into `buffer`, as fgets does, its
- * newline included. The rest of a longer line stays for the next read. Where nothing could be
- * read (end of file, an error) the buffer holds an empty string and the result is NULL; otherwise
- * the result is `buffer`. A size below 1 reads nothing and leaves the buffer alone. */
+/* Reads a line of at most size - 1 bytes, including its newline, from `stream` into `buffer`, as
+ * fgets does. The next call reads the rest of a longer line. Returns `buffer`, or NULL with an
+ * empty string in the buffer at end of file or on an error. If `size` is below 1, reads nothing,
+ * does not change the buffer, and returns NULL. */
 HX_EXPORT char* HXfgets(char* buffer, int size, FILE* stream);
 
 #ifdef __cplusplus

@@ -1,4 +1,4 @@
-/* Marks what the shared library exports; everything else in it is hidden. */
+/* Marks the exported symbols of the shared library. All other symbols are hidden. */
 #ifndef HX_EXPORT_H
 #define HX_EXPORT_H
 

@@ -4,7 +4,7 @@
 
 namespace {
 
-// A list of lines under construction, always ended by a null pointer.
+// A growing list of lines, always terminated by a null pointer.
 class LineList {
 public:
     explicit LineList(size_t capacity)
@@ -16,7 +16,7 @@ public:
 
     bool Valid() const { return m_lines != nullptr; }
 
-    // Takes over `line`; false when memory runs out, and the line is then freed.
+    // Takes ownership of `line`. Returns false, with the line freed, if memory runs out.
     bool Append(char* line) {
         if (m_count == m_capacity && !Grow()) {
             std::free(line);
@@ -60,7 +60,7 @@ char** storeFile(FILE* stream, int initialLines, int /*lineGrowth*/, int /*lineL
         size_t size = 0;
         if (getline(&line, &size, stream) < 0) {
             std::free(line);
-            // getline also fails without memory, which is neither end of file nor an error.
+            // When memory runs out, getline fails without the end-of-file or error flag.
             return feof(stream) && !ferror(stream) ? lines.Release() : nullptr;
         }
         if (!lines.Append(line))

@@ -10,16 +10,16 @@
 extern "C" {
 #endif
 
-/* Reads `stream` to its end and returns its lines, whole and of any length, each with its newline
- * where it has one, the last line included. The list ends with a null pointer; an empty stream
- * gives a list of none. The lines may be written to. Returns NULL when the stream cannot be read
- * or memory runs out. The caller frees the list with freeStoredFile and keeps the stream.
+/* Reads `stream` to its end and returns its lines with their newlines. Lines have any length; the
+ * last one may lack a newline. The list ends with a null pointer and is empty for an empty stream.
+ * The caller may modify the lines, frees the list with freeStoredFile, and keeps the stream.
+ * Returns NULL on a read error or if memory runs out.
  *
- * `initialLines` is a hint of how many lines to expect. `lineGrowth` and `lineLength` are part of
- * the interface and have no effect: the list and its lines grow as they need. */
+ * `initialLines` is the expected number of lines; any value works. `lineGrowth` and `lineLength`
+ * have no effect. */
 HX_EXPORT char** storeFile(FILE* stream, int initialLines, int lineGrowth, int lineLength);
 
-/* Frees a list that storeFile gave, its lines included. NULL is allowed. */
+/* Frees a list from storeFile and its lines. Accepts NULL. */
 HX_EXPORT void freeStoredFile(char** lines);
 
 #ifdef __cplusplus
