@@ -1,4 +1,4 @@
-// Line input: as fgets, but the buffer always ends up holding a string.
+// Line input.
 #include "support/HXfgets.h"
 
 #include <gtest/gtest.h>
@@ -6,14 +6,15 @@
 #include <array>
 #include <cstdio>
 #include <string>
+#include <vector>
 
 #include "harness/TempDir.h"
 
 namespace {
 
-class HXfgetsOn : public testing::Test {
+class HXfgetsTest : public testing::Test {
 protected:
-    ~HXfgetsOn() override {
+    ~HXfgetsTest() override {
         if (m_stream != nullptr)
             std::fclose(m_stream);
     }
@@ -24,11 +25,28 @@ protected:
         ASSERT_NE(m_stream, nullptr);
     }
 
-    // Reads with a buffer of `size` that is full of another text before.
-    char* Read(int size) {
+    // Reads into the first `size` bytes of a buffer that is full of other text.
+    char* Read(int size = 1024) {
         m_buffer.fill('x');
         m_buffer.back() = '\0';
         return HXfgets(m_buffer.data(), size, m_stream);
+    }
+
+    // Expects that reads of this size return these lines, and then nothing.
+    void ExpectLines(const std::string& text, int size, const std::vector<std::string>& lines) {
+        Open(text);
+        for (const std::string& line : lines) {
+            EXPECT_EQ(Read(size), m_buffer.data());
+            EXPECT_EQ(std::string(m_buffer.data()), line);
+        }
+        ExpectNothing();
+        std::fclose(m_stream);
+        m_stream = nullptr;
+    }
+
+    void ExpectNothing() {
+        EXPECT_EQ(Read(), nullptr);
+        EXPECT_STREQ(m_buffer.data(), "");
     }
 
     hx_test::TempDir m_dir;
@@ -36,81 +54,44 @@ protected:
     std::array<char, 1024> m_buffer = {};
 };
 
-TEST_F(HXfgetsOn, ReadsALineWithItsNewline) {
-    Open("8\nnext\n");
-    EXPECT_EQ(Read(1024), m_buffer.data());
-    EXPECT_STREQ(m_buffer.data(), "8\n");
-    EXPECT_EQ(Read(1024), m_buffer.data());
-    EXPECT_STREQ(m_buffer.data(), "next\n");
+TEST_F(HXfgetsTest, ReadsLines) {
+    ExpectLines("8\nnext\n", 1024, {"8\n", "next\n"});
+    ExpectLines("last", 1024, {"last"});
+    ExpectLines("", 1024, {});
 }
 
-TEST_F(HXfgetsOn, ReadsALastLineWithoutNewline) {
-    Open("last");
-    EXPECT_EQ(Read(1024), m_buffer.data());
-    EXPECT_STREQ(m_buffer.data(), "last");
+TEST_F(HXfgetsTest, ReadsRestOfLongLineNext) {
+    const std::string rest = std::string(477, 'a') + "\n";
+    ExpectLines(std::string(1500, 'a') + "\nb\n", 1024, {std::string(1023, 'a'), rest, "b\n"});
+    ExpectLines("abc\nd\n", 5, {"abc\n", "d\n"});
+    ExpectLines("abc\nd\n", 4, {"abc", "\n", "d\n"});
 }
 
-TEST_F(HXfgetsOn, LeavesAnEmptyStringAtEndOfFile) {
-    Open("only\n");
-    Read(1024);
-    for (int i = 0; i < 2; ++i) {
-        EXPECT_EQ(Read(1024), nullptr);
-        EXPECT_STREQ(m_buffer.data(), "");
-    }
-}
-
-TEST_F(HXfgetsOn, LeavesAnEmptyStringOnAnEmptyStream) {
+TEST_F(HXfgetsTest, EmptiesBufferAtEveryEndOfFile) {
     Open("");
-    EXPECT_EQ(Read(1024), nullptr);
-    EXPECT_STREQ(m_buffer.data(), "");
+    ExpectNothing();
+    ExpectNothing();
 }
 
-TEST_F(HXfgetsOn, LeavesAnEmptyStringOnAReadError) {
+TEST_F(HXfgetsTest, EmptiesBufferOnReadError) {
     m_stream = std::fopen(m_dir.path().c_str(), "r");
     ASSERT_NE(m_stream, nullptr);
-    EXPECT_EQ(Read(1024), nullptr);
-    EXPECT_STREQ(m_buffer.data(), "");
+    ExpectNothing();
     EXPECT_NE(std::ferror(m_stream), 0);
 }
 
-TEST_F(HXfgetsOn, LeavesTheRestOfALongLineForTheNextRead) {
-    Open(std::string(1500, 'a') + "\nb\n");
-    EXPECT_EQ(Read(1024), m_buffer.data());
-    EXPECT_EQ(std::string(m_buffer.data()), std::string(1023, 'a'));
-    EXPECT_EQ(Read(1024), m_buffer.data());
-    EXPECT_EQ(std::string(m_buffer.data()), std::string(477, 'a') + "\n");
-    EXPECT_EQ(Read(1024), m_buffer.data());
-    EXPECT_STREQ(m_buffer.data(), "b\n");
-}
-
-TEST_F(HXfgetsOn, ALineThatJustFitsLeavesNothingBehind) {
-    Open("abc\nd\n");
-    EXPECT_EQ(Read(5), m_buffer.data());
-    EXPECT_STREQ(m_buffer.data(), "abc\n");
-    EXPECT_EQ(Read(5), m_buffer.data());
-    EXPECT_STREQ(m_buffer.data(), "d\n");
-}
-
-TEST_F(HXfgetsOn, ANewlineThatDoesNotFitIsTheNextRead) {
-    Open("abc\nd\n");
-    EXPECT_EQ(Read(4), m_buffer.data());
-    EXPECT_STREQ(m_buffer.data(), "abc");
-    EXPECT_EQ(Read(4), m_buffer.data());
-    EXPECT_STREQ(m_buffer.data(), "\n");
-}
-
-TEST_F(HXfgetsOn, WritesNothingBehindTheGivenSize) {
+TEST_F(HXfgetsTest, WritesNothingAfterSize) {
     Open("abcdef\n");
     Read(4);
     EXPECT_EQ(m_buffer[3], '\0');
     EXPECT_EQ(m_buffer[4], 'x');
 }
 
-TEST_F(HXfgetsOn, ASizeBelowOneTouchesNothing) {
+TEST_F(HXfgetsTest, DoesNothingForSizeBelowOne) {
     Open("abc\n");
     EXPECT_EQ(Read(0), nullptr);
     EXPECT_EQ(m_buffer[0], 'x');
-    EXPECT_EQ(Read(1024), m_buffer.data());
+    EXPECT_EQ(Read(), m_buffer.data());
     EXPECT_STREQ(m_buffer.data(), "abc\n");
 }
 

@@ -1,38 +1,37 @@
-/* The C headers of the library, used from C11. */
-#include "c_headers.h"
-
+/* Uses the C headers of the library from C11. */
 #include <string.h>
+#include <unistd.h>
 
 #include "probes/cpu_memory.h"
 #include "support/HXfgets.h"
 #include "support/storeFile.h"
 
-long CStandardOfTheFile(void) {
-    return __STDC_VERSION__;
-}
+#define CHECK(condition)       \
+    do {                       \
+        if (!(condition))      \
+            return #condition; \
+    } while (0)
 
-size_t FirstLineLengthFromC(FILE* stream) {
+const char* FailedCheckInC(FILE* stream);
+
+/* Reads a stream with the lines "first", "second", and "third". Returns the failed check or NULL.
+ */
+const char* FailedCheckInC(FILE* stream) {
+    CHECK(__STDC_VERSION__ == 201112L);
+
     char line[64];
-    HXfgets(line, (int)sizeof line, stream);
-    return strlen(line);
-}
-
-int CountLinesFromC(FILE* stream) {
+    CHECK(HXfgets(line, (int)sizeof line, stream) == line && strcmp(line, "first\n") == 0);
     char** lines = storeFile(stream, 40, 40, 80);
-    if (lines == NULL)
-        return -1;
-    int count = 0;
-    while (lines[count] != NULL)
-        ++count;
+    CHECK(lines != NULL && strcmp(lines[0], "second\n") == 0 && strcmp(lines[1], "third") == 0);
+    CHECK(lines[2] == NULL);
     freeStoredFile(lines);
-    return count;
-}
 
-struct CMeasures MeasureFromC(void) {
-    struct CMeasures measures = {0};
-    measures.logicalResult = hx_cpu_logical_count(&measures.logical, 0);
-    measures.coresResult = hx_cpu_count(&measures.cores, 0);
-    measures.processors = procNCPU();
-    measures.megabytes = procRAM();
-    return measures;
+    const long configured = sysconf(_SC_NPROCESSORS_CONF);
+    unsigned int logical = 0;
+    unsigned int cores = 0;
+    CHECK(hx_cpu_logical_count(&logical, 0) == 0 && (long)logical == configured);
+    CHECK(hx_cpu_count(&cores, 0) == 0 && cores >= 1 && cores <= logical);
+    CHECK(procNCPU() == configured);
+    CHECK(procRAM() == (long long)sysconf(_SC_PHYS_PAGES) * sysconf(_SC_PAGESIZE) / 1048576);
+    return NULL;
 }
