@@ -1,4 +1,4 @@
-// The process that runs a script: a QProcess with one operation more.
+// The process that runs a script.
 #include "commit/CCommitScript.h"
 
 #include <gtest/gtest.h>
@@ -14,7 +14,7 @@ using hx_test::WriteFile;
 
 namespace {
 
-// Starts a script of this text that is nobody's to execute.
+// Starts a script with this text and without execute permission.
 void Start(CCommitScript& process, const TempDir& directory, const std::string& text) {
     const std::string path = directory / "commit script";
     WriteFile(path, text);
@@ -22,15 +22,7 @@ void Start(CCommitScript& process, const TempDir& directory, const std::string& 
     process.Run(QString::fromStdString(path));
 }
 
-std::string OutputOf(const std::string& text) {
-    const TempDir directory;
-    CCommitScript process;
-    Start(process, directory, text);
-    EXPECT_TRUE(process.waitForFinished());
-    return process.readAllStandardOutput().toStdString();
-}
-
-TEST(CCommitScript, AddsNothingToTheMetaObjectButItsName) {
+TEST(CCommitScript, AddsOnlyNameToMetaObject) {
     const QMetaObject& meta = CCommitScript::staticMetaObject;
     EXPECT_STREQ(meta.className(), "CCommitScript");
     EXPECT_EQ(meta.superClass(), &QProcess::staticMetaObject);
@@ -39,7 +31,7 @@ TEST(CCommitScript, AddsNothingToTheMetaObjectButItsName) {
     EXPECT_EQ(meta.enumeratorCount(), meta.enumeratorOffset());
 }
 
-TEST(CCommitScript, IsKnownByItsClassThroughABasePointer) {
+TEST(CCommitScript, HasClassNameThroughBasePointer) {
     QObject parent;
     QObject* process = new CCommitScript(&parent);
     EXPECT_EQ(process->metaObject(), &CCommitScript::staticMetaObject);
@@ -49,20 +41,28 @@ TEST(CCommitScript, IsKnownByItsClassThroughABasePointer) {
     EXPECT_EQ(sizeof(CCommitScript), sizeof(QProcess));
 }
 
-TEST(CCommitScript, RunsBashWithThePathAsItsOneArgument) {
-    const TempDir directory;
-    CCommitScript process;
-    Start(process, directory, "echo \"$BASH|$0|$#\"\nexit 7\n");
-    ASSERT_TRUE(process.waitForFinished());
-    EXPECT_EQ(process.readAllStandardOutput().toStdString(),
-              "/bin/bash|" + directory / "commit script" + "|0\n");
-    EXPECT_EQ(process.exitCode(), 7);
-    EXPECT_EQ(process.program(), QStringLiteral("/bin/bash"));
-    EXPECT_EQ(process.arguments(),
-              QStringList(QString::fromStdString(directory / "commit script")));
+TEST(CCommitScript, RunsBashWithPathAsOnlyArgument) {
+    const auto result = hx_test::RunInChild({}, [] {
+        const TempDir directory;
+        const std::string path = directory / "commit script";
+        setenv("HX_TEST_WORD", "inherited word", 1);
+        CCommitScript process;
+        Start(process, directory,
+              "echo \"$BASH|$0|$#|$HX_TEST_WORD\"\npwd -P\necho err >&2\nexit 7\n");
+        ASSERT_TRUE(process.waitForFinished());
+        EXPECT_EQ(process.processChannelMode(), QProcess::SeparateChannels);
+        EXPECT_EQ(process.readAllStandardOutput().toStdString(),
+                  "/bin/bash|" + path + "|0|inherited word\n" +
+                      std::filesystem::current_path().string() + "\n");
+        EXPECT_EQ(process.readAllStandardError(), QByteArray("err\n"));
+        EXPECT_EQ(process.exitCode(), 7);
+        EXPECT_EQ(process.program(), QStringLiteral("/bin/bash"));
+        EXPECT_EQ(process.arguments(), QStringList(QString::fromStdString(path)));
+    });
+    EXPECT_EQ(result.status, 0) << result.out;
 }
 
-TEST(CCommitScript, HandsAnEmptyPathToBashAsWell) {
+TEST(CCommitScript, PassesEmptyPathToBash) {
     CCommitScript process;
     process.Run(QString());
     EXPECT_EQ(process.arguments(), QStringList(QString()));
@@ -71,10 +71,10 @@ TEST(CCommitScript, HandsAnEmptyPathToBashAsWell) {
     EXPECT_EQ(process.exitCode(), hx_test::Run({"/bin/bash", ""}).status);
 }
 
-TEST(CCommitScript, ReturnsWhileTheScriptRuns) {
+TEST(CCommitScript, ReturnsWhileScriptRuns) {
     const TempDir directory;
     CCommitScript process;
-    // The script cannot end before it has read what is written below.
+    // The script waits for the line that is written below.
     Start(process, directory, "read -r line\necho \"got $line\"\n");
     EXPECT_NE(process.state(), QProcess::NotRunning);
     EXPECT_TRUE(process.openMode().testFlag(QIODeviceBase::ReadWrite));
@@ -83,29 +83,7 @@ TEST(CCommitScript, ReturnsWhileTheScriptRuns) {
     EXPECT_EQ(process.readAllStandardOutput(), QByteArray("got a word\n"));
 }
 
-TEST(CCommitScript, KeepsOutputAndErrorsApart) {
-    const TempDir directory;
-    CCommitScript process;
-    Start(process, directory, "echo out\necho err >&2\n");
-    ASSERT_TRUE(process.waitForFinished());
-    EXPECT_EQ(process.processChannelMode(), QProcess::SeparateChannels);
-    EXPECT_EQ(process.readAllStandardOutput(), QByteArray("out\n"));
-    EXPECT_EQ(process.readAllStandardError(), QByteArray("err\n"));
-}
-
-TEST(CCommitScript, StaysInTheWorkingDirectory) {
-    EXPECT_EQ(OutputOf("pwd -P\n"), std::filesystem::current_path().string() + "\n");
-}
-
-TEST(CCommitScript, LetsTheScriptInheritTheEnvironment) {
-    const auto result = hx_test::RunInChild({}, [] {
-        setenv("HX_TEST_WORD", "a word of our own", 1);
-        EXPECT_EQ(OutputOf("echo \"$HX_TEST_WORD\"\n"), "a word of our own\n");
-    });
-    EXPECT_EQ(result.status, 0) << result.out;
-}
-
-TEST(CCommitScript, AMissingBashShowsInTheStateOnly) {
+TEST(CCommitScript, ReportsMissingBashInStateOnly) {
     HX_REQUIRE_NAMESPACES();
     const TempDir directory;
     WriteFile(directory / "bash", "not to be executed");

@@ -1,4 +1,4 @@
-// Who enters and who leaves the service group.
+// The users to add to and to remove from the service group.
 #include <gtest/gtest.h>
 
 #include <random>
@@ -7,119 +7,81 @@
 
 namespace {
 
-struct Changes {
-    std::string joining;
-    std::string leaving;
-
-    bool operator==(const Changes&) const = default;
+struct MembersCase {
+    QStringList wanted;
+    QStringList current;
+    const char* joining;
+    const char* leaving;
 };
 
-void PrintTo(const Changes& changes, std::ostream* out) {
-    *out << "joining <" << changes.joining << "> leaving <" << changes.leaving << ">";
-}
-
-Changes ChangesFor(const QStringList& wanted, const QStringList& present) {
+void ExpectChanges(const std::vector<MembersCase>& cases) {
     CInstallBase& run = hx_test::NewUserRun();
-    run.m_serviceMembers = wanted;
-    run.m_serviceCurrentMembers = present;
-    const Changes changes = {run.AddServiceGroupUsers().toStdString(),
-                             run.RemoveServiceGroupUsers().toStdString()};
-    EXPECT_EQ(run.m_serviceMembers, wanted);
-    EXPECT_EQ(run.m_serviceCurrentMembers, present);
-    return changes;
+    for (const MembersCase& test : cases) {
+        SCOPED_TRACE("wanted <" + test.wanted.join(u',').toStdString() + "> current <" +
+                     test.current.join(u',').toStdString() + ">");
+        run.m_serviceMembers = test.wanted;
+        run.m_serviceCurrentMembers = test.current;
+        EXPECT_EQ(run.AddServiceGroupUsers().toStdString(), test.joining);
+        EXPECT_EQ(run.RemoveServiceGroupUsers().toStdString(), test.leaving);
+        EXPECT_EQ(run.m_serviceMembers, test.wanted);
+        EXPECT_EQ(run.m_serviceCurrentMembers, test.current);
+    }
 }
 
-// Names of one letter each.
-QStringList Names(const char* letters) {
-    QStringList names;
-    for (const char* letter = letters; *letter != '\0'; ++letter)
-        names.append(QChar::fromLatin1(*letter));
-    return names;
+TEST(GroupMembers, AddsWantedNamesThatAreNotCurrent) {
+    ExpectChanges({{{}, {}, "", ""},
+                   {{"c", "a", "b"}, {}, "c a b", ""},
+                   {{"a", "b", "c"}, {"a", "b", "c"}, "", ""},
+                   {{"c", "a", "b"}, {"a", "b", "c"}, "", ""}});
 }
 
-Changes ChangesFor(const char* wanted, const char* present) {
-    return ChangesFor(Names(wanted), Names(present));
+TEST(GroupMembers, RemovesNoneWithFewerWantedThanCurrent) {
+    ExpectChanges({{{}, {"a", "b", "c"}, "", ""},
+                   {{"a"}, {"a", "b", "c"}, "", ""},
+                   {{"x"}, {"a", "b"}, "x", ""},
+                   {{"x", "y"}, {"a", "b", "c"}, "x y", ""}});
 }
 
-TEST(GroupMembers, NobodyChangesWithoutNames) {
-    EXPECT_EQ(ChangesFor("", ""), (Changes{"", ""}));
+TEST(GroupMembers, RemovesUnwantedWithAsManyWantedAsCurrent) {
+    ExpectChanges({{{"x"}, {"a"}, "x", "a"},
+                   {{"x", "b"}, {"a", "b"}, "x", "a"},
+                   {{"x", "y", "z"}, {"c", "b", "a"}, "x y z", "c b a"},
+                   {{"a", "x", "y", "z"}, {"a"}, "x y z", ""},
+                   {{"x", "b", "y", "z"}, {"a", "b"}, "x y z", "a"}});
 }
 
-TEST(GroupMembers, AnEmptyGroupTakesEveryWantedNameInOrder) {
-    EXPECT_EQ(ChangesFor("cab", ""), (Changes{"c a b", ""}));
+TEST(GroupMembers, RemovesWantedWithHighIndex) {
+    ExpectChanges({{{"x", "y", "z", "b"}, {"a", "b"}, "x y z", "a b"},
+                   {{"x", "a"}, {"a"}, "x", "a"},
+                   {{"x", "y", "a", "b"}, {"a", "b", "c"}, "x y", "b c"}});
 }
 
-TEST(GroupMembers, AnEmptyWantedListRemovesNobody) {
-    EXPECT_EQ(ChangesFor("", "abc"), (Changes{"", ""}));
+TEST(GroupMembers, ComparesWholeNames) {
+    ExpectChanges({{{"ada", "Bob"}, {"ad", "bob"}, "ada Bob", "ad bob"},
+                   {{"jörg", "zoë"}, {"jörg", "rené"}, "zoë", "rené"}});
 }
 
-TEST(GroupMembers, TheSameNamesInAnyOrderChangeNothing) {
-    EXPECT_EQ(ChangesFor("abc", "abc"), (Changes{"", ""}));
-    EXPECT_EQ(ChangesFor("cab", "abc"), (Changes{"", ""}));
+TEST(GroupMembers, ListsRepeatedNamesAndUsesFirstIndex) {
+    ExpectChanges({{{"x", "x"}, {"a", "a"}, "x x", "a a"},
+                   {{"x", "x", "b"}, {"a", "b", "b"}, "x x", "a"},
+                   {{"b", "x", "x", "b"}, {"a", "b"}, "x x", "a"}});
 }
 
-TEST(GroupMembers, FewerWantedThanPresentNamesRemoveNobody) {
-    EXPECT_EQ(ChangesFor("a", "abc"), (Changes{"", ""}));
-    EXPECT_EQ(ChangesFor("x", "ab"), (Changes{"x", ""}));
-    EXPECT_EQ(ChangesFor("xy", "abc"), (Changes{"x y", ""}));
+// An empty name adds a space after the first name that is not empty.
+TEST(GroupMembers, CountsEmptyNames) {
+    ExpectChanges({{{""}, {}, "", ""},
+                   {{"", "a"}, {}, "a", ""},
+                   {{"a", ""}, {}, "a ", ""},
+                   {{"a", "", "b"}, {}, "a  b", ""},
+                   {{QString(), "b"}, {"", "a"}, "b", "a"}});
 }
 
-TEST(GroupMembers, WithAsManyWantedNamesThoseNotWantedLeave) {
-    EXPECT_EQ(ChangesFor("x", "a"), (Changes{"x", "a"}));
-    EXPECT_EQ(ChangesFor("xb", "ab"), (Changes{"x", "a"}));
-    EXPECT_EQ(ChangesFor("xyz", "cba"), (Changes{"x y z", "c b a"}));
-}
-
-TEST(GroupMembers, AWantedNameWithinTheNumberOfPresentOnesStays) {
-    EXPECT_EQ(ChangesFor("axyz", "a"), (Changes{"x y z", ""}));
-    EXPECT_EQ(ChangesFor("xbyz", "ab"), (Changes{"x y z", "a"}));
-}
-
-TEST(GroupMembers, AWantedNameBehindTheNumberOfPresentOnesLeaves) {
-    EXPECT_EQ(ChangesFor("xyzb", "ab"), (Changes{"x y z", "a b"}));
-    EXPECT_EQ(ChangesFor("xa", "a"), (Changes{"x", "a"}));
-    EXPECT_EQ(ChangesFor("xyab", "abc"), (Changes{"x y", "b c"}));
-}
-
-TEST(GroupMembers, ANameIsComparedAsAWholeAndByCase) {
-    EXPECT_EQ(ChangesFor({QStringLiteral("ada"), QStringLiteral("Bob")},
-                         {QStringLiteral("ad"), QStringLiteral("bob")}),
-              (Changes{"ada Bob", "ad bob"}));
-}
-
-TEST(GroupMembers, NamesOutsideAsciiAreComparedAndKept) {
-    EXPECT_EQ(ChangesFor({QStringLiteral("jörg"), QStringLiteral("zoë")},
-                         {QStringLiteral("jörg"), QStringLiteral("rené")}),
-              (Changes{"zoë", "rené"}));
-}
-
-TEST(GroupMembers, ANameThatStandsTwiceIsListedTwice) {
-    EXPECT_EQ(ChangesFor("xx", "aa"), (Changes{"x x", "a a"}));
-    EXPECT_EQ(ChangesFor("xxb", "abb"), (Changes{"x x", "a"}));
-}
-
-TEST(GroupMembers, TheFirstOfEqualWantedNamesCounts) {
-    EXPECT_EQ(ChangesFor("bxxb", "ab"), (Changes{"x x", "a"}));
-}
-
-// An empty name adds its blank behind the first name that is not empty.
-TEST(GroupMembers, EmptyNamesCountAsNames) {
-    const QString empty;
-    const QString a = QStringLiteral("a");
-    const QString b = QStringLiteral("b");
-    EXPECT_EQ(ChangesFor({empty}, QStringList()), (Changes{"", ""}));
-    EXPECT_EQ(ChangesFor({empty, a}, QStringList()), (Changes{"a", ""}));
-    EXPECT_EQ(ChangesFor({a, empty}, QStringList()), (Changes{"a ", ""}));
-    EXPECT_EQ(ChangesFor({a, empty, b}, QStringList()), (Changes{"a  b", ""}));
-    EXPECT_EQ(ChangesFor({empty, b}, {QStringLiteral(""), a}), (Changes{"b", "a"}));
-}
-
-// The rule as it is written down, name by name.
-QString JoiningByTheRule(const QStringList& wanted, const QStringList& present) {
+// The rule, name by name.
+QString JoiningByTheRule(const QStringList& wanted, const QStringList& current) {
     QString names;
     for (const QString& name : wanted) {
         bool found = false;
-        for (const QString& other : present)
+        for (const QString& other : current)
             found = found || other == name;
         if (!found)
             names += names.isEmpty() ? name : QStringLiteral(" ") + name;
@@ -127,19 +89,19 @@ QString JoiningByTheRule(const QStringList& wanted, const QStringList& present) 
     return names;
 }
 
-QString LeavingByTheRule(const QStringList& wanted, const QStringList& present) {
+QString LeavingByTheRule(const QStringList& wanted, const QStringList& current) {
     QString names;
-    for (const QString& name : present) {
+    for (const QString& name : current) {
         qsizetype i = 0;
         while (i < wanted.size() && wanted[i] != name)
             ++i;
-        if (i >= present.size())
+        if (i >= current.size())
             names += names.isEmpty() ? name : QStringLiteral(" ") + name;
     }
     return names;
 }
 
-// Short names from few letters, so that equal names, and empty ones, come often.
+// Returns short names of few letters, so that equal and empty names are frequent.
 QStringList RandomNames(std::mt19937& random) {
     QStringList names(std::uniform_int_distribution<qsizetype>(0, 9)(random));
     for (QString& name : names) {
@@ -149,7 +111,7 @@ QStringList RandomNames(std::mt19937& random) {
     return names;
 }
 
-TEST(GroupMembers, RandomListsGiveWhatTheRuleGives) {
+TEST(GroupMembers, FollowsRuleForRandomNames) {
     CInstallBase& run = hx_test::NewUserRun();
     std::mt19937 random(26);
     int leaving = 0;
@@ -163,9 +125,9 @@ TEST(GroupMembers, RandomListsGiveWhatTheRuleGives) {
                   JoiningByTheRule(run.m_serviceMembers, run.m_serviceCurrentMembers));
         ASSERT_EQ(run.RemoveServiceGroupUsers(), expected)
             << run.m_serviceMembers.join(u',').toStdString() << " wanted, "
-            << run.m_serviceCurrentMembers.join(u',').toStdString() << " present";
+            << run.m_serviceCurrentMembers.join(u',').toStdString() << " current";
     }
-    // Both outcomes came up often enough to mean something.
+    // Both outcomes must be frequent.
     EXPECT_GT(leaving, 2000);
     EXPECT_LT(leaving, 18000);
 }

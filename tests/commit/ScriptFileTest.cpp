@@ -1,4 +1,4 @@
-// The file that holds the commit script, and what becomes of it when something fails.
+// The file of the commit script, and its errors.
 #include <gtest/gtest.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
@@ -11,7 +11,7 @@
 #include "harness/TempDir.h"
 
 namespace fs = std::filesystem;
-using hx_test::ExpectAllWell;
+using hx_test::ExpectSuccess;
 using hx_test::NewRootRun;
 using hx_test::NewUserRun;
 using hx_test::ReadFile;
@@ -32,9 +32,9 @@ std::ptrdiff_t OpenDescriptors() {
     return std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator());
 }
 
-TEST(ScriptFile, LiesInTmpAndIsForItsOwnerOnly) {
+TEST(ScriptFile, IsInTmpForOwnerOnly) {
     HX_REQUIRE_NAMESPACES();
-    ExpectAllWell(RunInChild(Root, [] {
+    ExpectSuccess(RunInChild(Root, [] {
         UsePrivateTmp();
         umask(0);
         QString path;
@@ -48,12 +48,12 @@ TEST(ScriptFile, LiesInTmpAndIsForItsOwnerOnly) {
     }));
 }
 
-TEST(ScriptFile, IsAnotherOneForEachCallWithTheSameText) {
+TEST(ScriptFile, IsNewForEachCallWithSameText) {
     HX_REQUIRE_NAMESPACES();
-    ExpectAllWell(RunInChild(Root, [] {
+    ExpectSuccess(RunInChild(Root, [] {
         UsePrivateTmp();
         CInstallBase& run = NewUserRun();
-        QString first = QStringLiteral("whatever it held");
+        QString first = QStringLiteral("unchanged");
         QString second = first;
         const auto descriptors = OpenDescriptors();
         EXPECT_TRUE(run.WriteCommitScript(first, false));
@@ -66,39 +66,35 @@ TEST(ScriptFile, IsAnotherOneForEachCallWithTheSameText) {
     }));
 }
 
-TEST(ScriptFile, AFailingMkstempIsToldAndLeavesNothing) {
-    HX_REQUIRE_NAMESPACES();
-    const auto result = RunInChild(Root, [] {
-        UsePrivateTmp();
-        CInstallBase& run = NewRootRun();
-        QString path = QStringLiteral("whatever it held");
-        setenv("HX_TEST_FAIL", "mkstemp=13", 1);
-        EXPECT_FALSE(run.WriteCommitScript(path, false));
-        EXPECT_EQ(path, QString());
-        EXPECT_TRUE(fs::is_empty("/tmp"));
-    });
-    ExpectAllWell(result, "Writing Commit Script: mkstemp failed, Permission denied\n");
+void MakeTmpReadOnly() {
+    ASSERT_EQ(mount(nullptr, "/tmp", nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr), 0);
 }
 
-TEST(ScriptFile, ATmpThatCannotBeWrittenIsToldWithItsReason) {
+TEST(ScriptFile, ReportsFailedMkstemp) {
     HX_REQUIRE_NAMESPACES();
-    const auto result = RunInChild(Root, [] {
-        UsePrivateTmp();
-        CInstallBase& run = NewRootRun();
-        ASSERT_EQ(mount(nullptr, "/tmp", nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr), 0);
-        QString path = QStringLiteral("whatever it held");
-        EXPECT_FALSE(run.WriteCommitScript(path, true));
-        EXPECT_EQ(path, QString());
-    });
-    ExpectAllWell(result, "Writing Commit Script: mkstemp failed, Read-only file system\n");
+    const std::pair<std::function<void()>, std::string> cases[] = {
+        {[] { setenv("HX_TEST_FAIL", "mkstemp=13", 1); }, "Permission denied"},
+        {MakeTmpReadOnly, "Read-only file system"}};
+    for (const auto& [makeFail, reason] : cases) {
+        const auto result = RunInChild(Root, [&makeFail = makeFail] {
+            UsePrivateTmp();
+            CInstallBase& run = NewRootRun();
+            QString path = QStringLiteral("unchanged");
+            makeFail();
+            EXPECT_FALSE(run.WriteCommitScript(path, true));
+            EXPECT_EQ(path, QString());
+            EXPECT_TRUE(fs::is_empty("/tmp"));
+        });
+        ExpectSuccess(result, "Writing Commit Script: mkstemp failed, " + reason + "\n");
+    }
 }
 
-TEST(ScriptFile, AFailingFdopenIsToldAndLeavesTheEmptyFile) {
+TEST(ScriptFile, ReportsFailedFdopenAndKeepsEmptyFile) {
     HX_REQUIRE_NAMESPACES();
     const auto result = RunInChild(Root, [] {
         UsePrivateTmp();
         CInstallBase& run = NewRootRun();
-        QString path = QStringLiteral("whatever it held");
+        QString path = QStringLiteral("unchanged");
         const auto descriptors = OpenDescriptors();
         setenv("HX_TEST_FAIL", "fdopen=12", 1);
         EXPECT_FALSE(run.WriteCommitScript(path, false));
@@ -107,13 +103,12 @@ TEST(ScriptFile, AFailingFdopenIsToldAndLeavesTheEmptyFile) {
         ASSERT_EQ(FilesInTmp().size(), 1U);
         EXPECT_TRUE(fs::is_empty(FilesInTmp().front()));
     });
-    ExpectAllWell(result, "Writing Commit Script: fdopen failed\n");
+    ExpectSuccess(result, "Writing Commit Script: fdopen failed\n");
 }
 
-// The words of the writes are not asked for: the caller hears that all went well.
-TEST(ScriptFile, AFullDiscShortensItWithoutAWord) {
+TEST(ScriptFile, IsTruncatedOnFullDisk) {
     HX_REQUIRE_NAMESPACES();
-    ExpectAllWell(RunInChild(Root, [] {
+    ExpectSuccess(RunInChild(Root, [] {
         UsePrivateTmp("mode=1777,size=4k");
         QString path;
         EXPECT_TRUE(NewRootRun().WriteCommitScript(path, false));

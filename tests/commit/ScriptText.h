@@ -1,11 +1,11 @@
-// Commit scripts as text: those of a run whose every field is known, and the expected ones.
+// Commit scripts as text: written for a run with known fields, and expected.
 #pragma once
 
 #include <gtest/gtest.h>
 
 #include <functional>
 #include <string>
-#include <string_view>
+#include <vector>
 
 #include "harness/Child.h"
 #include "setuprun/CInstallBase.h"
@@ -14,38 +14,50 @@ namespace hx_test {
 
 const World Root{.identity = World::Identity::Root};
 
-// That a child has ended without a failure, with this text on stderr.
-void ExpectAllWell(const ProcessResult& result, const std::string& err = "");
+// Expects that a child ended with status 0 and this text on stderr.
+void ExpectSuccess(const ProcessResult& result, const std::string& err = "");
 
-// Gives this process a /tmp of its own, in a RunInChild with Identity::Root: what is written there
-// is gone with the process.
+// Mounts a private /tmp in a child with Identity::Root.
 void UsePrivateTmp(const char* options = "mode=1777");
 
-constexpr const char* DebianRelease = "ID=debian\n";
-constexpr const char* RpmRelease = "ID=fedora\n";
-constexpr const char* OtherRelease = "ID=slackware\n";
+using Change = std::function<void(CInstallBase&)>;
 
-// A setup run with another value in each field that the script reads, in a root run and in a user
-// run. In the root run ada stays a member, bob and zoe leave, carol and dora join. Lives until the
-// process ends.
+// Return a run with a different value in each field that the script reads. In the run as root, ada
+// remains a member, bob and zoe leave, carol and dora join. The runs are never destroyed.
 CInstallBase& NewRootRun();
 CInstallBase& NewUserRun();
 
-// What WriteCommitScript writes for the run that `make` makes on a system with this release.
-std::string ScriptOf(const std::function<CInstallBase&()>& make,
-                     const std::string& release = DebianRelease);
+// Returns the script of the run that `make` returns, after `change`, on a system with this
+// os-release file.
+std::string ScriptOf(CInstallBase& (*make)(), const Change& change,
+                     const std::string& release = "ID=debian\n");
 
-// The same for a root run in which `change` has set fields.
-std::string RootScript(const std::function<void(CInstallBase&)>& change,
-                       const std::string& release = DebianRelease);
+// Replaces a text that occurs `count` times.
+struct Edit {
+    std::string from;
+    std::string to;
+    int count = 1;
+};
+using Edits = std::vector<Edit>;
 
-// The file of this name in the folder of expected files.
-std::string Expected(const std::string& name);
+std::string Edited(std::string text, const Edits& edits);
 
-// Whether the script is the expected one; a failure shows the lines around the first difference.
-testing::AssertionResult IsText(const std::string& script, const std::string& expected);
+// Returns the expected script of NewRootRun.
+std::string ExpectedRootScript();
 
-// `text` with `from`, which stands in it exactly once, replaced.
-std::string Replaced(const std::string& text, std::string_view from, std::string_view to);
+// Returns the part of ExpectedRootScript from `first` up to the following `end`.
+std::string Section(const std::string& first, const std::string& end);
+
+// Edits that remove sections from ExpectedRootScript.
+Edit NoMembers();
+Edit NoWebPages();
+
+// Return the edits that turn ExpectedRootScript into the one for a compute node without changes of
+// members, and into the one of NewUserRun.
+Edits ComputeNodeEdits();
+Edits UserEdits();
+
+// Compares texts. A failure shows the first difference.
+testing::AssertionResult IsText(const std::string& text, const std::string& expected);
 
 }  // namespace hx_test
