@@ -1,5 +1,6 @@
 // The run scripts, created from their templates, and the links to them in /usr/bin.
 #include "commit/CommitSections.h"
+#include "setuprun/Schedulers.h"
 
 namespace hx {
 namespace {
@@ -7,7 +8,7 @@ namespace {
 // Without the line, the variable is unset and its placeholder is replaced with an empty text.
 void WriteIfNotEmpty(FILE* script, const char* name, const QString& value) {
     if (!value.isEmpty())
-        std::fprintf(script, "%s=\"%s\"\n", name, qUtf8Printable(value));
+        std::fprintf(script, "CORV_%s=\"%s\"\n", name, qUtf8Printable(value));
 }
 
 const char* QueueTypeName(int queueType) {
@@ -26,15 +27,32 @@ const char* QueueTypeName(int queueType) {
 // Queue and partition names are for an external queue only.
 void WriteQueueVariables(FILE* script, const CInstallBase& run) {
     const bool external = run.m_queueType == CInstallBase::QueueExternal;
-    std::fprintf(script,
-                 R"(CORV_QUEUE_TYPE="%s"
-CORV_QUEUE_NAME="%s"
+    std::fprintf(script, "CORV_QUEUE_TYPE=\"%s\"\n", QueueTypeName(run.m_queueType));
+    for (const Scheduler& scheduler : schedulers) {
+        std::fprintf(script, "CORV_%s=\"%s\"\n\n", scheduler.queueVariable,
+                     external ? qUtf8Printable(run.*scheduler.queue) : "");
+    }
+}
 
-CORV_PARTITION_NAME="%s"
+void WriteQueueCommands(FILE* script, const CInstallBase& run) {
+    WriteIfNotEmpty(script, "SCHEDULER", run.m_scheduler);
+    for (const Scheduler& scheduler : schedulers) {
+        for (const SchedulerCommand& command : scheduler.commands)
+            WriteIfNotEmpty(script, command.variable, run.*command.path);
+    }
+}
 
-)",
-                 QueueTypeName(run.m_queueType), external ? qUtf8Printable(run.m_queueName) : "",
-                 external ? qUtf8Printable(run.m_partitionName) : "");
+// The expression that replaces the placeholder of a variable in the template.
+void WriteSubstitution(FILE* script, const char* variable) {
+    std::fprintf(script, "           -e \"s|%%CORV_%s%%|${CORV_%s}|g\" \\\n", variable, variable);
+}
+
+void WriteQueueSubstitutions(FILE* script) {
+    for (const Scheduler& scheduler : schedulers) {
+        WriteSubstitution(script, scheduler.queueVariable);
+        for (const SchedulerCommand& command : scheduler.commands)
+            WriteSubstitution(script, command.variable);
+    }
 }
 
 void WriteComputeServiceVariables(FILE* script, const CInstallBase& run) {
@@ -99,12 +117,7 @@ void WriteRunScriptVariables(FILE* script, const CInstallBase& run) {
 )",
                script);
     WriteQueueVariables(script, run);
-    WriteIfNotEmpty(script, "CORV_SCHEDULER", run.m_scheduler);
-    WriteIfNotEmpty(script, "CORV_QSUB_CMD", run.m_qsubCmd);
-    WriteIfNotEmpty(script, "CORV_QDEL_CMD", run.m_qdelCmd);
-    WriteIfNotEmpty(script, "CORV_QSIG_CMD", run.m_qsigCmd);
-    WriteIfNotEmpty(script, "CORV_SBATCH_CMD", run.m_sbatchCmd);
-    WriteIfNotEmpty(script, "CORV_SCANCEL_CMD", run.m_scancelCmd);
+    WriteQueueCommands(script, run);
     WriteComputeServiceVariables(script, run);
 }
 
@@ -116,14 +129,10 @@ void WriteRunScript(FILE* script, const CInstallBase& run) {
            -e "s/%CORV_QUEUE_ALLOW%/${CORV_QUEUE_ALLOW}/g" \
            -e "s|%CORV_SCHEDULER%|${CORV_SCHEDULER}|g" \
            -e "s|%CORV_QUEUE_TYPE%|${CORV_QUEUE_TYPE}|g" \
-           -e "s|%CORV_QUEUE_NAME%|${CORV_QUEUE_NAME}|g" \
-           -e "s|%CORV_QSUB_CMD%|${CORV_QSUB_CMD}|g" \
-           -e "s|%CORV_QDEL_CMD%|${CORV_QDEL_CMD}|g" \
-           -e "s|%CORV_QSIG_CMD%|${CORV_QSIG_CMD}|g" \
-           -e "s|%CORV_PARTITION_NAME%|${CORV_PARTITION_NAME}|g" \
-           -e "s|%CORV_SBATCH_CMD%|${CORV_SBATCH_CMD}|g" \
-           -e "s|%CORV_SCANCEL_CMD%|${CORV_SCANCEL_CMD}|g" \
-           -e "s|%CORV_COMPSRVC_ALLOW%|${CORV_COMPSRVC_ALLOW}|g" \
+)",
+               script);
+    WriteQueueSubstitutions(script);
+    std::fputs(R"(           -e "s|%CORV_COMPSRVC_ALLOW%|${CORV_COMPSRVC_ALLOW}|g" \
            -e "s|%CORV_COMPSRVC_HTTP_PORT%|${CORV_COMPSRVC_HTTP_PORT}|g" \
            -e "s|%CORV_COMPSRVC_HTTP_ADDR%|${CORV_COMPSRVC_HTTP_ADDR}|g" \
            -e "s|%CORV_COMPSRVC_HTTPS_PORT%|${CORV_COMPSRVC_HTTPS_PORT}|g" \

@@ -18,6 +18,14 @@ Line ReadLine() {
     return line;
 }
 
+void WriteMenu(const char* subject, std::span<const MenuChoice> choices) {
+    std::printf("\nChoose %s...\n", subject);
+    int number = 0;
+    for (const MenuChoice& choice : choices)
+        std::printf("  %d) %s\n%s", ++number, choice.label, choice.explanation);
+    std::fputs(">", stdout);
+}
+
 }  // namespace
 
 QString ReadTextAnswer() {
@@ -30,19 +38,19 @@ void ReadTextAnswerInto(QString& field) {
         field = answer;
 }
 
-int AskMenu(CInstallBase& run, const char* menu, const char* question) {
+int AskMenu(CInstallBase& run, const char* subject, std::span<const MenuChoice> choices) {
     for (;;) {
-        std::fputs(menu, stdout);
-        // The number is cut to 32 bits; what stands behind it does not matter.
-        const int choice = static_cast<int>(std::strtol(ReadLine().data(), nullptr, 10));
-        if (choice == 1 || choice == 2)
-            return choice;
+        WriteMenu(subject, choices);
+        // The number is truncated to 32 bits. Text after it is ignored.
+        const int number = static_cast<int>(std::strtol(ReadLine().data(), nullptr, 10));
+        if (number >= 1 && static_cast<size_t>(number) <= choices.size())
+            return number;
         std::fputs("\n  Invalid choice. Try again.\n\n", stdout);
         if (std::feof(stdin) != 0 || std::ferror(stdin) != 0) {
             CInstallBase::InstallError(
                 QStringLiteral(
                     "The choice of the %1 was not made, the console is closed.  Aborting")
-                    .arg(QLatin1String(question)),
+                    .arg(QLatin1String(subject)),
                 2, 0);
         }
         run.InstallPause();

@@ -1,22 +1,25 @@
 // Asks for the external scheduler and for the commands that submit and cancel jobs.
 #include <cstdio>
+#include <vector>
 
 #include "prompts/Console.h"
 #include "setuprun/CInstallBase.h"
+#include "setuprun/Schedulers.h"
 
 namespace {
 
-constexpr const char* SchedulerMenu = R"(
-Choose scheduler...
-  1) Torque/OpenPBS
-  2) Slurm
->)";
+const hx::Scheduler& AskForScheduler(CInstallBase& run) {
+    std::vector<hx::MenuChoice> choices;
+    for (const hx::Scheduler& scheduler : hx::schedulers)
+        choices.push_back({scheduler.label});
+    return hx::schedulers[hx::AskMenu(run, "scheduler", choices) - 1];
+}
 
-// The words in the brackets are literal: an empty answer names no queue.
-void AskForName(const char* kind, QString& name) {
-    name.clear();
-    std::printf("\n%s to which CORVANE jobs will be submitted [<default>]:", kind);
-    hx::ReadTextAnswerInto(name);
+// The brackets contain a fixed text: an empty answer names no queue.
+void AskForQueue(const char* word, QString& queue) {
+    queue.clear();
+    std::printf("\n%s to which CORVANE jobs will be submitted [<default>]:", word);
+    hx::ReadTextAnswerInto(queue);
 }
 
 void AskForCommand(const char* command, QString& path) {
@@ -24,26 +27,16 @@ void AskForCommand(const char* command, QString& path) {
     hx::ReadTextAnswerInto(path);
 }
 
-// The companion of a submit command is looked for beside it, whatever stood in `path` before.
-void AskForCompanion(const QString& submitPath, const char* command, QString& path) {
-    path = submitPath.left(submitPath.lastIndexOf(u'/') + 1) + QLatin1String(command);
-    AskForCommand(command, path);
-}
-
 }  // namespace
 
 void CInstallBase::PromptExternalQueueOptions() {
     InstallSeparator();
-    if (hx::AskMenu(*this, SchedulerMenu, "scheduler") == 1) {
-        m_scheduler = QStringLiteral("TORQUE");
-        AskForName("Queue", m_queueName);
-        AskForCommand("qsub", m_qsubCmd);
-        AskForCompanion(m_qsubCmd, "qdel", m_qdelCmd);
-        AskForCompanion(m_qsubCmd, "qsig", m_qsigCmd);
-    } else {
-        m_scheduler = QStringLiteral("SLURM");
-        AskForName("Partition", m_partitionName);
-        AskForCommand("sbatch", m_sbatchCmd);
-        AskForCompanion(m_sbatchCmd, "scancel", m_scancelCmd);
-    }
+    const hx::Scheduler& scheduler = AskForScheduler(*this);
+    m_scheduler = QLatin1String(scheduler.name);
+    AskForQueue(scheduler.queueQuestion, this->*scheduler.queue);
+    const hx::SchedulerCommand& submit = scheduler.commands.front();
+    AskForCommand(submit.name, this->*submit.path);
+    hx::SetCompanionCommands(*this, scheduler);
+    for (const hx::SchedulerCommand& command : scheduler.commands.subspan(1))
+        AskForCommand(command.name, this->*command.path);
 }

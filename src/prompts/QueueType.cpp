@@ -1,41 +1,34 @@
-// Asks how calculations are run, by the built-in queue or an external one, and tells the settings.
+// Asks whether the internal queue or an external one runs calculations, and prints the settings.
 #include <cstdio>
 
 #include "prompts/Console.h"
 #include "setuprun/CInstallBase.h"
+#include "setuprun/Schedulers.h"
 
 namespace {
 
-constexpr const char* QueueMenu = R"(
-Choose type of queue...
-  1) Internal
-       Default queue built into Corvane.  The queue implements
+// In the order of the values of QueueType, from QueueInternal.
+constexpr hx::MenuChoice queueTypes[] = {
+    {"Internal", R"(       Default queue built into Corvane.  The queue implements
        a simple FIFO (First In First Out) scheduler.
-  2) External
-       Allows submitting jobs to a queue external to Corvane.
+)"},
+    {"External", R"(       Allows submitting jobs to a queue external to Corvane.
        Examples are Torque, OpenPBS, Slurm, SGE, and LSF.
->)";
-
-void WriteSetting(const char* name, const QString& value) {
-    std::printf("    %s=\"%s\"\n", name, qUtf8Printable(value));
-}
+)"}};
 
 void WriteSchedulerSettings(const CInstallBase& run) {
-    if (run.m_scheduler == u"TORQUE") {
-        if (!run.m_queueName.isEmpty())
-            WriteSetting("queue", run.m_queueName);
-        WriteSetting("qsub command", run.m_qsubCmd);
-        WriteSetting("qdel command", run.m_qdelCmd);
-        WriteSetting("qsig command", run.m_qsigCmd);
-    } else if (run.m_scheduler == u"SLURM") {
-        if (!run.m_partitionName.isEmpty())
-            WriteSetting("partition", run.m_partitionName);
-        WriteSetting("sbatch command", run.m_sbatchCmd);
-        WriteSetting("scancel command", run.m_scancelCmd);
+    const hx::Scheduler* scheduler = hx::FindScheduler(run);
+    if (scheduler == nullptr)
+        return;
+    const QString& queue = run.*scheduler->queue;
+    if (!queue.isEmpty())
+        std::printf("    %s=\"%s\"\n", scheduler->queueSetting, qUtf8Printable(queue));
+    for (const hx::SchedulerCommand& command : scheduler->commands) {
+        std::printf("    %s command=\"%s\"\n", command.name, qUtf8Printable(run.*command.path));
     }
 }
 
-// Kept: a run without a queue reports itself as external.
+// Compatibility: a setup without a queue is reported as external.
 void WriteSummary(const CInstallBase& run) {
     CInstallBase::InstallSeparator();
     if (run.m_queueType == CInstallBase::QueueInternal) {
@@ -52,7 +45,7 @@ void WriteSummary(const CInstallBase& run) {
 void CInstallBase::PromptQueueType() {
     if (m_queueType == QueueUnset) {
         InstallSeparator();
-        m_queueType = hx::AskMenu(*this, QueueMenu, "type of queue");
+        m_queueType = hx::AskMenu(*this, "type of queue", queueTypes);
         if (m_queueType == QueueExternal)
             PromptExternalQueueOptions();
     }

@@ -12,6 +12,7 @@
 #include "probes/cpu_memory.h"
 #include "setuprun/CQueueLimits.h"
 #include "setuprun/Environment.h"
+#include "setuprun/Schedulers.h"
 #include "support/COSRelease.h"
 
 unsigned char g_hx_gui_installer = 0;
@@ -72,13 +73,19 @@ void MeasureMachine(CInstallBase& run) {
     }
 }
 
-void FindTorqueCommands(CInstallBase& run) {
-    const bool openPbs = access("/opt/pbs/bin/qsub", F_OK) == 0;
-    const QString directory =
-        openPbs ? QStringLiteral("/opt/pbs/bin/") : QStringLiteral("/usr/local/bin/");
-    run.m_qsubCmd = directory + QStringLiteral("qsub");
-    run.m_qdelCmd = directory + QStringLiteral("qdel");
-    run.m_qsigCmd = directory + QStringLiteral("qsig");
+// Sets the default paths of the schedulers' commands. The submit command decides on the directory;
+// the last directory is the default without a check.
+void FindSchedulerCommands(CInstallBase& run) {
+    for (const hx::Scheduler& scheduler : hx::schedulers) {
+        QString& submit = run.*scheduler.commands.front().path;
+        for (const char* directory : scheduler.directories) {
+            submit = QLatin1String(directory) + QLatin1String(scheduler.commands.front().name);
+            if (directory != scheduler.directories.back() &&
+                access(submit.toUtf8().constData(), F_OK) == 0)
+                break;
+        }
+        hx::SetCompanionCommands(run, scheduler);
+    }
 }
 
 }  // namespace
@@ -95,7 +102,7 @@ CInstallBase::CInstallBase(bool allowNonRoot, int argc, char** argv)
     DecideAccess(*this);
     SetEnvironment(*this);
     MeasureMachine(*this);
-    FindTorqueCommands(*this);
+    FindSchedulerCommands(*this);
     // Compatibility: before the options, so that -g and -u do not affect the discovery.
     DiscoverServiceUserGroup(m_serviceUser.toUtf8().constData(),
                              m_serviceGroup.toUtf8().constData());

@@ -208,29 +208,29 @@ public:
     QString m_qdelCmd;                                        // Torque command to delete a job
     QString m_qsigCmd;                                        // Torque command to signal a job
     QString m_partitionName;                                  // Slurm partition; empty: default
-    QString m_sbatchCmd = QStringLiteral("/usr/bin/sbatch");  // Slurm command to submit a job
-    QString m_scancelCmd = QStringLiteral("/usr/bin/scancel");  // Slurm command to cancel a job
-    QString m_compSrvcAllow = QStringLiteral("HTTP");           // protocols of the compute service
-    int m_compSrvcHttpPort = 8080;                              // HTTP port of the compute service
-    QString m_compSrvcHttpAddr = QStringLiteral("0.0.0.0");     // address to bind for HTTP
-    int m_compSrvcHttpsPort = 8443;                             // HTTPS port of the compute service
-    QString m_compSrvcHttpsAddr = QStringLiteral("0.0.0.0");    // address to bind for HTTPS
-    QString m_compSrvcCert = QStringLiteral("cert.pem");        // certificate file name
-    QString m_compSrvcKey = QStringLiteral("key.pem");          // private key file name
-    QString m_compSrvcDh = QStringLiteral("dh.pem");  // Diffie-Hellman parameters file name
-    int m_jobLimit = 0;                               // threads that run at once; 0: not asked yet
-    int m_prevJobLimit = -1;                          // m_jobLimit of the previous setup; -1: none
-    QString m_scratchDir = QStringLiteral("/tmp");    // temporary files of jobs
-    QString m_prevScratchDir;                         // of the previous setup; empty: none
-    int m_scratchLimitGB = 0;             // scratch space per thread, in GB of 2^30 bytes
-    int m_prevScratchLimitGB = -1;        // of the previous setup; -1: none
-    int m_argScratchLimitGB = -1;         // -s, --scratch-limit; -1: not given
-    int m_memoryLimitMB = 0;              // memory per thread, in MB of 2^20 bytes
-    int m_prevMemoryLimitMB = -1;         // of the previous setup; -1: none
-    int m_argMemoryLimitMB = -1;          // -m, --memory-limit; -1: not given
-    int m_threadsPerMolecule = 0;         // from the previous setup; 0: none
-    int m_serviceUid = -1;                // id at start-up; -1: no such user
-    int m_serviceGid = -1;                // id at start-up; -1: no such group
-    QStringList m_serviceMembers;         // wanted service group members
-    QStringList m_serviceCurrentMembers;  // current service group members
+    QString m_sbatchCmd;                                      // Slurm command to submit a job
+    QString m_scancelCmd;                                     // Slurm command to cancel a job
+    QString m_compSrvcAllow = QStringLiteral("HTTP");         // protocols of the compute service
+    int m_compSrvcHttpPort = 8080;                            // HTTP port of the compute service
+    QString m_compSrvcHttpAddr = QStringLiteral("0.0.0.0");   // address to bind for HTTP
+    int m_compSrvcHttpsPort = 8443;                           // HTTPS port of the compute service
+    QString m_compSrvcHttpsAddr = QStringLiteral("0.0.0.0");  // address to bind for HTTPS
+    QString m_compSrvcCert = QStringLiteral("cert.pem");      // certificate file name
+    QString m_compSrvcKey = QStringLiteral("key.pem");        // private key file name
+    QString m_compSrvcDh = QStringLiteral("dh.pem");          // Diffie-Hellman parameters file name
+    int m_jobLimit = 0;                             // threads that run at once; 0: not asked yet
+    int m_prevJobLimit = -1;                        // m_jobLimit of the previous setup; -1: none
+    QString m_scratchDir = QStringLiteral("/tmp");  // temporary files of jobs
+    QString m_prevScratchDir;                       // of the previous setup; empty: none
+    int m_scratchLimitGB = 0;                       // scratch space per thread, in GB of 2^30 bytes
+    int m_prevScratchLimitGB = -1;                  // of the previous setup; -1: none
+    int m_argScratchLimitGB = -1;                   // -s, --scratch-limit; -1: not given
+    int m_memoryLimitMB = 0;                        // memory per thread, in MB of 2^20 bytes
+    int m_prevMemoryLimitMB = -1;                   // of the previous setup; -1: none
+    int m_argMemoryLimitMB = -1;                    // -m, --memory-limit; -1: not given
+    int m_threadsPerMolecule = 0;                   // from the previous setup; 0: none
+    int m_serviceUid = -1;                          // id at start-up; -1: no such user
+    int m_serviceGid = -1;                          // id at start-up; -1: no such group
+    QStringList m_serviceMembers;                   // wanted service group members
+    QStringList m_serviceCurrentMembers;            // current service group members
 };

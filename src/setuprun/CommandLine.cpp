@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "setuprun/CInstallBase.h"
+#include "setuprun/Schedulers.h"
 
 namespace {
 
@@ -20,9 +21,10 @@ struct Option {
     void (*apply)(CInstallBase& run, const QString& text, int number);
 };
 
-void UseScheduler(CInstallBase& run, const char* scheduler) {
+void UseScheduler(CInstallBase& run, const hx::Scheduler& scheduler, const QString& queue) {
     run.m_queueType = CInstallBase::QueueExternal;
-    run.m_scheduler = QString::fromUtf8(scheduler);
+    run.m_scheduler = QLatin1String(scheduler.name);
+    run.*scheduler.queue = queue;
 }
 
 constexpr std::array options = {
@@ -62,19 +64,14 @@ constexpr std::array options = {
                run.m_queueType = CInstallBase::QueueExternal;
                run.m_queueName.clear();
            }},
-    Option{{"-q", "--external-queue"},
-           Value::OptionalText,
-           [](CInstallBase& run, const QString& text, int) {
-               UseScheduler(run, "TORQUE");
-               run.m_queueName = text;
-           }},
+    Option{
+        {"-q", "--external-queue"},
+        Value::OptionalText,
+        [](CInstallBase& run, const QString& text, int) { UseScheduler(run, hx::torque, text); }},
     // Compatibility: released scripts use the misspelled long form.
     Option{{"-p", "--external-partiton"},
            Value::OptionalText,
-           [](CInstallBase& run, const QString& text, int) {
-               UseScheduler(run, "SLURM");
-               run.m_partitionName = text;
-           }},
+           [](CInstallBase& run, const QString& text, int) { UseScheduler(run, hx::slurm, text); }},
     Option{
         {"--no-queue"},
         Value::None,

@@ -54,7 +54,7 @@ TEST(Headers, OfCPlusPlusCompileAlone) {
          {"commit/CCommitScript.h", "commit/EarlierServices.h", "net/CHttpCLI.h",
           "probes/CDfProcess.h", "services/CInitService.h", "services/CSystemdService.h",
           "setuprun/CInstallBase.h", "setuprun/CQueueLimits.h", "setuprun/Environment.h",
-          "setuprun/QueueLimitsKeys.h", "support/COSRelease.h"})
+          "setuprun/QueueLimitsKeys.h", "setuprun/Schedulers.h", "support/COSRelease.h"})
         ExpectCompiles(HX_CXX, options, header);
 }
 

@@ -40,8 +40,9 @@ TEST(InstalledFiles, TheHeadersStandInTheirFolders) {
                "HXInstallBase/setuprun/CQueueLimits.h 644",
                "HXInstallBase/setuprun/Environment.h 644",
                "HXInstallBase/setuprun/QueueLimitsKeys.h 644",
-               "HXInstallBase/support/COSRelease.h 644", "HXInstallBase/support/HXfgets.h 644",
-               "HXInstallBase/support/hx_export.h 644", "HXInstallBase/support/storeFile.h 644"}));
+               "HXInstallBase/setuprun/Schedulers.h 644", "HXInstallBase/support/COSRelease.h 644",
+               "HXInstallBase/support/HXfgets.h 644", "HXInstallBase/support/hx_export.h 644",
+               "HXInstallBase/support/storeFile.h 644"}));
 }
 
 TEST(InstalledFiles, WhatRunsASetupComesWithoutWhatProgramsAreBuiltWith) {
