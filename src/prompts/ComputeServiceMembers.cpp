@@ -1,4 +1,4 @@
-// Asks who shall be a member of the service group, which settles m_serviceMembers.
+// Asks for the members of the service group and sets m_serviceMembers.
 #include <QRegularExpression>
 #include <cstdio>
 
@@ -7,7 +7,7 @@
 
 namespace {
 
-// Kept: the misspelling.
+// Compatibility: "responsiblily", as in released versions.
 void WriteQuestion(const QString& present) {
     std::printf(R"(
 Specify users who will be responsible for the administration
@@ -24,7 +24,7 @@ Corvane Compute Service Members [%s]: )",
 
 }  // namespace
 
-// An answer replaces the list; an empty one keeps the present members. Names are taken on trust.
+// An answer replaces the list; an empty one keeps the present members. Names are not checked.
 void CInstallBase::PromptComputeServiceGroupMembers() {
     const QString present = m_serviceCurrentMembers.join(u',');
     WriteQuestion(present);
@@ -37,11 +37,8 @@ void CInstallBase::PromptComputeServiceGroupMembers() {
     }
     if (m_serviceMembers.isEmpty())
         m_serviceMembers = m_serviceCurrentMembers;
-    std::printf(R"(------------------------------------------------------------
-
-  Corvane Compute Service Group Members: %s
-
-)",
+    InstallSeparator();
+    std::printf("\n  Corvane Compute Service Group Members: %s\n\n",
                 qUtf8Printable(m_serviceMembers.join(u',')));
     InstallPause();
 }

@@ -1,4 +1,4 @@
-// Asks how many threads may run at once, which settles m_jobLimit.
+// Asks how many threads may run at once and sets m_jobLimit.
 #include <cstdio>
 
 #include "prompts/LimitQuestion.h"
@@ -7,8 +7,8 @@
 namespace {
 
 void WriteIntroduction(int cores) {
-    std::printf(R"(------------------------------------------------------------
-
+    CInstallBase::InstallSeparator();
+    std::printf(R"(
 Use this setting to limit the number of threads that can be run
 simultaneously.  The recommended setting is to use the number
 of processor cores present in the system.
@@ -19,16 +19,16 @@ System has %d processor cores.
                 cores);
 }
 
-// Kept: "interger" here, while the other limits have it right.
-constexpr const char* Complaint = R"(Value entered must be an interger value greater the 0.
+// Compatibility: "interger" only here, as in released versions.
+constexpr const char* jobComplaint = R"(Value entered must be an interger value greater the 0.
 Please try again.
 )";
 
 }  // namespace
 
-// Kept: the job limit of the last installation is not offered.
+// Compatibility: the job limit of a previous setup is not offered.
 void CInstallBase::PromptJobLimit() {
     WriteIntroduction(m_coreCount);
-    m_jobLimit = hx::AskForLimit(*this, m_coreCount, Complaint,
+    m_jobLimit = hx::AskForLimit(*this, m_coreCount, jobComplaint,
                                  [this] { std::printf("Job thread limit [%d]: ", m_coreCount); });
 }

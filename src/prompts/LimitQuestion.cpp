@@ -7,7 +7,7 @@
 namespace hx {
 namespace {
 
-// A limit as it was typed: a decimal integer from 1 to 2^31 - 1, or 0 for anything else.
+// Returns a decimal integer from 1 to 2^31 - 1, or 0 for any other answer.
 int LimitFromAnswer(const QString& answer) {
     bool isNumber = false;
     const int limit = answer.toInt(&isNumber);

@@ -1,4 +1,4 @@
-// What the questions for the job, memory and scratch limits have in common.
+// The part that the questions for the job, memory and scratch limits share.
 #pragma once
 
 #include <functional>
@@ -7,15 +7,15 @@
 
 namespace hx {
 
-// What is said of a bad answer; the job limit has its own.
-inline constexpr const char* IntegerComplaint =
+// The reaction to an invalid answer; the job limit has its own.
+inline constexpr const char* integerComplaint =
     R"(Value entered must be an integer value greater the 0.
 Please try again.
 )";
 
-// Asks until the answer is empty, which takes `offered` untested, or is a limit of 1 or more.
-// `ask` writes the question. A bad answer writes `complaint`, pauses and asks again. With
-// m_interactive false `offered` is written behind the question as if it had been typed.
+// Asks until the answer is a limit of 1 or more, or is empty, which selects `offered` without a
+// check. `ask` writes the question. After an invalid answer, writes `complaint`, pauses and asks
+// again. With m_interactive false, writes `offered` after the question instead of reading.
 int AskForLimit(CInstallBase& run, int offered, const char* complaint,
                 const std::function<void()>& ask);
 

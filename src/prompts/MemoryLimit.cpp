@@ -1,4 +1,4 @@
-// Asks how much memory each thread may use, which settles m_memoryLimitMB.
+// Asks how much memory each thread may use and sets m_memoryLimitMB.
 #include <cstdio>
 
 #include "prompts/LimitQuestion.h"
@@ -7,8 +7,8 @@
 namespace {
 
 void WriteIntroduction(int ramMB, int jobLimit, int shareMB) {
-    std::printf(R"(------------------------------------------------------------
-
+    CInstallBase::InstallSeparator();
+    std::printf(R"(
 Specify the amount of physical memory (RAM) available per
 thread.  The formula to follow is the total available RAM
 divided by the number of threads allowed to run simultaneously
@@ -36,13 +36,13 @@ default response to the next question.
 }
 
 int AskForMemory(CInstallBase& run) {
-    // Kept: a job limit of 0 is the caller's error and is not guarded here.
+    // Compatibility: callers must not set a job limit of 0; there is no check.
     const int shareMB = run.m_ramMB / run.m_jobLimit;
     WriteIntroduction(run.m_ramMB, run.m_jobLimit, shareMB);
-    // Another job limit makes the last memory limit meaningless.
+    // With a different job limit, the previous memory limit is meaningless.
     const bool preserve = run.m_prevJobLimit == run.m_jobLimit && run.m_prevMemoryLimitMB > 0;
     const int offered = preserve ? run.m_prevMemoryLimitMB : shareMB;
-    return hx::AskForLimit(run, offered, hx::IntegerComplaint, [&] {
+    return hx::AskForLimit(run, offered, hx::integerComplaint, [&] {
         if (preserve)
             WriteMemoryNotice(offered);
         std::printf("Memory usage limit per job [%dMB]: ", offered);
@@ -53,11 +53,7 @@ int AskForMemory(CInstallBase& run) {
 
 void CInstallBase::PromptMemoryLimit() {
     m_memoryLimitMB = m_argMemoryLimitMB > 0 ? m_argMemoryLimitMB : AskForMemory(*this);
-    std::printf(R"(------------------------------------------------------------
-
-  Memory limit per job: %dMB
-
-)",
-                m_memoryLimitMB);
+    InstallSeparator();
+    std::printf("\n  Memory limit per job: %dMB\n\n", m_memoryLimitMB);
     InstallPause();
 }

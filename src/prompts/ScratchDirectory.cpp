@@ -1,4 +1,4 @@
-// Asks where calculations keep their temporary files, which settles m_scratchDir.
+// Asks where calculations store temporary files and sets m_scratchDir.
 #include <cstdio>
 
 #include "prompts/Console.h"
@@ -7,8 +7,8 @@
 namespace {
 
 void WriteIntroduction() {
-    std::fputs(R"(------------------------------------------------------------
-
+    CInstallBase::InstallSeparator();
+    std::fputs(R"(
 Some higher level Corvane jobs require the use of scratch
 disk space.  Enter a directory where sufficient disk space
 is available.  Typically this directory should be world-writable
@@ -32,8 +32,8 @@ the default response to the next question.
 
 }  // namespace
 
-// Kept: the last installation's directory wins over -d unless another is typed. The directory is
-// not tested in any way.
+// Compatibility: the previous setup's directory takes precedence over -d. The directory is not
+// checked.
 void CInstallBase::PromptScratchDirectory() {
     WriteIntroduction();
     if (!m_prevScratchDir.isEmpty()) {
@@ -45,11 +45,7 @@ void CInstallBase::PromptScratchDirectory() {
         hx::ReadTextAnswerInto(m_scratchDir);
     else
         std::printf("%s\n", qUtf8Printable(m_scratchDir));
-    std::printf(R"(------------------------------------------------------------
-
-  Scratch Directory: %s
-
-)",
-                qUtf8Printable(m_scratchDir));
+    InstallSeparator();
+    std::printf("\n  Scratch Directory: %s\n\n", qUtf8Printable(m_scratchDir));
     InstallPause();
 }

@@ -1,4 +1,4 @@
-// Asks how much scratch space each thread may use, which settles m_scratchLimitGB.
+// Asks how much scratch space each thread may use and sets m_scratchLimitGB.
 #include <cstdio>
 
 #include "probes/CDfProcess.h"
@@ -14,7 +14,7 @@ int FreeGigabytes(const QString& directory) {
     return df.TotalAvailable();
 }
 
-// Writes where the default comes from and returns it. A measurement that failed is not mentioned.
+// Explains the default and returns it. A failed measurement is not mentioned.
 int WriteIntroduction(const QString& directory, int jobLimit) {
     CInstallBase::InstallSeparator();
     std::printf("\n");
@@ -45,7 +45,7 @@ default response to the next question.
                 previousGB);
 }
 
-// Another job limit or another directory, by its text, makes the last scratch limit meaningless.
+// With a different job limit or directory path, the previous scratch limit is meaningless.
 bool CanPreserve(const CInstallBase& run) {
     return run.m_prevJobLimit == run.m_jobLimit && run.m_prevScratchDir == run.m_scratchDir &&
            run.m_prevScratchLimitGB > 0;
@@ -55,7 +55,7 @@ int AskForScratch(CInstallBase& run) {
     const int shareGB = WriteIntroduction(run.m_scratchDir, run.m_jobLimit);
     const bool preserve = CanPreserve(run);
     const int offered = preserve ? run.m_prevScratchLimitGB : shareGB;
-    return hx::AskForLimit(run, offered, hx::IntegerComplaint, [&] {
+    return hx::AskForLimit(run, offered, hx::integerComplaint, [&] {
         if (preserve)
             WriteScratchNotice(offered);
         std::printf("Scratch limit per job [%dGB]: ", offered);
@@ -66,11 +66,7 @@ int AskForScratch(CInstallBase& run) {
 
 void CInstallBase::PromptScratchLimit() {
     m_scratchLimitGB = m_argScratchLimitGB > 0 ? m_argScratchLimitGB : AskForScratch(*this);
-    std::printf(R"(------------------------------------------------------------
-
-  Scratch limit per thread: %dGB
-
-)",
-                m_scratchLimitGB);
+    InstallSeparator();
+    std::printf("\n  Scratch limit per thread: %dGB\n\n", m_scratchLimitGB);
     InstallPause();
 }
