@@ -1,17 +1,24 @@
-// The two files of the internal queue for callers without a commit script, which makes files of its
-// own: QueueEntries, and QueueLimits with keys.
+// Writes the two files of the internal queue, for callers without a commit script. The commit
+// script writes QueueEntries, and QueueLimits with keys.
 #include <cstdio>
 
 #include "generated/FileWriter.h"
 #include "setuprun/CInstallBase.h"
 
+namespace {
+
+constexpr hx::RunTimeFile queueEntries = {"/queue_entries", 0666, hx::queueFailures};
+constexpr hx::RunTimeFile queueLimits = {"/QueueLimits", 0644, hx::queueFailures};
+
+}  // namespace
+
 int CInstallBase::CreateInternalQueueEntries() {
-    hx::WriteRunTimeFile(*this, hx::RunTimeFile::QueueEntries, [](FILE*) {});
+    hx::WriteRunTimeFile(*this, queueEntries, [](FILE*) {});
     return 1;
 }
 
 int CInstallBase::WriteInternalQueueLimits() {
-    hx::WriteRunTimeFile(*this, hx::RunTimeFile::QueueLimits,
+    hx::WriteRunTimeFile(*this, queueLimits,
                          [this](FILE* file) { std::fprintf(file, "%d", m_jobLimit); });
     return 1;
 }

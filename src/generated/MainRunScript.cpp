@@ -1,14 +1,20 @@
-// Writes the run script corvane26 directly, for callers without a commit script, which makes it
-// from a template.
+// Writes the run script corvane26, for callers without a commit script. The commit script creates
+// it from a template.
 #include <cstdio>
 
 #include "generated/FileWriter.h"
 #include "generated/RunScriptParts.h"
 #include "setuprun/CInstallBase.h"
+#include "setuprun/Schedulers.h"
 
 namespace {
 
-// Kept: without a queue nothing is written, so that the caller's own values stay in force.
+constexpr hx::RunTimeFile runScript = {"/corvane26", 0755, hx::scriptFailures,
+                                       "Corvane run script created...",
+                                       "Corvane run script updated..."};
+
+// Compatibility: writes nothing without a queue, which leaves the caller's variables in effect. A
+// partition is not exported.
 void WriteQueueIdentity(FILE* script, const CInstallBase& run) {
     if (run.m_queueType == CInstallBase::QueueInternal) {
         std::fputs(R"(export CORV_QUEUE_TYPE="INTERNAL"
@@ -26,25 +32,23 @@ export CORV_QUEUE_NAME="%s"
     }
 }
 
-// Kept: the commands do not depend on the type of queue.
+// Compatibility: the commands do not depend on the type of queue.
 void WriteQueueCommands(FILE* script, const CInstallBase& run) {
-    if (!run.m_qsubCmd.isEmpty()) {
-        std::fprintf(script, R"(cvset CORV_QSUB_CMD "%s" "${CORV_USER_QSUB_CMD}"
-)",
-                     qUtf8Printable(run.m_qsubCmd));
+    for (const hx::Scheduler& scheduler : hx::schedulers) {
+        if (!scheduler.inWrittenRunScript)
+            continue;
+        bool written = false;
+        for (const hx::SchedulerCommand& command : scheduler.commands) {
+            const QString& path = run.*command.path;
+            if (path.isEmpty())
+                continue;
+            std::fprintf(script, "cvset CORV_%s \"%s\" \"${CORV_USER_%s}\"\n", command.variable,
+                         qUtf8Printable(path), command.variable);
+            written = true;
+        }
+        if (written)
+            std::fputs("\n", script);
     }
-    if (!run.m_qdelCmd.isEmpty()) {
-        std::fprintf(script, R"(cvset CORV_QDEL_CMD "%s" "${CORV_USER_QDEL_CMD}"
-)",
-                     qUtf8Printable(run.m_qdelCmd));
-    }
-    if (!run.m_qsigCmd.isEmpty()) {
-        std::fprintf(script, R"(cvset CORV_QSIG_CMD "%s" "${CORV_USER_QSIG_CMD}"
-)",
-                     qUtf8Printable(run.m_qsigCmd));
-    }
-    if (!run.m_qsubCmd.isEmpty() || !run.m_qdelCmd.isEmpty() || !run.m_qsigCmd.isEmpty())
-        std::fputs("\n", script);
 }
 
 void WriteModuleDirectories(FILE* script, const CInstallBase& run) {
@@ -87,7 +91,7 @@ cvset CORV_CONVERT "${CORV_ROOT}" "${CORV_USER_CONVERT}"
                  qUtf8Printable(run.m_installDir));
 }
 
-// Kept: cv_arch is asked at every start, also for --help.
+// Compatibility: every start runs cv_arch, even for --help.
 void WriteAccessDirectories(FILE* script, const CInstallBase& run) {
     const QByteArray installDir = run.m_installDir.toUtf8();
     std::fprintf(script,
@@ -101,8 +105,8 @@ cvset CORV_CPUDIR `"${CORV_ARCH}"/cv_arch -n` "${CORV_USER_CPUDIR}"
                  installDir.constData(), installDir.constData());
 }
 
-// Kept: three options stand inside the quoted word behind exec, and the background programs leave
-// the script with a status of its own.
+// Compatibility: as in released scripts, three options are inside the quoted program name, and the
+// exit status after a background program is a fixed one.
 void WriteDispatch(FILE* script) {
     std::fputs(R"(case $1 in
 -setup|--setup)          shift; exec "${CORV_INSTALL}/cv_install" --setup "$@";;
@@ -193,7 +197,7 @@ done
                script);
 }
 
-// Kept: cv_select comes from the builder's directory here.
+// Compatibility: cv_select is started from the builder's directory.
 void WriteLaunch(FILE* script) {
     std::fputs(R"(if [ -z "$SETENV" ]
 then
@@ -236,7 +240,6 @@ void WriteScript(FILE* script, const CInstallBase& run) {
 }  // namespace
 
 int CInstallBase::WriteCorvaneOLD() {
-    hx::WriteRunTimeFile(*this, hx::RunTimeFile::RunScript,
-                         [this](FILE* script) { WriteScript(script, *this); });
+    hx::WriteRunTimeFile(*this, runScript, [this](FILE* script) { WriteScript(script, *this); });
     return 1;
 }

@@ -1,4 +1,4 @@
-// The two files that Q-Chem reads, in the directory that the run script exports as CORV_QCHEMRC.
+// Writes the two Q-Chem files, in the directory that the run script exports as CORV_QCHEMRC.
 #include <unistd.h>
 
 #include <cstdio>
@@ -9,14 +9,17 @@
 
 namespace {
 
-// Whichever file comes first makes the directory. An existing one stays as it is.
+constexpr hx::RunTimeFile qchemrc = {"/qchemrc/qchemrc", 0644, hx::qchemFailures};
+constexpr hx::RunTimeFile qcscratch = {"/qchemrc/qcscratch", 0644, hx::qchemFailures};
+
+// The writer of the first file creates the directory. An existing one is not changed.
 void EnsureDirectory(const CInstallBase& run) {
     const QString path = run.m_installDir + QStringLiteral("/qchemrc");
     if (access(path.toUtf8().constData(), F_OK) != 0)
         hx::MakeDirectory(path, "Unable to create \"");
 }
 
-// The backslashes come first, so that those of the quotes are not doubled.
+// Replaces backslashes first: those before the quotes must not be doubled.
 QByteArray Escaped(QString text) {
     text.replace(u'\\', QStringLiteral("\\\\"));
     text.replace(u'"', QStringLiteral("\\\""));
@@ -27,8 +30,8 @@ QByteArray Escaped(QString text) {
 
 int CInstallBase::WriteQChemRC() {
     EnsureDirectory(*this);
-    hx::WriteRunTimeFile(*this, hx::RunTimeFile::QChemRC, [this](FILE* file) {
-        // Kept: gigabytes in the one line, megabytes in the other.
+    hx::WriteRunTimeFile(*this, qchemrc, [this](FILE* file) {
+        // Compatibility: gigabytes in the first line, megabytes in the second.
         std::fprintf(file,
                      R"($rem
 AO2MO_DISK %8d
@@ -45,7 +48,7 @@ $end
 
 int CInstallBase::WriteQCScratch() {
     EnsureDirectory(*this);
-    hx::WriteRunTimeFile(*this, hx::RunTimeFile::QCScratch, [this](FILE* file) {
+    hx::WriteRunTimeFile(*this, qcscratch, [this](FILE* file) {
         std::fputs(Escaped(m_scratchDir).constData(), file);
     });
     hx::Report(*this, [this] {

@@ -28,7 +28,7 @@ export CORV_CORVANERC="%s"
                  qUtf8Printable(run.m_binariesDir), qUtf8Printable(run.m_installDir));
 }
 
-// Kept: the Qt directory stands before a search path of the user's own too.
+// Compatibility: the Qt directory also precedes the user's own search path.
 void WriteLibraryPath(FILE* script, const char* first) {
     std::fprintf(script,
                  R"(if [ "$CORV_USER_LD_PATH" != "" -a "$CORV_USER_OVERRIDE" = "YES" ]

@@ -1,4 +1,4 @@
-// What the two run scripts share.
+// The sections that the two run scripts share.
 #pragma once
 
 #include <cstdio>
@@ -7,12 +7,12 @@
 
 namespace hx {
 
-// The interpreter line and the function that sets a variable the user may override.
+// Writes the interpreter line and the function that sets a variable unless the user overrides it.
 void WriteRunScriptHead(FILE* script);
 
 void WriteRootDirectories(FILE* script, const CInstallBase& run);
 
-// `first` stands before the directories that both scripts search.
+// `first` precedes the directories that both scripts search.
 void WriteLibraryPath(FILE* script, const char* first);
 
 }  // namespace hx

@@ -1,4 +1,4 @@
-// Writes the script that carries out job requests which come through Samba as small files.
+// Writes the submission script for job requests, which arrive through Samba as small files.
 #include <cstdio>
 
 #include "generated/FileWriter.h"
@@ -7,7 +7,10 @@
 
 namespace {
 
-// A file without a colon is a job path, any other a request with its arguments.
+constexpr hx::RunTimeFile sambaScript = {
+    "/corvane26_samba", 0755, hx::scriptFailures, " script created...", " script updated...", true};
+
+// A file without a colon contains a job path, any other a request with its arguments.
 void WriteRequest(FILE* script) {
     std::fputs(R"(S_ARGS=""
 
@@ -62,7 +65,7 @@ exit 0
 }  // namespace
 
 int CInstallBase::WriteCorvaneSamba() {
-    hx::WriteRunTimeFile(*this, hx::RunTimeFile::SambaScript, [](FILE* script) {
+    hx::WriteRunTimeFile(*this, sambaScript, [](FILE* script) {
         hx::WriteSubmissionSettings(script);
         hx::WriteSubmissionUser(script);
         hx::WriteSubmissionLog(script, "samba");

@@ -1,13 +1,22 @@
-// Writes the run script corvane26_snapshot directly, for callers without a commit script, which
-// makes it from a template.
+// Writes the run script corvane26_snapshot, for callers without a commit script. The commit script
+// creates it from a template.
 #include <cstdio>
 
 #include "generated/FileWriter.h"
 #include "generated/RunScriptParts.h"
 #include "setuprun/CInstallBase.h"
 
+namespace {
+
+// Compatibility: no dots, and one line with a second space, as in released versions.
+constexpr hx::RunTimeFile snapshotScript = {"/corvane26_snapshot", 0755, hx::scriptFailures,
+                                            "Corvane snapshot  script created",
+                                            "Corvane snapshot script updated"};
+
+}  // namespace
+
 int CInstallBase::WriteCorvaneSnapshot() {
-    hx::WriteRunTimeFile(*this, hx::RunTimeFile::SnapshotScript, [this](FILE* script) {
+    hx::WriteRunTimeFile(*this, snapshotScript, [this](FILE* script) {
         hx::WriteRunScriptHead(script);
         hx::WriteRootDirectories(script, *this);
         hx::WriteLibraryPath(script, "");

@@ -1,4 +1,4 @@
-// Writes the script that submits jobs which are started over a remote shell.
+// Writes the submission script for jobs that are submitted over SSH.
 #include <cstdio>
 
 #include "generated/FileWriter.h"
@@ -7,7 +7,11 @@
 
 namespace {
 
-// Kept: the test in the loop compares a word, not the variable, so that no precision is passed on.
+constexpr hx::RunTimeFile sshScript = {
+    "/corvane26_ssh", 0755, hx::scriptFailures, " script created...", " script updated...", true};
+
+// Compatibility: the test in the loop compares a word instead of the variable, as in released
+// scripts. No precision is passed on.
 void WriteSshArgumentScan(FILE* script) {
     std::fputs(R"(S_COMPRESS=""
 S_COMPRESS_ARCHIVE_PREC=""
@@ -80,7 +84,7 @@ exit 0
 }  // namespace
 
 int CInstallBase::WriteCorvaneSsh() {
-    hx::WriteRunTimeFile(*this, hx::RunTimeFile::SshScript, [](FILE* script) {
+    hx::WriteRunTimeFile(*this, sshScript, [](FILE* script) {
         hx::WriteSubmissionSettings(script);
         hx::WriteSubmissionUser(script);
         hx::WriteSubmissionLog(script, "ssh");

@@ -38,7 +38,7 @@ S_LOG_STYLE="SHARED"
                script);
 }
 
-// Kept: the third test stands backwards, so that USERNAME never contributes.
+// Compatibility: the third test is inverted, as in released scripts. USERNAME is never used.
 void WriteSubmissionUser(FILE* script) {
     std::fputs(R"(if [ -z "$USER" ]
 then
@@ -108,7 +108,7 @@ void WriteSubmissionDiagnostics(FILE* script) {
                script);
 }
 
-// Kept: "==", which bash compares with and dash complains about.
+// Compatibility: "==", as in released scripts. Bash accepts it, dash reports an error.
 void WriteQueueArguments(FILE* script) {
     std::fputs(R"(if [ "$S_QUEUE" == "INTERNAL" ]
 then

@@ -1,11 +1,11 @@
-// What the Samba and the SSH submission script share, in the order in which the first holds it.
+// The sections that the two submission scripts share, in the order of the Samba script.
 #pragma once
 
 #include <cstdio>
 
 namespace hx {
 
-// For an administrator to edit by hand.
+// Writes the settings, which an administrator may edit.
 void WriteSubmissionSettings(FILE* script);
 
 void WriteSubmissionUser(FILE* script);
