@@ -1,12 +1,12 @@
-// Keeps the links in /usr/bin that point at the run scripts of the install directory. The commit
-// script of a run by root makes the same links; these are for other callers.
+// Creates the links in /usr/bin to the run scripts of the install directory, for callers without a
+// commit script. The commit script of a setup as root creates the same links.
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
 #include <cerrno>
 #include <cstdio>
-#include <cstring>
+#include <string_view>
 
 #include "generated/FileWriter.h"
 #include "setuprun/CInstallBase.h"
@@ -16,13 +16,16 @@ namespace {
 
 enum class LinkState { New, Replaced, Correct };
 
-// A longer text is cut, and taken for another one.
-constexpr size_t LinkTextLimit = 1024;
+// A longer link text never compares equal.
+constexpr size_t linkTextLimit = 1024;
 
-// The link's own text counts, not what it reaches.
+// Compares the text of the link, without following it.
 bool HasText(const char* link, const char* target) {
-    std::array<char, LinkTextLimit + 1> text = {};
-    return readlink(link, text.data(), LinkTextLimit) >= 0 && std::strcmp(text.data(), target) == 0;
+    // One byte more than the limit, to detect a longer text.
+    std::array<char, linkTextLimit + 1> text = {};
+    const ssize_t length = readlink(link, text.data(), text.size());
+    return length >= 0 && static_cast<size_t>(length) <= linkTextLimit &&
+           std::string_view(text.data(), static_cast<size_t>(length)) == target;
 }
 
 LinkState Examine(const QString& path, const char* link, const char* target) {
@@ -47,7 +50,7 @@ const char* Word(LinkState state) {
     }
 }
 
-// `title` is what the report calls the product.
+// `title` names the product in the report.
 void KeepLink(CInstallBase& run, const char* name, const char* title) {
     const QString path = QStringLiteral("/usr/bin/") + QLatin1String(name);
     const QByteArray link = path.toUtf8();
