@@ -1,4 +1,4 @@
-// The prompts one after another, as a setup asks them, and on a console that cannot be read.
+// All prompts in the order of a setup, and with an unreadable console.
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -29,8 +29,9 @@ protected:
 };
 HX_OVER_BOTH_CONSOLES(AllPrompts);
 
-TEST_P(AllPrompts, LaterQuestionsBuildOnEarlierAnswers) {
-    LastInstallation(
+TEST_P(AllPrompts, UseEarlierAnswersAlsoInGraphicalSetup) {
+    m_options = {"--gui"};
+    PreviousSetup(
         "MaxThreads: 4\nMemoryPerThreadMB: 2000\nScratch: /data\n"
         "DiskPerThreadGB: 40\n");
     Converse(
@@ -45,38 +46,28 @@ TEST_P(AllPrompts, LaterQuestionsBuildOnEarlierAnswers) {
          {InternalSummary + Pause, "\n"},
          {MembersQuestion("dana"), "erik\n"},
          {MembersClosing("erik") + Pause, "\n"}},
-        AskAll);
+        [](CInstallBase& run) {
+            g_hx_gui_installer = 1;
+            AskAll(run);
+        });
     EXPECT_EQ(ReadFile(m_home / "df_arguments"), "-P\n/data\n");
 }
 
-TEST_P(AllPrompts, ARunWithoutQuestionsReadsNothing) {
-    m_options = {"--cluster-node"};
-    const std::string torque =
-        TorqueSettings("/usr/local/bin/qsub", "/usr/local/bin/qdel", "/usr/local/bin/qsig");
-    Converse(
-        {{JobIntroduction(8) + JobQuestion(8) + "8\n" + MemoryIntroduction(32000, 8, 4000) +
-          MemoryQuestion(4000) + "4000\n" + MemoryClosing(4000) + DirectoryIntroduction +
-          DirectoryQuestion("/tmp") + "/tmp\n" + DirectoryClosing("/tmp") +
-          ScratchIntroduction(500, 8, 62) + ScratchQuestion(62) + "62\n" + ScratchClosing(62) +
-          ExternalSummary(torque) + MembersQuestion("dana") + "dana\n" + MembersClosing("dana")}},
-        AskAll);
-}
-
-TEST_P(AllPrompts, AnInputThatCannotBeReadIsAClosedConsole) {
+TEST_P(AllPrompts, EndProcessWithUnreadableInput) {
     m_status = 2;
     m_error = "Corvane Install: Error\n    [^\n]*type of queue[^\n]*\n";
-    const std::string said = JobIntroduction(8) + JobQuestion(8) +
-                             MemoryIntroduction(32000, 8, 4000) + MemoryQuestion(4000) +
-                             MemoryClosing(4000) + Pause + DirectoryIntroduction +
-                             DirectoryQuestion("/tmp") + DirectoryClosing("/tmp") + Pause +
-                             ScratchIntroduction(500, 8, 62) + ScratchQuestion(62) +
-                             ScratchClosing(62) + Pause + Separator + QueueMenu + Invalid;
-    // Reading a directory fails with an error, not with an end of file.
-    Converse({{said}}, [](CInstallBase& run) {
+    const std::string output = JobIntroduction(8) + JobQuestion(8) +
+                               MemoryIntroduction(32000, 8, 4000) + MemoryQuestion(4000) +
+                               MemoryClosing(4000) + Pause + DirectoryIntroduction +
+                               DirectoryQuestion("/tmp") + DirectoryClosing("/tmp") + Pause +
+                               ScratchIntroduction(500, 8, 62) + ScratchQuestion(62) +
+                               ScratchClosing(62) + Pause + Separator + QueueMenu + Invalid;
+    // Reading a directory is an error, not an end of file.
+    Converse({{output}}, [](CInstallBase& run) {
         dup2(open("/", O_RDONLY | O_DIRECTORY), 0);
         AskAll(run);
     });
-    Converse({{said}}, [](CInstallBase& run) {
+    Converse({{output}}, [](CInstallBase& run) {
         close(0);
         AskAll(run);
     });

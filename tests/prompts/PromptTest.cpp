@@ -21,19 +21,19 @@ namespace {
 constexpr int ConversationBroken = 97;
 constexpr int ExpectationFailed = 99;
 
-// Follows what a test types, so that a prompt which reads too much is noticed.
+// Follows the input of the test, to detect a prompt that reads too much.
 const std::string Ahead = "not for this prompt\n";
 
-// What a run keeps until the process ends is not this test's subject, and a report of it, though
-// suppressed, costs time and a line on stderr.
+// Some objects of a setup are never freed, by design. Even a suppressed report of them costs time
+// and a line on stderr.
 void IgnoreLeaks(bool ignore) {
     const auto call = ignore ? __lsan_disable : __lsan_enable;
     if (call != nullptr)
         call();
 }
 
-// A prompt that asks for ever must neither hang the test nor fill the disc.
-void LimitTheHarm() {
+// Protects the test and the disk from a prompt that asks indefinitely.
+void LimitResources() {
     alarm(60);
     const rlimit size = {1 << 23, 1 << 23};
     setrlimit(RLIMIT_FSIZE, &size);
@@ -55,15 +55,16 @@ std::string RestOfInput() {
     return rest;
 }
 
-// A terminal's end key ends the input at the start of a line; behind a text it only delivers that.
+// A terminal's end key ends the input at the start of a line. After text, it only delivers the
+// text.
 std::string Keys(const std::string& typed) {
-    const bool behindText = typed.size() > 1 && typed[typed.size() - 2] != '\n';
-    return typed.ends_with(End) && behindText ? typed + End : typed;
+    const bool afterText = typed.size() > 1 && typed[typed.size() - 2] != '\n';
+    return typed.ends_with(End) && afterText ? typed + End : typed;
 }
 
 bool Talk(Terminal& terminal, const std::vector<Turn>& turns, const std::string& ahead) {
     for (const Turn& turn : turns) {
-        if (!terminal.WaitFor(turn.says))
+        if (!terminal.WaitFor(turn.output))
             return false;
         terminal.Send(Keys(turn.typed));
     }
@@ -71,11 +72,11 @@ bool Talk(Terminal& terminal, const std::vector<Turn>& turns, const std::string&
     return true;
 }
 
-std::string AllSaid(const std::vector<Turn>& turns) {
-    std::string said;
+std::string AllOutput(const std::vector<Turn>& turns) {
+    std::string output;
     for (const Turn& turn : turns)
-        said += turn.says;
-    return said;
+        output += turn.output;
+    return output;
 }
 
 bool InputEnds(const std::vector<Turn>& turns) {
@@ -88,7 +89,7 @@ bool InputEnds(const std::vector<Turn>& turns) {
 PromptTest::PromptTest() {
     m_world.identity = World::Identity::User;
     std::filesystem::create_directory(m_home / "bin");
-    // The shared directory of this machine must not become the install directory.
+    // The machine's own directory must not become the install directory.
     std::filesystem::permissions(Replace("/var/corvane"), std::filesystem::perms(0555));
 }
 
@@ -101,7 +102,7 @@ std::string PromptTest::Replace(const std::string& path) {
     return m_home / name;
 }
 
-void PromptTest::LastInstallation(const std::string& queueLimits) const {
+void PromptTest::PreviousSetup(const std::string& queueLimits) const {
     WriteFile(m_home / "QueueLimits", queueLimits);
 }
 
@@ -141,7 +142,7 @@ ProcessResult PromptTest::OverPipe(const std::vector<Turn>& turns, const std::fu
         input += turn.typed;
     std::erase(input, End[0]);
     return RunInChild(m_world, [&] {
-        LimitTheHarm();
+        LimitResources();
         ReadFromPipe(input + ahead);
         act();
     });
@@ -150,7 +151,7 @@ ProcessResult PromptTest::OverPipe(const std::vector<Turn>& turns, const std::fu
 ProcessResult PromptTest::OverTerminal(const std::vector<Turn>& turns,
                                        const std::function<void()>& act, const std::string& ahead) {
     ProcessResult result = RunInChild(m_world, [&] {
-        LimitTheHarm();
+        LimitResources();
         int status = ConversationBroken;
         {
             Terminal terminal(Terminal::Mode::Bytes, [&] {
@@ -165,11 +166,11 @@ ProcessResult PromptTest::OverTerminal(const std::vector<Turn>& turns,
         }
         std::exit(status);
     });
-    // Both streams go to a terminal; a failure is told at the end.
-    const size_t said = std::min(AllSaid(turns).size(), result.out.size());
+    // A terminal receives both streams. An error is at the end.
+    const size_t output = std::min(AllOutput(turns).size(), result.out.size());
     if (!m_error.empty()) {
-        result.err += result.out.substr(said);
-        result.out.resize(said);
+        result.err += result.out.substr(output);
+        result.out.resize(output);
     }
     return result;
 }
@@ -181,7 +182,7 @@ void PromptTest::Converse(const std::vector<Turn>& turns,
     const ProcessResult result =
         GetParam() == Console::Pipe ? OverPipe(turns, act, ahead) : OverTerminal(turns, act, ahead);
     EXPECT_EQ(result.status, m_status);
-    EXPECT_EQ(result.out, AllSaid(turns));
+    EXPECT_EQ(result.out, AllOutput(turns));
     EXPECT_TRUE(std::regex_match(result.err, std::regex(m_error))) << result.err;
 }
 

@@ -1,4 +1,4 @@
-// The question for the directory of temporary files.
+// The question for the scratch directory.
 #include "prompts/PromptTest.h"
 #include "prompts/Texts.h"
 
@@ -7,7 +7,19 @@ namespace {
 
 class ScratchDirectory : public PromptTest {
 protected:
-    void Ask(const std::string& expected, const std::vector<Turn>& turns) {
+    // Offers a directory, with a notice if it is from a previous setup.
+    void Ask(const std::string& offered, bool notice, const std::string& typed,
+             const std::string& expected) {
+        SCOPED_TRACE(typed);
+        const std::string question = DirectoryIntroduction +
+                                     (notice ? DirectoryNotice(offered) : "") +
+                                     DirectoryQuestion(offered);
+        // The rest of a long line answers the pause.
+        const bool pauses = !typed.ends_with(End) && typed.size() <= 1023;
+        std::vector<Turn> turns = {{question, typed},
+                                   {DirectoryClosing(expected) + Pause, pauses ? "\n" : ""}};
+        if (typed.empty())
+            turns = {{question + offered + "\n" + DirectoryClosing(expected)}};
         Converse(turns, [=](CInstallBase& run) {
             const QString previous = run.m_prevScratchDir;
             run.PromptScratchDirectory();
@@ -15,118 +27,59 @@ protected:
             EXPECT_EQ(run.m_prevScratchDir, previous);
         });
     }
-
-    // A first installation, which offers /tmp.
-    void Type(const std::string& line, const std::string& expected) {
-        SCOPED_TRACE(line);
-        Ask(expected, {{DirectoryIntroduction + DirectoryQuestion("/tmp"), line},
-                       {DirectoryClosing(expected) + Pause, "\n"}});
-    }
 };
 HX_OVER_BOTH_CONSOLES(ScratchDirectory);
 
-TEST_P(ScratchDirectory, EnterKeepsTheBuiltInDirectory) {
-    Type("\n", "/tmp");
-    Type(" \t \n", "/tmp");
+TEST_P(ScratchDirectory, TakesAnswerUnchecked) {
+    const std::string longest = "/" + std::string(1022, 'a');
+    const std::pair<std::string, std::string> answers[] = {
+        {"\n", "/tmp"},
+        {" \t \n", "/tmp"},
+        {End, "/tmp"},
+        {"/fast\n", "/fast"},
+        {"/fast" + End, "/fast"},
+        {"  /my  scratch\t\n", "/my  scratch"},
+        {"relative/../none/\n", "relative/../none/"},
+        {"%s%n\n", "%s%n"},
+        {"\"$HOME\"\n", "\"$HOME\""},
+        {"/données/Größe/科学\n", "/données/Größe/科学"},
+        {std::string("/a\0/b\n", 6), "/a"},
+        {longest.substr(0, 1022) + "\n", longest.substr(0, 1022)},
+        {longest + "bcd\n", longest}};
+    for (const auto& [typed, expected] : answers)
+        Ask("/tmp", false, typed, expected);
 }
 
-TEST_P(ScratchDirectory, TakesWhatIsTypedAsItStands) {
-    Type("/fast\n", "/fast");
-    Type("/my scratch\n", "/my scratch");
-    Type("  /my  scratch\t\n", "/my  scratch");
-    Type("relative/../none/\n", "relative/../none/");
-    Type("%s%n\n", "%s%n");
-    Type("\"$HOME\"\n", "\"$HOME\"");
-}
-
-TEST_P(ScratchDirectory, KeepsLettersOfAnyLanguage) {
-    Type("/données/Größe/科学\n", "/données/Größe/科学");
-}
-
-TEST_P(ScratchDirectory, EndsTheAnswerAtAZeroByte) {
-    Type(std::string("/a\0/b\n", 6), "/a");
-}
-
-TEST_P(ScratchDirectory, TakesALineThatJustFits) {
-    const std::string directory = "/" + std::string(1021, 'a');
-    Type(directory + "\n", directory);
-}
-
-TEST_P(ScratchDirectory, CutsALongLineWhoseRestGoesToThePause) {
-    const std::string directory = "/" + std::string(1022, 'a');
-    Ask(directory, {{DirectoryIntroduction + DirectoryQuestion("/tmp"), directory + "bcd\n"},
-                    {DirectoryClosing(directory) + Pause}});
-}
-
-TEST_P(ScratchDirectory, TheOptionIsOnlyADefault) {
+TEST_P(ScratchDirectory, OffersDirectoryOfOption) {
     m_options = {"--scratch-directory", "/données"};
-    Ask("/données", {{DirectoryIntroduction + DirectoryQuestion("/données"), "\n"},
-                     {DirectoryClosing("/données") + Pause, "\n"}});
-    Ask("/fast", {{DirectoryIntroduction + DirectoryQuestion("/données"), "/fast\n"},
-                  {DirectoryClosing("/fast") + Pause, "\n"}});
+    Ask("/données", false, "\n", "/données");
+    Ask("/données", false, "/fast\n", "/fast");
 }
 
-TEST_P(ScratchDirectory, ThePreviousDirectoryWinsOverTheOption) {
-    LastInstallation("Scratch: /data/scr\n");
+TEST_P(ScratchDirectory, OffersPreviousDirectoryInsteadOfOption) {
+    PreviousSetup("Scratch: /data/scré\n");
     m_options = {"-d", "/fast"};
-    Ask("/data/scr",
-        {{DirectoryIntroduction + DirectoryNotice("/data/scr") + DirectoryQuestion("/data/scr"),
-          "\n"},
-         {DirectoryClosing("/data/scr") + Pause, "\n"}});
+    Ask("/data/scré", true, "\n", "/data/scré");
+    Ask("/data/scré", true, End, "/data/scré");
+    Ask("/data/scré", true, "/other\n", "/other");
 }
 
-TEST_P(ScratchDirectory, ATypedDirectoryWinsOverThePreviousOne) {
-    LastInstallation("Scratch: /données\n");
-    Ask("/fast",
-        {{DirectoryIntroduction + DirectoryNotice("/données") + DirectoryQuestion("/données"),
-          "/fast\n"},
-         {DirectoryClosing("/fast") + Pause, "\n"}});
-}
-
-TEST_P(ScratchDirectory, AFileWithoutADirectoryIsAnEarlierInstallationInTmp) {
+// A file without a directory sets the default of its class.
+TEST_P(ScratchDirectory, OffersTmpWhenPreviousFileHasNoDirectory) {
     m_options = {"-d", "/fast"};
     for (const std::string file : {"", "8", "MaxThreads: 8\n"}) {
-        LastInstallation(file);
-        Ask("/tmp",
-            {{DirectoryIntroduction + DirectoryNotice("/tmp") + DirectoryQuestion("/tmp"), "\n"},
-             {DirectoryClosing("/tmp") + Pause, "\n"}});
+        PreviousSetup(file);
+        Ask("/tmp", true, "\n", "/tmp");
     }
+    PreviousSetup("Scratch:\n");
+    Ask("/fast", false, "\n", "/fast");
 }
 
-TEST_P(ScratchDirectory, AnEmptyPreviousDirectoryIsNone) {
-    LastInstallation("Scratch:\n");
-    m_options = {"-d", "/fast"};
-    Ask("/fast", {{DirectoryIntroduction + DirectoryQuestion("/fast"), "\n"},
-                  {DirectoryClosing("/fast") + Pause, "\n"}});
-}
-
-TEST_P(ScratchDirectory, AnswersItselfInARunWithoutQuestions) {
+TEST_P(ScratchDirectory, TakesDefaultWithoutInteraction) {
     m_options = {"--cluster-node", "-d", "/fast"};
-    Ask("/fast", {{DirectoryIntroduction + DirectoryQuestion("/fast") + "/fast\n" +
-                   DirectoryClosing("/fast")}});
-}
-
-TEST_P(ScratchDirectory, AnswersItselfWithThePreviousDirectory) {
-    LastInstallation("Scratch: /data/scr\n");
-    m_options = {"--cluster-node", "-d", "/fast"};
-    Ask("/data/scr",
-        {{DirectoryIntroduction + DirectoryNotice("/data/scr") + DirectoryQuestion("/data/scr") +
-          "/data/scr\n" + DirectoryClosing("/data/scr")}});
-}
-
-TEST_P(ScratchDirectory, AClosedConsoleKeepsTheOfferedDirectory) {
-    Ask("/tmp", {{DirectoryIntroduction + DirectoryQuestion("/tmp"), End},
-                 {DirectoryClosing("/tmp") + Pause}});
-    LastInstallation("Scratch: /data/scr\n");
-    Ask("/data/scr",
-        {{DirectoryIntroduction + DirectoryNotice("/data/scr") + DirectoryQuestion("/data/scr"),
-          End},
-         {DirectoryClosing("/data/scr") + Pause}});
-}
-
-TEST_P(ScratchDirectory, TakesALastAnswerWithoutALineEnd) {
-    Ask("/fast", {{DirectoryIntroduction + DirectoryQuestion("/tmp"), "/fast" + End},
-                  {DirectoryClosing("/fast") + Pause}});
+    Ask("/fast", false, "", "/fast");
+    PreviousSetup("Scratch: /data/scr\n");
+    Ask("/data/scr", true, "", "/data/scr");
 }
 
 }  // namespace
