@@ -1,147 +1,178 @@
-// The bytes of every generated file, for every branch.
+// Compares the scripts byte for byte with tests/expected/generated/, and the queue files.
 #include <gtest/gtest.h>
 
 #include "generated/Writing.h"
 #include "harness/TempDir.h"
+#include "setuprun/CQueueLimits.h"
 
 namespace hx_test {
 namespace {
 
+constexpr const char* oddRoot = "/opt/Größe \"%s\" $HOME";
+constexpr const char* oddDirectory = "100% d'or \"übung\"";
+
+// Values with spaces, non-ASCII letters, quotes, percent signs, and a backtick.
+void SetOddValues(CInstallBase& run) {
+    run.m_installDir = QString::fromUtf8(oddDirectory);
+    run.m_binariesDir = QString::fromUtf8(oddRoot);
+    run.m_queueName = QStringLiteral("schön & \"schnell\" %d");
+    run.m_qsubCmd = QStringLiteral("/opt/pbs bin/qsub \"x\" %n");
+    run.m_qdelCmd = QStringLiteral("/opt/ж/qdel");
+    run.m_qsigCmd = QStringLiteral("`qsig`%%");
+    run.m_queueType = CInstallBase::QueueExternal;
+}
+
+constexpr const char* oddQueue = R"(export CORV_QUEUE_TYPE="EXTERNAL"
+export CORV_QUEUE_NAME="schön & "schnell" %d"
+
+cvset CORV_QSUB_CMD "/opt/pbs bin/qsub "x" %n" "${CORV_USER_QSUB_CMD}"
+cvset CORV_QDEL_CMD "/opt/ж/qdel" "${CORV_USER_QDEL_CMD}"
+cvset CORV_QSIG_CMD "`qsig`%%" "${CORV_USER_QSIG_CMD}"
+
+)";
+
 class GeneratedContent : public testing::Test {
 protected:
-    GeneratedContent() { MakeDirectory(m_home / "install", 0755); }
+    GeneratedContent() {
+        MakeDirectory(m_home / "install", 0755);
+        MakeDirectory(m_home / oddDirectory, 0755);
+    }
 
-    // What the writer leaves in the file `name` of the install directory.
-    std::string Written(Writer writer, const std::string& name, const RunBody& settings = {}) {
-        const auto result = WithRun(m_home.path(), [&](CInstallBase& run) {
-            if (settings)
-                settings(run);
-            EXPECT_EQ((run.*writer)(), 1);
-        });
+    std::string Written(Writer writer, const std::string& path, const RunBody& settings = {}) {
+        const auto result = WithWriter(m_home.path(), writer, {}, settings);
         EXPECT_EQ(result.status, 0) << result.out << result.err;
         EXPECT_EQ(result.err, "");
-        return ReadFile(m_home / (m_installDir + "/" + name));
+        return ReadFile(m_home / path);
     }
 
     std::string RunScript(const RunBody& settings) {
-        return Written(&CInstallBase::WriteCorvaneOLD, "corvane26", settings);
+        return Written(&CInstallBase::WriteCorvaneOLD, "install/corvane26", settings);
     }
 
-    // Names with blanks, letters outside ASCII, quotes, percent signs and a backtick.
-    void UseOddNames() {
-        m_installDir = "100% d'or \"übung\"";
-        MakeDirectory(m_home / m_installDir, 0755);
+    static std::string ExpectedRunScript(const std::string& queue,
+                                         const char* root = "/opt/corvane/bin",
+                                         const char* directory = "install") {
+        return Expected("corvane26",
+                        {{"@QUEUE@\n", queue}, {"@ROOT@", root}, {"@INSTALL@", directory}});
     }
-    void SetOddNames(CInstallBase& run) const {
-        run.m_installDir = QString::fromStdString(m_installDir);
-        run.m_binariesDir = QStringLiteral("/opt/Größe \"%s\" $HOME");
-        run.m_queueName = QStringLiteral("schön & \"schnell\" %d");
-        run.m_qsubCmd = QStringLiteral("/opt/pbs bin/qsub \"x\" %n");
-        run.m_qdelCmd = QStringLiteral("/opt/ж/qdel");
-        run.m_qsigCmd = QStringLiteral("`qsig`%%");
-        run.m_queueType = CInstallBase::QueueExternal;
+
+    // The snapshot script begins like the run script, without queue and without Intel directory.
+    static std::string ExpectedSnapshotScript(const char* root = "/opt/corvane/bin",
+                                              const char* directory = "install") {
+        std::string text = ExpectedRunScript("", root, directory);
+        text.resize(text.find("cvset CORV_BUILDER"));
+        const std::string library = "${CORV_ROOT}/Intel-12.1.3:";
+        text.erase(text.find(library), library.size());
+        return text + R"(cvset CORV_SNAPSHOT "${CORV_ROOT}" "${CORV_USER_SNAPSHOT}"
+
+exec "${CORV_SNAPSHOT}/cv_snapshot" "$@"
+)";
     }
 
     TempDir m_home;
-    std::string m_installDir = "install";
 };
 
 struct Queue {
     int type;
     const char* name;
-    const char* expected;  // null: nothing
+    const char* expectedType;  // null: neither type nor name
+    const char* expectedName;
 };
 
-constexpr Queue queues[] = {{0, "", nullptr},
-                            {0, "long batch", nullptr},
-                            {1, "", "corvane26.internal"},
-                            {1, "long batch", "corvane26.internal"},
-                            {2, "", "corvane26.external_unnamed"},
-                            {2, "long batch", "corvane26.external_named"},
-                            {3, "", nullptr},
-                            {3, "long batch", nullptr}};
+constexpr Queue queues[] = {{0, "long batch", nullptr, ""},
+                            {1, "", "INTERNAL", ""},
+                            {1, "long batch", "INTERNAL", ""},
+                            {2, "", "EXTERNAL", ""},
+                            {2, "long batch", "EXTERNAL", "long batch"},
+                            {3, "long batch", nullptr, ""},
+                            {-1, "long batch", nullptr, ""},
+                            {4, "long batch", nullptr, ""}};
 
-std::string Commands(bool qsub, bool qdel, bool qsig) {
-    std::string lines;
-    if (qsub)
-        lines += "cvset CORV_QSUB_CMD \"/opt/pbs/bin/qsub\" \"${CORV_USER_QSUB_CMD}\"\n";
-    if (qdel)
-        lines += "cvset CORV_QDEL_CMD \"/opt/pbs/bin/qdel\" \"${CORV_USER_QDEL_CMD}\"\n";
-    if (qsig)
-        lines += "cvset CORV_QSIG_CMD \"/opt/pbs/bin/qsig\" \"${CORV_USER_QSIG_CMD}\"\n";
-    return lines.empty() ? lines : lines + "\n";
-}
-
-TEST_F(GeneratedContent, TheRunScriptKnowsEveryQueueWithEveryChoiceOfCommands) {
+TEST_F(GeneratedContent, RunScriptExportsQueueAndCommands) {
+    constexpr std::pair<QString CInstallBase::*, const char*> commands[] = {
+        {&CInstallBase::m_qsubCmd, "QSUB"},
+        {&CInstallBase::m_qdelCmd, "QDEL"},
+        {&CInstallBase::m_qsigCmd, "QSIG"}};
     for (const Queue& queue : queues) {
         for (unsigned int given = 0; given < 8; ++given) {
-            const bool qsub = (given & 1U) != 0;
-            const bool qdel = (given & 2U) != 0;
-            const bool qsig = (given & 4U) != 0;
+            std::string expected;
+            if (queue.expectedType != nullptr) {
+                expected += std::string("export CORV_QUEUE_TYPE=\"") + queue.expectedType +
+                            "\"\nexport CORV_QUEUE_NAME=\"" + queue.expectedName + "\"\n\n";
+            }
             const std::string script = RunScript([&](CInstallBase& run) {
                 run.m_queueType = queue.type;
                 run.m_queueName = QString::fromUtf8(queue.name);
-                run.m_qsubCmd = QString::fromUtf8(qsub ? "/opt/pbs/bin/qsub" : "");
-                run.m_qdelCmd = QString::fromUtf8(qdel ? "/opt/pbs/bin/qdel" : "");
-                run.m_qsigCmd = QString::fromUtf8(qsig ? "/opt/pbs/bin/qsig" : "");
+                run.m_partitionName = QStringLiteral("gpu");
+                for (unsigned int i = 0; i < 3; ++i) {
+                    if ((given >> i & 1U) != 0)
+                        run.*commands[i].first = QStringLiteral("/opt/pbs/bin/%d");
+                }
             });
-            const std::string identity = queue.expected == nullptr ? "" : Expected(queue.expected);
-            EXPECT_EQ(script, Expected("corvane26.head") + identity + Commands(qsub, qdel, qsig) +
-                                  Expected("corvane26.tail"))
+            for (unsigned int i = 0; i < 3; ++i) {
+                const std::string name = commands[i].second;
+                if ((given >> i & 1U) != 0) {
+                    expected += "cvset CORV_" + name + "_CMD \"/opt/pbs/bin/%d\" \"${CORV_USER_" +
+                                name + "_CMD}\"\n";
+                }
+            }
+            EXPECT_EQ(script, ExpectedRunScript(expected + (given != 0 ? "\n" : "")))
                 << queue.type << " " << queue.name << " " << given;
         }
     }
 }
 
-TEST_F(GeneratedContent, ANegativeOrUnknownQueueTypeIsNoQueue) {
-    for (const int type : {-1, 4}) {
-        EXPECT_EQ(RunScript([type](CInstallBase& run) { run.m_queueType = type; }),
-                  Expected("corvane26.head") + Expected("corvane26.tail"));
+TEST_F(GeneratedContent, RunScriptsKeepSpecialCharacters) {
+    const std::string directory = std::string(oddDirectory) + "/";
+    EXPECT_EQ(Written(&CInstallBase::WriteCorvaneOLD, directory + "corvane26", SetOddValues),
+              ExpectedRunScript(oddQueue, oddRoot, oddDirectory));
+    EXPECT_EQ(Written(&CInstallBase::WriteCorvaneSnapshot, directory + "corvane26_snapshot",
+                      SetOddValues),
+              ExpectedSnapshotScript(oddRoot, oddDirectory));
+}
+
+TEST_F(GeneratedContent, OtherScriptsDoNotDependOnQueue) {
+    const auto settings = [](CInstallBase& run) {
+        SetOddValues(run);
+        run.m_installDir = QStringLiteral("install");
+        run.m_binariesDir = QStringLiteral("/opt/corvane/bin");
+    };
+    for (const RunBody& body : {RunBody(), RunBody(settings)}) {
+        EXPECT_EQ(Written(&CInstallBase::WriteCorvaneSnapshot, "install/corvane26_snapshot", body),
+                  ExpectedSnapshotScript());
+        EXPECT_EQ(Written(&CInstallBase::WriteCorvaneSamba, "install/corvane26_samba", body),
+                  Expected("corvane26_submission.head", {{"@NAME@", "samba"}}) +
+                      Expected("corvane26_samba.tail", {}));
+        EXPECT_EQ(Written(&CInstallBase::WriteCorvaneSsh, "install/corvane26_ssh", body),
+                  Expected("corvane26_submission.head", {{"@NAME@", "ssh"}}) +
+                      Expected("corvane26_ssh.tail", {}));
     }
 }
 
-TEST_F(GeneratedContent, ValuesEnterTheRunScriptAsTheyAre) {
-    UseOddNames();
-    EXPECT_EQ(RunScript([&](CInstallBase& run) { SetOddNames(run); }),
-              Expected("corvane26.odd_names"));
+TEST_F(GeneratedContent, QueueEntriesAreEmptied) {
+    WriteFile(m_home / "install/queue_entries", "entries\n");
+    EXPECT_EQ(WithWriter(m_home.path(), &CInstallBase::CreateInternalQueueEntries).status, 0);
+    EXPECT_EQ(ReadFile(m_home / "install/queue_entries"), "");
 }
 
-TEST_F(GeneratedContent, TheSnapshotScriptKnowsItsDirectoriesAndNoQueue) {
-    EXPECT_EQ(Written(&CInstallBase::WriteCorvaneSnapshot, "corvane26_snapshot"),
-              Expected("corvane26_snapshot"));
-    EXPECT_EQ(Written(&CInstallBase::WriteCorvaneSnapshot, "corvane26_snapshot",
-                      [&](CInstallBase& run) {
-                          SetOddNames(run);
-                          run.m_installDir = QStringLiteral("install");
-                          run.m_binariesDir = QStringLiteral("/opt/corvane/bin");
-                      }),
-              Expected("corvane26_snapshot"));
-    UseOddNames();
-    EXPECT_EQ(Written(&CInstallBase::WriteCorvaneSnapshot, "corvane26_snapshot",
-                      [&](CInstallBase& run) { SetOddNames(run); }),
-              Expected("corvane26_snapshot.odd_names"));
-}
-
-TEST_F(GeneratedContent, NoFieldEntersTheSubmissionScripts) {
-    EXPECT_EQ(Written(&CInstallBase::WriteCorvaneSamba, "corvane26_samba"),
-              Expected("corvane26_samba"));
-    EXPECT_EQ(Written(&CInstallBase::WriteCorvaneSsh, "corvane26_ssh"), Expected("corvane26_ssh"));
-    UseOddNames();
-    const auto odd = [&](CInstallBase& run) { SetOddNames(run); };
-    EXPECT_EQ(Written(&CInstallBase::WriteCorvaneSamba, "corvane26_samba", odd),
-              Expected("corvane26_samba"));
-    EXPECT_EQ(Written(&CInstallBase::WriteCorvaneSsh, "corvane26_ssh", odd),
-              Expected("corvane26_ssh"));
-}
-
-TEST_F(GeneratedContent, AnOlderLongerFileLeavesNothingBehind) {
-    for (const char* name : {"corvane26", "corvane26_snapshot", "corvane26_samba"})
-        MakeFile(m_home / ("install/" + std::string(name)), std::string(100000, 'x'), 0600);
-    EXPECT_EQ(RunScript({}), Expected("corvane26.head") + Expected("corvane26.tail"));
-    EXPECT_EQ(Written(&CInstallBase::WriteCorvaneSnapshot, "corvane26_snapshot"),
-              Expected("corvane26_snapshot"));
-    EXPECT_EQ(Written(&CInstallBase::WriteCorvaneSamba, "corvane26_samba"),
-              Expected("corvane26_samba"));
+TEST_F(GeneratedContent, QueueLimitsContainJobLimitOnly) {
+    WriteFile(m_home / "install/QueueLimits",
+              "MaxThreads: 2\nMemoryPerThreadMB: 600\nScratch: /data\nDiskPerThreadGB: 3\n");
+    const std::tuple<int, const char*, int> limits[] = {{12, "12", 12},
+                                                        {1, "1", 1},
+                                                        {0, "0", 0},
+                                                        {-5, "-5", 0},
+                                                        {2147483647, "2147483647", 2147483647}};
+    for (const auto& [limit, text, threads] : limits) {
+        WithWriter(m_home.path(), &CInstallBase::WriteInternalQueueLimits, {},
+                   [limit = limit](CInstallBase& run) { run.m_jobLimit = limit; });
+        EXPECT_EQ(ReadFile(m_home / "install/QueueLimits"), text);
+        const CQueueLimits read((m_home / "install").c_str());
+        EXPECT_EQ(read.MaxThreads, threads);
+        EXPECT_EQ(read.MemoryPerThreadMB, 1024);
+        EXPECT_EQ(read.DiskPerThreadGB, 1);
+        EXPECT_EQ(read.Scratch, "/tmp");
+    }
 }
 
 }  // namespace

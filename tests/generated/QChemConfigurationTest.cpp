@@ -1,8 +1,11 @@
-// The files of Q-Chem and the directory that they share.
+// The Q-Chem files and the directory that they share.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <cerrno>
+#include <climits>
 #include <cstdlib>
+#include <cstring>
 
 #include "generated/Writing.h"
 #include "harness/TempDir.h"
@@ -11,45 +14,26 @@ namespace hx_test {
 namespace {
 namespace fs = std::filesystem;
 
-constexpr Writer writers[] = {&CInstallBase::WriteQChemRC, &CInstallBase::WriteQCScratch};
+constexpr std::pair<Writer, const char*> files[] = {{&CInstallBase::WriteQChemRC, "qchemrc"},
+                                                    {&CInstallBase::WriteQCScratch, "qcscratch"}};
 
 class QChemConfiguration : public testing::Test {
 protected:
     QChemConfiguration() { MakeDirectory(m_home / "install", 0755); }
 
-    std::string Limits(int scratch, int memory) {
-        const auto result = WithRun(m_home.path(), [&](CInstallBase& run) {
-            run.m_scratchLimitGB = scratch;
-            run.m_memoryLimitMB = memory;
-            EXPECT_EQ(run.WriteQChemRC(), 1);
-        });
+    ProcessResult Write(Writer writer, const RunBody& settings = {}) const {
+        ProcessResult result = WithWriter(m_home.path(), writer, {}, settings);
         EXPECT_EQ(result.status, 0) << result.out << result.err;
-        return ReadFile(m_home / "install/qchemrc/qchemrc");
-    }
-
-    std::string Scratch(const char* directory) {
-        const auto result = WithRun(m_home.path(), [&](CInstallBase& run) {
-            run.m_scratchDir = QString::fromUtf8(directory);
-            EXPECT_EQ(run.WriteQCScratch(), 1);
-            EXPECT_EQ(run.m_scratchDir, QString::fromUtf8(directory));
-        });
-        EXPECT_EQ(result.status, 0) << result.out << result.err;
-        return ReadFile(m_home / "install/qchemrc/qcscratch");
+        return result;
     }
 
     std::string Directory() const { return m_home / "install/qchemrc"; }
 
-    // As these identities, with `calls` failing: the words and the status 2.
-    void ExpectFailure(Writer writer, const World& world, const std::string& error,
-                       const std::string& calls = {}) {
-        const auto result = WithRun(
-            m_home.path(),
-            [&](CInstallBase& run) {
-                setenv("HX_TEST_FAIL", calls.c_str(), 1);
-                (run.*writer)();
-            },
-            world);
-        EXPECT_EQ(result.err, error);
+    // Fails with the system's text of `error` after the message.
+    void ExpectFailure(Writer writer, Identity identity, const std::string& message, int error,
+                       const std::string& failing = {}) const {
+        const auto result = WithWriter(m_home.path(), writer, As(identity), {}, failing);
+        EXPECT_EQ(result.err, ErrorText(message, std::strerror(error)));
         EXPECT_EQ(result.status, 2);
         EXPECT_EQ(result.out, "");
     }
@@ -57,104 +41,98 @@ protected:
     TempDir m_home;
 };
 
-TEST_F(QChemConfiguration, TheLimitsStandRightAlignedInEightColumns) {
-    EXPECT_EQ(Limits(100, 2048), "$rem\nAO2MO_DISK      100\nMEM_TOTAL      2048\n$end\n");
-    EXPECT_EQ(Limits(0, 0), "$rem\nAO2MO_DISK        0\nMEM_TOTAL         0\n$end\n");
-    EXPECT_EQ(Limits(-1, -1), "$rem\nAO2MO_DISK       -1\nMEM_TOTAL        -1\n$end\n");
-}
-
-TEST_F(QChemConfiguration, ALimitOfMoreDigitsWidensItsLine) {
-    EXPECT_EQ(Limits(12345678, 123456789),
-              "$rem\nAO2MO_DISK 12345678\nMEM_TOTAL  123456789\n$end\n");
-    EXPECT_EQ(Limits(2147483647, -2147483647 - 1),
-              "$rem\nAO2MO_DISK 2147483647\nMEM_TOTAL  -2147483648\n$end\n");
-}
-
-TEST_F(QChemConfiguration, TheScratchDirectoryHasNoLineEnd) {
-    EXPECT_EQ(Scratch("/tmp"), "/tmp");
-    EXPECT_EQ(Scratch(""), "");
-    EXPECT_EQ(Scratch("/ein Übungs 'platz' $HOME %s"), "/ein Übungs 'platz' $HOME %s");
-}
-
-TEST_F(QChemConfiguration, BackslashesAreDoubledBeforeQuotesGetTheirs) {
-    EXPECT_EQ(Scratch("a\\\"b"), "a\\\\\\\"b");
-    EXPECT_EQ(Scratch("\"\""), "\\\"\\\"");
-    EXPECT_EQ(Scratch("\\\\a\\"), "\\\\\\\\a\\\\");
-}
-
-TEST_F(QChemConfiguration, WhicheverComesFirstMakesTheDirectory) {
-    for (const Writer first : writers) {
-        fs::remove_all(Directory());
-        const auto result = WithRun(m_home.path(), [&](CInstallBase& run) {
-            umask(077);
-            EXPECT_EQ((run.*first)(), 1);
-            // From here on no directory can be made.
-            setenv("HX_TEST_FAIL", "mkdir=5", 1);
-            for (const Writer writer : writers)
-                EXPECT_EQ((run.*writer)(), 1);
+TEST_F(QChemConfiguration, WritesAndReportsLimits) {
+    struct Limits {
+        int scratchGB;
+        int memoryMB;
+        const char* text;
+    };
+    const Limits limits[] = {{100, 2048, "AO2MO_DISK      100\nMEM_TOTAL      2048\n"},
+                             {0, -1, "AO2MO_DISK        0\nMEM_TOTAL        -1\n"},
+                             {12345678, 123456789, "AO2MO_DISK 12345678\nMEM_TOTAL  123456789\n"},
+                             {INT_MAX, INT_MIN, "AO2MO_DISK 2147483647\nMEM_TOTAL  -2147483648\n"}};
+    for (const Limits& limit : limits) {
+        const auto result = Write(&CInstallBase::WriteQChemRC, [&](CInstallBase& run) {
+            run.m_scratchLimitGB = limit.scratchGB;
+            run.m_memoryLimitMB = limit.memoryMB;
         });
-        EXPECT_EQ(result.status, 0) << result.out << result.err;
-        EXPECT_EQ(ModeOf(Directory()), 0755U);
+        EXPECT_EQ(result.out,
+                  Separator + "  Scratch limit per job: " + std::to_string(limit.scratchGB) +
+                      " GB\n" + Separator +
+                      "  Memory limit per job: " + std::to_string(limit.memoryMB) + " MB\n");
+        EXPECT_EQ(ReadFile(m_home / "install/qchemrc/qchemrc"),
+                  std::string("$rem\n") + limit.text + "$end\n");
     }
 }
 
-TEST_F(QChemConfiguration, AnExistingDirectoryKeepsItsMode) {
-    MakeDirectory(Directory(), 0700);
-    for (const Writer writer : writers)
-        EXPECT_EQ(WithWriter(m_home.path(), writer).status, 0);
-    EXPECT_EQ(ModeOf(Directory()), 0700U);
+TEST_F(QChemConfiguration, EscapesAndReportsScratchDirectory) {
+    const std::pair<const char*, const char*> directories[] = {
+        {"/tmp", "/tmp"},
+        {"", ""},
+        {"/ein Übungs 'platz' $HOME %s", "/ein Übungs 'platz' $HOME %s"},
+        {R"(a\"b)", R"(a\\\"b)"},
+        {R"("")", R"(\"\")"},
+        {R"(\\a\)", R"(\\\\a\\)"}};
+    for (const auto& [directory, text] : directories) {
+        const auto result = Write(
+            &CInstallBase::WriteQCScratch,
+            [name = directory](CInstallBase& run) { run.m_scratchDir = QString::fromUtf8(name); });
+        EXPECT_EQ(result.out, Separator + "  Scratch storage directory: " + directory + "\n");
+        EXPECT_EQ(ReadFile(m_home / "install/qchemrc/qcscratch"), text);
+    }
 }
 
-TEST_F(QChemConfiguration, ALinkToADirectoryIsUsed) {
+TEST_F(QChemConfiguration, FirstWriterCreatesDirectory) {
+    for (const auto& first : files) {
+        fs::remove_all(Directory());
+        Write(first.first, [](CInstallBase&) { umask(077); });
+        EXPECT_EQ(ModeOf(Directory()), 0755U);
+        for (const auto& [writer, file] : files)
+            EXPECT_EQ(WithWriter(m_home.path(), writer, {}, {}, "mkdir=5").status, 0);
+    }
+}
+
+TEST_F(QChemConfiguration, KeepsExistingDirectory) {
     MakeDirectory(m_home / "elsewhere", 0700);
     fs::create_directory_symlink(m_home / "elsewhere", Directory());
-    EXPECT_EQ(Scratch("/tmp"), "/tmp");
+    for (const auto& [writer, file] : files) {
+        Write(writer);
+        EXPECT_TRUE(fs::exists(m_home / (std::string("elsewhere/") + file)));
+    }
     EXPECT_EQ(ModeOf(m_home / "elsewhere"), 0700U);
 }
 
-TEST_F(QChemConfiguration, AFileInTheDirectorysPlaceFailsWithTheFilesPath) {
+TEST_F(QChemConfiguration, FailsWhenFileIsInTheWay) {
     HX_REQUIRE_NAMESPACES();
     MakeFile(Directory(), "in the way", 0644);
-    const char* const files[] = {"install/qchemrc/qchemrc", "install/qchemrc/qcscratch"};
-    for (size_t i = 0; i < 2; ++i) {
-        for (const auto identity : {World::Identity::User, World::Identity::Root}) {
+    for (const auto& [writer, file] : files) {
+        for (const auto identity : {Identity::User, Identity::Root}) {
             ExpectFailure(
-                writers[i], As(identity),
-                ErrorText("Unable to open file \"" + std::string(files[i]) + "\" for write",
-                          "Not a directory"));
+                writer, identity,
+                "Unable to open file \"install/qchemrc/" + std::string(file) + "\" for write",
+                ENOTDIR);
         }
     }
     EXPECT_EQ(ReadFile(Directory()), "in the way");
 }
 
-TEST_F(QChemConfiguration, ADirectoryThatCannotBeMadeIsNamed) {
+TEST_F(QChemConfiguration, FailsWithoutDirectory) {
     HX_REQUIRE_NAMESPACES();
-    const std::string text = "Unable to create \"install/qchemrc\"";
-    fs::permissions(m_home / "install", fs::perms(0555));
-    for (const Writer writer : writers)
-        ExpectFailure(writer, As(World::Identity::User), ErrorText(text, "Permission denied"));
-    fs::permissions(m_home / "install", fs::perms(0755));
-    // A dangling link is nothing to the test and in the way of the making.
-    fs::create_symlink(m_home / "nowhere", Directory());
-    for (const Writer writer : writers)
-        ExpectFailure(writer, As(World::Identity::Root), ErrorText(text, "File exists"));
-    fs::remove(Directory());
-    for (const Writer writer : writers) {
-        const auto outer = RunInChild(As(World::Identity::Root), [&] {
-            MakeReadOnly(m_home / "install");
-            ExpectFailure(writer, As(World::Identity::Root),
-                          ErrorText(text, "Read-only file system"));
+    const std::string message = "Unable to create \"install/qchemrc\"";
+    for (const auto& [writer, file] : files) {
+        fs::permissions(m_home / "install", fs::perms(0555));
+        ExpectFailure(writer, Identity::User, message, EACCES);
+        fs::permissions(m_home / "install", fs::perms(0755));
+        // A dangling link does not count as existing.
+        fs::create_symlink(m_home / "nowhere", Directory());
+        ExpectFailure(writer, Identity::Root, message, EEXIST);
+        fs::remove(Directory());
+        WithReadOnly(m_home / "install", [&, writer = writer] {
+            ExpectFailure(writer, Identity::Root, message, EROFS);
         });
-        EXPECT_EQ(outer.status, 0) << outer.out;
-        ExpectFailure(writer, {}, ErrorText(text, "No space left on device"), "mkdir=28");
-    }
-    EXPECT_TRUE(fs::is_empty(m_home / "install"));
-}
-
-TEST_F(QChemConfiguration, ADirectoryWithoutItsModeStaysAndEndsTheRun) {
-    for (const Writer writer : writers) {
-        ExpectFailure(writer, {},
-                      ErrorText("Unable to chmod \"install/qchemrc\"", "Operation not permitted"),
+        ExpectFailure(writer, Identity::Unchanged, message, ENOSPC, "mkdir=28");
+        EXPECT_TRUE(fs::is_empty(m_home / "install"));
+        ExpectFailure(writer, Identity::Unchanged, "Unable to chmod \"install/qchemrc\"", EPERM,
                       "chmod=1");
         EXPECT_TRUE(fs::is_empty(Directory()));
         fs::remove(Directory());

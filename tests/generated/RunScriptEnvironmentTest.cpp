@@ -1,187 +1,190 @@
-// What the written main run script exports, and what the user may override.
-#include "generated/WrittenRunScript.h"
-#include "harness/TempDir.h"
+// The variables that the main run script exports, and how a user overrides them.
+#include <set>
+
+#include "generated/RunScripts.h"
 
 namespace hx_test {
 namespace {
 
-// Variables that follow the root directory, and the name of their override.
-const Words kModules = {"BUILDER", "SELECT",    "MONITOR",  "SNAPSHOT",       "ABINITIO",
-                        "SEMIEMP", "MECHANICS", "PROPERTY", "GRAPHICS",       "CONFORMER",
-                        "QMMM",    "ALIGN",     "QCHEM",    "STARTBACKEND",   "INSTALL",
-                        "ARCH",    "SUBMIT",    "CONVERT",  "COMPUTECONTROL", "COMPUTESERVICE"};
+// The modules whose directory is the root unless overridden.
+const Words modules = {"BUILDER", "SELECT",    "MONITOR",  "SNAPSHOT",       "ABINITIO",
+                       "SEMIEMP", "MECHANICS", "PROPERTY", "GRAPHICS",       "CONFORMER",
+                       "QMMM",    "ALIGN",     "QCHEM",    "STARTBACKEND",   "INSTALL",
+                       "ARCH",    "SUBMIT",    "CONVERT",  "COMPUTECONTROL", "COMPUTESERVICE"};
 
-class WrittenEnvironment : public WrittenRunScriptTest {
+class RunScriptEnvironment : public RunScriptTest {
 protected:
-    void SetUp() override {
-        WrittenRunScriptTest::SetUp();
-        WriteMain([](CInstallBase& run) {
-            run.m_queueType = CInstallBase::QueueExternal;
-            run.m_queueName = QStringLiteral("long batch");
-            run.m_qsubCmd = QStringLiteral("/opt/pbs bin/qsub");
-            run.m_qdelCmd = QStringLiteral("/opt/pbs/qdel");
-            run.m_qsigCmd = QStringLiteral("/opt/pbs/qsig");
-        });
+    // Returns all exported variables, with the root in another directory.
+    Variables DefaultsBelow(const std::string& root) const {
+        Variables variables = installation.Placeholders();
+        if (IsWriter()) {
+            std::erase_if(variables, [](const auto& variable) {
+                return !std::set<std::string>{"CORV_CORVANERC",  "CORV_QUEUE_TYPE",
+                                              "CORV_QUEUE_NAME", "CORV_QSUB_CMD",
+                                              "CORV_QDEL_CMD",   "CORV_QSIG_CMD"}
+                            .contains(variable.first);
+            });
+        }
+        for (const auto& module : modules)
+            variables["CORV_" + module] = root;
+        const std::string settings = installation.Settings();
+        variables.insert({{"CORV_QCHEMAUX", root + "/auxdir"},
+                          {"CORV_QCHEMRC", settings + "/qchemrc"},
+                          {"CORV_ACCESS", settings},
+                          {"CORV_CONFIG", settings},
+                          {"CORV_CPUDIR", "x86_64"}});
+        variables["CORV_ROOT"] = root;
+        variables["LD_LIBRARY_PATH"] =
+            IsWriter() ? root + "/Qt-4.8.5:" + root + "/Intel-12.1.3:" + root + "/GCC-4.7.2:" + root
+                       : root + ":" + root + "/ssl-compat:" + root + "/Qt-6.5/lib";
+        return variables;
     }
+    Variables Defaults() const { return DefaultsBelow(installation.Root()); }
 
-    Variables Defaults() const {
-        const std::string root = installation.root();
-        const std::string settings = installation.settings();
-        Variables all = {{"CORV_QUEUE_TYPE", "EXTERNAL"},
-                         {"CORV_QUEUE_NAME", "long batch"},
-                         {"CORV_QSUB_CMD", "/opt/pbs bin/qsub"},
-                         {"CORV_QDEL_CMD", "/opt/pbs/qdel"},
-                         {"CORV_QSIG_CMD", "/opt/pbs/qsig"},
-                         {"CORV_ROOT", root},
-                         {"CORV_CORVANERC", settings},
-                         {"LD_LIBRARY_PATH", root + "/Qt-4.8.5:" + root + "/Intel-12.1.3:" + root +
-                                                 "/GCC-4.7.2:" + root},
-                         {"CORV_QCHEMAUX", root + "/auxdir"},
-                         {"CORV_QCHEMRC", settings + "/qchemrc"},
-                         {"CORV_ACCESS", settings},
-                         {"CORV_CONFIG", settings},
-                         {"CORV_CPUDIR", "x86_64"}};
-        for (const auto& module : kModules)
-            all["CORV_" + module] = root;
-        return all;
-    }
-
-    // All variables that a "cvset" line sets.
-    static Words Overridable() {
-        Words names = kModules;
-        names.insert(names.end(), {"QSUB_CMD", "QDEL_CMD", "QSIG_CMD", "QCHEMAUX", "CPUDIR"});
+    // Returns the names of all overridable variables, without prefix.
+    Words Overridable() const {
+        Words names = modules;
+        names.insert(names.end(),
+                     {"ROOT", "QSUB_CMD", "QDEL_CMD", "QSIG_CMD", "QCHEMAUX", "CPUDIR"});
+        if (!IsWriter())
+            names.insert(names.end(), {"SBATCH_CMD", "SCANCEL_CMD"});
         return names;
     }
 
-    std::string Variable(const std::string& name, const Variables& env) const {
-        const std::string line = Corvane({"--printenv", name}, env).out;
-        return line.substr(0, line.size() - 1);
+    // Returns an override of every variable.
+    Variables AllOverrides(const std::string& value) const {
+        Variables env = {{"CORV_USER_LD_PATH", value}};
+        for (const auto& name : Overridable())
+            env["CORV_USER_" + name] = value;
+        return env;
     }
 };
 
-TEST_P(WrittenEnvironment, IsWhatTheSetupDecided) {
-    EXPECT_EQ(Environment(), Defaults());
+TEST_P(RunScriptEnvironment, ContainsSettingsAndDirectories) {
+    EXPECT_EQ(Exported(), Defaults());
 }
 
-TEST_P(WrittenEnvironment, AQueueThatIsNotWrittenStaysTheCallers) {
-    const Variables callers = {{"CORV_QUEUE_TYPE", "MINE"}, {"CORV_QUEUE_NAME", "own"}};
-    const std::pair<int, const char*> types[] = {{CInstallBase::QueueUnset, "MINE own"},
-                                                 {CInstallBase::QueueInternal, "INTERNAL "},
-                                                 {CInstallBase::QueueExternal, "EXTERNAL "},
-                                                 {CInstallBase::QueueNone, "MINE own"}};
-    for (const auto& [type, expected] : types) {
-        WriteMain([type = type](CInstallBase& run) { run.m_queueType = type; });
-        Variables environment = Environment(callers);
-        EXPECT_EQ(environment["CORV_QUEUE_TYPE"] + " " + environment["CORV_QUEUE_NAME"], expected);
-    }
+TEST_P(RunScriptEnvironment, ReachesStartedPrograms) {
+    Installation::AddProgram(installation.Program("cv_spd"), environmentPrinter);
+    const ProcessResult result = Corvane({"--submit"});
+    EXPECT_EQ(ParseEnvironment(result.out), Defaults());
+    EXPECT_EQ(result.err, "");
 }
 
-TEST_P(WrittenEnvironment, CommandsThatAreEmptyAreNotExported) {
-    WriteMain();
-    const Variables environment = Environment();
-    for (const char* name : {"CORV_QSUB_CMD", "CORV_QDEL_CMD", "CORV_QSIG_CMD"})
-        EXPECT_FALSE(environment.contains(name)) << name;
-}
-
-TEST_P(WrittenEnvironment, EveryOverrideReplacesItsVariable) {
+TEST_P(RunScriptEnvironment, ReplacesOverriddenVariableOnly) {
     for (const auto& name : Overridable()) {
-        const std::string override = "CORV_USER_" + name;
-        EXPECT_EQ(Variable("CORV_" + name, {{"CORV_USER_OVERRIDE", "YES"}, {override, "my  own"}}),
-                  "my  own")
-            << name;
+        if (name == "ROOT" || name == "QCHEM" || name == "ARCH")
+            continue;  // other variables depend on these
+        Variables expected = Defaults();
+        expected["CORV_" + name] = "my own  " + name;
+        EXPECT_EQ(Overridden(name, "my own  " + name), expected) << name;
     }
 }
 
-TEST_P(WrittenEnvironment, OverridesAreOffUnlessTheSwitchIsExactlyYes) {
-    Variables env;
-    for (const auto& name : Overridable())
-        env["CORV_USER_" + name] = "my own";
-    env["CORV_USER_ROOT"] = "/nowhere";
-    env["CORV_USER_LD_PATH"] = "/nowhere";
-    for (const char* value : {"", "yes", "YES ", "1"}) {
-        env["CORV_USER_OVERRIDE"] = value;
-        EXPECT_EQ(Environment(env), Defaults()) << value;
+TEST_P(RunScriptEnvironment, DerivesVariablesFromOverride) {
+    Installation::AddProgram(Other() + "/cv_arch", "#!/bin/sh\necho \"other$*\"\n");
+    Variables expected = DefaultsBelow(Other());
+    expected["CORV_CPUDIR"] = "other-n";
+    EXPECT_EQ(Overridden("ROOT", Other()), expected);
+    expected = Defaults();
+    expected["CORV_ARCH"] = Other();
+    expected["CORV_CPUDIR"] = "other-n";
+    EXPECT_EQ(Overridden("ARCH", Other()), expected);
+    expected = Defaults();
+    expected["CORV_QCHEM"] = "/opt/q chem";
+    expected["CORV_QCHEMAUX"] = "/opt/q chem/auxdir";
+    EXPECT_EQ(Overridden("QCHEM", "/opt/q chem"), expected);
+}
+
+TEST_P(RunScriptEnvironment, IgnoresOverridesUnlessSwitchIsYes) {
+    Variables env = AllOverrides("mine");
+    EXPECT_EQ(Exported(env), Defaults());
+    for (const char* word : {"", "yes", "Yes", "YES ", " YES", "YESS", "NO", "1"}) {
+        env["CORV_USER_OVERRIDE"] = word;
+        EXPECT_EQ(Exported(env), Defaults()) << '"' << word << '"';
     }
-    env.erase("CORV_USER_OVERRIDE");
-    EXPECT_EQ(Environment(env), Defaults());
 }
 
-TEST_P(WrittenEnvironment, AnEmptyOverrideLeavesTheDefault) {
-    Variables env = {
-        {"CORV_USER_OVERRIDE", "YES"}, {"CORV_USER_ROOT", ""}, {"CORV_USER_LD_PATH", ""}};
-    for (const auto& name : Overridable())
-        env["CORV_USER_" + name] = "";
-    EXPECT_EQ(Environment(env), Defaults());
+TEST_P(RunScriptEnvironment, IgnoresEmptyOverrides) {
+    Variables env = AllOverrides("");
+    env["CORV_USER_OVERRIDE"] = "YES";
+    EXPECT_EQ(Exported(env), Defaults());
 }
 
-TEST_P(WrittenEnvironment, AnotherRootMovesEverythingThatFollowsIt) {
-    const std::string other = installation.home() + "/other root";
-    Installation::AddProgram(other + "/cv_arch", "#!/bin/sh\necho other_cpu\n");
-    Installation::AddProgram(other + "/cv_snapshot", kEnvironmentPrinter);
-    Variables expected = Defaults();
-    for (const auto& module : kModules)
-        expected["CORV_" + module] = other;
-    expected["CORV_ROOT"] = other;
-    expected["CORV_QCHEMAUX"] = other + "/auxdir";
-    expected["CORV_CPUDIR"] = "other_cpu";
-    expected["LD_LIBRARY_PATH"] =
-        other + "/Qt-4.8.5:" + other + "/Intel-12.1.3:" + other + "/GCC-4.7.2:" + other;
-    EXPECT_EQ(Environment({{"CORV_USER_OVERRIDE", "YES"}, {"CORV_USER_ROOT", other}}), expected);
+TEST_P(RunScriptEnvironment, CannotBeOverriddenOtherwise) {
+    const Words names = Overridable();
+    const std::set<std::string> overridable(names.begin(), names.end());
+    Variables env = {{"CORV_USER_OVERRIDE", "YES"}};
+    for (const auto& [name, value] : Defaults()) {
+        if (name.starts_with("CORV_") && !overridable.contains(name.substr(5)))
+            env["CORV_USER_" + name.substr(5)] = "mine";
+        if (name != "LD_LIBRARY_PATH")
+            env[name] = "of the caller";
+    }
+    EXPECT_EQ(Exported(env), Defaults());
 }
 
-TEST_P(WrittenEnvironment, TheAuxiliaryDirectoryFollowsTheQChemOverride) {
-    EXPECT_EQ(Variable("CORV_QCHEMAUX", {{"CORV_USER_OVERRIDE", "YES"}, {"CORV_USER_QCHEM", "/q"}}),
-              "/q/auxdir");
-}
-
-TEST_P(WrittenEnvironment, SomeVariablesCannotBeOverridden) {
-    const std::string settings = installation.settings();
-    const Variables env = {{"CORV_USER_OVERRIDE", "YES"}, {"CORV_USER_CORVANERC", "/x"},
-                           {"CORV_USER_QCHEMRC", "/x"},   {"CORV_USER_ACCESS", "/x"},
-                           {"CORV_USER_CONFIG", "/x"},    {"CORV_CORVANERC", "/x"},
-                           {"CORV_QCHEMRC", "/x"},        {"CORV_ACCESS", "/x"},
-                           {"CORV_CONFIG", "/x"},         {"CORV_ROOT", "/x"}};
-    EXPECT_EQ(Environment(env), Defaults());
-}
-
-// The library path with and without a value of the caller's and an override.
-TEST_P(WrittenEnvironment, TheLibraryPathKeepsTheCallersBehindTheProducts) {
-    const std::string root = installation.root();
-    const std::string qt = root + "/Qt-4.8.5:";
-    const std::string product = root + "/Intel-12.1.3:" + root + "/GCC-4.7.2:" + root;
-    const Variables on = {{"CORV_USER_OVERRIDE", "YES"}, {"CORV_USER_LD_PATH", "/my libs:/more"}};
-    Variables both = on;
-    both["LD_LIBRARY_PATH"] = "/callers";
-    EXPECT_EQ(Variable("LD_LIBRARY_PATH", {}), qt + product);
-    EXPECT_EQ(Variable("LD_LIBRARY_PATH", {{"LD_LIBRARY_PATH", ""}}), qt + product);
-    EXPECT_EQ(Variable("LD_LIBRARY_PATH", {{"LD_LIBRARY_PATH", "/callers:/own dir"}}),
-              qt + product + ":/callers:/own dir");
-    EXPECT_EQ(Variable("LD_LIBRARY_PATH", on), qt + "/my libs:/more");
-    EXPECT_EQ(Variable("LD_LIBRARY_PATH", both), qt + "/my libs:/more");
-}
-
-// The question is not quoted, so that its answer becomes words of the line.
-TEST_P(WrittenEnvironment, ACpuDirectoryOfTwoWordsIsCutAndOffersItsSecondAsOverride) {
-    Installation::AddProgram(installation.Program("cv_arch"), "#!/bin/sh\necho linux x86_64\n");
-    EXPECT_EQ(Variable("CORV_CPUDIR", {}), "linux");
-    EXPECT_EQ(Variable("CORV_CPUDIR", {{"CORV_USER_OVERRIDE", "YES"}}), "x86_64");
-}
-
-TEST_P(WrittenEnvironment, WithoutAnAnswerTheOverrideMovesIntoTheDefaultsPlace) {
+TEST_P(RunScriptEnvironment, TakesCpuDirectoryFromOverride) {
     std::filesystem::remove(installation.Program("cv_arch"));
-    EXPECT_EQ(Variable("CORV_CPUDIR", {}), "");
-    EXPECT_EQ(Variable("CORV_CPUDIR", {{"CORV_USER_CPUDIR", "mine"}}), "mine");
+    EXPECT_EQ(Overridden("CPUDIR", "mine").at("CORV_CPUDIR"), "mine");
+    EXPECT_EQ(Exported({{"CV_CPUDIR", "of the caller"}}).at("CORV_CPUDIR"), "");
+    // Only the template checks for the program.
     const ProcessResult result = Corvane({"--root-path"});
-    EXPECT_NE(result.err.find("cv_arch"), std::string::npos);
+    EXPECT_EQ(result.err.find("cv_arch") != std::string::npos, IsWriter()) << result.err;
     EXPECT_EQ(result.status, 0);
 }
 
-TEST_P(WrittenEnvironment, AQuoteInADirectoryBreaksTheScript) {
+// The written script does not quote the answer, whose second word becomes the override.
+TEST_P(RunScriptEnvironment, SplitsCpuDirectoryInWrittenScriptOnly) {
+    Installation::AddProgram(installation.Program("cv_arch"), "#!/bin/sh\necho linux x86-64\n");
+    EXPECT_EQ(Exported().at("CORV_CPUDIR"), IsWriter() ? "linux" : "linux x86-64");
+    EXPECT_EQ(Exported({{"CORV_USER_OVERRIDE", "YES"}}).at("CORV_CPUDIR"),
+              IsWriter() ? "x86-64" : "linux x86-64");
+}
+
+INSTANTIATE_TEST_SUITE_P(On, RunScriptEnvironment, testing::ValuesIn(Grounds()), GroundName);
+
+using TemplateEnvironment = RunScriptEnvironment;
+
+TEST_P(TemplateEnvironment, IsEmptyForMissingSettings) {
+    Variables values = installation.Placeholders();
+    Variables expected = Defaults();
+    for (auto& [name, value] : values) {
+        if (name != "CORV_ROOT" && name != "CORV_CORVANERC")
+            expected[name] = value = "";
+    }
+    installation.Instantiate(mainTemplate, values);
+    EXPECT_EQ(Exported(), expected);
+    expected["CORV_SBATCH_CMD"] = "/my/sbatch";
+    EXPECT_EQ(Overridden("SBATCH_CMD", "/my/sbatch"), expected);
+}
+
+TEST_P(TemplateEnvironment, IgnoresUnexecutableArch) {
+    std::filesystem::permissions(installation.Program("cv_arch"), std::filesystem::perms(0644));
+    const ProcessResult result = Corvane({"--printenv", "CORV_CPUDIR"});
+    EXPECT_EQ(result.out, "\n");
+    EXPECT_EQ(result.err, "");
+}
+
+INSTANTIATE_TEST_SUITE_P(On, TemplateEnvironment, testing::ValuesIn(Grounds({Origin::Product})),
+                         GroundName);
+
+using WrittenEnvironment = RunScriptEnvironment;
+
+TEST_P(WrittenEnvironment, KeepsQueueOfCallerWithoutQueue) {
+    WriteMain();
+    Variables all = Exported({{"CORV_QUEUE_TYPE", "MINE"}, {"CORV_QUEUE_NAME", "own"}});
+    EXPECT_EQ(all["CORV_QUEUE_TYPE"] + " " + all["CORV_QUEUE_NAME"], "MINE own");
+    EXPECT_FALSE(all.contains("CORV_QSUB_CMD"));
+}
+
+TEST_P(WrittenEnvironment, IsBrokenByQuoteInDirectory) {
     WriteMain([](CInstallBase& run) { run.m_binariesDir = QStringLiteral("/opt/a\"b"); });
     EXPECT_NE(Corvane({"--root-path"}).status, 0);
 }
 
-INSTANTIATE_TEST_SUITE_P(On, WrittenEnvironment, testing::ValuesIn(kGrounds), GroundName);
+INSTANTIATE_TEST_SUITE_P(On, WrittenEnvironment, testing::ValuesIn(Grounds({Origin::Library})),
+                         GroundName);
 
 }  // namespace
 }  // namespace hx_test

@@ -1,128 +1,113 @@
-// The written main run script without an option of its own: it selects and starts the builder.
-#include "generated/WrittenRunScript.h"
-#include "harness/TempDir.h"
+// The main run script without an option: it selects the builder and starts it.
+#include "generated/RunScripts.h"
 
 namespace hx_test {
 namespace {
 
-class WrittenLaunch : public WrittenRunScriptTest {
+class RunScriptLaunch : public RunScriptTest {
 protected:
     std::string Builder() const { return installation.Program("cv_builder gl"); }
-    std::string Asked() const { return ReadFile(installation.Program("select.asked")); }
+    // The arguments of cv_select, empty if it was not called.
+    std::string SelectArguments() const {
+        return ReadFile(installation.Program("select.arguments"));
+    }
+    std::string ExpectedSelectArguments(const Words& args) const {
+        return Lines({installation.Program("cv_select"), "-n"}) + Lines(args);
+    }
 
-    void SelectAnswers(const std::string& answer) const {
+    void SelectPrints(const std::string& text) const {
         Installation::AddProgram(installation.Program("cv_select"),
-                                 "#!/bin/sh\necho \"" + answer + "\"\n");
+                                 "#!/bin/sh\necho \"" + text + "\"\n");
+    }
+
+    void ExpectResult(const Words& args, const std::string& out, int status,
+                      const Variables& env = {}) const {
+        const ProcessResult result = Corvane(args, env);
+        EXPECT_EQ(result.out, out);
+        EXPECT_EQ(result.err, "");
+        EXPECT_EQ(result.status, status);
     }
 };
 
-TEST_P(WrittenLaunch, StartsTheBuilderThatSelectNames) {
-    for (const Words& args :
-         {Words{}, Words{"water.corvane"}, Words{"--unknown", "a  b", "*", ""},
-          Words{"water.corvane", "--monitor"}, Words{"--HELP"}, Words{"-setupx"}}) {
-        const ProcessResult result = Corvane(args);
-        EXPECT_EQ(result.out, Lines({Builder()}) + Lines(args));
-        EXPECT_EQ(result.err, "");
-        EXPECT_EQ(result.status, 0);
-        EXPECT_EQ(Asked(), Lines({installation.Program("cv_select"), "-n"}) + Lines(args));
+TEST_P(RunScriptLaunch, StartsSelectedBuilder) {
+    for (const Words& args : {Words{}, Words{"water.corvane"}, Words{"--unknown", "a  b", "*", ""},
+                              Words{"water.corvane", "--monitor"}, Words{"--HELP"}}) {
+        ExpectResult(args, Lines({Builder()}) + Lines(args), 0,
+                     {{"STANDIN_STATUS", "9"}, {"LDD", "ldd"}, {"SETENV", "setenv"}});
+        EXPECT_EQ(SelectArguments(), ExpectedSelectArguments(args));
     }
 }
 
-TEST_P(WrittenLaunch, TheBuilderRunsInTheBackground) {
-    EXPECT_EQ(RunScriptThenOpenGate(Script(), {"a b"}).out, Lines({"status 0", Builder(), "a b"}));
-    EXPECT_EQ(Corvane({}, {{"STANDIN_STATUS", "9"}}).status, 0);
+TEST_P(RunScriptLaunch, LeavesBuilderRunning) {
+    EXPECT_EQ(CorvaneBeforePrograms({"a b"}).out, Lines({"status 0", Builder(), "a b"}));
 }
 
-TEST_P(WrittenLaunch, SelectionAndBuilderBothComeFromTheBuildersDirectory) {
-    const std::string other = installation.home() + "/other";
+TEST_P(RunScriptLaunch, SelectsInDirectoryOfBuilder) {
+    const std::string other = installation.Home() + "/other";
     Installation::AddProgram(other + "/cv_select", "#!/bin/sh\necho cv_mine\n");
     Installation::AddProgram(other + "/cv_mine");
-    const ProcessResult result = Corvane({}, {{"CORV_USER_OVERRIDE", "YES"},
-                                              {"CORV_USER_BUILDER", other},
-                                              {"CORV_USER_SELECT", "/nowhere"}});
-    EXPECT_EQ(result.out, Lines({other + "/cv_mine"}));
-    EXPECT_EQ(Asked(), "");
+    ExpectResult({}, Lines({other + "/cv_mine"}), 0,
+                 {{"CORV_USER_OVERRIDE", "YES"},
+                  {"CORV_USER_BUILDER", other},
+                  {"CORV_USER_SELECT", "/nowhere"}});
+    EXPECT_EQ(SelectArguments(), "");
 }
 
-TEST_P(WrittenLaunch, WithoutAGraphicsDeviceItSaysSoAndFails) {
-    SelectAnswers("UNKNOWN");
+TEST_P(RunScriptLaunch, FailsWithoutGraphicsDevice) {
+    SelectPrints("UNKNOWN");
     Installation::AddProgram(installation.Program("UNKNOWN"));
-    for (const Words& args : {Words{}, Words{"--ldd"}}) {
-        const ProcessResult result = Corvane(args);
-        EXPECT_EQ(result.out, "corvane: Error, no graphics device found\n");
-        EXPECT_EQ(result.err, "");
-        EXPECT_EQ(result.status, 1);
-    }
+    for (const Words& args : {Words{}, Words{"--ldd"}})
+        ExpectResult(args, "corvane: Error, no graphics device found\n", 1);
 }
 
-TEST_P(WrittenLaunch, ASelectionThatNamesNothingStartsNothingWithoutComplaintInTheStatus) {
-    SelectAnswers("");
+TEST_P(RunScriptLaunch, StartsNothingWithoutSelection) {
+    SelectPrints("");
     const ProcessResult result = Corvane({});
     EXPECT_EQ(result.out, "");
-    EXPECT_EQ(result.status, 0);
+    // Only the template detects the error.
+    EXPECT_EQ(result.status, IsWriter() ? 0 : 1);
+    EXPECT_EQ(result.err.find("corvane: Error, ") != std::string::npos, !IsWriter());
 }
 
-TEST_P(WrittenLaunch, LddAnywhereListsTheBuilderInsteadOfStartingIt) {
+TEST_P(RunScriptLaunch, ListsLibrariesOfBuilderWithLdd) {
     const std::string listing = "ldd " + Builder() + "\nlisting of <" + Builder() + ">\n";
     for (const Words& args : {Words{"-ldd"}, Words{"--ldd"}, Words{"a b", "--ldd", "c"}}) {
-        const ProcessResult result = Corvane(args);
-        EXPECT_EQ(result.out, listing);
-        EXPECT_EQ(result.status, 0);
-        EXPECT_EQ(Asked(), Lines({installation.Program("cv_select"), "-n"}) + Lines(args));
+        ExpectResult(args, listing, 3, {{"STANDIN_STATUS", "3"}});
+        EXPECT_EQ(SelectArguments(), ExpectedSelectArguments(args));
     }
-    EXPECT_EQ(Corvane({"--ldd"}, {{"STANDIN_STATUS", "3"}}).status, 3);
 }
 
-TEST_P(WrittenLaunch, LddListsARealBuilder) {
-    std::filesystem::remove(installation.home() + "/tools/ldd");
-    SelectAnswers("cv_real");
-    const std::string real = installation.Program("cv_real");
-    std::filesystem::copy_file(std::filesystem::canonical("/bin/true"), real);
-    const ProcessResult result = Corvane({"--ldd"});
-    EXPECT_TRUE(result.out.starts_with("ldd " + real + "\n")) << result.out;
-    EXPECT_NE(result.out.find("libc.so.6 => "), std::string::npos);
-    EXPECT_EQ(result.status, 0);
-    WriteFile(real, "text");
-    EXPECT_EQ(Corvane({"--ldd"}).status, hx_test::Run({"ldd", real}).status);
-    EXPECT_NE(hx_test::Run({"ldd", real}).status, 0);
-}
-
-TEST_P(WrittenLaunch, SetenvAnywhereStartsNothing) {
+TEST_P(RunScriptLaunch, StartsNothingWithSetenv) {
     for (const Words& args : {Words{"-setenv"}, Words{"--setenv"}, Words{"a b", "--setenv"},
                               Words{"--ldd", "--setenv"}}) {
-        const ProcessResult result = Corvane(args);
-        EXPECT_EQ(result.out + result.err, "");
-        EXPECT_EQ(result.status, 0);
-        EXPECT_EQ(Asked(), "");
+        ExpectResult(args, "", 0);
+        EXPECT_EQ(SelectArguments(), "");
     }
 }
 
-TEST_P(WrittenLaunch, TheCallersOwnSwitchVariablesMeanNothing) {
-    EXPECT_EQ(Corvane({}, {{"LDD", "ldd"}, {"SETENV", "setenv"}}).out, Lines({Builder()}));
-}
-
-// The selection's path is not quoted, so that it must not hold blanks here.
-INSTANTIATE_TEST_SUITE_P(On, WrittenLaunch,
-                         testing::Values(Ground{"Dash", "dash", "plain"},
-                                         Ground{"Bash", "bash", "plain"}),
+// The written script does not quote the path of cv_select.
+INSTANTIATE_TEST_SUITE_P(OfTemplate, RunScriptLaunch, testing::ValuesIn(Grounds({Origin::Product})),
+                         GroundName);
+INSTANTIATE_TEST_SUITE_P(OfWriter, RunScriptLaunch,
+                         testing::Values(Ground{Origin::Library, "dash", plainDirectory},
+                                         Ground{Origin::Library, "bash", plainDirectory}),
                          GroundName);
 
-class WrittenLaunchWithBlanks : public WrittenRunScriptTest {};
+using WrittenScriptLaunch = RunScriptLaunch;
 
-// A program folder with a blank in its name finds no selection, and starts nothing.
-TEST_P(WrittenLaunchWithBlanks, TheSelectionsPathIsNotQuoted) {
+TEST_P(WrittenScriptLaunch, StartsNothingFromDirectoryWithSpaces) {
     const ProcessResult result = Corvane({});
     EXPECT_EQ(result.out, "");
-    // The shell took the path's first word for the program.
-    const std::string first = installation.root().substr(0, installation.root().find(' '));
-    EXPECT_NE(result.err.find(first + ": "), std::string::npos) << result.err;
+    // The shell searched for a program with the first word of the path.
+    const std::string root = installation.Root();
+    EXPECT_NE(result.err.find(root.substr(0, root.find(' ')) + ": "), std::string::npos);
     EXPECT_EQ(result.status, 0);
-    EXPECT_EQ(ReadFile(installation.Program("select.asked")), "");
+    EXPECT_EQ(SelectArguments(), "");
 }
 
-INSTANTIATE_TEST_SUITE_P(On, WrittenLaunchWithBlanks,
-                         testing::Values(Ground{"Dash", "dash", "Corvane 26"},
-                                         Ground{"Bash", "bash", "Corvane 26"}),
+INSTANTIATE_TEST_SUITE_P(On, WrittenScriptLaunch,
+                         testing::Values(Ground{Origin::Library, "dash", directoryWithSpaces},
+                                         Ground{Origin::Library, "bash", directoryWithSpaces}),
                          GroundName);
 
 }  // namespace

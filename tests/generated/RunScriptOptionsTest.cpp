@@ -1,200 +1,223 @@
-// The options of the written main run script: what each starts or prints.
+// The options of the main run script: the program that each starts, or the text that it prints.
 #include <regex>
 
-#include "generated/WrittenRunScript.h"
-#include "harness/TempDir.h"
+#include "generated/RunScripts.h"
 
 namespace hx_test {
 namespace {
 namespace fs = std::filesystem;
 
+constexpr int foreground = -1;
+
 struct Option {
     Words spellings;
-    const char* program;
-    Words added;           // put before the caller's arguments
-    const char* variable;  // moves the program's directory
-    int backgroundStatus;  // -1: takes the script's place
+    std::string program;
+    Words added;              // before the caller's arguments
+    const char* variable;     // overrides the program's directory
+    int status = foreground;  // in the background: the status of the script
 };
 
-const std::vector<Option>& Options() {
-    static const std::vector<Option> options = {
-        {{"-setup", "--setup"}, "cv_install", {"--setup"}, "CORV_USER_INSTALL", -1},
+std::vector<Option> OptionsOf(Origin origin) {
+    std::vector<Option> options = {
+        {{"-setup", "--setup"}, "cv_install", {"--setup"}, "CORV_USER_INSTALL"},
         {{"-monitor", "--monitor"}, "cv_monitor", {}, "CORV_USER_MONITOR", 0},
-        {{"-p", "--snapshot"}, "cv_snapshot", {}, "CORV_USER_SNAPSHOT", -1},
-        {{"-a", "--arch"}, "cv_arch", {}, "CORV_USER_ARCH", -1},
-        {{"-x", "--submit"}, "cv_spd", {"-u"}, "CORV_USER_SUBMIT", -1},
-        {{"-fx", "-xf", "--foreground-submit"}, "cv_spd", {"-f", "-u"}, "CORV_USER_SUBMIT", -1},
-        {{"-c", "--process-commands"}, "cv_spd --process-commands", {}, "CORV_USER_SUBMIT", -1},
-        {{"-u", "--unpack"}, "cv_spd --unpack", {}, "CORV_USER_SUBMIT", -1},
-        {{"-C", "--convert"}, "cv_input2plist", {}, "CORV_USER_CONVERT", -1},
-        {{"-s", "--select"}, "cv_select", {}, "CORV_USER_SELECT", -1},
-        {{"-i", "--inuse"}, "cv_spd --inuse", {}, "CORV_USER_SUBMIT", -1},
+        {{"-p", "--snapshot"}, "cv_snapshot", {}, "CORV_USER_SNAPSHOT"},
+        {{"-a", "--arch"}, "cv_arch", {}, "CORV_USER_ARCH"},
+        {{"-x", "--submit"}, "cv_spd", {"-u"}, "CORV_USER_SUBMIT"},
+        {{"-fx", "-xf", "--foreground-submit"}, "cv_spd", {"-f", "-u"}, "CORV_USER_SUBMIT"},
+        {{"-C", "--convert"}, "cv_input2plist", {}, "CORV_USER_CONVERT"},
+        {{"-s", "--select"}, "cv_select", {}, "CORV_USER_SELECT"},
         {{"--control"}, "cv_computecontrol", {}, "CORV_USER_COMPUTECONTROL", 1},
-        {{"--service"}, "cv_computeservice", {}, "CORV_USER_COMPUTESERVICE", 1}};
+        {{"--service"},
+         "cv_computeservice",
+         {},
+         "CORV_USER_COMPUTESERVICE",
+         origin == Origin::Library ? 1 : foreground}};
+    // In the written script, the option is part of the program's name.
+    for (const Words& spellings :
+         {Words{"-c", "--process-commands"}, Words{"-u", "--unpack"}, Words{"-i", "--inuse"}}) {
+        if (origin == Origin::Library)
+            options.push_back({spellings, "cv_spd " + spellings[1], {}, "CORV_USER_SUBMIT"});
+        else
+            options.push_back({spellings, "cv_spd", {spellings[1]}, "CORV_USER_SUBMIT"});
+    }
     return options;
 }
 
-const Words& Arguments() {
-    static const Words words = {"two  words", "*", "", "--setup", "$HOME", "käse.corvane"};
-    return words;
-}
-
-std::string Record(const std::string& program, const Option& option, const Words& args) {
-    return Lines({program}) + Lines(option.added) + Lines(args);
-}
-
-Words Joined(const std::string& first, const Words& rest) {
-    Words words = {first};
+Words Joined(const Words& first, const Words& rest) {
+    Words words = first;
     words.insert(words.end(), rest.begin(), rest.end());
     return words;
 }
 
-class WrittenOptions : public WrittenRunScriptTest {
+std::string Record(const std::string& program, const Option& option, const Words& args) {
+    return Lines(Joined(Joined({program}, option.added), args));
+}
+
+class RunScriptOptions : public RunScriptTest {
 protected:
-    std::string Other() const { return installation.home() + "/other place"; }
-
-    // A recorder in another directory, which the option's variable names.
-    ProcessResult RunElsewhere(const Option& option, const Words& args, Variables env = {}) const {
-        Installation::AddProgram(Other() + "/" + option.program);
-        env["CORV_USER_OVERRIDE"] = "YES";
-        env[option.variable] = Other();
-        return Corvane(args, env);
+    RunScriptOptions() {
+        for (const Option& option : options) {
+            if (!fs::exists(installation.Program(option.program)))
+                Installation::AddProgram(installation.Program(option.program));
+        }
     }
 
-    // What a shell makes of an unquoted path: its words with one blank between them.
-    static std::string Echoed(const std::string& path) {
-        return std::regex_replace(path, std::regex(" +"), " ");
+    // Expects a text on stdout and status 0.
+    void ExpectPrinted(const Words& args, const std::string& text,
+                       const Variables& env = {}) const {
+        const ProcessResult result = Corvane(args, env);
+        EXPECT_EQ(result.out, text);
+        EXPECT_EQ(result.err, "");
+        EXPECT_EQ(result.status, 0);
+        EXPECT_FALSE(fs::exists(installation.Program("select.arguments")));
     }
+
+    const std::vector<Option> options = OptionsOf(GetParam().origin);
 };
 
-TEST_P(WrittenOptions, EverySpellingStartsItsProgramWithAllArguments) {
-    for (const Option& option : Options()) {
-        Installation::AddProgram(installation.Program(option.program));
+TEST_P(RunScriptOptions, StartProgramWithAllArguments) {
+    const Words special = {"two  words", "*", "", "--setup", "$HOME", "käse.corvane", "a\\tb"};
+    for (const Option& option : options) {
         for (const auto& spelling : option.spellings) {
-            SCOPED_TRACE(spelling);
-            const ProcessResult result = Corvane(Joined(spelling, Arguments()));
-            EXPECT_EQ(result.out,
-                      Record(installation.Program(option.program), option, Arguments()));
-            EXPECT_EQ(result.err, "");
-            EXPECT_EQ(result.status, option.backgroundStatus == 1 ? 1 : 0);
+            for (const Words& args : {special, Words{}}) {
+                SCOPED_TRACE(spelling);
+                const ProcessResult result = Corvane(Joined({spelling}, args));
+                EXPECT_EQ(result.out, Record(installation.Program(option.program), option, args));
+                EXPECT_EQ(result.err, "");
+                EXPECT_EQ(result.status, option.status == 1 ? 1 : 0);
+            }
         }
     }
 }
 
-TEST_P(WrittenOptions, EachProgramComesFromItsModulesDirectory) {
-    for (const Option& option : Options()) {
-        SCOPED_TRACE(option.program);
-        const ProcessResult result = RunElsewhere(option, {option.spellings.back(), "a b"});
-        EXPECT_EQ(result.out, Record(Other() + "/" + option.program, option, {"a b"}));
+TEST_P(RunScriptOptions, StartProgramFromDirectoryOfModule) {
+    for (const Option& option : options) {
+        SCOPED_TRACE(option.spellings.back());
+        Installation::AddProgram(Other() + "/" + option.program);
+        const ProcessResult result = Corvane(
+            {option.spellings.back()}, {{"CORV_USER_OVERRIDE", "YES"}, {option.variable, Other()}});
+        EXPECT_EQ(result.out, Record(Other() + "/" + option.program, option, {}));
     }
 }
 
-TEST_P(WrittenOptions, AForegroundProgramsStatusIsTheScripts) {
-    for (const Option& option : Options()) {
-        if (option.backgroundStatus != -1)
+TEST_P(RunScriptOptions, ReplaceScriptByForegroundProgram) {
+    for (const Option& option : options) {
+        SCOPED_TRACE(option.spellings.back());
+        if (option.status != foreground)
             continue;
-        SCOPED_TRACE(option.program);
         Installation::AddProgram(installation.Program(option.program));
-        const ProcessResult result =
-            RunScriptInPlace(Script(), {option.spellings.back()}, {{"STANDIN_STATUS", "37"}});
-        const std::string pid = result.out.substr(0, result.out.find('\n') + 1);
-        EXPECT_EQ(result.out, pid + Record(installation.Program(option.program), option, {}) + pid);
-        EXPECT_EQ(result.status, 37);
+        ExpectReplaced(main, {option.spellings.back()},
+                       Record(installation.Program(option.program), option, {}));
     }
 }
 
-TEST_P(WrittenOptions, ABackgroundProgramOutlivesTheScript) {
-    for (const Option& option : Options()) {
-        if (option.backgroundStatus == -1)
+TEST_P(RunScriptOptions, LeaveBackgroundProgramRunning) {
+    for (const Option& option : options) {
+        SCOPED_TRACE(option.spellings.back());
+        if (option.status == foreground)
             continue;
-        SCOPED_TRACE(option.program);
-        fs::remove(installation.home() + "/gate");
-        EXPECT_EQ(RunScriptThenOpenGate(Script(), {option.spellings.back(), "a b"}).out,
-                  Lines({"status " + std::to_string(option.backgroundStatus),
+        EXPECT_EQ(CorvaneBeforePrograms({option.spellings.back(), "a b"}).out,
+                  Lines({"status " + std::to_string(option.status),
                          installation.Program(option.program), "a b"}));
     }
 }
 
-TEST_P(WrittenOptions, ABackgroundProgramThatCannotStartLeavesTheStatusAsItIs) {
-    for (const Option& option : Options()) {
-        if (option.backgroundStatus == -1)
-            continue;
+TEST_P(RunScriptOptions, KeepStatusWithoutBackgroundProgram) {
+    for (const Option& option : options) {
         fs::remove(installation.Program(option.program));
-        EXPECT_EQ(Corvane({option.spellings.back()}).status, option.backgroundStatus);
+        const int status = Corvane({option.spellings.back()}).status;
+        EXPECT_EQ(status, option.status == foreground ? 127 : option.status) << option.program;
     }
 }
 
-TEST_P(WrittenOptions, ThreeOptionsLookForAFileWithTheOptionInItsName) {
-    Installation::AddProgram(installation.Program("cv_spd"));
-    for (const char* option : {"-c", "--process-commands", "-u", "--unpack", "-i", "--inuse"}) {
-        const ProcessResult result = Corvane({option});
-        EXPECT_EQ(result.out, "");
-        EXPECT_NE(result.err.find(installation.Program("cv_spd --")), std::string::npos);
-        EXPECT_EQ(result.status, 127);
-    }
-}
-
-TEST_P(WrittenOptions, PathsAndVariablesArePrinted) {
-    const std::string root = installation.root();
+TEST_P(RunScriptOptions, PrintVariable) {
+    const Variables variables = Exported();
     for (const char* spelling : {"-r", "--root-path"})
-        EXPECT_EQ(Corvane({spelling}).out, "CORV_ROOT=" + root + "\n");
-    for (const char* spelling : {"-l", "--library-path"}) {
-        EXPECT_EQ(Corvane({spelling}).out, "LD_LIBRARY_PATH=" + root + "/Qt-4.8.5:" + root +
-                                               "/Intel-12.1.3:" + root + "/GCC-4.7.2:" + root +
-                                               "\n");
-    }
+        ExpectPrinted({spelling}, "CORV_ROOT=" + installation.Root() + "\n");
+    for (const char* spelling : {"-l", "--library-path"})
+        ExpectPrinted({spelling}, "LD_LIBRARY_PATH=" + variables.at("LD_LIBRARY_PATH") + "\n");
     for (const char* spelling : {"-e", "--printenv"}) {
-        EXPECT_EQ(Corvane({spelling, "CORV_BUILDER"}).out, root + "\n");
-        EXPECT_EQ(Corvane({spelling, "CORV_NOTHING"}).out, "");
-        EXPECT_EQ(Corvane({spelling, "CORV_NOTHING"}).status, 0);
-        EXPECT_EQ(ParseEnvironment(Corvane({spelling}).out)["CORV_ACCESS"],
-                  installation.settings());
+        for (const auto& [name, value] : variables)
+            ExpectPrinted({spelling, name}, value + "\n");
+        ExpectPrinted({spelling, "CORV_NOTHING"}, "");
     }
 }
 
-TEST_P(WrittenOptions, TheLddFamilyListsRealFiles) {
-    fs::remove(installation.home() + "/tools/ldd");
-    fs::create_directory(installation.Program("x86_64"));
-    const std::string program = fs::canonical("/bin/true").string();
-    const std::tuple<const char*, const char*, std::string> cases[] = {
-        {"--ldd-analysis", "abinitio", installation.Program("x86_64/cv_abinitio")},
-        {"--ldd-common", "monitor", installation.Program("cv_monitor")},
-        {"--ldd-so", "Own", installation.Program("libOwn.so")}};
-    const std::regex addresses("0x[0-9a-f]+");
-    for (const auto& [option, name, file] : cases) {
-        fs::copy_file(program, file, fs::copy_options::overwrite_existing);
-        const ProcessResult result = Corvane({option, name});
-        const std::string listing = hx_test::Run({"ldd", file}).out;
-        EXPECT_NE(listing.find("libc.so.6 => "), std::string::npos) << listing;
-        EXPECT_EQ(std::regex_replace(result.out, addresses, ""),
-                  "ldd " + Echoed(file) + "\n" + std::regex_replace(listing, addresses, ""));
-        EXPECT_EQ(result.status, 0);
-        EXPECT_EQ(Corvane({option, "missing"}).status, 0);
+TEST_P(RunScriptOptions, PrintLibrariesOfFile) {
+    const std::tuple<const char*, const char*, const char*> listings[] = {
+        {"--ldd-analysis", "abinitio", "x86_64/cv_abinitio"},
+        {"--ldd-common", "monitor", "cv_monitor"},
+        {"--ldd-so", "Own", "libOwn.so"}};
+    for (const auto& [option, name, path] : listings) {
+        const std::string file = installation.Program(path);
+        // The written script does not quote the path of the first line.
+        const std::string shown =
+            IsWriter() ? std::regex_replace(file, std::regex(" +"), " ") : file;
+        for (const char* status : {"0", "1"}) {
+            ExpectPrinted({option, name}, "ldd " + shown + "\nlisting of <" + file + ">\n",
+                          {{"STANDIN_STATUS", status}});
+        }
     }
 }
 
-TEST_P(WrittenOptions, HelpIsTheTextAndNothingElse) {
-    const std::string script = Expected("corvane26.tail");
-    const std::string first = "  cat <<EOF\n";
-    const size_t begin = script.find(first) + first.size();
-    for (const char* spelling : {"-h", "--help"}) {
-        const ProcessResult result = Corvane({spelling, "x"});
-        EXPECT_EQ(result.out, script.substr(begin, script.find("EOF\n  exit 0") - begin));
-        EXPECT_EQ(result.err, "");
-        EXPECT_EQ(result.status, 0);
-    }
+TEST_P(RunScriptOptions, PrintHelp) {
+    const std::string script = ReadFile(main);
+    const size_t begin = script.find('\n', script.find("cat <<")) + 1;
+    const std::string text = script.substr(begin, script.find("EOF\n", begin) - begin);
+    EXPECT_TRUE(text.starts_with("\n  --setup "));
+    for (const char* spelling : {"-h", "--help"})
+        ExpectPrinted({spelling, "x"}, text);
 }
 
-TEST_P(WrittenOptions, TheCpuDirectoryIsAskedForAtEveryStart) {
-    const Words starts[] = {{"--help"}, {"--setenv"}, {"--root-path"}, {}, {"--submit"}};
-    size_t times = 0;
-    for (const Words& args : starts) {
+// Of the written script, the expected text is in tests/expected/.
+TEST_P(RunScriptOptions, AreInHelpOfTemplate) {
+    if (IsWriter())
+        return;
+    const std::string help = Corvane({"--help"}).out;
+    for (const char* text : {"  --setup ",
+                             "  --monitor ",
+                             "  --snapshot ",
+                             "  --arch ",
+                             "  --submit [opt] <path> : ",
+                             "      --background\n",
+                             "      --foreground\n",
+                             "      --external-default-queue\n",
+                             "      --external-queue <queue_name>\n",
+                             "      --verbose <level>\n",
+                             "  --foreground-submit ",
+                             "  --unpack ",
+                             "  --process-commands ",
+                             "  --convert <old> <new> : ",
+                             "  --select ",
+                             "  --inuse [--status]   : ",
+                             "  --inuse [--add|--remove] : ",
+                             "  --control ",
+                             "  --service ",
+                             "  --library-path ",
+                             "  --root-path ",
+                             "  --printenv ",
+                             "  --ldd ",
+                             "  --ldd-analysis ",
+                             "  --ldd-common ",
+                             "  --ldd-so ",
+                             "  --setenv ",
+                             "  --help "})
+        EXPECT_NE(help.find(std::string("\n") + text), std::string::npos) << text;
+}
+
+TEST_P(RunScriptOptions, AskForCpuDirectoryOnce) {
+    const std::string calls = installation.Program("arch.calls");
+    for (const Words& args : {Words{"--help"}, Words{"--setenv"}, Words{"--submit"}, Words{}}) {
+        Installation::AddProgram(installation.Program("cv_arch"),
+                                 "#!/bin/sh\necho call >> \"${0%/*}/arch.calls\"\n");
+        fs::remove(calls);
         Corvane(args);
-        EXPECT_EQ(TimesArchWasAsked(), ++times);
+        EXPECT_EQ(ReadFile(calls), "call\n");
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(On, WrittenOptions, testing::ValuesIn(kGrounds), GroundName);
+INSTANTIATE_TEST_SUITE_P(On, RunScriptOptions, testing::ValuesIn(Grounds()), GroundName);
 
 }  // namespace
 }  // namespace hx_test

@@ -1,83 +1,121 @@
-// The written snapshot run script: its environment, and the program that takes its place.
-#include "generated/WrittenRunScript.h"
-#include "harness/TempDir.h"
+// The snapshot run script: its program, and the environment that it exports. Also the library
+// search path of both run scripts.
+#include "generated/RunScripts.h"
 
 namespace hx_test {
 namespace {
 
-class WrittenSnapshotScript : public WrittenRunScriptTest {
+class SnapshotRunScript : public RunScriptTest {
 protected:
-    ProcessResult Snapshot(const Words& args, const Variables& env = {}) const {
-        return RunScript(SnapshotScript(), args, env);
-    }
-    Variables SnapshotEnvironment(const Variables& env = {}) const {
-        Installation::AddProgram(installation.Program("cv_snapshot"), kEnvironmentPrinter);
+    // Returns the environment of the program.
+    Variables Seen(const Variables& env = {}) const {
+        Installation::AddProgram(installation.Program("cv_snapshot"), environmentPrinter);
         return ParseEnvironment(Snapshot({}, env).out);
     }
-    std::string LibraryPath() const {
-        const std::string root = installation.root();
-        return root + "/Qt-4.8.5:" + root + "/GCC-4.7.2:" + root;
+
+    std::string Qt() const { return IsWriter() ? "/Qt-4.8.5" : "/Qt-6.5/lib"; }
+
+    // Returns the search path without one of the caller's.
+    std::string PathBelow(const std::string& root, bool mainScript = false) const {
+        if (!IsWriter())
+            return root + ":" + root + "/ssl-compat:" + root + Qt();
+        return root + Qt() + ":" + (mainScript ? root + "/Intel-12.1.3:" : "") + root +
+               "/GCC-4.7.2:" + root;
+    }
+
+    Variables Defaults() const {
+        return {{"CORV_ROOT", installation.Root()},
+                {"CORV_CORVANERC", installation.Settings()},
+                {"CORV_SNAPSHOT", installation.Root()},
+                {"LD_LIBRARY_PATH", PathBelow(installation.Root())}};
+    }
+
+    // Expects the product's path, or only its Qt directory, and then `rest` in both scripts.
+    void ExpectPath(const Variables& env, bool qtOnly, const std::string& rest) const {
+        const std::string root = installation.Root();
+        EXPECT_EQ(Exported(env).at("LD_LIBRARY_PATH"),
+                  (qtOnly ? root + Qt() : PathBelow(root, true)) + rest);
+        EXPECT_EQ(Seen(env).at("LD_LIBRARY_PATH"), (qtOnly ? root + Qt() : PathBelow(root)) + rest);
     }
 };
 
-TEST_P(WrittenSnapshotScript, AllArgumentsGoToTheProgram) {
-    for (const Words& args : {Words{}, Words{"two  words", "*", "", "--help", "--setenv"}}) {
+TEST_P(SnapshotRunScript, PassesAllArguments) {
+    for (const Words& args : {Words{}, Words{"--help"}, Words{"a  b", "*", "", "--setenv", "ü"}}) {
         const ProcessResult result = Snapshot(args);
         EXPECT_EQ(result.out, Lines({installation.Program("cv_snapshot")}) + Lines(args));
         EXPECT_EQ(result.err, "");
+        EXPECT_EQ(result.status, 0);
     }
+    EXPECT_EQ(ReadFile(installation.Program("arch.calls")), "");
 }
 
-TEST_P(WrittenSnapshotScript, TheProgramTakesTheScriptsPlace) {
-    const ProcessResult result =
-        RunScriptInPlace(SnapshotScript(), {"a"}, {{"STANDIN_STATUS", "37"}});
-    const std::string pid = result.out.substr(0, result.out.find('\n') + 1);
-    EXPECT_EQ(result.out, pid + Lines({installation.Program("cv_snapshot"), "a"}) + pid);
-    EXPECT_EQ(result.status, 37);
+TEST_P(SnapshotRunScript, IsReplacedByProgram) {
+    ExpectReplaced(snapshot, {"a"}, Lines({installation.Program("cv_snapshot"), "a"}));
 }
 
-TEST_P(WrittenSnapshotScript, ExportsFourVariables) {
-    const Variables expected = {{"CORV_ROOT", installation.root()},
-                                {"CORV_CORVANERC", installation.settings()},
-                                {"CORV_SNAPSHOT", installation.root()},
-                                {"LD_LIBRARY_PATH", LibraryPath()}};
-    EXPECT_EQ(SnapshotEnvironment(), expected);
-    EXPECT_EQ(TimesArchWasAsked(), 0U);
-}
-
-TEST_P(WrittenSnapshotScript, TheLibraryPathKeepsTheCallersBehindTheProducts) {
-    const std::string qt = installation.root() + "/Qt-4.8.5:";
-    Variables env = {{"LD_LIBRARY_PATH", "/callers"}};
-    EXPECT_EQ(SnapshotEnvironment(env)["LD_LIBRARY_PATH"], LibraryPath() + ":/callers");
-    env["CORV_USER_LD_PATH"] = "/my libs";
-    EXPECT_EQ(SnapshotEnvironment(env)["LD_LIBRARY_PATH"], LibraryPath() + ":/callers");
-    env["CORV_USER_OVERRIDE"] = "YES";
-    EXPECT_EQ(SnapshotEnvironment(env)["LD_LIBRARY_PATH"], qt + "/my libs");
-    env["LD_LIBRARY_PATH"] = "";
-    EXPECT_EQ(SnapshotEnvironment(env)["LD_LIBRARY_PATH"], qt + "/my libs");
-}
-
-TEST_P(WrittenSnapshotScript, RootAndProgramDirectoryCanBeOverridden) {
-    const std::string other = installation.home() + "/other place";
-    Installation::AddProgram(other + "/cv_snapshot");
-    for (const char* name : {"CORV_USER_ROOT", "CORV_USER_SNAPSHOT"}) {
-        EXPECT_EQ(Snapshot({}, {{"CORV_USER_OVERRIDE", "YES"}, {name, other}}).out,
-                  Lines({other + "/cv_snapshot"}));
-        for (const char* off : {"yes", ""}) {
-            EXPECT_EQ(Snapshot({}, {{"CORV_USER_OVERRIDE", off}, {name, other}}).out,
-                      Lines({installation.Program("cv_snapshot")}));
-        }
-        EXPECT_EQ(Snapshot({}, {{"CORV_USER_OVERRIDE", "YES"}, {name, ""}}).out,
-                  Lines({installation.Program("cv_snapshot")}));
-    }
-}
-
-TEST_P(WrittenSnapshotScript, WithoutTheProgramTheStatusTellsIt) {
+TEST_P(SnapshotRunScript, FailsWithoutProgram) {
     std::filesystem::remove(installation.Program("cv_snapshot"));
     EXPECT_EQ(Snapshot({}).status, 127);
 }
 
-INSTANTIATE_TEST_SUITE_P(On, WrittenSnapshotScript, testing::ValuesIn(kGrounds), GroundName);
+TEST_P(SnapshotRunScript, IgnoresOverridesUnlessSwitchIsYes) {
+    EXPECT_EQ(Seen(), Defaults());
+    Variables env = {
+        {"CORV_USER_ROOT", "/mine"}, {"CORV_USER_SNAPSHOT", "/mine"}, {"CORV_USER_LD_PATH", "/m"}};
+    EXPECT_EQ(Seen(env), Defaults());
+    for (const char* word : {"", "yes", "Yes", "YES ", "NO"}) {
+        env["CORV_USER_OVERRIDE"] = word;
+        EXPECT_EQ(Seen(env), Defaults()) << '"' << word << '"';
+    }
+    for (auto& [name, value] : env)
+        value = name == "CORV_USER_OVERRIDE" ? "YES" : "";
+    EXPECT_EQ(Seen(env), Defaults());
+}
+
+TEST_P(SnapshotRunScript, FollowsOverrideOfRootOrProgram) {
+    Installation::AddProgram(Other() + "/cv_snapshot", environmentPrinter);
+    Variables expected = Defaults();
+    expected["CORV_SNAPSHOT"] = Other();
+    EXPECT_EQ(Seen({{"CORV_USER_OVERRIDE", "YES"}, {"CORV_USER_SNAPSHOT", Other()}}), expected);
+    expected["CORV_ROOT"] = Other();
+    expected["LD_LIBRARY_PATH"] = PathBelow(Other());
+    EXPECT_EQ(Seen({{"CORV_USER_OVERRIDE", "YES"}, {"CORV_USER_ROOT", Other()}}), expected);
+}
+
+TEST_P(SnapshotRunScript, AppendsSearchPathOfCallerOrUser) {
+    ExpectPath({{"LD_LIBRARY_PATH", ""}}, false, "");
+    for (const char* path :
+         {"/opt/mpi lib:/opt/größe", "/*", "/a%s", "/a\\n", "-n", "/ two  spaces "}) {
+        const std::string rest = std::string(":") + path;
+        ExpectPath({{"LD_LIBRARY_PATH", path}}, false, rest);
+        ExpectPath({{"CORV_USER_OVERRIDE", "YES"}, {"CORV_USER_LD_PATH", path}}, true, rest);
+    }
+    Variables env = {{"LD_LIBRARY_PATH", "/callers"}, {"CORV_USER_LD_PATH", "/my lib"}};
+    for (const char* word : {"", "yes", "NO"}) {
+        env["CORV_USER_OVERRIDE"] = word;
+        ExpectPath(env, false, ":/callers");
+    }
+    env["CORV_USER_OVERRIDE"] = "YES";
+    ExpectPath(env, true, ":/my lib");
+    env["CORV_USER_LD_PATH"] = "";
+    ExpectPath(env, false, ":/callers");
+}
+
+INSTANTIATE_TEST_SUITE_P(On, SnapshotRunScript, testing::ValuesIn(Grounds()), GroundName);
+
+using TemplateLibraryPath = SnapshotRunScript;
+
+// The loader takes an empty component for the working directory.
+TEST_P(TemplateLibraryPath, HasNoEmptyComponent) {
+    for (const char* path : {":/a:/b", "/a:/b:", "/a::/b", "::/a:::/b::", ":"}) {
+        const std::string rest = path == std::string(":") ? "" : ":/a:/b";
+        ExpectPath({{"LD_LIBRARY_PATH", path}}, false, rest);
+        ExpectPath({{"CORV_USER_OVERRIDE", "YES"}, {"CORV_USER_LD_PATH", path}}, true, rest);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(On, TemplateLibraryPath, testing::ValuesIn(Grounds({Origin::Product})),
+                         GroundName);
 
 }  // namespace
 }  // namespace hx_test

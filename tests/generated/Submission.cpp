@@ -8,7 +8,7 @@ namespace hx_test {
 namespace fs = std::filesystem;
 namespace {
 
-const char* const kRunScriptStandIn = R"sh(#!/bin/sh
+const char* const runScript = R"sh(#!/bin/sh
 printf '<%s>' "$@" >> /tmp/recorded
 echo >> /tmp/recorded
 echo "output of the submission"
@@ -17,20 +17,32 @@ exit "${SUBMISSION_STATUS:-0}"
 
 }  // namespace
 
-SubmissionTest::SubmissionTest(const std::string& name, Writer writer) : m_name(name) {
-    MakeDirectory(Outside("install"), 0755);
-    MakeDirectory(Outside("tools"), 0755);
-    MakeDirectory(Outside("jobs"), 0755);
-    MakeFile(Outside("tools/corvane26"), kRunScriptStandIn, 0755);
+std::vector<SubmissionScript> SambaScripts() {
+    constexpr Writer writer = &CInstallBase::WriteCorvaneSamba;
+    return {{"corvane26_samba", "corvane_samba.log", "dash", writer},
+            {"corvane26_samba", "corvane_samba.log", "bash", writer}};
+}
+
+std::vector<SubmissionScript> SshScripts() {
+    constexpr Writer writer = &CInstallBase::WriteCorvaneSsh;
+    return {{"corvane26_ssh", "corvane_ssh.log", "dash", writer},
+            {"corvane26_ssh", "corvane_ssh.log", "bash", writer}};
+}
+
+SubmissionTest::SubmissionTest() {
+    for (const char* directory : {"install", "tools", "jobs"})
+        MakeDirectory(Outside(directory), 0755);
+    MakeFile(Outside("tools/corvane26"), runScript, 0755);
     MakeFile(Outside("tools/date"), "#!/bin/sh\necho today\n", 0755);
-    const auto result = WithWriter(m_root.path(), writer);
+    const auto result = WithWriter(m_root.path(), GetParam().writer);
     EXPECT_EQ(result.status, 0) << result.err;
 }
 
 void SubmissionTest::SetUp() {
     HX_REQUIRE_NAMESPACES();
-    if (hx_test::Run({"sh", "-c", "command -v \"$1\" > /dev/null", "sh", GetParam()}).status != 0)
-        GTEST_SKIP() << GetParam() << " is not installed";
+    if (hx_test::Run({"sh", "-c", "command -v \"$1\" > /dev/null", "sh", GetParam().shell})
+            .status != 0)
+        GTEST_SKIP() << GetParam().shell << " is not installed";
 }
 
 ProcessResult SubmissionTest::Submit(const std::vector<std::string>& arguments,
@@ -45,11 +57,11 @@ ProcessResult SubmissionTest::Submit(const std::vector<std::string>& arguments,
         if (!value.empty())
             command.push_back(name + "=" + value);
     }
-    command.insert(command.end(), {GetParam(), "/tmp/install/" + m_name});
+    command.insert(command.end(),
+                   {GetParam().shell, std::string("/tmp/install/") + GetParam().name});
     command.insert(command.end(), arguments.begin(), arguments.end());
-    const World world = {.identity = World::Identity::User,
-                         .binds = {{m_root.path().string(), "/tmp"}}};
-    return RunInChild(world, [&] {
+    const World world = {.identity = Identity::User, .binds = {{m_root.path().string(), "/tmp"}}};
+    ProcessResult result = RunInChild(world, [&] {
         fs::current_path("/tmp");
         std::vector<char*> argv;
         for (std::string& word : command)
@@ -58,23 +70,31 @@ ProcessResult SubmissionTest::Submit(const std::vector<std::string>& arguments,
         execv(argv[0], argv.data());
         _exit(126);
     });
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.out, "");
+    return result;
 }
 
-void SubmissionTest::Set(const std::string& line, const std::string& newLine) {
-    const std::string script = Outside("install/" + m_name);
-    std::string text = ReadFile(script);
+ProcessResult SubmissionTest::SubmitJob(const std::string& job,
+                                        const std::map<std::string, std::string>& env) const {
+    if (!IsSamba())
+        return Submit({job}, env);
+    WriteFile(Outside("my request"), job);
+    return Submit({"/tmp/my request"}, env);
+}
+
+void SubmissionTest::Set(const std::string& line, const std::string& newLine) const {
+    std::string text = ReadFile(Script());
     const size_t found = text.find("\n" + line + "\n");
     ASSERT_NE(found, std::string::npos) << line;
     text.replace(found + 1, line.size(), newLine);
-    WriteFile(script, text);
+    WriteFile(Script(), text);
 }
 
-size_t SubmissionTest::Complaints(const ProcessResult& result) {
-    size_t count = 0;
-    for (size_t at = result.err.find("unexpected operator"); at != std::string::npos;
-         at = result.err.find("unexpected operator", at + 1))
-        ++count;
-    return count;
+std::string SubmissionTest::TakeRecorded() const {
+    std::string recorded = File("recorded");
+    fs::remove(Outside("recorded"));
+    return recorded;
 }
 
 std::string Call(const std::vector<std::string>& words) {
@@ -82,6 +102,12 @@ std::string Call(const std::vector<std::string>& words) {
     for (const auto& word : words)
         line += "<" + word + ">";
     return line + "\n";
+}
+
+std::string Submitted(std::vector<std::string> words, const std::string& job) {
+    words.insert(words.begin(), "--submit");
+    words.insert(words.end(), {"--threads", "1", "--verbose", "0", job});
+    return Call(words);
 }
 
 }  // namespace hx_test

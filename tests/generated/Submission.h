@@ -1,9 +1,11 @@
-// The submission scripts, run with a /tmp of their own in which "corvane26" only records.
+// Runs the submission scripts. Their /tmp is a directory of the test, and "corvane26" only records.
 #pragma once
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <map>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -12,44 +14,64 @@
 
 namespace hx_test {
 
-// Runs a script under each shell. Paths inside are below /tmp, where the test's own directory
-// stands for it.
-class SubmissionTest : public testing::TestWithParam<const char*> {
+// A submission script and the facts that are particular to it.
+struct SubmissionScript {
+    const char* name;
+    const char* log;    // in /tmp
+    const char* shell;  // that runs the script
+    Writer writer;
+};
+
+std::vector<SubmissionScript> SambaScripts();  // one for each shell
+std::vector<SubmissionScript> SshScripts();
+
+inline void PrintTo(const SubmissionScript& script, std::ostream* out) {
+    *out << script.name << "_" << script.shell;
+}
+
+inline std::string ScriptName(const testing::TestParamInfo<SubmissionScript>& info) {
+    return testing::PrintToString(info.param);
+}
+
+// Paths inside the scripts are below /tmp.
+class SubmissionTest : public testing::TestWithParam<SubmissionScript> {
 protected:
-    // `name` is the script's, corvane26_samba or corvane26_ssh.
-    SubmissionTest(const std::string& name, Writer writer);
+    SubmissionTest();
     void SetUp() override;
 
-    // Runs the script with nothing in its environment but PATH, USER=alice and `env`; an empty
-    // value takes a variable out.
+    // Runs the script with nothing in its environment but PATH, USER=alice and `env`, in which an
+    // empty value removes a variable. Expects status 0 and no output.
     ProcessResult Submit(const std::vector<std::string>& arguments,
                          const std::map<std::string, std::string>& env = {}) const;
 
-    // Sets a line of the script's settings as an administrator would.
-    void Set(const std::string& line, const std::string& newLine);
+    // Submits a job in the form that the script accepts.
+    ProcessResult SubmitJob(const std::string& job,
+                            const std::map<std::string, std::string>& env = {}) const;
+
+    // Changes a line of the settings, as an administrator would.
+    void Set(const std::string& line, const std::string& newLine) const;
 
     // A file of the script's /tmp.
     std::string Outside(const std::string& name) const { return m_root / name; }
     std::string File(const std::string& name) const { return ReadFile(Outside(name)); }
     bool Has(const std::string& name) const { return std::filesystem::exists(Outside(name)); }
 
-    // The words that corvane26 was started with, in angle brackets, one call a line.
-    std::string Recorded() const { return File("recorded"); }
+    std::string Script() const { return Outside(std::string("install/") + GetParam().name); }
+    std::string Log() const { return File(GetParam().log); }
 
-    static bool IsBash() { return std::string(GetParam()) == "bash"; }
+    // Returns the arguments of corvane26 in angle brackets, one call per line, and forgets them.
+    std::string TakeRecorded() const;
 
-    // The complaint of a shell that does not know "==".
-    static size_t Complaints(const ProcessResult& result);
+    static bool IsBash() { return std::string(GetParam().shell) == "bash"; }
+    bool IsSamba() const { return GetParam().writer == &CInstallBase::WriteCorvaneSamba; }
 
-    const std::string m_name;
     TempDir m_root;
 };
 
-inline std::string ShellName(const testing::TestParamInfo<const char*>& info) {
-    return info.param;
-}
-
 // "<a><b>\n"
 std::string Call(const std::vector<std::string>& words);
+
+// Returns the call for a job with the default settings; `words` are additional arguments.
+std::string Submitted(std::vector<std::string> words, const std::string& job);
 
 }  // namespace hx_test

@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cstdlib>
 #include <memory>
 
 #include "harness/TempDir.h"
@@ -20,8 +21,8 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// Some objects of a setup run live until the process ends, by design. A leak checker would need the
-// programs of /usr/bin to tell them apart, and some tests hide those.
+// Some objects of a setup are never freed, by design. To suppress their reports, a leak checker
+// would need programs of /usr/bin, which some tests hide.
 std::unique_ptr<CInstallBase> MakeRun() {
     std::string name = "cv_install";
     char* argv[] = {name.data(), nullptr};
@@ -31,6 +32,11 @@ std::unique_ptr<CInstallBase> MakeRun() {
     if (__lsan_enable != nullptr)
         __lsan_enable();
     return run;
+}
+
+// The reports of a script: the line, then its path.
+std::vector<std::string> ScriptReport(const std::string& line, const std::string& file) {
+    return {"  " + line + "\n    \"install/" + file + "\"\n"};
 }
 
 }  // namespace
@@ -43,18 +49,23 @@ ProcessResult WithRun(const std::string& directory, const RunBody& body, const W
         run.m_interactive = false;
         run.m_installDir = QStringLiteral("install");
         run.m_binariesDir = QStringLiteral("/opt/corvane/bin");
-        run.m_queueType = CInstallBase::QueueUnset;
-        run.m_queueName.clear();
-        run.m_qsubCmd.clear();
-        run.m_qdelCmd.clear();
-        run.m_qsigCmd.clear();
+        for (QString* command : {&run.m_qsubCmd, &run.m_qdelCmd, &run.m_qsigCmd})
+            command->clear();
         body(run);
     });
 }
 
-ProcessResult WithWriter(const std::string& directory, Writer writer, const World& world) {
+ProcessResult WithWriter(const std::string& directory, Writer writer, const World& world,
+                         const RunBody& settings, const std::string& failing) {
     return WithRun(
-        directory, [writer](CInstallBase& run) { EXPECT_EQ((run.*writer)(), 1); }, world);
+        directory,
+        [&](CInstallBase& run) {
+            if (settings)
+                settings(run);
+            setenv("HX_TEST_FAIL", failing.c_str(), 1);
+            EXPECT_EQ((run.*writer)(), 1);
+        },
+        world);
 }
 
 mode_t ModeOf(const std::string& path) {
@@ -74,14 +85,19 @@ void MakeDirectory(const std::string& path, mode_t mode) {
 }
 
 bool GiveAway(const std::string& path) {
-    constexpr uid_t nobodyElse = 54321;
-    return geteuid() == 0 && lchown(path.c_str(), nobodyElse, nobodyElse) == 0;
+    constexpr uid_t otherUser = 54321;
+    return geteuid() == 0 && lchown(path.c_str(), otherUser, otherUser) == 0;
 }
 
-std::string Expected(const std::string& name) {
-    const std::string path = HX_EXPECTED_DIR "/generated/" + name;
-    EXPECT_TRUE(fs::exists(path)) << path;
-    return ReadFile(path);
+std::string Expected(const std::string& name, const std::map<std::string, std::string>& values) {
+    std::string text = ReadFile(HX_EXPECTED_DIR "/generated/" + name);
+    EXPECT_FALSE(text.empty()) << name;
+    for (const auto& [placeholder, value] : values) {
+        EXPECT_NE(text.find(placeholder), std::string::npos) << placeholder;
+        for (size_t at = 0; (at = text.find(placeholder, at)) != std::string::npos;)
+            text.replace(at, placeholder.size(), value);
+    }
+    return text;
 }
 
 std::string ErrorText(const std::string& message, const std::string& reason) {
@@ -89,14 +105,53 @@ std::string ErrorText(const std::string& message, const std::string& reason) {
            (reason.empty() ? "" : "    " + reason + "\n");
 }
 
-void MountTmpfs(const std::string& directory, const std::string& size) {
-    ASSERT_EQ(mount("tmpfs", directory.c_str(), "tmpfs", 0, ("size=" + size).c_str()), 0);
+void WithReadOnly(const std::string& directory, const std::function<void()>& body) {
+    const auto result = RunInChild(As(Identity::Root), [&] {
+        const char* path = directory.c_str();
+        ASSERT_EQ(mount(path, path, nullptr, MS_BIND, nullptr), 0);
+        ASSERT_EQ(mount(nullptr, path, nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr), 0);
+        body();
+    });
+    EXPECT_EQ(result.status, 0) << result.out << result.err;
 }
 
-void MakeReadOnly(const std::string& directory) {
-    const char* path = directory.c_str();
-    ASSERT_EQ(mount(path, path, nullptr, MS_BIND, nullptr), 0);
-    ASSERT_EQ(mount(nullptr, path, nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr), 0);
+const std::vector<EveryWriter>& EveryWriters() {
+    static const std::vector<std::string> limits = {"  Scratch limit per job: 0 GB\n",
+                                                    "  Memory limit per job: 0 MB\n"};
+    static const std::vector<std::string> directory = {"  Scratch storage directory: /tmp\n"};
+    static const std::vector<EveryWriter> writers = {
+        {"RunScript", &CInstallBase::WriteCorvaneOLD, Family::Script, "corvane26", 0755,
+         ScriptReport("Corvane run script created...", "corvane26"),
+         ScriptReport("Corvane run script updated...", "corvane26")},
+        {"SnapshotScript", &CInstallBase::WriteCorvaneSnapshot, Family::Script,
+         "corvane26_snapshot", 0755,
+         ScriptReport("Corvane snapshot  script created", "corvane26_snapshot"),
+         ScriptReport("Corvane snapshot script updated", "corvane26_snapshot")},
+        {"SambaScript", &CInstallBase::WriteCorvaneSamba, Family::Script, "corvane26_samba", 0755,
+         ScriptReport("install/corvane26_samba script created...", "corvane26_samba"),
+         ScriptReport("install/corvane26_samba script updated...", "corvane26_samba")},
+        {"SshScript", &CInstallBase::WriteCorvaneSsh, Family::Script, "corvane26_ssh", 0755,
+         ScriptReport("install/corvane26_ssh script created...", "corvane26_ssh"),
+         ScriptReport("install/corvane26_ssh script updated...", "corvane26_ssh")},
+        {"QChemRC", &CInstallBase::WriteQChemRC, Family::QChem, "qchemrc/qchemrc", 0644, limits,
+         limits},
+        {"QCScratch", &CInstallBase::WriteQCScratch, Family::QChem, "qchemrc/qcscratch", 0644,
+         directory, directory},
+        {"QueueEntries",
+         &CInstallBase::CreateInternalQueueEntries,
+         Family::Queue,
+         "queue_entries",
+         0666,
+         {},
+         {}},
+        {"QueueLimits",
+         &CInstallBase::WriteInternalQueueLimits,
+         Family::Queue,
+         "QueueLimits",
+         0644,
+         {},
+         {}}};
+    return writers;
 }
 
 }  // namespace hx_test

@@ -1,22 +1,22 @@
-// The server's static files as they are packed for a setup to unpack.
+// The archives of the web pages, which a setup unpacks.
 #include <chrono>
 #include <iterator>
 #include <sstream>
 #include <thread>
 
-#include "product/RunScript.h"
+#include "product/Installation.h"
 
 namespace hx_test {
 namespace {
 namespace fs = std::filesystem;
 
-constexpr const char* kNames[] = {"resources", "icons"};
+constexpr const char* names[] = {"resources", "icons"};
 
 std::string BuiltArchive(const std::string& name) {
     return HX_PRODUCT_DIR "/docroot/" + name + ".tar";
 }
 
-// A build of a copy of the product's sources.
+// Builds a copy of the product files.
 class ProductBuild {
 public:
     ProductBuild() {
@@ -36,7 +36,7 @@ public:
             Expect({HX_CMAKE, "-G", HX_GENERATOR, "-S", m_temp.path().string(), "-B",
                     m_temp / "build"});
         Expect({HX_CMAKE, "--build", m_temp / "build", "--target", "hx_product"});
-        // File times have ticks of some milliseconds: an edit must be seen to come later.
+        // File times have a resolution of some milliseconds.
         std::this_thread::sleep_for(std::chrono::milliseconds(50));
     }
 
@@ -57,8 +57,8 @@ private:
     TempDir m_temp;
 };
 
-TEST(Archives, EachUnpacksToTheDirectoryOfItsName) {
-    for (const std::string name : kNames) {
+TEST(Archives, UnpackToDirectoryOfSameName) {
+    for (const std::string name : names) {
         const TempDir target;
         const ProcessResult unpack =
             hx_test::Run({"tar", "-xv", "-C", target.path().string(), "-f", BuiltArchive(name)});
@@ -71,8 +71,8 @@ TEST(Archives, EachUnpacksToTheDirectoryOfItsName) {
     }
 }
 
-TEST(Archives, HoldOnlyReadableFilesOfNobodyInParticular) {
-    for (const std::string name : kNames) {
+TEST(Archives, ContainReadableFilesWithoutOwner) {
+    for (const std::string name : names) {
         std::istringstream lines(
             hx_test::Run({"tar", "-tv", "--numeric-owner", "-f", BuiltArchive(name)}).out);
         int count = 0;
@@ -83,34 +83,28 @@ TEST(Archives, HoldOnlyReadableFilesOfNobodyInParticular) {
     }
 }
 
-TEST(Archives, PackingAgainGivesTheSameBytesWhateverTheCheckoutLooksLike) {
+TEST(Archives, AreIdenticalForSameContents) {
     const ProductBuild build;
     for (const auto& entry : fs::recursive_directory_iterator(build.Source("docroot"))) {
         fs::permissions(entry, fs::perms::owner_all);
         fs::last_write_time(entry, fs::file_time_type::clock::now() - std::chrono::hours(1000));
     }
     build.Build();
-    for (const std::string name : kNames) {
+    for (const std::string name : names) {
         const std::string bytes = ReadFile(BuiltArchive(name));
         EXPECT_FALSE(bytes.empty());
         EXPECT_TRUE(bytes == ReadFile(build.Archive(name))) << name;
     }
 }
 
-TEST(Archives, AnEditOfASourceRepacksItsArchive) {
+TEST(Archives, AreRepackedAfterChange) {
     const ProductBuild build;
     build.Build();
     WriteFile(build.Source("docroot/icons/favicon.svg"), "another picture");
+    WriteFile(build.Source("docroot/icons/new.svg"), "new");
     build.Build();
     EXPECT_EQ(hx_test::Run({"tar", "-xO", "-f", build.Archive("icons"), "icons/favicon.svg"}).out,
               "another picture");
-}
-
-TEST(Archives, ANewOrMissingSourceRepacksItsArchive) {
-    const ProductBuild build;
-    build.Build();
-    WriteFile(build.Source("docroot/icons/new.svg"), "new");
-    build.Build();
     EXPECT_NE(build.Listing("icons").find("icons/new.svg\n"), std::string::npos);
     fs::remove(build.Source("docroot/icons/new.svg"));
     build.Build();

@@ -1,13 +1,13 @@
-// The pages and pictures that the compute service shows, as unpacked by a setup.
+// The web pages, as a setup unpacks them.
 #include <regex>
 
-#include "product/RunScript.h"
+#include "product/Installation.h"
 
 namespace hx_test {
 namespace {
 namespace fs = std::filesystem;
 
-class ServerPages : public testing::Test {
+class WebPages : public testing::Test {
 protected:
     void SetUp() override {
         if (!Installed("xmllint"))
@@ -29,7 +29,7 @@ protected:
         return files;
     }
 
-    // What an XPath expression gives for the landing page.
+    // Returns the value of an XPath expression for the page.
     std::string OfPage(const std::string& expression) const {
         const std::string out = hx_test::Run({"xmllint", "--xpath", expression, page}).out;
         return out.substr(0, out.find('\n'));
@@ -39,7 +39,7 @@ protected:
     std::string page = docroot / "resources/index.html";
 };
 
-TEST_F(ServerPages, PagesAndPicturesAreWellFormed) {
+TEST_F(WebPages, AreWellFormed) {
     EXPECT_EQ(Files(".html").size(), 1U);
     EXPECT_GE(Files(".svg").size(), 5U);
     for (const std::string extension : {".html", ".svg"}) {
@@ -51,7 +51,7 @@ TEST_F(ServerPages, PagesAndPicturesAreWellFormed) {
     }
 }
 
-TEST_F(ServerPages, EveryPictureHasATitle) {
+TEST_F(WebPages, HaveTitleInEachPicture) {
     for (const auto& file : Files(".svg")) {
         const ProcessResult result = hx_test::Run(
             {"xmllint", "--xpath", "string(/*/*[local-name()='title'])", file.string()});
@@ -60,7 +60,7 @@ TEST_F(ServerPages, EveryPictureHasATitle) {
     }
 }
 
-TEST_F(ServerPages, ThePageCanBeReadAloud) {
+TEST_F(WebPages, SupportScreenReaders) {
     EXPECT_EQ(OfPage("string(/*/@lang)"), "en");
     EXPECT_EQ(OfPage("string(//*[local-name()='title'])"), "Corvane Compute Service");
     EXPECT_EQ(OfPage("count(//*[local-name()='h1'])"), "1");
@@ -69,7 +69,7 @@ TEST_F(ServerPages, ThePageCanBeReadAloud) {
     EXPECT_EQ(OfPage("count(//@aria-labelledby[not(. = //@id)])"), "0");
 }
 
-TEST_F(ServerPages, EveryReferenceOfThePageIsAFileOfTheServer) {
+TEST_F(WebPages, ReferToExistingFiles) {
     const std::string found = hx_test::Run({"xmllint", "--xpath", "//@href | //@src", page}).out;
     static const std::regex value(R"re(="([^"]*)")re");
     int count = 0;
@@ -78,7 +78,7 @@ TEST_F(ServerPages, EveryReferenceOfThePageIsAFileOfTheServer) {
     EXPECT_GT(count, 1);
 }
 
-TEST_F(ServerPages, NothingIsFetchedFromElsewhere) {
+TEST_F(WebPages, ReferToNoOtherServer) {
     static const std::regex nameSpace(R"(xmlns="[^"]*")");
     for (const std::string extension : {".html", ".css", ".svg"}) {
         for (const auto& file : Files(extension)) {

@@ -1,10 +1,10 @@
-// The templates as a setup finds them, and what instantiating leaves.
+// The templates of the run scripts, and the scripts that a setup creates from them.
 #include <algorithm>
 #include <regex>
 #include <set>
 #include <sstream>
 
-#include "product/RunScript.h"
+#include "product/Installation.h"
 
 namespace hx_test {
 namespace {
@@ -36,79 +36,47 @@ void ExpectCleanForShellcheck(const std::string& path) {
     EXPECT_EQ(result.status, 0) << result.out << result.err;
 }
 
-TEST(Templates, TheMainTemplateUsesEveryPlaceholderAndNoOther) {
-    const std::set<std::string> placeholders = {
-        "CORV_ROOT",
-        "CORV_CORVANERC",
-        "CORV_CLUSTER_NODE",
-        "CORV_QUEUE_ALLOW",
-        "CORV_SCHEDULER",
-        "CORV_QUEUE_TYPE",
-        "CORV_QUEUE_NAME",
-        "CORV_QSUB_CMD",
-        "CORV_QDEL_CMD",
-        "CORV_QSIG_CMD",
-        "CORV_PARTITION_NAME",
-        "CORV_SBATCH_CMD",
-        "CORV_SCANCEL_CMD",
-        "CORV_COMPSRVC_ALLOW",
-        "CORV_COMPSRVC_HTTP_PORT",
-        "CORV_COMPSRVC_HTTP_ADDR",
-        "CORV_COMPSRVC_HTTPS_PORT",
-        "CORV_COMPSRVC_HTTPS_ADDR",
-        "CORV_COMPSRVC_CERT",
-        "CORV_COMPSRVC_KEY",
-        "CORV_COMPSRVC_DH",
-        "CORV_COMPSRVC_GROUP",
-        "CORV_COMPSRVC_USER",
-    };
-    EXPECT_EQ(placeholders.size(), 23U);
-    EXPECT_EQ(PlaceholdersOf(ReadFile(kMainTemplate)), placeholders);
-}
-
-TEST(Templates, TheSnapshotTemplateUsesTheTwoPathsOnly) {
+TEST(Templates, UseAllPlaceholdersOfTheirScript) {
     const std::set<std::string> paths = {"CORV_ROOT", "CORV_CORVANERC"};
-    EXPECT_EQ(PlaceholdersOf(ReadFile(kSnapshotTemplate)), paths);
+    std::set<std::string> placeholders;
+    for (const auto& [name, value] : Installation(plainDirectory).Placeholders())
+        placeholders.insert(name);
+    EXPECT_EQ(placeholders.size(), 23U);
+    EXPECT_EQ(PlaceholdersOf(ReadFile(mainTemplate)), placeholders);
+    EXPECT_EQ(PlaceholdersOf(ReadFile(snapshotTemplate)), paths);
 }
 
-TEST(Templates, EveryPlaceholderStandsWithinDoubleQuotes) {
-    ExpectPlaceholdersWithinDoubleQuotes(ReadFile(kMainTemplate));
-    ExpectPlaceholdersWithinDoubleQuotes(ReadFile(kSnapshotTemplate));
+TEST(Templates, QuotePlaceholders) {
+    ExpectPlaceholdersWithinDoubleQuotes(ReadFile(mainTemplate));
+    ExpectPlaceholdersWithinDoubleQuotes(ReadFile(snapshotTemplate));
 }
 
-TEST(Templates, InstantiatingLeavesNoPlaceholder) {
-    const Installation installation("plain");
+TEST(Templates, HaveNoPlaceholderAfterInstantiation) {
+    const Installation installation(plainDirectory);
     const Variables values = installation.Placeholders();
-    for (const char* path : {kMainTemplate, kSnapshotTemplate}) {
+    for (const char* path : {mainTemplate, snapshotTemplate}) {
         const std::string script = ReadFile(installation.Instantiate(path, values));
-        EXPECT_NE(script.find(installation.root()), std::string::npos) << path;
+        EXPECT_NE(script.find(installation.Root()), std::string::npos) << path;
         EXPECT_EQ(PlaceholdersOf(script), std::set<std::string>{}) << path;
     }
 }
 
-TEST(Templates, ShellcheckFindsNothingInTheTemplates) {
+TEST(Templates, PassShellcheck) {
     if (!Installed("shellcheck"))
         GTEST_SKIP() << "shellcheck is not installed";
-    ExpectCleanForShellcheck(kMainTemplate);
-    ExpectCleanForShellcheck(kSnapshotTemplate);
-}
-
-TEST(Templates, ShellcheckFindsNothingInTheRunScripts) {
-    if (!Installed("shellcheck"))
-        GTEST_SKIP() << "shellcheck is not installed";
-    const Installation installation("Corvane 26  für Zürich");
-    for (const char* path : {kMainTemplate, kSnapshotTemplate})
+    const Installation installation(directoryWithSpaces);
+    for (const char* path : {mainTemplate, snapshotTemplate}) {
+        ExpectCleanForShellcheck(path);
         ExpectCleanForShellcheck(installation.Instantiate(path, installation.Placeholders()));
+    }
 }
 
-TEST(Templates, TheRunScriptsStartByThemselves) {
-    const Installation installation("plain");
-    const std::string script = installation.Instantiate(kMainTemplate, installation.Placeholders());
-    EXPECT_EQ(hx_test::Run({script, "--submit", "a b"}).out,
+TEST(Templates, StartWithTheirInterpreter) {
+    const Installation installation(plainDirectory);
+    const Variables values = installation.Placeholders();
+    EXPECT_EQ(hx_test::Run({installation.Instantiate(mainTemplate, values), "--submit", "a b"}).out,
               Lines({installation.Program("cv_spd"), "-u", "a b"}));
-    const std::string snapshot =
-        installation.Instantiate(kSnapshotTemplate, installation.Placeholders());
-    EXPECT_EQ(hx_test::Run({snapshot, "a b"}).out,
+    EXPECT_EQ(hx_test::Run({installation.Instantiate(snapshotTemplate, values), "a b"}).out,
               Lines({installation.Program("cv_snapshot"), "a b"}));
 }
 
