@@ -1,5 +1,5 @@
 /* Signed arithmetic. */
-#include "bigint/record.h"
+#include "record.h"
 
 int hx_copy_signed(const mp_int* a, int negative, mp_int* to) {
     hx_scratch s;

@@ -1,7 +1,7 @@
 /* Binary form, and how long it is. */
 #include <limits.h>
 
-#include "bigint/record.h"
+#include "record.h"
 
 static uint64_t BitsOf(const mp_int* a) {
     return (uint64_t)(a->used - 1) * HX_DIGIT_BITS + hx_bit_length(a->dp[a->used - 1]);

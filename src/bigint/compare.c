@@ -1,5 +1,5 @@
 /* Comparisons, on the digits as they stand. */
-#include "bigint/record.h"
+#include "record.h"
 
 static int CompareMagnitudes(const mp_int* a, const mp_int* b) {
     if (a->used != b->used)

@@ -5,7 +5,7 @@
 #ifndef HX_BIGINT_KERNEL_H
 #define HX_BIGINT_KERNEL_H
 
-#include "bigint/limb.h"
+#include "limb.h"
 
 /* Lengths from which a method pays, measured by bench/bigint_thresholds. There, and in the tests,
  * they are given from outside. */

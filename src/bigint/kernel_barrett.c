@@ -2,7 +2,7 @@
  * reduced after Barrett. The modulus m is shifted until its top bit is set, so that B^2k / m is
  * B^k + v with v below B^k, where B is 2^64 and k the limbs of m. Of the two products of a
  * reduction only the half is computed that is needed. */
-#include "bigint/kernel.h"
+#include "kernel.h"
 
 typedef struct {
     size_t k;

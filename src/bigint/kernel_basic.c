@@ -1,6 +1,6 @@
 /* Additions, shifts and comparisons of limb arrays. */
-#include "bigint/kernel.h"
-#include "bigint/kernel_x86_64.h"
+#include "kernel.h"
+#include "kernel_x86_64.h"
 
 size_t hx_normal(const hx_limb* a, size_t n) {
     while (n > 0 && a[n - 1] == 0)

@@ -1,5 +1,5 @@
 /* Asks the processor, once, for what the assembly needs. */
-#include "bigint/kernel_x86_64.h"
+#include "kernel_x86_64.h"
 
 #if HX_ASSEMBLY
 

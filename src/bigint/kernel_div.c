@@ -1,7 +1,7 @@
 /* Quotients: by one limb, by Knuth's method with a reciprocal of two limbs (after Moeller and
  * Granlund), and by halves (after Burnikel and Ziegler), where products do most of the work. */
-#include "bigint/kernel.h"
-#include "bigint/kernel_x86_64.h"
+#include "kernel.h"
+#include "kernel_x86_64.h"
 
 /* NOLINTNEXTLINE(readability-non-const-parameter): written by the assembly */
 hx_limb hx_div_wide(hx_limb high, hx_limb low, hx_limb d, hx_limb* remainder) {

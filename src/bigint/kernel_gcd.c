@@ -1,6 +1,6 @@
 /* Greatest common divisors after Lehmer: most quotients of Euclid's sequence are found from the top
  * bits of two neighbours alone, and many steps at once are then applied to the whole numbers. */
-#include "bigint/kernel.h"
+#include "kernel.h"
 
 /* Two neighbours of the sequence, r0 >= r1, and the magnitudes of their cofactors s0 and s1. Each
  * step changes the cofactors' signs. */

@@ -1,5 +1,5 @@
 /* Products of any length: the choice of a method, and Karatsuba's. */
-#include "bigint/kernel.h"
+#include "kernel.h"
 
 #ifdef HX_BIGINT_TUNABLE
 size_t hx_karatsuba_mul, hx_karatsuba_sqr, hx_toom3_mul, hx_toom3_sqr, hx_recursive_div,

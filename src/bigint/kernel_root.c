@@ -1,6 +1,6 @@
 /* Square roots: the root of the upper half of a number, one too high, is close enough for a single
  * step of Newton's method to be at most one above the root of the whole. */
-#include "bigint/kernel.h"
+#include "kernel.h"
 
 static hx_limb RootOfLimb(hx_limb a) {
     hx_limb root = 0;

@@ -1,6 +1,6 @@
 /* Products row by row, and of blocks of rows, which the quadratic methods are made of. */
-#include "bigint/kernel.h"
-#include "bigint/kernel_x86_64.h"
+#include "kernel.h"
+#include "kernel_x86_64.h"
 
 hx_limb hx_mul_1(hx_limb* r, const hx_limb* a, size_t n, hx_limb b, hx_limb carry) {
     for (size_t i = 0; i < n; ++i)

@@ -1,7 +1,7 @@
 /* Digits of a radix from 2 to 64, as values in bytes. A chunk is the highest power of the radix
  * that fits into a limb. Long numbers are split at a power of the chunk whose exponent is a power
  * of two, so that products and quotients of half the length do most of the work. */
-#include "bigint/kernel.h"
+#include "kernel.h"
 
 enum { Levels = 64 };
 

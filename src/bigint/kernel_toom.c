@@ -1,7 +1,7 @@
 /* Products by thirds, after Toom and Cook: both operands are polynomials a0 + a1 x + a2 x^2 at
  * x = B^k, the product is evaluated at 0, 1, -1, 2 and infinity, and its five coefficients follow
  * from the five values. */
-#include "bigint/kernel.h"
+#include "kernel.h"
 
 /* The values of one operand, k + 1 limbs each. */
 typedef struct {

@@ -2,7 +2,7 @@
 #ifndef HX_BIGINT_KERNEL_X86_64_H
 #define HX_BIGINT_KERNEL_X86_64_H
 
-#include "bigint/limb.h"
+#include "limb.h"
 
 #if !defined(HX_BIGINT_PORTABLE) && !defined(HX_BIGINT_NO_ASSEMBLY) && defined(__x86_64__) && \
     defined(__ELF__) && !defined(__ILP32__)

@@ -1,7 +1,7 @@
 /* Life of a record, and the default precision. */
 #include <stdlib.h>
 
-#include "bigint/record.h"
+#include "record.h"
 
 enum { DefaultPrecision = 64 };
 

@@ -10,7 +10,7 @@
 #include <stdint.h>
 #include <string.h>
 
-#include "bigint/mp_int.h"
+#include "mp_int.h"
 
 typedef uint64_t hx_limb;
 

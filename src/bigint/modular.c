@@ -1,5 +1,5 @@
 /* Arithmetic modulo a positive number. */
-#include "bigint/record.h"
+#include "record.h"
 
 /* What all of these check: the codes for the operands, then for the modulus. */
 static int CheckModular(const mp_int* a, const mp_int* b, const mp_int* m, const mp_int* r) {

@@ -1,5 +1,5 @@
 /* Common divisors and multiples, and what follows from the cofactors. */
-#include "bigint/record.h"
+#include "record.h"
 
 static void Order(hx_number* a, hx_number* b) {
     if (hx_cmp(a->limbs, a->n, b->limbs, b->n) < 0) {

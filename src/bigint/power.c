@@ -1,5 +1,5 @@
 /* Powers of whole numbers. */
-#include "bigint/record.h"
+#include "record.h"
 
 /* A result of more bits than this could not be allocated as a record. */
 static const uint64_t MostBits = (uint64_t)UINT32_MAX * HX_DIGIT_BITS;

@@ -1,5 +1,5 @@
 /* Work memory, reading records into limbs, and storing results. */
-#include "bigint/record.h"
+#include "record.h"
 
 #include <stdlib.h>
 

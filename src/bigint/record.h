@@ -4,8 +4,8 @@
 #ifndef HX_BIGINT_RECORD_H
 #define HX_BIGINT_RECORD_H
 
-#include "bigint/kernel.h"
-#include "bigint/mp_int.h"
+#include "kernel.h"
+#include "mp_int.h"
 
 /* Work memory of an operation; short operations find it on the stack. What came from the heap is
  * wiped, as the digits of a number stood in it. */

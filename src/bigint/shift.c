@@ -1,5 +1,5 @@
 /* Powers of two: the magnitude is shifted, the sign stays. */
-#include "bigint/record.h"
+#include "record.h"
 
 int mp_mul_2(const mp_int* a, mp_int* product) {
     return mp_mul_2d(a, 1, product);

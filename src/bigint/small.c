@@ -1,5 +1,5 @@
 /* Arithmetic with one digit. */
-#include "bigint/record.h"
+#include "record.h"
 
 int mp_add_d(const mp_int* a, mp_digit d, mp_int* sum) {
     mp_digit digit = d;

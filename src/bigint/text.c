@@ -1,7 +1,7 @@
 /* Text in the radixes 2 to 64, and the texts of the codes. */
 #include <limits.h>
 
-#include "bigint/record.h"
+#include "record.h"
 
 enum { LeastRadix = 2, MostRadix = 64, LastRadixOfOneCase = 36 };
 
