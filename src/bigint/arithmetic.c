@@ -1,17 +1,6 @@
 /* Signed arithmetic. */
 #include "record.h"
 
-int hx_copy_signed(const mp_int* a, int negative, mp_int* to) {
-    hx_scratch s;
-    int code = hx_scratch_open(&s, hx_limbs(a));
-    if (code != MP_SUCCESS)
-        return code;
-    const hx_number number = hx_load(&s, a);
-    code = hx_store(to, number.limbs, number.n, negative);
-    hx_scratch_close(&s);
-    return code;
-}
-
 int mp_abs(const mp_int* a, mp_int* magnitude) {
     if (!hx_is_valid(a) || !hx_is_valid(magnitude))
         return MP_INVALID_PARAMETER;
@@ -24,26 +13,12 @@ int mp_neg(const mp_int* a, mp_int* negated) {
     return hx_copy_signed(a, a->sign == 0, negated);
 }
 
-size_t hx_add_signed(hx_limb* r, hx_number a, hx_number b, int* negative) {
-    if (a.n < b.n || (a.n == b.n && hx_cmp_n(a.limbs, b.limbs, a.n) < 0)) {
-        const hx_number kept = a;
-        a = b;
-        b = kept;
-    }
-    *negative = a.negative;
-    if (a.negative == b.negative)
-        r[a.n] = hx_add(r, a.limbs, a.n, b.limbs, b.n);
-    else
-        r[a.n] = hx_sub(r, a.limbs, a.n, b.limbs, b.n);
-    return hx_normal(r, a.n + 1);
-}
-
 static int AddOrSubtract(const mp_int* a, const mp_int* b, int subtract, mp_int* r) {
     if (!hx_is_valid(a) || !hx_is_valid(b) || !hx_is_valid(r))
         return MP_INVALID_PARAMETER;
     const size_t an = hx_limbs(a);
     const size_t bn = hx_limbs(b);
-    const size_t length = (an > bn ? an : bn) + 1;
+    const size_t length = hx_larger(an, bn) + 1;
     hx_scratch s;
     int code = hx_scratch_open(&s, an + bn + length);
     if (code != MP_SUCCESS)
@@ -74,21 +49,17 @@ int mp_mul(const mp_int* a, const mp_int* b, mp_int* product) {
         return mp_sqr(a, product);
     if (hx_is_zero(a) || hx_is_zero(b))
         return mp_zero(product);
-    if (a->used < b->used) {
-        const mp_int* const kept = a;
-        a = b;
-        b = kept;
-    }
     const size_t an = hx_limbs(a);
     const size_t bn = hx_limbs(b);
+    const size_t work = hx_mul_scratch(an, bn);
     hx_scratch s;
-    int code = hx_scratch_open(&s, 2 * (an + bn) + hx_mul_scratch(an, bn));
+    int code = hx_scratch_open(&s, 2 * (an + bn) + work);
     if (code != MP_SUCCESS)
         return code;
     const hx_number left = hx_load(&s, a);
     const hx_number right = hx_load(&s, b);
     hx_limb* r = hx_scratch_take(&s, an + bn);
-    hx_mul(r, left.limbs, an, right.limbs, bn, s.limbs + s.taken);
+    hx_mul(r, left.limbs, an, right.limbs, bn, hx_scratch_take(&s, work));
     code = hx_store(product, r, an + bn, left.negative != right.negative);
     hx_scratch_close(&s);
     return code;
@@ -98,21 +69,22 @@ int mp_sqr(const mp_int* a, mp_int* square) {
     if (!hx_is_valid(a) || !hx_is_valid(square))
         return MP_INVALID_PARAMETER;
     const size_t n = hx_limbs(a);
+    const size_t work = hx_mul_n_scratch(n);
     hx_scratch s;
-    int code = hx_scratch_open(&s, 3 * n + hx_mul_n_scratch(n));
+    int code = hx_scratch_open(&s, 3 * n + work);
     if (code != MP_SUCCESS)
         return code;
     const hx_limb* limbs = hx_load(&s, a).limbs;
     hx_limb* r = hx_scratch_take(&s, 2 * n);
-    hx_sqr(r, limbs, n, s.limbs + s.taken);
+    hx_sqr(r, limbs, n, hx_scratch_take(&s, work));
     code = hx_store(square, r, 2 * n, 0);
     hx_scratch_close(&s);
     return code;
 }
 
-/* The dividend is shorter: it is the remainder. */
+/* Stores 0 and the dividend, which is shorter than the divisor. */
 static int DivideShort(hx_number a, mp_int* q, mp_int* r) {
-    hx_result results[] = {{q, {a.limbs, 0, 0}, NULL, 0}, {r, a, NULL, 0}};
+    const hx_result results[] = {{q, {a.limbs, 0, 0}}, {r, a}};
     return hx_store_all(results, 2);
 }
 
@@ -120,9 +92,10 @@ static int DivideLong(hx_scratch* s, hx_number a, hx_number b, mp_int* q, mp_int
     const size_t qn = a.n - b.n + 1;
     hx_limb* quotient = hx_scratch_take(s, qn);
     hx_limb* rest = hx_scratch_take(s, b.n);
-    hx_div(quotient, rest, a.limbs, a.n, b.limbs, b.n, s->limbs + s->taken);
-    hx_result results[] = {{q, {quotient, qn, a.negative != b.negative}, NULL, 0},
-                           {r, {rest, b.n, a.negative}, NULL, 0}};
+    hx_limb* work = hx_scratch_take(s, hx_div_scratch(a.n, b.n));
+    hx_div(quotient, rest, a.limbs, a.n, b.limbs, b.n, work);
+    const hx_result results[] = {{q, {quotient, qn, a.negative != b.negative}},
+                                 {r, {rest, b.n, a.negative}}};
     return hx_store_all(results, 2);
 }
 
@@ -155,14 +128,15 @@ int mp_mod(const mp_int* a, const mp_int* m, mp_int* r) {
         return MP_OUT_OF_RANGE;
     const size_t an = hx_limbs(a);
     const size_t mn = hx_limbs(m);
+    const size_t work = hx_mod_scratch(an, mn);
     hx_scratch s;
-    int code = hx_scratch_open(&s, an + 2 * mn + hx_mod_scratch(an, mn));
+    int code = hx_scratch_open(&s, an + 2 * mn + work);
     if (code != MP_SUCCESS)
         return code;
     const hx_number number = hx_load(&s, a);
     const hx_number modulus = hx_load(&s, m);
     hx_limb* rest = hx_scratch_take(&s, mn);
-    hx_mod(rest, number, modulus, s.limbs + s.taken);
+    hx_mod(rest, number, modulus, hx_scratch_take(&s, work));
     code = hx_store(r, rest, modulus.n, 0);
     hx_scratch_close(&s);
     return code;
@@ -175,15 +149,16 @@ int mp_sqrt(const mp_int* a, mp_int* root) {
         return MP_OUT_OF_RANGE;
     const size_t n = hx_limbs(a);
     const size_t rn = (n + 1) / 2;
+    const size_t work = hx_sqrt_scratch(n);
     hx_scratch s;
-    int code = hx_scratch_open(&s, 2 * n + rn + hx_sqrt_scratch(n));
+    int code = hx_scratch_open(&s, 2 * n + rn + work);
     if (code != MP_SUCCESS)
         return code;
     const hx_number number = hx_load(&s, a);
-    hx_limb* used_up = hx_scratch_take(&s, n);
+    hx_limb* remainder = hx_scratch_take(&s, n);
     hx_limb* r = hx_scratch_take(&s, rn);
-    hx_copy(used_up, number.limbs, number.n);
-    hx_sqrt(r, used_up, number.n, s.limbs + s.taken);
+    hx_copy(remainder, number.limbs, number.n);
+    hx_sqrt(r, remainder, number.n, hx_scratch_take(&s, work));
     code = hx_store(root, r, number.n == 0 ? 0 : rn, 0);
     hx_scratch_close(&s);
     return code;

@@ -1,15 +1,11 @@
-/* Binary form, and how long it is. */
+/* Binary forms and their sizes. */
 #include <limits.h>
 
 #include "record.h"
 
-static uint64_t BitsOf(const mp_int* a) {
-    return (uint64_t)(a->used - 1) * HX_DIGIT_BITS + hx_bit_length(a->dp[a->used - 1]);
-}
-
 /* Bytes of the magnitude, at least 1. */
 static uint64_t BytesOf(const mp_int* a) {
-    const uint64_t bytes = (BitsOf(a) + 7) / 8;
+    const uint64_t bytes = (hx_record_bits(a) + 7) / 8;
     return bytes == 0 ? 1 : bytes;
 }
 
@@ -80,5 +76,5 @@ int mp_unsigned_bin_size(const mp_int* a) {
 int mp_count_bits(const mp_int* a) {
     if (!hx_is_valid(a))
         return MP_INVALID_PARAMETER;
-    return AsCount(BitsOf(a));
+    return AsCount(hx_record_bits(a));
 }

@@ -1,4 +1,4 @@
-/* Comparisons, on the digits as they stand. */
+/* Comparisons of records, digit by digit. */
 #include "record.h"
 
 static int CompareMagnitudes(const mp_int* a, const mp_int* b) {
@@ -11,31 +11,12 @@ static int CompareMagnitudes(const mp_int* a, const mp_int* b) {
     return 0;
 }
 
-static int CompareSigned(const mp_int* a, const mp_int* b) {
-    if ((a->sign != 0) != (b->sign != 0))
-        return a->sign != 0 ? -1 : 1;
-    return a->sign != 0 ? CompareMagnitudes(b, a) : CompareMagnitudes(a, b);
-}
-
-int mp_cmp_z(const mp_int* a) {
-    if (!hx_is_valid(a))
-        return MP_INVALID_PARAMETER;
-    if (a->sign != 0)
-        return -1;
-    return hx_is_zero(a) ? 0 : 1;
-}
-
-int mp_cmp_d(const mp_int* a, mp_digit d) {
-    if (!hx_is_valid(a))
-        return MP_INVALID_PARAMETER;
-    const mp_int b = {.sign = 0, .alloc = 1, .used = 1, .dp = &d};
-    return CompareSigned(a, &b);
-}
-
 int mp_cmp(const mp_int* a, const mp_int* b) {
     if (!hx_is_valid(a) || !hx_is_valid(b))
         return MP_INVALID_PARAMETER;
-    return CompareSigned(a, b);
+    if ((a->sign != 0) != (b->sign != 0))
+        return a->sign != 0 ? -1 : 1;
+    return a->sign != 0 ? CompareMagnitudes(b, a) : CompareMagnitudes(a, b);
 }
 
 int mp_cmp_mag(const mp_int* a, const mp_int* b) {
@@ -45,16 +26,20 @@ int mp_cmp_mag(const mp_int* a, const mp_int* b) {
 }
 
 int mp_cmp_int(const mp_int* a, long value) {
+    hx_small b;
+    return mp_cmp(a, hx_set_small(&b, value));
+}
+
+int mp_cmp_d(const mp_int* a, mp_digit d) {
+    return mp_cmp_int(a, d);
+}
+
+int mp_cmp_z(const mp_int* a) {
     if (!hx_is_valid(a))
         return MP_INVALID_PARAMETER;
-    mp_digit digits[HX_LIMB_DIGITS];
-    const hx_limb limb = hx_magnitude(value);
-    hx_limbs_to_digits(digits, HX_LIMB_DIGITS, &limb);
-    uint32_t used = HX_LIMB_DIGITS;
-    while (used > 1 && digits[used - 1] == 0)
-        --used;
-    const mp_int b = {.sign = value < 0, .alloc = used, .used = used, .dp = digits};
-    return CompareSigned(a, &b);
+    if (a->sign != 0)
+        return -1;
+    return hx_is_zero(a) ? 0 : 1;
 }
 
 int mp_isodd(const mp_int* a) {

@@ -72,7 +72,7 @@ void hx_mul_n(hx_limb* r, const hx_limb* a, const hx_limb* b, size_t n, hx_limb*
 void hx_sqr(hx_limb* r, const hx_limb* a, size_t n, hx_limb* scratch);
 /* For both of the above. */
 size_t hx_mul_n_scratch(size_t n);
-/* r[0..an+bn) = a * b; an >= bn >= 1. */
+/* r[0..an+bn) = a * b; both have at least 1 limb. */
 void hx_mul(hx_limb* r, const hx_limb* a, size_t an, const hx_limb* b, size_t bn, hx_limb* scratch);
 size_t hx_mul_scratch(size_t an, size_t bn);
 /* Enough for any product whose shorter operand has at most n limbs, and for squares of n. */
@@ -84,8 +84,6 @@ enum { HX_TOOM3_LEAST = 9 };
 
 /* --- kernel_div.c: quotients --------------------------------------------------------------- */
 
-/* For the division by one limb d with its top bit set. */
-hx_limb hx_reciprocal(hx_limb d);
 /* A divisor of one limb, prepared. */
 typedef struct {
     hx_limb normal;

@@ -14,16 +14,12 @@ typedef struct {
     hx_limb* inner;   /* for products */
 } Barrett;
 
-static inline size_t BlockAt(size_t i, size_t n) {
-    return n - i < HX_BLOCK ? n - i : HX_BLOCK;
-}
-
 /* The columns of a * b from k-2 on; what is left out is below one unit of column k. */
 static void MultiplyHigh(hx_limb* r, const hx_limb* a, const hx_limb* b, size_t k) {
     const size_t lowest = k > HX_BLOCK + 1 ? k - HX_BLOCK - 1 : 0;
     hx_zero(r + lowest, k - lowest);
     for (size_t i = 0; i < k; i += HX_BLOCK) {
-        const size_t w = BlockAt(i, k);
+        const size_t w = hx_smaller(k - i, HX_BLOCK);
         const size_t from = k > i + w + 1 ? k - i - w - 1 : 0;
         hx_addmul_block(r + i + from, b + from, k - from, a + i, w);
     }
@@ -33,7 +29,7 @@ static void MultiplyHigh(hx_limb* r, const hx_limb* a, const hx_limb* b, size_t 
 static void MultiplyLow(hx_limb* r, const hx_limb* a, const hx_limb* b, size_t k) {
     hx_zero(r, k);
     for (size_t i = 0; i < k; i += HX_BLOCK)
-        hx_addmul_block(r + i, b, i == 0 ? k : k + 1 - i, a + i, BlockAt(i, k));
+        hx_addmul_block(r + i, b, i == 0 ? k : k + 1 - i, a + i, hx_smaller(k - i, HX_BLOCK));
 }
 
 /* r = the product modulo m. */
@@ -58,9 +54,7 @@ static void Reduce(const Barrett* b, hx_limb* r) {
 }
 
 static size_t InnerScratch(size_t k) {
-    const size_t products = hx_mul_n_scratch(k);
-    const size_t division = hx_div_normal_scratch(2 * k, k);
-    return products > division ? products : division;
+    return hx_larger(hx_mul_n_scratch(k), hx_div_normal_scratch(2 * k, k));
 }
 
 size_t hx_powm_scratch(size_t mn) {

@@ -3,8 +3,9 @@
 #include "kernel.h"
 #include "kernel_x86_64.h"
 
+/* Returns the quotient of high:low by d, which has its top bit set and is above high. */
 /* NOLINTNEXTLINE(readability-non-const-parameter): written by the assembly */
-hx_limb hx_div_wide(hx_limb high, hx_limb low, hx_limb d, hx_limb* remainder) {
+static hx_limb DivideWide(hx_limb high, hx_limb low, hx_limb d, hx_limb* remainder) {
 #if HX_ASSEMBLY
     hx_limb quotient;
     __asm__("divq %4" : "=a"(quotient), "=d"(*remainder) : "a"(low), "d"(high), "r"(d) : "cc");
@@ -36,9 +37,10 @@ hx_limb hx_div_wide(hx_limb high, hx_limb low, hx_limb d, hx_limb* remainder) {
 #endif
 }
 
-hx_limb hx_reciprocal(hx_limb d) {
+/* For the division by one limb d with its top bit set. */
+static hx_limb Reciprocal(hx_limb d) {
     hx_limb rest;
-    return hx_div_wide(~d, HX_LIMB_MAX, d, &rest);
+    return DivideWide(~d, HX_LIMB_MAX, d, &rest);
 }
 
 /* high:low divided by d, whose reciprocal is v; high is below d. */
@@ -62,7 +64,7 @@ static inline hx_limb DivideTwo(hx_limb high, hx_limb low, hx_limb d, hx_limb v,
 
 hx_divisor hx_divisor_of(hx_limb d) {
     const unsigned shift = HX_LIMB_BITS - hx_bit_length(d);
-    return (hx_divisor){d << shift, hx_reciprocal(d << shift), shift};
+    return (hx_divisor){d << shift, Reciprocal(d << shift), shift};
 }
 
 hx_limb hx_div_by(hx_limb* q, const hx_limb* a, size_t n, hx_divisor d) {
@@ -84,7 +86,7 @@ hx_limb hx_div_1(hx_limb* q, const hx_limb* a, size_t n, hx_limb d) {
 
 /* The reciprocal of the two limbs d1:d0. */
 static hx_limb ReciprocalOfTwo(hx_limb d1, hx_limb d0) {
-    hx_limb v = hx_reciprocal(d1);
+    hx_limb v = Reciprocal(d1);
     hx_limb p = d1 * v + d0;
     if (p < d0) {
         --v;
@@ -182,10 +184,7 @@ static hx_limb DivideHalf(hx_limb* q, hx_limb* a, size_t qn, const hx_limb* b, s
                           hx_limb* scratch) {
     hx_limb* product = scratch;
     hx_limb high = DivideByHalves(q, a + k, qn, b + k, n - k, scratch);
-    if (qn >= k)
-        hx_mul(product, q, qn, b, k, scratch + qn + k);
-    else
-        hx_mul(product, b, k, q, qn, scratch + qn + k);
+    hx_mul(product, q, qn, b, k, scratch + qn + k);
     hx_limb below = hx_sub(a, a, n, product, qn + k);
     if (high)
         below += hx_sub(a + qn, a + qn, n - qn, b, k);
@@ -208,7 +207,7 @@ static hx_limb DivideByHalves(hx_limb* q, hx_limb* a, size_t m, const hx_limb* b
 }
 
 size_t hx_div_normal_scratch(size_t an, size_t bn) {
-    const size_t m = an - bn < bn ? an - bn : bn;
+    const size_t m = hx_smaller(an - bn, bn);
     if (m < HX_RECURSIVE_DIV || m < 4)
         return 0;
     /* A product of up to bn limbs. */

@@ -30,9 +30,9 @@ typedef struct {
 } Steps;
 
 static void Exchange(hx_limb** a, hx_limb** b) {
-    hx_limb* const kept = *a;
+    hx_limb* const first = *a;
     *a = *b;
-    *b = kept;
+    *b = first;
 }
 
 /* 63 bits of a from the bit below 64 * n - shift on. */
@@ -102,12 +102,10 @@ static void Apply(Euclid* e, Steps s) {
 static void StepCofactors(Euclid* e, const hx_limb* q, size_t qn) {
     const size_t n1 = hx_normal(e->s1, e->sn);
     size_t n2 = 0;
-    if (n1 >= qn)
+    if (n1 > 0) {
         hx_mul_basecase(e->u0, e->s1, n1, q, qn);
-    else if (n1 > 0)
-        hx_mul_basecase(e->u0, q, qn, e->s1, n1);
-    if (n1 > 0)
         n2 = n1 + qn;
+    }
     if (n2 < e->sn) {
         hx_zero(e->u0 + n2, e->sn - n2);
         n2 = e->sn;

@@ -11,21 +11,18 @@ enum { KaratsubaLeast = 4 };
 
 static size_t KaratsubaScratch(size_t n) {
     const size_t low = n - n / 2;
-    const size_t inner = hx_mul_n_scratch(low);
-    const size_t sum = 2 * low + 1;
-    return 2 * low + (inner > sum ? inner : sum);
+    return 2 * low + hx_larger(hx_mul_n_scratch(low), 2 * low + 1);
 }
 
 size_t hx_mul_n_scratch(size_t n) {
-    const size_t first = HX_KARATSUBA_MUL < HX_KARATSUBA_SQR ? HX_KARATSUBA_MUL : HX_KARATSUBA_SQR;
-    const size_t third = HX_TOOM3_MUL < HX_TOOM3_SQR ? HX_TOOM3_MUL : HX_TOOM3_SQR;
+    const size_t first = hx_smaller(HX_KARATSUBA_MUL, HX_KARATSUBA_SQR);
+    const size_t third = hx_smaller(HX_TOOM3_MUL, HX_TOOM3_SQR);
     if (n < first || n < KaratsubaLeast)
         return 0;
     const size_t halves = KaratsubaScratch(n);
     if (n < third || n < HX_TOOM3_LEAST)
         return halves;
-    const size_t thirds = hx_toom3_scratch(n);
-    return thirds > halves ? thirds : halves;
+    return hx_larger(halves, hx_toom3_scratch(n));
 }
 
 /* r = |a - b| for an >= bn; the result tells whether a < b. */
@@ -52,7 +49,7 @@ static void JoinHalves(hx_limb* r, size_t n, const hx_limb* cross, int add, hx_l
         sum[2 * low] -= hx_sub_n(sum, sum, cross, 2 * low);
     /* The middle may have a zero at the top that would not fit above an odd length. */
     const size_t rest = 2 * n - low;
-    const size_t middle = 2 * low + 1 < rest ? 2 * low + 1 : rest;
+    const size_t middle = hx_smaller(2 * low + 1, rest);
     hx_add(r + low, r + low, rest, sum, middle);
 }
 
@@ -62,12 +59,12 @@ static void KaratsubaMul(hx_limb* r, const hx_limb* a, const hx_limb* b, size_t 
     const size_t high = n / 2;
     hx_limb* cross = scratch;
     hx_limb* inner = scratch + 2 * low;
-    const int a_sign = AbsoluteDifference(r, a, low, a + low, high);
-    const int b_sign = AbsoluteDifference(r + low, b, low, b + low, high);
+    const int aSign = AbsoluteDifference(r, a, low, a + low, high);
+    const int bSign = AbsoluteDifference(r + low, b, low, b + low, high);
     hx_mul_n(cross, r, r + low, low, inner);
     hx_mul_n(r, a, b, low, inner);
     hx_mul_n(r + 2 * low, a + low, b + low, high, inner);
-    JoinHalves(r, n, cross, a_sign != b_sign, inner);
+    JoinHalves(r, n, cross, aSign != bSign, inner);
 }
 
 static void KaratsubaSqr(hx_limb* r, const hx_limb* a, size_t n, hx_limb* scratch) {
@@ -101,6 +98,8 @@ void hx_sqr(hx_limb* r, const hx_limb* a, size_t n, hx_limb* scratch) {
 }
 
 size_t hx_mul_scratch(size_t an, size_t bn) {
+    if (an < bn)
+        return hx_mul_scratch(bn, an);
     if (bn < HX_KARATSUBA_MUL || bn < KaratsubaLeast)
         return 0;
     const size_t inner = hx_mul_n_scratch(bn);
@@ -108,7 +107,7 @@ size_t hx_mul_scratch(size_t an, size_t bn) {
         return inner;
     const size_t rest = an % bn;
     const size_t last = rest == 0 ? 0 : hx_mul_scratch(bn, rest);
-    return 2 * bn + (inner > last ? inner : last);
+    return 2 * bn + hx_larger(inner, last);
 }
 
 size_t hx_mul_scratch_bound(size_t n) {
@@ -124,6 +123,10 @@ size_t hx_mul_scratch_bound(size_t n) {
 /* Cuts the longer operand into pieces of the length of the shorter one. */
 void hx_mul(hx_limb* r, const hx_limb* a, size_t an, const hx_limb* b, size_t bn,
             hx_limb* scratch) {
+    if (an < bn) {
+        hx_mul(r, b, bn, a, an, scratch);
+        return;
+    }
     if (bn < HX_KARATSUBA_MUL || bn < KaratsubaLeast) {
         hx_mul_basecase(r, a, an, b, bn);
         return;
@@ -136,7 +139,7 @@ void hx_mul(hx_limb* r, const hx_limb* a, size_t an, const hx_limb* b, size_t bn
     hx_limb* inner = scratch + 2 * bn;
     hx_mul_n(r, a, b, bn, inner);
     for (size_t done = bn; done < an;) {
-        const size_t length = an - done < bn ? an - done : bn;
+        const size_t length = hx_smaller(an - done, bn);
         if (length == bn)
             hx_mul_n(piece, a + done, b, bn, inner);
         else

@@ -64,7 +64,7 @@ static void SquareGroups(hx_limb* r, const hx_limb* a, size_t n) {
 /* Adds the products of the limbs of the two groups in each block, which lie apart. */
 static void AddCrosses(hx_limb* r, const hx_limb* a, size_t n) {
     for (size_t i = 0; i + Group < n; i += HX_BLOCK) {
-        const size_t second = n - i - Group < Group ? n - i - Group : Group;
+        const size_t second = hx_smaller(n - i - Group, Group);
         hx_limb cross[2 * Group] = {0};
         AddmulBlockAdx(cross, a + i + Group, second, a + i, Group);
         hx_limb* at = r + 2 * i + Group;
@@ -98,7 +98,7 @@ void hx_addmul_block(hx_limb* r, const hx_limb* b, size_t n, const hx_limb* a, s
 void hx_mul_basecase(hx_limb* r, const hx_limb* a, size_t an, const hx_limb* b, size_t bn) {
     hx_zero(r, an);
     for (size_t i = 0; i < bn; i += HX_BLOCK)
-        hx_addmul_block(r + i, a, an, b + i, bn - i < HX_BLOCK ? bn - i : HX_BLOCK);
+        hx_addmul_block(r + i, a, an, b + i, hx_smaller(bn - i, HX_BLOCK));
 }
 
 void hx_sqr_basecase(hx_limb* r, const hx_limb* a, size_t n) {

@@ -45,7 +45,7 @@ static size_t Chunks(size_t digits, const Radix* r) {
 size_t hx_text_limbs(size_t digits, unsigned radix) {
     const Radix r = Describe(radix);
     if (r.bits != 0)
-        return (size_t)(((uint64_t)digits * r.bits + HX_LIMB_BITS - 1) / HX_LIMB_BITS) + 1;
+        return hx_limbs_of_bits((uint64_t)digits * r.bits) + 1;
     return Chunks(digits, &r) + 1;
 }
 
@@ -152,10 +152,7 @@ static size_t ReadHalves(hx_limb* r, const unsigned char* values, size_t digits,
     size_t n = 0;
     if (hn > 0) {
         n = pn + hn;
-        if (pn >= hn)
-            hx_mul(r, power, pn, part, hn, part + hn);
-        else
-            hx_mul(r, part, hn, power, pn, part + hn);
+        hx_mul(r, power, pn, part, hn, part + hn);
     }
     const size_t ln = ReadHalves(part, values + high, low, radix, p, part + Chunks(low, radix) + 1);
     if (n < ln) {

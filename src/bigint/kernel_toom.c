@@ -6,7 +6,7 @@
 /* The values of one operand, k + 1 limbs each. */
 typedef struct {
     hx_limb* at1;
-    hx_limb* at_minus1; /* magnitude */
+    hx_limb* atMinus1; /* magnitude */
     hx_limb* at2;
 } Values;
 
@@ -36,10 +36,10 @@ static int Evaluate(const hx_limb* a, Thirds t, Values v) {
     v.at1[k] = v.at2[k] + hx_add_n(v.at1, v.at2, a1, k);
     const int negative = v.at2[k] == 0 && hx_cmp_n(v.at2, a1, k) < 0;
     if (negative) {
-        hx_sub_n(v.at_minus1, a1, v.at2, k);
-        v.at_minus1[k] = 0;
+        hx_sub_n(v.atMinus1, a1, v.at2, k);
+        v.atMinus1[k] = 0;
     } else {
-        v.at_minus1[k] = v.at2[k] - hx_sub_n(v.at_minus1, v.at2, a1, k);
+        v.atMinus1[k] = v.at2[k] - hx_sub_n(v.atMinus1, v.at2, a1, k);
     }
     /* a0 + 2 (a1 + 2 a2) */
     hx_copy(v.at2, a2, t.top);
@@ -67,12 +67,12 @@ static void DivideBy3(hx_limb* a, size_t n) {
 
 /* Adds `n` limbs at a place of r that has `room`, where what does not fit is zero. */
 static void AddAt(hx_limb* r, size_t room, const hx_limb* a, size_t n) {
-    hx_add(r, r, room, a, n < room ? n : room);
+    hx_add(r, r, room, a, hx_smaller(n, room));
 }
 
-/* r holds the lowest and the highest coefficient with a gap of 2k limbs between; w1, w_minus1 and
+/* r holds the lowest and the highest coefficient with a gap of 2k limbs between; w1, wMinus1 and
  * w2 hold the values there, which become the other three. */
-static void Interpolate(hx_limb* r, size_t n, hx_limb* w1, hx_limb* w_minus1, hx_limb* w2,
+static void Interpolate(hx_limb* r, size_t n, hx_limb* w1, hx_limb* wMinus1, hx_limb* w2,
                         int negative) {
     const Thirds t = Split(n);
     const size_t k = t.k;
@@ -80,25 +80,25 @@ static void Interpolate(hx_limb* r, size_t n, hx_limb* w1, hx_limb* w_minus1, hx
     const hx_limb* lowest = r;
     const hx_limb* highest = r + 4 * k;
     if (negative) {
-        hx_add_n(w2, w2, w_minus1, m);
-        hx_add_n(w_minus1, w1, w_minus1, m);
+        hx_add_n(w2, w2, wMinus1, m);
+        hx_add_n(wMinus1, w1, wMinus1, m);
     } else {
-        hx_sub_n(w2, w2, w_minus1, m);
-        hx_sub_n(w_minus1, w1, w_minus1, m);
+        hx_sub_n(w2, w2, wMinus1, m);
+        hx_sub_n(wMinus1, w1, wMinus1, m);
     }
-    DivideBy3(w2, m);                         /* c1 + c2 + 3 c3 + 5 c4 */
-    hx_shift_right(w_minus1, w_minus1, m, 1); /* c1 + c3 */
-    hx_sub(w1, w1, m, lowest, 2 * k);         /* c1 + c2 + c3 + c4 */
+    DivideBy3(w2, m);                       /* c1 + c2 + 3 c3 + 5 c4 */
+    hx_shift_right(wMinus1, wMinus1, m, 1); /* c1 + c3 */
+    hx_sub(w1, w1, m, lowest, 2 * k);       /* c1 + c2 + c3 + c4 */
     hx_sub_n(w2, w2, w1, m);
     hx_shift_right(w2, w2, m, 1); /* c3 + 2 c4 */
-    hx_sub_n(w1, w1, w_minus1, m);
+    hx_sub_n(w1, w1, wMinus1, m);
     hx_sub(w1, w1, m, highest, 2 * t.top); /* c2 */
     hx_sub(w2, w2, m, highest, 2 * t.top);
     hx_sub(w2, w2, m, highest, 2 * t.top); /* c3 */
-    hx_sub_n(w_minus1, w_minus1, w2, m);   /* c1 */
+    hx_sub_n(wMinus1, wMinus1, w2, m);     /* c1 */
     hx_copy(r + 2 * k, w1, 2 * k);
     AddAt(r + 4 * k, 2 * t.top, w1 + 2 * k, 2);
-    AddAt(r + k, 2 * n - k, w_minus1, m);
+    AddAt(r + k, 2 * n - k, wMinus1, m);
     AddAt(r + 3 * k, 2 * n - 3 * k, w2, m);
 }
 
@@ -107,27 +107,27 @@ void hx_toom3_mul_n(hx_limb* r, const hx_limb* a, const hx_limb* b, size_t n, hx
     const size_t k = t.k;
     const size_t m = 2 * k + 2;
     hx_limb* w1 = scratch;
-    hx_limb* w_minus1 = w1 + m;
-    hx_limb* w2 = w_minus1 + m;
+    hx_limb* wMinus1 = w1 + m;
+    hx_limb* w2 = wMinus1 + m;
     hx_limb* values = w2 + m;
     hx_limb* inner = values + 6 * (k + 1);
     const Values va = {values, values + (k + 1), values + 2 * (k + 1)};
-    const int a_negative = Evaluate(a, t, va);
+    const int aNegative = Evaluate(a, t, va);
     if (a == b) {
         hx_sqr(w1, va.at1, k + 1, inner);
-        hx_sqr(w_minus1, va.at_minus1, k + 1, inner);
+        hx_sqr(wMinus1, va.atMinus1, k + 1, inner);
         hx_sqr(w2, va.at2, k + 1, inner);
         hx_sqr(r, a, k, inner);
         hx_sqr(r + 4 * k, a + 2 * k, t.top, inner);
-        Interpolate(r, n, w1, w_minus1, w2, 0);
+        Interpolate(r, n, w1, wMinus1, w2, 0);
         return;
     }
     const Values vb = {values + 3 * (k + 1), values + 4 * (k + 1), values + 5 * (k + 1)};
-    const int b_negative = Evaluate(b, t, vb);
+    const int bNegative = Evaluate(b, t, vb);
     hx_mul_n(w1, va.at1, vb.at1, k + 1, inner);
-    hx_mul_n(w_minus1, va.at_minus1, vb.at_minus1, k + 1, inner);
+    hx_mul_n(wMinus1, va.atMinus1, vb.atMinus1, k + 1, inner);
     hx_mul_n(w2, va.at2, vb.at2, k + 1, inner);
     hx_mul_n(r, a, b, k, inner);
     hx_mul_n(r + 4 * k, a + 2 * k, b + 2 * k, t.top, inner);
-    Interpolate(r, n, w1, w_minus1, w2, a_negative != b_negative);
+    Interpolate(r, n, w1, wMinus1, w2, aNegative != bNegative);
 }

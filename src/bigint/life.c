@@ -1,23 +1,10 @@
-/* Life of a record, and the default precision. */
+/* Creation, copies and release of records. */
 #include <stdlib.h>
 
 #include "record.h"
 
-enum { DefaultPrecision = 64 };
-
-static uint32_t g_precision = DefaultPrecision;
-
-uint32_t mp_get_prec(void) {
-    return g_precision;
-}
-
-uint32_t mp_set_prec(uint32_t prec) {
-    g_precision = prec == 0 ? DefaultPrecision : prec;
-    return g_precision;
-}
-
 int mp_init(mp_int* mp) {
-    return mp_init_size(mp, g_precision);
+    return mp_init_size(mp, mp_get_prec());
 }
 
 int mp_init_size(mp_int* mp, uint32_t digits) {
@@ -30,22 +17,23 @@ int mp_init_size(mp_int* mp, uint32_t digits) {
     return MP_SUCCESS;
 }
 
-/* The records are written when the memory of all of them is there. */
+/* Writes no record before the memory for all of them is allocated. */
 int mp_init_array(mp_int* mp, int count) {
     if (mp == NULL || count < 1)
         return MP_INVALID_PARAMETER;
+    const uint32_t alloc = mp_get_prec();
     mp_digit** fresh = calloc((size_t)count, sizeof(mp_digit*));
-    int made = 0;
-    while (fresh != NULL && made < count && (fresh[made] = hx_new_digits(g_precision)) != NULL)
-        ++made;
-    for (int i = 0; i < made; ++i) {
-        if (made == count)
-            mp[i] = (mp_int){.sign = 0, .alloc = g_precision, .used = 1, .dp = fresh[i]};
+    int allocated = 0;
+    while (fresh != NULL && allocated < count && (fresh[allocated] = hx_new_digits(alloc)) != NULL)
+        ++allocated;
+    for (int i = 0; i < allocated; ++i) {
+        if (allocated == count)
+            mp[i] = (mp_int){.sign = 0, .alloc = alloc, .used = 1, .dp = fresh[i]};
         else
             free(fresh[i]);
     }
     free(fresh);
-    return made == count ? MP_SUCCESS : MP_OUT_OF_MEMORY;
+    return allocated == count ? MP_SUCCESS : MP_OUT_OF_MEMORY;
 }
 
 int mp_init_copy(mp_int* mp, const mp_int* from) {
@@ -68,9 +56,9 @@ int mp_copy(const mp_int* from, mp_int* to) {
 int mp_exch(mp_int* a, mp_int* b) {
     if (a == NULL || b == NULL)
         return MP_INVALID_PARAMETER;
-    const mp_int kept = *a;
+    const mp_int first = *a;
     *a = *b;
-    *b = kept;
+    *b = first;
     return MP_SUCCESS;
 }
 
@@ -92,21 +80,18 @@ int mp_clear_array(mp_int* mp, int count) {
 }
 
 int mp_zero(mp_int* mp) {
-    return mp_set(mp, 0);
+    return mp_set_int(mp, 0);
 }
 
 int mp_set(mp_int* mp, mp_digit d) {
-    if (!hx_is_valid(mp))
-        return MP_INVALID_PARAMETER;
-    const hx_limb limb = d;
-    return hx_store(mp, &limb, 1, 0);
+    return mp_set_int(mp, d);
 }
 
 int mp_set_int(mp_int* mp, long value) {
     if (!hx_is_valid(mp))
         return MP_INVALID_PARAMETER;
-    const hx_limb limb = hx_magnitude(value);
-    return hx_store(mp, &limb, 1, value < 0);
+    hx_small small;
+    return hx_copy_signed(hx_set_small(&small, value), value < 0, mp);
 }
 
 int mp_shrink(mp_int* mp) {

@@ -1,8 +1,7 @@
-/* One limb: 64 bits, the value of four digits. Products and quotients of single limbs, and the way
- * between limbs and digits, which are all that depends on the machine.
+/* One limb: 64 bits. Products and sums of single limbs depend on the machine here only.
  *
- * HX_BIGINT_PORTABLE leaves out what belongs to one compiler or machine: the 128-bit type, the
- * assembly, and the reading of four digits as one word. */
+ * HX_BIGINT_PORTABLE leaves out everything that belongs to one compiler or machine: the 128-bit
+ * type, the assembly, and the copying of digits as a block. */
 #ifndef HX_BIGINT_LIMB_H
 #define HX_BIGINT_LIMB_H
 
@@ -10,11 +9,9 @@
 #include <stdint.h>
 #include <string.h>
 
-#include "mp_int.h"
-
 typedef uint64_t hx_limb;
 
-enum { HX_LIMB_BITS = 64, HX_LIMB_DIGITS = 4, HX_DIGIT_BITS = 16 };
+enum { HX_LIMB_BITS = 64 };
 
 #define HX_LIMB_MAX UINT64_MAX
 
@@ -25,14 +22,7 @@ __extension__ typedef unsigned __int128 hx_wide;
 #define HX_WIDE_PRODUCTS 0
 #endif
 
-#if !defined(HX_BIGINT_PORTABLE) && defined(__BYTE_ORDER__) && \
-    __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
-#define HX_DIGITS_ARE_LIMBS 1
-#else
-#define HX_DIGITS_ARE_LIMBS 0
-#endif
-
-/* The lower limb of a * b; the upper one goes to *high. */
+/* Returns the lower limb of a * b and stores the upper one in *high. */
 static inline hx_limb hx_mul_wide(hx_limb a, hx_limb b, hx_limb* high) {
 #if HX_WIDE_PRODUCTS
     const hx_wide product = (hx_wide)a * b;
@@ -48,7 +38,7 @@ static inline hx_limb hx_mul_wide(hx_limb a, hx_limb b, hx_limb* high) {
 #endif
 }
 
-/* a * b + c + *carry; the upper limb goes to *carry. */
+/* Returns the lower limb of a * b + c + *carry and stores the upper one in *carry. */
 static inline hx_limb hx_mul_add(hx_limb a, hx_limb b, hx_limb c, hx_limb* carry) {
 #if HX_WIDE_PRODUCTS
     const hx_wide sum = (hx_wide)a * b + c + *carry;
@@ -66,7 +56,7 @@ static inline hx_limb hx_mul_add(hx_limb a, hx_limb b, hx_limb c, hx_limb* carry
 #endif
 }
 
-/* a + b + *carry with a carry of 0 or 1. */
+/* Returns a + b + *carry and stores the new carry; a carry is 0 or 1. */
 static inline hx_limb hx_add_carry(hx_limb a, hx_limb b, hx_limb* carry) {
     const hx_limb first = a + b;
     const hx_limb sum = first + *carry;
@@ -74,7 +64,7 @@ static inline hx_limb hx_add_carry(hx_limb a, hx_limb b, hx_limb* carry) {
     return sum;
 }
 
-/* a - b - *borrow with a borrow of 0 or 1. */
+/* Returns a - b - *borrow and stores the new borrow; a borrow is 0 or 1. */
 static inline hx_limb hx_sub_borrow(hx_limb a, hx_limb b, hx_limb* borrow) {
     const hx_limb first = a - b;
     const hx_limb difference = first - *borrow;
@@ -82,7 +72,7 @@ static inline hx_limb hx_sub_borrow(hx_limb a, hx_limb b, hx_limb* borrow) {
     return difference;
 }
 
-/* How many bits below the highest set one and this one included; 0 for 0. */
+/* Returns the number of bits up to the highest set one; 0 for 0. */
 static inline unsigned hx_bit_length(hx_limb a) {
 #if !defined(HX_BIGINT_PORTABLE) && defined(__GNUC__)
     return a == 0 ? 0 : HX_LIMB_BITS - (unsigned)__builtin_clzll(a);
@@ -98,15 +88,7 @@ static inline unsigned hx_bit_length(hx_limb a) {
 #endif
 }
 
-/* How many zero bits lie below the lowest set one; `a` is not 0. */
-static inline unsigned hx_trailing_zeros(hx_limb a) {
-    return hx_bit_length(a & (~a + 1)) - 1;
-}
-
-/* The 2/1 quotient of high:low by d, which has its top bit set and is above high. */
-hx_limb hx_div_wide(hx_limb high, hx_limb low, hx_limb d, hx_limb* remainder);
-
-/* Overwrites memory that is about to be freed; the compiler must not leave it out. */
+/* Zeroes memory before it is freed, in a way that the compiler cannot remove. */
 static inline void hx_wipe(void* memory, size_t size) {
 #if defined(__GNUC__)
     memset(memory, 0, size);
@@ -117,32 +99,12 @@ static inline void hx_wipe(void* memory, size_t size) {
 #endif
 }
 
-/* Limbs that hold so many digits. */
-static inline size_t hx_limbs_of_digits(size_t digits) {
-    return (digits + HX_LIMB_DIGITS - 1) / HX_LIMB_DIGITS;
+static inline size_t hx_larger(size_t a, size_t b) {
+    return a > b ? a : b;
 }
 
-/* Reads digits into the limbs that hold them. */
-static inline void hx_limbs_from_digits(hx_limb* to, const mp_digit* digits, size_t count) {
-#if HX_DIGITS_ARE_LIMBS
-    if (count % HX_LIMB_DIGITS != 0)
-        to[count / HX_LIMB_DIGITS] = 0;
-    memcpy(to, digits, count * sizeof(mp_digit));
-#else
-    memset(to, 0, hx_limbs_of_digits(count) * sizeof(hx_limb));
-    for (size_t i = 0; i < count; ++i)
-        to[i / HX_LIMB_DIGITS] |= (hx_limb)digits[i] << (i % HX_LIMB_DIGITS * HX_DIGIT_BITS);
-#endif
-}
-
-/* Writes the lowest `count` digits of the limbs. */
-static inline void hx_limbs_to_digits(mp_digit* digits, size_t count, const hx_limb* from) {
-#if HX_DIGITS_ARE_LIMBS
-    memcpy(digits, from, count * sizeof(mp_digit));
-#else
-    for (size_t i = 0; i < count; ++i)
-        digits[i] = (mp_digit)(from[i / HX_LIMB_DIGITS] >> (i % HX_LIMB_DIGITS * HX_DIGIT_BITS));
-#endif
+static inline size_t hx_smaller(size_t a, size_t b) {
+    return a < b ? a : b;
 }
 
 #endif

@@ -26,7 +26,7 @@ int mp_mul_2d(const mp_int* a, uint32_t bits, mp_int* product) {
     return code;
 }
 
-/* `limbs` becomes the value of the lowest bits, and the result is its length. */
+/* Cuts a number to its lowest bits and returns its length. */
 static size_t CutTo(hx_limb* limbs, size_t n, uint32_t bits) {
     const size_t whole = bits / HX_LIMB_BITS;
     if (n <= whole)
@@ -35,7 +35,7 @@ static size_t CutTo(hx_limb* limbs, size_t n, uint32_t bits) {
     return whole + 1;
 }
 
-/* The quotient and, where `r` is not null, the remainder. */
+/* Stores the quotient and, unless r is null, the remainder. */
 static int ShiftRight(const mp_int* a, uint32_t bits, mp_int* q, mp_int* r) {
     const size_t n = hx_limbs(a);
     hx_scratch s;
@@ -45,12 +45,12 @@ static int ShiftRight(const mp_int* a, uint32_t bits, mp_int* q, mp_int* r) {
     const hx_number number = hx_load(&s, a);
     hx_limb* quotient = hx_scratch_take(&s, n);
     hx_limb* rest = hx_scratch_take(&s, n);
-    const size_t low = bits / HX_LIMB_BITS < number.n ? bits / HX_LIMB_BITS : number.n;
+    const size_t low = hx_smaller(bits / HX_LIMB_BITS, number.n);
     hx_shift_right(quotient, number.limbs + low, number.n - low, (unsigned)(bits % HX_LIMB_BITS));
     hx_copy(rest, number.limbs, number.n);
     const size_t length = CutTo(rest, number.n, bits);
-    hx_result results[] = {{q, {quotient, number.n - low, number.negative}, NULL, 0},
-                           {r, {rest, length, number.negative}, NULL, 0}};
+    const hx_result results[] = {{q, {quotient, number.n - low, number.negative}},
+                                 {r, {rest, length, number.negative}}};
     code = hx_store_all(results, r == NULL ? 1 : 2);
     hx_scratch_close(&s);
     return code;
@@ -69,7 +69,6 @@ int mp_div_2d(const mp_int* a, uint32_t bits, mp_int* q, mp_int* r) {
 }
 
 int mp_2expt(uint32_t bits, mp_int* power) {
-    mp_digit digit = 1;
-    const mp_int one = {.sign = 0, .alloc = 1, .used = 1, .dp = &digit};
-    return mp_mul_2d(&one, bits, power);
+    hx_small one;
+    return mp_mul_2d(hx_set_small(&one, 1), bits, power);
 }

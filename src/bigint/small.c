@@ -2,15 +2,13 @@
 #include "record.h"
 
 int mp_add_d(const mp_int* a, mp_digit d, mp_int* sum) {
-    mp_digit digit = d;
-    const mp_int b = {.sign = 0, .alloc = 1, .used = 1, .dp = &digit};
-    return mp_add(a, &b, sum);
+    hx_small b;
+    return mp_add(a, hx_set_small(&b, d), sum);
 }
 
 int mp_sub_d(const mp_int* a, mp_digit d, mp_int* difference) {
-    mp_digit digit = d;
-    const mp_int b = {.sign = 0, .alloc = 1, .used = 1, .dp = &digit};
-    return mp_sub(a, &b, difference);
+    hx_small b;
+    return mp_sub(a, hx_set_small(&b, d), difference);
 }
 
 int mp_mul_d(const mp_int* a, mp_digit d, mp_int* product) {
@@ -49,13 +47,7 @@ int mp_div_d(const mp_int* a, mp_digit d, mp_int* q, mp_digit* r) {
     return code;
 }
 
-int mp_expt_d(const mp_int* a, mp_digit d, mp_int* power) {
-    mp_digit digit = d;
-    const mp_int exponent = {.sign = 0, .alloc = 1, .used = 1, .dp = &digit};
-    return mp_expt(a, &exponent, power);
-}
-
-/* Needs no memory: two digits at a time are divided where they stand. */
+/* Works on the digits in place: a remainder and the next digit fit into 32 bits. */
 int mp_mod_d(const mp_int* a, mp_digit d, mp_digit* r) {
     if (!hx_is_valid(a) || r == NULL)
         return MP_INVALID_PARAMETER;
