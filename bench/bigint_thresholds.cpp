@@ -14,11 +14,11 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-std::vector<hx_limb> Random(size_t n) {
+std::vector<HxLimb> Random(size_t n) {
     static std::mt19937_64 random(1);
-    std::vector<hx_limb> limbs(n);
+    std::vector<HxLimb> limbs(n);
     std::generate(limbs.begin(), limbs.end(), std::ref(random));
-    limbs.back() |= static_cast<hx_limb>(1) << 63;
+    limbs.back() |= static_cast<HxLimb>(1) << 63;
     return limbs;
 }
 
@@ -63,63 +63,62 @@ void Find(const char* name, size_t* threshold, size_t from, size_t to,
 }
 
 std::function<void()> Product(size_t n) {
-    return [a = Random(n), b = Random(n), r = std::vector<hx_limb>(2 * n),
-            scratch = std::vector<hx_limb>(hx_mul_scratch_bound(n) + 16 * n)]() mutable {
-        hx_mul_n(r.data(), a.data(), b.data(), a.size(), scratch.data());
+    return [a = Random(n), b = Random(n), r = std::vector<HxLimb>(2 * n),
+            scratch = std::vector<HxLimb>(HxMulScratchBound(n) + 16 * n)]() mutable {
+        HxMulN(r.data(), a.data(), b.data(), a.size(), scratch.data());
     };
 }
 
 std::function<void()> Square(size_t n) {
-    return [a = Random(n), r = std::vector<hx_limb>(2 * n),
-            scratch = std::vector<hx_limb>(hx_mul_scratch_bound(n) + 16 * n)]() mutable {
-        hx_sqr(r.data(), a.data(), a.size(), scratch.data());
+    return [a = Random(n), r = std::vector<HxLimb>(2 * n),
+            scratch = std::vector<HxLimb>(HxMulScratchBound(n) + 16 * n)]() mutable {
+        HxSqr(r.data(), a.data(), a.size(), scratch.data());
     };
 }
 
 std::function<void()> Quotient(size_t n) {
-    return [a = Random(2 * n), b = Random(n), q = std::vector<hx_limb>(n + 1),
-            scratch = std::vector<hx_limb>(hx_div_scratch_bound(2 * n) + 16 * n)]() mutable {
-        std::vector<hx_limb>& rest = a;
-        hx_div_normal(q.data(), rest.data(), rest.size(), b.data(), b.size(), scratch.data());
-        rest.back() |= static_cast<hx_limb>(1) << 62;
+    return [a = Random(2 * n), b = Random(n), q = std::vector<HxLimb>(n + 1),
+            scratch = std::vector<HxLimb>(HxDivScratchBound(2 * n) + 16 * n)]() mutable {
+        std::vector<HxLimb>& rest = a;
+        HxDivNormal(q.data(), rest.data(), rest.size(), b.data(), b.size(), scratch.data());
+        rest.back() |= static_cast<HxLimb>(1) << 62;
     };
 }
 
 std::function<void()> Power(size_t n) {
-    return [a = Random(n), m = Random(n), r = std::vector<hx_limb>(n),
-            scratch = std::vector<hx_limb>(hx_powm_scratch(n))]() mutable {
-        const hx_limb exponent = 5;
+    return [a = Random(n), m = Random(n), r = std::vector<HxLimb>(n),
+            scratch = std::vector<HxLimb>(HxPowmScratch(n))]() mutable {
+        const HxLimb exponent = 5;
         a.back() = 0;
-        hx_powm(r.data(), a.data(), &exponent, 1, m.data(), m.size(), scratch.data());
+        HxPowm(r.data(), a.data(), &exponent, 1, m.data(), m.size(), scratch.data());
     };
 }
 
 std::function<void()> Text(size_t n) {
-    return [a = Random(n), copy = std::vector<hx_limb>(n), n]() mutable {
-        std::vector<unsigned char> digits(hx_text_digits(n, 10));
-        std::vector<hx_limb> scratch(hx_to_text_scratch(n, 10) + 1);
+    return [a = Random(n), copy = std::vector<HxLimb>(n), n]() mutable {
+        std::vector<unsigned char> digits(HxTextDigits(n, 10));
+        std::vector<HxLimb> scratch(HxToTextScratch(n, 10) + 1);
         copy = a;
-        hx_to_text(digits.data(), copy.data(), n, 10, scratch.data());
+        HxToText(digits.data(), copy.data(), n, 10, scratch.data());
     };
 }
 
 }  // namespace
 
 int main() {
-    hx_karatsuba_mul = hx_karatsuba_sqr = hx_toom3_mul = hx_toom3_sqr = hx_whole_reduction =
-        SIZE_MAX;
-    hx_recursive_div = SIZE_MAX;
-    Find("HX_KARATSUBA_MUL", &hx_karatsuba_mul, 16, 200, Product);
-    Find("HX_KARATSUBA_SQR", &hx_karatsuba_sqr, 16, 300, Square);
-    Find("HX_TOOM3_MUL", &hx_toom3_mul, 2 * hx_karatsuba_mul, 1000, Product);
-    Find("HX_TOOM3_SQR", &hx_toom3_sqr, 2 * hx_karatsuba_sqr, 1000, Square);
-    Find("HX_RECURSIVE_DIV", &hx_recursive_div, 16, 300, Quotient);
-    Find("HX_WHOLE_REDUCTION", &hx_whole_reduction, 100, 1500, Power);
+    hxKaratsubaMul = hxKaratsubaSqr = hxToom3Mul = hxToom3Sqr = hxWholeReduction = SIZE_MAX;
+    hxRecursiveDiv = SIZE_MAX;
+    Find("HX_KARATSUBA_MUL", &hxKaratsubaMul, 16, 200, Product);
+    Find("HX_KARATSUBA_SQR", &hxKaratsubaSqr, 16, 300, Square);
+    Find("HX_TOOM3_MUL", &hxToom3Mul, 2 * hxKaratsubaMul, 1000, Product);
+    Find("HX_TOOM3_SQR", &hxToom3Sqr, 2 * hxKaratsubaSqr, 1000, Square);
+    Find("HX_RECURSIVE_DIV", &hxRecursiveDiv, 16, 300, Quotient);
+    Find("HX_WHOLE_REDUCTION", &hxWholeReduction, 100, 1500, Power);
     // The number of chunks, which the text of so many limbs just exceeds.
     std::printf("HX_RECURSIVE_TEXT, time of 1000 limbs for each (first = 1):\n");
     double reference = 0;
     for (const size_t least : {6U, 8U, 10U, 12U, 15U, 20U, 25U, 30U, 40U, 60U}) {
-        hx_recursive_text = least;
+        hxRecursiveText = least;
         std::vector<double> times;
         for (int i = 0; i < 7; ++i)
             times.push_back(TimeOf(Text(1000)));

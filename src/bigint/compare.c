@@ -12,7 +12,7 @@ static int CompareMagnitudes(const mp_int* a, const mp_int* b) {
 }
 
 int mp_cmp(const mp_int* a, const mp_int* b) {
-    if (!hx_is_valid(a) || !hx_is_valid(b))
+    if (!HxIsValid(a) || !HxIsValid(b))
         return MP_INVALID_PARAMETER;
     if ((a->sign != 0) != (b->sign != 0))
         return a->sign != 0 ? -1 : 1;
@@ -20,14 +20,14 @@ int mp_cmp(const mp_int* a, const mp_int* b) {
 }
 
 int mp_cmp_mag(const mp_int* a, const mp_int* b) {
-    if (!hx_is_valid(a) || !hx_is_valid(b))
+    if (!HxIsValid(a) || !HxIsValid(b))
         return MP_INVALID_PARAMETER;
     return CompareMagnitudes(a, b);
 }
 
 int mp_cmp_int(const mp_int* a, long value) {
-    hx_small b;
-    return mp_cmp(a, hx_set_small(&b, value));
+    HxSmall b;
+    return mp_cmp(a, HxSetSmall(&b, value));
 }
 
 int mp_cmp_d(const mp_int* a, mp_digit d) {
@@ -35,21 +35,21 @@ int mp_cmp_d(const mp_int* a, mp_digit d) {
 }
 
 int mp_cmp_z(const mp_int* a) {
-    if (!hx_is_valid(a))
+    if (!HxIsValid(a))
         return MP_INVALID_PARAMETER;
     if (a->sign != 0)
         return -1;
-    return hx_is_zero(a) ? 0 : 1;
+    return HxIsZero(a) ? 0 : 1;
 }
 
 int mp_isodd(const mp_int* a) {
-    if (!hx_is_valid(a))
+    if (!HxIsValid(a))
         return MP_INVALID_PARAMETER;
     return (a->dp[0] & 1) != 0 ? MP_YES : MP_NO;
 }
 
 int mp_iseven(const mp_int* a) {
-    if (!hx_is_valid(a))
+    if (!HxIsValid(a))
         return MP_INVALID_PARAMETER;
     return (a->dp[0] & 1) == 0 ? MP_YES : MP_NO;
 }

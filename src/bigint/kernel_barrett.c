@@ -6,62 +6,62 @@
 
 typedef struct {
     size_t k;
-    hx_limb* m;       /* k limbs, the top bit set */
-    hx_limb* v;       /* k limbs */
-    hx_limb* product; /* 2k limbs, what is to be reduced */
-    hx_limb* high;    /* 2k limbs: xh * v */
-    hx_limb* low;     /* 2k limbs and a block: q * m */
-    hx_limb* inner;   /* for products */
+    HxLimb* m;       /* k limbs, the top bit set */
+    HxLimb* v;       /* k limbs */
+    HxLimb* product; /* 2k limbs, what is to be reduced */
+    HxLimb* high;    /* 2k limbs: xh * v */
+    HxLimb* low;     /* 2k limbs and a block: q * m */
+    HxLimb* inner;   /* for products */
 } Barrett;
 
 /* The columns of a * b from k-2 on; what is left out is below one unit of column k. */
-static void MultiplyHigh(hx_limb* r, const hx_limb* a, const hx_limb* b, size_t k) {
+static void MultiplyHigh(HxLimb* r, const HxLimb* a, const HxLimb* b, size_t k) {
     const size_t lowest = k > HX_BLOCK + 1 ? k - HX_BLOCK - 1 : 0;
-    hx_zero(r + lowest, k - lowest);
+    HxZero(r + lowest, k - lowest);
     for (size_t i = 0; i < k; i += HX_BLOCK) {
-        const size_t w = hx_smaller(k - i, HX_BLOCK);
+        const size_t w = HxSmaller(k - i, HX_BLOCK);
         const size_t from = k > i + w + 1 ? k - i - w - 1 : 0;
-        hx_addmul_block(r + i + from, b + from, k - from, a + i, w);
+        HxAddmulBlock(r + i + from, b + from, k - from, a + i, w);
     }
 }
 
 /* The lowest k+1 limbs of a * b. */
-static void MultiplyLow(hx_limb* r, const hx_limb* a, const hx_limb* b, size_t k) {
-    hx_zero(r, k);
+static void MultiplyLow(HxLimb* r, const HxLimb* a, const HxLimb* b, size_t k) {
+    HxZero(r, k);
     for (size_t i = 0; i < k; i += HX_BLOCK)
-        hx_addmul_block(r + i, b, i == 0 ? k : k + 1 - i, a + i, hx_smaller(k - i, HX_BLOCK));
+        HxAddmulBlock(r + i, b, i == 0 ? k : k + 1 - i, a + i, HxSmaller(k - i, HX_BLOCK));
 }
 
 /* r = the product modulo m. */
-static void Reduce(const Barrett* b, hx_limb* r) {
+static void Reduce(const Barrett* b, HxLimb* r) {
     const size_t k = b->k;
-    hx_limb* x = b->product;
-    hx_limb* q = b->high + k;
+    HxLimb* x = b->product;
+    HxLimb* q = b->high + k;
     /* Long numbers: whole products by a faster method beat halves by the quadratic one. */
     if (k < HX_WHOLE_REDUCTION)
         MultiplyHigh(b->high, x + k, b->v, k);
     else
-        hx_mul_n(b->high, x + k, b->v, k, b->inner);
-    hx_add_n(q, q, x + k, k);
+        HxMulN(b->high, x + k, b->v, k, b->inner);
+    HxAddN(q, q, x + k, k);
     if (k < HX_WHOLE_REDUCTION)
         MultiplyLow(b->low, q, b->m, k);
     else
-        hx_mul_n(b->low, q, b->m, k, b->inner);
-    hx_sub_n(x, x, b->low, k + 1);
-    while (x[k] != 0 || hx_cmp_n(x, b->m, k) >= 0)
-        x[k] -= hx_sub_n(x, x, b->m, k);
-    hx_copy(r, x, k);
+        HxMulN(b->low, q, b->m, k, b->inner);
+    HxSubN(x, x, b->low, k + 1);
+    while (x[k] != 0 || HxCmpN(x, b->m, k) >= 0)
+        x[k] -= HxSubN(x, x, b->m, k);
+    HxCopy(r, x, k);
 }
 
 static size_t InnerScratch(size_t k) {
-    return hx_larger(hx_mul_n_scratch(k), hx_div_normal_scratch(2 * k, k));
+    return HxLarger(HxMulNScratch(k), HxDivNormalScratch(2 * k, k));
 }
 
-size_t hx_powm_scratch(size_t mn) {
+size_t HxPowmScratch(size_t mn) {
     return 10 * mn + (size_t)2 * HX_BLOCK + InnerScratch(mn);
 }
 
-static Barrett SetUp(const hx_limb* m, size_t k, unsigned shift, hx_limb* scratch) {
+static Barrett SetUp(const HxLimb* m, size_t k, unsigned shift, HxLimb* scratch) {
     Barrett b;
     b.k = k;
     b.m = scratch;
@@ -70,44 +70,44 @@ static Barrett SetUp(const hx_limb* m, size_t k, unsigned shift, hx_limb* scratc
     b.high = b.product + 2 * k;
     b.low = b.high + 2 * k + HX_BLOCK;
     b.inner = b.low + 2 * k + HX_BLOCK;
-    hx_shift_left(b.m, m, k, shift);
-    memset(b.product, 0xff, 2 * k * sizeof(hx_limb));
-    hx_div_normal(b.high, b.product, 2 * k, b.m, k, b.inner);
-    hx_copy(b.v, b.high, k);
+    HxShiftLeft(b.m, m, k, shift);
+    memset(b.product, 0xff, 2 * k * sizeof(HxLimb));
+    HxDivNormal(b.high, b.product, 2 * k, b.m, k, b.inner);
+    HxCopy(b.v, b.high, k);
     return b;
 }
 
-static int BitAt(const hx_limb* a, uint64_t i) {
+static int BitAt(const HxLimb* a, uint64_t i) {
     return (int)(a[i / HX_LIMB_BITS] >> (i % HX_LIMB_BITS) & 1);
 }
 
-void hx_powm(hx_limb* r, const hx_limb* base, const hx_limb* exponent, size_t en, const hx_limb* m,
-             size_t mn, hx_limb* scratch) {
-    hx_limb* x = scratch;
-    hx_limb* s = x + mn;
-    const unsigned shift = HX_LIMB_BITS - hx_bit_length(m[mn - 1]);
+void HxPowm(HxLimb* r, const HxLimb* base, const HxLimb* exponent, size_t en, const HxLimb* m,
+            size_t mn, HxLimb* scratch) {
+    HxLimb* x = scratch;
+    HxLimb* s = x + mn;
+    const unsigned shift = HX_LIMB_BITS - HxBitLength(m[mn - 1]);
     const Barrett b = SetUp(m, mn, shift, s + mn);
-    const uint64_t bits = hx_bits(exponent, en);
+    const uint64_t bits = HxBits(exponent, en);
     int first = 1;
-    hx_copy(s, base, mn);
+    HxCopy(s, base, mn);
     for (uint64_t i = 0; i < bits; ++i) {
         if (i > 0) {
-            hx_sqr(b.product, s, mn, b.inner);
+            HxSqr(b.product, s, mn, b.inner);
             Reduce(&b, s);
         }
         if (!BitAt(exponent, i))
             continue;
         if (first) {
-            hx_copy(x, s, mn);
+            HxCopy(x, s, mn);
         } else {
-            hx_mul_n(b.product, x, s, mn, b.inner);
+            HxMulN(b.product, x, s, mn, b.inner);
             Reduce(&b, x);
         }
         first = 0;
     }
     /* x is below the shifted modulus: shifted as well, it leaves the shifted result. */
-    hx_limb* quotient = b.high;
-    b.product[mn] = hx_shift_left(b.product, x, mn, shift);
-    hx_div_normal(quotient, b.product, mn + 1, b.m, mn, b.inner);
-    hx_shift_right(r, b.product, mn, shift);
+    HxLimb* quotient = b.high;
+    b.product[mn] = HxShiftLeft(b.product, x, mn, shift);
+    HxDivNormal(quotient, b.product, mn + 1, b.m, mn, b.inner);
+    HxShiftRight(r, b.product, mn, shift);
 }

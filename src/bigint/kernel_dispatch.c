@@ -26,7 +26,7 @@ static int Ask(void) {
 }
 #endif
 
-int hx_has_adx(void) {
+int HxHasAdx(void) {
     static atomic_int answer = Unknown;
     int known = atomic_load_explicit(&answer, memory_order_relaxed);
     if (known == Unknown) {
@@ -39,6 +39,6 @@ int hx_has_adx(void) {
 #else
 
 /* A translation unit is not empty. */
-typedef int hx_no_assembly;
+typedef int HxNoAssembly;
 
 #endif

@@ -9,13 +9,13 @@ typedef struct {
     unsigned radix;
     unsigned bits;   /* of a digit, for a power of two; else 0 */
     unsigned digits; /* of a chunk */
-    hx_limb chunk;
+    HxLimb chunk;
 } Radix;
 
 /* The chunk to the powers least, 2 least, 4 least ... */
 typedef struct {
     size_t count;
-    hx_limb* power[Levels];
+    HxLimb* power[Levels];
     size_t length[Levels];
 } Powers;
 
@@ -25,8 +25,8 @@ static Radix Describe(unsigned radix) {
         return (Radix){10, 0, 19, 10000000000000000000U};
     Radix r = {radix, 0, 1, radix};
     if ((radix & (radix - 1)) == 0)
-        r.bits = hx_bit_length(radix) - 1;
-    for (const hx_limb most = HX_LIMB_MAX / radix; r.chunk <= most;) {
+        r.bits = HxBitLength(radix) - 1;
+    for (const HxLimb most = HX_LIMB_MAX / radix; r.chunk <= most;) {
         r.chunk *= radix;
         ++r.digits;
     }
@@ -42,16 +42,16 @@ static size_t Chunks(size_t digits, const Radix* r) {
     return (digits + r->digits - 1) / r->digits;
 }
 
-size_t hx_text_limbs(size_t digits, unsigned radix) {
+size_t HxTextLimbs(size_t digits, unsigned radix) {
     const Radix r = Describe(radix);
     if (r.bits != 0)
-        return hx_limbs_of_bits((uint64_t)digits * r.bits) + 1;
+        return HxLimbsOfBits((uint64_t)digits * r.bits) + 1;
     return Chunks(digits, &r) + 1;
 }
 
 /* How many chunks of the radix n limbs may need: a chunk has at least this share of 64 bits. */
 static size_t ChunksOfLimbs(size_t n, const Radix* r) {
-    const unsigned bits = hx_bit_length(r->chunk) - 1;
+    const unsigned bits = HxBitLength(r->chunk) - 1;
     return (size_t)(((uint64_t)n * HX_LIMB_BITS + bits - 1) / bits);
 }
 
@@ -63,7 +63,7 @@ static size_t LevelsFor(size_t chunks) {
     return level;
 }
 
-size_t hx_text_digits(size_t n, unsigned radix) {
+size_t HxTextDigits(size_t n, unsigned radix) {
     const Radix r = Describe(radix);
     if (r.bits != 0)
         return (size_t)(((uint64_t)n * HX_LIMB_BITS + r.bits - 1) / r.bits);
@@ -77,7 +77,7 @@ static size_t PowersSize(size_t levels) {
     return (Least() << levels) + levels + 1;
 }
 
-static Powers MakePowers(const Radix* r, size_t levels, hx_limb* memory, hx_limb* rest) {
+static Powers MakePowers(const Radix* r, size_t levels, HxLimb* memory, HxLimb* rest) {
     Powers p = {.count = levels};
     for (size_t i = 0; i < levels; ++i) {
         p.power[i] = memory;
@@ -85,13 +85,13 @@ static Powers MakePowers(const Radix* r, size_t levels, hx_limb* memory, hx_limb
             memory[0] = r->chunk;
             p.length[0] = 1;
             for (size_t j = 1; j < Least(); ++j) {
-                memory[p.length[0]] = hx_mul_1(memory, memory, p.length[0], r->chunk, 0);
+                memory[p.length[0]] = HxMul1(memory, memory, p.length[0], r->chunk, 0);
                 p.length[0] += memory[p.length[0]] != 0;
             }
         } else {
             const size_t n = p.length[i - 1];
-            hx_sqr(memory, p.power[i - 1], n, rest);
-            p.length[i] = hx_normal(memory, 2 * n);
+            HxSqr(memory, p.power[i - 1], n, rest);
+            p.length[i] = HxNormal(memory, 2 * n);
         }
         memory += Least() << i;
     }
@@ -100,37 +100,37 @@ static Powers MakePowers(const Radix* r, size_t levels, hx_limb* memory, hx_limb
 
 /* --- Reading ------------------------------------------------------------------------------ */
 
-static size_t ReadBits(hx_limb* r, const unsigned char* values, size_t digits, unsigned bits) {
-    const size_t n = hx_limbs_of_bits((uint64_t)digits * bits);
-    hx_zero(r, n);
+static size_t ReadBits(HxLimb* r, const unsigned char* values, size_t digits, unsigned bits) {
+    const size_t n = HxLimbsOfBits((uint64_t)digits * bits);
+    HxZero(r, n);
     uint64_t at = 0;
     for (size_t i = digits; i > 0; --i, at += bits) {
         const size_t limb = (size_t)(at / HX_LIMB_BITS);
         const unsigned shift = (unsigned)(at % HX_LIMB_BITS);
-        r[limb] |= (hx_limb)values[i - 1] << shift;
+        r[limb] |= (HxLimb)values[i - 1] << shift;
         if (shift + bits > HX_LIMB_BITS)
-            r[limb + 1] |= (hx_limb)values[i - 1] >> (HX_LIMB_BITS - shift);
+            r[limb + 1] |= (HxLimb)values[i - 1] >> (HX_LIMB_BITS - shift);
     }
-    return hx_normal(r, n);
+    return HxNormal(r, n);
 }
 
-static inline hx_limb ReadChunk(const unsigned char* values, size_t digits, unsigned radix) {
-    hx_limb chunk = 0;
+static inline HxLimb ReadChunk(const unsigned char* values, size_t digits, unsigned radix) {
+    HxLimb chunk = 0;
     for (size_t i = 0; i < digits; ++i)
         chunk = chunk * radix + values[i];
     return chunk;
 }
 
-static size_t ReadChunks(hx_limb* r, const unsigned char* values, size_t digits,
+static size_t ReadChunks(HxLimb* r, const unsigned char* values, size_t digits,
                          const Radix* radix) {
     size_t n = 0;
     /* The first chunk may be a short one. */
     for (size_t end = (digits - 1) % radix->digits + 1, start = 0; start < digits;) {
         /* A constant ten is worth its own loop. */
-        const hx_limb chunk = radix->radix == 10
-                                  ? ReadChunk(values + start, end - start, 10)
-                                  : ReadChunk(values + start, end - start, radix->radix);
-        r[n] = hx_mul_1(r, r, n, radix->chunk, chunk);
+        const HxLimb chunk = radix->radix == 10
+                                 ? ReadChunk(values + start, end - start, 10)
+                                 : ReadChunk(values + start, end - start, radix->radix);
+        r[n] = HxMul1(r, r, n, radix->chunk, chunk);
         n += r[n] != 0;
         start = end;
         end += radix->digits;
@@ -138,43 +138,43 @@ static size_t ReadChunks(hx_limb* r, const unsigned char* values, size_t digits,
     return n;
 }
 
-static size_t ReadHalves(hx_limb* r, const unsigned char* values, size_t digits, const Radix* radix,
-                         const Powers* p, hx_limb* scratch) {
+static size_t ReadHalves(HxLimb* r, const unsigned char* values, size_t digits, const Radix* radix,
+                         const Powers* p, HxLimb* scratch) {
     if (digits <= Least() * radix->digits)
         return ReadChunks(r, values, digits, radix);
     const size_t level = LevelsFor(Chunks(digits, radix)) - 1;
     const size_t low = (Least() << level) * radix->digits;
     const size_t high = digits - low;
-    const hx_limb* power = p->power[level];
+    const HxLimb* power = p->power[level];
     const size_t pn = p->length[level];
-    hx_limb* part = scratch;
+    HxLimb* part = scratch;
     const size_t hn = ReadHalves(part, values, high, radix, p, part + Chunks(high, radix) + 1);
     size_t n = 0;
     if (hn > 0) {
         n = pn + hn;
-        hx_mul(r, power, pn, part, hn, part + hn);
+        HxMul(r, power, pn, part, hn, part + hn);
     }
     const size_t ln = ReadHalves(part, values + high, low, radix, p, part + Chunks(low, radix) + 1);
     if (n < ln) {
-        hx_zero(r + n, ln - n);
+        HxZero(r + n, ln - n);
         n = ln;
     }
-    hx_add(r, r, n, part, ln);
-    return hx_normal(r, n);
+    HxAdd(r, r, n, part, ln);
+    return HxNormal(r, n);
 }
 
-size_t hx_from_text_scratch(size_t digits, unsigned radix) {
+size_t HxFromTextScratch(size_t digits, unsigned radix) {
     const Radix r = Describe(radix);
     const size_t chunks = Chunks(digits, &r);
     if (r.bits != 0 || chunks <= Least())
         return 0;
     /* The parts of a level are at most half of those above it, but for the first. */
     return PowersSize(LevelsFor(chunks)) + 3 * chunks + (size_t)2 * Levels +
-           hx_mul_scratch_bound(chunks);
+           HxMulScratchBound(chunks);
 }
 
-size_t hx_from_text(hx_limb* r, const unsigned char* values, size_t digits, unsigned radix,
-                    hx_limb* scratch) {
+size_t HxFromText(HxLimb* r, const unsigned char* values, size_t digits, unsigned radix,
+                  HxLimb* scratch) {
     const Radix described = Describe(radix);
     if (described.bits != 0)
         return ReadBits(r, values, digits, described.bits);
@@ -182,21 +182,21 @@ size_t hx_from_text(hx_limb* r, const unsigned char* values, size_t digits, unsi
     if (chunks <= Least())
         return ReadChunks(r, values, digits, &described);
     const size_t levels = LevelsFor(chunks);
-    hx_limb* rest = scratch + PowersSize(levels);
+    HxLimb* rest = scratch + PowersSize(levels);
     const Powers p = MakePowers(&described, levels, scratch, rest);
     return ReadHalves(r, values, digits, &described, &p, rest);
 }
 
 /* --- Writing ------------------------------------------------------------------------------ */
 
-static void WriteBits(unsigned char* values, size_t digits, const hx_limb* a, size_t n,
+static void WriteBits(unsigned char* values, size_t digits, const HxLimb* a, size_t n,
                       unsigned bits) {
     const unsigned char mask = (unsigned char)((1U << bits) - 1);
     uint64_t at = 0;
     for (size_t i = digits; i > 0; --i, at += bits) {
         const size_t limb = (size_t)(at / HX_LIMB_BITS);
         const unsigned shift = (unsigned)(at % HX_LIMB_BITS);
-        hx_limb value = a[limb] >> shift;
+        HxLimb value = a[limb] >> shift;
         if (shift + bits > HX_LIMB_BITS && limb + 1 < n)
             value |= a[limb + 1] << (HX_LIMB_BITS - shift);
         values[i - 1] = (unsigned char)(value & mask);
@@ -204,7 +204,7 @@ static void WriteBits(unsigned char* values, size_t digits, const hx_limb* a, si
 }
 
 /* The digits of one chunk; ten is worth a constant divisor. */
-static void WriteChunk(unsigned char* values, hx_limb chunk, const Radix* radix) {
+static void WriteChunk(unsigned char* values, HxLimb chunk, const Radix* radix) {
     if (radix->radix == 10) {
         for (size_t i = radix->digits; i > 0; --i, chunk /= 10)
             values[i - 1] = (unsigned char)(chunk % 10);
@@ -215,23 +215,23 @@ static void WriteChunk(unsigned char* values, hx_limb chunk, const Radix* radix)
 }
 
 /* Exactly so many chunks, with leading zeros. */
-static void WriteChunks(unsigned char* values, size_t chunks, hx_limb* a, size_t n,
+static void WriteChunks(unsigned char* values, size_t chunks, HxLimb* a, size_t n,
                         const Radix* radix) {
-    const hx_divisor divisor = hx_divisor_of(radix->chunk);
+    const HxDivisor divisor = HxDivisorOf(radix->chunk);
     size_t i = chunks;
     for (; i > 0 && n > 0; --i) {
-        const hx_limb chunk = hx_div_by(a, a, n, divisor);
-        n = hx_normal(a, n);
+        const HxLimb chunk = HxDivBy(a, a, n, divisor);
+        n = HxNormal(a, n);
         WriteChunk(values + (i - 1) * radix->digits, chunk, radix);
     }
     memset(values, 0, i * radix->digits);
 }
 
 /* Exactly the digits of a power of the given level. */
-static void WriteHalves(unsigned char* values, hx_limb* a, size_t n, size_t level,
-                        const Radix* radix, const Powers* p, hx_limb* scratch) {
+static void WriteHalves(unsigned char* values, HxLimb* a, size_t n, size_t level,
+                        const Radix* radix, const Powers* p, HxLimb* scratch) {
     const size_t chunks = Least() << level;
-    n = hx_normal(a, n);
+    n = HxNormal(a, n);
     if (n == 0) {
         memset(values, 0, chunks * radix->digits);
         return;
@@ -240,39 +240,39 @@ static void WriteHalves(unsigned char* values, hx_limb* a, size_t n, size_t leve
         WriteChunks(values, chunks, a, n, radix);
         return;
     }
-    const hx_limb* power = p->power[level - 1];
+    const HxLimb* power = p->power[level - 1];
     const size_t pn = p->length[level - 1];
     const size_t half = chunks / 2 * radix->digits;
     if (n < pn) {
         memset(values, 0, half);
     } else {
-        hx_limb* q = scratch;
-        hx_limb* inner = q + n - pn + 1;
-        hx_div(q, a, a, n, power, pn, inner);
+        HxLimb* q = scratch;
+        HxLimb* inner = q + n - pn + 1;
+        HxDiv(q, a, a, n, power, pn, inner);
         WriteHalves(values, q, n - pn + 1, level - 1, radix, p, inner);
         n = pn;
     }
     WriteHalves(values + half, a, n, level - 1, radix, p, scratch);
 }
 
-size_t hx_to_text_scratch(size_t n, unsigned radix) {
+size_t HxToTextScratch(size_t n, unsigned radix) {
     const Radix r = Describe(radix);
     const size_t levels = LevelsFor(ChunksOfLimbs(n, &r));
     if (r.bits != 0 || levels == 0)
         return 0;
-    return PowersSize(levels) + hx_mul_scratch_bound(n) + 2 * n + Levels + hx_div_scratch_bound(n);
+    return PowersSize(levels) + HxMulScratchBound(n) + 2 * n + Levels + HxDivScratchBound(n);
 }
 
-size_t hx_to_text(unsigned char* values, hx_limb* a, size_t n, unsigned radix, hx_limb* scratch) {
+size_t HxToText(unsigned char* values, HxLimb* a, size_t n, unsigned radix, HxLimb* scratch) {
     const Radix described = Describe(radix);
-    const size_t digits = hx_text_digits(n, radix);
+    const size_t digits = HxTextDigits(n, radix);
     if (described.bits != 0) {
         WriteBits(values, digits, a, n, described.bits);
     } else if (digits <= Least() * described.digits) {
         WriteChunks(values, digits / described.digits, a, n, &described);
     } else {
         const size_t levels = LevelsFor(ChunksOfLimbs(n, &described));
-        hx_limb* rest = scratch + PowersSize(levels);
+        HxLimb* rest = scratch + PowersSize(levels);
         const Powers p = MakePowers(&described, levels, scratch, rest);
         WriteHalves(values, a, n, levels, &described, &p, rest);
     }

@@ -5,9 +5,9 @@
 
 /* The values of one operand, k + 1 limbs each. */
 typedef struct {
-    hx_limb* at1;
-    hx_limb* atMinus1; /* magnitude */
-    hx_limb* at2;
+    HxLimb* at1;
+    HxLimb* atMinus1; /* magnitude */
+    HxLimb* at2;
 } Values;
 
 typedef struct {
@@ -20,114 +20,114 @@ static Thirds Split(size_t n) {
     return (Thirds){k, n - 2 * k};
 }
 
-size_t hx_toom3_scratch(size_t n) {
+size_t HxToom3Scratch(size_t n) {
     const size_t k = Split(n).k;
     /* Values of two operands, products at 1, -1 and 2. */
-    return 6 * (k + 1) + 3 * (2 * k + 2) + hx_mul_n_scratch(k + 1);
+    return 6 * (k + 1) + 3 * (2 * k + 2) + HxMulNScratch(k + 1);
 }
 
 /* The result tells whether the value at -1 is negative. */
-static int Evaluate(const hx_limb* a, Thirds t, Values v) {
+static int Evaluate(const HxLimb* a, Thirds t, Values v) {
     const size_t k = t.k;
-    const hx_limb* a1 = a + k;
-    const hx_limb* a2 = a + 2 * k;
+    const HxLimb* a1 = a + k;
+    const HxLimb* a2 = a + 2 * k;
     /* at2 serves for the even part a0 + a2 first. */
-    v.at2[k] = hx_add(v.at2, a, k, a2, t.top);
-    v.at1[k] = v.at2[k] + hx_add_n(v.at1, v.at2, a1, k);
-    const int negative = v.at2[k] == 0 && hx_cmp_n(v.at2, a1, k) < 0;
+    v.at2[k] = HxAdd(v.at2, a, k, a2, t.top);
+    v.at1[k] = v.at2[k] + HxAddN(v.at1, v.at2, a1, k);
+    const int negative = v.at2[k] == 0 && HxCmpN(v.at2, a1, k) < 0;
     if (negative) {
-        hx_sub_n(v.atMinus1, a1, v.at2, k);
+        HxSubN(v.atMinus1, a1, v.at2, k);
         v.atMinus1[k] = 0;
     } else {
-        v.atMinus1[k] = v.at2[k] - hx_sub_n(v.atMinus1, v.at2, a1, k);
+        v.atMinus1[k] = v.at2[k] - HxSubN(v.atMinus1, v.at2, a1, k);
     }
     /* a0 + 2 (a1 + 2 a2) */
-    hx_copy(v.at2, a2, t.top);
-    hx_zero(v.at2 + t.top, k + 1 - t.top);
-    hx_shift_left(v.at2, v.at2, k + 1, 1);
-    hx_add(v.at2, v.at2, k + 1, a1, k);
-    hx_shift_left(v.at2, v.at2, k + 1, 1);
-    hx_add(v.at2, v.at2, k + 1, a, k);
+    HxCopy(v.at2, a2, t.top);
+    HxZero(v.at2 + t.top, k + 1 - t.top);
+    HxShiftLeft(v.at2, v.at2, k + 1, 1);
+    HxAdd(v.at2, v.at2, k + 1, a1, k);
+    HxShiftLeft(v.at2, v.at2, k + 1, 1);
+    HxAdd(v.at2, v.at2, k + 1, a, k);
     return negative;
 }
 
 /* a is a multiple of 3: multiplies from the lowest limb on by the inverse of 3 modulo B. */
-static void DivideBy3(hx_limb* a, size_t n) {
-    const hx_limb inverse = 0xAAAAAAAAAAAAAAABU;
-    const hx_limb third = HX_LIMB_MAX / 3;
-    hx_limb borrow = 0;
+static void DivideBy3(HxLimb* a, size_t n) {
+    const HxLimb inverse = 0xAAAAAAAAAAAAAAABU;
+    const HxLimb third = HX_LIMB_MAX / 3;
+    HxLimb borrow = 0;
     for (size_t i = 0; i < n; ++i) {
-        const hx_limb limb = a[i] - borrow;
-        const hx_limb quotient = limb * inverse;
-        borrow = (hx_limb)(a[i] < borrow) + (hx_limb)(quotient > third) +
-                 (hx_limb)(quotient > 2 * third);
+        const HxLimb limb = a[i] - borrow;
+        const HxLimb quotient = limb * inverse;
+        borrow =
+            (HxLimb)(a[i] < borrow) + (HxLimb)(quotient > third) + (HxLimb)(quotient > 2 * third);
         a[i] = quotient;
     }
 }
 
 /* Adds `n` limbs at a place of r that has `room`, where what does not fit is zero. */
-static void AddAt(hx_limb* r, size_t room, const hx_limb* a, size_t n) {
-    hx_add(r, r, room, a, hx_smaller(n, room));
+static void AddAt(HxLimb* r, size_t room, const HxLimb* a, size_t n) {
+    HxAdd(r, r, room, a, HxSmaller(n, room));
 }
 
 /* r holds the lowest and the highest coefficient with a gap of 2k limbs between; w1, wMinus1 and
  * w2 hold the values there, which become the other three. */
-static void Interpolate(hx_limb* r, size_t n, hx_limb* w1, hx_limb* wMinus1, hx_limb* w2,
+static void Interpolate(HxLimb* r, size_t n, HxLimb* w1, HxLimb* wMinus1, HxLimb* w2,
                         int negative) {
     const Thirds t = Split(n);
     const size_t k = t.k;
     const size_t m = 2 * k + 2;
-    const hx_limb* lowest = r;
-    const hx_limb* highest = r + 4 * k;
+    const HxLimb* lowest = r;
+    const HxLimb* highest = r + 4 * k;
     if (negative) {
-        hx_add_n(w2, w2, wMinus1, m);
-        hx_add_n(wMinus1, w1, wMinus1, m);
+        HxAddN(w2, w2, wMinus1, m);
+        HxAddN(wMinus1, w1, wMinus1, m);
     } else {
-        hx_sub_n(w2, w2, wMinus1, m);
-        hx_sub_n(wMinus1, w1, wMinus1, m);
+        HxSubN(w2, w2, wMinus1, m);
+        HxSubN(wMinus1, w1, wMinus1, m);
     }
-    DivideBy3(w2, m);                       /* c1 + c2 + 3 c3 + 5 c4 */
-    hx_shift_right(wMinus1, wMinus1, m, 1); /* c1 + c3 */
-    hx_sub(w1, w1, m, lowest, 2 * k);       /* c1 + c2 + c3 + c4 */
-    hx_sub_n(w2, w2, w1, m);
-    hx_shift_right(w2, w2, m, 1); /* c3 + 2 c4 */
-    hx_sub_n(w1, w1, wMinus1, m);
-    hx_sub(w1, w1, m, highest, 2 * t.top); /* c2 */
-    hx_sub(w2, w2, m, highest, 2 * t.top);
-    hx_sub(w2, w2, m, highest, 2 * t.top); /* c3 */
-    hx_sub_n(wMinus1, wMinus1, w2, m);     /* c1 */
-    hx_copy(r + 2 * k, w1, 2 * k);
+    DivideBy3(w2, m);                     /* c1 + c2 + 3 c3 + 5 c4 */
+    HxShiftRight(wMinus1, wMinus1, m, 1); /* c1 + c3 */
+    HxSub(w1, w1, m, lowest, 2 * k);      /* c1 + c2 + c3 + c4 */
+    HxSubN(w2, w2, w1, m);
+    HxShiftRight(w2, w2, m, 1); /* c3 + 2 c4 */
+    HxSubN(w1, w1, wMinus1, m);
+    HxSub(w1, w1, m, highest, 2 * t.top); /* c2 */
+    HxSub(w2, w2, m, highest, 2 * t.top);
+    HxSub(w2, w2, m, highest, 2 * t.top); /* c3 */
+    HxSubN(wMinus1, wMinus1, w2, m);      /* c1 */
+    HxCopy(r + 2 * k, w1, 2 * k);
     AddAt(r + 4 * k, 2 * t.top, w1 + 2 * k, 2);
     AddAt(r + k, 2 * n - k, wMinus1, m);
     AddAt(r + 3 * k, 2 * n - 3 * k, w2, m);
 }
 
-void hx_toom3_mul_n(hx_limb* r, const hx_limb* a, const hx_limb* b, size_t n, hx_limb* scratch) {
+void HxToom3MulN(HxLimb* r, const HxLimb* a, const HxLimb* b, size_t n, HxLimb* scratch) {
     const Thirds t = Split(n);
     const size_t k = t.k;
     const size_t m = 2 * k + 2;
-    hx_limb* w1 = scratch;
-    hx_limb* wMinus1 = w1 + m;
-    hx_limb* w2 = wMinus1 + m;
-    hx_limb* values = w2 + m;
-    hx_limb* inner = values + 6 * (k + 1);
+    HxLimb* w1 = scratch;
+    HxLimb* wMinus1 = w1 + m;
+    HxLimb* w2 = wMinus1 + m;
+    HxLimb* values = w2 + m;
+    HxLimb* inner = values + 6 * (k + 1);
     const Values va = {values, values + (k + 1), values + 2 * (k + 1)};
     const int aNegative = Evaluate(a, t, va);
     if (a == b) {
-        hx_sqr(w1, va.at1, k + 1, inner);
-        hx_sqr(wMinus1, va.atMinus1, k + 1, inner);
-        hx_sqr(w2, va.at2, k + 1, inner);
-        hx_sqr(r, a, k, inner);
-        hx_sqr(r + 4 * k, a + 2 * k, t.top, inner);
+        HxSqr(w1, va.at1, k + 1, inner);
+        HxSqr(wMinus1, va.atMinus1, k + 1, inner);
+        HxSqr(w2, va.at2, k + 1, inner);
+        HxSqr(r, a, k, inner);
+        HxSqr(r + 4 * k, a + 2 * k, t.top, inner);
         Interpolate(r, n, w1, wMinus1, w2, 0);
         return;
     }
     const Values vb = {values + 3 * (k + 1), values + 4 * (k + 1), values + 5 * (k + 1)};
     const int bNegative = Evaluate(b, t, vb);
-    hx_mul_n(w1, va.at1, vb.at1, k + 1, inner);
-    hx_mul_n(wMinus1, va.atMinus1, vb.atMinus1, k + 1, inner);
-    hx_mul_n(w2, va.at2, vb.at2, k + 1, inner);
-    hx_mul_n(r, a, b, k, inner);
-    hx_mul_n(r + 4 * k, a + 2 * k, b + 2 * k, t.top, inner);
+    HxMulN(w1, va.at1, vb.at1, k + 1, inner);
+    HxMulN(wMinus1, va.atMinus1, vb.atMinus1, k + 1, inner);
+    HxMulN(w2, va.at2, vb.at2, k + 1, inner);
+    HxMulN(r, a, b, k, inner);
+    HxMulN(r + 4 * k, a + 2 * k, b + 2 * k, t.top, inner);
     Interpolate(r, n, w1, wMinus1, w2, aNegative != bNegative);
 }

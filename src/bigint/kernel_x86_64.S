@@ -35,7 +35,7 @@
     pop %rbx
     .endm
 
-/* hx_limb hx_add_n_x64(hx_limb* r, const hx_limb* a, const hx_limb* b, size_t n)
+/* HxLimb HxAddNX64(HxLimb* r, const HxLimb* a, const HxLimb* b, size_t n)
  * r = a + b; the result is the carry. lea and dec leave CF alone. */
     .macro add_or_sub name, operation
     function \name
@@ -79,8 +79,8 @@
     end_function \name
     .endm
 
-    add_or_sub hx_add_n_x64, adc
-    add_or_sub hx_sub_n_x64, sbb
+    add_or_sub HxAddNX64, adc
+    add_or_sub HxSubNX64, sbb
 
 /* One more column of a row: takes the sum \sum, the upper half \from of the column before, and
  * leaves this column's upper half in \to. */
@@ -110,11 +110,11 @@
     mov \last, \sum
     .endm
 
-/* void hx_addmul_<w>_adx(hx_limb* r, const hx_limb* b, size_t n, const hx_limb* a)
+/* void HxAddmul<w>Adx(HxLimb* r, const HxLimb* b, size_t n, const HxLimb* a)
  * Adds a[0..w) * b[0..n) to r[0..n) and stores the rest in r[n..n+w). The sums of the w columns
  * stay in r8 to r15, and each row of n shifts them down by one. n is at least 1. */
     .macro addmul width
-    function hx_addmul_\width\()_adx
+    function HxAddmul\width\()Adx
     save_registers
     mov %rdx, %rbp
     xor %r8d, %r8d
@@ -170,7 +170,7 @@
     store_from 8, \width, %r15, 56
     restore_registers
     ret
-    end_function hx_addmul_\width\()_adx
+    end_function HxAddmul\width\()Adx
     .endm
 
     addmul 1
@@ -194,11 +194,11 @@
     mov \odd, \to+8(%rdi)
     .endm
 
-/* hx_limb hx_square_groups_adx(hx_limb* r, const hx_limb* a, size_t groups, hx_limb carry)
+/* HxLimb HxSquareGroupsAdx(HxLimb* r, const HxLimb* a, size_t groups, HxLimb carry)
  * Ends a square: r holds the sum of the products of limbs of different groups of four. Adds the
  * products of different limbs within each group, doubles, adds the squares of the limbs and the
  * carry; the result is the carry from the top. */
-    function hx_square_groups_adx
+    function HxSquareGroupsAdx
     save_registers
     push %rdx
     mov %rcx, %rbp
@@ -257,10 +257,10 @@
     pop %rdx
     restore_registers
     ret
-    end_function hx_square_groups_adx
+    end_function HxSquareGroupsAdx
 
-/* hx_limb hx_addmul_row_adx(hx_limb* r, const hx_limb* a, size_t n, hx_limb b)
- * hx_limb hx_submul_row_adx(hx_limb* r, const hx_limb* a, size_t n, hx_limb b)
+/* HxLimb HxAddmulRowAdx(HxLimb* r, const HxLimb* a, size_t n, HxLimb b)
+ * HxLimb HxSubmulRowAdx(HxLimb* r, const HxLimb* a, size_t n, HxLimb b)
  * r += a * b, r -= a * b; the result is the carry. */
     .macro row name, first, next
     function \name
@@ -313,8 +313,8 @@
     end_function \name
     .endm
 
-    row hx_addmul_row_adx, add, adc
-    row hx_submul_row_adx, sub, sbb
+    row HxAddmulRowAdx, add, adc
+    row HxSubmulRowAdx, sub, sbb
 
 #endif
 

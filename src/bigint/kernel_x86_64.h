@@ -13,23 +13,23 @@
 
 #if HX_ASSEMBLY
 
-hx_limb hx_add_n_x64(hx_limb* r, const hx_limb* a, const hx_limb* b, size_t n);
-hx_limb hx_sub_n_x64(hx_limb* r, const hx_limb* a, const hx_limb* b, size_t n);
+HxLimb HxAddNX64(HxLimb* r, const HxLimb* a, const HxLimb* b, size_t n);
+HxLimb HxSubNX64(HxLimb* r, const HxLimb* a, const HxLimb* b, size_t n);
 
-void hx_addmul_1_adx(hx_limb* r, const hx_limb* b, size_t n, const hx_limb* a);
-void hx_addmul_2_adx(hx_limb* r, const hx_limb* b, size_t n, const hx_limb* a);
-void hx_addmul_3_adx(hx_limb* r, const hx_limb* b, size_t n, const hx_limb* a);
-void hx_addmul_4_adx(hx_limb* r, const hx_limb* b, size_t n, const hx_limb* a);
-void hx_addmul_5_adx(hx_limb* r, const hx_limb* b, size_t n, const hx_limb* a);
-void hx_addmul_6_adx(hx_limb* r, const hx_limb* b, size_t n, const hx_limb* a);
-void hx_addmul_7_adx(hx_limb* r, const hx_limb* b, size_t n, const hx_limb* a);
-void hx_addmul_8_adx(hx_limb* r, const hx_limb* b, size_t n, const hx_limb* a);
-hx_limb hx_square_groups_adx(hx_limb* r, const hx_limb* a, size_t groups, hx_limb carry);
-hx_limb hx_addmul_row_adx(hx_limb* r, const hx_limb* a, size_t n, hx_limb b);
-hx_limb hx_submul_row_adx(hx_limb* r, const hx_limb* a, size_t n, hx_limb b);
+void HxAddmul1Adx(HxLimb* r, const HxLimb* b, size_t n, const HxLimb* a);
+void HxAddmul2Adx(HxLimb* r, const HxLimb* b, size_t n, const HxLimb* a);
+void HxAddmul3Adx(HxLimb* r, const HxLimb* b, size_t n, const HxLimb* a);
+void HxAddmul4Adx(HxLimb* r, const HxLimb* b, size_t n, const HxLimb* a);
+void HxAddmul5Adx(HxLimb* r, const HxLimb* b, size_t n, const HxLimb* a);
+void HxAddmul6Adx(HxLimb* r, const HxLimb* b, size_t n, const HxLimb* a);
+void HxAddmul7Adx(HxLimb* r, const HxLimb* b, size_t n, const HxLimb* a);
+void HxAddmul8Adx(HxLimb* r, const HxLimb* b, size_t n, const HxLimb* a);
+HxLimb HxSquareGroupsAdx(HxLimb* r, const HxLimb* a, size_t groups, HxLimb carry);
+HxLimb HxAddmulRowAdx(HxLimb* r, const HxLimb* a, size_t n, HxLimb b);
+HxLimb HxSubmulRowAdx(HxLimb* r, const HxLimb* a, size_t n, HxLimb b);
 
 /* Whether this processor has BMI2 and ADX. */
-int hx_has_adx(void);
+int HxHasAdx(void);
 
 #endif
 

@@ -10,7 +10,7 @@ int mp_init(mp_int* mp) {
 int mp_init_size(mp_int* mp, uint32_t digits) {
     if (mp == NULL || digits == 0)
         return MP_INVALID_PARAMETER;
-    mp_digit* fresh = hx_new_digits(digits);
+    mp_digit* fresh = HxNewDigits(digits);
     if (fresh == NULL)
         return MP_OUT_OF_MEMORY;
     *mp = (mp_int){.sign = 0, .alloc = digits, .used = 1, .dp = fresh};
@@ -24,7 +24,7 @@ int mp_init_array(mp_int* mp, int count) {
     const uint32_t alloc = mp_get_prec();
     mp_digit** fresh = calloc((size_t)count, sizeof(mp_digit*));
     int allocated = 0;
-    while (fresh != NULL && allocated < count && (fresh[allocated] = hx_new_digits(alloc)) != NULL)
+    while (fresh != NULL && allocated < count && (fresh[allocated] = HxNewDigits(alloc)) != NULL)
         ++allocated;
     for (int i = 0; i < allocated; ++i) {
         if (allocated == count)
@@ -37,9 +37,9 @@ int mp_init_array(mp_int* mp, int count) {
 }
 
 int mp_init_copy(mp_int* mp, const mp_int* from) {
-    if (mp == NULL || !hx_is_valid(from))
+    if (mp == NULL || !HxIsValid(from))
         return MP_INVALID_PARAMETER;
-    mp_digit* fresh = hx_new_digits(from->alloc);
+    mp_digit* fresh = HxNewDigits(from->alloc);
     if (fresh == NULL)
         return MP_OUT_OF_MEMORY;
     memcpy(fresh, from->dp, from->used * sizeof(mp_digit));
@@ -48,9 +48,9 @@ int mp_init_copy(mp_int* mp, const mp_int* from) {
 }
 
 int mp_copy(const mp_int* from, mp_int* to) {
-    if (!hx_is_valid(from) || !hx_is_valid(to))
+    if (!HxIsValid(from) || !HxIsValid(to))
         return MP_INVALID_PARAMETER;
-    return from == to ? MP_SUCCESS : hx_copy_signed(from, from->sign != 0, to);
+    return from == to ? MP_SUCCESS : HxCopySigned(from, from->sign != 0, to);
 }
 
 int mp_exch(mp_int* a, mp_int* b) {
@@ -66,7 +66,7 @@ int mp_clear(mp_int* mp) {
     if (mp == NULL)
         return MP_INVALID_PARAMETER;
     if (mp->dp != NULL)
-        hx_free_digits(mp->dp, mp->alloc);
+        HxFreeDigits(mp->dp, mp->alloc);
     *mp = (mp_int){.sign = 0, .alloc = 0, .used = 0, .dp = NULL};
     return MP_SUCCESS;
 }
@@ -88,18 +88,18 @@ int mp_set(mp_int* mp, mp_digit d) {
 }
 
 int mp_set_int(mp_int* mp, long value) {
-    if (!hx_is_valid(mp))
+    if (!HxIsValid(mp))
         return MP_INVALID_PARAMETER;
-    hx_small small;
-    return hx_copy_signed(hx_set_small(&small, value), value < 0, mp);
+    HxSmall small;
+    return HxCopySigned(HxSetSmall(&small, value), value < 0, mp);
 }
 
 int mp_shrink(mp_int* mp) {
-    if (!hx_is_valid(mp))
+    if (!HxIsValid(mp))
         return MP_INVALID_PARAMETER;
     if (mp->used == mp->alloc)
         return MP_SUCCESS;
-    hx_wipe(mp->dp + mp->used, (mp->alloc - mp->used) * sizeof(mp_digit));
+    HxWipe(mp->dp + mp->used, (mp->alloc - mp->used) * sizeof(mp_digit));
     mp_digit* shrunk = realloc(mp->dp, mp->used * sizeof(mp_digit));
     if (shrunk == NULL)
         return MP_OUT_OF_MEMORY;

@@ -9,7 +9,7 @@
 #include <stdint.h>
 #include <string.h>
 
-typedef uint64_t hx_limb;
+typedef uint64_t HxLimb;
 
 enum { HX_LIMB_BITS = 64 };
 
@@ -17,36 +17,36 @@ enum { HX_LIMB_BITS = 64 };
 
 #if !defined(HX_BIGINT_PORTABLE) && defined(__SIZEOF_INT128__)
 #define HX_WIDE_PRODUCTS 1
-__extension__ typedef unsigned __int128 hx_wide;
+__extension__ typedef unsigned __int128 HxWide;
 #else
 #define HX_WIDE_PRODUCTS 0
 #endif
 
 /* Returns the lower limb of a * b and stores the upper one in *high. */
-static inline hx_limb hx_mul_wide(hx_limb a, hx_limb b, hx_limb* high) {
+static inline HxLimb HxMulWide(HxLimb a, HxLimb b, HxLimb* high) {
 #if HX_WIDE_PRODUCTS
-    const hx_wide product = (hx_wide)a * b;
-    *high = (hx_limb)(product >> HX_LIMB_BITS);
-    return (hx_limb)product;
+    const HxWide product = (HxWide)a * b;
+    *high = (HxLimb)(product >> HX_LIMB_BITS);
+    return (HxLimb)product;
 #else
-    const hx_limb half = UINT32_MAX;
-    const hx_limb low = (a & half) * (b & half);
-    const hx_limb cross = (a >> 32) * (b & half) + (low >> 32);
-    const hx_limb middle = (a & half) * (b >> 32) + (cross & half);
+    const HxLimb half = UINT32_MAX;
+    const HxLimb low = (a & half) * (b & half);
+    const HxLimb cross = (a >> 32) * (b & half) + (low >> 32);
+    const HxLimb middle = (a & half) * (b >> 32) + (cross & half);
     *high = (a >> 32) * (b >> 32) + (cross >> 32) + (middle >> 32);
     return (middle << 32) | (low & half);
 #endif
 }
 
 /* Returns the lower limb of a * b + c + *carry and stores the upper one in *carry. */
-static inline hx_limb hx_mul_add(hx_limb a, hx_limb b, hx_limb c, hx_limb* carry) {
+static inline HxLimb HxMulAdd(HxLimb a, HxLimb b, HxLimb c, HxLimb* carry) {
 #if HX_WIDE_PRODUCTS
-    const hx_wide sum = (hx_wide)a * b + c + *carry;
-    *carry = (hx_limb)(sum >> HX_LIMB_BITS);
-    return (hx_limb)sum;
+    const HxWide sum = (HxWide)a * b + c + *carry;
+    *carry = (HxLimb)(sum >> HX_LIMB_BITS);
+    return (HxLimb)sum;
 #else
-    hx_limb high;
-    hx_limb low = hx_mul_wide(a, b, &high);
+    HxLimb high;
+    HxLimb low = HxMulWide(a, b, &high);
     low += c;
     high += low < c;
     low += *carry;
@@ -57,23 +57,23 @@ static inline hx_limb hx_mul_add(hx_limb a, hx_limb b, hx_limb c, hx_limb* carry
 }
 
 /* Returns a + b + *carry and stores the new carry; a carry is 0 or 1. */
-static inline hx_limb hx_add_carry(hx_limb a, hx_limb b, hx_limb* carry) {
-    const hx_limb first = a + b;
-    const hx_limb sum = first + *carry;
-    *carry = (hx_limb)(first < a) | (hx_limb)(sum < first);
+static inline HxLimb HxAddCarry(HxLimb a, HxLimb b, HxLimb* carry) {
+    const HxLimb first = a + b;
+    const HxLimb sum = first + *carry;
+    *carry = (HxLimb)(first < a) | (HxLimb)(sum < first);
     return sum;
 }
 
 /* Returns a - b - *borrow and stores the new borrow; a borrow is 0 or 1. */
-static inline hx_limb hx_sub_borrow(hx_limb a, hx_limb b, hx_limb* borrow) {
-    const hx_limb first = a - b;
-    const hx_limb difference = first - *borrow;
-    *borrow = (hx_limb)(a < b) | (hx_limb)(first < *borrow);
+static inline HxLimb HxSubBorrow(HxLimb a, HxLimb b, HxLimb* borrow) {
+    const HxLimb first = a - b;
+    const HxLimb difference = first - *borrow;
+    *borrow = (HxLimb)(a < b) | (HxLimb)(first < *borrow);
     return difference;
 }
 
 /* Returns the number of bits up to the highest set one; 0 for 0. */
-static inline unsigned hx_bit_length(hx_limb a) {
+static inline unsigned HxBitLength(HxLimb a) {
 #if !defined(HX_BIGINT_PORTABLE) && defined(__GNUC__)
     return a == 0 ? 0 : HX_LIMB_BITS - (unsigned)__builtin_clzll(a);
 #else
@@ -89,7 +89,7 @@ static inline unsigned hx_bit_length(hx_limb a) {
 }
 
 /* Zeroes memory before it is freed, in a way that the compiler cannot remove. */
-static inline void hx_wipe(void* memory, size_t size) {
+static inline void HxWipe(void* memory, size_t size) {
 #if defined(__GNUC__)
     memset(memory, 0, size);
     __asm__ volatile("" : : "r"(memory) : "memory");
@@ -99,11 +99,11 @@ static inline void hx_wipe(void* memory, size_t size) {
 #endif
 }
 
-static inline size_t hx_larger(size_t a, size_t b) {
+static inline size_t HxLarger(size_t a, size_t b) {
     return a > b ? a : b;
 }
 
-static inline size_t hx_smaller(size_t a, size_t b) {
+static inline size_t HxSmaller(size_t a, size_t b) {
     return a < b ? a : b;
 }
 

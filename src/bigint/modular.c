@@ -3,7 +3,7 @@
 
 /* Checks the operands, then the modulus. */
 static int CheckModular(const mp_int* a, const mp_int* b, const mp_int* m, const mp_int* r) {
-    if (!hx_is_valid(a) || !hx_is_valid(b) || !hx_is_valid(m) || !hx_is_valid(r))
+    if (!HxIsValid(a) || !HxIsValid(b) || !HxIsValid(m) || !HxIsValid(r))
         return MP_INVALID_PARAMETER;
     return mp_cmp_z(m) > 0 ? MP_SUCCESS : MP_OUT_OF_RANGE;
 }
@@ -12,26 +12,26 @@ static int AddModular(const mp_int* a, const mp_int* b, int subtract, const mp_i
     int code = CheckModular(a, b, m, r);
     if (code != MP_SUCCESS)
         return code;
-    const size_t an = hx_limbs(a);
-    const size_t bn = hx_limbs(b);
-    const size_t mn = hx_limbs(m);
-    const size_t length = hx_larger(an, bn) + 1;
-    const size_t work = hx_mod_scratch(hx_larger(length, mn), mn);
-    hx_scratch s;
-    code = hx_scratch_open(&s, an + bn + 2 * mn + length + work);
+    const size_t an = HxLimbs(a);
+    const size_t bn = HxLimbs(b);
+    const size_t mn = HxLimbs(m);
+    const size_t length = HxLarger(an, bn) + 1;
+    const size_t work = HxModScratch(HxLarger(length, mn), mn);
+    HxScratch s;
+    code = HxScratchOpen(&s, an + bn + 2 * mn + length + work);
     if (code != MP_SUCCESS)
         return code;
-    const hx_number left = hx_load(&s, a);
-    hx_number right = hx_load(&s, b);
-    const hx_number modulus = hx_load(&s, m);
+    const HxNumber left = HxLoad(&s, a);
+    HxNumber right = HxLoad(&s, b);
+    const HxNumber modulus = HxLoad(&s, m);
     right.negative ^= subtract;
-    hx_limb* rest = hx_scratch_take(&s, mn);
-    hx_limb* sum = hx_scratch_take(&s, length);
-    hx_number total = {sum, 0, 0};
-    total.n = hx_add_signed(sum, left, right, &total.negative);
-    hx_mod(rest, total, modulus, hx_scratch_take(&s, work));
-    code = hx_store(r, rest, modulus.n, 0);
-    hx_scratch_close(&s);
+    HxLimb* rest = HxScratchTake(&s, mn);
+    HxLimb* sum = HxScratchTake(&s, length);
+    HxNumber total = {sum, 0, 0};
+    total.n = HxAddSigned(sum, left, right, &total.negative);
+    HxMod(rest, total, modulus, HxScratchTake(&s, work));
+    code = HxStore(r, rest, modulus.n, 0);
+    HxScratchClose(&s);
     return code;
 }
 
@@ -47,31 +47,30 @@ int mp_mulmod(const mp_int* a, const mp_int* b, const mp_int* m, mp_int* r) {
     int code = CheckModular(a, b, m, r);
     if (code != MP_SUCCESS)
         return code;
-    if (hx_is_zero(a) || hx_is_zero(b))
+    if (HxIsZero(a) || HxIsZero(b))
         return mp_zero(r);
-    const size_t an = hx_limbs(a);
-    const size_t bn = hx_limbs(b);
-    const size_t mn = hx_limbs(m);
-    const size_t work =
-        hx_larger(hx_mul_scratch(an, bn), hx_mod_scratch(hx_larger(an + bn, mn), mn));
-    hx_scratch s;
-    code = hx_scratch_open(&s, 2 * (an + bn) + 2 * mn + work);
+    const size_t an = HxLimbs(a);
+    const size_t bn = HxLimbs(b);
+    const size_t mn = HxLimbs(m);
+    const size_t work = HxLarger(HxMulScratch(an, bn), HxModScratch(HxLarger(an + bn, mn), mn));
+    HxScratch s;
+    code = HxScratchOpen(&s, 2 * (an + bn) + 2 * mn + work);
     if (code != MP_SUCCESS)
         return code;
-    const hx_number left = hx_load(&s, a);
-    const hx_number right = hx_load(&s, b);
-    const hx_number modulus = hx_load(&s, m);
-    hx_limb* rest = hx_scratch_take(&s, mn);
-    hx_limb* product = hx_scratch_take(&s, an + bn);
-    hx_limb* inner = hx_scratch_take(&s, work);
+    const HxNumber left = HxLoad(&s, a);
+    const HxNumber right = HxLoad(&s, b);
+    const HxNumber modulus = HxLoad(&s, m);
+    HxLimb* rest = HxScratchTake(&s, mn);
+    HxLimb* product = HxScratchTake(&s, an + bn);
+    HxLimb* inner = HxScratchTake(&s, work);
     if (a == b)
-        hx_sqr(product, left.limbs, an, inner);
+        HxSqr(product, left.limbs, an, inner);
     else
-        hx_mul(product, left.limbs, an, right.limbs, bn, inner);
-    const hx_number whole = {product, hx_normal(product, an + bn), left.negative != right.negative};
-    hx_mod(rest, whole, modulus, inner);
-    code = hx_store(r, rest, modulus.n, 0);
-    hx_scratch_close(&s);
+        HxMul(product, left.limbs, an, right.limbs, bn, inner);
+    const HxNumber whole = {product, HxNormal(product, an + bn), left.negative != right.negative};
+    HxMod(rest, whole, modulus, inner);
+    code = HxStore(r, rest, modulus.n, 0);
+    HxScratchClose(&s);
     return code;
 }
 
@@ -85,30 +84,30 @@ int mp_exptmod(const mp_int* base, const mp_int* exponent, const mp_int* m, mp_i
         return code;
     if (exponent->sign != 0)
         return MP_OUT_OF_RANGE;
-    if (hx_is_zero(exponent))
+    if (HxIsZero(exponent))
         return mp_set(r, 1);
-    const size_t bn = hx_limbs(base);
-    const size_t en = hx_limbs(exponent);
-    const size_t mn = hx_limbs(m);
-    const size_t work = hx_larger(hx_mod_scratch(hx_larger(bn, mn), mn), hx_powm_scratch(mn));
-    hx_scratch s;
-    code = hx_scratch_open(&s, bn + en + 3 * mn + work);
+    const size_t bn = HxLimbs(base);
+    const size_t en = HxLimbs(exponent);
+    const size_t mn = HxLimbs(m);
+    const size_t work = HxLarger(HxModScratch(HxLarger(bn, mn), mn), HxPowmScratch(mn));
+    HxScratch s;
+    code = HxScratchOpen(&s, bn + en + 3 * mn + work);
     if (code != MP_SUCCESS)
         return code;
-    const hx_number number = hx_load(&s, base);
-    const hx_number power = hx_load(&s, exponent);
-    const hx_number modulus = hx_load(&s, m);
-    hx_limb* reduced = hx_scratch_take(&s, mn);
-    hx_limb* result = hx_scratch_take(&s, mn);
-    hx_limb* inner = hx_scratch_take(&s, work);
-    hx_mod(reduced, number, modulus, inner);
-    hx_powm(result, reduced, power.limbs, power.n, modulus.limbs, modulus.n, inner);
-    code = hx_store(r, result, modulus.n, 0);
-    hx_scratch_close(&s);
+    const HxNumber number = HxLoad(&s, base);
+    const HxNumber power = HxLoad(&s, exponent);
+    const HxNumber modulus = HxLoad(&s, m);
+    HxLimb* reduced = HxScratchTake(&s, mn);
+    HxLimb* result = HxScratchTake(&s, mn);
+    HxLimb* inner = HxScratchTake(&s, work);
+    HxMod(reduced, number, modulus, inner);
+    HxPowm(result, reduced, power.limbs, power.n, modulus.limbs, modulus.n, inner);
+    code = HxStore(r, result, modulus.n, 0);
+    HxScratchClose(&s);
     return code;
 }
 
 int mp_exptmod_d(const mp_int* base, mp_digit exponent, const mp_int* m, mp_int* r) {
-    hx_small power;
-    return mp_exptmod(base, hx_set_small(&power, exponent), m, r);
+    HxSmall power;
+    return mp_exptmod(base, HxSetSmall(&power, exponent), m, r);
 }

@@ -2,54 +2,54 @@
 #include "record.h"
 
 int mp_add_d(const mp_int* a, mp_digit d, mp_int* sum) {
-    hx_small b;
-    return mp_add(a, hx_set_small(&b, d), sum);
+    HxSmall b;
+    return mp_add(a, HxSetSmall(&b, d), sum);
 }
 
 int mp_sub_d(const mp_int* a, mp_digit d, mp_int* difference) {
-    hx_small b;
-    return mp_sub(a, hx_set_small(&b, d), difference);
+    HxSmall b;
+    return mp_sub(a, HxSetSmall(&b, d), difference);
 }
 
 int mp_mul_d(const mp_int* a, mp_digit d, mp_int* product) {
-    if (!hx_is_valid(a) || !hx_is_valid(product))
+    if (!HxIsValid(a) || !HxIsValid(product))
         return MP_INVALID_PARAMETER;
-    hx_scratch s;
-    const size_t n = hx_limbs(a);
-    int code = hx_scratch_open(&s, 2 * n + 1);
+    HxScratch s;
+    const size_t n = HxLimbs(a);
+    int code = HxScratchOpen(&s, 2 * n + 1);
     if (code != MP_SUCCESS)
         return code;
-    const hx_number number = hx_load(&s, a);
-    hx_limb* r = hx_scratch_take(&s, n + 1);
-    r[number.n] = hx_mul_1(r, number.limbs, number.n, d, 0);
-    code = hx_store(product, r, number.n + 1, number.negative);
-    hx_scratch_close(&s);
+    const HxNumber number = HxLoad(&s, a);
+    HxLimb* r = HxScratchTake(&s, n + 1);
+    r[number.n] = HxMul1(r, number.limbs, number.n, d, 0);
+    code = HxStore(product, r, number.n + 1, number.negative);
+    HxScratchClose(&s);
     return code;
 }
 
 int mp_div_d(const mp_int* a, mp_digit d, mp_int* q, mp_digit* r) {
-    if (!hx_is_valid(a) || !hx_is_valid(q) || r == NULL)
+    if (!HxIsValid(a) || !HxIsValid(q) || r == NULL)
         return MP_INVALID_PARAMETER;
     if (d == 0)
         return MP_OUT_OF_RANGE;
-    hx_scratch s;
-    const size_t n = hx_limbs(a);
-    int code = hx_scratch_open(&s, 2 * n);
+    HxScratch s;
+    const size_t n = HxLimbs(a);
+    int code = HxScratchOpen(&s, 2 * n);
     if (code != MP_SUCCESS)
         return code;
-    const hx_number number = hx_load(&s, a);
-    hx_limb* quotient = hx_scratch_take(&s, n);
-    const hx_limb rest = hx_div_1(quotient, number.limbs, number.n, d);
-    code = hx_store(q, quotient, number.n, number.negative);
+    const HxNumber number = HxLoad(&s, a);
+    HxLimb* quotient = HxScratchTake(&s, n);
+    const HxLimb rest = HxDiv1(quotient, number.limbs, number.n, d);
+    code = HxStore(q, quotient, number.n, number.negative);
     if (code == MP_SUCCESS)
         *r = (mp_digit)rest;
-    hx_scratch_close(&s);
+    HxScratchClose(&s);
     return code;
 }
 
 /* Works on the digits in place: a remainder and the next digit fit into 32 bits. */
 int mp_mod_d(const mp_int* a, mp_digit d, mp_digit* r) {
-    if (!hx_is_valid(a) || r == NULL)
+    if (!HxIsValid(a) || r == NULL)
         return MP_INVALID_PARAMETER;
     if (d == 0)
         return MP_OUT_OF_RANGE;
