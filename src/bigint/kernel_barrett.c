@@ -1,20 +1,20 @@
-/* Powers modulo a number: the exponent's bits from the least significant one on, each product
- * reduced after Barrett. The modulus m is shifted until its top bit is set, so that B^2k / m is
- * B^k + v with v below B^k, where B is 2^64 and k the limbs of m. Of the two products of a
- * reduction only the half is computed that is needed. */
+/* Powers modulo a number, from the exponent's least significant bit up, with Barrett's reduction.
+ * The modulus m is shifted until its top bit is set, so that B^2k / m is B^k + v with v below B^k,
+ * where B is 2^64 and m has k limbs. A reduction computes only the half that it needs of its two
+ * products. */
 #include "kernel.h"
 
 typedef struct {
     size_t k;
     HxLimb* m;       /* k limbs, the top bit set */
     HxLimb* v;       /* k limbs */
-    HxLimb* product; /* 2k limbs, what is to be reduced */
+    HxLimb* product; /* 2k limbs, to be reduced */
     HxLimb* high;    /* 2k limbs: xh * v */
     HxLimb* low;     /* 2k limbs and a block: q * m */
     HxLimb* inner;   /* for products */
 } Barrett;
 
-/* The columns of a * b from k-2 on; what is left out is below one unit of column k. */
+/* The columns of a * b from k-2 up; the other columns add less than one unit to column k. */
 static void MultiplyHigh(HxLimb* r, const HxLimb* a, const HxLimb* b, size_t k) {
     const size_t lowest = k > HX_BLOCK + 1 ? k - HX_BLOCK - 1 : 0;
     HxZero(r + lowest, k - lowest);
@@ -37,7 +37,7 @@ static void Reduce(const Barrett* b, HxLimb* r) {
     const size_t k = b->k;
     HxLimb* x = b->product;
     HxLimb* q = b->high + k;
-    /* Long numbers: whole products by a faster method beat halves by the quadratic one. */
+    /* For long numbers, whole products are faster than halves by the quadratic method. */
     if (k < HX_WHOLE_REDUCTION)
         MultiplyHigh(b->high, x + k, b->v, k);
     else
@@ -105,7 +105,7 @@ void HxPowm(HxLimb* r, const HxLimb* base, const HxLimb* exponent, size_t en, co
         }
         first = 0;
     }
-    /* x is below the shifted modulus: shifted as well, it leaves the shifted result. */
+    /* x is reduced by the shifted modulus only: shift it too, reduce, and shift the rest back. */
     HxLimb* quotient = b.high;
     b.product[mn] = HxShiftLeft(b.product, x, mn, shift);
     HxDivNormal(quotient, b.product, mn + 1, b.m, mn, b.inner);

@@ -1,4 +1,4 @@
-/* Asks the processor, once, for what the assembly needs. */
+/* Detection of the processor features that the assembly needs. */
 #include "kernel_x86_64.h"
 
 #if HX_ASSEMBLY
@@ -9,7 +9,7 @@
 enum { Unknown, Absent, Present };
 
 #ifdef HX_BIGINT_NO_ADX
-/* For tests: as on an older processor. */
+/* For tests: behaves like an older processor. */
 static int Ask(void) {
     return Absent;
 }
@@ -38,7 +38,7 @@ int HxHasAdx(void) {
 
 #else
 
-/* A translation unit is not empty. */
+/* C does not allow an empty translation unit. */
 typedef int HxNoAssembly;
 
 #endif

@@ -1,5 +1,5 @@
-/* Quotients: by one limb, by Knuth's method with a reciprocal of two limbs (after Moeller and
- * Granlund), and by halves (after Burnikel and Ziegler), where products do most of the work. */
+/* Quotients: by one limb, by Knuth's method with the reciprocal of two limbs (Moeller and
+ * Granlund), and by halves (Burnikel and Ziegler), which turns most of the work into products. */
 #include "kernel.h"
 #include "kernel_x86_64.h"
 
@@ -16,7 +16,7 @@ static HxLimb DivideWide(HxLimb high, HxLimb low, HxLimb d, HxLimb* remainder) {
     *remainder = low - quotient * d;
     return quotient;
 #else
-    /* Two digits of half a limb, each estimated by the upper half of d. */
+    /* Computes two digits of half a limb, each estimated from the upper half of d. */
     const HxLimb top = d >> 32;
     const HxLimb bottom = d & UINT32_MAX;
     HxLimb quotient = 0;
@@ -37,13 +37,13 @@ static HxLimb DivideWide(HxLimb high, HxLimb low, HxLimb d, HxLimb* remainder) {
 #endif
 }
 
-/* For the division by one limb d with its top bit set. */
+/* Returns the reciprocal of a limb with its top bit set. */
 static HxLimb Reciprocal(HxLimb d) {
     HxLimb rest;
     return DivideWide(~d, HX_LIMB_MAX, d, &rest);
 }
 
-/* high:low divided by d, whose reciprocal is v; high is below d. */
+/* Returns high:low / d for the reciprocal v of d; high is below d. */
 static inline HxLimb DivideTwo(HxLimb high, HxLimb low, HxLimb d, HxLimb v, HxLimb* rest) {
     HxLimb q1;
     HxLimb q0 = HxMulWide(v, high, &q1);
@@ -84,7 +84,7 @@ HxLimb HxDiv1(HxLimb* q, const HxLimb* a, size_t n, HxLimb d) {
     return HxDivBy(q, a, n, HxDivisorOf(d));
 }
 
-/* The reciprocal of the two limbs d1:d0. */
+/* Returns the reciprocal of the two limbs d1:d0. */
 static HxLimb ReciprocalOfTwo(HxLimb d1, HxLimb d0) {
     HxLimb v = Reciprocal(d1);
     HxLimb p = d1 * v + d0;
@@ -113,7 +113,7 @@ static inline void SubtractTwo(HxLimb* r1, HxLimb* r0, HxLimb d1, HxLimb d0) {
     *r0 -= d0;
 }
 
-/* u[2]:u[1]:u[0] divided by d1:d0 with the reciprocal v; u[2]:u[1] is below d1:d0. */
+/* Returns u[2]:u[1]:u[0] / d1:d0 for the reciprocal v; u[2]:u[1] is below d1:d0. */
 static inline HxLimb DivideThree(const HxLimb* u, HxLimb d1, HxLimb d0, HxLimb v) {
     HxLimb q1;
     HxLimb q0 = HxMulWide(v, u[2], &q1);
@@ -136,7 +136,8 @@ static inline HxLimb DivideThree(const HxLimb* u, HxLimb d1, HxLimb d0, HxLimb v
     return q1;
 }
 
-/* One quotient limb: subtracts it times b from a[0..bn], whose upper bn limbs are not above b. */
+/* Returns one quotient limb and subtracts its product with b from a[0..bn], whose upper bn limbs
+ * are at most b. */
 static HxLimb DivideStep(HxLimb* a, const HxLimb* b, size_t bn, HxLimb v) {
     HxLimb* top = a + bn - 2;
     HxLimb digit = HX_LIMB_MAX;
@@ -152,8 +153,7 @@ static HxLimb DivideStep(HxLimb* a, const HxLimb* b, size_t bn, HxLimb v) {
     return digit;
 }
 
-/* q[0..an-bn) = a / b for bn >= 2, a[0..bn) = a mod b; the result is the quotient's top limb, 0 or
- * 1. */
+/* q[0..an-bn) = a / b for bn >= 2, a[0..bn) = a mod b. Returns the quotient's top limb, 0 or 1. */
 static HxLimb DivideBasecase(HxLimb* q, HxLimb* a, size_t an, const HxLimb* b, size_t bn) {
     const HxLimb v = ReciprocalOfTwo(b[bn - 1], b[bn - 2]);
     const HxLimb high = HxCmpN(a + an - bn, b, bn) >= 0;
@@ -164,8 +164,8 @@ static HxLimb DivideBasecase(HxLimb* q, HxLimb* a, size_t an, const HxLimb* b, s
     return high;
 }
 
-/* As long as the remainder is negative (`below` tells by how many B^n): one less in the quotient,
- * one b more in the remainder. */
+/* Decreases the quotient and adds b to the remainder while that is negative: by `below` * B^n less
+ * its limbs. */
 static void Correct(HxLimb* q, size_t qn, HxLimb* qHigh, HxLimb* a, const HxLimb* b, size_t n,
                     HxLimb below) {
     while (below != 0) {
@@ -174,12 +174,12 @@ static void Correct(HxLimb* q, size_t qn, HxLimb* qHigh, HxLimb* a, const HxLimb
     }
 }
 
-/* a[0..n+m) by b[0..n), m <= n, as above. */
+/* Divides a[0..n+m) by b[0..n), m <= n, like DivideBasecase. */
 static HxLimb DivideByHalves(HxLimb* q, HxLimb* a, size_t m, const HxLimb* b, size_t n,
                              HxLimb* scratch);
 
-/* One half of it: the quotient of the upper part of a by the upper part of b, then what the lower k
- * limbs of b take away. */
+/* Computes half of a quotient: divides the upper part of a by the upper part of b, then subtracts
+ * the product with the lower k limbs of b. */
 static HxLimb DivideHalf(HxLimb* q, HxLimb* a, size_t qn, const HxLimb* b, size_t n, size_t k,
                          HxLimb* scratch) {
     HxLimb* product = scratch;
@@ -196,7 +196,7 @@ static HxLimb DivideByHalves(HxLimb* q, HxLimb* a, size_t m, const HxLimb* b, si
                              HxLimb* scratch) {
     if (m < HX_RECURSIVE_DIV || m < 4)
         return DivideBasecase(q, a, n + m, b, n);
-    /* A quotient shorter than b is nearly that by the upper m limbs of b. */
+    /* A quotient shorter than b depends almost only on the upper limbs of b. */
     if (m < n)
         return DivideHalf(q, a, m, b, n, n - m, scratch);
     const size_t k = m / 2;
@@ -210,7 +210,7 @@ size_t HxDivNormalScratch(size_t an, size_t bn) {
     const size_t m = HxSmaller(an - bn, bn);
     if (m < HX_RECURSIVE_DIV || m < 4)
         return 0;
-    /* A product of up to bn limbs. */
+    /* A product has at most bn limbs. */
     return bn + HxMulScratchBound(bn / 2 + 1);
 }
 
@@ -220,7 +220,8 @@ void HxDivNormal(HxLimb* q, HxLimb* a, size_t an, const HxLimb* b, size_t bn, Hx
         a[0] = HxDiv1(q, a, an, b[0]);
         return;
     }
-    /* Pieces of bn quotient limbs from the top; only the first can have a high limb. */
+    /* Computes bn quotient limbs at a time, from the top; only the first piece can have a high
+     * limb. */
     size_t left = an - bn;
     size_t piece = left % bn;
     if (piece == 0 && left > 0)
@@ -238,7 +239,7 @@ size_t HxDivScratchBound(size_t n) {
 }
 
 size_t HxDivScratch(size_t an, size_t bn) {
-    /* A shifted dividend and divisor, a quotient. */
+    /* The shifted dividend, the shifted divisor, the quotient. */
     return (an + 1) + bn + (an + 1 - bn + 1) + HxDivNormalScratch(an + 1, bn);
 }
 
@@ -250,7 +251,7 @@ void HxDiv(HxLimb* q, HxLimb* r, const HxLimb* a, size_t an, const HxLimb* b, si
     const unsigned shift = HX_LIMB_BITS - HxBitLength(b[bn - 1]);
     HxShiftLeft(divisor, b, bn, shift);
     dividend[an] = HxShiftLeft(dividend, a, an, shift);
-    /* The limb shifted out is below b's top limb, so the quotient has no more than an-bn+1. */
+    /* The limb shifted out is below b's top limb, so the quotient has at most an-bn+1 limbs. */
     const size_t length = dividend[an] == 0 ? an : an + 1;
     quotient[an - bn] = 0;
     HxDivNormal(quotient, dividend, length, divisor, bn, quotient + an - bn + 2);

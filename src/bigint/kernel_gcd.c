@@ -1,15 +1,15 @@
-/* Greatest common divisors after Lehmer: most quotients of Euclid's sequence are found from the top
- * bits of two neighbours alone, and many steps at once are then applied to the whole numbers. */
+/* Greatest common divisors by Lehmer's method: finds most quotients of Euclid's sequence from the
+ * top bits of two neighbors alone, then applies several steps to the whole numbers at once. */
 #include "kernel.h"
 
-/* Two neighbours of the sequence, r0 >= r1, and the magnitudes of their cofactors s0 and s1. Each
- * step changes the cofactors' signs. */
+/* Two neighbors of the sequence, r0 >= r1, and the magnitudes of their cofactors s0 and s1. Each
+ * step changes the signs of the cofactors. */
 typedef struct {
     HxLimb* r0;
     HxLimb* r1;
     size_t n0;
     size_t n1;
-    HxLimb* s0; /* null: not wanted */
+    HxLimb* s0; /* null if the caller needs no cofactor */
     HxLimb* s1;
     size_t sn;  /* limbs of both cofactors */
     HxLimb* t0; /* work memory of the size of r0, r1 */
@@ -35,7 +35,7 @@ static void Exchange(HxLimb** a, HxLimb** b) {
     *b = first;
 }
 
-/* 63 bits of a from the bit below 64 * n - shift on. */
+/* Returns the top 63 bits of a below the leading `shift` zeros. */
 static HxLimb TopBits(const HxLimb* a, size_t n, unsigned shift) {
     HxLimb top = a[n - 1] << shift;
     if (shift > 0 && n > 1)
@@ -43,7 +43,7 @@ static HxLimb TopBits(const HxLimb* a, size_t n, unsigned shift) {
     return top >> 1;
 }
 
-/* As many steps as are certain from the top bits alone, by the condition of Collins. */
+/* Takes as many steps as the top bits alone determine, by Collins's condition. */
 static Steps Simulate(HxLimb x, HxLimb y) {
     Steps s = {1, 0, 0, 1, 0};
     while (y != 0) {
@@ -154,7 +154,7 @@ size_t HxGcd(HxLimb* g, HxLimb* u, size_t* un, int* negative, HxLimb* a, size_t 
         e.s1[0] = 0;
         e.sn = 1;
     }
-    /* The first division brings the lengths together, so that r0 and r1 can change places. */
+    /* After the first division both numbers fit into both buffers and can change places. */
     Divide(&e);
     while (e.n1 > 0) {
         Steps s = {1, 0, 0, 1, 0};

@@ -1,4 +1,4 @@
-/* Products of any length: the choice of a method, and Karatsuba's. */
+/* Products of any length: choice of the method, and Karatsuba's method. */
 #include "kernel.h"
 
 #ifdef HX_BIGINT_TUNABLE
@@ -6,7 +6,7 @@ size_t hxKaratsubaMul, hxKaratsubaSqr, hxToom3Mul, hxToom3Sqr, hxRecursiveDiv, h
     hxWholeReduction;
 #endif
 
-/* Karatsuba's halves and the thirds of the next method need some length to be shorter. */
+/* Shorter operands do not get shorter in halves. */
 enum { KaratsubaLeast = 4 };
 
 static size_t KaratsubaScratch(size_t n) {
@@ -25,7 +25,7 @@ size_t HxMulNScratch(size_t n) {
     return HxLarger(halves, HxToom3Scratch(n));
 }
 
-/* r = |a - b| for an >= bn; the result tells whether a < b. */
+/* r = |a - b| for an >= bn. Returns whether a < b. */
 static int AbsoluteDifference(HxLimb* r, const HxLimb* a, size_t an, const HxLimb* b, size_t bn) {
     if (HxNormal(a + bn, an - bn) == 0 && HxCmpN(a, b, bn) < 0) {
         HxSubN(r, b, a, bn);
@@ -36,7 +36,7 @@ static int AbsoluteDifference(HxLimb* r, const HxLimb* a, size_t an, const HxLim
     return 0;
 }
 
-/* Puts r = low + middle * B^h + high * B^2h together, where r holds low and high, and the middle is
+/* r = low + middle * B^h + high * B^2h, where r already contains low and high, and the middle is
  * low + high -+ cross. */
 static void JoinHalves(HxLimb* r, size_t n, const HxLimb* cross, int add, HxLimb* sum) {
     const size_t low = n - n / 2;
@@ -46,7 +46,7 @@ static void JoinHalves(HxLimb* r, size_t n, const HxLimb* cross, int add, HxLimb
         sum[2 * low] += HxAddN(sum, sum, cross, 2 * low);
     else
         sum[2 * low] -= HxSubN(sum, sum, cross, 2 * low);
-    /* The middle may have a zero at the top that would not fit above an odd length. */
+    /* The top limb of the middle may be a zero for which r has no room. */
     const size_t rest = 2 * n - low;
     const size_t middle = HxSmaller(2 * low + 1, rest);
     HxAdd(r + low, r + low, rest, sum, middle);
@@ -109,8 +109,8 @@ size_t HxMulScratch(size_t an, size_t bn) {
 }
 
 size_t HxMulScratchBound(size_t n) {
-    /* The pieces of all levels of a product of unlike lengths are up to 2.7n limbs long, and each
-     * holds a product of twice its length. Halves need 2n and something per level, thirds 6n. */
+    /* With operands of different lengths, the pieces of all levels have up to 2.7n limbs, and each
+     * needs a product of twice its length. Halves need 2n and some limbs per level, thirds 6n. */
     if (n < HX_KARATSUBA_MUL && n < HX_KARATSUBA_SQR)
         return 0;
     if (n < HX_TOOM3_MUL && n < HX_TOOM3_SQR)
@@ -118,7 +118,7 @@ size_t HxMulScratchBound(size_t n) {
     return 12 * n + 1024;
 }
 
-/* Cuts the longer operand into pieces of the length of the shorter one. */
+/* Splits the longer operand into pieces of the length of the shorter one. */
 void HxMul(HxLimb* r, const HxLimb* a, size_t an, const HxLimb* b, size_t bn, HxLimb* scratch) {
     if (an < bn) {
         HxMul(r, b, bn, a, an, scratch);

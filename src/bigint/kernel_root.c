@@ -1,5 +1,5 @@
-/* Square roots: the root of the upper half of a number, one too high, is close enough for a single
- * step of Newton's method to be at most one above the root of the whole. */
+/* Square roots: one step of Newton's method from the root of the upper half, plus 1, yields a value
+ * that exceeds the root of the whole number by at most 1. */
 #include "kernel.h"
 
 static HxLimb RootOfLimb(HxLimb a) {
@@ -16,7 +16,7 @@ static size_t RootLength(size_t n) {
 }
 
 size_t HxSqrtScratch(size_t n) {
-    /* A level keeps half its length of the root and of the number while the next one runs. */
+    /* Each level keeps half its length of the root and of the number during the next one. */
     enum { Levels = 64 };
     return 6 * n + (size_t)4 * Levels + HxDivScratchBound(n);
 }
@@ -51,7 +51,7 @@ void HxSqrt(HxLimb* r, HxLimb* a, size_t n, HxLimb* scratch) {
     const size_t qn = n - xn + 1;
     HxLimb* square = quotient + n + 2;
     HxDiv(quotient, NULL, a, n, x, xn, square);
-    /* (x + a / x) / 2 is not above x. */
+    /* (x + a / x) / 2 is at most x. */
     const size_t length = HxNormal(quotient, qn);
     const HxLimb top = HxAdd(x, x, xn, quotient, length);
     HxShiftRight(x, x, xn, 1);
@@ -61,7 +61,7 @@ void HxSqrt(HxLimb* r, HxLimb* a, size_t n, HxLimb* scratch) {
     HxZero(r, rn);
     HxCopy(r, x, root < rn ? root : rn);
     if (root > rn) {
-        /* B^rn: one too high. */
+        /* The value is B^rn, which exceeds the root by 1. */
         memset(r, 0xff, rn * sizeof(HxLimb));
         return;
     }

@@ -1,4 +1,4 @@
-/* Products row by row, and of blocks of rows, which the quadratic methods are made of. */
+/* Products of rows and of blocks of rows, for the quadratic methods. */
 #include "kernel.h"
 #include "kernel_x86_64.h"
 
@@ -44,7 +44,7 @@ static void AddmulBlockAdx(HxLimb* r, const HxLimb* b, size_t n, const HxLimb* a
 
 enum { Group = 4 };
 
-/* The groups' part of a square, the last group filled up with zeros. */
+/* Completes a square group by group, and pads the last group with zeros. */
 static void SquareGroups(HxLimb* r, const HxLimb* a, size_t n) {
     const size_t whole = n / Group;
     const size_t rest = n % Group;
@@ -61,7 +61,7 @@ static void SquareGroups(HxLimb* r, const HxLimb* a, size_t n) {
     }
 }
 
-/* Adds the products of the limbs of the two groups in each block, which lie apart. */
+/* Adds the products of limbs of different groups in the same block. */
 static void AddCrosses(HxLimb* r, const HxLimb* a, size_t n) {
     for (size_t i = 0; i + Group < n; i += HX_BLOCK) {
         const size_t second = HxSmaller(n - i - Group, Group);

@@ -1,14 +1,14 @@
 /* Digits of a radix from 2 to 64, as values in bytes. A chunk is the highest power of the radix
  * that fits into a limb. Long numbers are split at a power of the chunk whose exponent is a power
- * of two, so that products and quotients of half the length do most of the work. */
+ * of two, which turns most of the work into products and quotients of half the length. */
 #include "kernel.h"
 
 enum { Levels = 64 };
 
 typedef struct {
     unsigned radix;
-    unsigned bits;   /* of a digit, for a power of two; else 0 */
-    unsigned digits; /* of a chunk */
+    unsigned bits;   /* bits of a digit for a power of two; otherwise 0 */
+    unsigned digits; /* digits of a chunk */
     HxLimb chunk;
 } Radix;
 
@@ -20,7 +20,7 @@ typedef struct {
 } Powers;
 
 static Radix Describe(unsigned radix) {
-    /* Ten is asked for most. */
+    /* Radix 10 is the most frequent. */
     if (radix == 10)
         return (Radix){10, 0, 19, 10000000000000000000U};
     Radix r = {radix, 0, 1, radix};
@@ -33,7 +33,7 @@ static Radix Describe(unsigned radix) {
     return r;
 }
 
-/* Chunks that are converted one by one. */
+/* Returns the number of chunks up to which chunks are converted one by one. */
 static size_t Least(void) {
     return HX_RECURSIVE_TEXT > 1 ? HX_RECURSIVE_TEXT : 1;
 }
@@ -49,13 +49,13 @@ size_t HxTextLimbs(size_t digits, unsigned radix) {
     return Chunks(digits, &r) + 1;
 }
 
-/* How many chunks of the radix n limbs may need: a chunk has at least this share of 64 bits. */
+/* Returns the largest number of chunks for n limbs: a chunk has at least `bits` bits. */
 static size_t ChunksOfLimbs(size_t n, const Radix* r) {
     const unsigned bits = HxBitLength(r->chunk) - 1;
     return (size_t)(((uint64_t)n * HX_LIMB_BITS + bits - 1) / bits);
 }
 
-/* The exponent of the smallest power that is not below so many chunks. */
+/* Returns the level of the smallest power of at least `chunks` chunks. */
 static size_t LevelsFor(size_t chunks) {
     size_t level = 0;
     while (Least() << level < chunks)
@@ -72,7 +72,7 @@ size_t HxTextDigits(size_t n, unsigned radix) {
     return (levels == 0 ? chunks : Least() << levels) * r.digits;
 }
 
-/* Limbs of all powers below the given level. */
+/* Returns the number of limbs of all powers below the level. */
 static size_t PowersSize(size_t levels) {
     return (Least() << levels) + levels + 1;
 }
@@ -124,9 +124,9 @@ static inline HxLimb ReadChunk(const unsigned char* values, size_t digits, unsig
 static size_t ReadChunks(HxLimb* r, const unsigned char* values, size_t digits,
                          const Radix* radix) {
     size_t n = 0;
-    /* The first chunk may be a short one. */
+    /* The first chunk may be shorter. */
     for (size_t end = (digits - 1) % radix->digits + 1, start = 0; start < digits;) {
-        /* A constant ten is worth its own loop. */
+        /* A constant radix makes the loop faster. */
         const HxLimb chunk = radix->radix == 10
                                  ? ReadChunk(values + start, end - start, 10)
                                  : ReadChunk(values + start, end - start, radix->radix);
@@ -168,7 +168,7 @@ size_t HxFromTextScratch(size_t digits, unsigned radix) {
     const size_t chunks = Chunks(digits, &r);
     if (r.bits != 0 || chunks <= Least())
         return 0;
-    /* The parts of a level are at most half of those above it, but for the first. */
+    /* Except at the first level, parts have at most half the length of those above. */
     return PowersSize(LevelsFor(chunks)) + 3 * chunks + (size_t)2 * Levels +
            HxMulScratchBound(chunks);
 }
@@ -203,7 +203,7 @@ static void WriteBits(unsigned char* values, size_t digits, const HxLimb* a, siz
     }
 }
 
-/* The digits of one chunk; ten is worth a constant divisor. */
+/* Writes the digits of one chunk. A constant divisor makes the loop faster. */
 static void WriteChunk(unsigned char* values, HxLimb chunk, const Radix* radix) {
     if (radix->radix == 10) {
         for (size_t i = radix->digits; i > 0; --i, chunk /= 10)
@@ -214,7 +214,7 @@ static void WriteChunk(unsigned char* values, HxLimb chunk, const Radix* radix) 
         values[i - 1] = (unsigned char)(chunk % radix->radix);
 }
 
-/* Exactly so many chunks, with leading zeros. */
+/* Writes exactly `chunks` chunks, with leading zeros. */
 static void WriteChunks(unsigned char* values, size_t chunks, HxLimb* a, size_t n,
                         const Radix* radix) {
     const HxDivisor divisor = HxDivisorOf(radix->chunk);
@@ -227,7 +227,7 @@ static void WriteChunks(unsigned char* values, size_t chunks, HxLimb* a, size_t 
     memset(values, 0, i * radix->digits);
 }
 
-/* Exactly the digits of a power of the given level. */
+/* Writes exactly as many digits as a power of the level has, with leading zeros. */
 static void WriteHalves(unsigned char* values, HxLimb* a, size_t n, size_t level,
                         const Radix* radix, const Powers* p, HxLimb* scratch) {
     const size_t chunks = Least() << level;

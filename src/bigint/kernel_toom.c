@@ -1,6 +1,5 @@
-/* Products by thirds, after Toom and Cook: both operands are polynomials a0 + a1 x + a2 x^2 at
- * x = B^k, the product is evaluated at 0, 1, -1, 2 and infinity, and its five coefficients follow
- * from the five values. */
+/* Products by thirds (Toom and Cook): both operands are polynomials a0 + a1 x + a2 x^2 at x = B^k.
+ * The five coefficients of the product follow from its values at 0, 1, -1, 2 and infinity. */
 #include "kernel.h"
 
 /* The values of one operand, k + 1 limbs each. */
@@ -26,12 +25,12 @@ size_t HxToom3Scratch(size_t n) {
     return 6 * (k + 1) + 3 * (2 * k + 2) + HxMulNScratch(k + 1);
 }
 
-/* The result tells whether the value at -1 is negative. */
+/* Returns whether the value at -1 is negative. */
 static int Evaluate(const HxLimb* a, Thirds t, Values v) {
     const size_t k = t.k;
     const HxLimb* a1 = a + k;
     const HxLimb* a2 = a + 2 * k;
-    /* at2 serves for the even part a0 + a2 first. */
+    /* at2 contains the even part a0 + a2 first. */
     v.at2[k] = HxAdd(v.at2, a, k, a2, t.top);
     v.at1[k] = v.at2[k] + HxAddN(v.at1, v.at2, a1, k);
     const int negative = v.at2[k] == 0 && HxCmpN(v.at2, a1, k) < 0;
@@ -51,7 +50,7 @@ static int Evaluate(const HxLimb* a, Thirds t, Values v) {
     return negative;
 }
 
-/* a is a multiple of 3: multiplies from the lowest limb on by the inverse of 3 modulo B. */
+/* Divides a multiple of 3 by multiplying each limb, from the lowest up, by 1/3 modulo B. */
 static void DivideBy3(HxLimb* a, size_t n) {
     const HxLimb inverse = 0xAAAAAAAAAAAAAAABU;
     const HxLimb third = HX_LIMB_MAX / 3;
@@ -65,13 +64,13 @@ static void DivideBy3(HxLimb* a, size_t n) {
     }
 }
 
-/* Adds `n` limbs at a place of r that has `room`, where what does not fit is zero. */
+/* Adds n limbs to the `room` limbs of r; limbs that do not fit are zero. */
 static void AddAt(HxLimb* r, size_t room, const HxLimb* a, size_t n) {
     HxAdd(r, r, room, a, HxSmaller(n, room));
 }
 
-/* r holds the lowest and the highest coefficient with a gap of 2k limbs between; w1, wMinus1 and
- * w2 hold the values there, which become the other three. */
+/* r contains the lowest and the highest coefficient with a gap of 2k limbs between. w1, wMinus1 and
+ * w2 contain the values at 1, -1 and 2, and become the other three coefficients. */
 static void Interpolate(HxLimb* r, size_t n, HxLimb* w1, HxLimb* wMinus1, HxLimb* w2,
                         int negative) {
     const Thirds t = Split(n);

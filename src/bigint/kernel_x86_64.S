@@ -1,6 +1,6 @@
-/* The inner loops for x86-64 under the System V calling convention. Those named _adx need a
- * processor with BMI2 and ADX: mulx leaves the flags alone, and adcx and adox carry two sums at
- * once, one in CF and one in OF. */
+/* Inner loops for x86-64 and the System V calling convention. Functions ending in Adx need a
+ * processor with BMI2 and ADX: mulx keeps the flags, and adcx and adox carry two sums at once, in
+ * CF and in OF. */
 #if defined(__x86_64__) && defined(__ELF__) && !defined(__ILP32__)
 
     .text
@@ -36,7 +36,7 @@
     .endm
 
 /* HxLimb HxAddNX64(HxLimb* r, const HxLimb* a, const HxLimb* b, size_t n)
- * r = a + b; the result is the carry. lea and dec leave CF alone. */
+ * r = a + b; returns the carry. lea and dec keep CF. */
     .macro add_or_sub name, operation
     function \name
     mov %rcx, %r8
@@ -82,8 +82,8 @@
     add_or_sub HxAddNX64, adc
     add_or_sub HxSubNX64, sbb
 
-/* One more column of a row: takes the sum \sum, the upper half \from of the column before, and
- * leaves this column's upper half in \to. */
+/* One column of a row: adds the sum \sum and the upper half \from of the previous column, and stores
+ * the upper half of this column in \to. */
     .macro column offset, low, sum, from, to
     mulx \offset(%rcx), \low, \to
     adcx \sum, \low
@@ -102,7 +102,7 @@
     .endif
     .endm
 
-/* Ends a row: both carries go into its last upper half, which becomes the top sum. */
+/* Ends a row: adds both carries to its last upper half, which becomes the top sum. */
     .macro close_row last, spare, sum
     mov $0, \spare
     adcx \spare, \last
@@ -112,7 +112,7 @@
 
 /* void HxAddmul<w>Adx(HxLimb* r, const HxLimb* b, size_t n, const HxLimb* a)
  * Adds a[0..w) * b[0..n) to r[0..n) and stores the rest in r[n..n+w). The sums of the w columns
- * stay in r8 to r15, and each row of n shifts them down by one. n is at least 1. */
+ * are in r8 to r15, and each row of n shifts them down by one. n is at least 1. */
     .macro addmul width
     function HxAddmul\width\()Adx
     save_registers
@@ -195,9 +195,9 @@
     .endm
 
 /* HxLimb HxSquareGroupsAdx(HxLimb* r, const HxLimb* a, size_t groups, HxLimb carry)
- * Ends a square: r holds the sum of the products of limbs of different groups of four. Adds the
- * products of different limbs within each group, doubles, adds the squares of the limbs and the
- * carry; the result is the carry from the top. */
+ * Ends a square: r contains the sum of the products of limbs of different groups of four. Adds the
+ * products of different limbs of each group, doubles, adds the squares of the limbs and the carry.
+ * Returns the carry from the top. */
     function HxSquareGroupsAdx
     save_registers
     push %rdx
@@ -261,7 +261,7 @@
 
 /* HxLimb HxAddmulRowAdx(HxLimb* r, const HxLimb* a, size_t n, HxLimb b)
  * HxLimb HxSubmulRowAdx(HxLimb* r, const HxLimb* a, size_t n, HxLimb b)
- * r += a * b, r -= a * b; the result is the carry. */
+ * r += a * b, r -= a * b; returns the carry. */
     .macro row name, first, next
     function \name
     push %rbx

@@ -1,4 +1,4 @@
-/* What kernel_x86_64.S provides, and whether it can be used. */
+/* The functions of kernel_x86_64.S; HX_ASSEMBLY is 1 if they are built. */
 #ifndef HX_BIGINT_KERNEL_X86_64_H
 #define HX_BIGINT_KERNEL_X86_64_H
 
@@ -28,7 +28,7 @@ HxLimb HxSquareGroupsAdx(HxLimb* r, const HxLimb* a, size_t groups, HxLimb carry
 HxLimb HxAddmulRowAdx(HxLimb* r, const HxLimb* a, size_t n, HxLimb b);
 HxLimb HxSubmulRowAdx(HxLimb* r, const HxLimb* a, size_t n, HxLimb b);
 
-/* Whether this processor has BMI2 and ADX. */
+/* Returns whether this processor has BMI2 and ADX. */
 int HxHasAdx(void);
 
 #endif

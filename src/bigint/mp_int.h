@@ -1,22 +1,24 @@
 /* Signed integers of any size for C11 and C++.
  *
- * An mp_int belongs to its caller, who sets it up with one of the mp_init functions and gives its
- * memory back with mp_clear. Its digits have 16 bits and stand least significant first; `used` of
- * the `alloc` allocated ones are in use. The top digit is not 0 unless the value is 0, which is
- * one digit 0 with sign 0: there is no negative zero. Callers may read the fields.
+ * An mp_int belongs to its caller, who initializes it with an mp_init function and releases its
+ * memory with mp_clear. Callers may read the fields. Digits have 16 bits, least significant first;
+ * `used` of the `alloc` allocated digits are in use. The top digit is not 0 unless the value is 0,
+ * which is one digit 0 with sign 0: no negative zero exists.
  *
- * Results come through the last arguments, and every result may be the same record as any operand.
- * Where a function has several results they should be different records; otherwise the last one
- * stays. A function that fails leaves its results as they were. A null pointer, or a record without
- * memory, is an invalid parameter, which is found before a value out of range is.
+ * Results are the last arguments. Every result may be the same record as any operand. Several
+ * results of one call should be different records; otherwise the last one is kept. A function that
+ * fails leaves its results unchanged. It checks for invalid parameters (null pointers and records
+ * without memory) before it checks for values out of range. Records grow as needed, to a multiple
+ * of the default precision.
  *
- * The functions share nothing but the default precision, and may run in several threads as long as
- * each record is used by one at a time. */
+ * The functions share nothing except the default precision. They may run in several threads if
+ * only one thread at a time uses a record. */
 #ifndef HX_MP_INT_H
 #define HX_MP_INT_H
 
 #include <stdint.h>
 
+/* Marks what the library exports. */
 #define HX_EXPORT_MP __attribute__((visibility("default")))
 
 #ifdef __cplusplus
@@ -29,188 +31,195 @@ typedef uint16_t mp_digit;
 /* A record. The order of the fields is the library's binary interface. */
 typedef struct {
     uint8_t sign;   /* 0: zero or positive, 1: negative */
-    uint32_t alloc; /* digits that the memory holds; 0 in a cleared record */
-    uint32_t used;  /* digits in use, 1 or more; 0 in a cleared record */
+    uint32_t alloc; /* number of allocated digits; 0 in a cleared record */
+    uint32_t used;  /* number of digits in use, at least 1; 0 in a cleared record */
     mp_digit* dp;   /* the digits, least significant first; null in a cleared record */
 } mp_int;
 
-/* What the functions return unless it says otherwise. mp_strerror has the texts. */
+/* Result codes of all functions unless noted otherwise. mp_strerror returns their texts. */
 enum {
-    MP_SUCCESS = 0,            /* the results are there */
-    MP_YES = 0,                /* to a question */
-    MP_NO = -1,                /* to a question */
-    MP_OUT_OF_MEMORY = -2,     /* an allocation failed */
+    MP_SUCCESS = 0,            /* the results are stored */
+    MP_YES = 0,                /* answer to a question */
+    MP_NO = -1,                /* answer to a question */
+    MP_OUT_OF_MEMORY = -2,     /* an allocation failed, or the result exceeds every record */
     MP_OUT_OF_RANGE = -3,      /* a value that is not allowed, such as a divisor of 0 */
-    MP_INVALID_PARAMETER = -4, /* a null pointer, a record without memory or a bad count */
-    MP_UNDEFINED = -5          /* there is no such result, such as no inverse */
+    MP_INVALID_PARAMETER = -4, /* a null pointer, a record without memory, or a bad count */
+    MP_UNDEFINED = -5          /* the result does not exist, such as an inverse */
 };
 
-/* --- Precision: a plain global, to be set before threads use the library ------------------ */
+/* --- Default precision: global and not locked, to be set before threads use the library ---- */
 
-/* The digits that mp_init allocates, and whose multiples growing records take: 64 at first. */
+/* Returns the default precision, initially 64: the number of digits that mp_init allocates. A
+ * record that grows gets a multiple of it. */
 HX_EXPORT_MP uint32_t mp_get_prec(void);
-/* Sets the precision, or 64 again for 0, and returns the one in force then. */
+/* Sets the default precision and returns it; 0 restores 64. */
 HX_EXPORT_MP uint32_t mp_set_prec(uint32_t prec);
 
-/* --- Life of a record ---------------------------------------------------------------------- */
+/* --- Creation, copies and release ---------------------------------------------------------- */
 
-/* A new record of value 0, with memory for as many digits as the precision says. */
+/* Initializes a record with value 0 and memory for as many digits as the default precision. The
+ * caller releases it with mp_clear. */
 HX_EXPORT_MP int mp_init(mp_int* mp);
-/* The same with memory for so many digits. A size of 0 is an invalid parameter. */
+/* Initializes a record with value 0 and memory for `digits` digits; 0 is an invalid parameter. */
 HX_EXPORT_MP int mp_init_size(mp_int* mp, uint32_t digits);
-/* So many records, all or none. A count below 1 is an invalid parameter. */
+/* Initializes `count` records; on failure, none. A count below 1 is an invalid parameter. */
 HX_EXPORT_MP int mp_init_array(mp_int* mp, int count);
-/* A new record with the value and the allocated size of `from`. */
+/* Initializes a record with the value and the allocated size of `from`. */
 HX_EXPORT_MP int mp_init_copy(mp_int* mp, const mp_int* from);
-/* Gives `to`, which was set up before, the value of `from`. */
+/* Copies the value of `from` to the initialized record `to`. */
 HX_EXPORT_MP int mp_copy(const mp_int* from, mp_int* to);
-/* Exchanges the contents without copying digits. */
+/* Exchanges two records without copying digits. */
 HX_EXPORT_MP int mp_exch(mp_int* a, mp_int* b);
-/* Zeroes the digits and frees them. A record that was cleared before stays as it is. */
+/* Zeroes and frees the digits. Leaves a cleared record unchanged. */
 HX_EXPORT_MP int mp_clear(mp_int* mp);
-/* mp_clear for so many records. A count below 1 is an invalid parameter. */
+/* Clears `count` records. A count below 1 is an invalid parameter. */
 HX_EXPORT_MP int mp_clear_array(mp_int* mp, int count);
-/* The value becomes 0; the memory stays. */
+/* Sets the value to 0 and keeps the memory. */
 HX_EXPORT_MP int mp_zero(mp_int* mp);
-/* The value becomes that of the digit. */
+/* Sets the value to d. */
 HX_EXPORT_MP int mp_set(mp_int* mp, mp_digit d);
-/* The value becomes that of the number, which may be any long. */
+/* Sets the value to any long. */
 HX_EXPORT_MP int mp_set_int(mp_int* mp, long value);
-/* Gives back the memory of the digits that are not in use. */
+/* Reduces the allocated memory to the digits in use. */
 HX_EXPORT_MP int mp_shrink(mp_int* mp);
 
-/* --- With one digit ------------------------------------------------------------------------ */
+/* --- Operations with one digit -------------------------------------------------------------- */
 
-/* a + d */
+/* sum = a + d */
 HX_EXPORT_MP int mp_add_d(const mp_int* a, mp_digit d, mp_int* sum);
-/* a - d */
+/* difference = a - d */
 HX_EXPORT_MP int mp_sub_d(const mp_int* a, mp_digit d, mp_int* difference);
-/* a * d */
+/* product = a * d */
 HX_EXPORT_MP int mp_mul_d(const mp_int* a, mp_digit d, mp_int* product);
-/* The quotient is cut towards zero; *r is the magnitude of the remainder. d = 0 is out of range. */
+/* q = a / d rounded toward zero; *r is the magnitude of the remainder. d = 0 is out of range. */
 HX_EXPORT_MP int mp_div_d(const mp_int* a, mp_digit d, mp_int* q, mp_digit* r);
-/* a to the power d; anything to the power 0 is 1. */
+/* power = a to the power d; any value to the power 0 is 1. */
 HX_EXPORT_MP int mp_expt_d(const mp_int* a, mp_digit d, mp_int* power);
-/* *r is in 0 to d - 1 also for a negative value. d = 0 is out of range. */
+/* *r = a modulo d, in 0 to d - 1 even for a negative a. d = 0 is out of range. */
 HX_EXPORT_MP int mp_mod_d(const mp_int* a, mp_digit d, mp_digit* r);
 
-/* --- Powers of two: shifts work on the magnitude and keep the sign ------------------------- */
+/* --- Powers of two: shifts of the magnitude that keep the sign ------------------------------ */
 
-/* a * 2 */
+/* product = a * 2 */
 HX_EXPORT_MP int mp_mul_2(const mp_int* a, mp_int* product);
-/* a / 2, cut towards zero */
+/* q = a / 2 rounded toward zero */
 HX_EXPORT_MP int mp_div_2(const mp_int* a, mp_int* q);
-/* a shifted left by so many bits */
+/* product = a shifted left by `bits` bits */
 HX_EXPORT_MP int mp_mul_2d(const mp_int* a, uint32_t bits, mp_int* product);
-/* a shifted right by so many bits, and the bits that fell out, with the sign of a */
+/* q = a shifted right by `bits` bits; r = the bits shifted out, with the sign of a */
 HX_EXPORT_MP int mp_div_2d(const mp_int* a, uint32_t bits, mp_int* q, mp_int* r);
-/* 2 to the power `bits` */
+/* power = 2 to the power `bits` */
 HX_EXPORT_MP int mp_2expt(uint32_t bits, mp_int* power);
 
-/* --- Signed arithmetic --------------------------------------------------------------------- */
+/* --- Signed arithmetic ---------------------------------------------------------------------- */
 
-/* a without its sign */
+/* magnitude = |a| */
 HX_EXPORT_MP int mp_abs(const mp_int* a, mp_int* magnitude);
-/* -a */
+/* negated = -a */
 HX_EXPORT_MP int mp_neg(const mp_int* a, mp_int* negated);
-/* a + b */
+/* sum = a + b */
 HX_EXPORT_MP int mp_add(const mp_int* a, const mp_int* b, mp_int* sum);
-/* a - b */
+/* difference = a - b */
 HX_EXPORT_MP int mp_sub(const mp_int* a, const mp_int* b, mp_int* difference);
-/* a * b */
+/* product = a * b */
 HX_EXPORT_MP int mp_mul(const mp_int* a, const mp_int* b, mp_int* product);
-/* a * a */
+/* square = a * a */
 HX_EXPORT_MP int mp_sqr(const mp_int* a, mp_int* square);
-/* The quotient is cut towards zero, and the remainder has the sign of a. b = 0 is out of range. */
+/* q = a / b rounded toward zero; r = the remainder, with the sign of a. b = 0 is out of range. */
 HX_EXPORT_MP int mp_div(const mp_int* a, const mp_int* b, mp_int* q, mp_int* r);
-/* a to the power of the exponent; anything to the power 0 is 1. A negative exponent is out of
- * range. */
+/* power = a to the power of the exponent; any value to the power 0 is 1. A negative exponent is out
+ * of range. */
 HX_EXPORT_MP int mp_expt(const mp_int* a, const mp_int* exponent, mp_int* power);
-/* a modulo m, in 0 to m - 1. An m below 1 is out of range. */
+/* r = a modulo m, in 0 to m - 1. An m below 1 is out of range. */
 HX_EXPORT_MP int mp_mod(const mp_int* a, const mp_int* m, mp_int* r);
-/* The square root, rounded down; a negative value is out of range. */
+/* root = the square root of a, rounded down. A negative a is out of range. */
 HX_EXPORT_MP int mp_sqrt(const mp_int* a, mp_int* root);
 
-/* --- Modulo m, below 1 out of range; results are in 0 to m - 1 unless it says otherwise ----- */
+/* --- Modular arithmetic: results are in 0 to m - 1 unless noted otherwise; an m below 1 is out of
+ * range */
 
-/* (a + b) modulo m */
+/* r = (a + b) modulo m */
 HX_EXPORT_MP int mp_addmod(const mp_int* a, const mp_int* b, const mp_int* m, mp_int* r);
-/* (a - b) modulo m */
+/* r = (a - b) modulo m */
 HX_EXPORT_MP int mp_submod(const mp_int* a, const mp_int* b, const mp_int* m, mp_int* r);
-/* (a * b) modulo m */
+/* r = (a * b) modulo m */
 HX_EXPORT_MP int mp_mulmod(const mp_int* a, const mp_int* b, const mp_int* m, mp_int* r);
-/* (a * a) modulo m */
+/* r = (a * a) modulo m */
 HX_EXPORT_MP int mp_sqrmod(const mp_int* a, const mp_int* m, mp_int* r);
-/* The power of the base modulo m. A negative exponent is out of range; an exponent of 0 gives 1,
- * also for m = 1. The time depends on the exponent's bits: not for secrets that others can time. */
+/* r = base to the power of the exponent, modulo m. A negative exponent is out of range; the
+ * exponent 0 returns 1 even for m = 1. The run time depends on the bits of the exponent: unsuitable
+ * for secret exponents where others can measure it. */
 HX_EXPORT_MP int mp_exptmod(const mp_int* base, const mp_int* exponent, const mp_int* m, mp_int* r);
-/* The same with one digit as the exponent. */
+/* The same with a one-digit exponent. */
 HX_EXPORT_MP int mp_exptmod_d(const mp_int* base, mp_digit exponent, const mp_int* m, mp_int* r);
-/* The inverse of a in 0 to m - 1, with its sign changed if a is negative: -3 modulo 7 gives -2.
- * MP_UNDEFINED where a and m have a common divisor. */
+/* r = the inverse of a modulo m; for a negative a, the inverse in 0 to m - 1 with its sign changed:
+ * -3 modulo 7 returns -2. MP_UNDEFINED if a and m have a common divisor. */
 HX_EXPORT_MP int mp_invmod(const mp_int* a, const mp_int* m, mp_int* r);
 
-/* --- Comparisons return 1, 0 or -1 or, for a null pointer, MP_INVALID_PARAMETER ------------ */
+/* --- Comparisons: return 1 for greater, 0 for equal, -1 for less, or MP_INVALID_PARAMETER ---- */
 
-/* a with 0 */
+/* Compares a with 0. */
 HX_EXPORT_MP int mp_cmp_z(const mp_int* a);
-/* a with a digit */
+/* Compares a with a digit. */
 HX_EXPORT_MP int mp_cmp_d(const mp_int* a, mp_digit d);
-/* a with b */
+/* Compares a with b. */
 HX_EXPORT_MP int mp_cmp(const mp_int* a, const mp_int* b);
-/* a with b, without regard to the signs */
+/* Compares |a| with |b|. */
 HX_EXPORT_MP int mp_cmp_mag(const mp_int* a, const mp_int* b);
-/* a with a number */
+/* Compares a with any long. */
 HX_EXPORT_MP int mp_cmp_int(const mp_int* a, long value);
-/* MP_YES, MP_NO or the code of a failure. */
+/* Returns MP_YES for an odd value, MP_NO for an even one, or MP_INVALID_PARAMETER. */
 HX_EXPORT_MP int mp_isodd(const mp_int* a);
-/* The same for the other half of the numbers, 0 among them. */
+/* Returns MP_YES for an even value, including 0, MP_NO for an odd one, or MP_INVALID_PARAMETER. */
 HX_EXPORT_MP int mp_iseven(const mp_int* a);
 
-/* --- Number theory ------------------------------------------------------------------------- */
+/* --- Number theory -------------------------------------------------------------------------- */
 
-/* The greatest common divisor, above 0. Two zeros are out of range. */
+/* g = the greatest common divisor, above 0. Two zeros are out of range. */
 HX_EXPORT_MP int mp_gcd(const mp_int* a, const mp_int* b, mp_int* g);
-/* The least common multiple, not negative. Two zeros are out of range; with one it is 0. */
+/* m = the least common multiple, not negative; 0 if one operand is 0. Two zeros are out of range.
+ */
 HX_EXPORT_MP int mp_lcm(const mp_int* a, const mp_int* b, mp_int* m);
-/* The divisor of mp_gcd, and x and y with a * x + b * y = g. */
+/* g as in mp_gcd; x and y satisfy a * x + b * y = g. */
 HX_EXPORT_MP int mp_xgcd(const mp_int* a, const mp_int* b, mp_int* g, mp_int* x, mp_int* y);
 
-/* --- Binary form: the magnitude with the most significant byte first, at least one byte; the
- * signed form has one byte before it, 0 or 1 when written, anything but 0 for negative when read */
+/* --- Binary form: the magnitude, most significant byte first, at least one byte. The signed form
+ * starts with a sign byte: written as 0 or 1, and any byte except 0 is read as negative */
 
-/* Reads the signed form. `length` counts all bytes; below 1 it is an invalid parameter. */
+/* Reads the signed form. `length` counts all bytes; a length below 1 is an invalid parameter. */
 HX_EXPORT_MP int mp_read_signed_bin(mp_int* mp, const unsigned char* bytes, int length);
-/* Reads the magnitude, under the same rules; the value is not negative. */
+/* Reads the magnitude of a value that is not negative. `length` as in mp_read_signed_bin. */
 HX_EXPORT_MP int mp_read_unsigned_bin(mp_int* mp, const unsigned char* bytes, int length);
-/* Writes the signed form, mp_signed_bin_size bytes. */
+/* Writes the signed form: mp_signed_bin_size bytes into the caller's memory. */
 HX_EXPORT_MP int mp_to_signed_bin(const mp_int* a, unsigned char* bytes);
-/* Writes the magnitude, mp_unsigned_bin_size bytes. */
+/* Writes the magnitude: mp_unsigned_bin_size bytes into the caller's memory. */
 HX_EXPORT_MP int mp_to_unsigned_bin(const mp_int* a, unsigned char* bytes);
-/* The bytes of the signed form, INT_MAX at most, or the code of a failure. */
+/* Returns the number of bytes of the signed form, at most INT_MAX, or MP_INVALID_PARAMETER. */
 HX_EXPORT_MP int mp_signed_bin_size(const mp_int* a);
-/* The bytes of the magnitude, in the same way. */
+/* Returns the number of bytes of the magnitude, at most INT_MAX, or MP_INVALID_PARAMETER. */
 HX_EXPORT_MP int mp_unsigned_bin_size(const mp_int* a);
-/* The bits of the magnitude, in the same way; 0 has none. */
+/* Returns the number of bits of the magnitude, 0 for the value 0, at most INT_MAX, or
+ * MP_INVALID_PARAMETER. */
 HX_EXPORT_MP int mp_count_bits(const mp_int* a);
 
-/* --- Text form: radixes 2 to 64 over 0-9, A-Z, a-z, + and / -------------------------------- */
+/* --- Text form: radixes 2 to 64 with the digits 0-9, A-Z, a-z, + and / ----------------------- */
 
-/* Skips what is neither a digit nor a sign, takes one sign, and reads digits up to the first other
- * character; without any digit the value is 0. A leading + is the sign also in the radixes 63 and
- * 64, where it is a digit elsewhere. Other radixes are an invalid parameter. */
+/* Skips characters that are neither a digit nor a sign, reads one optional sign, then digits up to
+ * the first other character. Without digits the value is 0. A leading + is the sign even in the
+ * radixes 63 and 64, where + is a digit elsewhere. Other radixes are an invalid parameter. */
 HX_EXPORT_MP int mp_read_radix(mp_int* mp, const char* text, int radix);
-/* Writes the text and its NUL, at most mp_count_bits + 2 bytes, and one more for a negative value.
- * Other radixes are out of range. */
+/* Writes the text and a NUL into the caller's memory: at most mp_count_bits + 2 bytes, and one more
+ * for a negative value. Other radixes are out of range. */
 HX_EXPORT_MP int mp_toradix(const mp_int* a, char* text, int radix);
-/* An estimate of the characters: it is no more than that, and may leave no room for the NUL. */
+/* Returns an estimate of the number of characters, which may not include room for the NUL, or
+ * MP_INVALID_PARAMETER. */
 HX_EXPORT_MP int mp_radix_size(const mp_int* a, int radix);
-/* The same estimate, without its added 1, for so many digits of so many bits; 0 if any argument is
- * out of range. */
+/* Returns the same estimate, without the 1 added there, for `digits` digits of `bits` bits; 0 if an
+ * argument is out of range. */
 HX_EXPORT_MP int mp_value_radix_size(int digits, int bits, int radix);
-/* The value of a digit of the radix, or -1. Below radix 37 letters count in either case. */
+/* Returns the value of a digit of the radix, or -1. Below radix 37, letters of both cases count. */
 HX_EXPORT_MP int mp_char2value(char character, int radix);
-/* The text of a result code: a constant, never null, "unknown result code" for any other. */
+/* Returns the constant text of a result code, "unknown result code" for any other code. */
 HX_EXPORT_MP const char* mp_strerror(int code);
 
 #ifdef __cplusplus

@@ -1,4 +1,4 @@
-/* Powers of whole numbers. */
+/* Integer powers. */
 #include "record.h"
 
 /* The bits of the largest record. */
@@ -48,7 +48,7 @@ static int PowerOfLong(const mp_int* a, uint64_t exponent, mp_int* power) {
     return code;
 }
 
-/* 0, 1 and -1 to the power of a positive exponent. */
+/* Stores 0, 1 or -1 to the power of a positive exponent. */
 static int PowerOfUnit(const mp_int* a, int odd, mp_int* power) {
     return HxCopySigned(a, a->sign != 0 && odd, power);
 }

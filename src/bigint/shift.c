@@ -1,4 +1,4 @@
-/* Powers of two: the magnitude is shifted, the sign stays. */
+/* Powers of two: shifts of the magnitude that keep the sign. */
 #include "record.h"
 
 int mp_mul_2(const mp_int* a, mp_int* product) {
