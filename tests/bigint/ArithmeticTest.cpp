@@ -1,4 +1,4 @@
-// What the text about the arithmetic says in so many words: signs, borders, codes.
+// Signs, borders and result codes of the arithmetic.
 #include <gtest/gtest.h>
 
 #include <climits>
@@ -10,7 +10,7 @@ namespace {
 
 using namespace hx_test;
 
-TEST(Arithmetic, DivisionCutsTowardsZeroAndTheRemainderHasTheDividendsSign) {
+TEST(Arithmetic, DivisionRoundsTowardZero) {
     EXPECT_EQ(Do("mp_div", {"7", "2"}), "0 3 1");
     EXPECT_EQ(Do("mp_div", {"-7", "2"}), "0 -3 -1");
     EXPECT_EQ(Do("mp_div", {"7", "-2"}), "0 -3 1");
@@ -19,14 +19,14 @@ TEST(Arithmetic, DivisionCutsTowardsZeroAndTheRemainderHasTheDividendsSign) {
     EXPECT_EQ(Do("mp_div", {"-4", "2"}), "0 -2 0");
 }
 
-TEST(Arithmetic, DivisionByOneDigitGivesTheRemaindersMagnitude) {
+TEST(Arithmetic, DigitDivisionReturnsMagnitudeOfRemainder) {
     EXPECT_EQ(Do("mp_div_d", {"-7"}, 2), "0 -3 1");
     EXPECT_EQ(Do("mp_mod_d", {"-7"}, 2), "0 1");
     EXPECT_EQ(Do("mp_mod_d", {"-7"}, 5), "0 3");
     EXPECT_EQ(Do("mp_mod_d", {"-a"}, 5), "0 0");
 }
 
-TEST(Arithmetic, DivisionByZeroIsOutOfRange) {
+TEST(Arithmetic, RejectsDivisorBelowItsRange) {
     EXPECT_EQ(Do("mp_div", {"5", "0"}), "-3");
     EXPECT_EQ(Do("mp_div_d", {"5"}, 0), "-3");
     EXPECT_EQ(Do("mp_mod_d", {"5"}, 0), "-3");
@@ -34,7 +34,7 @@ TEST(Arithmetic, DivisionByZeroIsOutOfRange) {
     EXPECT_EQ(Do("mp_mod", {"5", "-3"}), "-3");
 }
 
-TEST(Arithmetic, ShiftsWorkOnTheMagnitude) {
+TEST(Arithmetic, ShiftsMagnitude) {
     EXPECT_EQ(Do("mp_div_2", {"-1"}), "0 0");
     EXPECT_EQ(Do("mp_div_2", {"-3"}), "0 -1");
     EXPECT_EQ(Do("mp_div_2d", {"-9"}, 2), "0 -2 -1");
@@ -46,7 +46,7 @@ TEST(Arithmetic, ShiftsWorkOnTheMagnitude) {
     EXPECT_EQ(Do("mp_2expt", {}, 0), "0 1");
 }
 
-TEST(Arithmetic, ThereIsNoNegativeZero) {
+TEST(Arithmetic, ReturnsNoNegativeZero) {
     EXPECT_EQ(Do("mp_neg", {"0"}), "0 0");
     EXPECT_EQ(Do("mp_mul", {"-5", "0"}), "0 0");
     EXPECT_EQ(Do("mp_mul_d", {"-5"}, 0), "0 0");
@@ -56,7 +56,7 @@ TEST(Arithmetic, ThereIsNoNegativeZero) {
     EXPECT_EQ(Do("mp_div", {"-5", "5"}), "0 -1 0");
 }
 
-TEST(Arithmetic, CarriesAndBorrowsRunThroughEveryDigit) {
+TEST(Arithmetic, CarriesAndBorrowsThroughEveryDigit) {
     const std::string ones(500, 'f');
     const std::string power = "1" + std::string(500, '0');
     EXPECT_EQ(Do("mp_add", {ones, "1"}), "0 " + power);
@@ -67,7 +67,7 @@ TEST(Arithmetic, CarriesAndBorrowsRunThroughEveryDigit) {
     EXPECT_EQ(Do("mp_sub", {ones, power}), "0 -1");
 }
 
-TEST(Arithmetic, APowerWithExponentZeroIsOne) {
+TEST(Arithmetic, PowerWithExponentZeroIsOne) {
     EXPECT_EQ(Do("mp_expt", {"0", "0"}), "0 1");
     EXPECT_EQ(Do("mp_expt", {"-5", "0"}), "0 1");
     EXPECT_EQ(Do("mp_expt_d", {"0"}, 0), "0 1");
@@ -75,7 +75,7 @@ TEST(Arithmetic, APowerWithExponentZeroIsOne) {
     EXPECT_EQ(Do("mp_expt", {"-2", "3"}), "0 -8");
 }
 
-TEST(Arithmetic, UnitsTakeExponentsOfAnySize) {
+TEST(Arithmetic, PowerOfUnitTakesExponentOfAnySize) {
     const std::string huge = "1" + std::string(100, '0');
     EXPECT_EQ(Do("mp_expt", {"0", huge}), "0 0");
     EXPECT_EQ(Do("mp_expt", {"1", huge}), "0 1");
@@ -83,13 +83,13 @@ TEST(Arithmetic, UnitsTakeExponentsOfAnySize) {
     EXPECT_EQ(Do("mp_expt", {"-1", huge.substr(0, 100) + "1"}), "0 -1");
 }
 
-TEST(Arithmetic, APowerThatNoRecordCanHoldIsOutOfMemory) {
+TEST(Arithmetic, PowerIsOutOfMemoryWhenTooLong) {
     EXPECT_EQ(Do("mp_expt", {"2", "1" + std::string(40, '0')}), "-2");
     EXPECT_EQ(Do("mp_expt", {"2", "ffffffffffffffff"}), "-2");
     EXPECT_EQ(Do("mp_expt", {"-12345", "ffffffffff"}), "-2");
 }
 
-TEST(Arithmetic, RootsAreRoundedDownAndNeedAValueOfAtLeastZero) {
+TEST(Arithmetic, RootRoundsDownAndRejectsNegativeValue) {
     EXPECT_EQ(Do("mp_sqrt", {"-1"}), "-3");
     EXPECT_EQ(Do("mp_sqrt", {"0"}), "0 0");
     EXPECT_EQ(Do("mp_sqrt", {"1"}), "0 1");
@@ -97,8 +97,7 @@ TEST(Arithmetic, RootsAreRoundedDownAndNeedAValueOfAtLeastZero) {
     EXPECT_EQ(Do("mp_sqrt", {"4"}), "0 2");
 }
 
-// Around every square, also where all bits are set.
-TEST(Arithmetic, RootsAreExactAroundSquares) {
+TEST(Arithmetic, RootIsExactAroundSquares) {
     for (size_t nibbles = 1; nibbles < 120; ++nibbles) {
         for (const std::string& root :
              {std::string(nibbles, 'f'), "1" + std::string(nibbles, '0')}) {
@@ -114,7 +113,7 @@ TEST(Arithmetic, RootsAreExactAroundSquares) {
     }
 }
 
-TEST(Comparisons, KnowTheSigns) {
+TEST(Comparison, RespectsSigns) {
     EXPECT_EQ(Do("mp_cmp_z", {"-5"}), "-1");
     EXPECT_EQ(Do("mp_cmp_z", {"0"}), "0");
     EXPECT_EQ(Do("mp_cmp", {"-5", "4"}), "-1");
@@ -124,7 +123,7 @@ TEST(Comparisons, KnowTheSigns) {
     EXPECT_EQ(Do("mp_cmp_d", {"10000"}, 65535), "1");
 }
 
-TEST(Comparisons, TakeEveryLong) {
+TEST(Comparison, TakesEveryLong) {
     const long values[] = {LONG_MIN, LONG_MIN + 1, -65536, -1, 0, 1, 65535, 65536, LONG_MAX};
     for (const long left : values) {
         Integer mp;
@@ -136,20 +135,20 @@ TEST(Comparisons, TakeEveryLong) {
     EXPECT_EQ(mp_cmp_int(Integer("-10000000000000000"), LONG_MIN), -1);
 }
 
-TEST(Comparisons, ParityIsAYesOrANo) {
+TEST(Comparison, ReturnsYesOrNoForParity) {
     EXPECT_EQ(Do("mp_isodd", {"-3"}), "0");
     EXPECT_EQ(Do("mp_isodd", {"0"}), "-1");
     EXPECT_EQ(Do("mp_iseven", {"0"}), "0");
     EXPECT_EQ(Do("mp_iseven", {"10001"}), "-1");
 }
 
-TEST(NumberTheory, OfTwoZerosThereIsNone) {
+TEST(NumberTheory, RejectsTwoZeros) {
     EXPECT_EQ(Do("mp_gcd", {"0", "0"}), "-3");
     EXPECT_EQ(Do("mp_lcm", {"0", "0"}), "-3");
     EXPECT_EQ(Do("mp_xgcd", {"0", "0"}), "-3");
 }
 
-TEST(NumberTheory, ResultsAreNotNegative) {
+TEST(NumberTheory, ReturnsNoNegativeResult) {
     EXPECT_EQ(Do("mp_gcd", {"-c", "8"}), "0 4");
     EXPECT_EQ(Do("mp_gcd", {"-c", "0"}), "0 c");
     EXPECT_EQ(Do("mp_gcd", {"0", "-c"}), "0 c");
@@ -159,7 +158,7 @@ TEST(NumberTheory, ResultsAreNotNegative) {
 }
 
 // Answer() checks the cofactors.
-TEST(NumberTheory, CofactorsHoldForTheSignedInputs) {
+TEST(NumberTheory, CofactorsMatchSignedOperands) {
     for (const char* a : {"-f", "f", "-6", "6", "-1", "1", "0", "123456789abcdef123456789"}) {
         for (const char* b : {"-f", "f", "a", "-a", "1", "-1", "-123456789abcdef123456789"})
             EXPECT_EQ(Do("mp_xgcd", {a, b}), Do("mp_gcd", {a, b})) << a << " " << b;
@@ -167,8 +166,8 @@ TEST(NumberTheory, CofactorsHoldForTheSignedInputs) {
     EXPECT_EQ(Do("mp_xgcd", {"-f", "0"}), "0 f");
 }
 
-// Neighbours in Fibonacci's sequence make Euclid's method take the most steps.
-TEST(NumberTheory, FibonacciNumbersHaveNoCommonDivisor) {
+// Neighbors in Fibonacci's sequence need the most steps of Euclid's method.
+TEST(NumberTheory, FindsDivisorOfFibonacciNumbers) {
     Integer a("1");
     Integer b("1");
     for (int i = 0; i < 3000; ++i) {

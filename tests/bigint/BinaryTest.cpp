@@ -1,4 +1,4 @@
-// The binary forms.
+// Binary forms.
 #include <gtest/gtest.h>
 
 #include <climits>
@@ -13,7 +13,7 @@ using hx_test::Hex;
 using hx_test::Integer;
 using Bytes = std::vector<unsigned char>;
 
-// With a byte behind what may be written, which must stay.
+// Checks that the byte after the form stays unchanged.
 Bytes Written(const mp_int* mp, int size, int (*write)(const mp_int*, unsigned char*)) {
     Bytes bytes(static_cast<size_t>(size) + 1, 0xA5);
     EXPECT_EQ(write(mp, bytes.data()), MP_SUCCESS);
@@ -30,7 +30,7 @@ Bytes Signed(const mp_int* mp) {
     return Written(mp, mp_signed_bin_size(mp), mp_to_signed_bin);
 }
 
-TEST(Binary, FormsAreBigEndianWithoutLeadingZeros) {
+TEST(Binary, WritesBigEndianWithoutLeadingZeros) {
     EXPECT_EQ(Unsigned(Integer("0")), (Bytes{0}));
     EXPECT_EQ(Unsigned(Integer("ff")), (Bytes{0xff}));
     EXPECT_EQ(Unsigned(Integer("-100")), (Bytes{1, 0}));
@@ -38,13 +38,13 @@ TEST(Binary, FormsAreBigEndianWithoutLeadingZeros) {
               (Bytes{1, 0x23, 0x45, 0x67, 0x89, 0xab, 0xcd, 0xef, 1}));
 }
 
-TEST(Binary, TheSignedFormHasASignByteFirst) {
+TEST(Binary, WritesSignByteFirst) {
     EXPECT_EQ(Signed(Integer("0")), (Bytes{0, 0}));
     EXPECT_EQ(Signed(Integer("ff")), (Bytes{0, 0xff}));
     EXPECT_EQ(Signed(Integer("-100")), (Bytes{1, 1, 0}));
 }
 
-TEST(Binary, AnySignByteButZeroReadsAsNegative) {
+TEST(Binary, ReadsAnySignByteExceptZeroAsNegative) {
     for (const int sign : {1, 2, 128, 255}) {
         const Bytes bytes = {static_cast<unsigned char>(sign), 5};
         Integer mp;
@@ -53,7 +53,7 @@ TEST(Binary, AnySignByteButZeroReadsAsNegative) {
     }
 }
 
-TEST(Binary, ZeroHasNoSignWhateverTheSignByte) {
+TEST(Binary, ReadsZeroWithoutSign) {
     Integer mp("5");
     const Bytes bytes = {1, 0, 0};
     ASSERT_EQ(mp_read_signed_bin(mp, bytes.data(), 3), MP_SUCCESS);
@@ -62,14 +62,14 @@ TEST(Binary, ZeroHasNoSignWhateverTheSignByte) {
     EXPECT_EQ(Hex(mp), "0");
 }
 
-TEST(Binary, LeadingZerosAreReadOver) {
+TEST(Binary, SkipsLeadingZeros) {
     Integer mp;
     const Bytes bytes = {0, 0, 0, 0, 0, 0, 0, 0, 0, 0x12, 0x34, 0x56};
     ASSERT_EQ(mp_read_unsigned_bin(mp, bytes.data(), 12), MP_SUCCESS);
     EXPECT_EQ(Hex(mp), "123456");
 }
 
-TEST(Binary, ALengthBelowOneIsABadParameter) {
+TEST(Binary, RejectsLengthBelowOne) {
     Integer mp("5");
     const Bytes bytes = {1, 2};
     for (const int length : {0, -1, INT_MIN}) {
@@ -79,7 +79,7 @@ TEST(Binary, ALengthBelowOneIsABadParameter) {
     EXPECT_EQ(Hex(mp), "5");
 }
 
-TEST(Binary, FormsComeBack) {
+TEST(Binary, ReadsWhatItWrites) {
     hx_test::Numbers numbers(9);
     for (int i = 0; i < 300; ++i) {
         const Integer value(numbers.Signed(i < 200 ? 140 : 8192));
@@ -98,7 +98,7 @@ TEST(Binary, FormsComeBack) {
     }
 }
 
-TEST(Binary, SizesCountBitsAndBytes) {
+TEST(Binary, CountsBitsAndBytes) {
     EXPECT_EQ(mp_count_bits(Integer("0")), 0);
     EXPECT_EQ(mp_count_bits(Integer("-1")), 1);
     EXPECT_EQ(mp_count_bits(Integer("10000")), 17);

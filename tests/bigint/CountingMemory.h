@@ -1,5 +1,5 @@
-// The memory that the functions under test ask for: counted, refused on demand, and looked at when
-// it is given back. Only for programs that are linked with --wrap for the four calls.
+// Watches the memory that the functions under test allocate: counts calls, refuses them on demand,
+// and checks what is freed. For programs linked with --wrap for malloc, calloc, realloc and free.
 #pragma once
 
 #include <cstddef>
@@ -8,19 +8,22 @@ namespace hx_test {
 
 class CountingMemory {
 public:
-    static constexpr int Never = -1;
+    static constexpr int never = -1;
 
-    // From now on; the call with the number `failing` gets no memory.
-    static void Watch(int failing = Never);
+    // Starts watching; the allocation with the number `failing`, from 0, gets no memory.
+    static void Watch(int failing = never);
     static void Stop();
 
-    // Of the time since Watch().
+    // Since Watch(): calls of all kinds, and of realloc.
     static int Calls();
-    // Blocks that were given back with something else than zeros in them.
+    static int Reallocations();
+    // Freed blocks that did not contain only zeros.
     static int Unclean();
 
-    // Blocks that were ever got under watch and are still there.
+    // Blocks that were allocated under watch and still exist.
     static size_t Living();
+    // Bytes of such a block, 0 for any other.
+    static size_t SizeOf(void* block);
 };
 
 }  // namespace hx_test

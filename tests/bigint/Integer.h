@@ -1,4 +1,4 @@
-// A record of a test's own, filled and read digit by digit, without the functions under test.
+// A record that is filled and read digit by digit, without the functions under test.
 #pragma once
 
 #include <cstdint>
@@ -10,8 +10,8 @@ namespace hx_test {
 
 class Integer {
 public:
-    // The value in hexadecimal with an optional sign. Where no size is given, the digits that are
-    // needed are allocated and no more, so that any growth shows.
+    // Takes the value in hexadecimal with an optional sign. Without a size, allocates only the
+    // digits of the value, so that any growth shows.
     explicit Integer(const std::string& hex = "0", uint32_t alloc = 0);
     ~Integer() { mp_clear(&m_mp); }
     Integer(const Integer&) = delete;
@@ -26,8 +26,8 @@ private:
     mp_int m_mp = {};
 };
 
-// Lower case, with a sign for negative values. Fails the running test if the record breaks a rule
-// of the representation.
+// Returns the value in lower case with a sign for negative values. Fails the running test if the
+// record breaks a rule of the representation.
 std::string Hex(const mp_int* mp);
 
 }  // namespace hx_test

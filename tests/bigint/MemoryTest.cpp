@@ -1,9 +1,9 @@
-// Each allocation of every function fails in turn: the code tells, nothing changes, nothing leaks.
-// And no digits are left in memory that is given back.
+// Each allocation of every function fails in turn: the function returns a code, changes nothing and
+// leaks nothing. Freed memory contains no digits.
 #include <gtest/gtest.h>
 
+#include <climits>
 #include <cstring>
-#include <deque>
 #include <functional>
 
 #include "bigint/CountingMemory.h"
@@ -15,7 +15,7 @@ namespace {
 
 using namespace hx_test;
 
-// All that there is to know of a record.
+// The complete state of a record.
 struct State {
     explicit State(const mp_int* mp)
         : record(*mp), digits(mp->dp, mp->dp + (mp->dp == nullptr ? 0 : mp->used)) {}
@@ -28,9 +28,9 @@ struct State {
     std::vector<mp_digit> digits;
 };
 
-// Calls `call` with every allocation failing in turn until it needs no more of them. `records` must
-// be as they were after each failure. All memory must be given back clean where it holds only
-// digits. Returns how many allocations there were.
+// Calls `call` with each allocation failing in turn until it succeeds. Expects `records` to stay
+// unchanged after each failure, and freed memory to be clean if it contains only digits. Returns
+// the number of allocations.
 int FailEach(const std::function<int()>& call, const std::vector<const mp_int*>& records,
              bool onlyDigits = true) {
     std::vector<State> before;
@@ -55,9 +55,9 @@ int FailEach(const std::function<int()>& call, const std::vector<const mp_int*>&
     }
 }
 
-class MemoryOf : public testing::TestWithParam<Operation> {
+class AllocationFailure : public testing::TestWithParam<Operation> {
 protected:
-    // Operands that make a success of every function.
+    // Returns operands for which the function succeeds.
     static std::vector<std::string> Values(const Operation& operation, unsigned bits) {
         Numbers numbers(bits);
         for (;;) {
@@ -68,33 +68,31 @@ protected:
     }
 };
 
-TEST_P(MemoryOf, MayRunOutAtAnyCall) {
+TEST_P(AllocationFailure, ChangesNothing) {
     const Operation& operation = GetParam();
-    // Work memory of short operands is on the stack, that of long ones is not.
+    // Work memory is on the stack for short operands, and on the heap for long ones.
     for (const unsigned bits : {300U, 40000U}) {
-        std::vector<std::string> values;
-        if (operation.results > 0)
-            values = Values(operation, bits);
-        else
-            values.assign(operation.operands, std::string(bits / 4, 'f'));
+        const std::vector<std::string> values =
+            operation.results > 0
+                ? Values(operation, bits)
+                : std::vector<std::string>(operation.operands, std::string(bits / 4, 'f'));
         {
-            std::deque<Integer> records;
-            Arguments arguments;
-            std::vector<const mp_int*> watched;
-            mp_digit digit = 0;
-            for (const std::string& value : values)
-                watched.push_back(arguments.operands.emplace_back(records.emplace_back(value)));
-            for (size_t i = 0; i < operation.results; ++i)
-                watched.push_back(arguments.results.emplace_back(records.emplace_back("-5")));
-            arguments.extra = 3;
-            arguments.digit = &digit;
+            Call call(operation, 3, values, "-5");
+            std::vector<const mp_int*> watched = call.arguments.operands;
+            watched.insert(watched.end(), call.results.begin(), call.results.end());
             if (operation.results == 0) {
                 CountingMemory::Watch();
-                operation.call(arguments);
+                call.Run();
                 CountingMemory::Stop();
                 EXPECT_EQ(CountingMemory::Calls(), 0);
             } else {
-                FailEach([&] { return operation.call(arguments); }, watched);
+                FailEach(
+                    [&] {
+                        const int code = call.Run();
+                        EXPECT_TRUE(code == MP_SUCCESS || call.digit == Call::digitBefore);
+                        return code;
+                    },
+                    watched);
             }
         }
         EXPECT_EQ(CountingMemory::Living(), 0U) << "after the records were cleared";
@@ -102,9 +100,9 @@ TEST_P(MemoryOf, MayRunOutAtAnyCall) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Functions, MemoryOf,
+INSTANTIATE_TEST_SUITE_P(Functions, AllocationFailure,
                          testing::ValuesIn(Operations().begin(), Operations().end()),
-                         [](const auto& test) { return std::string(test.param.name); });
+                         operationName);
 
 class Memory : public testing::Test {
 protected:
@@ -114,7 +112,7 @@ protected:
     }
 };
 
-TEST_F(Memory, OfANewRecordMayBeRefused) {
+TEST_F(Memory, FailsForNewRecord) {
     mp_int mp = {1, 2, 3, nullptr};
     const Integer source("-123456789", 20);
     for (const std::function<int()>& call : std::vector<std::function<int()>>{
@@ -126,7 +124,7 @@ TEST_F(Memory, OfANewRecordMayBeRefused) {
     }
 }
 
-TEST_F(Memory, OfAnArrayIsThereForAllRecordsOrForNone) {
+TEST_F(Memory, FailsForWholeArray) {
     mp_int mp[5];
     std::memset(mp, 0, sizeof mp);
     std::vector<const mp_int*> watched;
@@ -140,7 +138,7 @@ TEST_F(Memory, OfAnArrayIsThereForAllRecordsOrForNone) {
     CountingMemory::Stop();
 }
 
-TEST_F(Memory, OfARecordIsZeroedBeforeItIsFreed) {
+TEST_F(Memory, IsZeroedBeforeItIsFreed) {
     CountingMemory::Watch();
     mp_int mp;
     mp_init_size(&mp, 8);
@@ -154,24 +152,30 @@ TEST_F(Memory, OfARecordIsZeroedBeforeItIsFreed) {
     CountingMemory::Stop();
 }
 
-TEST_F(Memory, MayRunOutWhenARecordIsSet) {
+TEST_F(Memory, FailsForSetRecord) {
     Integer mp("1");
     EXPECT_EQ(FailEach([&] { return mp_set_int(mp, -123456789); }, {mp}), 1);
     EXPECT_EQ(Hex(mp), "-75bcd15");
 }
 
-TEST_F(Memory, MayRunOutWhenARecordShrinks) {
-    CountingMemory::Watch();
-    mp_int mp;
-    mp_init_size(&mp, 100);
-    mp_set_int(&mp, -123456789);
-    CountingMemory::Stop();
-    EXPECT_EQ(FailEach([&] { return mp_shrink(&mp); }, {&mp}), 1);
-    EXPECT_EQ(Hex(&mp), "-75bcd15");
-    mp_clear(&mp);
+TEST_F(Memory, ShrinksWithRealloc) {
+    for (const auto& [value, digits] : {std::pair{-123456789L, 2U}, {1L, 1U}, {LONG_MAX, 4U}}) {
+        for (const uint32_t alloc : {digits + 1, 100U, 70000U}) {
+            CountingMemory::Watch();
+            mp_int mp;
+            mp_init_size(&mp, alloc);
+            mp_set_int(&mp, value);
+            CountingMemory::Stop();
+            EXPECT_EQ(FailEach([&] { return mp_shrink(&mp); }, {&mp}), 1);
+            EXPECT_EQ(CountingMemory::Reallocations(), 1);
+            EXPECT_EQ(CountingMemory::SizeOf(mp.dp), digits * sizeof(mp_digit));
+            EXPECT_EQ(mp_cmp_int(&mp, value), 0);
+            mp_clear(&mp);
+        }
+    }
 }
 
-TEST_F(Memory, MayRunOutInTextAndBinaryForm) {
+TEST_F(Memory, FailsForTextAndBinaryForm) {
     const std::string text(20000, '7');
     const auto* bytes = reinterpret_cast<const unsigned char*>(text.data());
     const int length = static_cast<int>(text.size());

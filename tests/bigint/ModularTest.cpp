@@ -1,4 +1,4 @@
-// Arithmetic modulo a number: codes, borders, and published powers.
+// Modular arithmetic: result codes, borders, published powers.
 #include <gtest/gtest.h>
 
 #include "bigint/Integer.h"
@@ -8,7 +8,7 @@ namespace {
 
 using namespace hx_test;
 
-TEST(Modular, AModulusOfZeroOrBelowIsOutOfRange) {
+TEST(Modular, RejectsModulusBelowOne) {
     for (const char* modulus : {"0", "-1", "-7"}) {
         for (const char* name : {"mp_addmod", "mp_submod", "mp_mulmod", "mp_exptmod"})
             EXPECT_EQ(Do(name, {"5", "3", modulus}), "-3") << name;
@@ -17,7 +17,7 @@ TEST(Modular, AModulusOfZeroOrBelowIsOutOfRange) {
     }
 }
 
-TEST(Modular, ResultsAreBelowTheModulusAndNotNegative) {
+TEST(Modular, ReturnsResultsFromZeroToBelowModulus) {
     EXPECT_EQ(Do("mp_mod", {"-1", "7"}), "0 6");
     EXPECT_EQ(Do("mp_mod", {"-7", "7"}), "0 0");
     EXPECT_EQ(Do("mp_addmod", {"-5", "-5", "7"}), "0 4");
@@ -27,11 +27,11 @@ TEST(Modular, ResultsAreBelowTheModulusAndNotNegative) {
     EXPECT_EQ(Do("mp_mulmod", {"0", "5", "7"}), "0 0");
 }
 
-TEST(Modular, APowerNeedsAnExponentOfAtLeastZero) {
+TEST(Modular, RejectsNegativeExponent) {
     EXPECT_EQ(Do("mp_exptmod", {"2", "-1", "7"}), "-3");
 }
 
-TEST(Modular, APowerWithExponentZeroIsOneAlsoForModulusOne) {
+TEST(Modular, PowerWithExponentZeroIsOneEvenForModulusOne) {
     EXPECT_EQ(Do("mp_exptmod", {"5", "0", "7"}), "0 1");
     EXPECT_EQ(Do("mp_exptmod", {"5", "0", "1"}), "0 1");
     EXPECT_EQ(Do("mp_exptmod", {"0", "0", "7"}), "0 1");
@@ -40,17 +40,17 @@ TEST(Modular, APowerWithExponentZeroIsOneAlsoForModulusOne) {
     EXPECT_EQ(Do("mp_exptmod", {"0", "3", "7"}), "0 0");
 }
 
-TEST(Modular, ANegativeBaseIsReducedFirst) {
+TEST(Modular, ReducesNegativeBase) {
     EXPECT_EQ(Do("mp_exptmod", {"-2", "3", "7"}), "0 6");
     EXPECT_EQ(Do("mp_exptmod_d", {"-2", "7"}, 2), "0 4");
 }
 
-TEST(Modular, PowersTakeEvenModuliAndPowersOfTwo) {
+TEST(Modular, PowerTakesEvenModulus) {
     EXPECT_EQ(Do("mp_exptmod", {"3", "5", "10"}), "0 3");
     EXPECT_EQ(Do("mp_exptmod", {"3", "64", "1" + std::string(16, '0')}), "0 d6947d55cf3813d1");
 }
 
-TEST(Modular, TheInverseTakesTheSignOfTheValue) {
+TEST(Modular, InverseHasSignOfValue) {
     EXPECT_EQ(Do("mp_invmod", {"3", "7"}), "0 5");
     EXPECT_EQ(Do("mp_invmod", {"-3", "7"}), "0 -2");
     EXPECT_EQ(Do("mp_invmod", {"a", "7"}), "0 5");
@@ -59,7 +59,7 @@ TEST(Modular, TheInverseTakesTheSignOfTheValue) {
     EXPECT_EQ(Do("mp_invmod", {"-3", "1"}), "0 0");
 }
 
-TEST(Modular, AValueWithACommonDivisorHasNoInverse) {
+TEST(Modular, InverseIsUndefinedWithCommonDivisor) {
     EXPECT_EQ(Do("mp_invmod", {"6", "9"}), "-5");
     EXPECT_EQ(Do("mp_invmod", {"0", "7"}), "-5");
     EXPECT_EQ(Do("mp_invmod", {"7", "7"}), "-5");
@@ -79,13 +79,13 @@ std::string PowerInText(const char* base, const char* exponent, const char* modu
 }
 
 // The example of Rivest, Shamir and Adleman's article of 1978.
-TEST(PublishedPowers, OfTheFirstArticleOnPublicKeys) {
+TEST(PublishedPower, MatchesFirstArticleOnPublicKeys) {
     EXPECT_EQ(PowerInText("920", "17", "2773", 10), "948");
     EXPECT_EQ(PowerInText("948", "157", "2773", 10), "920");
 }
 
 // The challenge in Scientific American of August 1977, solved in 1994.
-TEST(PublishedPowers, OfTheChallengeWith129Digits) {
+TEST(PublishedPower, MatchesChallengeWith129Digits) {
     const char* modulus =
         "114381625757888867669235779976146612010218296721242362562561842935706935245733897830597123"
         "5"
@@ -104,7 +104,7 @@ TEST(PublishedPowers, OfTheChallengeWith129Digits) {
 }
 
 // The example of the digital signature standard of 2000 (FIPS 186-2, appendix 5).
-TEST(PublishedPowers, OfTheSignatureStandard) {
+TEST(PublishedPower, MatchesSignatureStandard) {
     const char* p =
         "8DF2A494492276AA3D25759BB06869CBEAC0D83AFB8D0CF7CBB8324F0D7882E5D0762FC5B7210EAFC2E9ADAC32"
         "AB7AAC49693DFBF83724C2EC0736EE31C80291";
@@ -119,7 +119,7 @@ TEST(PublishedPowers, OfTheSignatureStandard) {
 }
 
 // The prime of 2048 bits of RFC 3526: 2 generates the group of half its size.
-TEST(PublishedPowers, OfTheGroupOf2048Bits) {
+TEST(PublishedPower, MatchesGroupOf2048Bits) {
     const std::string p =
         "FFFFFFFFFFFFFFFFC90FDAA22168C234C4C6628B80DC1CD129024E088A67CC74020BBEA63B139B22514A08798E"
         "3404DDEF9519B3CD3A431B302B0A6DF25F14374FE1356D6D51C245E485B576625E7EC6F44C42E9A637ED6B0BFF"

@@ -1,4 +1,4 @@
-// A null pointer and a record without memory are found first, whatever the values.
+// Null pointers and records without memory are checked before values.
 #include <gtest/gtest.h>
 
 #include <deque>
@@ -10,10 +10,10 @@ namespace {
 
 using namespace hx_test;
 
-class PointersOf : public testing::TestWithParam<Operation> {};
+class NullPointer : public testing::TestWithParam<Operation> {};
 
-// Values that would be out of range where that is possible: zeros and a negative one.
-TEST_P(PointersOf, AreTestedBeforeValues) {
+// Uses values that are out of range where possible: zeros and a negative one.
+TEST_P(NullPointer, IsRejectedBeforeValues) {
     const Operation& operation = GetParam();
     mp_int cleared = {};
     for (const mp_int* missing :
@@ -42,11 +42,11 @@ TEST_P(PointersOf, AreTestedBeforeValues) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Functions, PointersOf,
+INSTANTIATE_TEST_SUITE_P(Functions, NullPointer,
                          testing::ValuesIn(Operations().begin(), Operations().end()),
-                         [](const auto& test) { return std::string(test.param.name); });
+                         operationName);
 
-TEST(Pointers, OfTheOtherFunctionsAreTestedToo) {
+TEST(NullPointers, AreRejectedByOtherFunctions) {
     Integer a("5");
     unsigned char bytes[4] = {};
     char text[8] = {};

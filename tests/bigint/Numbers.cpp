@@ -6,7 +6,7 @@ namespace hx_test {
 
 namespace {
 
-// Turns bits, the least significant first, into hexadecimal.
+// Converts bits, least significant first, to hexadecimal.
 std::string HexOf(std::vector<bool> bits) {
     while (bits.size() % 4 != 0)
         bits.push_back(false);
@@ -22,12 +22,12 @@ std::string HexOf(std::vector<bool> bits) {
 }  // namespace
 
 std::string Numbers::Magnitude(unsigned bits) {
-    // One in three lengths lies beside a border of a digit.
+    // Every third length is near the border of a digit.
     unsigned length = Below(bits + 1);
     if (Below(3) == 0)
         length = std::min(bits, length / 16 * 16 + Below(3));
     std::vector<bool> value(length);
-    const unsigned shape = Below(6);
+    const unsigned shape = Below(7);
     if (shape <= 2) {
         std::generate(value.begin(), value.end(), [&] { return Below(2) == 1; });
     } else if (shape == 3) {
@@ -39,6 +39,9 @@ std::string Numbers::Magnitude(unsigned bits) {
         }
     } else if (shape == 4) {
         value.flip();
+    } else if (shape == 5) {
+        // Zeros at the bottom.
+        std::generate(value.begin() + length / 2, value.end(), [&] { return Below(2) == 1; });
     } else if (length > 0) {
         value[length - 1] = true;
         value[0] = Below(2) == 1;
@@ -55,12 +58,16 @@ std::vector<std::string> Numbers::OperandsFor(const Operation& operation, unsign
     std::vector<std::string> operands;
     for (size_t i = 0; i < operation.operands; ++i)
         operands.push_back(Signed(i == 0 ? bits : 1 + Below(bits)));
+    const bool isBad = Below(20) == 0;
+    if (operation.domain == Domain::ModularPower)
+        operands[1] = Magnitude(1 + Below(bits > 1040 ? 200 : bits));
     if (operation.domain == Domain::Modulus || operation.domain == Domain::ModularPower) {
         const std::string modulus = Magnitude(1 + Below(bits));
         operands.back() = modulus == "0" ? "1" : modulus;
+        std::string& changed = operands[Below(2) == 0 ? operands.size() - 1 : 1];
+        if (isBad && changed != "0" && changed.front() != '-')
+            changed.insert(0, "-");
     }
-    if (operation.domain == Domain::ModularPower)
-        operands[1] = Magnitude(1 + Below(std::min(bits, 200U)));
     if (operation.domain == Domain::SmallPower) {
         operands[0] = Signed(std::max(1U, bits / 16));
         if (operation.operands == 2)

@@ -1,5 +1,6 @@
-// Operands that are hard for an integer library: borders of digits and limbs, runs of ones, which
-// make carries, runs of zeros, and plain random ones. Always the same ones for the same seed.
+// Difficult operands for an integer library: lengths around the borders of digits and limbs, runs
+// of ones, which cause carries, runs of zeros, and plain random ones. The same seed returns the
+// same operands.
 #pragma once
 
 #include <cstdint>
@@ -16,12 +17,12 @@ public:
     explicit Numbers(uint64_t seed) : m_random(seed) {}
 
     unsigned Below(unsigned limit) { return static_cast<unsigned>(m_random() % limit); }
-    // Hexadecimal, of up to `bits` bits, negative for one in three.
+    // Hexadecimal numbers of up to `bits` bits; every third Signed one is negative.
     std::string Signed(unsigned bits);
     std::string Magnitude(unsigned bits);
 
-    // Operands and the extra number for a call of the operation; the first operand has up to
-    // `bits` bits.
+    // Operands and extra number for a call of the operation; the first operand has up to `bits`
+    // bits. Now and then an operand is negative where the function does not allow it.
     std::vector<std::string> OperandsFor(const Operation& operation, unsigned bits);
     unsigned ExtraFor(const Operation& operation, unsigned bits);
 

@@ -1,4 +1,4 @@
-// A result may be the same record as an operand, for every function and every pair.
+// A result may be the same record as any operand.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -13,7 +13,7 @@ namespace {
 
 using namespace hx_test;
 
-// The values of the results, or the code of a failure.
+// The values of the results, or only the code of a failure.
 struct Outcome {
     int code = 0;
     std::vector<std::string> results = {};
@@ -28,8 +28,8 @@ void PrintTo(const Outcome& outcome, std::ostream* out) {
         *out << " " << result;
 }
 
-// Calls the function with result `i` in the record of operand `places[i]`, or in a record of its
-// own where there is no such operand.
+// Calls the function with result `i` in the record of operand `places[i]`, or in a separate record
+// if that operand does not exist.
 Outcome CallWith(const Operation& operation, unsigned extra, const std::vector<std::string>& values,
                  const std::vector<size_t>& places) {
     std::deque<Integer> records;
@@ -48,7 +48,7 @@ Outcome CallWith(const Operation& operation, unsigned extra, const std::vector<s
     return outcome;
 }
 
-// All ways to put the results into different records.
+// Returns all ways to put the results into different records.
 std::vector<std::vector<size_t>> Places(const Operation& operation) {
     std::vector<std::vector<size_t>> all = {{}};
     for (size_t i = 0; i < operation.results; ++i) {
@@ -68,9 +68,9 @@ std::vector<std::vector<size_t>> Places(const Operation& operation) {
     return all;
 }
 
-class EveryFunction : public testing::TestWithParam<Operation> {};
+class SharedRecord : public testing::TestWithParam<Operation> {};
 
-TEST_P(EveryFunction, TakesAnyOperandAsAnyResult) {
+TEST_P(SharedRecord, ServesAsOperandAndResult) {
     const Operation& operation = GetParam();
     Numbers numbers(5);
     for (int round = 0; round < 24 && !HasFailure(); ++round) {
@@ -93,10 +93,9 @@ std::vector<Operation> OperationsOfSeveral() {
     return several;
 }
 
-class FunctionOfSeveral : public testing::TestWithParam<Operation> {};
+class OneRecord : public testing::TestWithParam<Operation> {};
 
-// One record as all operands and as the result as well.
-TEST_P(FunctionOfSeveral, TakesOneRecordForEverything) {
+TEST_P(OneRecord, ServesAsAllOperandsAndFirstResult) {
     const Operation& operation = GetParam();
     Numbers numbers(6);
     for (int round = 0; round < 12 && !HasFailure(); ++round) {
@@ -122,11 +121,11 @@ TEST_P(FunctionOfSeveral, TakesOneRecordForEverything) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Functions, EveryFunction,
+INSTANTIATE_TEST_SUITE_P(Functions, SharedRecord,
                          testing::ValuesIn(Operations().begin(), Operations().end()),
-                         [](const auto& test) { return std::string(test.param.name); });
+                         operationName);
 
-INSTANTIATE_TEST_SUITE_P(Functions, FunctionOfSeveral, testing::ValuesIn(OperationsOfSeveral()),
-                         [](const auto& test) { return std::string(test.param.name); });
+INSTANTIATE_TEST_SUITE_P(Functions, OneRecord, testing::ValuesIn(OperationsOfSeveral()),
+                         operationName);
 
 }  // namespace

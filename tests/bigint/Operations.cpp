@@ -3,10 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <deque>
+#include <iterator>
 #include <ostream>
-
-#include "bigint/Integer.h"
 
 namespace hx_test {
 
@@ -18,7 +16,7 @@ mp_digit Digit(A a) {
     return static_cast<mp_digit>(a.extra);
 }
 
-// Wrappers by shape: the number of operands and results.
+// Wrappers for each number of operands and results.
 template <int (*Function)(const mp_int*)>
 int Ask1(A a) {
     return Function(a.operands[0]);
@@ -48,7 +46,7 @@ int DivideDigit(A a) {
     return mp_div_d(a.operands[0], Digit(a), a.results[0], a.digit);
 }
 
-constexpr Operation Table[] = {
+constexpr Operation table[] = {
     {"mp_copy", 1, 1, Extra::None, false, Domain::Any, Call1<mp_copy>},
     {"mp_abs", 1, 1, Extra::None, false, Domain::Any, Call1<mp_abs>},
     {"mp_neg", 1, 1, Extra::None, false, Domain::Any, Call1<mp_neg>},
@@ -102,15 +100,21 @@ constexpr Operation Table[] = {
     {"mp_signed_bin_size", 1, 0, Extra::None, false, Domain::Any, Ask1<mp_signed_bin_size>},
 };
 
-// a * x + b * y = g; for which x and y is not told.
-void ExpectCofactors(const mp_int* a, const mp_int* b, const std::deque<Integer>& results) {
+// Checks a * x + b * y = g, since the cofactors are not unique.
+void ExpectCofactors(const Call& call) {
     Integer left;
     Integer right;
-    mp_mul(a, results[1], left);
-    mp_mul(b, results[2], right);
+    mp_mul(call.operands[0], call.results[1], left);
+    mp_mul(call.operands[1], call.results[2], right);
     mp_add(left, right, left);
-    EXPECT_EQ(Hex(left), Hex(results[0]))
-        << "a x + b y, for x = " << Hex(results[1]) << " and y = " << Hex(results[2]);
+    EXPECT_EQ(Hex(left), Hex(call.results[0]))
+        << "a x + b y, for x = " << Hex(call.results[1]) << " and y = " << Hex(call.results[2]);
+}
+
+std::string HexDigit(mp_digit digit) {
+    char hex[8];
+    std::snprintf(hex, sizeof hex, "%x", static_cast<unsigned>(digit));
+    return hex;
 }
 
 }  // namespace
@@ -120,52 +124,69 @@ void PrintTo(const Operation& operation, std::ostream* out) {
 }
 
 std::span<const Operation> Operations() {
-    return Table;
+    return table;
 }
 
-const Operation* FindOperation(const std::string& name) {
-    const auto found = std::find_if(std::begin(Table), std::end(Table),
-                                    [&](const Operation& o) { return name == o.name; });
-    return found == std::end(Table) ? nullptr : &*found;
+const Operation& FindOperation(const std::string& name) {
+    return *std::find_if(std::begin(table), std::end(table),
+                         [&](const Operation& o) { return name == o.name; });
+}
+
+std::vector<Operation> OperationsWithResults() {
+    std::vector<Operation> found;
+    std::copy_if(std::begin(table), std::end(table), std::back_inserter(found),
+                 [](const Operation& o) { return o.results > 0; });
+    return found;
+}
+
+Call::Call(const Operation& called, unsigned extra, const std::vector<std::string>& values,
+           const std::string& before)
+    : operation(called) {
+    for (const std::string& value : values)
+        arguments.operands.push_back(operands.emplace_back(value));
+    for (size_t i = 0; i < called.results; ++i)
+        arguments.results.push_back(results.emplace_back(before));
+    arguments.extra = extra;
+    arguments.digit = &digit;
+}
+
+uint32_t RoundedSize(uint32_t used) {
+    const uint32_t precision = mp_get_prec();
+    return (used + precision - 1) / precision * precision;
 }
 
 std::string Answer(const Operation& operation, unsigned extra,
                    const std::vector<std::string>& operands) {
-    constexpr const char* Before = "-badcafe123456789";
-    std::deque<Integer> in;
-    std::deque<Integer> out;
-    Arguments arguments;
-    mp_digit digit = 0;
-    for (const std::string& operand : operands)
-        arguments.operands.push_back(in.emplace_back(operand));
-    for (size_t i = 0; i < operation.results; ++i)
-        arguments.results.push_back(out.emplace_back(Before));
-    arguments.extra = extra;
-    arguments.digit = &digit;
-    const int code = operation.call(arguments);
+    const std::string before = "-badcafe123456789";
+    const uint32_t size = 4;
+    const Call call(operation, extra, operands, before);
+    const int code = call.Run();
+    SCOPED_TRACE(operation.name);
     for (size_t i = 0; i < operands.size(); ++i)
-        EXPECT_EQ(Hex(in[i]), operands[i]) << operation.name << " changed an operand";
+        EXPECT_EQ(Hex(call.operands[i]), operands[i]);
     std::string answer = std::to_string(code);
     if (code != MP_SUCCESS) {
-        for (const Integer& result : out)
-            EXPECT_EQ(Hex(result), Before) << operation.name << " changed a result";
+        for (const Integer& result : call.results) {
+            EXPECT_EQ(Hex(result), before);
+            EXPECT_EQ(result->alloc, size);
+        }
+        EXPECT_EQ(call.digit, Call::digitBefore);
         return answer;
     }
-    const bool cofactors = std::string("mp_xgcd") == operation.name;
-    for (size_t i = 0; i < (cofactors ? 1 : operation.results); ++i)
-        answer += " " + Hex(out[i]);
-    if (cofactors)
-        ExpectCofactors(in[0], in[1], out);
-    if (operation.returnsDigit) {
-        char hex[8];
-        std::snprintf(hex, sizeof hex, " %x", static_cast<unsigned>(digit));
-        answer += hex;
-    }
+    for (const Integer& result : call.results)
+        EXPECT_EQ(result->alloc, result->used > size ? RoundedSize(result->used) : size);
+    const bool hasCofactors = std::string("mp_xgcd") == operation.name;
+    for (size_t i = 0; i < (hasCofactors ? 1 : operation.results); ++i)
+        answer += " " + Hex(call.results[i]);
+    if (hasCofactors)
+        ExpectCofactors(call);
+    if (operation.returnsDigit)
+        answer += " " + HexDigit(call.digit);
     return answer;
 }
 
 std::string Do(const std::string& name, const std::vector<std::string>& operands, unsigned extra) {
-    return Answer(*FindOperation(name), extra, operands);
+    return Answer(FindOperation(name), extra, operands);
 }
 
 std::string Question(const Operation& operation, unsigned extra,

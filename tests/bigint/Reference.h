@@ -1,4 +1,4 @@
-// Python's integers at the other end of a pipe: reference.py, asked line by line.
+// Python's integers: runs reference.py and asks it line by line through pipes.
 #pragma once
 
 #include <sys/types.h>
@@ -15,7 +15,7 @@ public:
     Reference(const Reference&) = delete;
     Reference& operator=(const Reference&) = delete;
 
-    // Whether there is a Python to ask.
+    // Returns whether Python is installed.
     bool Available();
     std::string Ask(const std::string& question);
 

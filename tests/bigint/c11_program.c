@@ -1,4 +1,4 @@
-/* The header in a C11 program: a key exchange after Diffie and Hellman, both sides. */
+/* A C11 program that includes the header: both sides of a Diffie-Hellman key exchange. */
 #include <stdio.h>
 #include <string.h>
 

@@ -1,9 +1,9 @@
-"""What the integer functions must answer, told by Python's own integers.
+"""Computes the expected answers of the integer functions with Python's integers.
 
-As a server it reads a request per line and answers each with a line:
+Reads one request per line and prints one answer per line:
     <function> <extra> <operand> ...   ->   <code> <result> ...
-Numbers are hexadecimal with a sign; `extra` is the digit, the bits or the radix. Results that are
-not unique are left to the caller (the cofactors of mp_xgcd).
+Numbers are hexadecimal with a sign; `extra` is the digit, the bits or the radix. Does not return
+the cofactors of mp_xgcd, because they are not unique.
 """
 import math
 import sys
@@ -22,7 +22,7 @@ def divide(a, b):
 
 
 def modular(function):
-    """A modulus of 0 or below is out of range."""
+    """Returns RANGE for a modulus below 1."""
     def checked(d, *operands):
         return (RANGE,) if operands[-1] <= 0 else function(d, *operands)
     return checked
@@ -119,6 +119,5 @@ def answer(line):
     return " ".join([str(code)] + [f"{result:x}" for result in results])
 
 
-if __name__ == "__main__":
-    for request in sys.stdin:
-        print(answer(request), flush=True)
+for request in sys.stdin:
+    print(answer(request), flush=True)
