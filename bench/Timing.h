@@ -1,4 +1,4 @@
-// Times whole processes in turn, so that a drift of the machine's speed touches all alike.
+// Measures processes and functions in turn, so that a change of the machine's speed affects all.
 #pragma once
 
 #include <fcntl.h>
@@ -17,9 +17,8 @@ extern char** environ;
 
 namespace hx_bench {
 
-// Runs the command without output and returns its wall time in milliseconds. Ends the benchmark
-// when the command fails. `peakMemory`, in megabytes of 10^6 bytes, is raised to the command's own
-// if that is larger.
+// Runs the command without output and returns its wall time in milliseconds. Exits if the command
+// fails. Raises `peakMemory`, in megabytes of 10^6 bytes, to the peak of the command.
 inline double TimeOf(const std::vector<std::string>& command, double* peakMemory = nullptr) {
     std::vector<char*> argv;
     for (const std::string& word : command)
@@ -56,7 +55,7 @@ struct Comparison {
     double ratio;      // median of the pairs' ratios
 };
 
-// Calls `subject` and `reference`, which return times, in turn.
+// Calls two functions that return times, in turn.
 template <typename Subject, typename Reference>
 Comparison Compare(int rounds, Subject subject, Reference reference) {
     std::vector<double> subjects;

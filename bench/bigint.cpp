@@ -1,5 +1,6 @@
-// The integers against GMP, OpenSSL and Python's own, in the same run and in turn. The table on
-// stdout is the one of docs/performance.md: how many times as long ours takes.
+// Compares the integers with GMP, OpenSSL and Python's integers in the same run, in turn. Prints
+// the table of docs/performance.md: the time of the mp_ function divided by that of the other
+// library.
 #include <gmp.h>
 #include <openssl/bn.h>
 
@@ -14,7 +15,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using Work = std::function<void()>;
 
-// A number in each library's own form.
+// A number in the form of each library.
 struct Number {
     Number() {
         mpz_init(gmp);
@@ -28,7 +29,7 @@ struct Number {
     Number(const Number&) = delete;
     Number& operator=(const Number&) = delete;
 
-    // Random, with the top bit set.
+    // Sets a random number with its top bit set.
     void Fill(unsigned bits, gmp_randstate_t random) {
         mpz_urandomb(gmp, random, bits);
         mpz_setbit(gmp, bits - 1);
@@ -55,7 +56,7 @@ double MillisecondsOf(const Work& work, int times) {
     return std::chrono::duration<double, std::milli>(Clock::now() - start).count();
 }
 
-// How many calls take about a millisecond.
+// Returns the number of calls that take about a millisecond.
 int TimesFor(const Work& work) {
     int times = 1;
     while (times < (1 << 20) && MillisecondsOf(work, times) < 1)
@@ -101,7 +102,7 @@ void Arithmetic(gmp_randstate_t random) {
     }
 }
 
-// One power by Python, which times itself, in milliseconds.
+// Returns the milliseconds that Python measures for one power, or 0 without Python.
 double PythonPower(const Number& base, const Number& exponent, const Number& modulus) {
     char* arguments = nullptr;
     gmp_asprintf(&arguments, "0x%Zx, 0x%Zx, 0x%Zx", base.gmp, exponent.gmp, modulus.gmp);
@@ -111,10 +112,10 @@ double PythonPower(const Number& base, const Number& exponent, const Number& mod
     std::free(arguments);
     FILE* python = popen(command.c_str(), "r");
     double milliseconds = 0;
-    const bool told = python != nullptr && std::fscanf(python, "%lf", &milliseconds) == 1;
+    const bool hasTime = python != nullptr && std::fscanf(python, "%lf", &milliseconds) == 1;
     if (python != nullptr)
         pclose(python);
-    return told ? milliseconds : 0;
+    return hasTime ? milliseconds : 0;
 }
 
 void Powers(gmp_randstate_t random) {
@@ -169,7 +170,7 @@ void Text(gmp_randstate_t random) {
     }
 }
 
-// The time for ten times as many digits, which is 100 times as long for a quadratic method.
+// Measures the growth of the time with ten times as many digits; for a quadratic method it is 100.
 void Growth(gmp_randstate_t random) {
     Number small;
     Number large;

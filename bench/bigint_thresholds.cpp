@@ -1,5 +1,5 @@
-// Measures from which length on each method pays, for the numbers in src/bigint/kernel.h: each
-// method is tried against the one before it, at the top level of growing lengths.
+// Measures the thresholds of src/bigint/kernel.h: compares each method with the previous one at the
+// top level of growing lengths.
 #include <algorithm>
 #include <functional>
 #include <random>
@@ -29,7 +29,7 @@ double TimeOf(const std::function<void()>& work) {
     return std::chrono::duration<double, std::milli>(Clock::now() - start).count();
 }
 
-// The median of the method's time over that of the one below it.
+// Returns the median of the method's time divided by that of the previous method.
 double RatioAt(size_t* threshold, size_t n, const std::function<void()>& work) {
     const size_t kept = *threshold;
     const double ratio = hx_bench::Compare(
@@ -47,7 +47,7 @@ double RatioAt(size_t* threshold, size_t n, const std::function<void()>& work) {
     return ratio;
 }
 
-// Sets the threshold to the first length from which the method wins three times in a row.
+// Sets the threshold to the first of three successive lengths at which the method is faster.
 void Find(const char* name, size_t* threshold, size_t from, size_t to,
           const std::function<std::function<void()>(size_t)>& workFor) {
     int wins = 0;
@@ -114,7 +114,7 @@ int main() {
     Find("HX_TOOM3_SQR", &hxToom3Sqr, 2 * hxKaratsubaSqr, 1000, Square);
     Find("HX_RECURSIVE_DIV", &hxRecursiveDiv, 16, 300, Quotient);
     Find("HX_WHOLE_REDUCTION", &hxWholeReduction, 100, 1500, Power);
-    // The number of chunks, which the text of so many limbs just exceeds.
+    // A number of chunks; the text of 1000 limbs is longer.
     std::printf("HX_RECURSIVE_TEXT, time of 1000 limbs for each (first = 1):\n");
     double reference = 0;
     for (const size_t least : {6U, 8U, 10U, 12U, 15U, 20U, 25U, 30U, 40U, 60U}) {

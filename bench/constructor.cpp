@@ -1,4 +1,4 @@
-// Constructs a setup run and ends; timed by start_up.
+// Runs the constructor of a setup; measured by start_up.cpp.
 #include "setuprun/CInstallBase.h"
 
 int main(int argc, char** argv) {

@@ -1,5 +1,6 @@
-// A download of 200 MB from a local nginx into memory, against curl, in time and in peak memory.
-// curl writes to /dev/null and keeps nothing, so that the memory is told against the body too.
+// Compares a download of 200 MB from a local nginx into memory with curl: time and peak memory.
+// curl writes to /dev/null and keeps nothing, so the peak is also compared with the size of the
+// body.
 #include <sys/resource.h>
 
 #include <filesystem>

@@ -1,4 +1,4 @@
-// Downloads one URL into memory and ends; timed by download.
+// Downloads one URL into memory; measured by download.cpp.
 #include <QCoreApplication>
 #include <QEventLoop>
 

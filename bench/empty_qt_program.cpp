@@ -1,4 +1,4 @@
-// Loads Qt Core and ends; the reference of start_up.
+// Loads Qt Core; the reference of start_up.cpp.
 #include <QtGlobal>
 
 int main() {

@@ -1,5 +1,5 @@
-// Who enters and leaves a service group of many names, against putting the same names into two
-// ordered sets.
+// Compares the lists of users to add to and remove from a large service group with two ordered sets
+// of the same names.
 #include <set>
 
 #include "Timing.h"
@@ -10,8 +10,8 @@ namespace {
 constexpr int Names = 20000;
 constexpr int Rounds = 41;
 
-// Every second name of one list stands in the other one, too. A step that shares no factor with the
-// number of names spreads them.
+// Half of the names of one list are in the other one. A step without a common factor with the
+// number of names shuffles them.
 QStringList ShuffledNames(int first) {
     constexpr int Step = 7919;
     QStringList names;
@@ -20,7 +20,7 @@ QStringList ShuffledNames(int first) {
     return names;
 }
 
-// Milliseconds of `work`, which returns a number that must not be 0: it did something.
+// Returns the milliseconds of `work`, which returns a number other than 0 as proof of its work.
 template <typename Work>
 double TimeOfWork(Work work) {
     const auto start = std::chrono::steady_clock::now();

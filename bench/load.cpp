@@ -1,4 +1,4 @@
-// Loads the library and ends; timed by start_up.
+// Loads the library; measured by start_up.cpp.
 #include "setuprun/CInstallBase.h"
 
 int main() {

@@ -1,5 +1,5 @@
-// A whole setup with every default against bash running the same commit script alone. Run it as a
-// user other than root (scripts/bench does): it works on a copy of the product folder.
+// Compares a whole setup with default answers with bash running its commit script alone. Run it as
+// a regular user, like scripts/bench: it works on a copy of the product directory.
 #include <unistd.h>
 
 #include <filesystem>
@@ -12,7 +12,7 @@ namespace {
 
 constexpr int Rounds = 41;
 
-// The file of a setup that is newer than any that was there before.
+// Returns the newest file in /tmp whose name starts with `beginning`.
 fs::path Newest(const char* beginning) {
     fs::directory_entry newest;
     for (const fs::directory_entry& entry : fs::directory_iterator("/tmp")) {
@@ -23,7 +23,7 @@ fs::path Newest(const char* beginning) {
     return newest.path();
 }
 
-// Runs a setup, takes its log away and returns the time. `script` is where its commit script is.
+// Runs a setup, removes its log and returns the time. Stores the path of its commit script.
 double TimeSetup(const std::vector<std::string>& setup, fs::path& script) {
     const double time = hx_bench::TimeOf(setup);
     script = Newest("corvane26_commit_");
@@ -35,7 +35,7 @@ double TimeSetup(const std::vector<std::string>& setup, fs::path& script) {
 
 int main() {
     if (getuid() == 0) {
-        std::fprintf(stderr, "Run this as a user other than root.\n");
+        std::fprintf(stderr, "Run this as a regular user.\n");
         return 1;
     }
     char name[] = "/tmp/bench_setup_run_XXXXXX";
@@ -44,7 +44,7 @@ int main() {
              fs::copy_options::recursive | fs::copy_options::copy_symlinks);
     const std::vector<std::string> setup = {(directory / "cv_install").string(), "--setup",
                                             "--user-mode", "--yes"};
-    // The first run makes the tree; the timed ones run over it.
+    // The first setup creates the tree; the measured ones update it.
     fs::path script;
     TimeSetup(setup, script);
     const hx_bench::Comparison times = hx_bench::Compare(

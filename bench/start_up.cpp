@@ -1,6 +1,6 @@
-// The start of processes against that of an empty program that loads Qt Core: to the end of the
-// setup run's constructor, of a program that only loads the library, of "cv_install --version", and
-// the dynamic loader's share. It expects the programs of bench/ beside itself.
+// Compares process starts with that of an empty program that loads Qt Core: up to the end of the
+// constructor of a setup, of a program that only loads the library, and of "cv_install --version",
+// each with the share of the dynamic loader. Expects the programs of bench/ in its own directory.
 #include <unistd.h>
 
 #include <filesystem>
@@ -14,7 +14,7 @@ namespace fs = std::filesystem;
 
 constexpr int Rounds = 101;
 
-// The loader's cycles for relocations, as it tells them itself.
+// Returns the cycles that the dynamic loader reports for relocations.
 double RelocationCycles(const std::vector<std::string>& command) {
     const std::string report =
         fs::temp_directory_path() / ("hx_loader_" + std::to_string(getpid()));
@@ -23,7 +23,7 @@ double RelocationCycles(const std::vector<std::string>& command) {
     traced.insert(traced.end(), command.begin(), command.end());
     hx_bench::TimeOf(traced);
     double cycles = 0;
-    // One file per process, named with its number; env replaces itself with the program.
+    // The loader writes one file per process; env replaces itself with the program.
     for (const fs::directory_entry& entry : fs::directory_iterator(fs::temp_directory_path())) {
         if (entry.path().string().rfind(report + ".", 0) != 0)
             continue;

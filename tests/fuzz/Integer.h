@@ -1,4 +1,4 @@
-// The integers beside those of GMP, which serve as the second way of computing.
+// Conversion between the integers and those of GMP, which compute the expected results.
 #pragma once
 
 #include <gmpxx.h>
@@ -20,7 +20,7 @@ private:
     mp_int m_record = {};
 };
 
-// The value of a record, which must be one that its header allows.
+// Returns the value of a record. Expects the record to follow the rules of its header.
 mpz_class ValueOf(const mp_int& record);
 
 }  // namespace hx_fuzz

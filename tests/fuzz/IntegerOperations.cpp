@@ -28,8 +28,8 @@ mpz_class PowerModulo(const Values& v, const mpz_class& exponent) {
     return power;
 }
 
-// Powers take their time, so exponents are cut, with their sign.
-mpz_class Cut(const mpz_class& exponent) {
+// Limits exponents, keeping their sign, because powers are slow.
+mpz_class Limited(const mpz_class& exponent) {
     return exponent % Power(2, 80);
 }
 
@@ -128,11 +128,13 @@ const Operation operations[] = {
      [](const Values& v, const Results& r, mp_digit) { return r[0] == Modulo(v.a * v.a, v.m); },
      NeedsModulus},
     {[](Records& r) {
-         Integer exponent(Cut(ValueOf(*r.b)));
+         Integer exponent(Limited(ValueOf(*r.b)));
          return mp_exptmod(r.a, exponent.get(), r.m, r.result[0]);
      },
-     [](const Values& v, const Results& r, mp_digit) { return r[0] == PowerModulo(v, Cut(v.b)); },
-     [](const Values& v) -> int { return Cut(v.b) < 0 ? MP_OUT_OF_RANGE : NeedsModulus(v); }},
+     [](const Values& v, const Results& r, mp_digit) {
+         return r[0] == PowerModulo(v, Limited(v.b));
+     },
+     [](const Values& v) -> int { return Limited(v.b) < 0 ? MP_OUT_OF_RANGE : NeedsModulus(v); }},
     {[](Records& r) { return mp_exptmod_d(r.a, r.digit, r.m, r.result[0]); },
      [](const Values& v, const Results& r, mp_digit) { return r[0] == PowerModulo(v, v.digit); },
      NeedsModulus},

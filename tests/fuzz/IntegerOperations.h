@@ -1,4 +1,4 @@
-// Every operation on integers, and what GMP says of its results.
+// Every operation on integers, and the check of its results with GMP.
 #pragma once
 
 #include <gmpxx.h>
@@ -30,8 +30,8 @@ using Results = std::array<mpz_class, 3>;
 
 struct Operation {
     int (*run)(Records& r);
-    // Whether these are the results; the last argument is the digit that is one.
-    bool (*holds)(const Values& v, const Results& r, mp_digit rest);
+    // Returns whether the results are correct; `rest` is the returned digit.
+    bool (*isCorrect)(const Values& v, const Results& r, mp_digit rest);
     int (*code)(const Values& v) = [](const Values&) -> int { return MP_SUCCESS; };
 };
 

@@ -1,7 +1,7 @@
-// One operation on integers against GMP, with operands and places of the results from the input.
+// Compares one operation on integers with GMP. The input selects operands and result records.
 //
-// An input is the operation, where the first result goes, a digit of two bytes, and three operands.
-// An operand is its kind, a length and bytes.
+// An input consists of the operation, the record of the first result, a digit of two bytes, and
+// three operands. An operand consists of its kind, a length and bytes.
 #include <algorithm>
 #include <array>
 #include <string_view>
@@ -19,7 +19,7 @@ using hx_fuzz::Results;
 using hx_fuzz::ValueOf;
 using hx_fuzz::Values;
 
-// Takes the input apart; what is missing is 0.
+// Splits the input; missing bytes are 0.
 class Input {
 public:
     Input(const unsigned char* data, size_t size)
@@ -33,7 +33,7 @@ public:
         return byte;
     }
 
-    // Bytes as they stand, one byte again and again, or all ones; of either sign.
+    // Returns the bytes of the input, one repeated byte, or all ones, with either sign.
     mpz_class Operand() {
         const unsigned kind = Byte();
         const size_t length = Byte();
@@ -91,7 +91,7 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, size_t size) {
                              ValueOf(*records.result[2])};
     HX_EXPECT(code == operation.code(values));
     if (code == MP_SUCCESS)
-        HX_EXPECT(operation.holds(values, results, records.rest));
+        HX_EXPECT(operation.isCorrect(values, results, records.rest));
     else
         HX_EXPECT(results == before);
     return 0;

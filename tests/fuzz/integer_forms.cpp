@@ -1,6 +1,6 @@
-// Texts and bytes of integers, read and written, against digits that are taken one by one.
+// Compares texts and bytes of integers with conversions digit by digit.
 //
-// An input is a byte that tells the radix, and the text; its bytes are read as a number too.
+// An input consists of a byte for the radix and the text. All its bytes are also read as a number.
 #include <cmath>
 #include <cstdlib>
 #include <memory>
@@ -18,7 +18,7 @@ using hx_fuzz::ValueOf;
 constexpr std::string_view Alphabet =
     "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz+/";
 
-// The value of a digit, or -1.
+// Returns the value of a digit, or -1.
 int DigitValue(char character, int radix) {
     if (radix < 37 && character >= 'a' && character <= 'z')
         character = static_cast<char>(character - 'a' + 'A');
@@ -55,7 +55,7 @@ int Bits(const mpz_class& value) {
     return value == 0 ? 0 : static_cast<int>(mpz_sizeinbase(value.get_mpz_t(), 2));
 }
 
-// Memory of exactly so many bytes, so that one written behind it is noticed.
+// Returns memory of exactly `bytes` bytes, so that sanitizers detect a write after its end.
 template <typename Byte>
 std::unique_ptr<Byte[]> Exactly(int bytes) {
     return std::make_unique<Byte[]>(static_cast<size_t>(bytes));
@@ -121,7 +121,7 @@ void TryBytes(const unsigned char* bytes, size_t length) {
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, size_t size) {
     if (size == 0)
         return 0;
-    // 0 and 1 and those above 64 are refused.
+    // Includes unsupported radixes: 0, 1 and above 64.
     TryText(std::string(data + 1, data + size), data[0] % 70);
     TryBytes(data, size);
     return 0;
