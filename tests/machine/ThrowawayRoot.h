@@ -1,32 +1,44 @@
-// Runs a piece of a test as real root in a copy of the running system that can be thrown away.
+// Runs parts of a test as real root in a disposable copy of the running system.
 #pragma once
 
 #include <functional>
 #include <string>
+#include <vector>
 
 #include "harness/Process.h"
 
 namespace hx_test {
 
 // Runs `body` in a forked child that is chrooted into a copy-on-write view of this system's root
-// file system, with mount and process namespaces of its own. In it users, /usr/bin and /var can be
-// changed for real. Everything, processes that still run included, is gone when the call returns
-// and also when the test itself is killed. Other file systems than the root's are not seen, but for
-// /dev and a /proc of its own. Results as with RunInChild: status 0, or 99 with gtest's report on
-// stdout when an expectation in the body failed.
+// file system, with its own mount and process namespaces. The body can change users, /usr/bin, and
+// /var for real. The call discards all changes and ends all processes, also when the test itself is
+// killed. Of other file systems only /dev and a new /proc are visible. Results as with RunInChild:
+// status 0, or 99 with gtest's report on stdout when an expectation in the body failed.
 ProcessResult RunInThrowawayRoot(const std::function<void()>& body);
 
-// Why there are no throwaway roots here, for this process or for one under sudo; empty when there
-// are.
+// The paths that differ from the root that the innermost RunInThrowawayRoot copied, sorted, as
+// "PATH CHANGE KIND MODE UID:GID", with " -> TEXT" after those of a link. CHANGE is "created",
+// "deleted" (with the values before), "replaced" (by another kind, or by a new directory), or a
+// list of "content", "rewritten" (the same content), "mode", and "owner". KIND is "file",
+// "directory", "link", or "special". Call it in the body.
+//
+// Calls nest once, so that the body can prepare a machine and see what a setup changes:
+//     RunInThrowawayRoot([] {
+//         Prepare();
+//         RunInThrowawayRoot([] { Setup(); Expect(ChangedPaths()); });
+//     });
+std::vector<std::string> ChangedPaths();
+
+// Returns why this system has no throwaway roots, for this process or under sudo; empty if it has.
 std::string NoThrowawayRootReason();
 
-// For a test run by another user than root: runs it again through sudo and reports what it said.
-// False when the process is root already and the test is to go on.
+// Runs the current test again through sudo and reports its result. Returns false when the process
+// is root already, so that the test continues.
 bool RanThroughSudo();
 
 }  // namespace hx_test
 
-// Stands first in a test. Skips it where this system gives no throwaway root.
+// The first statement of a test. Skips it where this system has no throwaway root.
 #define HX_REQUIRE_THROWAWAY_ROOT()                                    \
     do {                                                               \
         const std::string hxReason = hx_test::NoThrowawayRootReason(); \
@@ -36,7 +48,7 @@ bool RanThroughSudo();
             return;                                                    \
     } while (false)
 
-// Runs the body of a scenario and reports the expectations that failed in it.
+// Runs the body in a throwaway root and reports its failed expectations.
 #define HX_EXPECT_SCENARIO(...)                                                           \
     do {                                                                                  \
         const hx_test::ProcessResult hxResult = hx_test::RunInThrowawayRoot(__VA_ARGS__); \
