@@ -254,6 +254,11 @@ ProcessResult RunInThrowawayRoot(const std::function<void()>& body) {
     return RunInChild({}, [&] { RunInNamespaces(test, body); });
 }
 
+void ExpectScenario(const std::function<void()>& body) {
+    const ProcessResult result = RunInThrowawayRoot(body);
+    EXPECT_EQ(result.status, 0) << result.out << result.err;
+}
+
 std::vector<std::string> ChangedPaths() {
     return Layers().Changes();
 }

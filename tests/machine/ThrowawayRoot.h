@@ -16,6 +16,9 @@ namespace hx_test {
 // status 0, or 99 with gtest's report on stdout when an expectation in the body failed.
 ProcessResult RunInThrowawayRoot(const std::function<void()>& body);
 
+// Runs the body in a throwaway root and reports its failed expectations.
+void ExpectScenario(const std::function<void()>& body);
+
 // The paths that differ from the root that the innermost RunInThrowawayRoot copied, sorted, as
 // "PATH CHANGE KIND MODE UID:GID", with " -> TEXT" after those of a link. CHANGE is "created",
 // "deleted" (with the values before), "replaced" (by another kind, or by a new directory), or a
@@ -23,10 +26,11 @@ ProcessResult RunInThrowawayRoot(const std::function<void()>& body);
 // "directory", "link", or "special". Call it in the body.
 //
 // Calls nest once, so that the body can prepare a machine and see what a setup changes:
-//     RunInThrowawayRoot([] {
+//     HX_EXPECT_SCENARIO([] {
 //         Prepare();
-//         RunInThrowawayRoot([] { Setup(); Expect(ChangedPaths()); });
+//         HX_EXPECT_SCENARIO([] { Setup(); EXPECT_EQ(ChangedPaths(), expected); });
 //     });
+// That requires a system whose root is not an overlay itself.
 std::vector<std::string> ChangedPaths();
 
 // Returns why this system has no throwaway roots, for this process or under sudo; empty if it has.
@@ -48,9 +52,4 @@ bool RanThroughSudo();
             return;                                                    \
     } while (false)
 
-// Runs the body in a throwaway root and reports its failed expectations.
-#define HX_EXPECT_SCENARIO(...)                                                           \
-    do {                                                                                  \
-        const hx_test::ProcessResult hxResult = hx_test::RunInThrowawayRoot(__VA_ARGS__); \
-        EXPECT_EQ(hxResult.status, 0) << hxResult.out << hxResult.err;                    \
-    } while (false)
+#define HX_EXPECT_SCENARIO(...) hx_test::ExpectScenario(__VA_ARGS__)
