@@ -2,12 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include <filesystem>
-
 #include "harness/Process.h"
 #include "harness/TempDir.h"
-
-namespace fs = std::filesystem;
 
 namespace hx_test {
 namespace {
@@ -32,10 +28,10 @@ void Succeed(const std::vector<std::string>& command) {
 }
 
 void RemoveServiceAccount() {
-    if (Exists("passwd", ServiceAccount))
-        Succeed({Tool("userdel"), ServiceAccount});
-    if (Exists("group", ServiceAccount))
-        Succeed({Tool("groupdel"), ServiceAccount});
+    if (Exists("passwd", serviceAccount))
+        Succeed({Tool("userdel"), serviceAccount});
+    if (Exists("group", serviceAccount))
+        Succeed({Tool("groupdel"), serviceAccount});
 }
 
 void AddGroup(const std::string& name) {
@@ -43,8 +39,8 @@ void AddGroup(const std::string& name) {
         Succeed({Tool("groupadd"), name});
 }
 
-void AddPerson(const std::string& name, const std::string& group,
-               const std::vector<std::string>& others) {
+void AddUser(const std::string& name, const std::string& group,
+             const std::vector<std::string>& others) {
     AddGroup(group);
     Succeed({Tool("useradd"), "-M", "-g", group, name});
     for (const auto& other : others) {
@@ -54,17 +50,17 @@ void AddPerson(const std::string& name, const std::string& group,
 }
 
 void MakeServiceGroup(const std::vector<std::string>& members) {
-    Succeed({Tool("groupadd"), "--system", ServiceAccount});
+    Succeed({Tool("groupadd"), "--system", serviceAccount});
     std::string listed;
     for (const auto& member : members) {
-        AddPerson(member, "people", {ServiceAccount});
+        AddUser(member, "people", {serviceAccount});
         listed += (listed.empty() ? "" : ",") + member;
     }
     ASSERT_EQ(Members(), listed);
 }
 
 std::string Members() {
-    const std::string record = WithoutNewline(Run({"getent", "group", ServiceAccount}).out);
+    const std::string record = WithoutNewline(Run({"getent", "group", serviceAccount}).out);
     return record.substr(record.rfind(':') + 1);
 }
 
@@ -77,16 +73,6 @@ std::string AccountFiles() {
     for (const char* name : {"/etc/passwd", "/etc/group", "/etc/shadow", "/etc/gshadow"})
         text += ReadFile(name);
     return text;
-}
-
-void ReplaceAccountTool(const std::string& name, const std::string& text) {
-    fs::rename(Tool(name), Tool(name) + ".real");
-    WriteFile(Tool(name), text);
-    fs::permissions(Tool(name), fs::perms(0755));
-}
-
-void RestoreAccountTool(const std::string& name) {
-    fs::rename(Tool(name) + ".real", Tool(name));
 }
 
 }  // namespace hx_test

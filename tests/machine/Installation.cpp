@@ -1,6 +1,5 @@
 #include "machine/Installation.h"
 
-#include <gtest/gtest.h>
 #include <sys/stat.h>
 
 #include <filesystem>
@@ -16,7 +15,7 @@ namespace fs = std::filesystem;
 namespace hx_test {
 namespace {
 
-// Packs `directory`/`name`, with one file in it, and leaves only the archive.
+// Packs `directory`/`name`, which contains one file, and leaves only the archive.
 void Pack(const std::string& directory, const std::string& name) {
     const std::string unpacked = directory + "/" + name;
     fs::create_directory(unpacked);
@@ -31,6 +30,11 @@ std::string Line(const std::string& name, const std::string& value) {
     return name + "=[" + value + "] and [" + value + "]\n";
 }
 
+std::string UnitText(const std::string& programDirectory) {
+    const std::string program = programDirectory + "/corvane26_service_script";
+    return "[Service]\nExecStart=" + program + " start\nExecStop=" + program + " stop\n";
+}
+
 }  // namespace
 
 void LayOutProduct(const std::string& directory) {
@@ -43,15 +47,15 @@ void LayOutProduct(const std::string& directory) {
     WriteFile(directory + "/corvane26.template", text);
     WriteFile(directory + "/corvane26_snapshot.template",
               Line("CORV_ROOT", "%CORV_ROOT%") + Line("CORV_CORVANERC", "%CORV_CORVANERC%"));
-    WriteFile(directory + "/corvane26_service.template", ServiceUnit("%CORV_SERVICE_SCRIPT_DIR%"));
-    WriteFile(directory + "/corvane26_service_script", ServiceProgramText);
+    WriteFile(directory + "/corvane26_service.template", UnitText("%CORV_SERVICE_SCRIPT_DIR%"));
+    WriteFile(directory + "/corvane26_service_script", serviceProgramText);
     fs::permissions(directory + "/corvane26_service_script", fs::perms(0755));
 }
 
 CInstallBase& NewSetupRun(const std::string& installDir, const std::string& binaries) {
     std::string program = binaries + "/cv_install";
     char* argv[] = {program.data(), nullptr};
-    // Never destroyed: what a run leaves behind by design is no leak while the run is there.
+    // Never destroyed: what a run allocates for good would otherwise count as a leak.
     static auto& runs = *new std::vector<std::unique_ptr<CInstallBase>>;
     runs.push_back(std::make_unique<CInstallBase>(true, 1, argv));
     CInstallBase& run = *runs.back();
@@ -117,9 +121,14 @@ std::string SnapshotScript(const std::string& installDir, const std::string& bin
     return Line("CORV_ROOT", binaries) + Line("CORV_CORVANERC", installDir);
 }
 
-std::string ServiceUnit(const std::string& programDirectory) {
-    const std::string program = programDirectory + "/corvane26_service_script";
-    return "[Service]\nExecStart=" + program + " start\nExecStop=" + program + " stop\n";
+std::string QueueLimits(const std::string& jobLimit, const std::string& memory,
+                        const std::string& scratch) {
+    return "MaxThreads: " + jobLimit + "\nMemoryPerThreadMB: " + memory + "\nScratch: " + scratch +
+           "\nDiskPerThreadGB: 50\n";
+}
+
+std::string ServiceUnit() {
+    return UnitText("/usr/bin");
 }
 
 ProcessResult RunCommitScript(CInstallBase& run, const std::map<std::string, std::string>& env) {
@@ -134,9 +143,23 @@ ProcessResult RunCommitScript(CInstallBase& run, const std::map<std::string, std
     return result;
 }
 
+std::string Complete(CInstallBase& run) {
+    const auto result = RunCommitScript(run);
+    EXPECT_EQ(result.status, 0) << result.out;
+    EXPECT_EQ(result.err, "");
+    return result.out;
+}
+
+ProcessResult ExpectStop(const std::string& message, CInstallBase& run) {
+    auto result = RunCommitScript(run);
+    EXPECT_EQ(result.status, 1);
+    EXPECT_TRUE(result.out.ends_with("\n" + message + "\n")) << result.out;
+    return result;
+}
+
 std::string Access(const std::string& path) {
-    std::string told = Run({"stat", "-c", "%a %U:%G", path}).out;
-    return told.empty() ? "missing" : told.substr(0, told.size() - 1);
+    const std::string text = Run({"stat", "-c", "%a %U:%G", path}).out;
+    return text.empty() ? "missing" : text.substr(0, text.size() - 1);
 }
 
 std::string Mode(const std::string& path) {
@@ -148,18 +171,34 @@ std::string Inode(const std::string& path) {
     return Run({"stat", "-c", "%i", path}).out;
 }
 
+void ReplaceProgram(const std::string& path, const std::string& script) {
+    fs::rename(path, path + ".real");
+    WriteFile(path, "#!/bin/sh\n" + script + "\n");
+    fs::permissions(path, fs::perms(0755));
+}
+
+void RestoreProgram(const std::string& path) {
+    fs::rename(path + ".real", path);
+}
+
 void PrepareMachine() {
     umask(022);
-    for (const char* path :
-         {SharedDirectory, ProductDirectory, "/usr/bin/corvane26", "/usr/bin/corvane26_snapshot"})
+    for (const auto& path : {sharedDir, productDir, commandLink, snapshotLink})
         fs::remove_all(path);
     RemoveServiceAccount();
     InstallServiceManager();
-    LayOutProduct(ProductDirectory);
+    LayOutProduct(productDir);
+}
+
+void ExpectOnMachine(const std::function<void()>& body) {
+    HX_EXPECT_SCENARIO([&] {
+        PrepareMachine();
+        body();
+    });
 }
 
 CInstallBase& NewRootRun() {
-    return NewSetupRun(SharedDirectory, ProductDirectory);
+    return NewSetupRun(sharedDir, productDir);
 }
 
 }  // namespace hx_test

@@ -17,9 +17,9 @@ namespace fs = std::filesystem;
 namespace hx_test {
 namespace {
 
-// Sourced by bash before the script: notes each command and kills the process group instead of
-// beginning the first one too many. Commands within a command substitution belong to it.
-const char* const Counter = R"sh(
+// Sourced by bash before the script: records each command, and kills the process group before the
+// first one above the limit. Does not count commands within a command substitution.
+const char* const counter = R"sh(
 unset BASH_ENV
 hx_step ()
 {
@@ -32,15 +32,15 @@ set -o functrace
 trap hx_step DEBUG
 )sh";
 
-// Lock files are among them: a kill must not leave one.
-const std::vector<std::string> Places = {
+// Includes lock files, because a kill must not leave one.
+const std::vector<std::string> places = {
     "/var/corvane",     "/usr/bin/corvane26", "/usr/bin/corvane26_snapshot",
-    ServiceProgram,     "/etc/init.d",        "/etc/systemd",
+    serviceProgram,     "/etc/init.d",        "/etc/systemd",
     "/etc/passwd",      "/etc/passwd.lock",   "/etc/shadow",
     "/etc/shadow.lock", "/etc/group",         "/etc/group.lock",
-    "/etc/gshadow",     "/etc/gshadow.lock",  ServiceManagerState};
+    "/etc/gshadow",     "/etc/gshadow.lock",  managerState};
 
-std::string Look(const fs::path& path) {
+std::string Describe(const fs::path& path) {
     struct stat entry = {};
     lstat(path.c_str(), &entry);
     std::ostringstream text;
@@ -57,12 +57,12 @@ std::string Look(const fs::path& path) {
 TracedRun RunUntil(CInstallBase& run, size_t commands) {
     QString path;
     EXPECT_TRUE(run.WriteCommitScript(path, false));
-    WriteFile("/hx_counter", Counter);
+    WriteFile("/hx_counter", counter);
     fs::remove("/hx_trace");
     ProcessOptions options;
     options.env = {{"BASH_ENV", "/hx_counter"}, {"HX_STEPS", std::to_string(commands)}};
     options.unset = {"CORV_QUEUE_ALLOW"};
-    // A group of its own, so that the test does not die with it.
+    // In a separate process group, so that the test survives.
     const auto result = Run({"setsid", "/bin/bash", path.toStdString()}, options);
     fs::remove(path.toStdString());
     TracedRun traced = {result.status == 128 + SIGKILL, result.status, {}};
@@ -72,19 +72,19 @@ TracedRun RunUntil(CInstallBase& run, size_t commands) {
     return traced;
 }
 
-MachineState LookAtMachine() {
+MachineState StateOfMachine() {
     MachineState state;
-    for (const auto& place : Places) {
+    for (const auto& place : places) {
         if (!fs::exists(fs::symlink_status(place)))
             continue;
-        state[place] = Look(place);
+        state[place] = Describe(place);
         if (fs::is_directory(fs::symlink_status(place))) {
             for (const auto& entry : fs::recursive_directory_iterator(place))
-                state[entry.path()] = Look(entry.path());
+                state[entry.path()] = Describe(entry.path());
         }
     }
-    // How often a call was made is no part of it.
-    state.erase(std::string(ServiceManagerState) + "/calls");
+    // The number of calls does not matter.
+    state.erase(managerState + "/calls");
     return state;
 }
 
@@ -103,7 +103,7 @@ std::vector<std::string> Differences(const MachineState& one, const MachineState
 
 void SaveMachine() {
     std::vector<std::string> command = {"tar", "-cpf", "/hx_saved.tar"};
-    for (const auto& place : Places) {
+    for (const auto& place : places) {
         if (fs::exists(fs::symlink_status(place)))
             command.push_back(place.substr(1));
     }
@@ -113,7 +113,7 @@ void SaveMachine() {
 }
 
 void RestoreMachine() {
-    for (const auto& place : Places)
+    for (const auto& place : places)
         fs::remove_all(place);
     ASSERT_EQ(Run({"tar", "-C", "/", "-xpf", "/hx_saved.tar"}).status, 0);
 }

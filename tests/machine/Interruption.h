@@ -1,4 +1,4 @@
-// Runs of a commit script that are killed on their way, and the state that they leave.
+// Commit scripts that are killed before their end, and the state that they leave.
 #pragma once
 
 #include <map>
@@ -12,22 +12,21 @@ namespace hx_test {
 struct TracedRun {
     bool killed = false;
     int status = -1;
-    std::vector<std::string> commands;  // those that ended, as they stand in the script
+    std::vector<std::string> commands;  // those that ended, as in the script
 };
 
-// Writes the commit script of `run` and runs it under bash until it has done this many commands,
-// those of its functions included. Then a SIGKILL ends its process group.
+// Runs the commit script of `run` until this many commands have ended, including those of its
+// functions. Then SIGKILL ends its process group.
 TracedRun RunUntil(CInstallBase& run, size_t commands);
 
-// What a setup may change on a machine, by path: kind, mode, owner, and a file's content or a
-// link's text.
+// What a setup can change on a machine, by path: kind, mode, owner, and content or link text.
 using MachineState = std::map<std::string, std::string>;
-MachineState LookAtMachine();
+MachineState StateOfMachine();
 
 // The paths at which two states differ.
 std::vector<std::string> Differences(const MachineState& one, const MachineState& other);
 
-// Keeps the state that a machine is in, and brings it back.
+// Save the state of the machine, and return to it.
 void SaveMachine();
 void RestoreMachine();
 

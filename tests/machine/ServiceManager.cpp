@@ -4,19 +4,17 @@
 #include <fstream>
 
 #include "harness/TempDir.h"
-#include "machine/Installation.h"
 
 namespace fs = std::filesystem;
 
 namespace hx_test {
 namespace {
 
-const std::string State = ServiceManagerState;
-const std::string Units = "/etc/systemd/system/";
+const std::string units = "/etc/systemd/system/";
 
-// A unit is read when it is first needed and at a reload, and is kept as long as it is enabled or
-// runs. The statuses are those of systemctl.
-const char* const Systemctl = R"sh(#!/bin/sh
+// Reads a unit when it is first needed and at a reload, and keeps it while it is enabled or active.
+// Exit statuses are those of systemctl.
+const char* const systemctlText = R"sh(#!/bin/sh
 cd /service_manager || exit 1
 echo "systemctl $*"
 echo "systemctl $*" >> calls
@@ -65,7 +63,7 @@ esac
 exit "${status:-0}"
 )sh";
 
-const char* const Service = R"sh(#!/bin/sh
+const char* const serviceText = R"sh(#!/bin/sh
 cd /service_manager || exit 1
 echo "service $*"
 echo "service $*" >> calls
@@ -76,14 +74,14 @@ stop) rm "active/$1";;
 esac
 )sh";
 
-const char* const Chkconfig = R"sh(#!/bin/sh
+const char* const chkconfigText = R"sh(#!/bin/sh
 cd /service_manager || exit 1
 echo "chkconfig $*"
 echo "chkconfig $*" >> calls
 [ "$1" != --del ] || rm -f "enabled/$2"
 )sh";
 
-// A link in the place is replaced, not followed.
+// Replaces a link instead of following it.
 void AddStandIn(const std::string& path, const std::string& text) {
     fs::remove(path);
     WriteFile(path, text);
@@ -92,30 +90,30 @@ void AddStandIn(const std::string& path, const std::string& text) {
 
 void Set(const std::string& kind, const std::string& name, const std::string& text, bool set) {
     if (set)
-        WriteFile(State + "/" + kind + "/" + name, text);
+        WriteFile(managerState + "/" + kind + "/" + name, text);
 }
 
 }  // namespace
 
 void InstallServiceManager() {
-    fs::remove_all(State);
+    fs::remove_all(managerState);
     for (const std::string kind : {"enabled", "active", "loaded", "failing"})
-        fs::create_directories(State + "/" + kind);
+        fs::create_directories(managerState + "/" + kind);
     fs::create_directories("/etc/init.d");
-    fs::create_directories(Units);
+    fs::create_directories(units);
     for (const std::string version : {"20", "24", "26"})
-        fs::remove(Units + "corvane" + version + "_service.service");
+        fs::remove(units + "corvane" + version + "_service.service");
     fs::remove("/etc/init.d/corvane_service");
-    fs::remove(ServiceProgram);
+    fs::remove(serviceProgram);
     for (const char* path : {"/usr/bin/systemctl", "/bin/systemctl"})
-        AddStandIn(path, Systemctl);
+        AddStandIn(path, systemctlText);
     for (const char* path : {"/usr/sbin/service", "/sbin/service"})
-        AddStandIn(path, Service);
+        AddStandIn(path, serviceText);
     fs::remove("/sbin/chkconfig");
 }
 
 void InstallChkconfig() {
-    AddStandIn("/sbin/chkconfig", Chkconfig);
+    AddStandIn("/sbin/chkconfig", chkconfigText);
 }
 
 void RemoveSystemctl() {
@@ -124,11 +122,11 @@ void RemoveSystemctl() {
 }
 
 void LetSystemctlFail(const std::string& verb) {
-    WriteFile(State + "/failing/" + verb, "");
+    WriteFile(managerState + "/failing/" + verb, "");
 }
 
 void AddUnit(const std::string& unit, const std::string& text, bool enabled, bool active) {
-    WriteFile(Units + unit, text);
+    WriteFile(units + unit, text);
     Set("enabled", unit, "", enabled);
     Set("active", unit, text, active);
     Set("loaded", unit, text, enabled || active);
@@ -142,23 +140,23 @@ void AddInitService(bool active) {
 }
 
 bool IsEnabled(const std::string& unit) {
-    return fs::exists(State + "/enabled/" + unit);
+    return fs::exists(managerState + "/enabled/" + unit);
 }
 
 bool IsActive(const std::string& unit) {
-    return fs::exists(State + "/active/" + unit);
+    return fs::exists(managerState + "/active/" + unit);
 }
 
 std::string ActiveText(const std::string& unit) {
-    return ReadFile(State + "/active/" + unit);
+    return ReadFile(managerState + "/active/" + unit);
 }
 
 std::vector<std::string> ServiceCalls() {
     std::vector<std::string> calls;
-    std::ifstream file(State + "/calls");
+    std::ifstream file(managerState + "/calls");
     for (std::string line; std::getline(file, line);)
         calls.push_back(line);
-    fs::remove(State + "/calls");
+    fs::remove(managerState + "/calls");
     return calls;
 }
 
