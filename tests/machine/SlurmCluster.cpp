@@ -8,13 +8,12 @@
 namespace hx_test {
 namespace {
 
-// The address of all daemons. Slurm passes over those of the loopback's own network when it
-// resolves a name.
-const std::string Address = "10.77.26.1";
+// The address of all daemons. Slurm ignores addresses of the loopback network in name lookups.
+const std::string address = "10.77.26.1";
 
-// One processor in each node, whatever the machine has. No control groups and no accounting, and
-// short waits where the defaults are made for large clusters.
-constexpr const char* Configuration = R"(ClusterName=throwaway
+// One processor in each node, no control groups, no accounting, and shorter waits than the
+// defaults.
+constexpr const char* configuration = R"(ClusterName=throwaway
 SlurmctldHost=head
 SlurmUser=slurm
 StateSaveLocation=/run/slurmctld
@@ -32,8 +31,8 @@ ReturnToService=2
 KillWait=1
 )";
 
-// The directories that a setup changes. Nothing of a node is left when its slurmd has ended.
-constexpr const char* NodeProgram = R"sh(#!/bin/sh -e
+// Mounts the directories that a setup changes. They disappear with the slurmd.
+constexpr const char* nodeProgram = R"sh(#!/bin/sh -e
 mount -t tmpfs tmpfs /mnt
 for directory in etc usr/bin var
 do
@@ -44,7 +43,7 @@ done
 exec slurmd -D -s -N "$1"
 )sh";
 
-constexpr const char* NodeUnit = R"([Service]
+constexpr const char* nodeUnit = R"([Service]
 ExecStart=/opt/slurm_node %i
 PrivateMounts=yes
 )";
@@ -74,10 +73,10 @@ std::string NodeUnits() {
 std::string SlurmCluster::Hindrance() {
     struct statfs root = {};
     if (statfs("/", &root) == 0 && root.f_type == OVERLAYFS_SUPER_MAGIC)
-        return "a Slurm cluster needs a root that is no overlay: its nodes are the third layer";
+        return "a Slurm cluster requires a root that is not an overlay";
     for (const char* program : {"munged", "slurmctld", "slurmd", "sbatch", "srun", "qsub", "ip"}) {
         if (hx_test::Run({"sh", "-c", "command -v \"$0\"", program}).status != 0)
-            return std::string("a Slurm cluster needs ") + program;
+            return std::string("a Slurm cluster requires ") + program;
     }
     return {};
 }
@@ -88,15 +87,15 @@ const std::vector<std::string>& SlurmCluster::Nodes() {
 }
 
 bool SlurmCluster::Start() {
-    WriteFile(m_machine.Path("/etc/slurm/slurm.conf"), Configuration + NodeLines());
-    // The plugin that looks for nothing as long as nobody uses control groups.
+    WriteFile(m_machine.Path("/etc/slurm/slurm.conf"), configuration + NodeLines());
+    // This plugin checks nothing while control groups are unused.
     WriteFile(m_machine.Path("/etc/slurm/cgroup.conf"), "CgroupPlugin=cgroup/v1\n");
-    WriteFile(m_machine.Path("/opt/slurm_node"), NodeProgram);
-    WriteFile(m_machine.Path("/etc/systemd/system/slurm_node@.service"), NodeUnit);
-    // Who develops on the live machine may keep its daemons from running by a mask.
+    WriteFile(m_machine.Path("/opt/slurm_node"), nodeProgram);
+    WriteFile(m_machine.Path("/etc/systemd/system/slurm_node@.service"), nodeUnit);
+    // The daemons may be masked on the live machine.
     const auto started = m_machine.Shell(
-        "set -e; hostname head; echo " + Address + " head >> /etc/hosts; ip address add " +
-        Address +
+        "set -e; hostname head; echo " + address + " head >> /etc/hosts; ip address add " +
+        address +
         "/32 dev lo; chmod 755 /opt/slurm_node;"
         "install -d -o slurm /run/slurmctld;"
         "runuser -u munge -- mungekey --create --force --keyfile /etc/munge/munge.key;"
@@ -106,7 +105,7 @@ bool SlurmCluster::Start() {
     return started.status == 0 && AwaitIdleNodes();
 }
 
-// A node that is down is taken again when its slurmd registers.
+// A node that is down returns when its slurmd registers.
 bool SlurmCluster::RenewNodes() {
     return m_machine
                    .Shell("set -e; systemctl stop" + NodeUnits() +

@@ -1,20 +1,15 @@
-// Setups by root on a real cluster: what the run script exports runs and cancels jobs, and a
-// roll-out over the nodes.
-#include <gtest/gtest.h>
-
-#include <memory>
+// Setups as root on a real cluster: a roll-out to the compute nodes, and jobs that use what the run
+// script exports.
 #include <string>
 
-#include "harness/TempDir.h"
+#include "machine/MachineSetup.h"
 #include "machine/SlurmCluster.h"
-#include "machine/ThrowawayMachine.h"
 
 namespace {
 
 using hx_test::SlurmCluster;
-using hx_test::ThrowawayMachine;
 
-// Stands in for the application's program of jobs: submits with what the run script exports.
+// Stands in for the application's job program: submits with what the run script exports.
 constexpr const char* jobProgram = R"sh(#!/bin/sh
 case "$CORV_QUEUE_TYPE:$CORV_SCHEDULER:$1" in
 EXTERNAL:SLURM:-u)
@@ -26,7 +21,7 @@ esac
 exit 9
 )sh";
 
-// Submits a job as soon as it runs, and stays.
+// Submits a job when it starts, and stays.
 constexpr const char* serviceProgram = R"sh(#!/bin/sh
 cd /srv/service || exit
 "$CORV_SUBMIT/cv_spd" -u /srv/jobs/short.sh "$PWD" > submitted.new 2>&1
@@ -34,7 +29,7 @@ mv submitted.new submitted
 exec sleep infinity
 )sh";
 
-// The last two lines: as the head exported it, and as the run script of the node does.
+// Prints the value exported on the head node, then the one of the compute node's run script.
 constexpr const char* shortJob = R"sh(#!/bin/sh
 id -un
 echo "$HOME"
@@ -42,7 +37,7 @@ echo "$CORV_CLUSTER_NODE"
 corvane26 --printenv CORV_CLUSTER_NODE
 )sh";
 
-// As the manual shows them.
+// As in the manual.
 constexpr const char* serviceGroup = "groupadd --system --gid 626 corvsrvc";
 constexpr const char* serviceUser =
     "useradd --system --uid 626 --gid 626 --home-dir /var/corvane --shell /bin/bash corvsrvc";
@@ -61,180 +56,169 @@ constexpr const char* slurmCheck =
     "--partition=\"$(corvane26 --printenv CORV_PARTITION_NAME)\" "
     "--wrap=\"corvane26 --printenv CORV_CLUSTER_NODE\"";
 
-class SlurmClusterSetup : public testing::Test {
+class SlurmClusterSetup : public MachineSetup {
 protected:
     static void SetUpTestSuite() {
-        if (!Hindrance().empty())
+        if (!HasMachine() || !SlurmCluster::Hindrance().empty())
             return;
-        s_machine = std::make_unique<ThrowawayMachine>();
-        s_cluster = std::make_unique<SlurmCluster>(*s_machine);
-        if (!s_machine->Boot())
-            return;
-        s_machine->CopyIn(HX_PRODUCT_DIR, "/opt/corvane26");
-        Write("/opt/corvane26/cv_spd", jobProgram);
-        Write("/opt/corvane26/cv_computeservice", serviceProgram);
-        Shell("chmod 755 /opt/corvane26/cv_spd /opt/corvane26/cv_computeservice; useradd ann");
-        Shell("userdel corvsrvc; groupdel corvsrvc");
+        WriteProgram("/opt/corvane26/cv_spd", jobProgram);
+        WriteProgram("/opt/corvane26/cv_computeservice", serviceProgram);
+        RemoveInstallation();
+        Shell("useradd ann; userdel corvsrvc; groupdel corvsrvc");
         Shell(serviceGroup);
         Shell(serviceUser);
-        s_started = s_cluster->Start();
-    }
-    static void TearDownTestSuite() {
-        s_cluster.reset();
-        s_machine.reset();
+        s_started = Cluster().Start();
     }
 
-    // The head is as new; the nodes are what the tests before left.
+    static SlurmCluster& Cluster() {
+        static SlurmCluster cluster(Machine());
+        return cluster;
+    }
+
+    // The head node has no installation; the compute nodes keep theirs.
     void SetUp() override {
-        const std::string hindrance = Hindrance();
-        if (!hindrance.empty())
+        if (const auto hindrance = SlurmCluster::Hindrance(); !hindrance.empty())
             GTEST_SKIP() << hindrance;
-        ASSERT_TRUE(s_started) << s_machine->Log() << s_cluster->Log();
-        Shell(
-            "systemctl disable --now corvane26_service; scancel --partition=chem;"
-            "rm -rf /var/corvane /usr/bin/corvane26* /etc/systemd/system/corvane2* /srv/*"
-            " /var/log/corvane26_setup.log;"
-            "systemctl daemon-reload; mkdir --mode=777 /srv/jobs /srv/service");
+        MachineSetup::SetUp();
+        if (IsSkipped() || HasFatalFailure())
+            return;
+        ASSERT_TRUE(s_started) << Machine().Log() << Cluster().Log();
+        Shell("scancel --partition=chem; rm -rf /srv/*; mkdir --mode=777 /srv/jobs /srv/service");
         Write("/srv/jobs/short.sh", shortJob);
         Write("/srv/jobs/long.sh", "#!/bin/sh\nsleep 1000\n");
     }
 
-    static std::string Hindrance() {
-        const std::string hindrance = ThrowawayMachine::Hindrance();
-        return hindrance.empty() ? SlurmCluster::Hindrance() : hindrance;
-    }
-
-    static void Write(const std::string& path, const std::string& text) {
-        hx_test::WriteFile(s_machine->Path(path), text);
-    }
-
-    static std::string Shell(const std::string& text) { return s_machine->Output(text); }
-
     static void SetUpHead(const char* command) {
-        const auto result = s_machine->Shell(command);
+        const auto result = Machine().Shell(command);
         ASSERT_EQ(result.status, 0) << result.out << result.err;
     }
 
-    static void RollOut() {
-        ASSERT_TRUE(s_cluster->RenewNodes()) << s_cluster->Log();
-        const auto result = s_machine->Shell(rollOut);
-        ASSERT_EQ(result.status, 0) << result.out << result.err << s_cluster->Log();
+    // Compute nodes without an installation.
+    static void RenewNodes() {
+        s_rolledOut = false;
+        ASSERT_TRUE(Cluster().RenewNodes()) << Cluster().Log();
     }
 
-    // The number of the job.
+    // Only where an earlier test has not done it.
+    static void RollOut() {
+        if (s_rolledOut)
+            return;
+        RenewNodes();
+        const auto result = Machine().Shell(rollOut);
+        ASSERT_EQ(result.status, 0) << result.out << result.err << Cluster().Log();
+        s_rolledOut = true;
+    }
+
+    // Returns the job's number.
     static std::string SubmitAsAnn(const std::string& job) {
         return Shell("runuser -u ann -- corvane26 --submit /srv/jobs/" + job + " /srv/jobs 2>&1");
     }
 
-    static std::string Exported(const std::string& name) {
-        return Shell("corvane26 --printenv " + name);
+    // Expects that a job gets from one state to the next in the partition "chem".
+    static void ExpectJob(const std::string& job, const char* state) {
+        EXPECT_EQ(Cluster().AwaitState(job, state), state) << job;
+        EXPECT_EQ(Cluster().JobField(job, "Partition"), "chem");
     }
 
-    static inline std::unique_ptr<ThrowawayMachine> s_machine;
-    static inline std::unique_ptr<SlurmCluster> s_cluster;
+    static void ExpectCancel() {
+        const std::string job = SubmitAsAnn("long.sh");
+        ExpectJob(job, "RUNNING");
+        EXPECT_EQ(Shell("runuser -u ann -- corvane26 --process-commands " + job), "");
+        ExpectJob(job, "CANCELLED");
+        EXPECT_EQ(Shell("pgrep --exact --full 'sleep 1000'"), "");
+    }
+
+    static void ExpectExported(const std::vector<std::pair<std::string, std::string>>& values) {
+        for (const auto& [name, value] : values)
+            EXPECT_EQ(Shell("corvane26 --printenv CORV_" + name), value) << name;
+    }
+
     static inline bool s_started = false;
+    static inline bool s_rolledOut = false;
 };
 
-TEST_F(SlurmClusterSetup, ARollOutSetsUpEachNodeByItself) {
-    ASSERT_TRUE(s_cluster->RenewNodes()) << s_cluster->Log();
-    s_cluster->OnNode("n3", "userdel corvsrvc");
-    const auto result = s_machine->Shell(rollOut);
-    EXPECT_EQ(result.status, 0) << result.out << result.err;
-    for (const std::string& node : SlurmCluster::Nodes()) {
-        SCOPED_TRACE(node);
-        const auto exported = [&](const std::string& name) {
-            return s_cluster->OnNode(node, "corvane26 --printenv " + name);
-        };
-        EXPECT_EQ(exported("CORV_CLUSTER_NODE"), "YES");
-        EXPECT_EQ(exported("CORV_QUEUE_TYPE"), "NONE");
-        EXPECT_EQ(exported("CORV_QUEUE_NAME") + exported("CORV_PARTITION_NAME"), "");
-        EXPECT_EQ(exported("CORV_CORVANERC"), "/var/corvane");
-        EXPECT_EQ(s_cluster->OnNode(node, "readlink /usr/bin/corvane26*"),
-                  "/var/corvane/corvane26\n/var/corvane/corvane26_snapshot");
-        EXPECT_EQ(s_cluster->OnNode(node, "stat -c \"%a %U:%G\" /var/corvane/corvane26"),
-                  "775 corvsrvc:corvsrvc");
-        EXPECT_EQ(s_cluster->OnNode(node, "ls /var/corvane/corvanerc/corvane26server"), "");
-        EXPECT_EQ(s_cluster->OnNode(node, "find /etc/systemd /usr/bin -name corvane26_service\\*"),
-                  "");
-        EXPECT_EQ(s_cluster->OnNode(node, "grep -c completed /var/log/corvane26_setup.log"), "1");
-    }
-    EXPECT_EQ(s_cluster->OnNode("n3", "getent passwd corvsrvc | cut -d: -f7"), "/sbin/nologin");
-    EXPECT_EQ(Shell("ls -d /var/corvane /usr/bin/corvane26* /var/log/corvane26_setup.log"), "");
-}
-
-TEST_F(SlurmClusterSetup, ANodeWhoseSetupFailsFailsTheRollOut) {
-    ASSERT_TRUE(s_cluster->RenewNodes()) << s_cluster->Log();
-    s_cluster->OnNode("n2", "echo of another package > /usr/bin/corvane26");
-    const auto result = s_machine->Shell(rollOut);
+TEST_F(SlurmClusterSetup, FailsRollOutWhenNodeFails) {
+    RenewNodes();
+    Cluster().OnNode("n2", "echo of another package > /usr/bin/corvane26");
+    const auto result = Machine().Shell(rollOut);
     EXPECT_EQ(result.status, 1) << result.out << result.err;
     EXPECT_NE(result.out.find("1: Error, creating /usr/bin/corvane26 symbolic link\n"),
               std::string::npos)
         << result.out;
-    EXPECT_EQ(s_cluster->OnNode("n2", "cat /usr/bin/corvane26"), "of another package");
-    EXPECT_EQ(s_cluster->OnNode("n1", "corvane26 --printenv CORV_CLUSTER_NODE"), "YES");
-    EXPECT_EQ(s_cluster->OnNode("n3", "corvane26 --printenv CORV_CLUSTER_NODE"), "YES");
+    EXPECT_EQ(Cluster().OnNode("n2", "cat /usr/bin/corvane26"), "of another package");
+    for (const char* node : {"n1", "n3"})
+        EXPECT_EQ(Cluster().OnNode(node, "corvane26 --printenv CORV_CLUSTER_NODE"), "YES");
 }
 
-TEST_F(SlurmClusterSetup, AJobRunsOnANodeOfThePartition) {
+TEST_F(SlurmClusterSetup, RollsOutToEachComputeNode) {
+    RenewNodes();
+    Cluster().OnNode("n3", "userdel corvsrvc");
+    const auto result = Machine().Shell(rollOut);
+    EXPECT_EQ(result.status, 0) << result.out << result.err;
+    const std::pair<const char*, const char*> expected[] = {
+        {"corvane26 --printenv CORV_CLUSTER_NODE", "YES"},
+        {"corvane26 --printenv CORV_QUEUE_TYPE", "NONE"},
+        {"corvane26 --printenv CORV_QUEUE_NAME", ""},
+        {"corvane26 --printenv CORV_PARTITION_NAME", ""},
+        {"corvane26 --printenv CORV_CORVANERC", "/var/corvane"},
+        {"readlink /usr/bin/corvane26*", "/var/corvane/corvane26\n/var/corvane/corvane26_snapshot"},
+        {"stat -c \"%a %U:%G\" /var/corvane/corvane26", "775 corvsrvc:corvsrvc"},
+        {"ls /var/corvane/corvanerc/corvane26server", ""},
+        {"find /etc/systemd /usr/bin -name corvane26_service\\*", ""},
+        {"grep -c completed /var/log/corvane26_setup.log", "1"}};
+    for (const std::string& node : SlurmCluster::Nodes()) {
+        for (const auto& [command, output] : expected)
+            EXPECT_EQ(Cluster().OnNode(node, command), output) << node << ": " << command;
+    }
+    EXPECT_EQ(Cluster().OnNode("n3", "getent passwd corvsrvc | cut -d: -f7"), "/sbin/nologin");
+    EXPECT_EQ(Shell("ls -d /var/corvane /usr/bin/corvane26* /var/log/corvane26_setup.log"), "");
+}
+
+TEST_F(SlurmClusterSetup, RunsJobsOfUsersAndOfService) {
     RollOut();
     SetUpHead(slurmSetup);
-    EXPECT_EQ(Exported("CORV_QUEUE_TYPE"), "EXTERNAL");
-    EXPECT_EQ(Exported("CORV_SCHEDULER"), "SLURM");
-    EXPECT_EQ(Exported("CORV_PARTITION_NAME"), "chem");
-    EXPECT_EQ(Exported("CORV_CLUSTER_NODE"), "NO");
+    ExpectExported({{"QUEUE_TYPE", "EXTERNAL"},
+                    {"SCHEDULER", "SLURM"},
+                    {"PARTITION_NAME", "chem"},
+                    {"CLUSTER_NODE", "NO"}});
     const std::string job = SubmitAsAnn("short.sh");
-    EXPECT_EQ(s_cluster->AwaitState(job, "COMPLETED"), "COMPLETED") << job;
-    EXPECT_EQ(s_cluster->JobField(job, "Partition"), "chem");
+    ExpectJob(job, "COMPLETED");
     EXPECT_EQ(Shell("sed 2d /srv/jobs/slurm-" + job + ".out"), "ann\nNO\nYES");
 
-    const std::string told =
+    const std::string out =
         Shell("cd /srv/jobs && runuser -u ann -- sh -c '" + std::string(slurmCheck) + "'");
-    const std::string check = told.substr(told.rfind(' ') + 1);
-    EXPECT_EQ(s_cluster->AwaitState(check, "COMPLETED"), "COMPLETED") << told;
+    const std::string check = out.substr(out.rfind(' ') + 1);
+    ExpectJob(check, "COMPLETED");
     EXPECT_EQ(Shell("cat /srv/jobs/slurm-" + check + ".out"), "YES");
-}
 
-TEST_F(SlurmClusterSetup, TheCancelCommandEndsALongJob) {
-    SetUpHead(answeredSlurmSetup);
-    EXPECT_EQ(Exported("CORV_SCANCEL_CMD"), "/usr/bin/scancel");
-    const std::string job = SubmitAsAnn("long.sh");
-    EXPECT_EQ(s_cluster->AwaitState(job, "RUNNING"), "RUNNING") << job;
-    EXPECT_EQ(s_cluster->JobField(job, "Partition"), "chem");
-    EXPECT_EQ(Shell("runuser -u ann -- corvane26 --process-commands " + job), "");
-    EXPECT_EQ(s_cluster->AwaitState(job, "CANCELLED"), "CANCELLED");
-    EXPECT_EQ(Shell("pgrep --exact --full 'sleep 1000'"), "");
-}
-
-TEST_F(SlurmClusterSetup, TheServiceSubmitsAsItsOwnUser) {
-    RollOut();
-    SetUpHead(slurmSetup);
-    const std::string job = Shell(
+    const std::string ofService = Shell(
         "for i in $(seq 100); do [ -e /srv/service/submitted ] && break; sleep 0.1; done;"
         "cat /srv/service/submitted");
-    EXPECT_EQ(s_cluster->AwaitState(job, "COMPLETED"), "COMPLETED") << job;
-    EXPECT_EQ(s_cluster->JobField(job, "UserId"), "corvsrvc(626)");
-    EXPECT_EQ(Shell("cat /srv/service/slurm-" + job + ".out"), "corvsrvc\n/var/corvane\nNO\nYES");
+    ExpectJob(ofService, "COMPLETED");
+    EXPECT_EQ(Cluster().JobField(ofService, "UserId"), "corvsrvc(626)");
+    EXPECT_EQ(Shell("cat /srv/service/slurm-" + ofService + ".out"),
+              "corvsrvc\n/var/corvane\nNO\nYES");
 }
 
-TEST_F(SlurmClusterSetup, TheTorqueCommandsSubmitAndDelete) {
+TEST_F(SlurmClusterSetup, CancelsJobWithSlurmCommand) {
+    SetUpHead(answeredSlurmSetup);
+    ExpectExported({{"SCANCEL_CMD", "/usr/bin/scancel"}});
+    ExpectCancel();
+}
+
+TEST_F(SlurmClusterSetup, SubmitsAndDeletesWithTorqueCommands) {
     RollOut();
     SetUpHead(torqueSetup);
-    EXPECT_EQ(Exported("CORV_SCHEDULER"), "TORQUE");
-    EXPECT_EQ(Exported("CORV_QUEUE_NAME"), "chem");
-    EXPECT_EQ(Exported("CORV_QDEL_CMD"), "/usr/bin/qdel");
-    EXPECT_EQ(Exported("CORV_QSIG_CMD"), "/usr/bin/qsig");
-    const std::string finishing = SubmitAsAnn("short.sh");
-    EXPECT_EQ(s_cluster->AwaitState(finishing, "COMPLETED"), "COMPLETED") << finishing;
-    EXPECT_EQ(s_cluster->JobField(finishing, "Partition"), "chem");
+    ExpectExported({{"SCHEDULER", "TORQUE"},
+                    {"QUEUE_NAME", "chem"},
+                    {"QDEL_CMD", "/usr/bin/qdel"},
+                    {"QSIG_CMD", "/usr/bin/qsig"}});
+    ExpectJob(SubmitAsAnn("short.sh"), "COMPLETED");
     EXPECT_EQ(Shell("sed 2d /srv/jobs/torque.out"), "ann\nNO\nYES");
-    const std::string deleted = SubmitAsAnn("long.sh");
-    EXPECT_EQ(s_cluster->AwaitState(deleted, "RUNNING"), "RUNNING") << deleted;
-    EXPECT_EQ(Shell("runuser -u ann -- corvane26 --process-commands " + deleted), "");
-    EXPECT_EQ(s_cluster->AwaitState(deleted, "CANCELLED"), "CANCELLED");
-    EXPECT_EQ(Shell("pgrep --exact --full 'sleep 1000'"), "");
+    ExpectCancel();
 }
 
-TEST(ClusterManual, ShowsTheCommandsThatAreTested) {
+TEST(ClusterManual, ShowsTestedCommands) {
     const std::string page = hx_test::ReadFile(HX_DOCS "/cluster.md");
     for (const std::string command : {serviceGroup, serviceUser, rollOut, slurmSetup,
                                       answeredSlurmSetup, torqueSetup, slurmCheck})

@@ -24,24 +24,24 @@ namespace {
 namespace fs = std::filesystem;
 using namespace std::chrono_literals;
 
-constexpr auto PatienceForBoot = 90s;
-constexpr auto PollInterval = 50ms;
+constexpr auto bootTimeout = 90s;
+constexpr auto pollInterval = 50ms;
 
-// Asks until it answers yes; false when the patience has run out or the keeper has ended.
+// Polls until `ask` returns true. Returns false on timeout or when the keeper has ended.
 template <typename Ask>
 bool Await(pid_t keeper, Ask ask) {
-    const auto deadline = std::chrono::steady_clock::now() + PatienceForBoot;
+    const auto deadline = std::chrono::steady_clock::now() + bootTimeout;
     while (!ask()) {
         siginfo_t ended = {};
         waitid(P_PID, static_cast<id_t>(keeper), &ended, WEXITED | WNOHANG | WNOWAIT);
         if (ended.si_pid != 0 || std::chrono::steady_clock::now() > deadline)
             return false;
-        std::this_thread::sleep_for(PollInterval);
+        std::this_thread::sleep_for(pollInterval);
     }
     return true;
 }
 
-// The first process of a namespace inside another one, once it runs systemd.
+// True for the first process of a nested namespace once it runs systemd.
 bool IsContainerInit(pid_t pid) {
     const std::string directory = "/proc/" + std::to_string(pid);
     if (ReadFile(directory + "/comm") != "systemd\n")
@@ -54,7 +54,7 @@ bool IsContainerInit(pid_t pid) {
     return false;
 }
 
-// False in a user namespace, whose root may not do what a machine needs.
+// False in a user namespace, whose root cannot boot a machine.
 bool IsRootOfTheWholeMachine() {
     unsigned long inside = 1;
     unsigned long outside = 1;
@@ -78,7 +78,7 @@ bool Enter(pid_t init) {
                                                CLONE_NEWIPC | CLONE_NEWNET) == 0 &&
                          chdir("/") == 0;
     close(descriptor);
-    // The machine has a /tmp of its own.
+    // The machine has a separate /tmp.
     unsetenv("TMPDIR");
     return entered;
 }
@@ -87,16 +87,16 @@ bool Enter(pid_t init) {
 
 std::string ThrowawayMachine::Hindrance() {
     if (!IsRootOfTheWholeMachine())
-        return "a throwaway machine needs root";
+        return "a throwaway machine requires root";
     for (const char* program : {"systemd-nspawn", "nsenter", "systemctl"}) {
         if (hx_test::Run({"sh", "-c", "command -v \"$0\"", program}).status != 0)
-            return std::string("a throwaway machine needs ") + program;
+            return std::string("a throwaway machine requires ") + program;
     }
-    // Not so in most containers.
+    // Most containers cannot write there.
     if (access("/sys/fs/cgroup", W_OK) != 0)
-        return "a throwaway machine needs control groups";
+        return "a throwaway machine requires control groups";
     if (!CanMakeNamespaces())
-        return "a throwaway machine needs namespaces";
+        return "a throwaway machine requires namespaces";
     return {};
 }
 
@@ -120,7 +120,7 @@ bool ThrowawayMachine::WaitForInit() {
     });
 }
 
-// A unit of the live machine that cannot start in here makes the state "degraded".
+// The state is "degraded" when a unit of the live machine cannot start here.
 bool ThrowawayMachine::WaitForSystemd() {
     return Await(m_keeper, [this] {
         const std::string state = Run({"systemctl", "is-system-running"}).out;
@@ -158,10 +158,10 @@ std::string ThrowawayMachine::Output(const std::string& text) const {
 ProcessResult ThrowawayMachine::RunInChild(const std::function<void()>& body) const {
     return hx_test::RunInChild({}, [&] {
         if (!Enter(m_init)) {
-            std::perror("entering the machine");
+            std::perror("cannot enter the machine");
             _exit(1);
         }
-        // Only a further child is in the machine's pid namespace.
+        // Only a new child is in the machine's pid namespace.
         const pid_t child = fork();
         if (child == 0) {
             body();

@@ -1,4 +1,4 @@
-// A machine that boots a real systemd over the live root and forgets everything at its end.
+// A machine that boots a real systemd over the live root and discards all changes.
 #pragma once
 
 #include <sys/types.h>
@@ -11,15 +11,13 @@
 
 namespace hx_test {
 
-// The machine sees the live root file system through an overlay whose upper layer is in memory:
-// what is done to its user database, /usr/bin or services is done for real and vanishes. It has a
-// network of its own with nothing but a loopback, an empty /tmp and /run, and none of the live
-// machine's enabled services (they are installed and can be started). File systems mounted below
-// the live root are not there: copy in what is needed.
+// The machine has the live root file system as the lower layer of an overlay in memory: changes of
+// its user database, /usr/bin, or services are real and temporary. Its network is a loopback only,
+// its /tmp and /run are empty, and the live machine's enabled services are not started. File
+// systems that are mounted below the live root are missing: copy the files that a test needs.
 //
-// Root only. Boot takes some seconds, so that one machine serves many tests. Nothing stays behind:
-// every process, mount and file of the machine lives in namespaces whose first process dies with
-// the test's, also when that is killed.
+// Requires root. Boot takes seconds, so that tests share a machine. Every process, mount, and file
+// of the machine is in namespaces that end with the test's process, also when that is killed.
 class ThrowawayMachine {
 public:
     ThrowawayMachine() = default;
@@ -29,36 +27,36 @@ public:
     ThrowawayMachine(const ThrowawayMachine&) = delete;
     ThrowawayMachine& operator=(const ThrowawayMachine&) = delete;
 
-    // Why no machine is to be had here; empty when Boot can be tried.
+    // Returns why machines are not available; empty if Boot can be tried.
     static std::string Hindrance();
 
-    // Boots and waits until systemd has settled. False on a failure, told by Log().
+    // Boots and waits until systemd is idle. Returns false on failure, see Log().
     bool Boot();
 
-    // Runs a command in the machine as its root, found through the machine's PATH.
+    // Runs a command as root in the machine, with the machine's PATH.
     ProcessResult Run(const std::vector<std::string>& command,
                       const ProcessOptions& options = {}) const;
 
-    // Runs a line of shell text in the machine.
+    // Runs a shell command in the machine.
     ProcessResult Shell(const std::string& text) const { return Run({"/bin/sh", "-c", text}); }
 
-    // What a line of shell text prints in the machine, without the last newline.
+    // Returns the output of a shell command in the machine, without the last newline.
     std::string Output(const std::string& text) const;
 
-    // Runs a piece of a test in a forked child in the machine, as RunInChild does.
+    // Runs `body` in a forked child in the machine, as RunInChild does.
     ProcessResult RunInChild(const std::function<void()>& body) const;
 
-    // Where the live machine finds a file of the machine; `path` is absolute. Files are read and
-    // written through it. Absolute links in it lead out of the machine.
+    // Returns the path on the live machine of the machine's absolute `path`. Absolute links below
+    // it lead out of the machine.
     std::string Path(const std::string& path) const;
 
-    // Copies a file or a directory of the live machine into the machine, with its permissions.
+    // Copies a file or directory of the live machine, with its permissions.
     void CopyIn(const std::string& from, const std::string& to) const;
 
-    // The machine's first process, by its id on the live machine.
+    // The id of the machine's first process on the live machine.
     pid_t Init() const { return m_init; }
 
-    // What systemd said while it booted, or why it could not.
+    // The messages of systemd and of the keeper.
     std::string Log() const;
 
 private:
