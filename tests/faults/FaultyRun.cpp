@@ -10,10 +10,10 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// What a setup makes in the install directory.
-constexpr const char* madeNames[] = {"corvane26",     "corvane26_snapshot", "corvane26_samba",
-                                     "corvane26_ssh", "corvanerc",          "qchemrc",
-                                     "QueueEntries",  "QueueLimits"};
+// What a setup creates in the install directory.
+constexpr const char* createdNames[] = {"corvane26",     "corvane26_snapshot", "corvane26_samba",
+                                        "corvane26_ssh", "corvanerc",          "qchemrc",
+                                        "QueueEntries",  "QueueLimits"};
 
 std::string Describe(const fs::path& path) {
     struct stat entry = {};
@@ -22,41 +22,41 @@ std::string Describe(const fs::path& path) {
     return fs::is_regular_file(path) ? mode + hx_test::ReadFile(path) : mode;
 }
 
-std::map<std::string, std::string> WhatWasMade(const UserSetup& setup) {
-    std::map<std::string, std::string> made;
-    for (const char* name : madeNames) {
+std::map<std::string, std::string> CreatedFiles(const UserSetup& setup) {
+    std::map<std::string, std::string> created;
+    for (const char* name : createdNames) {
         const fs::path top = setup.Outside(name);
         if (!fs::exists(top))
             continue;
-        made[name] = Describe(top);
+        created[name] = Describe(top);
         if (!fs::is_directory(top))
             continue;
         for (const auto& entry : fs::recursive_directory_iterator(top))
-            made[fs::relative(entry.path(), setup.Outside(""))] = Describe(entry.path());
+            created[fs::relative(entry.path(), setup.Outside(""))] = Describe(entry.path());
     }
-    return made;
+    return created;
 }
 
 }  // namespace
 
 FaultyRun::FaultyRun(std::vector<std::string> options) : m_options(std::move(options)) {
-    // The modules of the name service make hundreds of calls of their own.
+    // Other modules of the name service would add hundreds of calls.
     hx_test::WriteFile(m_files / "nsswitch.conf", "passwd: files\ngroup: files\n");
     m_setup.Bind(m_files / "nsswitch.conf", "/etc/nsswitch.conf");
 }
 
 std::string FaultyRun::NotAvailable() {
 #ifdef HX_TEST_KEEP_MALLOC
-    return "a sanitizer makes system calls of its own, and takes their success for granted";
+    return "a sanitizer makes system calls and does not handle their failure";
 #endif
     if (!hx_test::NamespacesAvailable())
-        return "user and mount namespaces are needed";
+        return "requires user and mount namespaces";
     const auto probe = hx_test::Run({"strace", "-o", "/dev/null", "true"});
     return probe.status == 0 ? "" : "strace cannot trace here: " + probe.err;
 }
 
 void FaultyRun::Clear() {
-    for (const char* name : madeNames)
+    for (const char* name : createdNames)
         fs::remove_all(m_setup.Outside(name));
     for (const auto& entry : fs::directory_iterator(m_setup.Root())) {
         if (entry.path().filename().string().starts_with("corvane26_"))
@@ -66,7 +66,7 @@ void FaultyRun::Clear() {
 
 FaultyResult FaultyRun::RunTraced(const std::vector<std::string>& options) {
     Clear();
-    // Children are not traced. A hanging run is ended, which shows as status 137.
+    // Does not trace children. The exit status is 137 if the setup hangs.
     std::vector<std::string> command = {"/usr/bin/timeout", "--signal=KILL",   "30", "/usr/bin/env",
                                         "PATH=/usr/bin",    "/usr/bin/strace", "-y", "-o",
                                         "/tmp/trace"};
@@ -76,7 +76,7 @@ FaultyResult FaultyRun::RunTraced(const std::vector<std::string>& options) {
     const std::vector<std::string> setup = m_setup.Command(arguments);
     command.insert(command.end(), setup.begin(), setup.end());
     const auto result = m_setup.RunProgram(command);
-    return {result.status, result.err, "", WhatWasMade(m_setup)};
+    return {result.status, result.err, "", CreatedFiles(m_setup)};
 }
 
 FaultyResult FaultyRun::RunWhole() {

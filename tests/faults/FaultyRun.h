@@ -1,4 +1,4 @@
-// Runs of cv_install in which one system call fails.
+// Setups in which one system call fails.
 #pragma once
 
 #include <map>
@@ -10,32 +10,31 @@
 struct FaultyResult {
     int status = -1;
     std::string err;
-    // The call that failed, as strace tells it with the paths of its descriptors; empty when the
-    // run had ended before.
+    // The failed call, as strace prints it with the paths of its descriptors; empty if the setup
+    // did not reach it.
     std::string call;
-    // What the setup has made in its install directory: mode and text by path.
-    std::map<std::string, std::string> made;
+    // What the setup created in its install directory: mode and text by path.
+    std::map<std::string, std::string> created;
 };
 
 class FaultyRun {
 public:
-    // Options for each run on top of --setup --user-mode --yes.
+    // Each setup has these options besides --setup --user-mode --yes.
     explicit FaultyRun(std::vector<std::string> options);
 
-    // A run in which nothing fails.
+    // A setup without a failure.
     FaultyResult RunWhole();
 
-    // A run whose `number`-th call of this name, counted from the program's start, fails.
+    // The `number`-th call of this name fails, counted from the program's start.
     FaultyResult Run(const std::string& name, int number, const std::string& error) {
         return RunWhen(name, std::to_string(number), error);
     }
 
-    // The same with `when` as strace takes it; "2+" is each call from the second on.
+    // With `when` in the syntax of strace; "2+" is each call from the second on.
     FaultyResult RunWhen(const std::string& name, const std::string& when,
                          const std::string& error);
 
-    // The calls of a run by name, in order; those of the program's loading stand before the one of
-    // getcwd that the setup begins with.
+    // The calls of a setup in order, from the first getcwd: earlier calls load the program.
     struct Call {
         std::string name;
         int number;
@@ -43,7 +42,7 @@ public:
     };
     std::vector<Call> CallsOfSetup();
 
-    // Why there are no such runs here; empty when there are.
+    // Returns why calls cannot fail on this system; empty if they can.
     static std::string NotAvailable();
 
 private:

@@ -1,5 +1,5 @@
-// Every call that the library makes in a setup by root fails once, by its number, until no further
-// one is left. Each outcome is one of those written down here.
+// Each call of the library in a setup as root fails once. Each failure has an outcome in these
+// tables.
 #include <gtest/gtest.h>
 #include <sys/mount.h>
 #include <unistd.h>
@@ -39,7 +39,7 @@ void Write(CInstallBase& run) {
     (run.*writer)();
 }
 
-const Step kSteps[] = {
+const Step steps[] = {
     {"job limit", [](CInstallBase& run) { run.PromptJobLimit(); }},
     {"memory limit", [](CInstallBase& run) { run.PromptMemoryLimit(); }},
     {"scratch directory", [](CInstallBase& run) { run.PromptScratchDirectory(); }},
@@ -59,13 +59,13 @@ const Step kSteps[] = {
     {"script", WriteScript},
 };
 
-// Marks on stdout say how far it came.
+// Prints the name of each step before it starts.
 void RunEveryStep() {
     Arguments arguments({"/opt/corvane26/cv_install", "--cluster-node"});
     std::printf("@constructor\n");
     auto* run = new CInstallBase(false, arguments.argc(), arguments.argv());
     run->m_jobLimit = 4;
-    for (const Step& step : kSteps) {
+    for (const Step& step : steps) {
         std::printf("@%s\n", step.name);
         step.act(*run);
     }
@@ -80,15 +80,15 @@ std::string LastStep(const std::string& out) {
 
 struct Outcome {
     const char* call;
-    const char* step;  // where the run ended
+    const char* step;  // the last one
     int status;
-    const char* err;  // a pattern of all of it
+    const char* err;  // a pattern of the whole text
 };
 
 #define ERROR_TEXT "Corvane Install: Error\n    "
 
-// Each of these ends the run. Errors are numbered 28, ENOSPC, whatever the call.
-const Outcome kEnds[] = {
+// Failures that end the setup. The error is always ENOSPC.
+const Outcome ends[] = {
     {"getcwd", "constructor", 14,
      ERROR_TEXT "Unable to determine current working directory.  Aborting\n    No space left on "
                 "device\n"},
@@ -121,8 +121,8 @@ const Outcome kEnds[] = {
                 "device\n"},
 };
 
-// These are told, and the run goes on to its end.
-const Outcome kTold[] = {
+// Failures that are reported or ignored.
+const Outcome reported[] = {
     {"fopen", "end", 0, "  Error, can't open /proc/cpuinfo to read.\n"},
     {"mkstemp", "end", 0, "Writing Commit Script: mkstemp failed, No space left on device\n"},
     {"fdopen", "end", 0, "Writing Commit Script: fdopen failed\n"},
@@ -136,33 +136,33 @@ bool Matches(const Outcome& outcome, const std::string& call, const std::string&
            std::regex_match(result.err, std::regex(outcome.err));
 }
 
-bool IsWrittenDown(const std::string& call, const hx_test::ProcessResult& result) {
+bool IsExpected(const std::string& call, const hx_test::ProcessResult& result) {
     const std::string step = LastStep(result.out);
     const auto matches = [&](const Outcome& outcome) {
         return Matches(outcome, call, step, result);
     };
-    return std::any_of(std::begin(kEnds), std::end(kEnds), matches) ||
-           std::any_of(std::begin(kTold), std::end(kTold), matches);
+    return std::any_of(std::begin(ends), std::end(ends), matches) ||
+           std::any_of(std::begin(reported), std::end(reported), matches);
 }
 
-// Modes, texts and targets by path.
-std::map<std::string, std::string> WhatStandsIn(const Machine& machine) {
-    std::map<std::string, std::string> made;
+// Modes, texts, and targets by path.
+std::map<std::string, std::string> FilesOf(const Machine& machine) {
+    std::map<std::string, std::string> files;
     for (const char* top : {"/var/corvane", "/usr/bin"}) {
         for (const auto& entry : fs::recursive_directory_iterator(machine.Real(top))) {
             const std::string path = fs::relative(entry.path(), machine.Real("/"));
             if (entry.is_symlink())
-                made[path] = fs::read_symlink(entry.path());
+                files[path] = fs::read_symlink(entry.path());
             else if (entry.is_regular_file())
-                made[path] = std::to_string(static_cast<int>(entry.status().permissions())) +
-                             hx_test::ReadFile(entry.path());
+                files[path] = std::to_string(static_cast<int>(entry.status().permissions())) +
+                              hx_test::ReadFile(entry.path());
         }
     }
-    return made;
+    return files;
 }
 
-// A leak checker would find neither its files nor, after an end in the midst, an orderly state.
-void LeaveOutLeakCheck() {
+// After a failure the leak checker has neither its files nor a consistent state.
+void SkipLeakCheck() {
     on_exit(
         [](int status, void*) {
             std::fflush(nullptr);
@@ -171,11 +171,11 @@ void LeaveOutLeakCheck() {
         nullptr);
 }
 
-// `failing` is as HX_TEST_FAIL takes it.
+// `failing` is the value of HX_TEST_FAIL.
 hx_test::ProcessResult RunEveryStepOn(Machine& machine, const std::string& failing) {
     machine.MakeLink("/usr/bin/corvane26", "elsewhere");
     return machine.Run(AsRoot, [&] {
-        LeaveOutLeakCheck();
+        SkipLeakCheck();
         EXPECT_EQ(mount("tmpfs", "/tmp", "tmpfs", 0, "mode=1777,size=1m"), 0);
         setenv("HX_TEST_REACHED", "/var/reached", 1);
         setenv("HX_TEST_FAIL", failing.c_str(), 1);
@@ -183,43 +183,43 @@ hx_test::ProcessResult RunEveryStepOn(Machine& machine, const std::string& faili
     });
 }
 
-// A run in which nothing fails, once.
+// The files of a setup without a failure.
 const std::map<std::string, std::string>& Whole() {
     static const std::map<std::string, std::string> whole = [] {
         Machine machine;
         EXPECT_EQ(RunEveryStepOn(machine, "").status, 0);
-        return WhatStandsIn(machine);
+        return FilesOf(machine);
     }();
     return whole;
 }
 
-// A run that says nothing of a failure has done everything, but for limits that its caller was told
-// not to be written. Without a count of cores, which is told, one core is assumed.
-void ExpectCompleteUnlessTold(const hx_test::ProcessResult& result, const Machine& machine) {
+// A setup that reports no failure has created all files, except limits whose failure
+// writeQueueLimits returned. With an unknown number of cores it assumes one.
+void ExpectCompleteUnlessReported(const hx_test::ProcessResult& result, const Machine& machine) {
     const bool limitsWritten = result.out.find("limits 0\n") != std::string::npos;
     const bool coresKnown = result.err.find("/proc/cpuinfo") == std::string::npos;
     if (result.status == 0 && limitsWritten && coresKnown) {
-        EXPECT_TRUE(WhatStandsIn(machine) == Whole());
+        EXPECT_TRUE(FilesOf(machine) == Whole());
     }
     EXPECT_EQ(result.out.find("script 0\n") != std::string::npos,
               result.err.starts_with("Writing Commit Script: "));
 }
 
-// False when the run had no call of that number.
+// Returns false if there is no call with that number.
 bool FailOne(const std::string& call, int number) {
     Machine machine;
     const auto result = RunEveryStepOn(machine, call + ":" + std::to_string(number) + "=28");
-    EXPECT_TRUE(IsWrittenDown(call, result))
+    EXPECT_TRUE(IsExpected(call, result))
         << call << " " << number << " ended at " << LastStep(result.out) << " with "
         << result.status << "\n"
         << result.err;
-    ExpectCompleteUnlessTold(result, machine);
+    ExpectCompleteUnlessReported(result, machine);
     return fs::exists(machine.Real("/var/reached"));
 }
 
 class LibraryCalls : public testing::TestWithParam<const char*> {};
 
-TEST_P(LibraryCalls, FailWithAnOutcomeThatIsWrittenDown) {
+TEST_P(LibraryCalls, FailWithExpectedOutcome) {
     HX_REQUIRE_NAMESPACES();
     int number = 1;
     while (FailOne(GetParam(), number))

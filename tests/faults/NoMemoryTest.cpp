@@ -12,7 +12,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// One in this many allocations of a setup is tried.
+// Every n-th allocation of a setup fails.
 int Stride() {
     return std::getenv("HX_TEST_EVERY_FAULT") == nullptr ? 37 : 1;
 }
@@ -21,22 +21,22 @@ class NoMemory : public testing::Test {
 protected:
     void SetUp() override {
 #ifdef HX_TEST_KEEP_MALLOC
-        GTEST_SKIP() << "a sanitizer brings its own malloc";
+        GTEST_SKIP() << "a sanitizer replaces malloc";
 #endif
         HX_REQUIRE_NAMESPACES();
     }
 
-    // A setup whose allocation of this number fails, in a product folder as it was.
+    // Runs a setup whose allocation of this number fails, in a clean product directory.
     hx_test::ProcessResult Run(int number) {
-        for (const char* made : {"corvane26", "corvane26_snapshot", "corvanerc", "qchemrc",
+        for (const char* name : {"corvane26", "corvane26_snapshot", "corvanerc", "qchemrc",
                                  "QueueEntries", "QueueLimits"})
-            fs::remove_all(m_setup.Outside(made));
+            fs::remove_all(m_setup.Outside(name));
         fs::remove(m_setup.Root() + "/reached");
         for (const std::string& script : m_setup.CommitScripts())
             fs::remove(script);
         const std::vector<std::string> variables = {"HX_TEST_NO_MEMORY=:" + std::to_string(number),
                                                     "HX_TEST_REACHED=/tmp/reached"};
-        // A hanging setup is ended, which shows as status 137.
+        // The exit status is 137 if the setup hangs.
         std::vector<std::string> command = {"/usr/bin/timeout", "--signal=KILL", "30"};
         const std::vector<std::string> setup = m_setup.Command(
             variables, {"--setup", "--user-mode", "--yes", "-m", "777", "-s", "5", "-d", "/tmp"});
@@ -56,7 +56,7 @@ protected:
     UserSetup m_setup;
 };
 
-// Empty when the process has ended.
+// Empty if the process has ended.
 std::string CommandLineOf(const fs::path& process) {
     char text[512] = {};
     FILE* file = std::fopen((process / "cmdline").c_str(), "r");
@@ -67,7 +67,7 @@ std::string CommandLineOf(const fs::path& process) {
     return {text, length};
 }
 
-bool Runs(const std::string& script) {
+bool IsRunning(const std::string& script) {
     const std::string name = fs::path(script).filename();
     const fs::directory_iterator processes("/proc");
     return std::any_of(begin(processes), end(processes), [&](const fs::directory_entry& process) {
@@ -76,29 +76,27 @@ bool Runs(const std::string& script) {
 }
 
 bool EndsSoon(const std::string& script) {
-    for (int i = 0; i < 100 && Runs(script); ++i)
+    for (int i = 0; i < 100 && IsRunning(script); ++i)
         usleep(20000);
-    return !Runs(script);
+    return !IsRunning(script);
 }
 
-// Where the C library, Qt or their loading has no way on, they end the program in their own way,
-// long before the script.
-bool EndedByItsLibraries(const hx_test::ProcessResult& result) {
+// The loader, the C library, or Qt can end the program without a message, before the script.
+bool EndedByLibraries(const hx_test::ProcessResult& result) {
     return result.status == 1 || result.status == 127 || result.status == 128 + SIGABRT ||
            result.status == 128 + SIGSEGV;
 }
 
-// A call of the C library that lacks memory is told as any other failure of it; a lost value is
-// refused as empty.
-void ExpectTold(const hx_test::ProcessResult& result) {
+// A call that lacks memory is reported like its other failures; a lost value is rejected as empty.
+void ExpectReported(const hx_test::ProcessResult& result) {
     const std::set<int> statuses = {2, 4, 5, 6, 10};
     EXPECT_TRUE(statuses.contains(result.status)) << result.status;
-    const bool told = result.err.find("cv_install: ") != std::string::npos ||
-                      result.err.find("Corvane Install: Error\n") != std::string::npos;
-    EXPECT_TRUE(told) << result.err;
+    const bool reported = result.err.find("cv_install: ") != std::string::npos ||
+                          result.err.find("Corvane Install: Error\n") != std::string::npos;
+    EXPECT_TRUE(reported) << result.err;
 }
 
-TEST_F(NoMemory, EndsASetupWithAMessageOrNotAtAll) {
+TEST_F(NoMemory, EndsSetupWithMessageOrNotAtAll) {
     int ended = 0;
     for (int number = 1;; number += Stride()) {
         const auto result = Run(number);
@@ -108,10 +106,10 @@ TEST_F(NoMemory, EndsASetupWithAMessageOrNotAtAll) {
             break;
         if (result.status == 0) {
             EXPECT_TRUE(IsComplete());
-        } else if (EndedByItsLibraries(result)) {
+        } else if (EndedByLibraries(result)) {
             EXPECT_FALSE(m_setup.Has("corvanerc"));
         } else {
-            ExpectTold(result);
+            ExpectReported(result);
             ++ended;
         }
         for (const std::string& script : m_setup.CommitScripts())

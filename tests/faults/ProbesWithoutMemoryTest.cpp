@@ -1,5 +1,4 @@
-// The probes and the storing of files while an allocation fails: each gives its value or says that
-// it does not know.
+// Probes and storeFile while an allocation fails: each returns its value or "unknown".
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -16,7 +15,7 @@ namespace {
 
 struct Probe {
     const char* name;
-    int (*ask)();
+    int (*read)();
     int unknown;
 };
 
@@ -40,7 +39,7 @@ int CountStoredLines() {
     return count;
 }
 
-const Probe kProbes[] = {
+const Probe probes[] = {
     {"logical count", [] { return CountWith(hx_cpu_logical_count); }, -1},
     {"core count", [] { return CountWith(hx_cpu_count); }, -1},
     {"procNCPU", procNCPU, 0},
@@ -53,23 +52,23 @@ const Probe kProbes[] = {
     {"storeFile", CountStoredLines, -1},
 };
 
-TEST(ProbesWithoutMemory, GiveTheirValueOrDoNotKnow) {
+TEST(ProbesWithoutMemory, ReturnValueOrUnknown) {
 #ifdef HX_TEST_KEEP_MALLOC
-    GTEST_SKIP() << "a sanitizer brings its own malloc";
+    GTEST_SKIP() << "a sanitizer replaces malloc";
 #endif
     const hx_test::TempDir files;
     setenv("HX_TEST_REACHED", (files / "reached").c_str(), 1);
-    for (const Probe& probe : kProbes) {
-        const int known = probe.ask();
+    for (const Probe& probe : probes) {
+        const int known = probe.read();
         int number = 0;
         do {
             std::filesystem::remove(files / "reached");
             ++number;
             const auto result = hx_test::RunInChild({}, [&] {
                 setenv("HX_TEST_NO_MEMORY", (":" + std::to_string(number)).c_str(), 1);
-                const int answer = probe.ask();
+                const int value = probe.read();
                 unsetenv("HX_TEST_NO_MEMORY");
-                EXPECT_TRUE(answer == known || answer == probe.unknown) << answer;
+                EXPECT_TRUE(value == known || value == probe.unknown) << value;
             });
             EXPECT_EQ(result.status, 0) << probe.name << " " << number << result.out << result.err;
         } while (std::filesystem::exists(files / "reached"));

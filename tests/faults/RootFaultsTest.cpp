@@ -1,4 +1,4 @@
-// Setups by root on a machine whose directories cannot be written to, or hold no more.
+// Setups as root with read-only or full directories.
 #include <gtest/gtest.h>
 #include <sys/mount.h>
 
@@ -6,6 +6,7 @@
 #include <set>
 
 #include "apps/RootSetup.h"
+#include "faults/Messages.h"
 #include "harness/Expect.h"
 #include "machine/ThrowawayRoot.h"
 
@@ -18,8 +19,8 @@ void MakeReadOnly(const char* directory) {
     ASSERT_EQ(mount(nullptr, directory, nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr), 0);
 }
 
-// In each scenario the bind mount lies on top, and is taken away with MakeWritable.
-void MakeWritable(const char* directory) {
+// Removes the topmost mount.
+void Unmount(const char* directory) {
     ASSERT_EQ(umount2(directory, MNT_DETACH), 0) << directory;
 }
 
@@ -27,11 +28,11 @@ hx_test::ProcessResult RunWithReadOnly(const char* directory) {
     LayOutRootSetup();
     MakeReadOnly(directory);
     const auto result = RunRootSetup({"--yes"});
-    MakeWritable(directory);
+    Unmount(directory);
     return result;
 }
 
-void ExpectFurtherSetupCompletes() {
+void ExpectNextSetupCompletes() {
     const auto result = RunRootSetup({"--yes"});
     EXPECT_EQ(result.status, 0) << result.out << result.err;
 }
@@ -40,40 +41,36 @@ struct ReadOnlyDirectory {
     const char* directory;
     int status;
     const char* out;  // a part
-    const char* err;  // a part
+    std::string err;  // a part
 };
 
-const ReadOnlyDirectory kReadOnly[] = {
-    {"/etc", 1, "Error, unable to create Corvane service group.\n",
-     " failed with status 1, its message stands above\n"},
-    {"/usr/bin", 1, "Error, creating /usr/bin/corvane26 symbolic link\n",
-     " failed with status 1, its message stands above\n"},
-    // The script tells it and goes on to its end.
+const ReadOnlyDirectory readOnlyDirectories[] = {
+    {"/etc", 1, "Error, unable to create Corvane service group.\n", ScriptFailed(1)},
+    {"/usr/bin", 1, "Error, creating /usr/bin/corvane26 symbolic link\n", ScriptFailed(1)},
+    // The script reports it and continues.
     {"/etc/systemd/system", 10, "Error, updating Corvane Compute Servive systemd script\n",
-     "cv_install: \"/etc/systemd/system/corvane26_service.service\" is not complete, or cannot be "
-     "read\n"},
-    {"/tmp", 5, "", "the commit script could not be written, nothing has been changed\n"},
+     "cv_install: \"/etc/systemd/system/corvane26_service.service\" " + isIncomplete},
+    {"/tmp", 5, "", noScript},
     {"/var/log", 0, "Corvane'26 Installation script completed successfully!\n",
-     "there will be no log, /var/log/corvane26_setup.log cannot be opened: Read-only file "
-     "system\n"},
+     CannotOpenLog("/var/log/corvane26_setup.log")},
 };
 
-TEST(RootFaults, AReadOnlyDirectoryIsToldAndAFurtherSetupCompletes) {
+TEST(RootFaults, CompletesAfterReadOnlyDirectory) {
     HX_REQUIRE_THROWAWAY_ROOT();
     HX_EXPECT_SCENARIO([] {
-        for (const ReadOnlyDirectory& expected : kReadOnly) {
+        for (const ReadOnlyDirectory& expected : readOnlyDirectories) {
             SCOPED_TRACE(expected.directory);
             const auto result = RunWithReadOnly(expected.directory);
             EXPECT_EQ(result.status, expected.status) << result.out << result.err;
             ExpectHolds(result.out, expected.out);
             ExpectHolds(result.err, expected.err);
-            ExpectFurtherSetupCompletes();
+            ExpectNextSetupCompletes();
         }
     });
 }
 
-// The install directory is made first.
-TEST(RootFaults, AReadOnlyVarEndsTheSetupBeforeItsScript) {
+// The install directory is created before the script runs.
+TEST(RootFaults, StopsBeforeScriptWithReadOnlyVar) {
     HX_REQUIRE_THROWAWAY_ROOT();
     HX_EXPECT_SCENARIO([] {
         const auto result = RunWithReadOnly("/var");
@@ -85,21 +82,19 @@ TEST(RootFaults, AReadOnlyVarEndsTheSetupBeforeItsScript) {
     });
 }
 
-TEST(RootFaults, AFullLogIsToldAndEnds) {
+TEST(RootFaults, CompletesWithFullLog) {
     HX_REQUIRE_THROWAWAY_ROOT();
     HX_EXPECT_SCENARIO([] {
         LayOutRootSetup();
         ASSERT_EQ(mount("tmpfs", "/var/log", "tmpfs", 0, "size=4k"), 0);
         const auto result = RunRootSetup({"--yes"});
         EXPECT_EQ(result.status, 0) << result.err;
-        ExpectHolds(result.err,
-                    "cv_install: the log /var/log/corvane26_setup.log ends here, it cannot be "
-                    "written to: No space left on device\n");
+        ExpectHolds(result.err, "/var/log/corvane26_setup.log" + logIsFull);
     });
 }
 
-// The disc grows until it holds everything.
-TEST(RootFaults, AFullInstallDirectoryNeverEndsWell) {
+// The disk grows until everything fits.
+TEST(RootFaults, ReportsFullInstallDirectory) {
     HX_REQUIRE_THROWAWAY_ROOT();
     HX_EXPECT_SCENARIO([] {
         std::set<int> statuses;
@@ -112,7 +107,7 @@ TEST(RootFaults, AFullInstallDirectoryNeverEndsWell) {
             EXPECT_EQ(result.status == 0, result.err.find("cv_install: ") == std::string::npos)
                 << result.err;
             statuses.insert(result.status);
-            MakeWritable("/var/corvane");
+            Unmount("/var/corvane");
             ASSERT_LT(kilobytes, 400);
         }
         EXPECT_EQ(statuses, (std::set<int>{0, 1, 2}));

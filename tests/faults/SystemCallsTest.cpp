@@ -1,5 +1,5 @@
-// Every kind of system call that a setup makes fails once, in a run of its own. Each outcome is one
-// of those written down here; a failure that is not ends as if nothing had failed.
+// Every kind of system call of a setup fails once, in a separate setup. Each failure has an outcome
+// in this table, or none at all.
 #include <gtest/gtest.h>
 
 #include <csignal>
@@ -11,97 +11,87 @@
 
 namespace {
 
-// How the calls fail. Left out are those that cannot fail on an open descriptor, and close, after
-// which strace would keep the file open.
-const std::map<std::string, const char*> kErrors = {
+// How the calls fail. Omits those that cannot fail on an open descriptor, and close, after which
+// strace would keep the file open.
+const std::map<std::string, const char*> errors = {
     {"access", "EACCES"}, {"chmod", "EPERM"},  {"clone", "EAGAIN"},      {"getcwd", "ENOENT"},
     {"ioctl", "EIO"},     {"mkdir", "ENOSPC"}, {"newfstatat", "EACCES"}, {"openat", "EMFILE"},
     {"pipe2", "EMFILE"},  {"ppoll", "ENOMEM"}, {"read", "EIO"},          {"setpgid", "ESRCH"},
     {"statx", "EACCES"},  {"unlink", "EPERM"}, {"write", "ENOSPC"},      {"vfork", "EAGAIN"},
     {"fork", "EAGAIN"},   {"poll", "ENOMEM"}};
 
-// What stands in the install directory afterwards.
-enum class Made { Everything, OneThread, QChemAndSubmission, PartOfThem, Nothing };
+// What the install directory contains afterwards.
+enum class Created { Everything, OneThread, QChemAndSubmission, PartOfIt, Nothing };
 
 struct Outcome {
-    const char* call;  // as Describe tells it
+    const char* call;  // a pattern of Describe
     int status;
-    std::string err;  // a part of it; empty: all of it is empty
-    Made made;
+    std::string err;  // a part; empty for no output
+    Created created;
 };
 
-const std::string kError = "Corvane Install: Error\n    ";
+const std::string errorText = "Corvane Install: Error\n    ";
 
-// The first that matches counts.
-const std::vector<Outcome> kOutcomes = {
+// The first match counts.
+const std::vector<Outcome> outcomes = {
     {R"re(^getcwd\(.*, 2048\))re", 14,
-     kError + "Unable to determine current working directory.  Aborting\n"
-              "    No such file or directory\n",
-     Made::Nothing},
-    {R"re(^openat.*corvane26_setup_.*\.log")re", 0,
-     "cv_install: there will be no log, /tmp/corvane26_setup_", Made::Everything},
+     errorText + "Unable to determine current working directory.  Aborting\n"
+                 "    No such file or directory\n",
+     Created::Nothing},
+    {R"re(^openat.*corvane26_setup_.*\.log")re", 0, CannotOpenLog("/tmp/corvane26_setup_"),
+     Created::Everything},
     {R"re(^openat.*"/proc/cpuinfo")re", 0, "  Error, can't open /proc/cpuinfo to read.\n",
-     Made::OneThread},
-    {R"re(^newfstatat\([^"]*"/tmp")re", 0,
-     "Warning\n    The scratch directory \"/tmp\" cannot be found", Made::Everything},
-    {R"re(^access\("/tmp", W_OK)re", 0,
-     "Warning\n    The scratch directory \"/tmp\" may not be written to", Made::Everything},
-    {R"re(^access\("/tmp/product", W_OK)re", 8,
-     "cv_install: \"/tmp/product\" may not be written to, ", Made::Nothing},
+     Created::OneThread},
+    {R"re(^newfstatat\([^"]*"/tmp")re", 0, "Warning\n    " + scratchIsMissing, Created::Everything},
+    {R"re(^access\("/tmp", W_OK)re", 0, "Warning\n    " + scratchNotWritable, Created::Everything},
+    {R"re(^access\("/tmp/product", W_OK)re", 8, NotWritable("/tmp/product"), Created::Nothing},
 
-    // The commit script. Its size when it is opened is but a hint.
+    // The commit script.
     {R"re(^openat.*corvane26_commit_.*O_CREAT)re", 5,
-     std::string("Writing Commit Script: mkstemp failed, Too many open files\n") + kNoScript,
-     Made::Nothing},
-    {R"re(^openat.*corvane26_commit_.*O_NONBLOCK)re", 5, kNoScript, Made::Nothing},
-    {R"re(^write\(\d+</tmp/corvane26_commit_)re", 5, kNoScript, Made::Nothing},
+     std::string("Writing Commit Script: mkstemp failed, Too many open files\n") + noScript,
+     Created::Nothing},
+    {R"re(^openat.*corvane26_commit_.*O_NONBLOCK)re", 5, noScript, Created::Nothing},
+    {R"re(^write\(\d+</tmp/corvane26_commit_)re", 5, noScript, Created::Nothing},
 
-    {R"re(^read\(\d+</tmp/corvane26_commit_.*, 16384\))re", 5, kNoScript, Made::Nothing},
+    {R"re(^read\(\d+</tmp/corvane26_commit_.*, 16384\))re", 5, noScript, Created::Nothing},
 
     // The files that cv_install writes itself.
-    {R"re(^access\("/tmp", F_OK)re", 2, kError + "Unable to mkdir \"/tmp\"\n    File exists\n",
-     Made::Nothing},
+    {R"re(^access\("/tmp", F_OK)re", 2, errorText + "Unable to mkdir \"/tmp\"\n    File exists\n",
+     Created::Nothing},
     {R"re(^access\("/tmp/product", F_OK)re", 2,
-     kError + "Unable to mkdir \"/tmp/product\"\n    File exists\n", Made::Nothing},
+     errorText + "Unable to mkdir \"/tmp/product\"\n    File exists\n", Created::Nothing},
     {R"re(^access\("/tmp/product/qchemrc", F_OK.* instead of 0$)re", 2,
-     kError + "Unable to create \"/tmp/product/qchemrc\"\n    File exists\n", Made::PartOfThem},
+     errorText + "Unable to create \"/tmp/product/qchemrc\"\n    File exists\n", Created::PartOfIt},
     {R"re(^mkdir\("/tmp/product/qchemrc")re", 2,
-     kError + "Unable to create \"/tmp/product/qchemrc\"\n    No space left on device\n",
-     Made::Nothing},
+     errorText + "Unable to create \"/tmp/product/qchemrc\"\n    No space left on device\n",
+     Created::Nothing},
     {R"re(^chmod\("/tmp/product/qchemrc")re", 2,
-     kError + "Unable to chmod \"/tmp/product/qchemrc\"\n    Operation not permitted\n",
-     Made::PartOfThem},
+     errorText + "Unable to chmod \"/tmp/product/qchemrc\"\n    Operation not permitted\n",
+     Created::PartOfIt},
     {R"re(^openat.*/qchemrc/(qchemrc|qcscratch)", O_WRONLY)re", 2,
-     "\" for write\n    Too many open files\n", Made::PartOfThem},
-    {R"re(^openat.*/corvane26_(samba|ssh)", O_WRONLY)re", 24, "\" for write\n", Made::PartOfThem},
-    {R"re(^chmod)re", 2, "Unable to chmod \"/tmp/product/", Made::PartOfThem},
-    {R"re(^write\(\d+</tmp/product)re", 2, "is not complete, or cannot be read\n",
-     Made::QChemAndSubmission},
-    {R"re(^openat.*/(qchemrc/.*|corvane26_samba|corvane26_ssh)", O_RDONLY)re", 2,
-     "is not complete, or cannot be read\n", Made::QChemAndSubmission},
+     "\" for write\n    Too many open files\n", Created::PartOfIt},
+    {R"re(^openat.*/corvane26_(samba|ssh)", O_WRONLY)re", 24, "\" for write\n", Created::PartOfIt},
+    {R"re(^chmod)re", 2, "Unable to chmod \"/tmp/product/", Created::PartOfIt},
+    {R"re(^write\(\d+</tmp/product)re", 2, isIncomplete, Created::QChemAndSubmission},
+    {R"re(^openat.*/(qchemrc/.*|corvane26_samba|corvane26_ssh)", O_RDONLY)re", 2, isIncomplete,
+     Created::QChemAndSubmission},
 
-    {R"re(^read\(\d+</tmp/product/(qchemrc|corvane26_s).*, 16384\))re", 2,
-     "is not complete, or cannot be read\n", Made::QChemAndSubmission},
+    {R"re(^read\(\d+</tmp/product/(qchemrc|corvane26_s).*, 16384\))re", 2, isIncomplete,
+     Created::QChemAndSubmission},
 
     // The run of the commit script.
-    {R"re(^(pipe2|clone|vfork|fork)\()re", 6,
-     "the commit script could not be started: ", Made::QChemAndSubmission},
+    {R"re(^(pipe2|clone|vfork|fork)\()re", 6, cannotStartScript, Created::QChemAndSubmission},
 
-    // The look at the result: nothing is wrong, but that cannot be known. The limits are looked at
-    // again.
-    {R"re(^read\(\d+</tmp/product/corvanerc.*, 16384\))re", 10,
-     "is not complete, or cannot be read\n", Made::Everything},
-    {R"re(^openat.*/corvanerc/)re", 10, "\" is not complete, or cannot be read\n",
-     Made::Everything},
+    // The check of the result, which finds a file that it cannot read.
+    {R"re(^read\(\d+</tmp/product/corvanerc.*, 16384\))re", 10, isIncomplete, Created::Everything},
+    {R"re(^openat.*/corvanerc/)re", 10, "\" " + isIncomplete, Created::Everything},
 
     // The console.
-    {R"re(^write\(1<)re", 0, "cv_install: stdout cannot be written to, some lines are lost\n",
-     Made::Everything},
-    {R"re(^write\(\d+</tmp/corvane26_setup_)re", 0,
-     "ends here, it cannot be written to: No space left on device\n", Made::Everything},
+    {R"re(^write\(1<)re", 0, lostOutput, Created::Everything},
+    {R"re(^write\(\d+</tmp/corvane26_setup_)re", 0, logIsFull, Created::Everything},
 };
 
-// Calls of one kind differ in numbers, texts and names that do not matter to their outcome.
+// Removes numbers, texts, and names that do not influence the outcome of a call.
 std::string KindOf(const FaultyRun::Call& call) {
     static const std::set<std::string> repeated = {"ioctl", "ppoll", "read", "statx", "write"};
     std::string text = call.text.substr(0, call.text.rfind(" = "));
@@ -112,7 +102,7 @@ std::string KindOf(const FaultyRun::Call& call) {
     return text;
 }
 
-// The call that failed, with what it returned in a run without failures where it is the same call.
+// The failed call, with its result in a setup without failures if it is the same call.
 std::string Describe(const FaultyResult& result, const FaultyRun::Call& whole) {
     if (KindOf({whole.name, whole.number, result.call}) != KindOf(whole))
         return result.call;
@@ -120,41 +110,41 @@ std::string Describe(const FaultyResult& result, const FaultyRun::Call& whole) {
 }
 
 const Outcome& OutcomeOf(const std::string& call) {
-    static const Outcome none = {"", 0, "", Made::Everything};
-    for (const Outcome& outcome : kOutcomes) {
+    static const Outcome none = {"", 0, "", Created::Everything};
+    for (const Outcome& outcome : outcomes) {
         if (std::regex_search(call, std::regex(outcome.call)))
             return outcome;
     }
     return none;
 }
 
-// Without the modes: a file whose mode could not be set is there.
+// Ignores the modes: a file whose mode could not be set exists.
 bool IsPartOf(const std::map<std::string, std::string>& part, const FaultyResult& whole) {
     for (const auto& [path, text] : part) {
-        if (!whole.made.contains(path))
+        if (!whole.created.contains(path))
             return false;
     }
-    return part.size() < whole.made.size() && !part.contains("corvanerc");
+    return part.size() < whole.created.size() && !part.contains("corvanerc");
 }
 
-void ExpectMade(const FaultyResult& result, const FaultyResult& whole, Made made) {
-    switch (made) {
-        case Made::Everything:
-            EXPECT_TRUE(result.made == whole.made);
+void ExpectCreated(const FaultyResult& result, const FaultyResult& whole, Created created) {
+    switch (created) {
+        case Created::Everything:
+            EXPECT_TRUE(result.created == whole.created);
             return;
-        case Made::OneThread:
-            EXPECT_NE(result.made.at("QueueLimits").find(" MaxThreads: 1\n"), std::string::npos);
-            EXPECT_EQ(result.made.size(), whole.made.size());
+        case Created::OneThread:
+            EXPECT_NE(result.created.at("QueueLimits").find(" MaxThreads: 1\n"), std::string::npos);
+            EXPECT_EQ(result.created.size(), whole.created.size());
             return;
-        case Made::Nothing:
-            EXPECT_TRUE(result.made.empty());
+        case Created::Nothing:
+            EXPECT_TRUE(result.created.empty());
             return;
-        case Made::QChemAndSubmission:
-            EXPECT_TRUE(result.made.contains("corvane26_ssh"));
-            EXPECT_TRUE(result.made.contains("qchemrc/qcscratch"));
+        case Created::QChemAndSubmission:
+            EXPECT_TRUE(result.created.contains("corvane26_ssh"));
+            EXPECT_TRUE(result.created.contains("qchemrc/qcscratch"));
             [[fallthrough]];
-        case Made::PartOfThem:
-            EXPECT_TRUE(IsPartOf(result.made, whole));
+        case Created::PartOfIt:
+            EXPECT_TRUE(IsPartOf(result.created, whole));
     }
 }
 
@@ -166,16 +156,16 @@ void ExpectOutcome(const FaultyResult& result, const std::string& call, const Fa
         EXPECT_EQ(result.err, "");
     else
         EXPECT_NE(result.err.find(outcome.err), std::string::npos) << outcome.err;
-    ExpectMade(result, whole, outcome.made);
+    ExpectCreated(result, whole, outcome.created);
 }
 
-// Qt tries some reads again, and behind the last byte of a file there is nothing to lose.
+// Qt repeats some reads, and a read after the last byte loses nothing.
 bool LosesNothing(const FaultyResult& result, const FaultyResult& whole) {
     return result.call.starts_with("read(") && result.status == 0 && result.err.empty() &&
-           result.made == whole.made;
+           result.created == whole.created;
 }
 
-TEST(SystemCalls, EachFailureHasItsOutcome) {
+TEST(SystemCalls, FailWithExpectedOutcome) {
     HX_REQUIRE_FAULTY_RUNS();
     FaultyRun run({"-m", "777", "-s", "5", "-d", "/tmp", "--submission-scripts"});
     const FaultyResult whole = run.RunWhole();
@@ -185,12 +175,12 @@ TEST(SystemCalls, EachFailureHasItsOutcome) {
     std::set<std::string> kinds;
     int failed = 0;
     for (const FaultyRun::Call& call : run.CallsOfSetup()) {
-        const auto error = kErrors.find(call.name);
-        if (error == kErrors.end() || call.text.find("AT_EMPTY_PATH") != std::string::npos ||
+        const auto error = errors.find(call.name);
+        if (error == errors.end() || call.text.find("AT_EMPTY_PATH") != std::string::npos ||
             (!kinds.insert(KindOf(call)).second && !every))
             continue;
         const FaultyResult result = run.Run(call.name, call.number, error->second);
-        // The number of calls that follow the script's output differs from run to run.
+        // The number of calls that read the script's output varies.
         failed += result.call.empty() ? 0 : 1;
         if (!every || !LosesNothing(result, whole))
             ExpectOutcome(result, Describe(result, call), whole);
@@ -199,30 +189,28 @@ TEST(SystemCalls, EachFailureHasItsOutcome) {
     EXPECT_GT(failed, 80);
 }
 
-// df is asked for free space, and where it cannot be asked one gigabyte is offered.
-TEST(SystemCalls, WithoutAChildForDfTheScratchLimitIsOne) {
+// Without the answer of df about free space, the default is one gigabyte.
+TEST(SystemCalls, DefaultScratchLimitToOneWithoutDf) {
     HX_REQUIRE_FAULTY_RUNS();
     FaultyRun run({"-m", "777", "-d", "/tmp"});
     const std::pair<const char*, int> calls[] = {
         {"pipe2", 1}, {"pipe2", 2}, {"pipe2", 3}, {"pipe2", 4}, {"clone", 1}};
     for (const auto& [name, number] : calls) {
-        const FaultyResult result = run.Run(name, number, kErrors.at(name));
+        const FaultyResult result = run.Run(name, number, errors.at(name));
         SCOPED_TRACE(result.call + "\n" + result.err);
         EXPECT_NE(result.call, "");
         EXPECT_EQ(result.status, 0);
-        EXPECT_TRUE(result.made.at("QueueLimits").ends_with("\nDiskPerThreadGB: 1\n"));
+        EXPECT_TRUE(result.created.at("QueueLimits").ends_with("\nDiskPerThreadGB: 1\n"));
     }
 }
 
-// The first wait is for the script's start.
-TEST(SystemCalls, AScriptThatCannotBeFollowedIsEnded) {
+// The first wait is for the start of the script.
+TEST(SystemCalls, TerminateScriptThatCannotBeMonitored) {
     HX_REQUIRE_FAULTY_RUNS();
     FaultyRun run({"-m", "777", "-s", "5", "-d", "/tmp"});
     const FaultyResult result = run.RunWhen("ppoll", "2+", "ENOMEM");
     EXPECT_EQ(result.status, 128 + SIGTERM);
-    EXPECT_NE(result.err.find(" could not be followed to its end, and was ended\n"),
-              std::string::npos)
-        << result.err;
+    EXPECT_NE(result.err.find(cannotMonitorScript), std::string::npos) << result.err;
     EXPECT_EQ(result.err.find("QProcess"), std::string::npos) << result.err;
 }
 
