@@ -1,43 +1,23 @@
 #include "faults/FaultyRun.h"
 
-#include <sys/stat.h>
-
 #include <filesystem>
 #include <regex>
 #include <sstream>
 
 namespace fs = std::filesystem;
 
-namespace {
+const std::vector<std::string> createdNames = {
+    "corvane26", "corvane26_snapshot", "corvane26_samba", "corvane26_ssh", "corvanerc",
+    "qchemrc",   "QueueEntries",       "QueueLimits"};
 
-// What a setup creates in the install directory.
-constexpr const char* createdNames[] = {"corvane26",     "corvane26_snapshot", "corvane26_samba",
-                                        "corvane26_ssh", "corvanerc",          "qchemrc",
-                                        "QueueEntries",  "QueueLimits"};
-
-std::string Describe(const fs::path& path) {
-    struct stat entry = {};
-    lstat(path.c_str(), &entry);
-    const std::string mode = std::to_string(entry.st_mode) + " ";
-    return fs::is_regular_file(path) ? mode + hx_test::ReadFile(path) : mode;
-}
-
-std::map<std::string, std::string> CreatedFiles(const UserSetup& setup) {
-    std::map<std::string, std::string> created;
-    for (const char* name : createdNames) {
-        const fs::path top = setup.Outside(name);
-        if (!fs::exists(top))
-            continue;
-        created[name] = Describe(top);
-        if (!fs::is_directory(top))
-            continue;
-        for (const auto& entry : fs::recursive_directory_iterator(top))
-            created[fs::relative(entry.path(), setup.Outside(""))] = Describe(entry.path());
+void ClearSetup(const UserSetup& setup) {
+    for (const auto& name : createdNames)
+        fs::remove_all(setup.Outside(name));
+    for (const auto& entry : fs::directory_iterator(setup.Root())) {
+        if (entry.path().filename().string().starts_with("corvane26_"))
+            fs::remove(entry.path());
     }
-    return created;
 }
-
-}  // namespace
 
 FaultyRun::FaultyRun(std::vector<std::string> options) : m_options(std::move(options)) {
     // Other modules of the name service would add hundreds of calls.
@@ -55,17 +35,8 @@ std::string FaultyRun::NotAvailable() {
     return probe.status == 0 ? "" : "strace cannot trace here: " + probe.err;
 }
 
-void FaultyRun::Clear() {
-    for (const char* name : createdNames)
-        fs::remove_all(m_setup.Outside(name));
-    for (const auto& entry : fs::directory_iterator(m_setup.Root())) {
-        if (entry.path().filename().string().starts_with("corvane26_"))
-            fs::remove(entry.path());
-    }
-}
-
 FaultyResult FaultyRun::RunTraced(const std::vector<std::string>& options) {
-    Clear();
+    ClearSetup(m_setup);
     // Does not trace children. The exit status is 137 if the setup hangs.
     std::vector<std::string> command = {"/usr/bin/timeout", "--signal=KILL",   "30", "/usr/bin/env",
                                         "PATH=/usr/bin",    "/usr/bin/strace", "-y", "-o",
@@ -76,7 +47,7 @@ FaultyResult FaultyRun::RunTraced(const std::vector<std::string>& options) {
     const std::vector<std::string> setup = m_setup.Command(arguments);
     command.insert(command.end(), setup.begin(), setup.end());
     const auto result = m_setup.RunProgram(command);
-    return {result.status, result.err, "", CreatedFiles(m_setup)};
+    return {result.status, result.err, "", hx_test::SnapshotOf(m_setup.Outside(""), createdNames)};
 }
 
 FaultyResult FaultyRun::RunWhole() {

@@ -1,11 +1,17 @@
 // Setups in which one system call fails.
 #pragma once
 
-#include <map>
 #include <string>
 #include <vector>
 
 #include "apps/UserSetup.h"
+#include "machine/Snapshot.h"
+
+// What a setup can create in its install directory.
+extern const std::vector<std::string> createdNames;
+
+// Removes the files of earlier setups, with their commit scripts and logs.
+void ClearSetup(const UserSetup& setup);
 
 struct FaultyResult {
     int status = -1;
@@ -13,8 +19,8 @@ struct FaultyResult {
     // The failed call, as strace prints it with the paths of its descriptors; empty if the setup
     // did not reach it.
     std::string call;
-    // What the setup created in its install directory: mode and text by path.
-    std::map<std::string, std::string> created;
+    // What the setup created in its install directory.
+    hx_test::Snapshot created;
 };
 
 class FaultyRun {
@@ -47,7 +53,6 @@ public:
 
 private:
     FaultyResult RunTraced(const std::vector<std::string>& options);
-    void Clear();
 
     UserSetup m_setup;
     hx_test::TempDir m_files;

@@ -69,7 +69,7 @@ ProcessResult RunSetup(std::vector<std::string> command = {}) {
 using Files = std::map<std::string, std::string>;
 
 // The files that setups created: texts by path.
-Files Created() {
+Files CreatedFiles() {
     Files created;
     for (const auto& entry : fs::recursive_directory_iterator(installDirectory)) {
         if (!entry.is_symlink())
@@ -124,14 +124,14 @@ void ExpectRepairable(const Files& whole) {
     const ProcessResult last = RunSetup();
     ExpectSuccess(last);
     EXPECT_EQ(last.err, "");
-    EXPECT_TRUE(Created() == whole);
+    EXPECT_TRUE(CreatedFiles() == whole);
 }
 
 TEST_F(FullDisk, ReportsFullInstallDirectory) {
     ExpectAsRoot([] {
         MountDisks("1m", "1m");
         ExpectSuccess(RunSetup());
-        const auto all = Created();
+        const auto all = CreatedFiles();
         std::set<int> statuses;
         for (int pages = 1; !statuses.contains(0); ++pages) {
             MountDisks(std::to_string(pages * pageSize) + "k", "1m");
@@ -139,7 +139,7 @@ TEST_F(FullDisk, ReportsFullInstallDirectory) {
             const ProcessResult result = RunSetup();
             statuses.insert(result.status);
             if (result.status == 0) {
-                EXPECT_TRUE(Created() == all);
+                EXPECT_TRUE(CreatedFiles() == all);
                 break;
             }
             ExpectIncomplete(result);
@@ -167,7 +167,7 @@ TEST_F(FullDisk, StopsBeforeScriptOrEndsLogWithFullTmp) {
             } else {
                 EXPECT_EQ(result.status, 5);
                 ExpectHolds(result.err, noScript);
-                EXPECT_TRUE(Created().empty());
+                EXPECT_TRUE(CreatedFiles().empty());
             }
             ASSERT_LT(pages, 100);
         }
@@ -237,7 +237,7 @@ TEST_F(FullDisk, ChangesNothingOnUnusableDisk) {
             EXPECT_EQ(result.status, disk.status) << result.err;
             for (const auto& part : disk.err)
                 ExpectHolds(result.err, part);
-            EXPECT_TRUE(Created().empty());
+            EXPECT_TRUE(CreatedFiles().empty());
         });
     }
 }

@@ -10,6 +10,7 @@
 #include <regex>
 
 #include "harness/Child.h"
+#include "machine/Snapshot.h"
 #include "setuprun/CInstallBase.h"
 #include "setuprun/CQueueLimits.h"
 #include "setuprun/Machine.h"
@@ -145,20 +146,8 @@ bool IsExpected(const std::string& call, const hx_test::ProcessResult& result) {
            std::any_of(std::begin(reported), std::end(reported), matches);
 }
 
-// Modes, texts, and targets by path.
-std::map<std::string, std::string> FilesOf(const Machine& machine) {
-    std::map<std::string, std::string> files;
-    for (const char* top : {"/var/corvane", "/usr/bin"}) {
-        for (const auto& entry : fs::recursive_directory_iterator(machine.Real(top))) {
-            const std::string path = fs::relative(entry.path(), machine.Real("/"));
-            if (entry.is_symlink())
-                files[path] = fs::read_symlink(entry.path());
-            else if (entry.is_regular_file())
-                files[path] = std::to_string(static_cast<int>(entry.status().permissions())) +
-                              hx_test::ReadFile(entry.path());
-        }
-    }
-    return files;
+hx_test::Snapshot FilesOf(const Machine& machine) {
+    return hx_test::SnapshotOf(machine.Real("/"), {"var/corvane", "usr/bin"});
 }
 
 // After a failure the leak checker has neither its files nor a consistent state.
@@ -184,11 +173,13 @@ hx_test::ProcessResult RunEveryStepOn(Machine& machine, const std::string& faili
 }
 
 // The files of a setup without a failure.
-const std::map<std::string, std::string>& Whole() {
-    static const std::map<std::string, std::string> whole = [] {
+const hx_test::Snapshot& Whole() {
+    static const hx_test::Snapshot whole = [] {
         Machine machine;
         EXPECT_EQ(RunEveryStepOn(machine, "").status, 0);
-        return FilesOf(machine);
+        auto files = FilesOf(machine);
+        EXPECT_GT(files.size(), 10U);
+        return files;
     }();
     return whole;
 }

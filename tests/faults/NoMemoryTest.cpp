@@ -7,6 +7,7 @@
 #include <set>
 
 #include "apps/UserSetup.h"
+#include "faults/FaultyRun.h"
 
 namespace {
 
@@ -28,12 +29,8 @@ protected:
 
     // Runs a setup whose allocation of this number fails, in a clean product directory.
     hx_test::ProcessResult Run(int number) {
-        for (const char* name : {"corvane26", "corvane26_snapshot", "corvanerc", "qchemrc",
-                                 "QueueEntries", "QueueLimits"})
-            fs::remove_all(m_setup.Outside(name));
+        ClearSetup(m_setup);
         fs::remove(m_setup.Root() + "/reached");
-        for (const std::string& script : m_setup.CommitScripts())
-            fs::remove(script);
         const std::vector<std::string> variables = {"HX_TEST_NO_MEMORY=:" + std::to_string(number),
                                                     "HX_TEST_REACHED=/tmp/reached"};
         // The exit status is 137 if the setup hangs.

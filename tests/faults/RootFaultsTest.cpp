@@ -14,7 +14,7 @@ namespace {
 
 using hx_test::ExpectHolds;
 
-void MakeReadOnly(const char* directory) {
+void MountReadOnly(const char* directory) {
     ASSERT_EQ(mount(directory, directory, nullptr, MS_BIND, nullptr), 0) << directory;
     ASSERT_EQ(mount(nullptr, directory, nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr), 0);
 }
@@ -26,7 +26,7 @@ void Unmount(const char* directory) {
 
 hx_test::ProcessResult RunWithReadOnly(const char* directory) {
     LayOutRootSetup();
-    MakeReadOnly(directory);
+    MountReadOnly(directory);
     const auto result = RunRootSetup({"--yes"});
     Unmount(directory);
     return result;

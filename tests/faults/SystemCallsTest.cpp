@@ -119,7 +119,7 @@ const Outcome& OutcomeOf(const std::string& call) {
 }
 
 // Ignores the modes: a file whose mode could not be set exists.
-bool IsPartOf(const std::map<std::string, std::string>& part, const FaultyResult& whole) {
+bool IsPartOf(const hx_test::Snapshot& part, const FaultyResult& whole) {
     for (const auto& [path, text] : part) {
         if (!whole.created.contains(path))
             return false;
@@ -133,7 +133,8 @@ void ExpectCreated(const FaultyResult& result, const FaultyResult& whole, Create
             EXPECT_TRUE(result.created == whole.created);
             return;
         case Created::OneThread:
-            EXPECT_NE(result.created.at("QueueLimits").find(" MaxThreads: 1\n"), std::string::npos);
+            EXPECT_NE(result.created.at("QueueLimits").find("\nMaxThreads: 1\n"),
+                      std::string::npos);
             EXPECT_EQ(result.created.size(), whole.created.size());
             return;
         case Created::Nothing:

@@ -92,12 +92,12 @@ std::vector<size_t> KillPoints(const std::vector<std::string>& commands,
 }
 
 void KillAtEachPoint(const Scenario& scenario, const std::vector<std::string>& commands,
-                     const MachineState& undisturbed) {
+                     const Snapshot& undisturbed) {
     const auto expected = ExpectedDifferences(scenario.exceptions, commands);
     const auto points = KillPoints(commands, expected);
     size_t states = 0;
     size_t last = 0;
-    MachineState left;
+    Snapshot left;
     std::vector<std::string> differences;
     for (const size_t n : points) {
         RestoreMachine();
@@ -105,7 +105,7 @@ void KillAtEachPoint(const Scenario& scenario, const std::vector<std::string>& c
         EXPECT_TRUE(first.killed);
         EXPECT_TRUE(std::equal(first.commands.begin(), first.commands.end(), commands.begin()));
         EXPECT_EQ(first.commands.size(), n);
-        MachineState now = StateOfMachine();
+        Snapshot now = StateOfMachine();
         if (last == 0 || now != left) {
             ++states;
             EXPECT_TRUE(last == 0 || std::any_of(&commands[last], &commands[n], CanChangeMachine))
@@ -125,7 +125,7 @@ void Try(const Scenario& scenario) {
     scenario.prepare();
     SaveMachine();
     Complete(RunOf(scenario));
-    const MachineState undisturbed = StateOfMachine();
+    const Snapshot undisturbed = StateOfMachine();
     Complete(RunOf(scenario));
     EXPECT_EQ(Differences(StateOfMachine(), undisturbed), std::vector<std::string>{});
     RestoreMachine();
@@ -261,7 +261,7 @@ TEST(ConvergenceWithinCommand, RewritesPartialFiles) {
             PrepareFirstInstallation();
             SaveMachine();
             Complete(RunOf(firstInstallation));
-            const MachineState undisturbed = StateOfMachine();
+            const Snapshot undisturbed = StateOfMachine();
             RestoreMachine();
             const std::string tool = std::string("/usr/bin/") + row.tool;
             ReplaceProgram(tool, row.part + "\nexec " + tool + ".real \"$@\"");

@@ -1,15 +1,14 @@
 #include "machine/Interruption.h"
 
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 #include <csignal>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 
 #include "harness/Process.h"
 #include "harness/TempDir.h"
+#include "machine/Accounts.h"
 #include "machine/ServiceManager.h"
 
 namespace fs = std::filesystem;
@@ -40,18 +39,6 @@ const std::vector<std::string> places = {
     "/etc/shadow.lock", "/etc/group",         "/etc/group.lock",
     "/etc/gshadow",     "/etc/gshadow.lock",  managerState};
 
-std::string Describe(const fs::path& path) {
-    struct stat entry = {};
-    lstat(path.c_str(), &entry);
-    std::ostringstream text;
-    text << std::oct << entry.st_mode << std::dec << ' ' << entry.st_uid << ':' << entry.st_gid;
-    if (S_ISLNK(entry.st_mode))
-        text << " -> " << fs::read_symlink(path).string();
-    else if (S_ISREG(entry.st_mode))
-        text << '\n' << ReadFile(path);
-    return text.str();
-}
-
 }  // namespace
 
 TracedRun RunUntil(CInstallBase& run, size_t commands) {
@@ -72,25 +59,16 @@ TracedRun RunUntil(CInstallBase& run, size_t commands) {
     return traced;
 }
 
-MachineState StateOfMachine() {
-    MachineState state;
-    for (const auto& place : places) {
-        if (!fs::exists(fs::symlink_status(place)))
-            continue;
-        state[place] = Describe(place);
-        if (fs::is_directory(fs::symlink_status(place))) {
-            for (const auto& entry : fs::recursive_directory_iterator(place))
-                state[entry.path()] = Describe(entry.path());
-        }
-    }
+Snapshot StateOfMachine() {
+    Snapshot state = SnapshotOf("", places);
     // The number of calls does not matter.
     state.erase(managerState + "/calls");
     return state;
 }
 
-std::vector<std::string> Differences(const MachineState& one, const MachineState& other) {
+std::vector<std::string> Differences(const Snapshot& one, const Snapshot& other) {
     std::vector<std::string> paths;
-    MachineState all = one;
+    Snapshot all = one;
     all.insert(other.begin(), other.end());
     for (const auto& [path, ignored] : all) {
         const auto left = one.find(path);
@@ -102,20 +80,18 @@ std::vector<std::string> Differences(const MachineState& one, const MachineState
 }
 
 void SaveMachine() {
-    std::vector<std::string> command = {"tar", "-cpf", "/hx_saved.tar"};
+    std::string command = "cd / && tar -cpf /hx_saved.tar";
     for (const auto& place : places) {
         if (fs::exists(fs::symlink_status(place)))
-            command.push_back(place.substr(1));
+            command += " " + place.substr(1);
     }
-    ProcessOptions options;
-    options.workingDirectory = "/";
-    ASSERT_EQ(Run(command, options).status, 0);
+    Succeed({"sh", "-c", command});
 }
 
 void RestoreMachine() {
     for (const auto& place : places)
         fs::remove_all(place);
-    ASSERT_EQ(Run({"tar", "-C", "/", "-xpf", "/hx_saved.tar"}).status, 0);
+    Succeed({"tar", "-C", "/", "-xpf", "/hx_saved.tar"});
 }
 
 }  // namespace hx_test

@@ -1,10 +1,10 @@
 // Commit scripts that are killed before their end, and the state that they leave.
 #pragma once
 
-#include <map>
 #include <string>
 #include <vector>
 
+#include "machine/Snapshot.h"
 #include "setuprun/CInstallBase.h"
 
 namespace hx_test {
@@ -19,12 +19,11 @@ struct TracedRun {
 // functions. Then SIGKILL ends its process group.
 TracedRun RunUntil(CInstallBase& run, size_t commands);
 
-// What a setup can change on a machine, by path: kind, mode, owner, and content or link text.
-using MachineState = std::map<std::string, std::string>;
-MachineState StateOfMachine();
+// What a setup can change on a machine.
+Snapshot StateOfMachine();
 
 // The paths at which two states differ.
-std::vector<std::string> Differences(const MachineState& one, const MachineState& other);
+std::vector<std::string> Differences(const Snapshot& one, const Snapshot& other);
 
 // Save the state of the machine, and return to it.
 void SaveMachine();
