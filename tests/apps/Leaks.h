@@ -3,9 +3,9 @@
 
 #include <string>
 
-// LSAN_OPTIONS for a program that shall look for leaks, where it is built with a leak checker, but
-// for those that the file `suppressions` names. Not with the checker's fast way through the stack,
-// which loses itself in Qt and has the symbolizer complain on stderr.
+// LSAN_OPTIONS for a program that is built with a leak checker, with the leaks that the file
+// `suppressions` lists. The checker's fast unwinder fails in Qt and makes the symbolizer print
+// errors.
 inline std::string LeakOptions(const std::string& suppressions) {
     return "print_suppressions=0:fast_unwind_on_malloc=0:suppressions=" + suppressions;
 }

@@ -19,7 +19,7 @@ namespace {
         argv.push_back(const_cast<char*>(word.c_str()));
     argv.push_back(nullptr);
     setenv("LSAN_OPTIONS", LeakOptions("/tmp/lsan.supp").c_str(), 1);
-    // It may lie in the /tmp that is hidden.
+    // It may name a directory in the hidden /tmp.
     unsetenv("TMPDIR");
     std::fflush(nullptr);
     execv(argv[0], argv.data());
@@ -34,7 +34,7 @@ UserSetup::UserSetup(const std::string& product) : m_product(product) {
     fs::copy(HX_INTERPOSER, Root() + "/interposer.so");
     fs::copy(HX_LEAK_SUPPRESSIONS, Root() + "/lsan.supp");
     m_world.identity = hx_test::World::Identity::User;
-    // A shared installation on this machine plays no part. /tmp comes last: it hides the others.
+    // An empty /var hides an installation on this machine. /tmp comes last: it hides the others.
     m_world.binds = {{m_nothing.path().string(), "/var"}, {Root(), "/tmp"}};
 }
 

@@ -1,4 +1,4 @@
-// A product folder and a /tmp of the test's own, in which cv_install runs as an ordinary user.
+// cv_install as a regular user, with a product directory and a /tmp of the test's own.
 #pragma once
 
 #include <sys/types.h>
@@ -12,42 +12,42 @@
 
 class UserSetup {
 public:
-    // `product` is the folder's name below /tmp.
+    // `product` is the name of the product directory below /tmp.
     explicit UserSetup(const std::string& product = "product");
 
-    // Runs the product's cv_install with these arguments.
+    // Runs cv_install with answers on stdin.
     hx_test::ProcessResult Run(const std::vector<std::string>& arguments,
                                const std::string& input = {}) const;
 
-    // Runs another program of the product, such as its new run script.
+    // Runs another program as the same user, such as the new run script.
     hx_test::ProcessResult RunProgram(const std::vector<std::string>& command) const;
 
-    // For a child that is already forked: becomes this program, and never returns.
+    // Replaces a process that is already forked with this program.
     [[noreturn]] void Become(const std::vector<std::string>& command) const;
 
-    // The command that runs the product's cv_install with these arguments.
+    // The command that runs cv_install with these arguments.
     std::vector<std::string> Command(const std::vector<std::string>& arguments) const;
 
-    // The same with these variables, and with the library that fails calls preloaded.
+    // The same with environment variables and the preloaded interposer, which fails calls.
     std::vector<std::string> Command(const std::vector<std::string>& variables,
                                      const std::vector<std::string>& arguments) const;
 
-    // A path of the product folder as the test sees it, and as cv_install does.
+    // A path in the product directory for the test, and for cv_install.
     std::string Outside(const std::string& name) const { return m_root / (m_product + "/" + name); }
     std::string Inside(const std::string& name) const { return "/tmp/" + m_product + "/" + name; }
 
     std::string File(const std::string& name) const { return hx_test::ReadFile(Outside(name)); }
     bool Has(const std::string& name) const;
 
-    // The commit scripts that were written so far.
+    // The commit scripts in the test's /tmp.
     std::vector<std::string> CommitScripts() const;
 
-    // Further mounts, for the runs that follow.
+    // Adds a mount to the following runs.
     void Bind(const std::string& what, const std::string& over) {
         m_world.binds.emplace(m_world.binds.begin(), what, over);
     }
 
-    // What stands below the test's /tmp.
+    // The directory that cv_install sees as /tmp.
     std::string Root() const { return m_root.path().string(); }
 
 private:
@@ -57,5 +57,5 @@ private:
     hx_test::World m_world;
 };
 
-// The permission bits of what lies there, a link itself included.
+// The permission bits of a file; of a symbolic link itself, not of its target.
 mode_t ModeOf(const std::string& path);
