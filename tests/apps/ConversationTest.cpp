@@ -1,15 +1,42 @@
-// Setups on a terminal, as a person goes through them.
+// Questions and answers of a setup, on a terminal and on a pipe.
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <csignal>
 
 #include "apps/UserSetup.h"
+#include "harness/Expect.h"
 #include "harness/Terminal.h"
 
 namespace {
 
+using hx_test::ExpectHolds;
 using hx_test::Terminal;
+
+// Text to wait for, and the answer to type then; without an answer nothing is typed.
+struct Step {
+    const char* text;
+    const char* answer;
+};
+using Dialog = std::vector<Step>;
+
+constexpr Step enter = {"[Press \"Enter\" key to continue]", ""};
+
+const Dialog jobAndMemory = {
+    {"Job thread limit [", "2"}, {"Memory usage limit per job [", "600"}, enter};
+const Dialog scratchLimit = {{"Scratch limit per job [", "3"}, enter};
+const Dialog reportPauses = {
+    enter, {"  Scratch limit per job: ", nullptr},     enter, {"  Memory limit per job: ", nullptr},
+    enter, {"  Scratch storage directory: ", nullptr}, enter};
+
+Dialog Join(std::initializer_list<Dialog> parts) {
+    Dialog all;
+    for (const Dialog& part : parts)
+        all.insert(all.end(), part.begin(), part.end());
+    return all;
+}
+
+const Dialog limitQuestions =
+    Join({jobAndMemory, {{"Scratch directory [", "/tmp"}, enter}, scratchLimit});
 
 class Conversation : public testing::Test {
 protected:
@@ -17,46 +44,21 @@ protected:
 
     Terminal Start(std::vector<std::string> arguments = {}) {
         arguments.insert(arguments.begin(), {"--setup", "--user-mode"});
-        return Terminal(Terminal::Mode::Person,
-                        [this, arguments] { m_setup.Become(m_setup.Command(arguments)); });
+        return {Terminal::Mode::Person,
+                [this, arguments] { m_setup.Become(m_setup.Command(arguments)); }};
     }
 
-    // Waits for the question and answers it.
-    static void Answer(Terminal& terminal, const std::string& question, const std::string& answer) {
-        ASSERT_TRUE(terminal.WaitFor(question)) << question << "\n" << terminal.Output();
-        terminal.Send(answer + "\n");
-    }
-
-    static void Pause(Terminal& terminal) {
-        Answer(terminal, "[Press \"Enter\" key to continue]", "");
-    }
-
-    // After the last question, and then after each report of the Q-Chem files.
-    static void PauseToTheCommit(Terminal& terminal) {
-        Pause(terminal);
-        for (const char* report : {"  Scratch limit per job: ", "  Memory limit per job: ",
-                                   "  Scratch storage directory: "}) {
-            ASSERT_TRUE(terminal.WaitFor(report)) << terminal.Output();
-            Pause(terminal);
+    static void Converse(Terminal& terminal, const Dialog& dialog) {
+        for (const auto& [text, answer] : dialog) {
+            ASSERT_TRUE(terminal.WaitFor(text)) << text << "\n" << terminal.Output();
+            if (answer != nullptr)
+                terminal.Send(std::string(answer) + "\n");
         }
     }
 
-    // From the first question to the queue's.
-    static void AnswerLimits(Terminal& terminal, const std::string& jobs, const std::string& memory,
-                             const std::string& directory, const std::string& scratch) {
-        Answer(terminal, "Job thread limit [", jobs);
-        Answer(terminal, "Memory usage limit per job [", memory);
-        Pause(terminal);
-        Answer(terminal, "Scratch directory [", directory);
-        Pause(terminal);
-        Answer(terminal, "Scratch limit per job [", scratch);
-        Pause(terminal);
-    }
-
-    void ExpectNothingChanged() {
+    void ExpectNoCommit() {
         EXPECT_TRUE(m_setup.CommitScripts().empty());
         EXPECT_FALSE(m_setup.Has("corvanerc"));
-        EXPECT_FALSE(m_setup.Has("qchemrc"));
         EXPECT_FALSE(m_setup.Has("QueueLimits"));
     }
 
@@ -67,19 +69,20 @@ protected:
     UserSetup m_setup;
 };
 
-TEST_F(Conversation, SlurmWithAPartitionReachesTheRunScript) {
+TEST_F(Conversation, WritesAnswersToRunScript) {
     Terminal terminal = Start();
-    AnswerLimits(terminal, "2", "600", "/tmp", "3");
-    Answer(terminal, ">", "2");
-    Answer(terminal, ">", "2");
-    Answer(terminal, "Partition to which CORVANE jobs will be submitted [<default>]:", "gpu");
-    Answer(terminal, "Location of sbatch command [/usr/bin/sbatch]:", "/opt/slurm/bin/sbatch");
-    Answer(terminal, "Location of scancel command [/opt/slurm/bin/scancel]:", "");
-    ASSERT_TRUE(
-        terminal.WaitFor("    partition=\"gpu\"\r\n"
-                         "    sbatch command=\"/opt/slurm/bin/sbatch\"\r\n"
-                         "    scancel command=\"/opt/slurm/bin/scancel\"\r\n"));
-    PauseToTheCommit(terminal);
+    Converse(terminal,
+             Join({limitQuestions,
+                   {{">", "2"},
+                    {">", "2"},
+                    {"Partition to which CORVANE jobs will be submitted [<default>]:", "gpu"},
+                    {"Location of sbatch command [/usr/bin/sbatch]:", "/opt/slurm/bin/sbatch"},
+                    {"Location of scancel command [/opt/slurm/bin/scancel]:", ""},
+                    {"    partition=\"gpu\"\r\n"
+                     "    sbatch command=\"/opt/slurm/bin/sbatch\"\r\n"
+                     "    scancel command=\"/opt/slurm/bin/scancel\"\r\n",
+                     nullptr}},
+                   reportPauses}));
     ASSERT_EQ(terminal.Finish(), 0) << terminal.Output();
     EXPECT_EQ(Variable("CORV_PARTITION_NAME"), "gpu\n");
     EXPECT_EQ(Variable("CORV_SCHEDULER"), "SLURM\n");
@@ -87,133 +90,77 @@ TEST_F(Conversation, SlurmWithAPartitionReachesTheRunScript) {
     EXPECT_EQ(Variable("CORV_SCANCEL_CMD"), "/opt/slurm/bin/scancel\n");
 }
 
-TEST_F(Conversation, EnterAloneKeepsEveryAnswerOfTheLastSetup) {
-    hx_test::WriteFile(m_setup.Outside("QueueLimits"),
-                       "MaxThreads: 2\nMemoryPerThreadMB: 611\nScratch: /usr/../tmp\n"
-                       "DiskPerThreadGB: 17\nThreadsPerMolecule: 2\n");
-    Terminal terminal = Start();
-    AnswerLimits(terminal, "2", "", "", "");
-    Answer(terminal, ">", "1");
-    PauseToTheCommit(terminal);
-    ASSERT_EQ(terminal.Finish(), 0) << terminal.Output();
-    EXPECT_EQ(m_setup.File("QueueLimits"),
-              "MaxThreads: 2\nMemoryPerThreadMB: 611\nScratch: /usr/../tmp\nDiskPerThreadGB: 17\n"
-              "ThreadsPerMolecule: 2\n");
-}
-
-TEST_F(Conversation, TorqueWithAndWithoutAQueueName) {
-    for (const std::string name : {"batch", ""}) {
-        Terminal terminal = Start();
-        AnswerLimits(terminal, "2", "600", "/tmp", "3");
-        Answer(terminal, ">", "2");
-        Answer(terminal, ">", "1");
-        Answer(terminal, "Queue to which CORVANE jobs will be submitted [<default>]:", name);
-        for (const char* command : {"qsub", "qdel", "qsig"})
-            Answer(terminal, std::string("Location of ") + command + " command [", "");
-        PauseToTheCommit(terminal);
-        ASSERT_EQ(terminal.Finish(), 0) << terminal.Output();
-        EXPECT_EQ(Variable("CORV_QUEUE_TYPE"), "EXTERNAL\n");
-        EXPECT_EQ(Variable("CORV_SCHEDULER"), "TORQUE\n");
-        EXPECT_EQ(Variable("CORV_QUEUE_NAME"), name + "\n");
-    }
-}
-
-TEST_F(Conversation, TheBuiltInQueueAndNoQueue) {
-    Terminal terminal = Start();
-    AnswerLimits(terminal, "2", "600", "/tmp", "3");
-    Answer(terminal, ">", "1");
-    PauseToTheCommit(terminal);
-    ASSERT_EQ(terminal.Finish(), 0);
-    EXPECT_EQ(Variable("CORV_QUEUE_TYPE"), "INTERNAL\n");
-
-    Terminal second = Start({"--no-queue"});
-    AnswerLimits(second, "2", "", "", "");
-    PauseToTheCommit(second);
-    ASSERT_EQ(second.Finish(), 0);
-    EXPECT_EQ(Variable("CORV_QUEUE_TYPE"), "NONE\n");
-}
-
-TEST_F(Conversation, AClosedConsoleEndsTheSetupAtEveryQuestion) {
-    const std::vector<std::pair<std::string, std::string>> questions = {
-        {"Job thread limit [", "2\n"},
-        {"Memory usage limit per job [", "600\n"},
-        {"[Press ", "\n"},
-        {"Scratch directory [", "\n"},
-        {"[Press ", "\n"},
-        {"Scratch limit per job [", "3\n"},
-        {"[Press ", "\n"}};
-    for (size_t last = 0; last < questions.size(); ++last) {
-        Terminal terminal = Start();
-        for (size_t i = 0; i <= last; ++i) {
-            ASSERT_TRUE(terminal.WaitFor(questions[i].first)) << terminal.Output();
-            terminal.Send(i == last ? "\x04" : questions[i].second);
-        }
-        EXPECT_TRUE(terminal.WaitFor("setup canceled: end of input at a question"));
+TEST_F(Conversation, CancelsSetupAtEndOfInput) {
+    const Dialog all = Join(
+        {limitQuestions,
+         reportPauses,
+         {{"corvane26_samba script ", nullptr}, enter, {"corvane26_ssh script ", nullptr}, enter}});
+    Dialog before;
+    for (const Step& last : all) {
+        before.push_back(last);
+        if (last.answer == nullptr)
+            continue;
+        const bool atQuestion = before.size() <= limitQuestions.size() + 1;
+        SCOPED_TRACE(before.size());
+        Terminal terminal = Start({"--internal-default-queue", "--submission-scripts"});
+        before.back().answer = nullptr;
+        Converse(terminal, before);
+        terminal.Send("\x04");
+        before.back() = last;
+        EXPECT_TRUE(terminal.WaitFor(
+            atQuestion ? "cv_install: setup canceled: end of input at a question\r\n"
+                         "    No changes were made.\r\n"
+                       : "cv_install: setup canceled: end of input at a pause\r\n"
+                         "    At most, Q-Chem files and submission scripts were changed.\r\n"));
         EXPECT_EQ(terminal.Finish(), 7);
         EXPECT_TRUE(terminal.IsSane());
-        ExpectNothingChanged();
+        EXPECT_EQ(m_setup.Has("qchemrc"), !atQuestion);
+        ExpectNoCommit();
     }
 }
 
-TEST_F(Conversation, AClosedConsoleAtTheQueueMenuEndsTheSetup) {
-    Terminal terminal = Start();
-    AnswerLimits(terminal, "2", "600", "/tmp", "3");
-    ASSERT_TRUE(terminal.WaitFor(">"));
-    terminal.Send("\x04");
-    EXPECT_TRUE(terminal.WaitFor("type of queue"));
-    EXPECT_EQ(terminal.Finish(), 2);
-    EXPECT_TRUE(terminal.IsSane());
-    ExpectNothingChanged();
-}
-
-TEST_F(Conversation, CtrlCAtAQuestionEndsTheSetup) {
+TEST_F(Conversation, EndsWhenInterruptedAtQuestion) {
     Terminal terminal = Start();
     ASSERT_TRUE(terminal.WaitFor("Job thread limit ["));
     terminal.Send("\x03");
     EXPECT_EQ(terminal.Finish(), 128 + SIGINT);
     EXPECT_TRUE(terminal.IsSane());
-    ExpectNothingChanged();
+    ExpectNoCommit();
 }
 
-TEST_F(Conversation, AFailedMeasurementEndsTheSetup) {
-    hx_test::WriteFile(m_setup.Root() + "/meminfo", "MemFree: 1 kB\n");
-    m_setup.Bind(m_setup.Root() + "/meminfo", "/proc/meminfo");
-    const std::string noPages = "HX_TEST_SYSCONF=" + std::to_string(_SC_PHYS_PAGES) + "=0";
-    Terminal terminal(Terminal::Mode::Person, [&] {
-        m_setup.Become(m_setup.Command({noPages}, {"--setup", "--user-mode"}));
-    });
-    EXPECT_TRUE(terminal.WaitFor("Unable to determine amount of memory.  Aborting"));
-    EXPECT_EQ(terminal.Finish(), 2);
-    EXPECT_TRUE(terminal.IsSane());
-    ExpectNothingChanged();
-}
-
-TEST_F(Conversation, ARefusedAnswerIsAskedAgain) {
+TEST_F(Conversation, AsksAgainAfterInvalidOrUnsuitableAnswer) {
     Terminal terminal = Start();
-    Answer(terminal, "Job thread limit [", "2");
-    Answer(terminal, "Memory usage limit per job [", "600");
-    Pause(terminal);
-    Answer(terminal, "Scratch directory [/tmp]:", "/tmp/$HOME");
-    Pause(terminal);
-    ASSERT_TRUE(terminal.WaitFor("invalid scratch directory \"/tmp/$HOME\": "));
-    Answer(terminal, "Scratch directory [/tmp]:", "");
-    Pause(terminal);
-    Answer(terminal, "Scratch limit per job [", "3");
-    Pause(terminal);
-    Answer(terminal, ">", "2");
-    Answer(terminal, ">", "1");
-    Answer(terminal, "[<default>]:", "a|b");
-    for (const char* command : {"qsub", "qdel", "qsig"})
-        Answer(terminal, std::string("Location of ") + command + " command [", "");
-    Pause(terminal);
-    ASSERT_TRUE(terminal.WaitFor("invalid queue name \"a|b\": "));
-    Answer(terminal, "Choose type of queue...", "1");
-    PauseToTheCommit(terminal);
+    Converse(
+        terminal,
+        Join({jobAndMemory,
+              {{"Scratch directory [/tmp]:", "/tmp/$HOME"},
+               enter,
+               {"invalid scratch directory \"/tmp/$HOME\": ", nullptr},
+               {"Scratch directory [/tmp]:", "/tmp/missing"},
+               enter,
+               {"The scratch directory \"/tmp/missing\" cannot be accessed: No such file", nullptr},
+               {"Choose another directory? [Y/n] ", ""},
+               {"Scratch directory [/tmp]:", "relative"},
+               enter,
+               {"The scratch directory \"relative\" is not an absolute path", nullptr},
+               {"Choose another directory? [Y/n] ", "n"}},
+              scratchLimit,
+              {{">", "2"},
+               {">", "1"},
+               {"[<default>]:", "a|b"},
+               {"Location of qsub command [", ""},
+               {"Location of qdel command [", ""},
+               {"Location of qsig command [", ""},
+               enter,
+               {"invalid queue name \"a|b\": ", nullptr},
+               {"Choose type of queue...", "1"}},
+              reportPauses}));
     EXPECT_EQ(terminal.Finish(), 0);
+    ExpectHolds(m_setup.File("QueueLimits"), "Scratch: relative\n");
     EXPECT_EQ(Variable("CORV_QUEUE_TYPE"), "INTERNAL\n");
 }
 
-TEST_F(Conversation, ARefusedAnswerOnAPipeEndsTheSetup) {
+TEST_F(Conversation, StopsAtInvalidAnswerWithoutTerminal) {
     const auto result =
         m_setup.Run({"--setup", "--user-mode"}, "2\n600\n\n/tmp/$HOME\n\n3\n\n1\n\n");
     EXPECT_EQ(result.status, 4);
@@ -222,32 +169,10 @@ TEST_F(Conversation, ARefusedAnswerOnAPipeEndsTheSetup) {
               "    Specify another directory with --scratch-directory, or correct \"Scratch\" in "
               "QueueLimits if it is from a previous setup.\n"
               "    No changes were made.\n");
-    ExpectNothingChanged();
+    ExpectNoCommit();
 }
 
-TEST_F(Conversation, AnUnsuitableScratchDirectoryCanBeTakenBack) {
-    Terminal terminal = Start();
-    Answer(terminal, "Job thread limit [", "2");
-    Answer(terminal, "Memory usage limit per job [", "600");
-    Pause(terminal);
-    Answer(terminal, "Scratch directory [/tmp]:", "/tmp/missing");
-    Pause(terminal);
-    ASSERT_TRUE(terminal.WaitFor(
-        "The scratch directory \"/tmp/missing\" cannot be accessed: No such file or directory"));
-    Answer(terminal, "Choose another directory? [Y/n] ", "");
-    Answer(terminal, "Scratch directory [/tmp]:", "relative");
-    Pause(terminal);
-    ASSERT_TRUE(terminal.WaitFor("The scratch directory \"relative\" is not an absolute path"));
-    Answer(terminal, "Choose another directory? [Y/n] ", "n");
-    Answer(terminal, "Scratch limit per job [", "3");
-    Pause(terminal);
-    Answer(terminal, ">", "1");
-    PauseToTheCommit(terminal);
-    EXPECT_EQ(terminal.Finish(), 0);
-    EXPECT_NE(m_setup.File("QueueLimits").find("Scratch: relative\n"), std::string::npos);
-}
-
-TEST_F(Conversation, WithoutATerminalAnUnsuitableDirectoryIsAWarning) {
+TEST_F(Conversation, WarnsOfUnsuitableScratchDirectoryWithoutTerminal) {
     std::filesystem::create_directory(m_setup.Root() + "/closed");
     std::filesystem::permissions(m_setup.Root() + "/closed", std::filesystem::perms::owner_read);
     hx_test::WriteFile(m_setup.Root() + "/file", "");
