@@ -1,0 +1,233 @@
+// Other users can write to files that a setup as root reads. It refuses what they could use to
+// write elsewhere or to run commands, before it changes anything.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+#include "apps/RootSetup.h"
+#include "harness/Expect.h"
+#include "harness/TempDir.h"
+#include "machine/ThrowawayRoot.h"
+
+namespace {
+
+// For shell commands in the install directory: $1 as a member of the service group.
+const std::string asMallory =
+    "cd /var/corvane; mallory() { setpriv --reuid=mallory --regid=corvsrvc --clear-groups "
+    "sh -c \"$1\"; }; ";
+
+const std::string linkOfOthers = " is a symbolic link not owned by root";
+
+struct Plant {
+    std::string command;
+    int status;
+    std::string message;
+    std::vector<std::string> options = {};
+};
+
+// An installation that Restore can restore, and a user who attacks it.
+void LayOutInstallation() {
+    LayOutRootSetup();
+    ASSERT_EQ(RunRootSetup({"--yes"}).status, 0);
+    Shell(
+        "rm /tmp/corvane26_commit_*; useradd --create-home mallory; "
+        "cp -a /var/corvane /etc/group /srv");
+}
+
+void Restore() {
+    Shell(
+        "rm -rf /var/corvane /var/away; cp -a /srv/corvane /var; cp -a /srv/group /etc; "
+        "chmod 1777 /tmp; chown root /tmp; rm -f /tmp/corvane26_commit_*");
+}
+
+// A second setup must refuse each plant with its status and message. It must neither run planted
+// code nor write a commit script.
+void ExpectRefusals(const std::vector<Plant>& plants) {
+    HX_EXPECT_SCENARIO([&] {
+        LayOutInstallation();
+        const std::string passwords = Shell("md5sum /etc/shadow");
+        for (const auto& [command, status, message, options] : plants) {
+            SCOPED_TRACE(command + message);
+            Shell(asMallory + command);
+            std::vector<std::string> arguments = {"--yes"};
+            arguments.insert(arguments.end(), options.begin(), options.end());
+            const auto result = RunRootSetup(arguments);
+            EXPECT_EQ(result.status, status) << result.out << result.err;
+            hx_test::ExpectHolds(result.err, message);
+            hx_test::ExpectHolds(result.err, "No changes were made.");
+            EXPECT_FALSE(std::filesystem::exists("/pwned"));
+            EXPECT_EQ(Shell("ls /tmp | grep corvane26_commit"), "");
+            EXPECT_EQ(Shell("md5sum /etc/shadow"), passwords);
+            Restore();
+        }
+    });
+}
+
+TEST(HostileTree, RefusesCodeInValues) {
+    HX_REQUIRE_THROWAWAY_ROOT();
+    std::vector<Plant> plants;
+    for (const char* scratch : {"$(touch /pwned)", "`touch /pwned`", "\" ; touch /pwned ; \"",
+                                "/tmp\\\\", "/tmp\\r", "/\\033[2J", "/\\302\\2332J"}) {
+        plants.push_back({"printf 'Scratch: " + std::string(scratch) + "\\n' > QueueLimits", 4,
+                          "    Correct \"Scratch\" in QueueLimits in the install directory.\n"});
+    }
+    for (const std::string name : {"x;touch$IFS/pwned", "$(touch /pwned)", "-x", "a*"}) {
+        plants.push_back({"sed -i '/^corvsrvc:/s|$|" + name + "|' /etc/group", 4,
+                          "invalid service group member \"" + name + "\": "});
+    }
+    plants.push_back({":", 4, "invalid service user \"x;touch /pwned\"", {"-u", "x;touch /pwned"}});
+    plants.push_back(
+        {":", 4, "invalid service group \"$(touch /pwned)\"", {"-g", "$(touch /pwned)"}});
+    ExpectRefusals(plants);
+}
+
+TEST(HostileTree, RefusesUnsafePaths) {
+    HX_REQUIRE_THROWAWAY_ROOT();
+    const std::string limits = "\"/var/corvane/QueueLimits\"";
+    const std::string entries = "\"/var/corvane/QueueEntries\"";
+    const std::string page = "/var/corvane/corvanerc/corvane26server/icons/deep/page";
+    const std::string repository = "corvanerc/corvane24server/CorvaneServerRepository";
+    std::vector<Plant> plants = {
+        {"mallory 'rm QueueEntries; mkfifo QueueEntries'", 8,
+         entries + " is not a regular file or directory"},
+        {"ln -f /etc/shadow QueueEntries", 8, entries + " has more than one hard link"},
+        {"mallory 'rm QueueLimits; mkfifo QueueLimits'", 8,
+         limits + " is not a regular file or directory"},
+        {"mallory 'rm QueueLimits; ln -s /dev/zero QueueLimits'", 8, limits + linkOfOthers},
+        {"mallory 'truncate --size=200G QueueLimits'", 8,
+         limits + " is not a regular file of at most 64 KB"},
+        // The script changes the owner of each page.
+        {"mkdir corvanerc/corvane26server/icons/deep; ln /etc/shadow " + page, 8,
+         '"' + page + "\" has more than one hard link"},
+        // A path that is too long for the check may contain a hard link.
+        {"cd corvanerc/corvane26server/icons; for _ in $(seq 300); do mkdir -p dddddddddddddddd && "
+         "cd dddddddddddddddd; done",
+         8, "cannot check \"/var/corvane/corvanerc/corvane26server/icons"},
+        // The script would pass the target to ln as an option.
+        {"mallory 'mv corvanerc/corvane26server away; mkdir corvanerc/corvane24server; "
+         "ln -s -- -t/etc/cron.daily " +
+             repository + "'",
+         8, "the target of symbolic link \"/var/corvane/" + repository + "\" begins with \"-\""},
+        // Root created this link, and whoever can write to the tree chose its target.
+        {"mallory 'mv corvanerc/corvane26server away; mkdir corvanerc/corvane24server; "
+         "ln -s /srv/evil " +
+             repository +
+             "'; /opt/corvane26/cv_install --setup --yes; rm /tmp/corvane26_commit_*; mallory 'rm "
+             "QueueEntries; mv corvanerc/corvane26server/CorvaneServerRepository QueueEntries'",
+         8, entries + " is a symbolic link in a directory that other users can write to"},
+        {"chmod 0777 /tmp", 5, "unsafe directory \"/tmp\""},
+        {"chown mallory /tmp", 5, "unsafe directory \"/tmp\""},
+    };
+    for (const std::string path : {"corvane26", "corvane26_snapshot", "QueueLimits", "QueueEntries",
+                                   "corvanerc/corvane26server/resources", "corvanerc"}) {
+        plants.push_back(
+            {"mallory 'mv " + path + " " + path + ".old; ln -s /etc/shadow " + path + "'", 8,
+             "\"/var/corvane/" + path + "\"" + linkOfOthers});
+    }
+    ExpectRefusals(plants);
+}
+
+// Answers the limits, the queue, the members and the plan, but runs $1 before it answers the plan,
+// and $2, if not empty, at the first pause after the plan.
+constexpr const char* slowAnswers = R"(
+await() {
+    for _ in $(seq 200); do
+        grep --quiet --no-messages "$1" /var/log/corvane26_setup.log && return
+        sleep 0.05
+    done
+}
+rm /var/log/corvane26_setup.log
+{
+    printf '\n\n\n\n\n\n\n1\n\n\n\n'
+    await 'Continue?'
+    eval "$1"
+    echo y
+    [ -z "$2" ] || { await 'Continue? .*---'; eval "$2"; printf '\n\n\n'; }
+} | /opt/corvane26/cv_install --setup
+)";
+
+TEST(HostileTree, RefusesLinkThatIsPlantedDuringSetup) {
+    HX_REQUIRE_THROWAWAY_ROOT();
+    const std::string plant =
+        "setpriv --reuid=corvsrvc --regid=corvsrvc --clear-groups "
+        "ln -sf /etc/shadow /var/corvane/corvane26";
+    const struct {
+        std::string atPlan;
+        std::string atPause;
+        const char* changes;
+    } cases[] = {{plant, "", "No changes were made."},
+                 {":", plant, "At most, Q-Chem files and submission scripts were changed."}};
+    HX_EXPECT_SCENARIO([&] {
+        LayOutInstallation();
+        const std::string passwords = Shell("md5sum /etc/shadow");
+        for (const auto& [atPlan, atPause, changes] : cases) {
+            const auto result = hx_test::Run({"bash", "-c", slowAnswers, "bash", atPlan, atPause},
+                                             {.env = {{"LSAN_OPTIONS", "detect_leaks=0"}}});
+            EXPECT_EQ(result.status, 8) << result.out << result.err;
+            EXPECT_EQ(result.err, "cv_install: unsafe path: \"/var/corvane/corvane26\"" +
+                                      linkOfOthers +
+                                      "\n    Root would write through it. Inspect it, remove it, "
+                                      "then run the setup again.\n    " +
+                                      changes + "\n");
+            EXPECT_EQ(Shell("ls /tmp | grep corvane26_commit"), "");
+            EXPECT_EQ(Shell("md5sum /etc/shadow"), passwords);
+            Restore();
+        }
+    });
+}
+
+TEST(HostileTree, AcceptsHarmlessChanges) {
+    HX_REQUIRE_THROWAWAY_ROOT();
+    const std::string texts[] = {
+        "MaxThreads: 2; touch /pwned\nMemoryPerThreadMB: $(touch /pwned)\n",
+        "Scratch: /tmp/" + std::string(400, 'x') + "$(touch /pwned)\n",
+        std::string("Scratch: /tmp\0$(touch /pwned)\n", 31)};
+    HX_EXPECT_SCENARIO([&] {
+        LayOutInstallation();
+        for (const std::string& text : texts) {
+            hx_test::WriteFile("/var/corvane/QueueLimits", text);
+            EXPECT_EQ(RunRootSetup({"--cluster-node"}).status, 0);
+            EXPECT_FALSE(std::filesystem::exists("/pwned"));
+        }
+        // Root's own link in place of the install directory.
+        Shell("mv /var/corvane /srv/moved; ln -s /srv/moved /var/corvane");
+        EXPECT_EQ(RunRootSetup({"--cluster-node"}).status, 0);
+    });
+}
+
+TEST(HostileTree, ReplacesContentAndModeOfOwnLogOnly) {
+    HX_REQUIRE_THROWAWAY_ROOT();
+    const std::string log = "/var/log/corvane26_setup.log";
+    const struct {
+        std::string plant;
+        const char* reason;
+    } cases[] = {
+        {"ln -s /var/log/target " + log, "Too many levels of symbolic links"},
+        {"ln /var/log/target " + log, "Operation not permitted"},
+        {"mkfifo " + log, "No such device or address"},
+        {"install --owner=nobody /dev/null " + log, "Operation not permitted"},
+    };
+    HX_EXPECT_SCENARIO([&] {
+        LayOutRootSetup();
+        hx_test::WriteFile("/var/log/target", "target");
+        for (const auto& [plant, reason] : cases) {
+            Shell("rm -f " + log + "; " + plant);
+            const std::string before = Shell("stat -c '%a %U %h' " + log);
+            const auto result = RunRootSetup({"--cluster-node"});
+            EXPECT_EQ(result.status, 0);
+            EXPECT_TRUE(result.err.starts_with("cv_install: warning: cannot open log \"" + log +
+                                               "\": " + reason + "\n"))
+                << result.err;
+            EXPECT_EQ(hx_test::ReadFile("/var/log/target"), "target");
+            EXPECT_EQ(Shell("stat -c '%a %U %h' " + log), before);
+        }
+        Shell("rm " + log);
+        hx_test::WriteFile(log, std::string(100000, 'x'));
+        Shell("chmod 644 " + log);
+        EXPECT_EQ(RunRootSetup({"--cluster-node"}).status, 0);
+        EXPECT_EQ(Shell("stat -c %a " + log), "600");
+        EXPECT_EQ(Shell("grep -c --extended-regexp x{100} " + log), "0");
+    });
+}
+
+}  // namespace
