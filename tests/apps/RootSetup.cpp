@@ -28,15 +28,6 @@ hx_test::ProcessResult RunRootSetup(const std::vector<std::string>& arguments,
     return hx_test::Run(command, options);
 }
 
-hx_test::ProcessResult RunRootSetupMerged(const std::vector<std::string>& arguments) {
-    std::vector<std::string> command = {
-        "/bin/sh", "-c", "exec \"$@\" 2>&1", "sh", "/opt/corvane26/cv_install", "--setup"};
-    command.insert(command.end(), arguments.begin(), arguments.end());
-    hx_test::ProcessOptions options;
-    options.env["LSAN_OPTIONS"] = LeakOptions(HX_LEAK_SUPPRESSIONS);
-    return hx_test::Run(command, options);
-}
-
 std::string Shell(const std::string& command) {
     std::string out = hx_test::Run({"/bin/sh", "-c", command}).out;
     if (!out.empty() && out.back() == '\n')

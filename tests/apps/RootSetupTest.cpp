@@ -1,13 +1,15 @@
-// Setups by root: the plan and the agreement to it, the log, the summary, and what they leave.
+// Setups as root: plan, confirmation, titles, log and summary.
 #include <gtest/gtest.h>
-#include <sys/stat.h>
+#include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
 
+#include "apps/Leaks.h"
 #include "apps/RootSetup.h"
 #include "harness/Expect.h"
 #include "harness/TempDir.h"
+#include "harness/Terminal.h"
 #include "machine/ThrowawayRoot.h"
 
 namespace {
@@ -16,45 +18,57 @@ using hx_test::ExpectHolds;
 
 // Job limit; memory and pause; directory and pause; scratch limit and pause; queue and pause;
 // members and pause.
-const std::string answers = "2\n600\n\n/tmp\n\n3\n\n1\n\nann,bob\n\n";
+const std::string memberAnswers = "2\n600\n\n/tmp\n\n3\n\n1\n\nann,bob\n\n";
 
-void MakePeople() {
-    Shell("useradd --create-home ann; useradd --create-home bob");
+void ExpectParts(const std::string& text, const std::vector<const char*>& parts) {
+    for (const char* part : parts)
+        ExpectHolds(text, part);
 }
 
-TEST(RootSetup, MakesAccountTreeLinksAndUnit) {
-    HX_REQUIRE_THROWAWAY_ROOT();
-    HX_EXPECT_SCENARIO([] {
-        LayOutRootSetup();
-        const auto result = RunRootSetup({"--yes"});
-        ASSERT_EQ(result.status, 0) << result.out << result.err;
-        EXPECT_EQ(Shell("stat -c '%a %U:%G' /var/corvane"), "775 corvsrvc:corvsrvc");
-        EXPECT_EQ(Shell("stat -c '%a %U:%G' /var/corvane/corvane26"), "775 corvsrvc:corvsrvc");
-        EXPECT_EQ(Shell("stat -c '%a %U:%G' /var/corvane/QueueEntries"), "666 corvsrvc:corvsrvc");
-        EXPECT_EQ(Shell("stat -c '%a %U:%G' /var/corvane/QueueLimits"), "664 corvsrvc:corvsrvc");
-        EXPECT_EQ(Shell("readlink /usr/bin/corvane26"), "/var/corvane/corvane26");
-        EXPECT_EQ(Shell("getent passwd corvsrvc | cut -d: -f6,7"), "/var/corvane:/sbin/nologin");
-        EXPECT_EQ(Shell("stat -c %a /usr/bin/corvane26_service_script"), "755");
-        EXPECT_EQ(Shell("grep ^ExecStart /etc/systemd/system/corvane26_service.service"),
-                  "ExecStart=/usr/bin/corvane26_service_script start");
-        EXPECT_EQ(Shell("corvane26 --root-path"), "CORV_ROOT=/opt/corvane26");
+// Runs cv_install on a terminal of the throwaway root.
+std::string ShownOnTerminal() {
+    Shell("mount -t devpts -o newinstance,ptmxmode=0666 devpts /dev/pts");
+    hx_test::Terminal terminal(hx_test::Terminal::Mode::Bytes, [] {
+        setenv("LSAN_OPTIONS", LeakOptions(HX_LEAK_SUPPRESSIONS).c_str(), 1);
+        const char* program = "/opt/corvane26/cv_install";
+        execl(program, program, "--setup", "--yes", nullptr);
     });
+    EXPECT_EQ(terminal.Finish(), 0) << terminal.Output();
+    return terminal.Output();
 }
 
-TEST(RootSetup, TakesNoModeFromTheUmask) {
+TEST(RootSetup, ShowsPlanTitlesAndSummaryOfFirstSetup) {
     HX_REQUIRE_THROWAWAY_ROOT();
     HX_EXPECT_SCENARIO([] {
         LayOutRootSetup();
-        umask(077);
-        ASSERT_EQ(RunRootSetup({"--yes"}).status, 0);
-        EXPECT_EQ(Shell("stat -c %a /usr/bin/corvane26_service_script"), "755");
-        EXPECT_EQ(Shell("stat -c %a /var/corvane/corvane26_service.service"), "644");
-        EXPECT_EQ(Shell("stat -c %a /etc/systemd/system/corvane26_service.service"), "644");
+        hx_test::WriteFile("/usr/bin/systemctl",
+                           "#!/bin/sh\n[ \"$1\" = is-active ] && echo failed\n");
+        const std::string out = ShownOnTerminal();
+        ExpectParts(out,
+                    {"The setup will make these changes:\n", "  Group      corvsrvc: create\n",
+                     "  User       corvsrvc: create without a login shell\n",
+                     "  Members    added: none\n  Members    removed: none\n",
+                     "  Directory  /var/corvane: create (mode 775)\n",
+                     "  Link       /usr/bin/corvane26: create\n",
+                     "  Service    corvane26_service.service: install, enable, and start\n",
+                     "  Installed: /var/corvane\n  Service:   failed\n             For details, "
+                     "run: journalctl --unit=corvane26_service.service\n"
+                     "  Log:       /var/log/corvane26_setup.log\n"
+                     "  Next step: start Corvane with corvane26\n"});
+        EXPECT_EQ(hx_test::ReadFile("/var/log/corvane26_setup.log"), out);
+        EXPECT_EQ(Shell("grep -A1 --no-group-separator '^==> ' /var/log/corvane26_setup.log | "
+                        "cut -d' ' -f1-4"),
+                  "==> Service account\nCorvane Service Group created\n"
+                  "==> Directories\nCreated directory /var/corvane/corvanerc\n"
+                  "==> Web pages\nresources/\n"
+                  "==> Run script\nWrote Corvane'26 run script,\n"
+                  "==> Snapshot script\nWrote Corvane'26 snapshot run\n"
+                  "==> Compute service\nWrote Corvane'26 service script,");
     });
 }
 
 // "su" without "-" keeps the caller's environment.
-TEST(RootSetup, TakesNoProgramsFromTheEnvironment) {
+TEST(RootSetup, RunsNoProgramsOfCallersEnvironment) {
     HX_REQUIRE_THROWAWAY_ROOT();
     HX_EXPECT_SCENARIO([] {
         LayOutRootSetup();
@@ -62,151 +76,86 @@ TEST(RootSetup, TakesNoProgramsFromTheEnvironment) {
             "mkdir /srv/bin; printf '#!/bin/sh\ntouch /pwned\n' > /srv/bin/stat; "
             "chmod 755 /srv/bin/stat; cp /srv/bin/stat /srv/bin/df; "
             "cp /srv/bin/stat /srv/bin/systemctl; echo touch /pwned > /srv/before");
-        hx_test::WriteFile("/usr/bin/systemctl",
-                           "#!/bin/sh\n[ \"$1\" = is-active ] || env > /srv/environment\n");
         const std::string path = std::string("/srv/bin:") + getenv("PATH");
         setenv("PATH", path.c_str(), 1);
         setenv("BASH_ENV", "/srv/before", 1);
         setenv("BASH_FUNC_stat%%", "() { touch /pwned; }", 1);
         setenv("TAR_OPTIONS", "--no-such-option", 1);
-        setenv("POSIXLY_CORRECT", "1", 1);
-        setenv("LD_LIBRARY_PATH", "/srv/lib", 1);
-        setenv("LD_BIND_NOW", "1", 1);
-        setenv("SYSTEMD_OFFLINE", "1", 1);
-        setenv("CORV_OTHER", "1", 1);
         const auto result = RunRootSetup({"--yes"});
         EXPECT_EQ(result.status, 0) << result.err;
         EXPECT_FALSE(std::filesystem::exists("/pwned"));
-        EXPECT_EQ(
-            Shell(
-                "grep -E '^(PATH|POSIXLY_CORRECT|LD_|TAR_|SYSTEMD_|CORV_OTHER)' /srv/environment"),
-            "PATH=/usr/sbin:/usr/bin:/sbin:/bin");
     });
 }
 
-TEST(RootSetup, ShowsThePlanOfAFirstInstallation) {
+TEST(RootSetup, ChangesNothingWithoutConfirmation) {
     HX_REQUIRE_THROWAWAY_ROOT();
     HX_EXPECT_SCENARIO([] {
         LayOutRootSetup();
-        const std::string out = RunRootSetup({"--yes"}).out;
-        ExpectHolds(out, "The setup will make these changes:\n");
-        ExpectHolds(out, "  Group      corvsrvc: create\n");
-        ExpectHolds(out, "  User       corvsrvc: create without a login shell\n");
-        ExpectHolds(out, "  Members    added: none\n  Members    removed: none\n");
-        ExpectHolds(out, "  Directory  /var/corvane: create (mode 775)\n");
-        ExpectHolds(out, "  Link       /usr/bin/corvane26: create\n");
-        ExpectHolds(out, "  Service    corvane26_service.service: install, enable, and start\n");
-    });
-}
-
-TEST(RootSetup, ShowsThePlanOfAnUpgrade) {
-    HX_REQUIRE_THROWAWAY_ROOT();
-    HX_EXPECT_SCENARIO([] {
-        LayOutRootSetup();
-        MakePeople();
-        ASSERT_EQ(RunRootSetup({"--yes"}).status, 0);
-        Shell("usermod -aG corvsrvc ann; touch /etc/systemd/system/corvane24_service.service");
-        Shell("ln -sf /opt/elsewhere /usr/bin/corvane26_snapshot");
-        // The members' question: bob and a further person, so that ann leaves.
-        const std::string input = "2\n600\n\n/tmp\n\n3\n\n1\n\nbob,root\n\nn\n";
-        const auto result = RunRootSetup({}, input);
-        EXPECT_EQ(result.status, 9) << result.err;
-        ExpectHolds(result.out, "  Group      corvsrvc: keep (exists)\n");
-        ExpectHolds(result.out, "  User       corvsrvc: keep (exists)\n");
-        ExpectHolds(result.out, "  Members    added: bob root\n  Members    removed: ann\n");
-        ExpectHolds(result.out, "  Directory  /var/corvane: keep (exists)\n");
-        ExpectHolds(result.out, "  Link       /usr/bin/corvane26: keep (exists)\n");
-        ExpectHolds(result.out,
-                    "  Link       /usr/bin/corvane26_snapshot: replace (points to "
-                    "/opt/elsewhere)\n");
-        ExpectHolds(result.out,
-                    "  Service    /etc/systemd/system/corvane24_service.service: stop and "
-                    "remove\n");
-        ExpectHolds(result.out, "restart; replace unit file if it differs\n");
-    });
-}
-
-TEST(RootSetup, WithoutAnAgreementNothingIsChanged) {
-    HX_REQUIRE_THROWAWAY_ROOT();
-    for (const std::string answer : {"n\n", "\n", ""}) {
-        HX_EXPECT_SCENARIO([&answer] {
-            LayOutRootSetup();
-            MakePeople();
-            const std::string before = Shell("cat /etc/passwd /etc/group");
-            const auto result = RunRootSetup({}, answers + answer);
+        Shell("useradd --create-home ann; useradd --create-home bob");
+        const std::string state = "cat /etc/passwd /etc/group; ls /var; ls /tmp | grep commit";
+        const std::string before = Shell(state);
+        for (const std::string answer : {"n\n", "\n", ""}) {
+            const auto result = RunRootSetup({}, memberAnswers + answer);
             EXPECT_EQ(result.status, 9) << result.err;
             ExpectHolds(result.out, "  Script     /tmp/corvane26_commit_");
             ExpectHolds(result.out, "Continue? [y/N] ");
             EXPECT_EQ(
                 result.err,
                 "cv_install: setup canceled: plan not confirmed\n    No changes were made.\n");
-            EXPECT_EQ(Shell("cat /etc/passwd /etc/group"), before);
-            EXPECT_FALSE(std::filesystem::exists("/var/corvane"));
-            EXPECT_EQ(Shell("ls /tmp | grep corvane26_commit"), "");
-        });
-    }
+            EXPECT_EQ(Shell(state), before);
+        }
+        // The commit script exists while the question is open, also when a signal ends it.
+        const auto result = hx_test::Run(
+            {"bash", "-c",
+             "mkfifo /srv/in; rm /var/log/corvane26_setup.log; "
+             "/opt/corvane26/cv_install --setup < /srv/in > /srv/out & exec 3> /srv/in; "
+             "printf '2\\n600\\n\\n/tmp\\n\\n3\\n\\n1\\n\\n\\n\\n' >&3; "
+             "until grep -qs 'Continue' /var/log/corvane26_setup.log; do sleep 0.05; done; "
+             "ls /tmp/corvane26_commit_*; kill -TERM $!; wait $!; echo $?"},
+            {.env = {{"LSAN_OPTIONS", "detect_leaks=0"}}});
+        EXPECT_TRUE(result.out.starts_with("/tmp/corvane26_commit_")) << result.out << result.err;
+        EXPECT_TRUE(result.out.ends_with("\n143\n")) << result.out;
+        EXPECT_EQ(Shell(state), before);
+    });
 }
 
-TEST(RootSetup, AgreedToItBringsTheMembersIn) {
+TEST(RootSetup, AppliesConfirmedPlanAndShowsPlanOfUpgrade) {
     HX_REQUIRE_THROWAWAY_ROOT();
     HX_EXPECT_SCENARIO([] {
         LayOutRootSetup();
-        MakePeople();
-        const auto result = RunRootSetup({}, answers + "y\nleft over\n");
-        ASSERT_EQ(result.status, 0) << result.out << result.err;
+        Shell("useradd --create-home ann; useradd --create-home bob");
+        const auto first = RunRootSetup({}, memberAnswers + "y\nleft over\n");
+        ASSERT_EQ(first.status, 0) << first.out << first.err;
         EXPECT_EQ(Shell("getent group corvsrvc | cut -d: -f4"), "ann,bob");
         EXPECT_EQ(Shell("cat /var/corvane/QueueLimits"),
                   "MaxThreads: 2\nMemoryPerThreadMB: 600\nScratch: /tmp\nDiskPerThreadGB: 3");
+
+        Shell("touch /etc/systemd/system/corvane24_service.service");
+        Shell("ln -sf /opt/elsewhere /usr/bin/corvane26_snapshot");
+        const auto upgrade = RunRootSetup({}, "2\n600\n\n/tmp\n\n3\n\n1\n\nbob,root\n\nn\n");
+        EXPECT_EQ(upgrade.status, 9) << upgrade.err;
+        ExpectParts(
+            upgrade.out,
+            {"  Group      corvsrvc: keep (exists)\n", "  User       corvsrvc: keep (exists)\n",
+             "  Members    added: root\n  Members    removed: ann\n",
+             "  Directory  /var/corvane: keep (exists)\n",
+             "  Link       /usr/bin/corvane26: keep (exists)\n",
+             "  Link       /usr/bin/corvane26_snapshot: replace (points to /opt/elsewhere)\n",
+             "  Service    /etc/systemd/system/corvane24_service.service: stop and remove\n",
+             "restart; replace unit file if it differs\n"});
     });
 }
 
-TEST(RootSetup, AnExternalQueueGivesTheAccountAShell) {
+TEST(RootSetup, AsksNothingAndPlansNoServiceOnComputeNode) {
     HX_REQUIRE_THROWAWAY_ROOT();
     HX_EXPECT_SCENARIO([] {
         LayOutRootSetup();
-        const auto result = RunRootSetup({"--yes", "--external-default-queue"});
+        const auto result = RunRootSetup({"--cluster-node", "--external-default-queue"});
         ASSERT_EQ(result.status, 0) << result.err;
         ExpectHolds(result.out, "  User       corvsrvc: create with shell /bin/bash\n");
-        EXPECT_EQ(Shell("getent passwd corvsrvc | cut -d: -f7"), "/bin/bash");
-    });
-}
-
-TEST(RootSetup, AClusterNodeGetsNoServiceAndIsNotAsked) {
-    HX_REQUIRE_THROWAWAY_ROOT();
-    HX_EXPECT_SCENARIO([] {
-        LayOutRootSetup();
-        const auto result = RunRootSetup({"--cluster-node"});
-        ASSERT_EQ(result.status, 0) << result.err;
         ExpectHolds(result.out,
                     "  Service    corvane26_service.service: not installed on a compute node\n");
-        EXPECT_FALSE(std::filesystem::exists("/usr/bin/corvane26_service_script"));
         EXPECT_EQ(result.out.find("Continue?"), std::string::npos);
-    });
-}
-
-TEST(RootSetup, TheLogHoldsWhatWasShownAndOnlyRootReadsIt) {
-    HX_REQUIRE_THROWAWAY_ROOT();
-    HX_EXPECT_SCENARIO([] {
-        LayOutRootSetup();
-        const auto result = RunRootSetupMerged({"--yes"});
-        ASSERT_EQ(result.status, 0);
-        ExpectHolds(result.out, "  Log:       /var/log/corvane26_setup.log\n");
-        EXPECT_EQ(hx_test::ReadFile("/var/log/corvane26_setup.log"), result.out);
-        EXPECT_EQ(Shell("stat -c '%a %U' /var/log/corvane26_setup.log"), "600 root");
-    });
-}
-
-TEST(RootSetup, TheSummaryTellsTheServicesStateAndTheNextStep) {
-    HX_REQUIRE_THROWAWAY_ROOT();
-    HX_EXPECT_SCENARIO([] {
-        LayOutRootSetup();
-        hx_test::WriteFile("/usr/bin/systemctl",
-                           "#!/bin/sh\n[ \"$1\" = is-active ] && echo failed\n");
-        const auto result = RunRootSetup({"--yes"});
-        ASSERT_EQ(result.status, 0) << result.err;
-        ExpectHolds(result.out, "  Service:   failed\n");
-        ExpectHolds(result.out, "For details, run: journalctl --unit=corvane26_service.service\n");
-        ExpectHolds(result.out, "  Next step: start Corvane with corvane26\n");
     });
 }
 
@@ -223,30 +172,11 @@ TEST(RootSetup, ReportsOwnerThatWasNotSet) {
     });
 }
 
-// Ctrl-C at the question, while the script that the plan names can be read.
-TEST(RootSetup, RemovesReviewedScriptWhenInterrupted) {
+TEST(RootSetup, StopsUserInTreeOfRoot) {
     HX_REQUIRE_THROWAWAY_ROOT();
     HX_EXPECT_SCENARIO([] {
         LayOutRootSetup();
-        const auto result = hx_test::Run(
-            {"bash", "-c",
-             "mkfifo /srv/in; /opt/corvane26/cv_install --setup < /srv/in > /srv/out & "
-             "exec 3> /srv/in; printf '2\\n600\\n\\n/tmp\\n\\n3\\n\\n1\\n\\n\\n\\n' >&3; "
-             "until grep -q 'Continue' /var/log/corvane26_setup.log; do sleep 0.05; done; "
-             "ls /tmp/corvane26_commit_*; kill -TERM $!; wait $!; echo $?; "
-             "ls /tmp | grep corvane26_commit"},
-            {.env = {{"LSAN_OPTIONS", "detect_leaks=0"}}});
-        EXPECT_TRUE(result.out.starts_with("/tmp/corvane26_commit_")) << result.out << result.err;
-        EXPECT_TRUE(result.out.ends_with("\n143\n")) << result.out;
-        EXPECT_FALSE(std::filesystem::exists("/var/corvane"));
-    });
-}
-
-TEST(RootSetup, AUserIsToldBeforeATreeOfRootStopsTheSetup) {
-    HX_REQUIRE_THROWAWAY_ROOT();
-    HX_EXPECT_SCENARIO([] {
-        LayOutRootSetup();
-        ASSERT_EQ(RunRootSetup({"--yes"}).status, 0);
+        ASSERT_EQ(RunRootSetup({"--cluster-node"}).status, 0);
         Shell("chmod 777 /var/corvane");
         const auto result = hx_test::Run(
             {"env", "LSAN_OPTIONS=detect_leaks=0", "setpriv", "--reuid=4321", "--regid=4321",
