@@ -1,4 +1,4 @@
-// How cv_install follows the commit script, and what it says when that does not end well.
+// How cv_install runs the commit script, and what it reports when a signal arrives meanwhile.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -12,7 +12,7 @@ namespace {
 
 using hx_test::Terminal;
 
-// An orphan is a zombie until its new parent looks.
+// An orphan is a zombie until its new parent waits for it.
 bool EndsSoon(int pid) {
     for (int i = 0; i < 100; ++i) {
         const std::string stat = hx_test::ReadFile("/proc/" + std::to_string(pid) + "/stat");
@@ -27,153 +27,75 @@ class ScriptRun : public testing::Test {
 protected:
     void SetUp() override { HX_REQUIRE_NAMESPACES(); }
 
-    // Bash runs these lines before the first one of the commit script.
-    void BeforeTheScript(const std::string& lines) {
+    // Bash runs `lines` before the first line of the commit script.
+    std::vector<std::string> Command(const std::string& lines) const {
         hx_test::WriteFile(m_setup.Root() + "/before", lines);
+        return m_setup.Command({"BASH_ENV=/tmp/before", "CORV_QUEUE_ALLOW=everyone"},
+                               {"--setup", "--user-mode", "--yes"});
     }
 
-    std::vector<std::string> CommandWithLines() const {
-        return m_setup.Command({"BASH_ENV=/tmp/before", "CORV_QUEUE_ALLOW=everyone"}, m_yes);
+    Terminal Start(const std::string& lines) const {
+        return {Terminal::Mode::Person,
+                [this, command = Command(lines)] { m_setup.Become(command); }};
     }
 
-    // Lines that wait, as the script's own foreground command, until a signal comes.
-    void HoldTheScript() {
-        BeforeTheScript("sh -c 'echo $$ > /tmp/pid; echo held; exec sleep 61'\n");
-    }
-
-    void ExpectHeldCommandIsGone() {
-        const int pid = std::atoi(hx_test::ReadFile(m_setup.Root() + "/pid").c_str());
-        ASSERT_GT(pid, 0);
-        EXPECT_TRUE(EndsSoon(pid));
+    std::string File(const std::string& name) const {
+        return hx_test::ReadFile(m_setup.Root() + "/" + name);
     }
 
     UserSetup m_setup;
-    const std::vector<std::string> m_yes = {"--setup", "--user-mode", "--yes"};
+    const std::string m_waitForFile = "echo held; until [ -e /tmp/go ]; do sleep 0.05; done\n";
 };
 
-TEST_F(ScriptRun, AScriptThatCannotBeWrittenHasItsOwnStatus) {
-    const auto result = m_setup.RunProgram(m_setup.Command({"HX_TEST_FAIL=mkstemp=28"}, m_yes));
-    EXPECT_EQ(result.status, 5);
-    EXPECT_EQ(result.err,
-              "Writing Commit Script: mkstemp failed, No space left on device\n"
-              "cv_install: cannot write the commit script\n"
-              "    Make sure that /tmp is writable and not full, then run the setup again.\n"
-              "    At most, Q-Chem files and submission scripts were changed.\n");
-    EXPECT_TRUE(m_setup.CommitScripts().empty());
-    EXPECT_FALSE(m_setup.Has("corvanerc"));
-}
-
-TEST_F(ScriptRun, AScriptThatIsCutShortIsNotRun) {
-    for (const char* kilobytes : {"4", "8"}) {
-        std::vector<std::string> command = {"/bin/bash", "-c",
-                                            std::string("(trap '' XFSZ; ulimit -f ") + kilobytes +
-                                                "; exec \"$@\") 2>&1 | cat; exit ${PIPESTATUS[0]}",
-                                            "bash"};
-        for (const std::string& word : m_setup.Command(m_yes))
-            command.push_back(word);
-        const auto result = m_setup.RunProgram(command);
-        EXPECT_EQ(result.status, 5);
-        EXPECT_NE(result.out.find("cannot write the commit script"), std::string::npos)
-            << result.out;
-        EXPECT_TRUE(m_setup.CommitScripts().empty());
-        EXPECT_FALSE(m_setup.Has("corvanerc"));
-    }
-}
-
-TEST_F(ScriptRun, AScriptThatCannotBeStartedHasItsOwnStatus) {
-    hx_test::WriteFile(m_setup.Root() + "/no_bash", "");
-    m_setup.Bind(m_setup.Root() + "/no_bash", std::filesystem::canonical("/bin/bash").string());
-    const auto result = m_setup.Run(m_yes);
-    EXPECT_EQ(result.status, 6);
-    EXPECT_NE(result.err.find("cannot start the commit script: "), std::string::npos);
-    EXPECT_NE(result.err.find("At most, Q-Chem files and submission scripts were changed."),
-              std::string::npos);
-    EXPECT_NE(result.err.find("Make sure that /bin/bash is executable"), std::string::npos);
-}
-
-TEST_F(ScriptRun, ValuesOfAnOlderRunScriptDoNotLeakIntoTheNewOne) {
-    BeforeTheScript("env | grep ^CORV_ | sort > /tmp/environment\n");
-    ASSERT_EQ(m_setup.RunProgram(CommandWithLines()).status, 0);
-    EXPECT_EQ(hx_test::ReadFile(m_setup.Root() + "/environment"),
+TEST_F(ScriptRun, RunsScriptWithoutSettingsOfAnotherRunScript) {
+    ASSERT_EQ(m_setup.RunProgram(Command("env | grep ^CORV_ | sort > /tmp/environment\n")).status,
+              0);
+    EXPECT_EQ(File("environment"),
               "CORV_ACCESS=/tmp/product\nCORV_CORVANERC=/tmp/product\nCORV_INSTALL=/tmp/product\n");
     EXPECT_EQ(m_setup.File("corvane26").find("everyone"), std::string::npos);
 }
 
-TEST_F(ScriptRun, OutputIsShownAsItComes) {
-    BeforeTheScript("echo first; until [ -e /tmp/go ]; do sleep 0.05; done\n");
-    Terminal terminal(Terminal::Mode::Person, [&] { m_setup.Become(CommandWithLines()); });
-    ASSERT_TRUE(terminal.WaitFor("first")) << terminal.Output();
-    hx_test::WriteFile(m_setup.Root() + "/go", "");
-    EXPECT_TRUE(terminal.WaitFor("completed successfully!"));
-    EXPECT_EQ(terminal.Finish(), 0);
+TEST_F(ScriptRun, PassesSignalsOnAndReportsThem) {
+    const struct {
+        const char* key;
+        int sent;
+        int reported;
+    } cases[] = {{"\x03", 0, SIGINT}, {"\x1c", 0, SIGTERM}, {nullptr, SIGTERM, SIGTERM}};
+    for (const auto& [key, sent, reported] : cases) {
+        Terminal terminal = Start("sh -c 'echo $$ > /tmp/pid; echo held; exec sleep 61'\n");
+        ASSERT_TRUE(terminal.WaitFor("held"));
+        if (key != nullptr)
+            terminal.Send(key);
+        else
+            kill(terminal.Pid(), sent);
+        EXPECT_TRUE(
+            terminal.WaitFor(std::string("was terminated by signal ") + strsignal(reported)))
+            << terminal.Output();
+        EXPECT_EQ(terminal.Finish(), 128 + reported);
+        EXPECT_TRUE(terminal.IsSane());
+        const int pid = std::atoi(File("pid").c_str());
+        ASSERT_GT(pid, 0);
+        EXPECT_TRUE(EndsSoon(pid));
+    }
 }
 
-TEST_F(ScriptRun, TheScriptReadsNothingOfTheConsole) {
-    BeforeTheScript("cat > /tmp/taken\n");
-    Terminal terminal(Terminal::Mode::Person, [&] { m_setup.Become(CommandWithLines()); });
-    EXPECT_EQ(terminal.Finish(), 0);
-    EXPECT_EQ(hx_test::ReadFile(m_setup.Root() + "/taken"), "");
-}
-
-TEST_F(ScriptRun, CtrlCIsPassedOnAndReported) {
-    HoldTheScript();
-    Terminal terminal(Terminal::Mode::Person, [&] { m_setup.Become(CommandWithLines()); });
+// The script's first output comes while it waits, and it reads nothing from the terminal.
+TEST_F(ScriptRun, ContinuesWhenHangUpIsIgnored) {
+    Terminal terminal(Terminal::Mode::Person,
+                      [&, command = Command("cat > /tmp/taken\n" + m_waitForFile)] {
+                          std::signal(SIGHUP, SIG_IGN);
+                          m_setup.Become(command);
+                      });
     ASSERT_TRUE(terminal.WaitFor("held"));
-    terminal.Send("\x03");
-    EXPECT_TRUE(terminal.WaitFor("was terminated by signal Interrupt")) << terminal.Output();
-    EXPECT_EQ(terminal.Finish(), 128 + SIGINT);
-    EXPECT_TRUE(terminal.IsSane());
-    ExpectHeldCommandIsGone();
-}
-
-TEST_F(ScriptRun, ATerminateSignalIsPassedOnAndReported) {
-    HoldTheScript();
-    Terminal terminal(Terminal::Mode::Person, [&] { m_setup.Become(CommandWithLines()); });
-    ASSERT_TRUE(terminal.WaitFor("held"));
-    kill(terminal.Pid(), SIGTERM);
-    EXPECT_TRUE(terminal.WaitFor("was terminated by signal Terminated")) << terminal.Output();
-    EXPECT_EQ(terminal.Finish(), 128 + SIGTERM);
-    ExpectHeldCommandIsGone();
-}
-
-TEST_F(ScriptRun, TheQuitKeyIsPassedOnAndReported) {
-    HoldTheScript();
-    Terminal terminal(Terminal::Mode::Person, [&] { m_setup.Become(CommandWithLines()); });
-    ASSERT_TRUE(terminal.WaitFor("held"));
-    terminal.Send("\x1c");
-    EXPECT_TRUE(terminal.WaitFor("was terminated by signal Terminated")) << terminal.Output();
-    EXPECT_EQ(terminal.Finish(), 128 + SIGTERM);
-    ExpectHeldCommandIsGone();
-}
-
-TEST_F(ScriptRun, AHangUpThatTheCallerIgnoresStopsNothing) {
-    BeforeTheScript("echo held; until [ -e /tmp/go ]; do sleep 0.05; done\n");
-    Terminal terminal(Terminal::Mode::Person, [&] {
-        std::signal(SIGHUP, SIG_IGN);
-        m_setup.Become(CommandWithLines());
-    });
-    ASSERT_TRUE(terminal.WaitFor("held"));
+    EXPECT_EQ(File("taken"), "");
     kill(terminal.Pid(), SIGHUP);
     hx_test::WriteFile(m_setup.Root() + "/go", "");
     EXPECT_TRUE(terminal.WaitFor("completed successfully!")) << terminal.Output();
     EXPECT_EQ(terminal.Finish(), 0);
 }
 
-TEST_F(ScriptRun, AReaderThatGoesAwayStopsNothing) {
-    BeforeTheScript("echo held; until [ -e /tmp/go ]; do sleep 0.05; done\n");
-    std::vector<std::string> command = {
-        "/bin/bash", "-c",
-        "{ \"$@\"; echo $? > /tmp/status; } | { sed /held/q; exec 0<&-; touch /tmp/go; }", "bash"};
-    for (const std::string& word : CommandWithLines())
-        command.push_back(word);
-    m_setup.RunProgram(command);
-    EXPECT_EQ(hx_test::ReadFile(m_setup.Root() + "/status"), "0\n");
-    EXPECT_TRUE(m_setup.Has("QueueLimits"));
-}
-
-TEST_F(ScriptRun, AScriptThatOutlivesASignalIsReportedToo) {
-    BeforeTheScript("trap '' TERM; echo held; until [ -e /tmp/go ]; do sleep 0.05; done\n");
-    Terminal terminal(Terminal::Mode::Person, [&] { m_setup.Become(CommandWithLines()); });
+TEST_F(ScriptRun, ReportsSignalThatScriptIgnores) {
+    Terminal terminal = Start("trap '' TERM; " + m_waitForFile);
     ASSERT_TRUE(terminal.WaitFor("held"));
     kill(terminal.Pid(), SIGTERM);
     usleep(100000);
@@ -181,6 +103,24 @@ TEST_F(ScriptRun, AScriptThatOutlivesASignalIsReportedToo) {
     EXPECT_TRUE(
         terminal.WaitFor("received signal Terminated, but the commit script ran to its end"));
     EXPECT_EQ(terminal.Finish(), 0);
+}
+
+// cv_install ignores SIGPIPE. The script and its tools do not: tools that write to a pipe without
+// a reader end.
+TEST_F(ScriptRun, ContinuesWhenReaderOfOutputEnds) {
+    std::vector<std::string> command = {
+        "/bin/bash", "-c",
+        "{ \"$@\"; echo $? > /tmp/status; } | { sed /held/q; exec 0<&-; touch /tmp/go; }", "bash"};
+    for (const std::string& word :
+         Command(m_waitForFile + "{ while echo y; do :; done; } | true\n"
+                                 "echo ${PIPESTATUS[0]} > /tmp/pipes\n"
+                                 "yes | true; echo ${PIPESTATUS[0]} >> /tmp/pipes\n"))
+        command.push_back(word);
+    m_setup.RunProgram(command);
+    EXPECT_EQ(File("status"), "0\n");
+    EXPECT_TRUE(m_setup.Has("QueueLimits"));
+    const std::string killed = std::to_string(128 + SIGPIPE) + "\n";
+    EXPECT_EQ(File("pipes"), killed + killed);
 }
 
 }  // namespace
