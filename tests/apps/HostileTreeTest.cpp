@@ -25,9 +25,11 @@ struct Plant {
     std::vector<std::string> options = {};
 };
 
-// An installation that Restore can restore, and a user who attacks it.
+// An installation that Restore can restore, and a user who attacks it. /tmp hides the files of
+// other tests.
 void LayOutInstallation() {
     LayOutRootSetup();
+    Shell("mount -t tmpfs -o mode=1777 tmpfs /tmp");
     ASSERT_EQ(RunRootSetup({"--yes"}).status, 0);
     Shell(
         "rm /tmp/corvane26_commit_*; useradd --create-home mallory; "
