@@ -64,28 +64,6 @@ TEST_F(RunTimeFiles, WriteSubmissionScriptsOnlyOnRequest) {
     }
 }
 
-TEST_F(RunTimeFiles, StopSetupBeforeCommitWhenTheyCannotBeWritten) {
-    hx_test::WriteFile(m_setup.Outside("qchemrc"), "in the way");
-    const auto qChem = Run();
-    EXPECT_EQ(qChem.status, 2);
-    EXPECT_EQ(qChem.err,
-              "Corvane Install: Error\n"
-              "    Unable to open file \"/tmp/product/qchemrc/qchemrc\" for write\n"
-              "    Not a directory\n");
-    fs::remove(m_setup.Outside("qchemrc"));
-    fs::create_directory(m_setup.Outside("corvane26_ssh"));
-    const auto submission = Run({"--submission-scripts"});
-    EXPECT_EQ(submission.status, EISDIR);
-    EXPECT_EQ(submission.err,
-              "Corvane Install: Error\n"
-              "    Unable to open \"/tmp/product/corvane26_ssh\" for write\n");
-    EXPECT_TRUE(m_setup.Has("qchemrc/qcscratch"));
-    EXPECT_TRUE(m_setup.Has("corvane26_samba"));
-    EXPECT_TRUE(m_setup.CommitScripts().empty());
-    EXPECT_FALSE(m_setup.Has("corvanerc"));
-    EXPECT_FALSE(m_setup.Has("QueueLimits"));
-}
-
 // Setups that cannot start their commit script leave the modes that cv_install itself sets.
 TEST(RootRunTimeFiles, GiveNewInstallDirectoryItsModeAtOnce) {
     HX_REQUIRE_THROWAWAY_ROOT();
@@ -94,16 +72,16 @@ TEST(RootRunTimeFiles, GiveNewInstallDirectoryItsModeAtOnce) {
         Shell("chmod a-x /bin/bash");
         const struct {
             const char* prepare;
-            mode_t mode;
-        } cases[] = {{"true", 0775},
-                     {"mkdir --mode=755 /var/corvane", 0755},
-                     {"mkdir --mode=700 /var/corvane", 0700}};
+            const char* mode;
+        } cases[] = {{"true", "775"},
+                     {"mkdir --mode=755 /var/corvane", "755"},
+                     {"mkdir --mode=700 /var/corvane", "700"}};
         for (const auto& [prepare, mode] : cases) {
             Shell(std::string("rm -rf /var/corvane; ") + prepare);
             umask(077);
             const auto result = RunRootSetup({"--yes"});
             EXPECT_EQ(result.status, 6) << result.out;
-            EXPECT_EQ(ModeOf("/var/corvane"), mode);
+            EXPECT_EQ(Shell("stat -c %a /var/corvane"), mode);
             ExpectHolds(result.out, separator + separator + separator + "Commit script: ");
             EXPECT_TRUE(result.err.starts_with("cv_install: cannot start the commit script: "));
             EXPECT_TRUE(result.err.ends_with(
@@ -111,14 +89,6 @@ TEST(RootRunTimeFiles, GiveNewInstallDirectoryItsModeAtOnce) {
                 "    At most, Q-Chem files and submission scripts were changed.\n"))
                 << result.err;
         }
-        Shell("rm -rf /var/corvane");
-        hx_test::WriteFile("/var/corvane", "in the way");
-        const auto result = RunRootSetup({"--yes"});
-        EXPECT_EQ(result.status, 2);
-        EXPECT_EQ(result.err,
-                  "Corvane Install: Error\n    Unable to create \"/var/corvane/qchemrc\"\n"
-                  "    Not a directory\n");
-        EXPECT_EQ(hx_test::ReadFile("/var/corvane"), "in the way");
     });
 }
 

@@ -1,6 +1,5 @@
 #include "apps/UserSetup.h"
 
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -81,10 +80,4 @@ std::vector<std::string> UserSetup::CommitScripts() const {
             scripts.push_back(entry.path().string());
     }
     return scripts;
-}
-
-mode_t ModeOf(const std::string& path) {
-    struct stat entry = {};
-    EXPECT_EQ(lstat(path.c_str(), &entry), 0) << path;
-    return entry.st_mode & 07777U;
 }

@@ -1,8 +1,6 @@
 // cv_install as a regular user, with a product directory and a /tmp of the test's own.
 #pragma once
 
-#include <sys/types.h>
-
 #include <string>
 #include <vector>
 
@@ -56,6 +54,3 @@ private:
     std::string m_product;
     hx_test::World m_world;
 };
-
-// The permission bits of a file; of a symbolic link itself, not of its target.
-mode_t ModeOf(const std::string& path);
