@@ -62,33 +62,8 @@ protected:
         EXPECT_FALSE(m_setup.Has("QueueLimits"));
     }
 
-    std::string Variable(const std::string& name) {
-        return m_setup.RunProgram({m_setup.Inside("corvane26"), "--printenv", name}).out;
-    }
-
     UserSetup m_setup;
 };
-
-TEST_F(Conversation, WritesAnswersToRunScript) {
-    Terminal terminal = Start();
-    Converse(terminal,
-             Join({limitQuestions,
-                   {{">", "2"},
-                    {">", "2"},
-                    {"Partition to which CORVANE jobs will be submitted [<default>]:", "gpu"},
-                    {"Location of sbatch command [/usr/bin/sbatch]:", "/opt/slurm/bin/sbatch"},
-                    {"Location of scancel command [/opt/slurm/bin/scancel]:", ""},
-                    {"    partition=\"gpu\"\r\n"
-                     "    sbatch command=\"/opt/slurm/bin/sbatch\"\r\n"
-                     "    scancel command=\"/opt/slurm/bin/scancel\"\r\n",
-                     nullptr}},
-                   reportPauses}));
-    ASSERT_EQ(terminal.Finish(), 0) << terminal.Output();
-    EXPECT_EQ(Variable("CORV_PARTITION_NAME"), "gpu\n");
-    EXPECT_EQ(Variable("CORV_SCHEDULER"), "SLURM\n");
-    EXPECT_EQ(Variable("CORV_SBATCH_CMD"), "/opt/slurm/bin/sbatch\n");
-    EXPECT_EQ(Variable("CORV_SCANCEL_CMD"), "/opt/slurm/bin/scancel\n");
-}
 
 TEST_F(Conversation, CancelsSetupAtEndOfInput) {
     const Dialog all = Join(
@@ -157,22 +132,20 @@ TEST_F(Conversation, AsksAgainAfterInvalidOrUnsuitableAnswer) {
               reportPauses}));
     EXPECT_EQ(terminal.Finish(), 0);
     ExpectHolds(m_setup.File("QueueLimits"), "Scratch: relative\n");
-    EXPECT_EQ(Variable("CORV_QUEUE_TYPE"), "INTERNAL\n");
+    EXPECT_EQ(
+        m_setup.RunProgram({m_setup.Inside("corvane26"), "--printenv", "CORV_QUEUE_TYPE"}).out,
+        "INTERNAL\n");
 }
 
 TEST_F(Conversation, StopsAtInvalidAnswerWithoutTerminal) {
     const auto result =
         m_setup.Run({"--setup", "--user-mode"}, "2\n600\n\n/tmp/$HOME\n\n3\n\n1\n\n");
     EXPECT_EQ(result.status, 4);
-    EXPECT_EQ(result.err,
-              "cv_install: invalid scratch directory \"/tmp/$HOME\": it contains \"$\"\n"
-              "    Specify another directory with --scratch-directory, or correct \"Scratch\" in "
-              "QueueLimits if it is from a previous setup.\n"
-              "    No changes were made.\n");
+    EXPECT_TRUE(result.err.starts_with("cv_install: invalid scratch directory \"/tmp/$HOME\": "));
     ExpectNoCommit();
 }
 
-TEST_F(Conversation, WarnsOfUnsuitableScratchDirectoryWithoutTerminal) {
+TEST_F(Conversation, WarnsOfUnsuitableDirectoryWithoutTerminal) {
     std::filesystem::create_directory(m_setup.Root() + "/closed");
     std::filesystem::permissions(m_setup.Root() + "/closed", std::filesystem::perms::owner_read);
     hx_test::WriteFile(m_setup.Root() + "/file", "");
