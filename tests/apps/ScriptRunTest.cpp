@@ -34,9 +34,11 @@ protected:
                                {"--setup", "--user-mode", "--yes"});
     }
 
-    Terminal Start(const std::string& lines) const {
-        return {Terminal::Mode::Person,
-                [this, command = Command(lines)] { m_setup.Become(command); }};
+    Terminal Start(const std::string& lines, int ignored = 0) const {
+        return {Terminal::Mode::Person, [this, command = Command(lines), ignored] {
+                    std::signal(ignored, SIG_IGN);
+                    m_setup.Become(command);
+                }};
     }
 
     std::string File(const std::string& name) const {
@@ -58,16 +60,15 @@ TEST_F(ScriptRun, RunsScriptWithoutSettingsOfAnotherRunScript) {
 TEST_F(ScriptRun, PassesSignalsOnAndReportsThem) {
     const struct {
         const char* key;
-        int sent;
         int reported;
-    } cases[] = {{"\x03", 0, SIGINT}, {"\x1c", 0, SIGTERM}, {nullptr, SIGTERM, SIGTERM}};
-    for (const auto& [key, sent, reported] : cases) {
+    } cases[] = {{"\x03", SIGINT}, {"\x1c", SIGTERM}, {nullptr, SIGTERM}};
+    for (const auto& [key, reported] : cases) {
         Terminal terminal = Start("sh -c 'echo $$ > /tmp/pid; echo held; exec sleep 61'\n");
         ASSERT_TRUE(terminal.WaitFor("held"));
         if (key != nullptr)
             terminal.Send(key);
         else
-            kill(terminal.Pid(), sent);
+            kill(terminal.Pid(), SIGTERM);
         EXPECT_TRUE(
             terminal.WaitFor(std::string("was terminated by signal ") + strsignal(reported)))
             << terminal.Output();
@@ -80,29 +81,26 @@ TEST_F(ScriptRun, PassesSignalsOnAndReportsThem) {
 }
 
 // The script's first output comes while it waits, and it reads nothing from the terminal.
-TEST_F(ScriptRun, ContinuesWhenHangUpIsIgnored) {
-    Terminal terminal(Terminal::Mode::Person,
-                      [&, command = Command("cat > /tmp/taken\n" + m_waitForFile)] {
-                          std::signal(SIGHUP, SIG_IGN);
-                          m_setup.Become(command);
-                      });
-    ASSERT_TRUE(terminal.WaitFor("held"));
-    EXPECT_EQ(File("taken"), "");
-    kill(terminal.Pid(), SIGHUP);
-    hx_test::WriteFile(m_setup.Root() + "/go", "");
-    EXPECT_TRUE(terminal.WaitFor("completed successfully!")) << terminal.Output();
-    EXPECT_EQ(terminal.Finish(), 0);
-}
-
-TEST_F(ScriptRun, ReportsSignalThatScriptIgnores) {
-    Terminal terminal = Start("trap '' TERM; " + m_waitForFile);
-    ASSERT_TRUE(terminal.WaitFor("held"));
-    kill(terminal.Pid(), SIGTERM);
-    usleep(100000);
-    hx_test::WriteFile(m_setup.Root() + "/go", "");
-    EXPECT_TRUE(
-        terminal.WaitFor("received signal Terminated, but the commit script ran to its end"));
-    EXPECT_EQ(terminal.Finish(), 0);
+TEST_F(ScriptRun, RunsScriptToItsEndWhenSignalIsIgnored) {
+    const struct {
+        int signal;
+        bool callerIgnoresIt;
+        const char* report;
+    } cases[] = {
+        {SIGHUP, true, "completed successfully!"},
+        {SIGTERM, false, "received signal Terminated, but the commit script ran to its end"}};
+    for (const auto& [signal, callerIgnoresIt, report] : cases) {
+        std::filesystem::remove(m_setup.Root() + "/go");
+        Terminal terminal =
+            Start("trap '' TERM; cat > /tmp/taken\n" + m_waitForFile, callerIgnoresIt ? SIGHUP : 0);
+        ASSERT_TRUE(terminal.WaitFor("held"));
+        EXPECT_EQ(File("taken"), "");
+        kill(terminal.Pid(), signal);
+        usleep(100000);
+        hx_test::WriteFile(m_setup.Root() + "/go", "");
+        EXPECT_TRUE(terminal.WaitFor(report)) << terminal.Output();
+        EXPECT_EQ(terminal.Finish(), 0);
+    }
 }
 
 // cv_install ignores SIGPIPE. The script and its tools do not: tools that write to a pipe without
