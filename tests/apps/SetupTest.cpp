@@ -60,9 +60,10 @@ TEST_F(Setup, WritesAnswersToQueueLimits) {
          "MaxThreads: 3\nMemoryPerThreadMB: 500\nScratch: /tmp\nDiskPerThreadGB: 7\n"},
         {previous, {}, "2\n\n\n\n\n\n\n1\n\n", previous},
         {"",
-         {"-m", "777", "-s", "5", "-d", "/usr"},
+         {"-m", "777", "-s", "5", "-d", "/tmp/100% a|b & 'c' ü!"},
          "3\n\n\n\n\n1\n\n",
-         "MaxThreads: 3\nMemoryPerThreadMB: 777\nScratch: /usr\nDiskPerThreadGB: 5\n"},
+         "MaxThreads: 3\nMemoryPerThreadMB: 777\nScratch: /tmp/100% a|b & 'c' ü!\nDiskPerThreadGB: "
+         "5\n"},
     };
     const UserSetup setup;
     for (const auto& [before, options, input, after] : cases) {

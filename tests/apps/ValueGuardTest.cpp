@@ -74,14 +74,6 @@ TEST_F(ValueGuard, RefusesUnsafeValuesOfEachUse) {
     }
 }
 
-TEST_F(ValueGuard, AcceptsHarmlessCharactersInQuotedLines) {
-    const UserSetup setup;
-    const std::string directory = "/tmp/100% a|b & 'c' ü!";
-    const auto result = setup.Run({"--setup", "--user-mode", "--yes", "-d", directory});
-    ASSERT_EQ(result.status, 0) << result.err;
-    ExpectHolds(setup.File("QueueLimits"), "Scratch: " + directory + "\n");
-}
-
 TEST_F(ValueGuard, RefusesProductDirectoryWithUnsafeName) {
     for (const char* name : {"a&b", "a|b", "a$HOME"})
         ExpectHolds(Refusal(UserSetup(name), {}), "Move the product to another directory.");
