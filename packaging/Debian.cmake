@@ -55,7 +55,7 @@ set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME ${runtime})
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION science)
 # Its postinst takes the place of one that would run ldconfig for a library that it does not look at.
-set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA ${debian}/postinst ${debian}/postrm)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA ${debian}/postinst ${PROJECT_BINARY_DIR}/docs/postrm)
 # Libraries come from what the binaries are linked with; the commit script makes accounts.
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS passwd)

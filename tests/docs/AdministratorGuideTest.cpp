@@ -82,6 +82,12 @@ void ExpectSaid(const std::string& quoted, const std::string& said) {
         EXPECT_NE(said.find(*piece), std::string::npos) << *piece << " in " << quoted;
 }
 
+TEST(AdministratorGuide, ContainsTablesOfCvInstall) {
+    EXPECT_EQ(hx_test::ReadFile(HX_DOCS "/administrator.md"),
+              hx_test::ReadFile(HX_BUILT_DOCS "/administrator.md"))
+        << "To update the guide, copy docs/administrator.md of the build directory.";
+}
+
 TEST(AdministratorGuide, QuotesMessagesThatTheProgramsSay) {
     const std::string said = Said();
     size_t count = 0;

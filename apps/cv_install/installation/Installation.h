@@ -17,7 +17,8 @@ enum class Owner {
 
 // What a later setup does with an entry that exists.
 enum class Later {
-    Rewrites,      // replaces the content
+    Rewrites,      // writes the content again
+    Updates,       // replaces one that differs
     KeepsContent,  // sets mode and owner
     Keeps,         // changes nothing but the owner
     Removes        // an entry of an earlier version
@@ -52,7 +53,8 @@ enum Condition : unsigned {
     UserSetup = 2,
     WithoutClusterNode = 4,
     WithSubmissionScripts = 8,
-    WithEarlierRepository = 16  // a repository of the previous version, at the first setup
+    WithEarlierRepository = 16,  // a repository of the previous version, at the first setup
+    WithEarlierServices = 32     // services of earlier versions
 };
 
 // Names an entry that code refers to on its own.

@@ -89,6 +89,8 @@ void ShowService(unsigned conditions) {
 }  // namespace
 
 void ShowPlan(CInstallBase& run, unsigned conditions, const QString& scriptPath) {
+    // Shows those that exist.
+    conditions |= WithEarlierServices;
     CInstallBase::InstallSeparator();
     std::printf("\nThe setup will make these changes:\n\n");
     ShowGroup(run);

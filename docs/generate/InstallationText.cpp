@@ -1,0 +1,158 @@
+// The installation table for the guide and for the Debian package's removal script.
+#include "installation/Installation.h"
+
+#include <algorithm>
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include "generate/Texts.h"
+
+namespace {
+
+std::string Octal(mode_t mode) {
+    std::string digits;
+    for (int shift = 6; shift >= 0; shift -= 3)
+        digits += static_cast<char>('0' + (mode >> shift & 7));
+    return digits;
+}
+
+std::string ModesOf(const Entry& entry) {
+    if (entry.rootMode == 0 || entry.userMode == 0 || entry.rootMode == entry.userMode)
+        return entry.rootMode + entry.userMode == 0
+                   ? ""
+                   : Octal(std::max(entry.rootMode, entry.userMode));
+    return Octal(entry.rootMode) + ", " + Octal(entry.userMode);
+}
+
+std::string OwnerOf(const Entry& entry) {
+    if (entry.kind == Kind::EarlierService)
+        return "";
+    if (entry.conditions == UserSetup)
+        return "the user";
+    const std::string owner = entry.owner == Owner::Root ? "root" : "service account";
+    return entry.ownsAllBelow ? owner + ", also of everything below it" : owner;
+}
+
+std::string ConditionsOf(const Entry& entry) {
+    constexpr std::pair<unsigned, const char*> texts[] = {
+        {RootSetup, "setup as root"},
+        {UserSetup, "setup as a user"},
+        {WithoutClusterNode, "not on a compute node"},
+        {WithSubmissionScripts, "with `--submission-scripts`"},
+        {WithEarlierRepository, "if the previous version has a repository"},
+        {WithEarlierServices, "if it exists"}};
+    std::string conditions;
+    for (const auto& [condition, text] : texts) {
+        if ((entry.conditions & condition) != 0)
+            conditions += (conditions.empty() ? "" : "; ") + std::string(text);
+    }
+    return conditions;
+}
+
+const char* LaterOf(const Entry& entry) {
+    switch (entry.later) {
+        case Later::Rewrites:
+            return "writes it again";
+        case Later::Updates:
+            return "replaces one that differs";
+        case Later::KeepsContent:
+            return "keeps the content; sets mode and owner";
+        case Later::Keeps:
+            return "keeps it";
+        default:
+            return "removes it";
+    }
+}
+
+void WriteTable(std::ostream& guide, bool inTree) {
+    guide << "| Path | Purpose | Mode | Owner | Created | Later setup |\n"
+             "| --- | --- | --- | --- | --- | --- |\n";
+    for (const Entry& entry : Entries()) {
+        if (entry.kind == Kind::Group || entry.kind == Kind::User || IsInTree(entry) != inTree)
+            continue;
+        guide << "| `" << (*entry.path == '\0' ? "." : entry.path) << "` | " << entry.purpose
+              << " | " << ModesOf(entry) << " | " << OwnerOf(entry) << " | " << ConditionsOf(entry)
+              << " | " << LaterOf(entry) << " |\n";
+    }
+}
+
+// A pattern of the shell for a path with random characters.
+std::string Pattern(const Entry& entry) {
+    std::string path = entry.path;
+    const std::string random = "XXXXXX";
+    return path.replace(path.find(random), random.size(), "??????");
+}
+
+void WriteSetting(std::ostream& script, const char* name, const std::string& value) {
+    script << name << "='" << value << "'\n";
+}
+
+bool IsRemovedInTree(const Entry& entry) {
+    return IsInTree(entry) && entry.removal != Removal::Keep;
+}
+
+std::string QuotedPath(const Entry& entry) {
+    const std::string path = entry.path;
+    return path.empty() ? "\"$tree\"" : "\"$tree/" + path + "\"";
+}
+
+void WriteTest(std::ostream& script, const Entry& entry) {
+    const std::string path = QuotedPath(entry);
+    script << "-path " << path << (entry.removal == Removal::RemoveIfEmpty ? " -empty" : "")
+           << (entry.kind == Kind::Link ? " -type l" : "") << " -o \\\n";
+    if (entry.removesAllBelow)
+        script << "-path " << path.substr(0, path.size() - 1) << "/*\" -o \\\n";
+}
+
+}  // namespace
+
+void WriteTreeTable(std::ostream& guide) {
+    WriteTable(guide, true);
+}
+
+void WriteElsewhereTable(std::ostream& guide) {
+    WriteTable(guide, false);
+}
+
+void WriteRemovalSettings(std::ostream& script) {
+    WriteSetting(script, "tree", sharedDirectory);
+    WriteSetting(script, "run_script", PathOf(Find(Item::RunScript), sharedDirectory));
+    WriteSetting(script, "unit", serviceUnit);
+    WriteSetting(script, "unit_file", Find(Item::Unit).path);
+    WriteSetting(script, "log", Find(Item::RootLog).path);
+    WriteSetting(script, "commit_scripts", Pattern(Find(Item::CommitScript)));
+    WriteSetting(script, "account", accountName);
+    WriteSetting(script, "account_comment", accountComment);
+}
+
+// The unit needs more than its removal.
+void WriteRemovedFiles(std::ostream& script) {
+    for (const Entry& entry : Entries()) {
+        if (entry.kind == Kind::File && !IsInTree(entry) && entry.removal == Removal::Remove &&
+            entry.item != Item::Unit)
+            script << entry.path << " \\\n";
+    }
+}
+
+void WriteRemovedLinks(std::ostream& script) {
+    for (const Entry& entry : Entries()) {
+        if (entry.kind == Kind::Link && !IsInTree(entry) && entry.reference[0] != '/')
+            script << entry.path << " \\\n";
+    }
+}
+
+void WriteSharedPaths(std::ostream& script) {
+    for (const Entry& entry : Entries()) {
+        if (IsRemovedInTree(entry) && entry.allVersions && entry.removal != Removal::RemoveIfEmpty)
+            WriteTest(script, entry);
+    }
+}
+
+void WriteOwnPaths(std::ostream& script) {
+    for (const Entry& entry : Entries()) {
+        if (IsRemovedInTree(entry) &&
+            (!entry.allVersions || entry.removal == Removal::RemoveIfEmpty))
+            WriteTest(script, entry);
+    }
+}

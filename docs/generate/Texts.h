@@ -1,0 +1,24 @@
+// What hx_fill_template writes in place of the marks of a template.
+#pragma once
+
+#include <iosfwd>
+
+// For the manual page and the completion.
+void WriteOptionList(std::ostream& page);
+void WriteStatusList(std::ostream& page);
+void WriteOptionWords(std::ostream& script);
+void WriteValueBranches(std::ostream& script);
+
+// For the guide, as tables in Markdown.
+void WriteOptionTable(std::ostream& guide);
+void WriteStatusTable(std::ostream& guide);
+void WriteVariableTable(std::ostream& guide);
+void WriteTreeTable(std::ostream& guide);       // what a setup creates below the install directory
+void WriteElsewhereTable(std::ostream& guide);  // and outside it
+
+// For the script that removes an installation with the Debian package, in sh.
+void WriteRemovalSettings(std::ostream& script);  // variables with paths and names
+void WriteRemovedFiles(std::ostream& script);     // words: files outside the tree
+void WriteRemovedLinks(std::ostream& script);     // words: links in /usr/bin to files of the tree
+void WriteSharedPaths(std::ostream& script);      // tests of find: what other versions use as well
+void WriteOwnPaths(std::ostream& script);         // tests of find: what this version created

@@ -1,0 +1,166 @@
+// The installation table is what setups really create: nothing less, and nothing else.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <map>
+#include <regex>
+#include <set>
+
+#include "apps/RootSetup.h"
+#include "installation/Installation.h"
+#include "machine/ThrowawayRoot.h"
+
+namespace {
+
+struct Case {
+    const char* name;
+    const char* prepare;  // shell commands on the machine before the setup
+    const char* setup;    // the setup's command line
+    const char* installDir;
+    unsigned conditions;
+};
+
+constexpr const char* earlierVersion =
+    "umask 002; mkdir -p /var/corvane/corvanerc/corvane24server/CorvaneServerRepository; "
+    "touch /etc/init.d/corvane_service /etc/systemd/system/corvane20_service.service "
+    "/etc/systemd/system/corvane24_service.service; ";
+
+const Case cases[] = {
+    {"HeadNodeWithInternalQueue", "", "--internal-default-queue", sharedDirectory,
+     RootSetup | WithoutClusterNode},
+    {"HeadNodeWithSlurm", "", "-p chem", sharedDirectory, RootSetup | WithoutClusterNode},
+    {"HeadNodeWithTorqueOverEarlierVersion", earlierVersion, "-q batch --submission-scripts",
+     sharedDirectory,
+     RootSetup | WithoutClusterNode | WithSubmissionScripts | WithEarlierRepository |
+         WithEarlierServices},
+    {"ClusterNode", "", "--cluster-node", sharedDirectory, RootSetup},
+    {"PrivateCopy", "chown -R 4321:4321 /opt/corvane26", "--submission-scripts", "/opt/corvane26",
+     UserSetup | WithoutClusterNode | WithSubmissionScripts},
+};
+
+std::string CommandOf(const Case& test) {
+    const std::string command = "/opt/corvane26/cv_install --setup --yes ";
+    if ((test.conditions & RootSetup) != 0)
+        return command + test.setup;
+    return "setpriv --reuid=4321 --regid=4321 --clear-groups " + command + "--user-mode " +
+           test.setup;
+}
+
+// A path with random characters in their place in the table.
+std::string WithoutRandomPart(const std::string& path) {
+    static const std::regex random("^(/tmp/corvane26_(?:commit|setup)_)[A-Za-z0-9]{6}");
+    return std::regex_replace(path, random, "$1XXXXXX");
+}
+
+std::string Octal(mode_t mode) {
+    char text[8];
+    std::snprintf(text, sizeof text, "%o", mode);
+    return text;
+}
+
+// How ChangedPaths shows an entry after "PATH CHANGE ".
+std::string Expected(const Entry& entry, const Case& test) {
+    const bool root = (test.conditions & RootSetup) != 0;
+    const std::string owner = !root ? "4321:4321"
+                              : entry.owner == Owner::ServiceAccount
+                                  ? Shell("id -u corvsrvc") + ":" + Shell("id -g corvsrvc")
+                                  : "0:0";
+    if (entry.kind == Kind::Directory)
+        return "directory " + Octal(root ? entry.rootMode : entry.userMode) + " " + owner;
+    if (entry.kind != Kind::Link)
+        return "file " + Octal(root ? entry.rootMode : entry.userMode) + " " + owner;
+    const std::string target = entry.reference;
+    return "link 777 " + owner + " -> " +
+           (target.starts_with('/') ? target : std::string(test.installDir) + "/" + target);
+}
+
+bool IsAccount(const Entry& entry) {
+    return entry.kind == Kind::Group || entry.kind == Kind::User;
+}
+
+bool IsAccountFile(const std::string& path) {
+    return std::find(AccountFiles().begin(), AccountFiles().end(), path) != AccountFiles().end();
+}
+
+// True when a setup of this kind has a row for the changed path.
+bool IsInTable(const std::string& path, const Case& test) {
+    const bool account = (test.conditions & RootSetup) != 0 && IsAccountFile(path);
+    return account || std::any_of(Entries().begin(), Entries().end(), [&](const Entry& entry) {
+               const std::string own = PathOf(entry, test.installDir);
+               return Applies(entry, test.conditions) && !IsAccount(entry) &&
+                      (own == path ||
+                       (entry.check == Check::Archive && path.starts_with(own + "/")));
+           });
+}
+
+void ExpectTable(const Case& test, const std::vector<std::string>& changes) {
+    std::map<std::string, std::string> changed;  // path and the rest of the line
+    for (const std::string& line : changes) {
+        const size_t space = line.find(' ');
+        changed[WithoutRandomPart(line.substr(0, space))] = line.substr(space + 1);
+    }
+    for (const auto& [path, change] : changed)
+        EXPECT_TRUE(IsInTable(path, test)) << path << ' ' << change;
+    for (const Entry& entry : Entries()) {
+        if (!Applies(entry, test.conditions) || IsAccount(entry))
+            continue;
+        const std::string path = PathOf(entry, test.installDir);
+        const std::string change = changed[path];
+        if (entry.later == Later::Removes) {
+            EXPECT_TRUE(change.starts_with("deleted ")) << path << ' ' << change;
+            continue;
+        }
+        // A private copy's install directory is the product directory, which exists before.
+        const std::string found = change.empty() ? Shell("stat -c 'directory %a %u:%g' " + path)
+                                                 : change.substr(change.find(' ') + 1);
+        EXPECT_EQ(found, Expected(entry, test)) << path;
+    }
+}
+
+// Of an installation, a second setup with the same answers changes what it writes again.
+void ExpectRewritten(const Case& test, const std::vector<std::string>& changes) {
+    std::set<std::string> expected;
+    for (const Entry& entry : Entries()) {
+        if (Applies(entry, test.conditions) && entry.later == Later::Rewrites)
+            expected.insert(PathOf(entry, test.installDir));
+    }
+    std::set<std::string> changed;
+    for (const std::string& line : changes)
+        changed.insert(WithoutRandomPart(line.substr(0, line.find(' '))));
+    EXPECT_EQ(changed, expected);
+}
+
+class Installation : public testing::TestWithParam<Case> {};
+
+TEST_P(Installation, TableListsWhatSetupCreates) {
+    HX_REQUIRE_THROWAWAY_ROOT();
+    const Case& test = GetParam();
+    HX_EXPECT_SCENARIO([&] {
+        LayOutRootSetup();
+        Shell(test.prepare);
+        HX_EXPECT_SCENARIO([&] {
+            const auto setup = hx_test::Run({"/bin/sh", "-c", CommandOf(test)});
+            ASSERT_EQ(setup.status, 0) << setup.out << setup.err;
+            ExpectTable(test, hx_test::ChangedPaths());
+        });
+    });
+}
+
+TEST_P(Installation, TableSaysWhatLaterSetupWrites) {
+    HX_REQUIRE_THROWAWAY_ROOT();
+    const Case& test = GetParam();
+    HX_EXPECT_SCENARIO([&] {
+        LayOutRootSetup();
+        Shell(std::string(test.prepare) + "\n" + CommandOf(test));
+        HX_EXPECT_SCENARIO([&] {
+            const auto setup = hx_test::Run({"/bin/sh", "-c", CommandOf(test)});
+            ASSERT_EQ(setup.status, 0) << setup.out << setup.err;
+            ExpectRewritten(test, hx_test::ChangedPaths());
+        });
+    });
+}
+
+INSTANTIATE_TEST_SUITE_P(Setups, Installation, testing::ValuesIn(cases),
+                         [](const auto& test) { return std::string(test.param.name); });
+
+}  // namespace
