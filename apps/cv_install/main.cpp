@@ -34,7 +34,7 @@ unsigned ConditionsOf(const CInstallBase& run, const Arguments& arguments) {
     unsigned conditions = IsRootSetup(run) ? RootSetup : UserSetup;
     if (!run.m_clusterNode)
         conditions |= WithoutClusterNode;
-    if (arguments.submissionScripts())
+    if (arguments.Has(OwnOption::SubmissionScripts))
         conditions |= WithSubmissionScripts;
     return conditions;
 }
@@ -89,7 +89,7 @@ Failure RunSetup(Arguments& arguments) {
     // The limits are divided by the number of cores.
     if (run.m_coreCount < 1)
         run.m_coreCount = 1;
-    if (arguments.yes())
+    if (arguments.Has(OwnOption::Yes))
         AnswerWithDefaults(run);
     SetupLog::Start(IsRootSetup(run));
     Failure failure;
@@ -111,9 +111,9 @@ int main(int argc, char** argv) {
     PrepareProcess();
     Arguments arguments(argc, argv);
     Failure failure;
-    if (arguments.help())
+    if (arguments.Has(OwnOption::Help))
         PrintHelp();
-    else if (arguments.version())
+    else if (arguments.Has(OwnOption::Version))
         PrintVersion();
     else
         failure = RunSetup(arguments);

@@ -2,13 +2,11 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <cstring>
 #include <numeric>
 #include <string>
 #include <string_view>
 
 #include "Problem.h"
-#include "answers/Usage.h"
 
 namespace {
 
@@ -99,8 +97,10 @@ Arguments::Arguments(int argc, char** argv) {
     m_argv.push_back(argc > 0 ? argv[0] : nullptr);
     for (int i = 1; i < argc; ++i) {
         const OptionUsage& option = FindOption(argv[i]);
-        if (TakeOwnOption(argv[i]))
+        if (option.own != OwnOption::None) {
+            m_own.insert(option.own);
             continue;
+        }
         m_argv.push_back(argv[i]);
         if (option.value == OptionValue::None)
             continue;
@@ -109,16 +109,4 @@ Arguments::Arguments(int argc, char** argv) {
             m_argv.push_back(argv[++i]);
     }
     m_argv.push_back(nullptr);
-}
-
-bool Arguments::TakeOwnOption(const char* word) {
-    const std::pair<const char*, bool*> own[] = {{"--help", &m_help},
-                                                 {"--version", &m_version},
-                                                 {"--yes", &m_yes},
-                                                 {"--submission-scripts", &m_submissionScripts}};
-    for (const auto& [spelling, given] : own) {
-        if (std::strcmp(word, spelling) == 0)
-            return *given = true;
-    }
-    return false;
 }

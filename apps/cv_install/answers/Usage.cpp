@@ -2,6 +2,8 @@
 
 #include <cstdio>
 
+#include "installation/Installation.h"
+
 namespace {
 
 void PrintOption(const OptionUsage& option) {
@@ -16,17 +18,17 @@ void PrintOption(const OptionUsage& option) {
 }  // namespace
 
 void PrintHelp() {
-    std::fputs(R"(Usage: cv_install --setup [OPTION]...
+    std::printf(R"(Usage: cv_install --setup [OPTION]...
 
 Sets up Corvane'26: measures the machine, asks for limits and a queue, writes
 the Q-Chem files to the install directory, then writes a bash script to /tmp
 that creates the rest of the installation, and runs it.
-As root, it sets up /var/corvane for all users. With --user-mode, a regular
-user sets up a private copy in the product directory, or /var/corvane if that
+As root, it sets up %s for all users. With --user-mode, a regular
+user sets up a private copy in the product directory, or %s if that
 is writable.
 
 )",
-               stdout);
+                sharedDirectory, sharedDirectory);
     for (const OptionUsage& option : Options())
         PrintOption(option);
     std::fputs("\nExit status:\n", stdout);

@@ -16,12 +16,16 @@ enum class OptionValue {
     Number
 };
 
+// The options of the executable itself; the library receives all others.
+enum class OwnOption { None, Help, Version, Yes, SubmissionScripts };
+
 struct OptionUsage {
     const char* spellings;  // separated by ", "; a long spelling comes last
-    OptionValue value;
-    const char* valueName;  // null without a value
-    const char* meaning;    // null: accepted, but not listed by --help
-    const char* detail;     // further sentences for the manual page and the guide; may be null
+    OptionValue value = OptionValue::None;
+    const char* valueName = nullptr;  // null without a value
+    const char* meaning = nullptr;    // null: accepted, but not listed by --help
+    const char* detail = nullptr;     // further sentences for the manual page and the guide
+    OwnOption own = OwnOption::None;
 };
 
 struct StatusUsage {

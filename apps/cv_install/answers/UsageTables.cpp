@@ -14,7 +14,7 @@ constexpr OptionUsage options[] = {
      "reported."},
     {"--yes", OptionValue::None, nullptr,
      "answer every question with its default; internal queue if none is chosen",
-     "Pauses do not wait. The plan of a setup as root is shown but not confirmed."},
+     "Pauses do not wait. The plan of a setup as root is shown but not confirmed.", OwnOption::Yes},
     {"--cluster-node", OptionValue::None, nullptr,
      "set up a compute node of a cluster: no questions, no queue, no service",
      "Every question is answered with its default, and the plan of a setup as root is not "
@@ -43,16 +43,16 @@ constexpr OptionUsage options[] = {
      "The report of the queue still prints External and lists the commands of the scheduler."},
     {"--submission-scripts", OptionValue::None, nullptr,
      "also write the scripts that submit jobs through Samba and SSH",
-     "Existing scripts are overwritten, including edits."},
+     "Existing scripts are overwritten, including edits.", OwnOption::SubmissionScripts},
     {"-g, --service-group", OptionValue::Text, "GROUP", "group of the compute service",
      "The default is corvsrvc. The members that the question offers are always those of corvsrvc."},
     {"-u, --service-user", OptionValue::Text, "USER", "user of the compute service",
      "The default is corvsrvc."},
-    {"-c, -cd, --cd-install", OptionValue::None, nullptr, nullptr, nullptr},
-    {"-cli, --cli", OptionValue::None, nullptr, nullptr, nullptr},
-    {"-gui, --gui", OptionValue::None, nullptr, nullptr, nullptr},
-    {"--help", OptionValue::None, nullptr, "print this text", nullptr},
-    {"--version", OptionValue::None, nullptr, "print the version", nullptr},
+    {"-c, -cd, --cd-install"},
+    {"-cli, --cli"},
+    {"-gui, --gui"},
+    {"--help", OptionValue::None, nullptr, "print this text", nullptr, OwnOption::Help},
+    {"--version", OptionValue::None, nullptr, "print the version", nullptr, OwnOption::Version},
 };
 
 constexpr StatusUsage statuses[] = {
