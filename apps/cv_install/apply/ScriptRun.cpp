@@ -167,7 +167,7 @@ QByteArray WriteOnce(CInstallBase& run, QString& path) {
 
 QByteArray WriteForComparison(CInstallBase& run) {
     QString path;
-    const QByteArray text = WriteOnce(run, path);
+    QByteArray text = WriteOnce(run, path);
     Remove(path);
     return text;
 }

@@ -129,10 +129,11 @@ Failure CheckTemporaryDirectory() {
 }
 
 Failure CheckQueueLimits(const QString& installDir) {
-    constexpr off_t mostBytes = 64 * 1024;
+    constexpr off_t largestLimits = 65536;
     const std::string path = PathOf(Find(Item::QueueLimits), installDir.toStdString());
     struct stat found = {};
-    if (stat(path.c_str(), &found) != 0 || (S_ISREG(found.st_mode) && found.st_size <= mostBytes))
+    if (stat(path.c_str(), &found) != 0 ||
+        (S_ISREG(found.st_mode) && found.st_size <= largestLimits))
         return {};
     return TreeProblem(QStringLiteral("\"%1\" is not a regular file of at most 64 KB")
                            .arg(QString::fromStdString(path)),
