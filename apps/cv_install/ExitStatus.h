@@ -14,5 +14,6 @@ enum class ExitStatus {
     Declined = 9,
     Incomplete = 10,
     NoWorkingDirectory = 14,
+    Locked = 64,
     SignalBase = 128  // plus the number of the signal that terminated the commit script
 };

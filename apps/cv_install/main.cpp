@@ -58,7 +58,7 @@ Failure Confirm(CInstallBase& run, unsigned conditions, CommitScript& script) {
 
 // Everything that changes the machine. In a setup as root the tree is checked again after each wait
 // for an answer, because other users can change it meanwhile.
-Failure CarryOut(CInstallBase& run, unsigned conditions) {
+Failure CarryOut(CInstallBase& run, unsigned conditions, const SetupLock& lock) {
     const bool root = IsRootSetup(run);
     CommitScript script;
     Failure failure;
@@ -75,14 +75,20 @@ Failure CarryOut(CInstallBase& run, unsigned conditions) {
     if (failure)
         return failure;
     const EntryList keptPages = FindKeptPages(run, conditions);
-    failure = FollowScript(script.path);
+    failure = FollowScript(script.path, lock);
     if (!failure)
         failure = CheckResult(run, conditions, keptPages);
     return failure;
 }
 
 Failure RunSetup(Arguments& arguments) {
-    if (Failure failure = CheckBeforeStart(arguments.argv()[0]))
+    const QString installDir = FutureInstallDirectory(arguments.argv()[0]);
+    SetupLock lock;
+    Failure failure =
+        lock.Take(installDir, std::chrono::seconds(arguments.NumberOf(OwnOption::Wait)));
+    if (!failure)
+        failure = CheckBeforeStart(installDir);
+    if (failure)
         return failure;
     CInstallBase run(CInstallBase::ParseUserModeArg(arguments.argc(), arguments.argv()),
                      arguments.argc(), arguments.argv());
@@ -92,14 +98,13 @@ Failure RunSetup(Arguments& arguments) {
     if (arguments.Has(OwnOption::Yes))
         AnswerWithDefaults(run);
     SetupLog::Start(IsRootSetup(run));
-    Failure failure;
     // Before the questions, whose answers would be lost.
     if (!IsRootSetup(run))
         failure = FindObstacleForUser(run);
     if (!failure)
         failure = AskQuestions(run);
     if (!failure)
-        failure = CarryOut(run, ConditionsOf(run, arguments));
+        failure = CarryOut(run, ConditionsOf(run, arguments), lock);
     if (!failure)
         ShowSummary(run);
     return failure;

@@ -20,6 +20,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/types.h>
@@ -103,6 +104,10 @@ int chmod(const char* path, mode_t mode) {
 
 int mkdir(const char* path, mode_t mode) {
     return FAILS("mkdir") ? -1 : REAL(mkdir)(path, mode);
+}
+
+int flock(int descriptor, int operation) {
+    return FAILS("flock") ? -1 : REAL(flock)(descriptor, operation);
 }
 
 int unlink(const char* path) {

@@ -96,17 +96,26 @@ void CheckValue(const OptionUsage& option, const char* word, const char* value) 
 Arguments::Arguments(int argc, char** argv) {
     m_argv.push_back(argc > 0 ? argv[0] : nullptr);
     for (int i = 1; i < argc; ++i) {
-        const OptionUsage& option = FindOption(argv[i]);
+        char* word = argv[i];
+        const OptionUsage& option = FindOption(word);
+        char* value = nullptr;
+        if (option.value != OptionValue::None) {
+            CheckValue(option, word, argv[i + 1]);
+            if (i + 1 < argc)
+                value = argv[++i];
+        }
         if (option.own != OwnOption::None) {
-            m_own.insert(option.own);
+            m_own[option.own] = value;
             continue;
         }
-        m_argv.push_back(argv[i]);
-        if (option.value == OptionValue::None)
-            continue;
-        CheckValue(option, argv[i], argv[i + 1]);
-        if (i + 1 < argc)
-            m_argv.push_back(argv[++i]);
+        m_argv.push_back(word);
+        if (value != nullptr)
+            m_argv.push_back(value);
     }
     m_argv.push_back(nullptr);
+}
+
+int Arguments::NumberOf(OwnOption option) const {
+    const auto found = m_own.find(option);
+    return found == m_own.end() ? 0 : QString::fromUtf8(found->second).toInt();
 }

@@ -1,7 +1,7 @@
 // The command line of cv_install: removes its own options, and checks those of the library.
 #pragma once
 
-#include <set>
+#include <map>
 #include <vector>
 
 #include "answers/Usage.h"
@@ -16,11 +16,14 @@ public:
 
     bool Has(OwnOption option) const { return m_own.contains(option); }
 
+    // The value of an option that takes a number; 0 without it.
+    int NumberOf(OwnOption option) const;
+
     // The arguments for the library; argv() ends with a null pointer.
     int argc() const { return static_cast<int>(m_argv.size()) - 1; }
     char** argv() { return m_argv.data(); }
 
 private:
-    std::set<OwnOption> m_own;
+    std::map<OwnOption, const char*> m_own;  // with their values; null without
     std::vector<char*> m_argv;
 };

@@ -17,7 +17,7 @@ enum class OptionValue {
 };
 
 // The options of the executable itself; the library receives all others.
-enum class OwnOption { None, Help, Version, Yes, SubmissionScripts };
+enum class OwnOption { None, Help, Version, Yes, SubmissionScripts, Wait };
 
 struct OptionUsage {
     const char* spellings;  // separated by ", "; a long spelling comes last

@@ -48,6 +48,9 @@ constexpr OptionUsage options[] = {
      "The default is corvsrvc. The members that the question offers are always those of corvsrvc."},
     {"-u, --service-user", OptionValue::Text, "USER", "user of the compute service",
      "The default is corvsrvc."},
+    {"--wait", OptionValue::Number, "SECONDS", "wait for another setup to end",
+     "Without it, the setup ends at once with exit status 64 while another one is running.",
+     OwnOption::Wait},
     {"-c, -cd, --cd-install"},
     {"-cli, --cli"},
     {"-gui, --gui"},
@@ -69,6 +72,7 @@ constexpr StatusUsage statuses[] = {
     {ExitStatus::Declined, "", "plan not confirmed"},
     {ExitStatus::Incomplete, "", "setup completed, but a file is incomplete"},
     {ExitStatus::NoWorkingDirectory, "", "no working directory"},
+    {ExitStatus::Locked, "", "another setup is running"},
     {ExitStatus::SignalBase, "+n", "signal n terminated the setup"},
     {std::nullopt, "errno", "cannot open a submission script, for this reason"},
 };

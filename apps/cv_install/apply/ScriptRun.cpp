@@ -1,5 +1,6 @@
 #include "apply/ScriptRun.h"
 
+#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/types.h>
 #include <unistd.h>
@@ -200,7 +201,7 @@ bool AskAboutScript(const CommitScript& script, const std::function<bool()>& ask
     return answer;
 }
 
-Failure FollowScript(const QString& path) {
+Failure FollowScript(const QString& path, const SetupLock& lock) {
     std::printf("Commit script: %s\n", qUtf8Printable(path));
     std::fflush(stdout);
 
@@ -209,7 +210,11 @@ Failure FollowScript(const QString& path) {
     CCommitScript script;
     ShowOutput(script, progress);
     // A group of its own, so that a signal reaches the script and its tools exactly once.
-    script.setChildProcessModifier([] { setpgid(0, 0); });
+    script.setChildProcessModifier([&lock] {
+        setpgid(0, 0);
+        prctl(PR_SET_PDEATHSIG, SIGTERM);
+        lock.Inherit();
+    });
     script.Run(path);
     if (!script.waitForStarted(-1)) {
         return Problem{

@@ -6,6 +6,7 @@
 #include <functional>
 
 #include "Problem.h"
+#include "installation/SetupLock.h"
 #include "setuprun/CInstallBase.h"
 
 struct CommitScript {
@@ -24,8 +25,9 @@ bool AskAboutScript(const CommitScript& script, const std::function<bool()>& ask
 
 // Runs the script, shows its output as it comes, on a terminal with a title for each section, and
 // passes SIGINT, SIGQUIT, SIGTERM and SIGHUP on to it. The status of a failure is the script's, 128
-// plus the signal that terminated it, or ScriptNotStarted.
-Failure FollowScript(const QString& path);
+// plus the signal that terminated it, or ScriptNotStarted. The script holds the lock too, so that
+// it is not released while a script runs whose setup was killed; that script gets SIGTERM.
+Failure FollowScript(const QString& path, const SetupLock& lock);
 
 // For a process that cannot continue: asks a script that still runs to end.
 void StopScript();

@@ -54,7 +54,8 @@ enum Condition : unsigned {
     WithoutClusterNode = 4,
     WithSubmissionScripts = 8,
     WithEarlierRepository = 16,  // a repository of the previous version, at the first setup
-    WithEarlierServices = 32     // services of earlier versions
+    WithEarlierServices = 32,    // services of earlier versions
+    WithFileLocksOnly = 64       // on a file system that cannot lock directories
 };
 
 // Names an entry that code refers to on its own.
@@ -74,7 +75,9 @@ enum class Item {
     Unit,
     CommitScript,
     RootLog,
-    UserLog
+    UserLog,
+    RootLock,
+    UserLock
 };
 
 struct Entry {

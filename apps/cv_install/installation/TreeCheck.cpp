@@ -107,15 +107,6 @@ bool IsWritableDirectory(const char* path) {
     return stat(path, &found) == 0 && S_ISDIR(found.st_mode) && access(path, W_OK) == 0;
 }
 
-// The install directory that the constructor will choose, by its rule.
-QString FutureInstallDirectory(const char* argv0) {
-    if (getuid() == 0 || IsWritableDirectory(sharedDirectory))
-        return QString::fromUtf8(sharedDirectory);
-    std::array<char, 2048> directory = {};
-    CInstallBase::CurrentDirectory(argv0, directory.data(), static_cast<int>(directory.size()));
-    return QString::fromUtf8(directory.data());
-}
-
 Failure CheckTemporaryDirectory() {
     struct stat found = {};
     if (lstat("/tmp", &found) == 0 && S_ISDIR(found.st_mode) && found.st_uid == 0 &&
@@ -149,8 +140,15 @@ bool CannotTakePrivateCopy(const QString& directory) {
 
 }  // namespace
 
-Failure CheckBeforeStart(const char* argv0) {
-    const QString installDir = FutureInstallDirectory(argv0);
+QString FutureInstallDirectory(const char* argv0) {
+    if (getuid() == 0 || IsWritableDirectory(sharedDirectory))
+        return QString::fromUtf8(sharedDirectory);
+    std::array<char, 2048> directory = {};
+    CInstallBase::CurrentDirectory(argv0, directory.data(), static_cast<int>(directory.size()));
+    return QString::fromUtf8(directory.data());
+}
+
+Failure CheckBeforeStart(const QString& installDir) {
     Failure failure;
     if (getuid() == 0)
         failure = FindUnsafePath(installDir, Changes::None);

@@ -5,10 +5,13 @@
 #include "Problem.h"
 #include "setuprun/CInstallBase.h"
 
+// The install directory that the setup run's constructor will choose, by its rule.
+QString FutureInstallDirectory(const char* argv0);
+
 // What must be safe before the setup run is constructed, because its constructor reads QueueLimits:
 // a regular file of at most 64 KB; for root also everything that FindUnsafePath checks, and a /tmp
 // in which no other user can replace the commit script.
-Failure CheckBeforeStart(const char* argv0);
+Failure CheckBeforeStart(const QString& installDir);
 
 // Checks the tree that root writes to. Refuses symbolic links, except one of root's in place of the
 // install directory; anything but regular files and directories where the script writes; files with

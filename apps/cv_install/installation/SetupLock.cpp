@@ -1,0 +1,133 @@
+#include "installation/SetupLock.h"
+
+#include <fcntl.h>
+#include <pwd.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <QDateTime>
+#include <QFile>
+#include <cerrno>
+#include <cstring>
+#include <thread>
+
+#include "installation/Installation.h"
+
+namespace {
+
+Problem LockProblem(const std::string& path, int error) {
+    return {
+        ExitStatus::SystemCallFailed,
+        QStringLiteral("cannot lock \"%1\": %2")
+            .arg(QString::fromStdString(path), QString::fromUtf8(std::strerror(error))),
+        QStringLiteral("Make sure that its file system is writable and supports locks, then run "
+                       "the setup again.")};
+}
+
+// When the process started; invalid when that is unknown.
+QDateTime StartOf(const QByteArray& process) {
+    QFile stat(QStringLiteral("/proc/%1/stat").arg(QLatin1String(process)));
+    QFile machine(QStringLiteral("/proc/stat"));
+    if (!stat.open(QIODevice::ReadOnly) || !machine.open(QIODevice::ReadOnly))
+        return {};
+    const QByteArray text = stat.readAll();
+    // The command's name, in parentheses, may contain spaces. The start is field 22.
+    const QList<QByteArray> fields = text.mid(text.lastIndexOf(')') + 2).split(' ');
+    const QByteArray boot = machine.readAll();
+    const qsizetype at = boot.indexOf("\nbtime ");
+    if (fields.size() < 20 || at == -1)
+        return {};
+    const qlonglong bootTime = boot.mid(at + 7, boot.indexOf('\n', at + 1) - at - 7).toLongLong();
+    return QDateTime::fromSecsSinceEpoch(bootTime + fields[19].toLongLong() / sysconf(_SC_CLK_TCK));
+}
+
+QString OwnerOf(const QByteArray& process) {
+    struct stat found = {};
+    if (stat(("/proc/" + process).constData(), &found) != 0)
+        return {};
+    const passwd* user = getpwuid(found.st_uid);
+    return user != nullptr ? QString::fromUtf8(user->pw_name) : QString::number(found.st_uid);
+}
+
+bool IsSetup(const QByteArray& process) {
+    QFile name(QStringLiteral("/proc/%1/comm").arg(QLatin1String(process)));
+    return name.open(QIODevice::ReadOnly) && name.readAll() == "cv_install\n";
+}
+
+// The process that took the lock; empty when it ended and left the lock to a child, or is unknown.
+QByteArray FindHolder(int descriptor) {
+    struct stat found = {};
+    QFile locks(QStringLiteral("/proc/locks"));
+    if (fstat(descriptor, &found) != 0 || !locks.open(QIODevice::ReadOnly))
+        return {};
+    const QByteArray inode = QByteArray::number(static_cast<qulonglong>(found.st_ino));
+    for (const QByteArray& line : locks.readAll().split('\n')) {
+        // 1: FLOCK  ADVISORY  WRITE 1234 08:01:5678 0 EOF
+        const QList<QByteArray> words = line.simplified().split(' ');
+        if (words.size() > 5 && words[1] == "FLOCK" && words[5].split(':').last() == inode &&
+            IsSetup(words[4]))
+            return words[4];
+    }
+    return {};
+}
+
+Problem HeldBy(int descriptor) {
+    const QByteArray process = FindHolder(descriptor);
+    const QString owner = process.isEmpty() ? QString() : OwnerOf(process);
+    const QDateTime start = owner.isEmpty() ? QDateTime() : StartOf(process);
+    QString text = QStringLiteral("another setup is running");
+    if (start.isValid()) {
+        text += QStringLiteral(": process %1 of user %2, since %3")
+                    .arg(QLatin1String(process), owner,
+                         start.toString(QStringLiteral("yyyy-MM-dd HH:mm:ss")));
+    }
+    return {ExitStatus::Locked, text,
+            QStringLiteral("Run the setup again when it has ended, or with --wait SECONDS.")};
+}
+
+}  // namespace
+
+SetupLock::~SetupLock() {
+    if (m_descriptor != -1)
+        close(m_descriptor);
+}
+
+Failure SetupLock::OpenFile(const std::string& path) {
+    m_descriptor = open(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC,
+                        Find(Item::RootLock).rootMode);
+    if (m_descriptor == -1)
+        return LockProblem(path, errno);
+    return {};
+}
+
+// Some network file systems lock only files that are open for writing.
+Failure SetupLock::OpenForUser(const std::string& installDir) {
+    m_descriptor = open(installDir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (m_descriptor == -1)
+        return LockProblem(installDir, errno);
+    if (flock(m_descriptor, LOCK_EX | LOCK_NB) == 0 || errno == EWOULDBLOCK)
+        return {};
+    close(m_descriptor);
+    return OpenFile(PathOf(Find(Item::UserLock), installDir));
+}
+
+Failure SetupLock::Take(const QString& installDir, std::chrono::seconds limit) {
+    const std::string directory = installDir.toStdString();
+    if (Failure failure =
+            getuid() == 0 ? OpenFile(Find(Item::RootLock).path) : OpenForUser(directory))
+        return failure;
+    const auto deadline = std::chrono::steady_clock::now() + limit;
+    while (flock(m_descriptor, LOCK_EX | LOCK_NB) != 0) {
+        if (errno != EWOULDBLOCK)
+            return LockProblem(directory, errno);
+        if (std::chrono::steady_clock::now() >= deadline)
+            return HeldBy(m_descriptor);
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    }
+    return {};
+}
+
+void SetupLock::Inherit() const {
+    fcntl(m_descriptor, F_SETFD, 0);
+}

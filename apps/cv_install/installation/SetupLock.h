@@ -1,0 +1,33 @@
+// The lock that keeps two setups from changing one install tree at the same time.
+#pragma once
+
+#include <chrono>
+#include <string>
+
+#include "Problem.h"
+
+// The lock of a setup as root is a file that only root can open. A user's lock is the install
+// directory itself or, on file systems that cannot lock directories, a file in it. No file is ever
+// removed, because another setup may be waiting for its lock.
+//
+// The lock is released when the object is destroyed and no process inherited the descriptor.
+class SetupLock {
+public:
+    SetupLock() = default;
+    ~SetupLock();
+    SetupLock(const SetupLock&) = delete;
+    SetupLock& operator=(const SetupLock&) = delete;
+
+    // Takes the lock of the tree, after waiting up to `limit` for another setup. Fails with Locked
+    // and names that setup, or with SystemCallFailed.
+    Failure Take(const QString& installDir, std::chrono::seconds limit);
+
+    // For a child process between fork and exec: lets it hold the lock too.
+    void Inherit() const;
+
+private:
+    Failure OpenFile(const std::string& path);
+    Failure OpenForUser(const std::string& installDir);
+
+    int m_descriptor = -1;
+};
