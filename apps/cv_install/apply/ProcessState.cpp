@@ -74,6 +74,7 @@ void PrepareProcess() {
     std::signal(SIGCHLD, SIG_DFL);
     // Qt gives children the default back.
     std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGXFSZ, SIG_IGN);
     std::set_terminate(EndWithoutMemory);
     CleanEnvironment();
     umask(022);

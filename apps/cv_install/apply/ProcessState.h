@@ -2,8 +2,8 @@
 #pragma once
 
 // Called first in main. Opens closed standard streams, so that no file of the setup takes their
-// place; resets SIGCHLD, so that exit statuses of children are available; ignores SIGPIPE, so that
-// a closed reader of stdout does not end a setup half-way; ends the process with a message when
-// memory runs out; sets the umask to 022; and cleans the environment as the table of variables
-// says.
+// place. Resets SIGCHLD, so that exit statuses of children are available. Ignores SIGPIPE, so that
+// a closed reader of stdout does not end a setup half-way, and SIGXFSZ, so that a file that reaches
+// a size limit is reported as a write error. Ends the process with a message when memory runs out.
+// Sets the umask to 022. Cleans the environment as the table of variables says.
 void PrepareProcess();
