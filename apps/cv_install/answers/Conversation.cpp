@@ -7,8 +7,10 @@
 #include <cctype>
 #include <cerrno>
 #include <cstdio>
+#include <vector>
 
 #include "answers/ValueGuard.h"
+#include "setuprun/Schedulers.h"
 #include "support/HXfgets.h"
 
 namespace {
@@ -17,26 +19,33 @@ namespace {
 // default.
 class Answers {
 public:
-    explicit Answers(const CInstallBase& run) : m_queueType(run.m_queueType) {
-        for (size_t i = 0; i < texts.size(); ++i)
-            m_texts[i] = run.*texts[i];
-        m_members = run.m_serviceMembers;
+    explicit Answers(const CInstallBase& run)
+        : m_members(run.m_serviceMembers), m_queueType(run.m_queueType) {
+        for (const auto field : Fields())
+            m_texts.push_back(run.*field);
     }
 
     void Restore(CInstallBase& run) const {
-        for (size_t i = 0; i < texts.size(); ++i)
-            run.*texts[i] = m_texts[i];
+        auto text = m_texts.begin();
+        for (const auto field : Fields())
+            run.*field = *text++;
         run.m_queueType = m_queueType;
         run.m_serviceMembers = m_members;
     }
 
 private:
-    static constexpr std::array texts = {
-        &CInstallBase::m_scratchDir,    &CInstallBase::m_scheduler, &CInstallBase::m_queueName,
-        &CInstallBase::m_qsubCmd,       &CInstallBase::m_qdelCmd,   &CInstallBase::m_qsigCmd,
-        &CInstallBase::m_partitionName, &CInstallBase::m_sbatchCmd, &CInstallBase::m_scancelCmd};
+    static std::vector<QString CInstallBase::*> Fields() {
+        std::vector<QString CInstallBase::*> fields = {&CInstallBase::m_scratchDir,
+                                                       &CInstallBase::m_scheduler};
+        for (const hx::Scheduler& scheduler : hx::schedulers) {
+            fields.push_back(scheduler.queue);
+            for (const hx::SchedulerCommand& command : scheduler.commands)
+                fields.push_back(command.path);
+        }
+        return fields;
+    }
 
-    std::array<QString, texts.size()> m_texts;
+    std::vector<QString> m_texts;
     QStringList m_members;
     int m_queueType;
 };

@@ -1,7 +1,8 @@
 #include "answers/ValueGuard.h"
 
 #include <QRegularExpression>
-#include <algorithm>
+
+#include "setuprun/Schedulers.h"
 
 namespace {
 
@@ -23,7 +24,6 @@ constexpr const char* moveProduct = "Move the product to another directory.";
 constexpr const char* chooseScratch =
     "Specify another directory with --scratch-directory, or correct \"Scratch\" in QueueLimits if "
     "it is from a previous setup.";
-constexpr const char* chooseCommand = "Specify the path of a command without such characters.";
 constexpr const char* chooseSetting = "Specify another value for this setting.";
 
 const GuardedField guardedFields[] = {
@@ -37,15 +37,6 @@ const GuardedField guardedFields[] = {
     {"scratch directory of the previous setup", &CInstallBase::m_prevScratchDir, Use::Quoted,
      "Correct \"Scratch\" in QueueLimits in the install directory."},
     {"scheduler", &CInstallBase::m_scheduler, Use::Substituted, chooseSetting},
-    {"queue name", &CInstallBase::m_queueName, Use::Substituted,
-     "Specify a different queue with --external-queue."},
-    {"partition name", &CInstallBase::m_partitionName, Use::Substituted,
-     "Specify a different partition with --external-partiton."},
-    {"qsub command", &CInstallBase::m_qsubCmd, Use::Substituted, chooseCommand},
-    {"qdel command", &CInstallBase::m_qdelCmd, Use::Substituted, chooseCommand},
-    {"qsig command", &CInstallBase::m_qsigCmd, Use::Substituted, chooseCommand},
-    {"sbatch command", &CInstallBase::m_sbatchCmd, Use::Substituted, chooseCommand},
-    {"scancel command", &CInstallBase::m_scancelCmd, Use::Substituted, chooseCommand},
     {"compute service listeners", &CInstallBase::m_compSrvcAllow, Use::Substituted, chooseSetting},
     {"HTTP address", &CInstallBase::m_compSrvcHttpAddr, Use::Substituted, chooseSetting},
     {"HTTPS address", &CInstallBase::m_compSrvcHttpsAddr, Use::Substituted, chooseSetting},
@@ -99,18 +90,42 @@ Problem InvalidValue(const QString& field, const QString& value, const QString& 
             remedy};
 }
 
+Failure CheckValue(const QString& field, const QString& value, Use use, const QString& remedy) {
+    const QString reason = ReasonAgainst(value, use);
+    if (reason.isEmpty())
+        return {};
+    return InvalidValue(field, value, reason, remedy);
+}
+
+Failure FindInvalidQueueSetting(const CInstallBase& run) {
+    for (const hx::Scheduler& scheduler : hx::schedulers) {
+        const QString kind = QLatin1String(scheduler.queueSetting);
+        Failure failure =
+            CheckValue(kind + QStringLiteral(" name"), run.*scheduler.queue, Use::Substituted,
+                       QStringLiteral("Specify a different %1.").arg(kind));
+        for (const hx::SchedulerCommand& command : scheduler.commands) {
+            if (!failure)
+                failure = CheckValue(QLatin1String(command.name) + QStringLiteral(" command"),
+                                     run.*command.path, Use::Substituted,
+                                     QStringLiteral("Specify the path of a command without such "
+                                                    "characters."));
+        }
+        if (failure)
+            return failure;
+    }
+    return {};
+}
+
 // Only a setup as root names members in the script.
 Failure FindInvalidMember(const CInstallBase& run) {
     if (run.m_accessFlags != CInstallBase::RootAccess)
         return {};
     for (const QString& member : run.m_serviceMembers + run.m_serviceCurrentMembers) {
-        const QString reason = ReasonAgainst(member, Use::AccountName);
-        if (!reason.isEmpty()) {
-            return InvalidValue(
-                QStringLiteral("service group member"), member, reason,
-                QStringLiteral("Enter a different name, or remove it from group \"%1\".")
-                    .arg(run.m_serviceGroup));
-        }
+        if (Failure failure =
+                CheckValue(QStringLiteral("service group member"), member, Use::AccountName,
+                           QStringLiteral("Enter a different name, or remove it from group \"%1\".")
+                               .arg(run.m_serviceGroup)))
+            return failure;
     }
     return {};
 }
@@ -119,12 +134,10 @@ Failure FindInvalidMember(const CInstallBase& run) {
 
 Failure FindInvalidValue(const CInstallBase& run) {
     for (const GuardedField& guarded : guardedFields) {
-        const QString& value = run.*guarded.field;
-        const QString reason = ReasonAgainst(value, guarded.use);
-        if (!reason.isEmpty()) {
-            return InvalidValue(QLatin1String(guarded.name), value, reason,
-                                QLatin1String(guarded.remedy));
-        }
+        if (Failure failure = CheckValue(QLatin1String(guarded.name), run.*guarded.field,
+                                         guarded.use, QLatin1String(guarded.remedy)))
+            return failure;
     }
-    return FindInvalidMember(run);
+    Failure failure = FindInvalidQueueSetting(run);
+    return failure ? failure : FindInvalidMember(run);
 }

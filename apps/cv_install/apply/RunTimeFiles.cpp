@@ -51,7 +51,7 @@ Failure WriteRunTimeFiles(CInstallBase& run, unsigned conditions) {
                            {},
                            Changes::RunTimeFiles};
         }
-        if (Failure failure = CheckContent(run, entry)) {
+        if (Failure failure = CheckContent(run, entry, Written::Now)) {
             failure->status = ExitStatus::SystemCallFailed;
             failure->changes = Changes::RunTimeFiles;
             return failure;

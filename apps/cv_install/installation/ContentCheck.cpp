@@ -6,9 +6,9 @@
 #include <QThread>
 #include <algorithm>
 #include <memory>
-#include <vector>
 
 #include "installation/ReadBack.h"
+#include "setuprun/QueueLimitsKeys.h"
 
 namespace {
 
@@ -29,17 +29,13 @@ Problem IncompleteFile(const QString& path) {
 // True when the lines of the commit script are in the file, which may contain further lines of the
 // service.
 bool HasLimits(const QString& path, const CInstallBase& run) {
-    // A list of Qt's does not notice that it gets no memory.
-    std::vector<QString> lines = {QStringLiteral("MaxThreads: %1").arg(run.m_jobLimit),
-                                  QStringLiteral("MemoryPerThreadMB: %1").arg(run.m_memoryLimitMB),
-                                  QStringLiteral("Scratch: ") + run.m_scratchDir,
-                                  QStringLiteral("DiskPerThreadGB: %1").arg(run.m_scratchLimitGB)};
-    if (run.m_prevJobLimit == run.m_jobLimit && run.m_threadsPerMolecule > 0)
-        lines.push_back(QStringLiteral("ThreadsPerMolecule: %1").arg(run.m_threadsPerMolecule));
     const QByteArray text = '\n' + ReadBack(path, mostBytes);
-    return std::all_of(lines.cbegin(), lines.cend(), [&text](const QString& line) {
-        return text.contains('\n' + line.toUtf8() + '\n');
-    });
+    return std::all_of(hx::queueLimitsLines.begin(), hx::queueLimitsLines.end(),
+                       [&](const hx::QueueLimitsLine& line) {
+                           const QByteArray expected =
+                               QByteArray("\n") + line.key + ": " + line.Answer(run) + '\n';
+                           return !line.isCommitted(run) || text.contains(expected);
+                       });
 }
 
 // Waits half a second, because the service, just started, may be writing the file.
@@ -81,15 +77,20 @@ QByteArray ReadMember(archive* from, const archive_entry* member) {
     return packed;
 }
 
-Problem IncompletePage(const QString& page, const QString& directory) {
+Problem IncompletePage(const QString& page, const QString& directory, Written written) {
+    const QString remedy =
+        written == Written::Now
+            ? QStringLiteral(
+                  "Free up disk space, remove directory \"%1\", then run the setup again.")
+            : QStringLiteral(
+                  "To restore all web pages, move directory \"%1\" away, then run the "
+                  "setup again.");
     return {ExitStatus::Incomplete,
             QStringLiteral("web page \"%1\" is missing or truncated").arg(page),
-            QStringLiteral("Free up disk space, remove directory \"%1\", then run the setup again.")
-                .arg(directory),
-            Changes::Unknown};
+            remedy.arg(directory), Changes::Unknown};
 }
 
-Failure CheckPages(const CInstallBase& run, const Entry& entry) {
+Failure CheckPages(const CInstallBase& run, const Entry& entry, Written written) {
     const QString path = run.m_binariesDir + u'/' + QLatin1String(entry.reference);
     const QString parent = run.m_installDir + u'/' + QLatin1String(pagesParent) + u'/';
     const ArchiveHandle pages(archive_read_new());
@@ -103,7 +104,7 @@ Failure CheckPages(const CInstallBase& run, const Entry& entry) {
             continue;
         const QString page = parent + QString::fromUtf8(archive_entry_pathname(member));
         if (!IsCompletePage(page, ReadMember(pages.get(), member)))
-            return IncompletePage(page, PathIn(run, entry));
+            return IncompletePage(page, PathIn(run, entry), written);
     }
     if (result == ARCHIVE_EOF)
         return {};
@@ -116,9 +117,9 @@ Failure CheckPages(const CInstallBase& run, const Entry& entry) {
 
 }  // namespace
 
-Failure CheckContent(const CInstallBase& run, const Entry& entry) {
+Failure CheckContent(const CInstallBase& run, const Entry& entry, Written written) {
     if (entry.check == Check::Archive)
-        return CheckPages(run, entry);
+        return CheckPages(run, entry, written);
     const QString path = PathIn(run, entry);
     const bool complete =
         entry.check == Check::None ||

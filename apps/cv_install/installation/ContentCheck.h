@@ -6,6 +6,9 @@
 #include "installation/Installation.h"
 #include "setuprun/CInstallBase.h"
 
+// Whether this setup wrote the entry, which decides the remedy.
+enum class Written { Now, Before };
+
 // Checks the entry as its row in the installation table says. Edited web pages pass; missing and
 // truncated ones do not. The status of a failure is Incomplete.
-Failure CheckContent(const CInstallBase& run, const Entry& entry);
+Failure CheckContent(const CInstallBase& run, const Entry& entry, Written written);

@@ -3,9 +3,13 @@
 #include <algorithm>
 #include <cstdlib>
 
+#include "commit/EarlierServices.h"
+
 namespace {
 
 constexpr unsigned ServiceMachine = RootSetup | WithoutClusterNode;
+
+static_assert(hx::earlierServices.size() == 3, "each has a row below");
 
 constexpr Entry entries[] = {
     {.kind = Kind::Group,
@@ -172,19 +176,19 @@ constexpr Entry entries[] = {
      .conditions = RootSetup,
      .later = Later::Updates,
      .reference = "corvane26_snapshot"},
-    {.path = "/etc/init.d/corvane_service",
+    {.path = hx::earlierServices[0].path,
      .purpose = "service of an earlier version",
      .kind = Kind::EarlierService,
      .conditions = ServiceMachine | WithEarlierServices,
      .later = Later::Removes,
      .removal = Removal::Keep},
-    {.path = "/etc/systemd/system/corvane20_service.service",
+    {.path = hx::earlierServices[1].path,
      .purpose = "service of an earlier version",
      .kind = Kind::EarlierService,
      .conditions = ServiceMachine | WithEarlierServices,
      .later = Later::Removes,
      .removal = Removal::Keep},
-    {.path = "/etc/systemd/system/corvane24_service.service",
+    {.path = hx::earlierServices[2].path,
      .purpose = "service of an earlier version",
      .kind = Kind::EarlierService,
      .conditions = ServiceMachine | WithEarlierServices,

@@ -184,8 +184,7 @@ Failure FindObstacleForUser(const CInstallBase& run) {
             return TreeProblem(
                 QStringLiteral("cannot change the mode of \"%1\": owned by another user")
                     .arg(QString::fromStdString(path)),
-                QStringLiteral("Run the setup as root, or copy the product directory and run its "
-                               "cv_install."));
+                QStringLiteral("Run the setup as root."));
         }
     }
     return {};

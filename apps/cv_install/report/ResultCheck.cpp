@@ -45,18 +45,6 @@ Failure CheckOwner(const CInstallBase& run, const Entry& entry) {
                    Changes::Unknown};
 }
 
-// A page that the setup did not write does not make its result incomplete.
-void WarnOfKeptPages(const CInstallBase& run, const Entry& entry) {
-    Failure failure = CheckContent(run, entry);
-    if (!failure)
-        return;
-    failure->remedy =
-        QStringLiteral(
-            "To restore all web pages, move directory \"%1\" away, then run the setup again.")
-            .arg(QString::fromStdString(PathIn(run, entry)));
-    ReportWarning(*failure);
-}
-
 }  // namespace
 
 EntryList FindKeptPages(const CInstallBase& run, unsigned conditions) {
@@ -76,13 +64,15 @@ Failure CheckResult(const CInstallBase& run, unsigned conditions, const EntryLis
             continue;
         Failure failure;
         if (!IsIn(keptPages, entry))
-            failure = CheckContent(run, entry);
+            failure = CheckContent(run, entry, Written::Now);
         if (!failure && root && entry.owner == Owner::ServiceAccount)
             failure = CheckOwner(run, entry);
         if (failure)
             return failure;
     }
-    for (const Entry* entry : keptPages)
-        WarnOfKeptPages(run, *entry);
+    for (const Entry* entry : keptPages) {
+        if (Failure failure = CheckContent(run, *entry, Written::Before))
+            ReportWarning(*failure);
+    }
     return {};
 }

@@ -8,6 +8,7 @@
 
 #include "apply/SetupLog.h"
 #include "installation/Installation.h"
+#include "setuprun/Schedulers.h"
 
 namespace {
 
@@ -28,13 +29,12 @@ bool IsExecutable(const QString& command) {
 
 // The library does not check the scheduler's commands, and no option sets them.
 void ShowMissingQueueCommands(const CInstallBase& run) {
-    if (run.m_queueType != CInstallBase::QueueExternal)
+    const hx::Scheduler* scheduler = hx::FindScheduler(run);
+    if (run.m_queueType != CInstallBase::QueueExternal || scheduler == nullptr)
         return;
     bool missing = false;
-    const QStringList commands = run.m_scheduler == u"SLURM"
-                                     ? QStringList{run.m_sbatchCmd, run.m_scancelCmd}
-                                     : QStringList{run.m_qsubCmd, run.m_qdelCmd, run.m_qsigCmd};
-    for (const QString& command : commands) {
+    for (const hx::SchedulerCommand& row : scheduler->commands) {
+        const QString& command = run.*row.path;
         if (IsExecutable(command))
             continue;
         std::printf("  Queue:     cannot execute command \"%s\"\n", qUtf8Printable(command));
