@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
+#include <filesystem>
 #include <regex>
 
 #include "apps/RootSetup.h"
@@ -81,7 +82,8 @@ TEST_F(SetupLock, IsReleasedWhenKilledSetupsScriptHasEnded) {
 TEST_F(SetupLock, IsFileWhereDirectoriesCannotBeLocked) {
     const auto result = m_setup.RunProgram(m_setup.Command({"HX_TEST_FAIL=flock:1=9"}, m_yes));
     EXPECT_EQ(result.status, 0) << result.err;
-    EXPECT_EQ(ModeOf(m_setup.Outside(".corvane26_setup.lock")), 0600U);
+    EXPECT_EQ(std::filesystem::status(m_setup.Outside(".corvane26_setup.lock")).permissions(),
+              std::filesystem::perms(0600));
 }
 
 TEST(RootSetupLock, IsFileOfRootOnly) {
