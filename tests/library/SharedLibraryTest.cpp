@@ -1,62 +1,84 @@
-// The library's file: what it exports, how it is named and where it looks for other libraries.
+// The library's file: its binary interface, its name, and where it searches for other libraries.
 #include <gtest/gtest.h>
 
-#include <set>
-#include <sstream>
 #include <string>
 
+#include "commit/CCommitScript.h"
+#include "harness/Expect.h"
 #include "harness/Process.h"
 #include "harness/TempDir.h"
+#include "probes/CDfProcess.h"
+#include "services/CInitService.h"
+#include "services/CSystemdService.h"
 
 namespace {
 
 const std::string library = HX_PRODUCT_DIR "/libHXInstallBase.so.26";
 
-using Lines = std::set<std::string>;
-
-Lines LinesOf(const std::string& text) {
-    Lines lines;
-    std::istringstream stream(text);
-    for (std::string line; std::getline(stream, line);)
-        lines.insert(line);
-    return lines;
+std::string Output(const std::vector<std::string>& command) {
+    const auto run = hx_test::Run(command);
+    EXPECT_EQ(run.status, 0) << run.err;
+    return run.out;
 }
 
-TEST(SharedLibrary, ExportsWhatIsListedAndNothingElse) {
-    const auto nm = hx_test::Run({"nm", "--dynamic", "--defined-only", "--demangle", library});
-    ASSERT_EQ(nm.status, 0) << nm.err;
-    Lines exported;
-    const size_t nameColumn = std::string("0123456789abcdef T ").size();
-    for (const std::string& line : LinesOf(nm.out))
-        exported.insert(line.substr(nameColumn));
-    EXPECT_EQ(exported, LinesOf(hx_test::ReadFile(HX_EXPECTED_DIR "/exported_symbols.txt")));
+TEST(SharedLibrary, KeepsItsBinaryInterface) {
+#if !defined(__x86_64__) || defined(HX_TEST_KEEP_MALLOC)
+    GTEST_SKIP() << "the expected interface is that of an x86-64 build without a sanitizer";
+#endif
+    if (hx_test::Run({"gdb", "--version"}).status != 0)
+        GTEST_SKIP() << "gdb is not installed";
+    const hx_test::TempDir directory;
+    hx_test::WriteFile(directory / "interface.txt", Output({"gdb", "--batch", "--nx", "--command",
+                                                            HX_INTERFACE_SCRIPT, library}));
+    const auto diff = hx_test::Run(
+        {"diff", "--unified=0", HX_EXPECTED_DIR "/interface.txt", directory / "interface.txt"});
+    EXPECT_EQ(diff.status, 0) << diff.out << diff.err
+                              << "If the change is intended, run scripts/abi-baseline.";
 }
 
-TEST(SharedLibrary, IsNamedByItsSoname) {
-    const auto readelf = hx_test::Run({"readelf", "--dynamic", library});
-    EXPECT_NE(readelf.out.find("Library soname: [libHXInstallBase.so.26]"), std::string::npos);
+TEST(SharedLibrary, HasItsSoname) {
+    hx_test::ExpectHolds(Output({"readelf", "--dynamic", library}),
+                         "Library soname: [libHXInstallBase.so.26]");
 }
 
-TEST(SharedLibrary, FindsTheLibrariesBesideItAndTheProductsQt) {
-    for (const char* file : {"/libHXInstallBase.so.26", "/cv_install"}) {
-        const auto readelf =
-            hx_test::Run({"readelf", "--dynamic", std::string(HX_PRODUCT_DIR) + file});
-        EXPECT_NE(readelf.out.find("[$ORIGIN:$ORIGIN/ssl-compat:$ORIGIN/Qt-6.5/lib]"),
-                  std::string::npos)
-            << file;
-    }
+TEST(SharedLibrary, SearchesTheProductDirectoryForLibraries) {
+    for (const std::string& file : {library, std::string(HX_PRODUCT_DIR "/cv_install")})
+        hx_test::ExpectHolds(Output({"readelf", "--dynamic", file}),
+                             "[$ORIGIN:$ORIGIN/ssl-compat:$ORIGIN/Qt-6.5/lib]");
 }
 
 TEST(SharedLibrary, LoadsWithoutStaticConstructors) {
-    const auto nm = hx_test::Run({"nm", library});
-    ASSERT_NE(nm.out.find("g_hx_gui_installer"), std::string::npos) << nm.err;
-    EXPECT_EQ(nm.out.find("_GLOBAL__sub_I"), std::string::npos);
+    const std::string symbols = Output({"nm", library});
+    hx_test::ExpectHolds(symbols, "g_hx_gui_installer");
+    EXPECT_EQ(symbols.find("_GLOBAL__sub_I"), std::string::npos);
 }
 
-TEST(SetupProgram, KnowsNoApplicationObject) {
-    const auto nm = hx_test::Run({"nm", "--dynamic", "--demangle", HX_PRODUCT_DIR "/cv_install"});
-    ASSERT_NE(nm.out.find("CInstallBase::CInstallBase"), std::string::npos) << nm.err;
-    EXPECT_EQ(nm.out.find("QCoreApplication"), std::string::npos);
+TEST(SetupProgram, UsesNoApplicationObject) {
+    const std::string symbols =
+        Output({"nm", "--dynamic", "--demangle", HX_PRODUCT_DIR "/cv_install"});
+    hx_test::ExpectHolds(symbols, "CInstallBase::CInstallBase");
+    EXPECT_EQ(symbols.find("QCoreApplication"), std::string::npos);
+}
+
+template <typename Class>
+void ExpectNoMetaObjectEntries(const char* name) {
+    const QMetaObject& meta = Class::staticMetaObject;
+    EXPECT_STREQ(meta.className(), name);
+    EXPECT_EQ(meta.superClass(), &QProcess::staticMetaObject);
+    EXPECT_EQ(meta.methodCount(), meta.methodOffset());
+    EXPECT_EQ(meta.propertyCount(), meta.propertyOffset());
+    EXPECT_EQ(meta.enumeratorCount(), meta.enumeratorOffset());
+    EXPECT_EQ(meta.classInfoCount(), meta.classInfoOffset());
+    EXPECT_EQ(meta.constructorCount(), 0);
+    const Class object(nullptr);
+    EXPECT_EQ(object.metaObject(), &meta);
+}
+
+TEST(MetaObjects, AddNothingToQProcess) {
+    ExpectNoMetaObjectEntries<CCommitScript>("CCommitScript");
+    ExpectNoMetaObjectEntries<CDfProcess>("CDfProcess");
+    ExpectNoMetaObjectEntries<CInitService>("CInitService");
+    ExpectNoMetaObjectEntries<CSystemdService>("CSystemdService");
 }
 
 }  // namespace
