@@ -1,4 +1,4 @@
-// The completion, asked as bash asks it and typed at as a person does.
+// The completion: its functions, called as bash calls them, and at a terminal.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -12,7 +12,7 @@ namespace {
 
 const std::string completion = HX_BUILT_DOCS "/cv_install.bash";
 
-// What `function` offers for the last of these words.
+// Returns what `function` offers for the last word.
 std::set<std::string> Offered(const std::string& function, const std::vector<std::string>& words) {
     std::vector<std::string> command = {
         "bash",
@@ -37,7 +37,7 @@ std::set<std::string> Offered(const std::string& function, const std::vector<std
 
 using Set = std::set<std::string>;
 
-TEST(Completion, OffersTheOptionsOfTheSetupsHelp) {
+TEST(Completion, OffersOptionsOfSetupHelp) {
     HX_REQUIRE_NAMESPACES();
     const Set options = hx_docs::OptionsOfHelp(hx_docs::HelpOfSetup());
     EXPECT_GT(options.size(), 15U);
@@ -45,9 +45,9 @@ TEST(Completion, OffersTheOptionsOfTheSetupsHelp) {
     EXPECT_EQ(Offered("_corvane26", {"corvane26", "--setup", ""}), options);
 }
 
-TEST(Completion, OffersTheOptionsOfTheRunScript) {
+TEST(Completion, OffersOptionsOfRunScript) {
     Set options = hx_docs::OptionsOfRunScript();
-    // The short forms of long words only clutter the list.
+    // The completion omits the short forms of long words.
     for (const char* word : {"-setup", "-monitor", "-ldd", "-setenv"})
         EXPECT_EQ(options.erase(word), 1U) << word;
     EXPECT_EQ(Offered("_corvane26", {"corvane26", "-"}), options);
@@ -55,14 +55,14 @@ TEST(Completion, OffersTheOptionsOfTheRunScript) {
               (Set{"--external-default-queue", "--external-queue"}));
 }
 
-TEST(Completion, OffersWhatBeginsLikeTheWord) {
+TEST(Completion, OffersOptionsThatBeginWithWord) {
     EXPECT_EQ(Offered("_cv_install", {"cv_install", "--s"}),
               (Set{"--setup", "--scratch-directory", "--scratch-limit", "--submission-scripts",
                    "--service-group", "--service-user"}));
     EXPECT_EQ(Offered("_cv_install", {"cv_install", "--yes", "--no-such"}), Set{});
 }
 
-TEST(Completion, OffersTheKindOfValueThatAnOptionTakes) {
+TEST(Completion, OffersValuesOfTheOptionsKind) {
     EXPECT_EQ(Offered("_cv_install", {"cv_install", "-d", "/usr/sbi"}), Set{"/usr/sbin"});
     EXPECT_EQ(Offered("_cv_install", {"cv_install", "--service-group", "roo"}), Set{"root"});
     EXPECT_EQ(Offered("_cv_install", {"cv_install", "-u", "roo"}), Set{"root"});
@@ -70,13 +70,13 @@ TEST(Completion, OffersTheKindOfValueThatAnOptionTakes) {
         EXPECT_EQ(Offered("_cv_install", {"cv_install", option, ""}), Set{}) << option;
 }
 
-TEST(Completion, WorksAtATerminal) {
+TEST(Completion, WorksAtTerminal) {
     hx_test::Terminal terminal(hx_test::Terminal::Mode::Person, [] {
         setenv("PS1", "ready> ", 1);
         setenv("TERM", "dumb", 1);
         setenv("INPUTRC", "/dev/null", 1);
         setenv("HISTFILE", "", 1);
-        // Whatever becomes of the line that is typed, no command is found.
+        // No typed command can be found.
         setenv("PATH", "/nowhere", 1);
         execl("/bin/bash", "bash", "--norc", "-i", nullptr);
         _exit(127);
@@ -92,7 +92,7 @@ TEST(Completion, WorksAtATerminal) {
     EXPECT_EQ(terminal.Finish(), 0);
 }
 
-TEST(Completion, IsCleanForShellcheck) {
+TEST(Completion, PassesShellcheck) {
     if (hx_test::Run({"sh", "-c", "command -v shellcheck"}).status != 0)
         GTEST_SKIP() << "shellcheck is not installed";
     const auto check = hx_test::Run({"shellcheck", completion});

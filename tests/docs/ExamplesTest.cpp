@@ -1,4 +1,4 @@
-// The documentation's programs: the pages show what is compiled, and what is compiled works.
+// The documentation's programs: the pages show the compiled text, and the programs work.
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -18,7 +18,7 @@ std::string Program(const std::string& name) {
     return HX_EXAMPLES "/" + name;
 }
 
-TEST(Examples, StandInTheirPagesAsTheyAreCompiled) {
+TEST(Examples, AppearInTheirPagesAsCompiled) {
     for (const auto& [page, file, language] :
          {std::tuple("probes.md", "processor_identity.c", "c"),
           std::tuple("services.md", "service_start.cpp", "cpp"),
@@ -29,11 +29,11 @@ TEST(Examples, StandInTheirPagesAsTheyAreCompiled) {
         EXPECT_NE(text.find("`examples/" + std::string(file) + "`:\n\n```" + language + "\n" +
                             program + "```\n"),
                   std::string::npos)
-            << page << " shows another text than " << file;
+            << page << " differs from " << file;
     }
 }
 
-TEST(Examples, TheProcessorIsTold) {
+TEST(Examples, PrintProcessor) {
     HX_REQUIRE_NAMESPACES();
     const hx_test::TempDir directory;
     hx_test::WriteFile(directory / "cpuinfo",
@@ -54,17 +54,17 @@ TEST(Examples, TheProcessorIsTold) {
     EXPECT_EQ(child.status, 0) << child.out;
 }
 
-// A systemctl that knows one good service.
-const char* const standIn = R"sh(#!/bin/sh
+// A systemctl with one service that runs.
+const char* const systemctl = R"sh(#!/bin/sh
 [ "$2" = good ] || exit 3
 )sh";
 
-TEST(Examples, AServiceIsStartedAndAsked) {
+TEST(Examples, StartServiceAndPrintState) {
     HX_REQUIRE_NAMESPACES();
     if (!fs::exists("/bin/systemctl"))
-        GTEST_SKIP() << "there is no /bin/systemctl to bind a stand-in over";
+        GTEST_SKIP() << "/bin/systemctl does not exist";
     const hx_test::TempDir directory;
-    hx_test::WriteFile(directory / "systemctl", standIn);
+    hx_test::WriteFile(directory / "systemctl", systemctl);
     fs::permissions(directory / "systemctl", fs::perms::owner_all);
     const auto child =
         hx_test::RunInChild({.identity = hx_test::World::Identity::Root,
@@ -80,7 +80,7 @@ TEST(Examples, AServiceIsStartedAndAsked) {
     EXPECT_EQ(child.status, 0) << child.out;
 }
 
-TEST(Examples, APageIsDownloadedOrGivenUp) {
+TEST(Examples, DownloadPageOrTimeOut) {
     hx_test::WebServer server;
     if (!server.Start())
         GTEST_SKIP() << server.Problem();
@@ -102,19 +102,19 @@ TEST(Examples, APageIsDownloadedOrGivenUp) {
     EXPECT_EQ(slow.err, "No answer within 1 seconds.\n");
 }
 
-TEST(Examples, APageIsDownloadedThroughAProxy) {
+TEST(Examples, DownloadPageThroughProxy) {
     hx_test::WebServer server;
     if (!server.Start())
         GTEST_SKIP() << server.Problem();
     hx_test::ProxyServer proxy;
     if (!proxy.Start(hx_test::ProxyServer::Clients::Loopback))
-        GTEST_SKIP() << "tinyproxy is needed";
+        GTEST_SKIP() << "tinyproxy is not installed";
     hx_test::WriteFile(server.Root() + "/page.txt", "a page\n");
     const auto page = hx_test::Run({Program("download"), server.Url("/page.txt"), "20", "127.0.0.1",
                                     std::to_string(proxy.Port())});
     EXPECT_EQ(page.status, 0) << page.err;
     EXPECT_EQ(page.out, "a page\n");
-    EXPECT_FALSE(server.LastRequest().ends_with("|-")) << "the proxy left no Via header";
+    EXPECT_FALSE(server.LastRequest().ends_with("|-")) << "the proxy added no Via header";
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// The administrator's guide lists the files of a setup: what is listed is what setups leave.
+// The files, modes, and owners in the administrator's guide are those of real setups.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
@@ -11,7 +11,7 @@
 namespace {
 
 struct ListedFile {
-    std::string path;      // a relative one is below the install directory
+    std::string path;      // relative to the install directory, or absolute
     std::string rootMode;  // empty for a link
     std::string userMode;
     std::string owner;
@@ -40,7 +40,7 @@ std::vector<ListedFile> ListedFiles() {
     return files;
 }
 
-// A pattern for a shell that finds the file or directory.
+// Returns a shell pattern that matches the file or directory.
 std::string Pattern(const ListedFile& file, const std::string& installDirectory) {
     std::string path = file.path;
     if (const size_t unknown = path.find("XXXXXX"); unknown != std::string::npos)
@@ -54,13 +54,13 @@ protected:
     const mode_t m_former = umask(022);
 };
 
-TEST_F(InstalledFiles, OfASetupByRootAreThoseOfTheGuide) {
+TEST_F(InstalledFiles, MatchGuideAfterSetupAsRoot) {
     HX_REQUIRE_THROWAWAY_ROOT();
     const std::vector<ListedFile> files = ListedFiles();
     EXPECT_GT(files.size(), 20U);
     HX_EXPECT_SCENARIO([&files] {
         LayOutRootSetup();
-        // There was an earlier version.
+        // An earlier version was installed.
         const std::string repository = "/corvanerc/corvane24server/CorvaneServerRepository";
         Shell("umask 002; mkdir -p /var/corvane" + repository);
         const auto setup = RunRootSetup({"--yes", "--submission-scripts"});
@@ -78,12 +78,12 @@ TEST_F(InstalledFiles, OfASetupByRootAreThoseOfTheGuide) {
     });
 }
 
-TEST_F(InstalledFiles, OfASetupByAUserAreThoseOfTheGuide) {
+TEST_F(InstalledFiles, MatchGuideAfterSetupAsUser) {
     HX_REQUIRE_NAMESPACES();
     const UserSetup setup;
     ASSERT_EQ(setup.Run({"--setup", "--user-mode", "--yes", "--submission-scripts"}).status, 0);
     for (const ListedFile& file : ListedFiles()) {
-        // A link has no mode; the repository's is made where there was an earlier version.
+        // A link has no mode. The link to the repository needs an earlier version.
         if (file.when.starts_with("root's setup") || file.rootMode.empty())
             continue;
         const auto mode =

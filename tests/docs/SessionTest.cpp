@@ -16,10 +16,10 @@ namespace {
 namespace fs = std::filesystem;
 using hx_test::Terminal;
 
-// Stands in the README for lines that are left out.
+// Replaces omitted lines in the README.
 const std::string cut = "…";
 
-// What is asked before each answer of the person, whose answers the README shows.
+// The questions, and the answers that the README shows.
 const std::pair<std::string, std::string> answers[] = {
     {"Job thread limit [", "2"},
     {"Memory usage limit per job [", ""},
@@ -63,7 +63,7 @@ protected:
         m_setup.Bind(root + "/home", "/home");
     }
 
-    // A command line of the session on the machine that this test makes up.
+    // Returns a command line of the session on the fake machine.
     std::vector<std::string> OnMachine(const std::string& line) const {
         const auto answer = [](int name, long value) {
             return std::to_string(name) + "=" + std::to_string(value);
@@ -77,7 +77,7 @@ protected:
                 "exec env LD_PRELOAD=/tmp/interposer.so " + line};
     }
 
-    // What the setup shows on a terminal while the person answers.
+    // Answers the questions at a terminal, and returns its output.
     std::string Converse(const std::string& line) {
         Terminal terminal(Terminal::Mode::Person, [&] { m_setup.Become(OnMachine(line)); });
         for (const auto& [question, answer] : answers) {
@@ -88,7 +88,7 @@ protected:
         return std::regex_replace(terminal.Output(), std::regex("\r\n"), "\n");
     }
 
-    // The session as it would be recorded now, each command behind a "$ ".
+    // Returns the session, each command after a "$ ".
     std::string Record(const std::vector<std::string>& commands) {
         std::string session;
         for (const std::string& line : commands) {
@@ -103,8 +103,8 @@ protected:
     UserSetup m_setup;
 };
 
-// Names of temporary files differ from run to run, and so do the lines between which a heading
-// comes, by how far bash has read. The README has no blanks at its lines' ends.
+// Drops what differs between runs: the names of temporary files, and headings, whose place depends
+// on how far bash has read. The README has no spaces at the ends of lines.
 std::vector<std::string> ComparableLines(const std::string& text) {
     const std::string named = std::regex_replace(
         text, std::regex("/corvane26_(commit|setup)_[A-Za-z0-9]{6}"), "/corvane26_$1_XXXXXX");
@@ -112,7 +112,7 @@ std::vector<std::string> ComparableLines(const std::string& text) {
     return hx_docs::Lines(std::regex_replace(plain, std::regex(" +\n"), "\n"));
 }
 
-TEST_F(Session, InTheReadmeIsWhatThePersonSees) {
+TEST_F(Session, MatchesReadme) {
     const std::string readme = hx_test::ReadFile(HX_README);
     const std::string shown = hx_docs::Between(readme, "```console\n", "```\n");
     const std::vector<std::string> commands = hx_docs::Matches("\n" + shown, "\n\\$ ([^\n]*)");

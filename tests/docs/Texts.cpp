@@ -35,20 +35,6 @@ std::vector<std::string> Matches(const std::string& text, const std::string& pat
     return found;
 }
 
-std::set<std::string> OptionsOfPage(const std::string& page) {
-    std::set<std::string> options;
-    for (const std::string& line : Lines(Between(page, "\n.Sh OPTIONS\n", "\n.Sh "))) {
-        if (!line.starts_with(".It Fl "))
-            continue;
-        std::istringstream words(line.substr(4));
-        for (std::string word, name; words >> word && (word == "Fl" || word == ",");) {
-            if (word == "Fl" && words >> name)
-                options.insert("-" + name);
-        }
-    }
-    return options;
-}
-
 std::string HelpOfSetup() {
     const auto help = UserSetup().Run({"--help"});
     EXPECT_EQ(help.status, 0) << help.err;
@@ -62,17 +48,6 @@ std::set<std::string> OptionsOfHelp(const std::string& help) {
             options.insert(option);
     }
     return options;
-}
-
-std::vector<std::pair<std::string, std::string>> StatusesOfHelp(const std::string& help) {
-    std::vector<std::pair<std::string, std::string>> statuses;
-    for (const std::string& line : Lines(Between(help, "\nExit status:\n", "\n\n"))) {
-        const size_t start = line.find_first_not_of(' ');
-        const size_t end = line.find("  ", start);
-        if (end != std::string::npos)
-            statuses.emplace_back(line.substr(start, end - start), line.substr(end + 2));
-    }
-    return statuses;
 }
 
 std::set<std::string> OptionsOfRunScript() {

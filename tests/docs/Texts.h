@@ -1,4 +1,4 @@
-// What the tests of the documentation read: texts by lines, and the options that texts list.
+// Texts that the documentation tests read: by lines, and the options that they list.
 #pragma once
 
 #include <set>
@@ -9,23 +9,19 @@ namespace hx_docs {
 
 std::vector<std::string> Lines(const std::string& text);
 
-// What stands in `text` from behind `from` up to `to`, or to the end; empty without `from`.
+// Returns the part of `text` between `from` and `to`, or up to the end; empty without `from`.
 std::string Between(const std::string& text, const std::string& from, const std::string& to);
 
-// Every match of the first group of `pattern`, in order.
+// Returns every match of the first group of `pattern`, in order.
 std::vector<std::string> Matches(const std::string& text, const std::string& pattern);
 
-// The spellings that a manual page lists in its section OPTIONS.
-std::set<std::string> OptionsOfPage(const std::string& page);
-
-// What cv_install --help prints, run as an ordinary user. Empty, with a failure, when it cannot be.
+// Returns the output of cv_install --help, run as a regular user. Adds a failure if that fails.
 std::string HelpOfSetup();
 
-// The spellings in that text, and its exit statuses with what they mean.
+// Returns the spellings of the options in that text.
 std::set<std::string> OptionsOfHelp(const std::string& help);
-std::vector<std::pair<std::string, std::string>> StatusesOfHelp(const std::string& help);
 
-// The spellings that the run script's template acts on.
+// Returns the spellings that the run script's template acts on.
 std::set<std::string> OptionsOfRunScript();
 
 }  // namespace hx_docs
