@@ -1,14 +1,14 @@
-# Debian packages that the project needs, and their installation. Sourced by the other scripts.
+# The Debian packages that the project needs, and how they are installed. Sourced by other scripts.
 # shellcheck shell=bash
 
-build_packages=(cmake g++ ninja-build qt6-base-dev)
+build_packages=(cmake g++ libarchive-dev ninja-build qt6-base-dev)
 packaging_packages=(dpkg-dev file)
-# What downloads are tested against; tinyproxy-bin is the program without a service.
+# Servers for the tests of downloads. tinyproxy-bin is the program without a service.
 server_packages=(curl nginx openssl tinyproxy-bin)
-# What setups on a cluster are tested with.
+# For the tests of setups on a cluster.
 cluster_packages=(iproute2 munge slurm-client slurm-wlm-torque slurmctld slurmd)
-# llvm names the functions by which leaks are told apart.
-test_packages=(abigail-tools clang clang-format clang-tidy cppcheck git libclang-rt-14-dev libgmp-dev
+# llvm brings the symbolizer, whose function names the leak suppressions match.
+test_packages=(clang clang-format clang-tidy cppcheck gdb git libclang-rt-dev libgmp-dev
     libgtest-dev libxml2-utils llvm make mandoc pkg-config python3-minimal shellcheck strace
     systemd-container valgrind "${packaging_packages[@]}" "${cluster_packages[@]}" "${server_packages[@]}")
 bench_packages=(libgmp-dev libssl-dev python3-minimal "${server_packages[@]}")
@@ -18,12 +18,11 @@ is_installed() {
     [ "$(dpkg-query --show --showformat='${db:Status-Status}' "$1" 2> /dev/null)" = installed ]
 }
 
-# Those of the above that bring a service, which is named like the package.
+# The packages with a service, which has the name of the package.
 packages_with_service=(munge nginx slurmctld slurmd)
 
-# Where systemd runs, it would start the services of freshly installed packages: the tests start
-# their own, and this machine is to serve nobody. Elsewhere Debian starts no service. Takes the names
-# of packages; "as_root" holds the command that makes root.
+# Masks the services of the given packages. Where systemd runs, it would start them, but the tests
+# start their own servers. "as_root" is the command that runs another one as root.
 keep_services_stopped() {
     local service services=()
     [ -d /run/systemd/system ] || return 0
@@ -31,15 +30,15 @@ keep_services_stopped() {
         [[ " $* " != *" $service "* ]] || services+=("$service.service")
     done
     [ "${#services[@]}" -gt 0 ] || return 0
-    echo "Masking ${services[*]}; \"systemctl unmask\" lets them run."
+    echo "Masking ${services[*]}. To allow them, run \"systemctl unmask\"."
     "${as_root[@]}" systemctl mask "${services[@]}"
 }
 
-# Installs those of the named packages that are missing, or ends the script saying which they are.
+# Installs the missing ones of the given packages, or names them and exits.
 install_packages() {
     local package missing=() as_root=()
     if ! command -v dpkg-query apt-get > /dev/null; then
-        echo "This is not a Debian system: see that what these packages bring is there: $*" >&2
+        echo "This is not a Debian system. Make sure that these packages or their like are installed: $*" >&2
         return 0
     fi
     for package in "$@"; do
@@ -48,8 +47,8 @@ install_packages() {
     [ "${#missing[@]}" -eq 0 ] && return 0
     if [ "$(id -u)" -ne 0 ]; then
         if ! command -v sudo > /dev/null; then
-            echo "Debian packages are missing, and sudo is not there to install them." >&2
-            echo "Have root run: apt-get install ${missing[*]}" >&2
+            echo "Debian packages are missing, and sudo is not available to install them." >&2
+            echo "As root, run: apt-get install ${missing[*]}" >&2
             exit 1
         fi
         as_root=(sudo)
