@@ -1,4 +1,4 @@
-# HX_SANITIZE=address,undefined instruments everything that is built here.
+# HX_SANITIZE=address,undefined instruments all targets.
 set(HX_SANITIZE "" CACHE STRING "Comma-separated list of sanitizers")
 
 if(HX_SANITIZE)
@@ -6,7 +6,7 @@ if(HX_SANITIZE)
   add_link_options(-fsanitize=${HX_SANITIZE})
 endif()
 
-# HX_FUZZ, with clang, builds the fuzz targets and lets a fuzzer see the paths that code takes.
+# HX_FUZZ, with clang, builds the fuzz targets and instruments code for them.
 option(HX_FUZZ "Build the fuzz targets" OFF)
 
 function(hx_instrument_for_fuzzing target)

@@ -1,5 +1,4 @@
-# Warnings for our own targets. They are errors in our presets; a plain build
-# with another compiler only reports them.
+# Warnings for our own targets: errors in our presets, but not in a plain build with another compiler.
 option(HX_WERROR "Treat warnings as errors" OFF)
 
 add_library(hx_warnings INTERFACE)

@@ -143,7 +143,7 @@ def check_header_comments():
     """Each declaration of a public header has a comment above it or on its line."""
     declaration = re.compile(
         r"(?P<above>(?:^ *//[^\n]*\n|/\*(?:(?!\*/).)*\*/\s*)*)"
-        r"(?P<text>(?:/\*(?:(?!\*/).)*\*/|//[^\n]*|[^;{}/#])+?[;{}])(?P<behind>[^\n]*)", re.S | re.M)
+        r"(?P<text>(?:/\*(?:(?!\*/).)*\*/|//[^\n]*|[^;{}/#])+?[;{}])(?P<trailing>[^\n]*)", re.S | re.M)
     plain = re.compile(r"\s*(class \w+;|typedef struct\s*\{|\}|[^;]*= delete;|"
                        r"(?:\w+:\s*)?(?:Q_\w+(?:\(<\w+>\))?\s*)*(?:public:\s*)?"
                        r"explicit \w+\(QObject\* parent = nullptr\);)")
@@ -156,7 +156,7 @@ def check_header_comments():
         text = re.sub(r"^#.*|extern \"C\" \{", "", text, flags=re.M)
         text = re.sub(r"^private.*?(?=^public|^\})", "", text, flags=re.M | re.S)
         for found in declaration.finditer(text):
-            comment = found["above"] or re.search(r"//|/\*", found["text"] + found["behind"])
+            comment = found["above"] or re.search(r"//|/\*", found["text"] + found["trailing"])
             expect(comment or plain.match(found["text"]),
                    f"{header.name} does not explain:{found['text']}")
     expect(count >= 13, "few public headers are found")

@@ -30,7 +30,7 @@ bool WriteTo(const char* path, const std::string& text) {
     return written;
 }
 
-// A single id of the new namespace stands for the id outside.
+// Maps the one id of the new namespace to the id outside.
 bool EnterNamespaces(World::Identity identity) {
     const std::string inside = identity == World::Identity::Root ? "0 " : "1000 ";
     const std::string uids = inside + std::to_string(geteuid()) + " 1";
@@ -66,7 +66,7 @@ void Redirect(const std::string& path, int flags, int fd) {
     Redirect(streams / "out", O_WRONLY | O_CREAT | O_APPEND, 1);
     Redirect(streams / "err", O_WRONLY | O_CREAT | O_APPEND, 2);
     if (!EnterWorld(world)) {
-        std::perror("setting up the child's world");
+        std::perror("cannot enter the namespaces of the child");
         _exit(SetUpFailed);
     }
     CallAndReport(body);

@@ -1,4 +1,4 @@
-// Expectations that GoogleTest has no macro for.
+// Expectations that GoogleTest does not have.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -8,7 +8,7 @@
 namespace hx_test {
 
 inline void ExpectHolds(const std::string& text, const std::string& part) {
-    EXPECT_NE(text.find(part), std::string::npos) << part << "\nis not in\n" << text;
+    EXPECT_NE(text.find(part), std::string::npos) << part << "\nis missing in\n" << text;
 }
 
 }  // namespace hx_test

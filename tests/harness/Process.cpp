@@ -28,7 +28,7 @@ namespace {
     _exit(127);
 }
 
-// Reads what is there; false at end of file.
+// Reads the available bytes; returns false at the end of the file.
 bool Drain(int fd, std::string& text) {
     char buffer[4096];
     const ssize_t count = read(fd, buffer, sizeof buffer);
@@ -49,8 +49,7 @@ void CollectOutput(int out, int err, ProcessResult& result) {
     }
 }
 
-// The input goes through a file in memory, so that no reader can block the writer and no disc needs
-// to have room.
+// A file in memory, so that no reader can block the writer and a full disk does not matter.
 int InputDescriptor(const std::string& input) {
     const int fd = memfd_create("input", MFD_CLOEXEC);
     if (write(fd, input.data(), input.size()) == static_cast<ssize_t>(input.size()))

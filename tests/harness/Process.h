@@ -1,4 +1,4 @@
-// Runs programs for tests and keeps what they said.
+// Runs programs for tests and captures their output.
 #pragma once
 
 #include <map>
@@ -8,19 +8,19 @@
 namespace hx_test {
 
 struct ProcessResult {
-    int status = -1;  // exit status; 128 plus the signal when a signal ended it
+    int status = -1;  // exit status, or 128 plus a signal number
     std::string out;
     std::string err;
 };
 
 struct ProcessOptions {
-    std::string input = {};                       // handed to stdin, then closed
-    std::string workingDirectory = {};            // empty: the test's own
-    std::map<std::string, std::string> env = {};  // set on top of the test's own environment
-    std::vector<std::string> unset = {};          // taken out of the environment
+    std::string input = {};                       // content of stdin
+    std::string workingDirectory = {};            // empty: that of the test
+    std::map<std::string, std::string> env = {};  // added to the test's environment
+    std::vector<std::string> unset = {};          // removed from the environment
 };
 
-// Runs `command` (searched in PATH when it holds no slash) to its end.
+// Runs `command` (searched in PATH if it contains no slash) until it ends.
 ProcessResult Run(const std::vector<std::string>& command, const ProcessOptions& options = {});
 
 }  // namespace hx_test

@@ -1,4 +1,4 @@
-// A server program of a test's own on the loopback.
+// A server program on the loopback interface for one test.
 #pragma once
 
 #include <sys/types.h>
@@ -8,13 +8,13 @@
 
 namespace hx_test {
 
-// A TCP port of 127.0.0.1 that nobody listens on at the moment.
+// Returns a TCP port of 127.0.0.1 without a listener.
 int FreePort();
 
-// True when somebody accepts connections on the port of 127.0.0.1.
+// Returns whether the port of 127.0.0.1 accepts connections.
 bool PortAnswers(int port);
 
-// A program that stays in the foreground. It dies with the test's process.
+// A program that stays in the foreground. The kernel kills it when the test's process ends.
 class Server {
 public:
     Server() = default;
@@ -22,8 +22,8 @@ public:
     Server(const Server&) = delete;
     Server& operator=(const Server&) = delete;
 
-    // Starts the program and waits until it answers on `port`. False when it ends before that,
-    // such as when another program took the port, and after 20 seconds.
+    // Starts the program and waits until `port` accepts connections. Returns false after 20 seconds
+    // or if the program ends, for instance because the port is in use.
     bool Start(const std::vector<std::string>& command, int port);
 
     void Stop();

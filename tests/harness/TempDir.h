@@ -1,4 +1,4 @@
-// A directory of the test's own under the system's temporary directory.
+// A new directory below the system's temporary directory, removed with its object.
 #pragma once
 
 #include <cstdlib>

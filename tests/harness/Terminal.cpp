@@ -98,7 +98,7 @@ int Terminal::Finish() {
     while (ReadSome(MillisecondsUntil(end))) {
     }
     int status = 0;
-    // The read ends when the last process closes the terminal, or when the time is over.
+    // Reading ends when the last process closes the terminal, or at the time limit.
     if (MillisecondsUntil(end) == 0)
         kill(m_child, SIGKILL);
     waitpid(m_child, &status, 0);

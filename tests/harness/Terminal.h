@@ -1,4 +1,4 @@
-// A pseudo-terminal with a process behind it, driven as a person would.
+// A pseudo-terminal with a process that the test reads from and types to.
 #pragma once
 
 #include <sys/types.h>
@@ -11,34 +11,34 @@ namespace hx_test {
 class Terminal {
 public:
     enum class Mode {
-        Person,  // echo and line ends as on a console
-        Bytes    // no echo, line feeds as they are: what is read is what was written
+        Person,  // echo and line ends as on a terminal
+        Bytes    // no echo, output bytes unchanged
     };
 
-    // Runs `body` in a forked child whose stdin, stdout and stderr are the terminal. A body that
-    // returns ends the child with status 0.
+    // Runs `body` in a forked child whose stdin, stdout, and stderr are the terminal. When `body`
+    // returns, the child exits with status 0.
     Terminal(Mode mode, const std::function<void()>& body);
 
-    // Ends a child that still runs.
+    // Kills the child if it still runs.
     ~Terminal();
     Terminal(const Terminal&) = delete;
     Terminal& operator=(const Terminal&) = delete;
 
-    // Reads until `text` has come since the last call; false after 20 seconds or at the end.
+    // Reads until `text` appears after the previous match; false after 20 seconds or at the end.
     bool WaitFor(const std::string& text);
 
     void Send(const std::string& keys);
 
-    // Waits for the child to end, 60 seconds at most: its status, 128 plus a signal's number.
+    // Waits up to 60 seconds for the child and returns its status, or 128 plus a signal number.
     int Finish();
 
-    // The child's process id, while it runs.
+    // Returns the process id of the running child.
     pid_t Pid() const { return m_child; }
 
-    // All that came so far.
+    // Returns all output so far.
     const std::string& Output() const { return m_output; }
 
-    // False when a program left the terminal without echo or without line editing.
+    // Returns false if a program left the terminal without echo or line editing.
     bool IsSane() const;
 
 private:

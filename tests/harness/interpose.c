@@ -1,15 +1,15 @@
-/* Fails calls of the C library for tests. Linked into a test program, or preloaded into another.
+/* Makes calls of the C library fail. Linked into a test program, or preloaded into another one.
  *
- *   HX_TEST_FAIL="mkstemp=13,chmod=30"   these calls fail with this errno (as a result, where that
- *                                        is how the call tells)
- *   HX_TEST_FAIL="fopen:3=24"            only the third call does
- *   HX_TEST_SYSCONF="84=0,30=-1"         sysconf answers these numbers for these names
+ *   HX_TEST_FAIL="mkstemp=13,chmod=30"   these calls fail with this errno, or return it if that is
+ *                                        how they report errors
+ *   HX_TEST_FAIL="fopen:3=24"            only the third call fails
+ *   HX_TEST_SYSCONF="84=0,30=-1"         sysconf returns these values for these names
  *   HX_TEST_NO_MEMORY="16"               malloc of exactly this size fails
- *   HX_TEST_NO_MEMORY=":3"               only the third of malloc, calloc and realloc together,
- *                                        counted from the program's start
- *   HX_TEST_REACHED="/tmp/file"          is made when a counted call was reached and failed
+ *   HX_TEST_NO_MEMORY=":3"               only the third call of malloc, calloc, or realloc fails,
+ *                                        counted from the start of the program
+ *   HX_TEST_REACHED="/tmp/file"          created when a counted call fails
  *
- * Children of a program that it is preloaded into go without it.
+ * Child processes do not preload it.
  */
 #define _GNU_SOURCE
 #include <dlfcn.h>
@@ -30,15 +30,15 @@ __attribute__((constructor)) static void stay_in_this_program(void) {
     unsetenv("LD_PRELOAD");
 }
 
-/* Past the calls that this file replaces. */
-static void tell_reached(void) {
+/* Uses system calls, because this file replaces the functions. */
+static void report_reached(void) {
     const char* path = getenv("HX_TEST_REACHED");
     if (path != NULL)
         syscall(SYS_close, syscall(SYS_openat, AT_FDCWD, path, O_CREAT | O_WRONLY, 0600));
 }
 
-/* What stands behind `name`, from its '=' or ':' on, in the comma-separated list of the environment
- * variable `list`; null when it is not there. */
+/* Returns the text after `name`, from its '=' or ':', in the comma-separated environment variable
+ * `list`; null without an entry. */
 static const char* listed(const char* list, const char* name) {
     const char* entry = getenv(list);
     const size_t length = strlen(name);
@@ -51,7 +51,7 @@ static const char* listed(const char* list, const char* name) {
     return NULL;
 }
 
-/* `count` is the caller's own, of calls while a counted failure of its name is asked for. */
+/* `count` belongs to the caller, and counts the calls while a counted failure is requested. */
 static int fails(const char* call, int* count) {
     const char* failure = listed("HX_TEST_FAIL", call);
     if (failure == NULL)
@@ -60,7 +60,7 @@ static int fails(const char* call, int* count) {
         char* end = NULL;
         if (strtol(failure + 1, &end, 10) != ++*count)
             return 0;
-        tell_reached();
+        report_reached();
         failure = end;
     }
     errno = (int)strtol(failure + 1, NULL, 10);
@@ -150,13 +150,13 @@ int setenv(const char* name, const char* value, int overwrite) {
     return FAILS("setenv") ? -1 : REAL(setenv)(name, value, overwrite);
 }
 
-/* No system keeps a file open whose closing failed. */
+/* Closes the file even if it reports a failure, as all systems do. */
 int fclose(FILE* file) {
     const int result = REAL(fclose)(file);
     return FAILS("fclose") ? EOF : result;
 }
 
-/* Qt's children call it on a stack that is too small to look a function up. */
+/* Qt's child processes call it on a stack that is too small for dlsym. */
 int close(int descriptor) {
     const int result = (int)syscall(SYS_close, descriptor);
     return FAILS("close") ? -1 : result;
@@ -169,8 +169,8 @@ extern void* __libc_realloc(void* memory, size_t size);
 
 static int program_runs;
 
-/* Allocations count from here on: libraries that lack memory while they load end the program, or
- * hang, in their own ways. */
+/* Counts allocations from here on: without memory, libraries abort or hang while they are loaded.
+ */
 int __libc_start_main(int (*program)(int, char**, char**), int argc, char** argv,
                       void (*init)(void), void (*fini)(void), void (*loader_fini)(void),
                       void* stack_end) {
@@ -178,7 +178,7 @@ int __libc_start_main(int (*program)(int, char**, char**), int argc, char** argv
     return REAL(__libc_start_main)(program, argc, argv, init, fini, loader_fini, stack_end);
 }
 
-/* Whether an allocation fails: a malloc of a certain size, or any by its number. */
+/* Returns whether an allocation fails: a malloc by its size, or any allocation by its number. */
 static int lacks_memory(int of_malloc, size_t size) {
     static __thread int busy;
     static long count;
@@ -192,7 +192,7 @@ static int lacks_memory(int of_malloc, size_t size) {
     else if (failing != NULL)
         fail = of_malloc && (size_t)strtoul(failing, NULL, 10) == size;
     if (fail && *failing == ':')
-        tell_reached();
+        report_reached();
     busy = 0;
     if (fail)
         errno = ENOMEM;

@@ -1,4 +1,4 @@
-// For a program that is one test of CTest's: tells it apart whether some of its tests were skipped.
+// Runs all tests, and returns HX_SKIPPED if all that ran passed but some were skipped.
 #include <gtest/gtest.h>
 
 int main(int argc, char** argv) {

@@ -1,4 +1,4 @@
-// What most tests include anyway.
+// Headers that most tests include.
 #pragma once
 
 #include <gtest/gtest.h>
