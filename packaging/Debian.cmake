@@ -1,10 +1,10 @@
-# Two Debian packages, one for each component: cpack -G DEB in the build folder.
+# Two Debian packages, one for each component: cpack -G DEB in the build directory.
 set(HX_PACKAGE_CONTACT "Corvane Setup Maintainers <setup@corvane.example>" CACHE STRING
-    "Who maintains the packages")
+    "Maintainer of the packages")
 set(runtime corvane26-setup)
 set(development libhxinstallbase-dev)
 
-# What every Debian package tells about itself.
+# Files that each Debian package contains.
 set(debian ${CMAKE_CURRENT_SOURCE_DIR}/debian)
 find_program(HX_GZIP gzip REQUIRED)
 set(changelog ${CMAKE_CURRENT_BINARY_DIR}/changelog.gz)
@@ -37,7 +37,7 @@ install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs/examples
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME corvane26)
 set(CPACK_PACKAGE_VENDOR "Corvane")
-# It would stand above the packages' own descriptions.
+# Would appear above the packages' own descriptions.
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "")
 set(CPACK_PACKAGE_CONTACT ${HX_PACKAGE_CONTACT})
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
@@ -54,18 +54,18 @@ set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME ${runtime})
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION science)
-# Its postinst takes the place of one that would run ldconfig for a library that it does not look at.
+# The postinst replaces a generated one that would run ldconfig, which does not see this library.
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA ${debian}/postinst ${PROJECT_BINARY_DIR}/docs/postrm)
-# Libraries come from what the binaries are linked with; the commit script makes accounts.
+# Libraries are found from the binaries; the commit script creates accounts.
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS passwd)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_RECOMMENDS systemd)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SUGGESTS slurm-client)
 set(CPACK_DEBIAN_RUNTIME_DESCRIPTION "post-install setup of Corvane
 Corvane is a computational chemistry application for workstations and
-clusters. This package holds its console setup, which an administrator runs
-once per machine: it asks for limits and a queue, and makes the service
-account, the settings, the commands and the compute service.
+clusters. This package contains its console setup, which an administrator runs
+once per machine: it asks for limits and a queue, and creates the service
+account, the settings, the commands, and the compute service.
 .
 Run it with: /usr/lib/corvane26/cv_install --setup")
 
@@ -75,8 +75,8 @@ set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS qt6-base-dev)
 set(CPACK_DEBIAN_DEVELOPMENT_DESCRIPTION "post-install setup of Corvane - development files
 Corvane is a computational chemistry application for workstations and
-clusters. This package holds what programs need that use the library of its
-setup: the setup run itself, probes of the machine, service controllers,
-downloads and integers of any size, for C++ and in parts for C.")
+clusters. This package contains the development files of its setup library: the
+setup itself, probes of the machine, service controllers, downloads, and
+integers of any size, for C++ and partly for C.")
 
 include(CPack)

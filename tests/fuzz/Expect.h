@@ -1,5 +1,5 @@
-// What must hold for every input. A failure ends the process, which libFuzzer reports as a crash
-// with the stack; stderr itself may be closed by then.
+// Conditions for all inputs. A failure aborts, which libFuzzer reports as a crash with the stack,
+// even if stderr is closed.
 #pragma once
 
 #include <cstdio>

@@ -50,7 +50,7 @@ std::string MemoryFile::Content() const {
 
 using hx_fuzz::MemoryFiles;
 
-// The library's calls reach these, since a program's own symbols come first.
+// The library calls these functions, because symbols of the program take precedence.
 extern "C" FILE* fopen(const char* path, const char* mode) {
     static const auto real = reinterpret_cast<decltype(&fopen)>(dlsym(RTLD_NEXT, "fopen"));
     hx_fuzz::MemoryFile* file = MemoryFiles::Find(path);

@@ -1,11 +1,11 @@
-// Files that stand in memory: what is fuzzed opens them by their path, with fopen or access.
+// Files in memory, for code that opens them by their path with fopen or access.
 #pragma once
 
 #include <string>
 
 namespace hx_fuzz {
 
-// Stands at `path` while it lives. One thread; one object for a path at a time.
+// The file `path` while the object lives. Not thread-safe; at most one object for each path.
 class MemoryFile {
 public:
     MemoryFile(const char* path, std::string content);
@@ -13,7 +13,7 @@ public:
     MemoryFile(const MemoryFile&) = delete;
     MemoryFile& operator=(const MemoryFile&) = delete;
 
-    // The content that was written by fopen(path, "w") and fclose, or else the first one.
+    // Returns the content written with fopen(path, "w") and fclose, or else the initial one.
     std::string Content() const;
 
 private:

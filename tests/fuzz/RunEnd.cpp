@@ -12,8 +12,8 @@ bool armed = false;
 
 }  // namespace
 
-// Under this name, since the C library's declaration of exit allows no exception. An exception
-// destroys what stands on the stack, so that it does not look like a leak.
+// Has another name because the C library's declaration of exit allows no exception. An exception
+// destroys the objects on the stack, which would otherwise look like leaks.
 extern "C" [[noreturn]] void EndRun(int status) __asm__("exit");
 
 extern "C" void EndRun(int status) {

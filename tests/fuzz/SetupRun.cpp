@@ -16,8 +16,8 @@ namespace {
 
 constexpr const char* Program = "/opt/corvane/cv_install";
 
-// What bash or sed would take for more than text, by bytes; the guard goes by characters.
-bool Holds(const QString& value, const char* unusable) {
+// Returns whether bash or sed would interpret a byte of `value`. The guard checks characters.
+bool Contains(const QString& value, const char* unusable) {
     const QByteArray bytes = value.toUtf8();
     for (const char byte : bytes) {
         const auto code = static_cast<unsigned char>(byte);
@@ -81,11 +81,11 @@ Words::Words(const std::string& text) : m_words{Program} {
 int RunOver(int argc, char** argv, const std::string& queueLimits,
             const std::function<void(CInstallBase&)>& body) {
     const MemoryFile limits("/var/corvane/QueueLimits", queueLimits);
-    // Without a stanza there is no record that lives on.
+    // A processor entry would create a record that is never freed.
     const MemoryFile cpuinfo("/proc/cpuinfo", "");
     return StatusOf([&] {
         CInstallBase run(true, argc, argv);
-        // Lives on by design, which would hide other leaks.
+        // The setup never frees it by design, which would hide other leaks.
         const std::unique_ptr<COSRelease> release(run.m_osRelease);
         body(run);
     });
@@ -98,11 +98,11 @@ void ExpectGuarded(const CInstallBase& run) {
         return;
     }
     for (const QString& value : {run.m_scratchDir, run.m_prevScratchDir})
-        HX_EXPECT(!Holds(value, "\"$`\\"));
+        HX_EXPECT(!Contains(value, "\"$`\\"));
     for (const QString& value :
          {run.m_scheduler, run.m_queueName, run.m_partitionName, run.m_qsubCmd, run.m_qdelCmd,
           run.m_qsigCmd, run.m_sbatchCmd, run.m_scancelCmd})
-        HX_EXPECT(!Holds(value, "\"$`\\|&"));
+        HX_EXPECT(!Contains(value, "\"$`\\|&"));
     for (const QString& name :
          QStringList{run.m_serviceGroup, run.m_serviceUser} + run.m_serviceMembers)
         HX_EXPECT(IsAccountName(name));
@@ -110,7 +110,7 @@ void ExpectGuarded(const CInstallBase& run) {
 
 }  // namespace hx_fuzz
 
-// Every run is one of root, whoever fuzzes.
+// Makes every setup one as root.
 extern "C" uid_t getuid() noexcept {
     return 0;
 }

@@ -1,4 +1,4 @@
-// Setup runs by root over an input, for targets that look at their fields. Nothing is written.
+// Setups as root with fuzzed input, for targets that check their fields. They write no files.
 #pragma once
 
 #include <functional>
@@ -9,11 +9,10 @@
 
 namespace hx_fuzz {
 
-// A text taken apart into sections, which lines of "====" separate.
+// Splits `input` into `count` sections at the lines "====".
 std::vector<std::string> Sections(const std::string& input, size_t count);
 
-// A command line: the name of the program, then one word for each line of `text`, and a null
-// pointer.
+// A command line: the name of the program, one word for each line of `text`, and a null pointer.
 class Words {
 public:
     explicit Words(const std::string& text);
@@ -25,13 +24,12 @@ private:
     std::vector<char*> m_pointers;
 };
 
-// Constructs a run of these arguments over this QueueLimits file, calls `body` with it, and
-// returns the status with which the run ended the process, or -1.
+// Constructs a setup from the arguments and the QueueLimits file, and calls `body` with it. Returns
+// the status that the setup passed to exit(), or -1.
 int RunOver(int argc, char** argv, const std::string& queueLimits,
             const std::function<void(CInstallBase&)>& body);
 
-// The script's values that no later check looks at must be harmless: this fails unless those of an
-// accepted run are.
+// Fails if the guard accepts a setup with an unsafe value in a field that no later check covers.
 void ExpectGuarded(const CInstallBase& run);
 
 }  // namespace hx_fuzz

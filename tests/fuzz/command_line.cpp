@@ -1,5 +1,5 @@
-// Command lines of cv_install over a QueueLimits file: what the executable accepts is what the
-// library applies, and what the guard accepts is harmless.
+// Command lines of cv_install with a QueueLimits file. The library applies what the program
+// accepts, and values that the guard accepts are safe.
 //
 // An input is one word for each line, then "====" and the file.
 #include <algorithm>
@@ -53,7 +53,7 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, size_t size) {
         Apply(arguments.argc(), arguments.argv(), sections[1]);
     });
     HX_EXPECT(status == -1 || status == Unusable);
-    // Other executables hand their arguments to the library as they are.
+    // Other programs pass their arguments to the library unchanged.
     if (status == Unusable)
         Apply(words.argc(), words.argv(), sections[1]);
     return 0;

@@ -1,4 +1,4 @@
-// Reports of df: the figure is in range, and the one that a plain reading of the line gives.
+// Reports of df. The value is in range and the same as from a simple parser.
 #include <regex>
 #include <sstream>
 #include <string>
@@ -10,7 +10,7 @@ namespace {
 
 constexpr long long BlocksOfAGigabyte = 1048576;
 
-// The fourth field of the second line; empty without one.
+// Returns the fourth field of the second line; empty without one.
 std::string AvailableField(const std::string& report) {
     std::istringstream lines(report);
     std::string line;
@@ -25,7 +25,7 @@ std::string AvailableField(const std::string& report) {
     return field;
 }
 
-void ExpectFigure(const std::string& field, int available) {
+void ExpectValue(const std::string& field, int available) {
     static const std::regex number("[+-]?[0-9]{1,18}");
     if (field.empty())
         HX_EXPECT(available == 0);
@@ -41,6 +41,6 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, size_t size) {
     const std::string report(data, data + size);
     const int available = hx::AvailableGigabytes(QByteArray::fromStdString(report));
     HX_EXPECT(available >= -2048 && available <= 2047);
-    ExpectFigure(AvailableField(report), available);
+    ExpectValue(AvailableField(report), available);
     return 0;
 }

@@ -1,4 +1,4 @@
-// The files below /proc: every reader gets the input as its file, and its answer is in range.
+// Files below /proc: each reader reads the input as its file, and returns a value in range.
 #include <dlfcn.h>
 #include <sanitizer/allocator_interface.h>
 #include <unistd.h>
@@ -18,9 +18,9 @@ namespace {
 constexpr long Unknown = -1;
 constexpr unsigned Processors = 8;
 
-long answer = Unknown;  // of sysconf, for what the readers ask it
+long answer = Unknown;  // returned by sysconf for the names that the readers use
 
-// The records that the core count keeps by design, which would hide other leaks.
+// Frees the records that the core count keeps by design, which would hide other leaks.
 class KeptRecords {
 public:
     KeptRecords() { Watched() = this; }
@@ -72,7 +72,7 @@ void ExpectIdentityInRange() {
     HX_EXPECT(procVersion() >= 0 && procVersion() <= 3);
     const int clock = procCPUMhz();
     HX_EXPECT(clock >= -1);
-    // Both grids have their figures in every hundred, but for thirds that end in 33, 66 or 0.
+    // Nominal clocks are multiples of 10, or of a third of 100: they end in 33, 66, or 0.
     const int rest = clock % 10;
     HX_EXPECT(clock == -1 || rest == 0 || rest == 3 || rest == 6 || clock > 10000);
     procCacheSize();
@@ -99,7 +99,7 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, size_t size) {
     const hx_fuzz::MemoryFile version("/proc/version", content);
     answer = Processors;
     const unsigned cores = CountCores(1);
-    // Negative figures in the file may make a negative sum, which is taken as it is.
+    // Negative values in the file can result in a negative sum, which is returned unchanged.
     HX_EXPECT(cores <= Processors || static_cast<int>(cores) < 0);
     answer = Unknown;
     CountCores(0);

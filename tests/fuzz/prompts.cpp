@@ -1,7 +1,7 @@
-// Conversations: all questions of a setup by root in their order, over a QueueLimits file and
-// whatever the console says. The answers are in range, and a closed console never hangs.
+// All questions of a setup as root in order, with a QueueLimits file and fuzzed answers. The
+// accepted answers are in range, and the end of input never hangs.
 //
-// An input is a QueueLimits file, "====", one option for each line, "====" and the console.
+// An input is a QueueLimits file, "====", one option for each line, "====" and the answers.
 #include <cstdio>
 
 #include "fuzz/Expect.h"
@@ -40,7 +40,7 @@ void AskForLimits(CInstallBase& run) {
     run.PromptJobLimit();
     HX_EXPECT(run.m_jobLimit >= 1);
     run.PromptMemoryLimit();
-    // More threads than megabytes leave none for each.
+    // The limit is 0 if there are more threads than megabytes.
     HX_EXPECT(run.m_memoryLimitMB >= (run.m_jobLimit > run.m_ramMB ? 0 : 1));
     run.PromptScratchDirectory();
     run.PromptScratchLimit();
@@ -73,7 +73,7 @@ int freeGigabytes = 0;
 
 }  // namespace
 
-// No df is started; the figure is part of the input.
+// Replaces df: the free space depends on the input.
 void CDfProcess::Run(const QString& /*path*/) {}
 int CDfProcess::TotalAvailable() {
     return freeGigabytes;

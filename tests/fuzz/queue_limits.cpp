@@ -1,4 +1,4 @@
-// QueueLimits files: what is read is in range, and what is written reads the same.
+// QueueLimits files: values are in range, and a written file has the same values.
 #include <algorithm>
 #include <string>
 
@@ -11,10 +11,10 @@ namespace {
 constexpr const char* Directory = "/fuzzed";
 constexpr const char* Path = "/fuzzed/QueueLimits";
 
-// Of a written Scratch line, which is read in pieces of 255 bytes.
+// The longest value on a Scratch line, which is read in pieces of 255 bytes.
 constexpr size_t LongestScratch = 255 - sizeof "Scratch: " + 1;
 
-bool IsBlank(char character) {
+bool IsSpaceOrTab(char character) {
     return character == ' ' || character == '\t';
 }
 
@@ -24,11 +24,11 @@ void ExpectInRange(const CQueueLimits& limits) {
     HX_EXPECT(limits.DiskPerThreadGB >= 0 && limits.ThreadsPerMolecule >= 0);
     HX_EXPECT(limits.Scratch.size() < 256);
     HX_EXPECT(limits.Scratch.find_first_of(std::string("\n\0", 2)) == std::string::npos);
-    HX_EXPECT(limits.Scratch.empty() || !IsBlank(limits.Scratch.front()));
-    HX_EXPECT(limits.Scratch.empty() || !IsBlank(limits.Scratch.back()));
+    HX_EXPECT(limits.Scratch.empty() || !IsSpaceOrTab(limits.Scratch.front()));
+    HX_EXPECT(limits.Scratch.empty() || !IsSpaceOrTab(limits.Scratch.back()));
 }
 
-std::string Cut(std::string scratch) {
+std::string Truncated(std::string scratch) {
     scratch.resize(std::min(scratch.size(), LongestScratch));
     scratch.resize(scratch.find_last_not_of(" \t") + 1);
     return scratch;
@@ -39,7 +39,7 @@ void ExpectSame(const CQueueLimits& limits, const CQueueLimits& again) {
     HX_EXPECT(limits.MemoryPerThreadMB == again.MemoryPerThreadMB);
     HX_EXPECT(limits.DiskPerThreadGB == again.DiskPerThreadGB);
     HX_EXPECT(limits.ThreadsPerMolecule == again.ThreadsPerMolecule);
-    HX_EXPECT(Cut(limits.Scratch) == again.Scratch);
+    HX_EXPECT(Truncated(limits.Scratch) == again.Scratch);
 }
 
 }  // namespace

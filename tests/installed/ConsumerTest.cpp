@@ -1,4 +1,4 @@
-// The example of a program with an installed library, built as a newcomer would.
+// The example programs, built with the installed library as the guide says.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -33,8 +33,8 @@ void Build(const TempDir& project) {
     RunWell({HX_CMAKE, "--build", project / "build"});
 }
 
-void ExpectTellsTheMachine(const std::string& program) {
-    // As the system's own tools tell it.
+void ExpectPrintsMachine(const std::string& program) {
+    // The values of the system's own tools.
     const std::string processors = RunWell({"getconf", "_NPROCESSORS_CONF"});
     const std::string memory =
         RunWell({"sh", "-c", "echo $(($(getconf _PHYS_PAGES) * $(getconf PAGESIZE) / 1048576))"});
@@ -43,8 +43,7 @@ void ExpectTellsTheMachine(const std::string& program) {
                                       " MB\n2^89 - 1 = 618970019642690137449562111\n");
 }
 
-// Runs the setup as an ordinary user, in a home of its own; a shared installation of this machine
-// plays no part.
+// Runs the setup as a regular user with a new home directory, and hides an installation in /var.
 void ExpectSetsUp(const std::string& program, const InstalledTree& tree) {
     HX_REQUIRE_NAMESPACES();
     const std::string product = tree.Product();
@@ -64,29 +63,29 @@ void ExpectSetsUp(const std::string& program, const InstalledTree& tree) {
     EXPECT_EQ(RunWell({home / "corvane26", "--printenv", "CORV_QUEUE_TYPE"}), "INTERNAL\n");
     EXPECT_TRUE(fs::exists(home / "corvanerc/corvane26server/resources/index.html"));
     EXPECT_NE(hx_test::ReadFile(home / "QueueLimits").find("\nScratch: /tmp\n"), std::string::npos);
-    EXPECT_EQ(tree.Files({}), before) << "the installation is changed";
+    EXPECT_EQ(tree.Files({}), before) << "the setup changed the installation";
 }
 
-TEST(Consumer, IsBuiltWithCMakeAgainstATreeThatWasMoved) {
+TEST(Consumer, BuildsWithCMakeFromMovedTree) {
     const InstalledTree& tree = InstalledTree::Moved();
     const TempDir project;
     CopyExample(project);
     RunWell(Configure(project, tree.Path()));
     Build(project);
-    ExpectTellsTheMachine(project / "build/machine");
+    ExpectPrintsMachine(project / "build/machine");
     RunWell({HX_CMAKE, "--install", project / "build", "--prefix", project / "installed"},
             {.unset = {"DESTDIR"}});
-    ExpectTellsTheMachine(project / "installed/bin/machine");
+    ExpectPrintsMachine(project / "installed/bin/machine");
     ExpectSetsUp(project / "installed/bin/private_setup", tree);
 }
 
-TEST(Consumer, IsBuiltWithPkgConfigAgainstAStagedTree) {
+TEST(Consumer, BuildsWithPkgConfigFromStagedTree) {
     const InstalledTree tree(InstalledTree::Way::Staged);
     const TempDir project;
     CopyExample(project);
     RunWell({"make", "-C", project.path(), "CC=" HX_CC, "CXX=" HX_CXX,
              "PKG_CONFIG_PATH=" + tree.PkgConfig()});
-    ExpectTellsTheMachine(project / "machine");
+    ExpectPrintsMachine(project / "machine");
     ExpectSetsUp(project / "private_setup", tree);
 }
 
@@ -95,19 +94,19 @@ project(consumer LANGUAGES C)
 foreach(other IN ITEMS 25 26.1 27)
   find_package(HXInstallBase ${other} QUIET COMPONENTS C)
   if(HXInstallBase_FOUND)
-    message(FATAL_ERROR "version ${other} is found")
+    message(FATAL_ERROR "found version ${other}")
   endif()
 endforeach()
 find_package(HXInstallBase 26.0 QUIET COMPONENTS C Fortran)
 if(HXInstallBase_FOUND)
-  message(FATAL_ERROR "a component is found that nobody has")
+  message(FATAL_ERROR "found a nonexistent component")
 endif()
 find_package(HXInstallBase 26.0 REQUIRED COMPONENTS C)
 add_executable(machine machine.c)
 target_link_libraries(machine PRIVATE HXInstallBase::C)
 )";
 
-TEST(Consumer, InCNeedsNeitherQtNorCPlusPlus) {
+TEST(Consumer, BuildsInCWithoutQtOrCPlusPlus) {
     const TempDir project;
     fs::copy(example + "/machine.c", project / "machine.c");
     hx_test::WriteFile(project / "CMakeLists.txt", cProject);
@@ -115,7 +114,7 @@ TEST(Consumer, InCNeedsNeitherQtNorCPlusPlus) {
     command.insert(command.end(), {"-DCMAKE_DISABLE_FIND_PACKAGE_Qt6=ON", "--no-warn-unused-cli"});
     RunWell(command);
     Build(project);
-    ExpectTellsTheMachine(project / "build/machine");
+    ExpectPrintsMachine(project / "build/machine");
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// Every header is complete: a program may include it first, or alone.
+// Each public header compiles on its own.
 #include <gtest/gtest.h>
 
 #include <sstream>
@@ -19,7 +19,7 @@ Words Split(const std::string& text) {
     return words;
 }
 
-// Options that pkg-config gives for the installed tree.
+// Returns the compiler options that pkg-config prints for the installed tree.
 Words CompilerOptions(const std::string& package) {
     return Split(RunWell({"pkg-config", "--cflags", package},
                          {.env = {{"PKG_CONFIG_PATH", InstalledTree::Moved().PkgConfig()}}}));
@@ -30,11 +30,11 @@ void ExpectCompiles(const std::string& compiler, Words options, const std::strin
                    {compiler, "-fsyntax-only", "-Wall", "-Wextra", "-Wpedantic", "-Werror"});
     options.push_back("-");
     SCOPED_TRACE(header);
-    // C wants more than macros in a file.
+    // A C file must contain a declaration.
     RunWell(options, {.input = "#include \"" + header + "\"\nextern int other;\n"});
 }
 
-TEST(Headers, OfCCompileAloneInCAndInCPlusPlusWithoutQt) {
+TEST(Headers, CompileAloneInCAndCPlusPlusWithoutQt) {
     for (const char* header :
          {"bigint/mp_int.h", "probes/cpu_memory.h", "probes/processor_identity.h",
           "support/HXfgets.h", "support/hx_export.h", "support/storeFile.h"}) {
@@ -47,7 +47,7 @@ TEST(Headers, OfCCompileAloneInCAndInCPlusPlusWithoutQt) {
     }
 }
 
-TEST(Headers, OfCPlusPlusCompileAlone) {
+TEST(Headers, CompileAloneInCPlusPlus) {
     Words options = CompilerOptions("HXInstallBase");
     options.insert(options.end(), {"-x", "c++", "-std=c++20"});
     for (const char* header :

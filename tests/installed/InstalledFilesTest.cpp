@@ -1,4 +1,4 @@
-// What an installation consists of, and that it can stand anywhere.
+// The files of an installation, which can be moved.
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -21,13 +21,13 @@ const Files productFiles = {"corvane26.template 644",
                             "libHXInstallBase.so.26 644"};
 const Files developersLink = {"libHXInstallBase.so -> libHXInstallBase.so.26"};
 
-TEST(InstalledFiles, TheProductFolderIsComplete) {
+TEST(InstalledFiles, FillProductDirectory) {
     Files expected = productFiles;
     expected.insert(developersLink.begin(), developersLink.end());
     EXPECT_EQ(InstalledTree::Moved().Files("lib/corvane26"), expected);
 }
 
-TEST(InstalledFiles, TheHeadersStandInTheirFolders) {
+TEST(InstalledFiles, IncludeHeadersInTheirDirectories) {
     EXPECT_EQ(
         InstalledTree::Moved().Files("include"),
         (Files{"HXInstallBase/bigint/mp_int.h 644", "HXInstallBase/commit/CCommitScript.h 644",
@@ -45,7 +45,7 @@ TEST(InstalledFiles, TheHeadersStandInTheirFolders) {
                "HXInstallBase/support/storeFile.h 644"}));
 }
 
-TEST(InstalledFiles, WhatRunsASetupComesWithoutWhatProgramsAreBuiltWith) {
+TEST(InstalledFiles, AreSplitIntoComponents) {
     const InstalledTree runtime(InstalledTree::Way::Runtime);
     EXPECT_EQ(runtime.Files("lib/corvane26"), productFiles);
     EXPECT_EQ(runtime.Files("include"), Files());
@@ -55,7 +55,7 @@ TEST(InstalledFiles, WhatRunsASetupComesWithoutWhatProgramsAreBuiltWith) {
     EXPECT_FALSE(development.Files("include").empty());
 }
 
-TEST(InstalledFiles, NoPlaceIsNamedForGood) {
+TEST(InstalledFiles, ContainNoAbsolutePath) {
     const InstalledTree& tree = InstalledTree::Moved();
     int texts = 0;
     for (const std::string& directory : {tree.CMakePackage(), tree.PkgConfig()}) {
@@ -64,14 +64,14 @@ TEST(InstalledFiles, NoPlaceIsNamedForGood) {
             for (const std::string& place : {std::string(HX_BUILD_DIR), std::string(HX_SOURCE_DIR),
                                              tree.PrefixWhenInstalled()})
                 EXPECT_EQ(text.find(place), std::string::npos)
-                    << entry.path() << " names " << place;
+                    << entry.path() << " contains " << place;
             ++texts;
         }
     }
     EXPECT_GE(texts, 6);
 }
 
-TEST(InstalledFiles, LinksOfTheDocumentsLeadToDocumentsBesideThem) {
+TEST(InstalledFiles, IncludeTargetsOfLinksInDocuments) {
     int links = 0;
     for (const auto& entry :
          std::filesystem::recursive_directory_iterator(InstalledTree::Moved().Path("share/doc"))) {
@@ -81,7 +81,7 @@ TEST(InstalledFiles, LinksOfTheDocumentsLeadToDocumentsBesideThem) {
         static const std::regex link(R"re(\]\(([^)#]+)[^)]*\)|`(examples/[a-z_/.]+)`)re");
         for (std::sregex_iterator at(text.begin(), text.end(), link), end; at != end; ++at) {
             const std::string target = (*at)[1].str() + (*at)[2].str();
-            // This text names both places of the examples.
+            // The example is in two places.
             if (target == "examples/consumer/")
                 continue;
             EXPECT_TRUE(std::filesystem::exists(entry.path().parent_path() / target))
@@ -92,8 +92,8 @@ TEST(InstalledFiles, LinksOfTheDocumentsLeadToDocumentsBesideThem) {
     EXPECT_GE(links, 6);
 }
 
-// As the guide tells.
-TEST(InstalledFiles, TheirListRemovesThem) {
+// Runs the command of the guide.
+TEST(InstalledFiles, AreRemovedByManifest) {
     const hx_test::TempDir directory;
     RunWell({HX_CMAKE, "--install", HX_BUILD_DIR, "--prefix", directory / "prefix"},
             {.unset = {"DESTDIR"}});
@@ -101,7 +101,7 @@ TEST(InstalledFiles, TheirListRemovesThem) {
     EXPECT_EQ(RunWell({"find", directory / "prefix", "!", "-type", "d"}), "");
 }
 
-TEST(InstalledFiles, TheSetupRunsFromWhereItStands) {
+TEST(InstalledFiles, IncludeRunnableSetup) {
     const std::string out =
         RunWell({InstalledTree::Moved().Product() + "/cv_install", "--version"});
     EXPECT_NE(out.find("26.0.0"), std::string::npos) << out;

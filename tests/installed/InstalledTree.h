@@ -1,4 +1,4 @@
-// Installations of this build in directories of the test's own.
+// Installations of this build in temporary directories.
 #pragma once
 
 #include <set>
@@ -8,33 +8,33 @@
 #include "harness/Process.h"
 #include "harness/TempDir.h"
 
-// One installation, gone with its object.
+// One installation, removed with its object.
 class InstalledTree {
 public:
     enum class Way {
-        Prefix,   // into a prefix, which was moved since then
+        Prefix,   // in a prefix that was moved afterwards
         Staged,   // for /usr, staged with DESTDIR
-        Runtime,  // what runs a setup, and nothing else
+        Runtime,  // the component that runs a setup
         Development
     };
     explicit InstalledTree(Way way);
 
-    // A path below the prefix, as it can be reached now.
+    // Returns a path below the current prefix.
     std::string Path(const std::string& name = {}) const { return m_prefix + "/" + name; }
     std::string Product() const { return Path("lib/corvane26"); }
 
-    // The folders of the CMake package and of the pkg-config files.
+    // The directories of the CMake package and of the pkg-config files.
     std::string CMakePackage() const;
     std::string PkgConfig() const;
 
-    // What stands below a directory of the prefix, by its name there: plain files and links, such
-    // as "docroot/icons.tar 644" or "libX.so -> libX.so.1".
+    // Returns the files and links below a directory of the prefix, such as "docroot/icons.tar 644"
+    // or "libX.so -> libX.so.1".
     std::set<std::string> Files(const std::string& directory) const;
 
-    // The path that `cmake --install` was given.
+    // Returns the prefix that was passed to `cmake --install`.
     const std::string& PrefixWhenInstalled() const { return m_given; }
 
-    // The prefix is moved once; then all tests of the program share it.
+    // Returns an installation that all tests share.
     static const InstalledTree& Moved();
 
 private:
@@ -45,6 +45,6 @@ private:
     std::string m_prefix;
 };
 
-// Runs the command and expects it to succeed; returns what it wrote to stdout.
+// Runs the command, expects it to succeed, and returns its standard output.
 std::string RunWell(const std::vector<std::string>& command,
                     const hx_test::ProcessOptions& options = {});

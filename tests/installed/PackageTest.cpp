@@ -1,4 +1,4 @@
-// The Debian packages: installed, used and removed on a machine that is thrown away.
+// The Debian packages: installed, used, and removed on a throwaway machine.
 #include <gtest/gtest.h>
 
 #include <memory>
@@ -15,14 +15,14 @@ namespace {
 
 using hx_test::ThrowawayMachine;
 
-// Stands in for the application's service, which other packages bring.
+// Replaces the application's service, which other packages contain.
 constexpr const char* serviceProgram = "#!/bin/sh\nexec sleep infinity\n";
 
-// The packages of this build, made once.
+// The packages of this build, created once.
 class Packages {
 public:
     Packages() {
-        // Who makes a package may keep files to themselves.
+        // The umask of the user who creates a package can be restrictive.
         const auto made =
             hx_test::Run({"sh", "-c", "umask 077 && exec \"$0\" -G DEB --config \"$1\" -B \"$2\"",
                           HX_CPACK, HX_BUILD_DIR "/CPackConfig.cmake", m_directory / ""});
@@ -31,7 +31,7 @@ public:
     const std::string& Problem() const { return m_problem; }
     std::string Directory() const { return m_directory.path().string(); }
 
-    // A field of the package's control file.
+    // Returns a field of the package's control file.
     std::string Field(const std::string& package, const std::string& name) const {
         return hx_test::Run({"sh", "-c", "dpkg-deb --field \"$0\"/\"$1\"_*.deb \"$2\"", Directory(),
                              package, name})
@@ -48,21 +48,21 @@ const Packages& ThePackages() {
     return packages;
 }
 
-TEST(PackageFiles, NameWhatTheyNeed) {
+TEST(PackageFiles, DeclareDependencies) {
     if (hx_test::Run({"dpkg-shlibdeps", "--version"}).status != 0)
-        GTEST_SKIP() << "dpkg-shlibdeps is needed";
+        GTEST_SKIP() << "dpkg-shlibdeps is not installed";
     ASSERT_EQ(ThePackages().Problem(), "");
     const std::string needed = ThePackages().Field("corvane26-setup", "Depends");
     for (const char* package :
-         {"libc6 (>= ", "libqt6core6 (>= 6.4", "libqt6network6 (>= ", "libstdc++6 (>= ", "passwd"})
+         {"libc6 (>= ", "libqt6core6", "libqt6network6", "libstdc++6 (>= ", "passwd"})
         EXPECT_NE(needed.find(package), std::string::npos) << package << " is not in " << needed;
     EXPECT_EQ(ThePackages().Field("libhxinstallbase-dev", "Depends"),
               "corvane26-setup (= 26.0.0), qt6-base-dev\n");
 }
 
-TEST(PackageFiles, BelongToRootAndAreForEverybody) {
+TEST(PackageFiles, BelongToRootAndAreReadableByAll) {
     if (hx_test::Run({"dpkg-shlibdeps", "--version"}).status != 0)
-        GTEST_SKIP() << "dpkg-shlibdeps is needed";
+        GTEST_SKIP() << "dpkg-shlibdeps is not installed";
     ASSERT_EQ(ThePackages().Problem(), "");
     const std::string list =
         hx_test::Run({"sh", "-c", "for p in \"$0\"/*.deb; do dpkg-deb --contents \"$p\"; done",
@@ -90,7 +90,7 @@ protected:
             return;
         s_machine->CopyIn(ThePackages().Directory(), "/packages");
         s_machine->CopyIn(HX_SOURCE_DIR "/docs/examples/consumer", "/consumer");
-        // The index of manual pages takes seconds each time and is not ours.
+        // Updating the index of manual pages takes seconds and is not tested here.
         Shell("rm -f /var/lib/man-db/auto-update");
         s_fresh = Files();
         s_accounts = Accounts();
@@ -99,7 +99,7 @@ protected:
 
     static std::string Hindrance() {
         if (hx_test::Run({"dpkg-shlibdeps", "--version"}).status != 0)
-            return "dpkg-shlibdeps is needed";
+            return "dpkg-shlibdeps is not installed";
         return ThrowawayMachine::Hindrance();
     }
 
@@ -110,7 +110,7 @@ protected:
         ASSERT_TRUE(s_booted) << s_machine->Log();
     }
 
-    // Also what a failed test has left.
+    // Also removes the files of a failed test.
     void TearDown() override {
         if (!s_booted)
             return;
@@ -123,7 +123,7 @@ protected:
             "userdel svc; groupdel svc; groupdel lab");
     }
 
-    // What the machine's shell prints for `text`, which must succeed.
+    // Returns what the machine's shell prints for `text`, which must succeed.
     static std::string Shell(const std::string& text) {
         const auto result = s_machine->Shell(text);
         EXPECT_EQ(result.status, 0) << text << '\n' << result.out << result.err;
@@ -132,12 +132,12 @@ protected:
 
     static void Install() { Shell("dpkg -i /packages/*.deb"); }
 
-    // Returns what dpkg and the package tell.
+    // Returns what dpkg and the package print.
     static std::string Purge() {
         return Shell("dpkg -P libhxinstallbase-dev corvane26-setup 2>&1");
     }
 
-    // With the application's service beside it, so that it can start.
+    // Sets up with a replacement of the application's service, so that the unit can start.
     static void SetUpService(const std::string& product, const std::string& options = {}) {
         hx_test::WriteFile(s_machine->Path(product + "/cv_computeservice"), serviceProgram);
         Shell("chmod 755 " + product + "/cv_computeservice; " + product +
@@ -148,7 +148,7 @@ protected:
         return Shell("systemctl show --value -p " + property + " corvane26_service");
     }
 
-    // All files but those that come and go on a running machine, and backups.
+    // Returns all files except backups and those that change on a running machine.
     static std::set<std::string> Files() {
         std::istringstream list(Shell(
             "find /etc /home /opt /root /srv /usr /var -xdev "
@@ -161,14 +161,14 @@ protected:
         return files;
     }
 
-    // Without the secrets.
+    // Returns the accounts without passwords.
     static std::string Accounts() {
         return Shell(
             "cut -d: -f1,3- /etc/passwd; cut -d: -f1,3- /etc/group; cut -d: -f1 /etc/shadow; "
             "cut -d: -f1,3- /etc/gshadow");
     }
 
-    // Compares with what was there before the packages came.
+    // Compares with the state before the packages were installed.
     static void ExpectNothingLeft() {
         const std::set<std::string> now = Files();
         for (const std::string& file : now)
@@ -186,7 +186,7 @@ protected:
 
 constexpr const char* product = "/usr/lib/corvane26";
 
-TEST_F(Package, IsInstalledAndRemovedWithoutATrace) {
+TEST_F(Package, LeavesNothingWhenRemovedWithoutSetup) {
     Install();
     EXPECT_EQ(Shell("cd /consumer && make machine > /dev/null && ./machine | tail -n 1"),
               "2^89 - 1 = 618970019642690137449562111\n");
@@ -196,7 +196,7 @@ TEST_F(Package, IsInstalledAndRemovedWithoutATrace) {
     ExpectNothingLeft();
 }
 
-TEST_F(Package, LeavesNothingOfASetupWhenItIsPurged) {
+TEST_F(Package, LeavesNothingOfSetupWhenPurged) {
     Install();
     Shell("useradd ann");
     SetUpService(product);
@@ -212,19 +212,19 @@ TEST_F(Package, LeavesNothingOfASetupWhenItIsPurged) {
     Shell("dpkg -r libhxinstallbase-dev corvane26-setup");
     EXPECT_EQ(Unit("LoadState"), "not-found\n");
     EXPECT_NE(s_machine->Shell("kill -0 " + pid).status, 0);
-    // What the administrator wrote is a setting.
+    // The administrator's file is a setting.
     EXPECT_EQ(Shell("find /usr/bin /usr/lib /etc/systemd /run -name 'corvane26*'"),
               "/etc/systemd/system/corvane26_service.service.d\n");
     EXPECT_EQ(Shell("head -c 12 /var/corvane/QueueLimits; stat -c ' %U' /var/corvane"),
               "MaxThreads:  corvsrvc\n");
-    // dpkg may call it again.
+    // dpkg can call it twice.
     Shell("/var/lib/dpkg/info/corvane26-setup.postrm remove");
 
     Shell("dpkg -P corvane26-setup; userdel ann");
     ExpectNothingLeft();
 }
 
-TEST_F(Package, LeavesARunningServiceAloneWhenItIsInstalledAgain) {
+TEST_F(Package, KeepsServiceRunningWhenInstalledAgain) {
     Install();
     SetUpService(product);
     const std::string pid = Unit("MainPID");
@@ -236,7 +236,7 @@ TEST_F(Package, LeavesARunningServiceAloneWhenItIsInstalledAgain) {
     EXPECT_EQ(Shell(tree), before);
 }
 
-TEST_F(Package, KeepsWhatAnotherCopyOfTheProductHasSetUp) {
+TEST_F(Package, KeepsSetupOfAnotherProductDirectory) {
     Install();
     Shell("cp -a /usr/lib/corvane26 /opt/corvane26");
     SetUpService("/opt/corvane26");
@@ -247,25 +247,25 @@ TEST_F(Package, KeepsWhatAnotherCopyOfTheProductHasSetUp) {
     Shell("id corvsrvc; ls /var/log/corvane26_setup.log; rm /var/log/corvane26_setup.log");
 }
 
-TEST_F(Package, KeepsTheResultsOfJobsAndTheirOwner) {
+TEST_F(Package, KeepsJobResultsAndTheirOwner) {
     Install();
     SetUpService(product);
     const std::string repository = "/var/corvane/corvanerc/corvane26server/CorvaneServerRepository";
     Shell("install -d -o corvsrvc " + repository + "; echo energy > " + repository + "/job");
-    hx_test::ExpectHolds(Purge(), "/var/corvane holds what no setup has made");
+    hx_test::ExpectHolds(Purge(), "/var/corvane contains files that no setup created");
     EXPECT_EQ(Shell("find /var/corvane -type f; id -un corvsrvc"), repository + "/job\ncorvsrvc\n");
 }
 
-TEST_F(Package, KeepsATreeThatOtherMachinesMayUse) {
+TEST_F(Package, KeepsTreeOnAnotherFileSystem) {
     Install();
     Shell("mkdir /var/corvane; mount -t tmpfs none /var/corvane");
     SetUpService(product, "--cluster-node");
-    hx_test::ExpectHolds(Purge(), "/var/corvane lies on another file system");
+    hx_test::ExpectHolds(Purge(), "/var/corvane is on another file system");
     Shell("ls /var/corvane/QueueLimits && id corvsrvc");
     Shell("umount /var/corvane");
 }
 
-TEST_F(Package, FollowsNoLinkThatTheServiceGroupPlanted) {
+TEST_F(Package, FollowsNoLinkOfServiceGroupMembers) {
     Install();
     SetUpService(product);
     Shell(
@@ -277,7 +277,7 @@ TEST_F(Package, FollowsNoLinkThatTheServiceGroupPlanted) {
     EXPECT_EQ(Shell("cat /srv/away/corvane26/file /srv/away/icons/file"), "keep\nkeep\n");
 }
 
-TEST_F(Package, KeepsAnAccountThatWasThereBefore) {
+TEST_F(Package, KeepsAccountThatExistedBefore) {
     Install();
     Shell("useradd --system ann");
     SetUpService(product, "--cluster-node -u ann -g ann");
@@ -287,7 +287,7 @@ TEST_F(Package, KeepsAnAccountThatWasThereBefore) {
     EXPECT_NE(s_machine->Shell("ls /var/corvane").status, 0);
 }
 
-TEST_F(Package, RemovesTheGroupOfTheAccountAndNoOther) {
+TEST_F(Package, RemovesOnlyTheGroupOfTheAccount) {
     Install();
     Shell("groupadd --system svc");
     SetUpService(product, "--cluster-node -u svc -g lab");
@@ -297,23 +297,23 @@ TEST_F(Package, RemovesTheGroupOfTheAccountAndNoOther) {
     EXPECT_NE(s_machine->Shell("id svc").status, 0);
 }
 
-TEST_F(Package, KeepsAGroupOfAnotherNameThatHasMembers) {
+TEST_F(Package, KeepsGroupWithMembers) {
     Install();
     Shell("useradd ann; groupadd --system lab; usermod --append --groups lab ann");
     SetUpService(product, "--cluster-node -u svc -g lab");
-    hx_test::ExpectHolds(Purge(), "The group lab has members, so it stays.\n");
+    hx_test::ExpectHolds(Purge(), "Keeping group lab: it has members.\n");
     EXPECT_EQ(Shell("id -Gn ann"), "ann lab\n");
     EXPECT_NE(s_machine->Shell("id svc").status, 0);
 }
 
-// The first commands of the section.
+// Returns the first commands of the section.
 std::string CommandsOfTheGuide(const std::string& section) {
     const std::string guide = hx_test::ReadFile(HX_SOURCE_DIR "/docs/installing.md");
     const size_t begin = guide.find("\n    ", guide.find("\n## " + section + "\n"));
     return guide.substr(begin, guide.find("\n\n", begin) - begin);
 }
 
-TEST_F(Package, WhatStandsElsewhereIsRemovedByHandAsTheGuideTells) {
+TEST_F(Package, IsRemovedByTheCommandsOfTheGuide) {
     Install();
     Shell("mkdir -p /opt/corvane/lib; cp -a /usr/lib/corvane26 /opt/corvane/lib");
     Purge();

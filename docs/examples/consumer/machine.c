@@ -1,10 +1,10 @@
-/* Tells how much machine there is, and computes with a number that no C type holds. */
+/* Prints the size of this machine, and a number that is too large for all C types. */
 #include <stdio.h>
 
 #include "bigint/mp_int.h"
 #include "probes/cpu_memory.h"
 
-/* Prints 2^bits - 1; the result is a code of mp_int.h. */
+/* Prints 2^bits - 1; returns a code of mp_int.h. */
 static int print_mersenne_number(uint32_t bits) {
     char text[64];
     mp_int number;

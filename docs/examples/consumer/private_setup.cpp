@@ -1,5 +1,5 @@
-// Sets up the installed product for one user: settings and run scripts in a directory of that
-// user's own, every question answered with its default.
+// Sets up the installed product for one user: settings and run scripts in a directory of the user,
+// with the default answer to each question.
 //
 //   private_setup PRODUCT DIRECTORY     such as: private_setup /usr/lib/corvane26 ~/corvane
 #include <unistd.h>
@@ -17,9 +17,9 @@ class PrivateSetup : public CInstallBase {
 public:
     PrivateSetup(int argc, char** argv, const QString& product, const QString& directory)
         : CInstallBase(true, argc, argv) {
-        // A setup by root makes accounts, links and services.
+        // A setup as root creates accounts, links, and services.
         if (m_accessFlags == RootAccess)
-            InstallError(QStringLiteral("A private setup is not for root."), 1, 0);
+            InstallError(QStringLiteral("A private setup must not run as root."), 1, 0);
         m_binariesDir = product;
         m_installDir = directory;
         m_interactive = false;
@@ -48,14 +48,14 @@ private:
         CCommitScript script;
         script.setProcessChannelMode(QProcess::ForwardedChannels);
         script.Run(path);
-        // The script ends with its object: stay until it is through.
+        // The destructor would end the script, so wait for it.
         const bool finished = script.waitForFinished(-1);
         unlink(path.toUtf8().constData());
         return finished && script.exitStatus() == QProcess::NormalExit ? script.exitCode() : 1;
     }
 };
 
-// The library puts paths into the commit script as they are.
+// The library inserts paths into the commit script unchanged.
 bool IsPlainPath(const QString& path) {
     static const QRegularExpression plain(QStringLiteral("\\A/[A-Za-z0-9/._+-]*\\z"));
     return plain.match(path).hasMatch();
