@@ -4,6 +4,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <cstring>
 #include <utility>
 
 namespace hx_test {
@@ -73,10 +74,11 @@ std::string ScriptedServer::Header(const std::string& name) const {
     if (m_requests.empty())
         return "(no request)";
     const std::string& request = m_requests.front();
-    const size_t line = request.find("\r\n" + name + ": ");
-    if (line == std::string::npos)
+    // Newer versions of Qt send the names in lower case.
+    const char* line = strcasestr(request.c_str(), ("\r\n" + name + ": ").c_str());
+    if (line == nullptr)
         return "(none)";
-    const size_t value = line + name.size() + 4;
+    const size_t value = static_cast<size_t>(line - request.c_str()) + name.size() + 4;
     return request.substr(value, request.find("\r\n", value) - value);
 }
 
