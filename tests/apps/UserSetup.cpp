@@ -1,5 +1,7 @@
 #include "apps/UserSetup.h"
 
+#include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdio>
