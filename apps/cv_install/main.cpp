@@ -31,7 +31,7 @@ void AnswerWithDefaults(CInstallBase& run) {
 }
 
 unsigned ConditionsOf(const CInstallBase& run, const Arguments& arguments) {
-    unsigned conditions = IsRootSetup(run) ? RootSetup : UserSetup;
+    unsigned conditions = IsRootSetup(run) ? AsRoot : AsUser;
     if (!run.m_clusterNode)
         conditions |= WithoutClusterNode;
     if (arguments.Has(OwnOption::SubmissionScripts))

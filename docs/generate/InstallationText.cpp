@@ -28,7 +28,7 @@ std::string ModesOf(const Entry& entry) {
 std::string OwnerOf(const Entry& entry) {
     if (entry.kind == Kind::EarlierService)
         return "";
-    if (entry.conditions == UserSetup)
+    if (entry.conditions == AsUser)
         return "the user";
     const std::string owner = entry.owner == Owner::Root ? "root" : "service account";
     return entry.ownsAllBelow ? owner + ", also of everything below it" : owner;
@@ -36,8 +36,8 @@ std::string OwnerOf(const Entry& entry) {
 
 std::string ConditionsOf(const Entry& entry) {
     constexpr std::pair<unsigned, const char*> texts[] = {
-        {RootSetup, "setup as root"},
-        {UserSetup, "setup as a user"},
+        {AsRoot, "setup as root"},
+        {AsUser, "setup as a user"},
         {WithoutClusterNode, "not on a compute node"},
         {WithSubmissionScripts, "with `--submission-scripts`"},
         {WithEarlierRepository, "if the previous version has a repository"},

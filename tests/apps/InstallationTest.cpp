@@ -25,22 +25,22 @@ constexpr const char* earlierVersion =
     "touch /etc/init.d/corvane_service /etc/systemd/system/corvane20_service.service "
     "/etc/systemd/system/corvane24_service.service; ";
 
-const Case cases[] = {
+const Case setups[] = {
     {"HeadNodeWithInternalQueue", "", "--internal-default-queue", sharedDirectory,
-     RootSetup | WithoutClusterNode},
-    {"HeadNodeWithSlurm", "", "-p chem", sharedDirectory, RootSetup | WithoutClusterNode},
+     AsRoot | WithoutClusterNode},
+    {"HeadNodeWithSlurm", "", "-p chem", sharedDirectory, AsRoot | WithoutClusterNode},
     {"HeadNodeWithTorqueOverEarlierVersion", earlierVersion, "-q batch --submission-scripts",
      sharedDirectory,
-     RootSetup | WithoutClusterNode | WithSubmissionScripts | WithEarlierRepository |
+     AsRoot | WithoutClusterNode | WithSubmissionScripts | WithEarlierRepository |
          WithEarlierServices},
-    {"ClusterNode", "", "--cluster-node", sharedDirectory, RootSetup},
+    {"ClusterNode", "", "--cluster-node", sharedDirectory, AsRoot},
     {"PrivateCopy", "chown -R 4321:4321 /opt/corvane26", "--submission-scripts", "/opt/corvane26",
-     UserSetup | WithoutClusterNode | WithSubmissionScripts},
+     AsUser | WithoutClusterNode | WithSubmissionScripts},
 };
 
 std::string CommandOf(const Case& test) {
     const std::string command = "/opt/corvane26/cv_install --setup --yes ";
-    if ((test.conditions & RootSetup) != 0)
+    if ((test.conditions & AsRoot) != 0)
         return command + test.setup;
     return "setpriv --reuid=4321 --regid=4321 --clear-groups " + command + "--user-mode " +
            test.setup;
@@ -60,7 +60,7 @@ std::string Octal(mode_t mode) {
 
 // How ChangedPaths shows an entry after "PATH CHANGE ".
 std::string Expected(const Entry& entry, const Case& test) {
-    const bool root = (test.conditions & RootSetup) != 0;
+    const bool root = (test.conditions & AsRoot) != 0;
     const std::string owner = !root ? "4321:4321"
                               : entry.owner == Owner::ServiceAccount
                                   ? Shell("id -u corvsrvc") + ":" + Shell("id -g corvsrvc")
@@ -84,7 +84,7 @@ bool IsAccountFile(const std::string& path) {
 
 // True when a setup of this kind has a row for the changed path.
 bool IsInTable(const std::string& path, const Case& test) {
-    const bool account = (test.conditions & RootSetup) != 0 && IsAccountFile(path);
+    const bool account = (test.conditions & AsRoot) != 0 && IsAccountFile(path);
     return account || std::any_of(Entries().begin(), Entries().end(), [&](const Entry& entry) {
                const std::string own = PathOf(entry, test.installDir);
                return Applies(entry, test.conditions) && !IsAccount(entry) &&
@@ -160,7 +160,7 @@ TEST_P(Installation, TableSaysWhatLaterSetupWrites) {
     });
 }
 
-INSTANTIATE_TEST_SUITE_P(Setups, Installation, testing::ValuesIn(cases),
+INSTANTIATE_TEST_SUITE_P(Setups, Installation, testing::ValuesIn(setups),
                          [](const auto& test) { return std::string(test.param.name); });
 
 }  // namespace

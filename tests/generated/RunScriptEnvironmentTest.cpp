@@ -173,9 +173,9 @@ using WrittenEnvironment = RunScriptEnvironment;
 
 TEST_P(WrittenEnvironment, KeepsQueueOfCallerWithoutQueue) {
     WriteMain();
-    Variables all = Exported({{"CORV_QUEUE_TYPE", "MINE"}, {"CORV_QUEUE_NAME", "own"}});
-    EXPECT_EQ(all["CORV_QUEUE_TYPE"] + " " + all["CORV_QUEUE_NAME"], "MINE own");
-    EXPECT_FALSE(all.contains("CORV_QSUB_CMD"));
+    Variables both = Exported({{"CORV_QUEUE_TYPE", "MINE"}, {"CORV_QUEUE_NAME", "own"}});
+    EXPECT_EQ(both["CORV_QUEUE_TYPE"] + " " + both["CORV_QUEUE_NAME"], "MINE own");
+    EXPECT_FALSE(both.contains("CORV_QSUB_CMD"));
 }
 
 TEST_P(WrittenEnvironment, IsBrokenByQuoteInDirectory) {

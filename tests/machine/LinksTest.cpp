@@ -1,4 +1,5 @@
-// Symbolic links of a setup as root: the commands in /usr/bin, and the repository of version 24.
+// Symbolic links of a setup as root: the linkedCommands in /usr/bin, and the repository of
+// version 24.
 #include <filesystem>
 
 #include "apps/RootSetup.h"
@@ -10,7 +11,7 @@ using namespace hx_test;
 
 namespace {
 
-const std::string commands[] = {"corvane26", "corvane26_snapshot"};
+const std::string linkedCommands[] = {"corvane26", "corvane26_snapshot"};
 
 std::string Link(const std::string& command) {
     return "/usr/bin/" + command;
@@ -32,19 +33,19 @@ HX_MACHINE_TEST(CommandLinks, KeepsCorrectLink) {
 HX_MACHINE_TEST(CommandLinks, ReplacesLinkWithAnotherText) {
     for (const std::string prefix :
          {"/opt/elsewhere/", "/var/../var/corvane/", "../../var/corvane/"}) {
-        for (const auto& command : commands) {
+        for (const auto& command : linkedCommands) {
             fs::remove(Link(command));
             fs::create_symlink(prefix + command, Link(command));
         }
         Complete();
-        for (const auto& command : commands)
+        for (const auto& command : linkedCommands)
             EXPECT_EQ(fs::read_symlink(Link(command)), Target(command)) << prefix;
     }
 }
 
 TEST(CommandLinks, StopsAtFileInPlaceOfLink) {
     HX_REQUIRE_THROWAWAY_ROOT();
-    for (const auto& command : commands) {
+    for (const auto& command : linkedCommands) {
         ExpectOnMachine([&] {
             WriteFile(Link(command), "of another package");
             ExpectStop("Error, creating /usr/bin/" + command + " symbolic link");
@@ -57,7 +58,7 @@ TEST(CommandLinks, StopsAtFileInPlaceOfLink) {
 
 TEST(CommandLinks, StopsWhenWrongLinkCannotBeRemoved) {
     HX_REQUIRE_THROWAWAY_ROOT();
-    for (const auto& command : commands) {
+    for (const auto& command : linkedCommands) {
         ExpectOnMachine([&] {
             fs::create_symlink("/opt/elsewhere", Link(command));
             ReplaceProgram("/usr/bin/rm", "exit 1");

@@ -14,7 +14,7 @@ namespace {
 using Calls = std::vector<std::string>;
 
 const std::string initScript = "/etc/init.d/corvane_service";
-const std::string succeeded = "completed successfully!\n\n";
+const std::string scriptEnd = "completed successfully!\n\n";
 
 const std::string initStatus = "service corvane_service status";
 const std::string initStop = "service corvane_service stop";
@@ -124,7 +124,7 @@ HX_MACHINE_TEST(OldServices, AreRemovedWhenSystemctlFails) {
     AddInitService(true);
     const auto result = RunCommitScript(NewRootRun());
     EXPECT_EQ(result.status, 0);
-    EXPECT_TRUE(result.out.ends_with(succeeded)) << result.out;
+    EXPECT_TRUE(result.out.ends_with(scriptEnd)) << result.out;
     for (const auto& path : {FileOf("20"), FileOf("24"), initScript})
         EXPECT_FALSE(fs::exists(path)) << path;
     EXPECT_TRUE(IsActive(unitName));
@@ -137,7 +137,7 @@ HX_MACHINE_TEST(OldServices, KeepUnitsWithoutSystemctl) {
     AddInitService(true);
     const auto result = RunCommitScript(NewRootRun());
     EXPECT_EQ(result.status, 0);
-    EXPECT_TRUE(result.out.ends_with(succeeded)) << result.out;
+    EXPECT_TRUE(result.out.ends_with(scriptEnd)) << result.out;
     EXPECT_NE(result.err.find("/usr/bin/systemctl"), std::string::npos) << result.err;
     EXPECT_TRUE(fs::exists(FileOf("20")));
     EXPECT_TRUE(fs::exists(FileOf("24")));

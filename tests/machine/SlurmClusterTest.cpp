@@ -22,7 +22,7 @@ exit 9
 )sh";
 
 // Submits a job when it starts, and stays.
-constexpr const char* serviceProgram = R"sh(#!/bin/sh
+constexpr const char* clusterProgram = R"sh(#!/bin/sh
 cd /srv/service || exit
 "$CORV_SUBMIT/cv_spd" -u /srv/jobs/short.sh "$PWD" > submitted.new 2>&1
 mv submitted.new submitted
@@ -62,7 +62,7 @@ protected:
         if (!HasMachine() || !SlurmCluster::Hindrance().empty())
             return;
         WriteProgram("/opt/corvane26/cv_spd", jobProgram);
-        WriteProgram("/opt/corvane26/cv_computeservice", serviceProgram);
+        WriteProgram("/opt/corvane26/cv_computeservice", clusterProgram);
         RemoveInstallation();
         Shell("useradd ann; userdel corvsrvc; groupdel corvsrvc");
         Shell(serviceGroup);

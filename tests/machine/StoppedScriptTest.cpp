@@ -20,7 +20,7 @@ const std::string runScriptError = "Error, writing Corvane'26 run script, /var/c
 const std::string snapshotError =
     "Error, writing Corvane'26 snapshot run script, /var/corvane/corvane26_snapshot";
 const std::string modeError = "Error, modifying access permissions to /var/corvane/";
-const std::string product = "rm /opt/corvane26/";
+const std::string removeProduct = "rm /opt/corvane26/";
 
 StopCase FileInPlaceOf(const std::string& name) {
     const std::string path = sharedDir + name;
@@ -30,17 +30,17 @@ StopCase FileInPlaceOf(const std::string& name) {
 
 const StopCase stopCases[] = {
     // A missing template leaves the empty file that was to be written.
-    {product + "corvane26.template", runScriptError,
+    {removeProduct + "corvane26.template", runScriptError,
      "[ -f corvane26 ] && [ ! -s corvane26 ] && [ ! -e corvane26_snapshot ]"},
-    {product + "corvane26_snapshot.template", snapshotError,
+    {removeProduct + "corvane26_snapshot.template", snapshotError,
      "[ -f corvane26_snapshot ] && [ ! -s corvane26_snapshot ] && [ -L /usr/bin/corvane26 ] && "
      "[ ! -e QueueEntries ]"},
-    {"mkdir corvane; echo old > corvane/corvane26; " + product + "corvane26.template",
+    {"mkdir corvane; echo old > corvane/corvane26; " + removeProduct + "corvane26.template",
      runScriptError, "[ -f corvane26 ] && [ ! -s corvane26 ]"},
-    {product + "docroot/resources.tar", "Error, unpacking resources " + serverDir + "/resources",
-     "[ ! -e corvane26 ]"},
+    {removeProduct + "docroot/resources.tar",
+     "Error, unpacking resources " + serverDir + "/resources", "[ ! -e corvane26 ]"},
     // Compatibility: the message for the icons names the resources.
-    {product + "docroot/icons.tar", "Error, unpacking icons " + serverDir + "/resources",
+    {removeProduct + "docroot/icons.tar", "Error, unpacking icons " + serverDir + "/resources",
      "[ -e corvanerc/corvane26server/resources ]"},
     FileInPlaceOf(""),
     FileInPlaceOf("/corvanerc"),

@@ -7,16 +7,13 @@
 
 namespace {
 
-constexpr unsigned ServiceMachine = RootSetup | WithoutClusterNode;
+constexpr unsigned ServiceMachine = AsRoot | WithoutClusterNode;
 
 static_assert(hx::earlierServices.size() == 3, "each has a row below");
 
 constexpr Entry entries[] = {
-    {.kind = Kind::Group,
-     .conditions = RootSetup,
-     .later = Later::Keeps,
-     .removal = Removal::Purge},
-    {.kind = Kind::User, .conditions = RootSetup, .later = Later::Keeps, .removal = Removal::Purge},
+    {.kind = Kind::Group, .conditions = AsRoot, .later = Later::Keeps, .removal = Removal::Purge},
+    {.kind = Kind::User, .conditions = AsRoot, .later = Later::Keeps, .removal = Removal::Purge},
 
     {.item = Item::InstallDirectory,
      .purpose = "the install directory",
@@ -167,13 +164,13 @@ constexpr Entry entries[] = {
     {.path = "/usr/bin/corvane26",
      .purpose = "command; link to the run script",
      .kind = Kind::Link,
-     .conditions = RootSetup,
+     .conditions = AsRoot,
      .later = Later::Updates,
      .reference = "corvane26"},
     {.path = "/usr/bin/corvane26_snapshot",
      .purpose = "command; link to the run script of the snapshot program",
      .kind = Kind::Link,
-     .conditions = RootSetup,
+     .conditions = AsRoot,
      .later = Later::Updates,
      .reference = "corvane26_snapshot"},
     {.path = hx::earlierServices[0].path,
@@ -222,26 +219,26 @@ constexpr Entry entries[] = {
      .path = "/var/log/corvane26_setup.log",
      .purpose = "log of a setup as root",
      .rootMode = 0600,
-     .conditions = RootSetup,
+     .conditions = AsRoot,
      .removal = Removal::Purge},
     {.item = Item::UserLog,
      .path = "/tmp/corvane26_setup_XXXXXX.log",
      .purpose = "log of a user's setup",
      .userMode = 0600,
-     .conditions = UserSetup,
+     .conditions = AsUser,
      .removal = Removal::Keep},
     {.item = Item::RootLock,
      .path = "/run/corvane26_setup.lock",
      .purpose = "lock of a setup as root",
      .rootMode = 0600,
-     .conditions = RootSetup,
+     .conditions = AsRoot,
      .later = Later::Keeps,
      .removal = Removal::Purge},
     {.item = Item::UserLock,
      .path = ".corvane26_setup.lock",
      .purpose = "lock of a user's setup",
      .userMode = 0600,
-     .conditions = UserSetup | WithFileLocksOnly,
+     .conditions = AsUser | WithFileLocksOnly,
      .later = Later::Keeps},
 };
 

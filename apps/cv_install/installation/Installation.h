@@ -49,8 +49,8 @@ enum class Removal {
 // A condition on the setup; an entry exists when all of its conditions are met.
 enum Condition : unsigned {
     AnySetup = 0,
-    RootSetup = 1,
-    UserSetup = 2,
+    AsRoot = 1,
+    AsUser = 2,
     WithoutClusterNode = 4,
     WithSubmissionScripts = 8,
     WithEarlierRepository = 16,  // a repository of the previous version, at the first setup

@@ -58,7 +58,7 @@ EntryList FindKeptPages(const CInstallBase& run, unsigned conditions) {
 }
 
 Failure CheckResult(const CInstallBase& run, unsigned conditions, const EntryList& keptPages) {
-    const bool root = (conditions & RootSetup) != 0;
+    const bool root = (conditions & AsRoot) != 0;
     for (const Entry& entry : Entries()) {
         if (!Applies(entry, conditions))
             continue;
