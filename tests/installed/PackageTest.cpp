@@ -118,6 +118,7 @@ protected:
             "systemctl stop corvane26_service; umount /var/corvane; dpkg -P libhxinstallbase-dev "
             "corvane26-setup; "
             "rm -rf /usr/lib/corvane26 /opt/corvane26 /var/corvane /usr/bin/corvane26* /srv/away "
+            "/run/corvane26* "
             "/etc/systemd/system/*/corvane2* /etc/systemd/system/corvane2*; "
             "systemctl daemon-reload; userdel corvsrvc; groupdel corvsrvc; userdel ann; "
             "userdel svc; groupdel svc; groupdel lab");
@@ -153,8 +154,8 @@ protected:
         std::istringstream list(Shell(
             "find /etc /home /opt /root /srv /usr /var -xdev "
             "\\( -path /var/log/journal -o -path /var/lib/systemd -o -path /var/cache/man "
-            "-o -path /var/log/dpkg.log -o -path '/etc/*-' -o -path '/var/lib/dpkg/*-old' \\) "
-            "-prune -o -print; find /run /tmp -name 'corvane26*'"));
+            "-o -path /var/log/dpkg.log -o -path '/etc/*-' -o -path '/var/lib/dpkg/*-old' "
+            "-o -path " HX_BUILD_DIR " \\) -prune -o -print; find /run /tmp -name 'corvane26*'"));
         std::set<std::string> files;
         for (std::string line; std::getline(list, line);)
             files.insert(line);
