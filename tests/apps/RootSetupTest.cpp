@@ -167,8 +167,7 @@ TEST(RootSetup, AsksNothingOnComputeNodeAndRefusesUserThere) {
         EXPECT_EQ(user.status, 8);
         EXPECT_EQ(user.err,
                   "cv_install: cannot change the mode of \"/var/corvane/corvane26\": owned by "
-                  "another user\n    Run the setup as root, or copy the product directory and run "
-                  "its cv_install.\n    No changes were made.\n");
+                  "another user\n    Run the setup as root.\n    No changes were made.\n");
     });
 }
 

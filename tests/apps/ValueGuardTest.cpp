@@ -33,9 +33,8 @@ TEST_F(ValueGuard, RefusesUnsafeValuesOfEachUse) {
     const Field scratch = {"-d", "scratch directory",
                            "Specify another directory with --scratch-directory, or correct "
                            "\"Scratch\" in QueueLimits if it is from a previous setup."};
-    const Field queue = {"-q", "queue name", "Specify a different queue with --external-queue."};
-    const Field partition = {"-p", "partition name",
-                             "Specify a different partition with --external-partiton."};
+    const Field queue = {"-q", "queue name", "Specify a different queue."};
+    const Field partition = {"-p", "partition name", "Specify a different partition."};
     const Field group = {"-g", "service group", "Specify a different group with --service-group."};
     const Field user = {"-u", "service user", "Specify a different user with --service-user."};
     const char* const notAName =

@@ -48,12 +48,12 @@ void SubmissionTest::SetUp() {
 ProcessResult SubmissionTest::Submit(const std::vector<std::string>& arguments,
                                      const std::map<std::string, std::string>& env) const {
     const char* path = std::getenv("PATH");
-    std::map<std::string, std::string> all = {
+    std::map<std::string, std::string> variables = {
         {"PATH", std::string("/tmp/tools:") + (path != nullptr ? path : "")}, {"USER", "alice"}};
     for (const auto& [name, value] : env)
-        all[name] = value;
+        variables[name] = value;
     std::vector<std::string> command = {"/usr/bin/env", "-i"};
-    for (const auto& [name, value] : all) {
+    for (const auto& [name, value] : variables) {
         if (!value.empty())
             command.push_back(name + "=" + value);
     }
