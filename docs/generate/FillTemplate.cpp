@@ -3,9 +3,8 @@
 //   hx_fill_template TEMPLATE OUTPUT
 //
 // A line of the template that consists of one of the marks below is replaced, with the indentation
-// of the mark. In a guide, the lines
-// between "<!-- table NAME -->" and "<!-- end -->" are replaced, so that a filled guide is a
-// template again. All other lines are copied.
+// of the mark. In a guide, the lines between "<!-- table NAME -->" and "<!-- end -->" are replaced,
+// so that a filled guide is a template again. All other lines are copied.
 #include <algorithm>
 #include <fstream>
 #include <iostream>
@@ -24,7 +23,7 @@ const std::map<std::string, Writer> marks = {
     {"@OWN_PATHS@", WriteOwnPaths},           {"@REMOVAL_SETTINGS@", WriteRemovalSettings},
     {"@REMOVED_FILES@", WriteRemovedFiles},   {"@REMOVED_LINKS@", WriteRemovedLinks},
     {"@SHARED_PATHS@", WriteSharedPaths},     {"@STATUS_LIST@", WriteStatusList},
-    {"@VALUE_BRANCHES@", WriteValueBranches},
+    {"@VALUE_BRANCHES@", WriteValueBranches}, {"@VARIABLE_LIST@", WriteVariableList},
 };
 
 const std::map<std::string, Writer> tables = {

@@ -4,7 +4,8 @@
 #include <algorithm>
 #include <ostream>
 #include <string>
-#include <vector>
+#include <string_view>
+#include <utility>
 
 #include "generate/Texts.h"
 
@@ -28,7 +29,7 @@ std::string ModesOf(const Entry& entry) {
 std::string OwnerOf(const Entry& entry) {
     if (entry.kind == Kind::EarlierService)
         return "";
-    if (entry.conditions == AsUser)
+    if ((entry.conditions & AsUser) != 0)
         return "the user";
     const std::string owner = entry.owner == Owner::Root ? "root" : "service account";
     return entry.ownsAllBelow ? owner + ", also of everything below it" : owner;
@@ -41,7 +42,8 @@ std::string ConditionsOf(const Entry& entry) {
         {WithoutClusterNode, "not on a compute node"},
         {WithSubmissionScripts, "with `--submission-scripts`"},
         {WithEarlierRepository, "if the previous version has a repository"},
-        {WithEarlierServices, "if it exists"}};
+        {WithEarlierServices, "if it exists"},
+        {WithFileLocksOnly, "on a file system that cannot lock directories"}};
     std::string conditions;
     for (const auto& [condition, text] : texts) {
         if ((entry.conditions & condition) != 0)
@@ -50,10 +52,16 @@ std::string ConditionsOf(const Entry& entry) {
     return conditions;
 }
 
+constexpr std::string_view randomCharacters = "XXXXXX";
+
+bool HasRandomName(const Entry& entry) {
+    return std::string_view(entry.path).find(randomCharacters) != std::string_view::npos;
+}
+
 const char* LaterOf(const Entry& entry) {
     switch (entry.later) {
         case Later::Rewrites:
-            return "writes it again";
+            return HasRandomName(entry) ? "creates another one" : "writes it again";
         case Later::Updates:
             return "replaces one that differs";
         case Later::KeepsContent:
@@ -80,8 +88,7 @@ void WriteTable(std::ostream& guide, bool inTree) {
 // A pattern of the shell for a path with random characters.
 std::string Pattern(const Entry& entry) {
     std::string path = entry.path;
-    const std::string random = "XXXXXX";
-    return path.replace(path.find(random), random.size(), "??????");
+    return path.replace(path.find(randomCharacters), randomCharacters.size(), "??????");
 }
 
 void WriteSetting(std::ostream& script, const char* name, const std::string& value) {

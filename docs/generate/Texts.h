@@ -6,6 +6,7 @@
 // For the manual page and the completion.
 void WriteOptionList(std::ostream& page);
 void WriteStatusList(std::ostream& page);
+void WriteVariableList(std::ostream& page);
 void WriteOptionWords(std::ostream& script);
 void WriteValueBranches(std::ostream& script);
 

@@ -82,6 +82,10 @@ void WriteOptionItem(std::ostream& page, const OptionUsage& option) {
         WriteSentences(page, option.detail);
 }
 
+const char* TextOf(VariableUse use) {
+    return use == VariableUse::Set ? "set" : use == VariableUse::Kept ? "kept" : "removed";
+}
+
 }  // namespace
 
 void WriteOptionList(std::ostream& page) {
@@ -97,6 +101,31 @@ void WriteStatusList(std::ostream& page) {
         page << ".It " << Label(usage) << '\n';
         WriteSentences(page, AsSentence(usage.meaning));
     }
+    page << ".El\n";
+}
+
+// Neighbors with the same text are one item.
+void WriteVariableList(std::ostream& page) {
+    page << ".Bl -tag -width Ds\n";
+    std::string names;
+    std::string text;
+    const auto finish = [&] {
+        if (!names.empty())
+            page << ".It Ev " << names << '\n';
+        WriteSentences(page, text);
+    };
+    for (const VariableUsage& usage : Variables()) {
+        const std::string next =
+            AsSentence(TextOf(usage.use) + (": " + std::string(usage.meaning)));
+        if (next == text) {
+            names += std::string(" , ") + usage.name;
+            continue;
+        }
+        finish();
+        names = usage.name;
+        text = next;
+    }
+    finish();
     page << ".El\n";
 }
 
@@ -147,10 +176,7 @@ void WriteStatusTable(std::ostream& guide) {
 
 void WriteVariableTable(std::ostream& guide) {
     guide << "| Variable | Setup | Meaning |\n| --- | --- | --- |\n";
-    for (const VariableUsage& usage : Variables()) {
-        const char* use = usage.use == VariableUse::Set    ? "sets it"
-                          : usage.use == VariableUse::Kept ? "keeps it"
-                                                           : "removes it";
-        guide << "| `" << usage.name << "` | " << use << " | " << usage.meaning << " |\n";
-    }
+    for (const VariableUsage& usage : Variables())
+        guide << "| `" << usage.name << "` | " << TextOf(usage.use) << " | " << usage.meaning
+              << " |\n";
 }
