@@ -202,7 +202,7 @@ service_program = (source / "product/corvane26_service_script").read_text()
 
 
 def check_guide_quotes_texts():
-    """The guide's messages and questions occur in the programs; `...` stands for a value."""
+    """The guide's messages and questions occur in the programs; `...` represents a value."""
     printed = "\n".join(map(normal, [
         *source_texts("src"), *source_texts("apps"), *run_script.splitlines(),
         *service_program.splitlines(), *commit_script.splitlines()]))
