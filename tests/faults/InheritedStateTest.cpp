@@ -51,7 +51,7 @@ TEST_F(InheritedState, KeepsFilesIntactWithClosedStreams) {
 TEST_F(InheritedState, ReportsLostOutput) {
     const auto result = RunInShell("", ">/dev/full");
     EXPECT_EQ(result.status, 0);
-    EXPECT_EQ(result.err, lostOutput);
+    EXPECT_EQ(result.err, LostOutput("No space left on device"));
     EXPECT_TRUE(m_setup.Has("QueueLimits"));
 }
 
@@ -59,8 +59,34 @@ TEST_F(InheritedState, ReportsLostOutput) {
 TEST_F(InheritedState, CompletesWhenReaderOfOutputEnds) {
     const auto result = RunInShell("", "| true; exit ${PIPESTATUS[0]}");
     EXPECT_EQ(result.status, 0);
-    EXPECT_EQ(result.err, lostOutput);
+    EXPECT_EQ(result.err, LostOutput("Broken pipe"));
     EXPECT_TRUE(m_setup.Has("QueueLimits"));
+}
+
+struct SizeLimit {
+    const char* blocks;
+    int status;
+    std::string err;  // a part
+};
+
+// SIGXFSZ must not end the setup. The largest file that it writes before the script runs is the
+// script.
+const SizeLimit sizeLimits[] = {
+    {"0", 2, "/qchemrc/qchemrc" + isIncomplete + changedRunTimeFiles},
+    {"1", 5, noScript},
+};
+
+TEST_F(InheritedState, ReportsFileSizeLimit) {
+    for (const auto& [blocks, status, err] : sizeLimits) {
+        SCOPED_TRACE(blocks);
+        // Its output goes to a file without the limit.
+        const auto result = RunInShell(std::string("(ulimit -f ") + blocks + ";",
+                                       ") 2>&1 | cat; exit ${PIPESTATUS[0]}");
+        EXPECT_EQ(result.status, status);
+        EXPECT_NE(result.out.find(err), std::string::npos) << result.out << result.err;
+        EXPECT_NE(result.out.find(".log\": File too large\n"), std::string::npos) << result.out;
+        EXPECT_FALSE(m_setup.Has("QueueLimits"));
+    }
 }
 
 }  // namespace

@@ -18,7 +18,7 @@ const std::map<std::string, const char*> errors = {
     {"ioctl", "EIO"},     {"mkdir", "ENOSPC"}, {"newfstatat", "EACCES"}, {"openat", "EMFILE"},
     {"pipe2", "EMFILE"},  {"ppoll", "ENOMEM"}, {"read", "EIO"},          {"setpgid", "ESRCH"},
     {"statx", "EACCES"},  {"unlink", "EPERM"}, {"write", "ENOSPC"},      {"vfork", "EAGAIN"},
-    {"fork", "EAGAIN"},   {"poll", "ENOMEM"}};
+    {"fork", "EAGAIN"},   {"flock", "ENOLCK"}, {"poll", "ENOMEM"}};
 
 // What the install directory contains afterwards.
 enum class Created { Everything, OneThread, QChemAndSubmission, PartOfIt, Nothing };
@@ -38,22 +38,25 @@ const std::vector<Outcome> outcomes = {
      errorText + "Unable to determine current working directory.  Aborting\n"
                  "    No such file or directory\n",
      Created::Nothing},
+    {R"re(^openat.*"/tmp/product", .*O_DIRECTORY)re", 2,
+     CannotLock("/tmp/product", "Too many open files"), Created::Nothing},
     {R"re(^openat.*corvane26_setup_.*\.log")re", 0, CannotOpenLog("/tmp/corvane26_setup_"),
      Created::Everything},
     {R"re(^openat.*"/proc/cpuinfo")re", 0, "  Error, can't open /proc/cpuinfo to read.\n",
      Created::OneThread},
-    {R"re(^newfstatat\([^"]*"/tmp")re", 0, "Warning\n    " + scratchIsMissing, Created::Everything},
+    {R"re(^newfstatat\([^"]*"/tmp")re", 0,
+     "Warning\n    " + ScratchNotAccessible("Permission denied"), Created::Everything},
     {R"re(^access\("/tmp", W_OK)re", 0, "Warning\n    " + scratchNotWritable, Created::Everything},
     {R"re(^access\("/tmp/product", W_OK)re", 8, NotWritable("/tmp/product"), Created::Nothing},
 
     // The commit script.
     {R"re(^openat.*corvane26_commit_.*O_CREAT)re", 5,
      std::string("Writing Commit Script: mkstemp failed, Too many open files\n") + noScript,
-     Created::Nothing},
-    {R"re(^openat.*corvane26_commit_.*O_NONBLOCK)re", 5, noScript, Created::Nothing},
-    {R"re(^write\(\d+</tmp/corvane26_commit_)re", 5, noScript, Created::Nothing},
-
-    {R"re(^read\(\d+</tmp/corvane26_commit_.*, 16384\))re", 5, noScript, Created::Nothing},
+     Created::QChemAndSubmission},
+    {R"re(^openat.*corvane26_commit_.*O_NONBLOCK)re", 5, noScript, Created::QChemAndSubmission},
+    {R"re(^write\(\d+</tmp/corvane26_commit_)re", 5, noScript, Created::QChemAndSubmission},
+    {R"re(^read\(\d+</tmp/corvane26_commit_.*, 16384\))re", 5, noScript,
+     Created::QChemAndSubmission},
 
     // The files that cv_install writes itself.
     {R"re(^access\("/tmp", F_OK)re", 2, errorText + "Unable to mkdir \"/tmp\"\n    File exists\n",
@@ -72,22 +75,23 @@ const std::vector<Outcome> outcomes = {
      "\" for write\n    Too many open files\n", Created::PartOfIt},
     {R"re(^openat.*/corvane26_(samba|ssh)", O_WRONLY)re", 24, "\" for write\n", Created::PartOfIt},
     {R"re(^chmod)re", 2, "Unable to chmod \"/tmp/product/", Created::PartOfIt},
-    {R"re(^write\(\d+</tmp/product)re", 2, isIncomplete, Created::QChemAndSubmission},
-    {R"re(^openat.*/(qchemrc/.*|corvane26_samba|corvane26_ssh)", O_RDONLY)re", 2, isIncomplete,
-     Created::QChemAndSubmission},
-
-    {R"re(^read\(\d+</tmp/product/(qchemrc|corvane26_s).*, 16384\))re", 2, isIncomplete,
-     Created::QChemAndSubmission},
+    {R"re(^write\(\d+</tmp/product)re", 2, isIncomplete + changedRunTimeFiles, Created::PartOfIt},
+    {R"re(^openat.*/(qchemrc/.*|corvane26_samba|corvane26_ssh)", O_RDONLY)re", 2,
+     isIncomplete + changedRunTimeFiles, Created::PartOfIt},
+    {R"re(^read\(\d+</tmp/product/(qchemrc|corvane26_s).*, 16384\))re", 2,
+     isIncomplete + changedRunTimeFiles, Created::PartOfIt},
 
     // The run of the commit script.
     {R"re(^(pipe2|clone|vfork|fork)\()re", 6, cannotStartScript, Created::QChemAndSubmission},
 
     // The check of the result, which finds a file that it cannot read.
-    {R"re(^read\(\d+</tmp/product/corvanerc.*, 16384\))re", 10, isIncomplete, Created::Everything},
-    {R"re(^openat.*/corvanerc/)re", 10, "\" " + isIncomplete, Created::Everything},
+    {R"re(^read\(\d+</tmp/product/corvanerc.*, 16384\))re", 10, pageIsIncomplete,
+     Created::Everything},
+    {R"re(^openat.*/corvanerc/)re", 10, pageIsIncomplete, Created::Everything},
+    {R"re(^(openat|read).*/docroot/.*\.tar)re", 10, cannotReadArchive, Created::Everything},
 
     // The console.
-    {R"re(^write\(1<)re", 0, lostOutput, Created::Everything},
+    {R"re(^write\(1<)re", 0, LostOutput("No space left on device"), Created::Everything},
     {R"re(^write\(\d+</tmp/corvane26_setup_)re", 0, logIsFull, Created::Everything},
 };
 

@@ -31,7 +31,8 @@ ReturnToService=2
 KillWait=1
 )";
 
-// Mounts the directories that a setup changes. They disappear with the slurmd.
+// Mounts the directories that a setup changes, and its lock. They disappear with the slurmd. The
+// nodes share the rest of /run, which contains munge's socket.
 constexpr const char* nodeProgram = R"sh(#!/bin/sh -e
 mount -t tmpfs tmpfs /mnt
 for directory in etc usr/bin var
@@ -40,6 +41,8 @@ do
     mount -t overlay overlay "/$directory" \
         -o "lowerdir=/$directory,upperdir=/mnt/upper/$directory,workdir=/mnt/merge/$directory"
 done
+touch /mnt/lock /run/corvane26_setup.lock
+mount --bind /mnt/lock /run/corvane26_setup.lock
 exec slurmd -D -s -N "$1"
 )sh";
 
