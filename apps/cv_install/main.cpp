@@ -82,10 +82,11 @@ Failure CarryOut(CInstallBase& run, unsigned conditions, const SetupLock& lock) 
 }
 
 Failure RunSetup(Arguments& arguments) {
-    const QString installDir = FutureInstallDirectory(arguments.argv()[0]);
+    QString installDir;
     SetupLock lock;
-    Failure failure =
-        lock.Take(installDir, std::chrono::seconds(arguments.NumberOf(OwnOption::Wait)));
+    Failure failure = FindInstallDirectory(arguments.argv()[0], installDir);
+    if (!failure)
+        failure = lock.Take(installDir, std::chrono::seconds(arguments.NumberOf(OwnOption::Wait)));
     if (!failure)
         failure = CheckBeforeStart(installDir);
     if (failure)

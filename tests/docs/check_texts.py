@@ -226,9 +226,8 @@ others = {
     "compute service listeners", "certificate file", "key file", "Diffie-Hellman file",
 }
 remedy = re.compile(
-    r"(?:%s  )?(?:At most|Changes made|Choose|Copy|Correct|Create|Enter|Fix|Free up|Give|Have|Inspect|Install|Make|"
-    r"Move|Name|No changes|Nothing has|Remove|Root would|Run|See|Set|Some output|Specify|"
-    r"The setup continues|To|Use|What (?:it|was))\b.*\.$")
+    r"(?:%s  )?(?:At most|Change to|Changes made|Correct|Create|Enter|Fix|Free up|Inspect|Install|Make|"
+    r"Move|No changes|Root would|Run|Set|Some output|Specify|The setup continues|To|Use)\b.*\.$")
 # The library's texts are fixed, so their beginnings are too.
 library_failure = re.compile(
     r"^ *(?:Unable to |Writing Commit Script: |Value entered|Error, can't|Corvane/install: can't|"

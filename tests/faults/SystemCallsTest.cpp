@@ -34,10 +34,8 @@ const std::string errorText = "Corvane Install: Error\n    ";
 
 // The first match counts.
 const std::vector<Outcome> outcomes = {
-    {R"re(^getcwd\(.*, 2048\))re", 14,
-     errorText + "Unable to determine current working directory.  Aborting\n"
-                 "    No such file or directory\n",
-     Created::Nothing},
+    // The first call is that of cv_install, the second that of the library.
+    {R"re(^getcwd\(.*, 2048\))re", 14, "working directory", Created::Nothing},
     {R"re(^openat.*"/tmp/product", .*O_DIRECTORY)re", 2,
      CannotLock("/tmp/product", "Too many open files"), Created::Nothing},
     {R"re(^openat.*corvane26_setup_.*\.log")re", 0, CannotOpenLog("/tmp/corvane26_setup_"),

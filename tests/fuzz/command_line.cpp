@@ -4,8 +4,8 @@
 // An input is one word for each line, then "====" and the file.
 #include <algorithm>
 
-#include "answers/Arguments.h"
 #include "ExitStatus.h"
+#include "answers/Arguments.h"
 #include "fuzz/Expect.h"
 #include "fuzz/RunEnd.h"
 #include "fuzz/SetupRun.h"

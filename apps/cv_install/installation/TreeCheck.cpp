@@ -140,12 +140,22 @@ bool CannotTakePrivateCopy(const QString& directory) {
 
 }  // namespace
 
-QString FutureInstallDirectory(const char* argv0) {
-    if (getuid() == 0 || IsWritableDirectory(sharedDirectory))
-        return QString::fromUtf8(sharedDirectory);
+Failure FindInstallDirectory(const char* argv0, QString& installDir) {
+    if (getuid() == 0 || IsWritableDirectory(sharedDirectory)) {
+        installDir = QString::fromUtf8(sharedDirectory);
+        return {};
+    }
     std::array<char, 2048> directory = {};
-    CInstallBase::CurrentDirectory(argv0, directory.data(), static_cast<int>(directory.size()));
-    return QString::fromUtf8(directory.data());
+    if (CInstallBase::CurrentDirectory(argv0, directory.data(),
+                                       static_cast<int>(directory.size())) == -1) {
+        return Problem{ExitStatus::NoWorkingDirectory,
+                       QStringLiteral("cannot determine the working directory: %1")
+                           .arg(QString::fromUtf8(std::strerror(errno))),
+                       QStringLiteral("Change to a directory that exists, then run the setup "
+                                      "again.")};
+    }
+    installDir = QString::fromUtf8(directory.data());
+    return {};
 }
 
 Failure CheckBeforeStart(const QString& installDir) {

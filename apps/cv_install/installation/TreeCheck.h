@@ -5,8 +5,9 @@
 #include "Problem.h"
 #include "setuprun/CInstallBase.h"
 
-// The install directory that the setup run's constructor will choose, by its rule.
-QString FutureInstallDirectory(const char* argv0);
+// Sets `installDir` to the install directory that the setup run's constructor will choose, by its
+// rule. Fails without a working directory.
+Failure FindInstallDirectory(const char* argv0, QString& installDir);
 
 // What must be safe before the setup run is constructed, because its constructor reads QueueLimits:
 // a regular file of at most 64 KB; for root also everything that FindUnsafePath checks, and a /tmp
