@@ -17,22 +17,32 @@ const char* Describe(Changes changes) {
     }
 }
 
+// Shows control characters as question marks, which are safe on a terminal: names of files and
+// values in a problem may be chosen by another user.
+QString Printable(QString text) {
+    for (QChar& character : text) {
+        if (character.category() == QChar::Other_Control)
+            character = u'?';
+    }
+    return text;
+}
+
 void PrintIndented(const QString& text) {
     if (!text.isEmpty())
-        std::fprintf(stderr, "    %s\n", qUtf8Printable(text));
+        std::fprintf(stderr, "    %s\n", qUtf8Printable(Printable(text)));
 }
 
 }  // namespace
 
 void Report(const Problem& problem) {
     std::fflush(stdout);
-    std::fprintf(stderr, "cv_install: %s\n", qUtf8Printable(problem.text));
+    std::fprintf(stderr, "cv_install: %s\n", qUtf8Printable(Printable(problem.text)));
     PrintIndented(problem.remedy);
     PrintIndented(QString::fromUtf8(Describe(problem.changes)));
 }
 
 void ReportWarning(const Problem& problem) {
     std::fflush(stdout);
-    std::fprintf(stderr, "cv_install: warning: %s\n", qUtf8Printable(problem.text));
+    std::fprintf(stderr, "cv_install: warning: %s\n", qUtf8Printable(Printable(problem.text)));
     PrintIndented(problem.remedy);
 }

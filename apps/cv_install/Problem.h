@@ -15,7 +15,7 @@ enum class Changes {
 };
 
 // A failure: the message without a period, what the administrator can do about it, the exit status
-// of cv_install and what was changed. The texts are safe to print on a terminal.
+// of cv_install and what was changed.
 struct Problem {
     ExitStatus status = ExitStatus::Refused;
     QString text;

@@ -34,9 +34,19 @@ const std::map<std::string, Writer> tables = {
 
 constexpr const char* tableEnd = "<!-- end -->";
 
-void SkipOldTable(std::istream& from) {
-    for (std::string line; std::getline(from, line) && line != tableEnd;) {
+// Returns false when the table has no end.
+bool SkipOldTable(std::istream& from) {
+    for (std::string line; std::getline(from, line);) {
+        if (line == tableEnd)
+            return true;
     }
+    return false;
+}
+
+// A line that looks like a mark but is none.
+bool IsUnknownMark(const std::string& line) {
+    return (line.size() > 2 && line.front() == '@' && line.back() == '@') ||
+           (line.starts_with("<!-- table ") && !tables.contains(line));
 }
 
 // Each line gets the indentation of the mark.
@@ -47,20 +57,26 @@ void WriteIndented(std::ostream& to, Writer writer, const std::string& indentati
         to << indentation << line << '\n';
 }
 
-void Fill(std::istream& from, std::ostream& to) {
+// Returns false when a mark is unknown or a table has no end.
+bool Fill(std::istream& from, std::ostream& to) {
     for (std::string line; std::getline(from, line);) {
         const std::string indentation(std::min(line.find_first_not_of(' '), line.size()), ' ');
-        if (const auto mark = marks.find(line.substr(indentation.size())); mark != marks.end()) {
+        const std::string text = line.substr(indentation.size());
+        if (const auto mark = marks.find(text); mark != marks.end()) {
             WriteIndented(to, mark->second, indentation);
             continue;
         }
+        if (IsUnknownMark(text))
+            return false;
         to << line << '\n';
         if (const auto table = tables.find(line); table != tables.end()) {
             table->second(to);
-            SkipOldTable(from);
+            if (!SkipOldTable(from))
+                return false;
             to << tableEnd << '\n';
         }
     }
+    return true;
 }
 
 }  // namespace
@@ -72,9 +88,9 @@ int main(int argc, char** argv) {
     }
     std::ifstream from(argv[1]);
     std::ofstream to(argv[2]);
-    Fill(from, to);
+    const bool filled = Fill(from, to);
     to.close();
-    if (from.bad() || !from.eof() || !to) {
+    if (!filled || from.bad() || !from.eof() || !to) {
         std::cerr << "hx_fill_template: cannot write " << argv[2] << " from " << argv[1] << '\n';
         return 1;
     }

@@ -52,10 +52,8 @@ std::string ConditionsOf(const Entry& entry) {
     return conditions;
 }
 
-constexpr std::string_view randomCharacters = "XXXXXX";
-
 bool HasRandomName(const Entry& entry) {
-    return std::string_view(entry.path).find(randomCharacters) != std::string_view::npos;
+    return std::string_view(entry.path).find(randomPart) != std::string_view::npos;
 }
 
 const char* LaterOf(const Entry& entry) {
@@ -88,7 +86,7 @@ void WriteTable(std::ostream& guide, bool inTree) {
 // A pattern of the shell for a path with random characters.
 std::string Pattern(const Entry& entry) {
     std::string path = entry.path;
-    return path.replace(path.find(randomCharacters), randomCharacters.size(), "??????");
+    return path.replace(path.find(randomPart), randomPart.size(), "??????");
 }
 
 void WriteSetting(std::ostream& script, const char* name, const std::string& value) {

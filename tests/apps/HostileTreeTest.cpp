@@ -101,6 +101,9 @@ TEST(HostileTree, RefusesUnsafePaths) {
         // The script changes the owner of each page.
         {"mkdir corvanerc/corvane26server/icons/deep; ln /etc/shadow " + page, 8,
          '"' + page + "\" has more than one hard link"},
+        // A file name must not reach the terminal as an escape sequence.
+        {"ln /etc/shadow \"corvanerc/corvane26server/icons/$(printf 'a\\033[2J')\"", 8,
+         "/icons/a?[2J\" has more than one hard link"},
         // A path that is too long for the check may contain a hard link.
         {"cd corvanerc/corvane26server/icons; for _ in $(seq 300); do mkdir -p dddddddddddddddd && "
          "cd dddddddddddddddd; done",

@@ -47,6 +47,18 @@ protected:
     UserSetup m_setup;
 };
 
+// The commit script does not check the second writing of the snapshot script.
+TEST_F(ResultCheck, ReportsTruncatedRunScripts) {
+    for (const std::string name : {"corvane26", "corvane26_snapshot"}) {
+        ExpectIncomplete(
+            "truncate --size=-1 " + name,
+            "\"/tmp/product/" + name +
+                "\" is incomplete or unreadable\n"
+                "    Make sure that its file system is writable and not full, then run "
+                "the setup again.\n");
+    }
+}
+
 TEST_F(ResultCheck, ReportsIncompleteQueueLimits) {
     for (const char* atEnd :
          {"sed -i /^MaxThreads/d QueueLimits", "sed -i /^MemoryPerThreadMB/d QueueLimits",

@@ -63,9 +63,11 @@ TEST_F(SetupLock, WaitsForOtherSetupWithWait) {
     Terminal second(Terminal::Mode::Person, [this] {
         m_setup.Become(m_setup.Command({"--setup", "--user-mode", "--yes", "--wait", "20"}));
     });
+    ASSERT_TRUE(second.WaitFor("warning: another setup is running"));
     Release();
     EXPECT_EQ(holder.Finish(), 0);
     EXPECT_EQ(second.Finish(), 0);
+    ExpectHolds(second.Output(), "fails after 20 seconds.\r\n");
     ExpectHolds(second.Output(), "completed successfully!");
 }
 

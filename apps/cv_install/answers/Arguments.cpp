@@ -84,11 +84,14 @@ void CheckValue(const OptionUsage& option, const char* word, const char* value) 
         Refuse("option " + Quoted(word) + " requires a value",
                std::string("Use: ") + word + ' ' + option.valueName);
     bool isNumber = true;
-    if (option.value == OptionValue::Number)
-        QString::fromUtf8(value).toInt(&isNumber);
+    if (option.value == OptionValue::Number) {
+        const int number = QString::fromUtf8(value).toInt(&isNumber);
+        // The library has a meaning for negative limits.
+        isNumber = isNumber && (number >= 0 || option.own == OwnOption::None);
+    }
     if (!isNumber)
         Refuse("invalid value for option " + Quoted(word) + ": " + Quoted(value),
-               "Use a whole number without a unit, such as 4.");
+               "Use a whole number of at most 2147483647 without a unit, such as 4.");
 }
 
 }  // namespace

@@ -73,20 +73,10 @@ QString ReasonAgainst(const QString& value, Use use) {
     return {};
 }
 
-// Shows control characters as question marks, which are safe on a terminal.
-QString Printable(QString value) {
-    for (QChar& character : value) {
-        if (IsControl(character))
-            character = u'?';
-    }
-    return value;
-}
-
 Problem InvalidValue(const QString& field, const QString& value, const QString& reason,
                      const QString& remedy) {
     return {ExitStatus::ValueRefused,
-            QStringLiteral("invalid %1 \"").arg(field) + Printable(value) + QStringLiteral("\": ") +
-                reason,
+            QStringLiteral("invalid %1 \"").arg(field) + value + QStringLiteral("\": ") + reason,
             remedy};
 }
 

@@ -1,5 +1,5 @@
 // Refuses values that would change the meaning of a line of the commit script, which contains them
-// unquoted. Root runs that script, and some values come from files that other users can write to:
+// unescaped. Root runs that script, and some values come from files that other users can write to:
 // QueueLimits and the group database.
 #pragma once
 

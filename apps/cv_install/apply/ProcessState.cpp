@@ -72,7 +72,7 @@ void CleanEnvironment() {
 void PrepareProcess() {
     OpenStandardStreams();
     std::signal(SIGCHLD, SIG_DFL);
-    // Qt gives children the default back.
+    // Qt resets this one in children.
     std::signal(SIGPIPE, SIG_IGN);
     std::signal(SIGXFSZ, SIG_IGN);
     std::set_terminate(EndWithoutMemory);

@@ -8,6 +8,7 @@
 #include <QThread>
 #include <array>
 #include <atomic>
+#include <cerrno>
 #include <climits>
 #include <csignal>
 #include <cstdio>
@@ -32,9 +33,11 @@ int ForTheScript(int signal) {
 }
 
 void PassOn(int signal) {
+    const int error = errno;
     receivedSignal = signal;
     if (scriptGroup > 0)
         kill(-scriptGroup, ForTheScript(signal));
+    errno = error;
 }
 
 void RemoveAndDie(int signal) {
@@ -210,9 +213,12 @@ Failure FollowScript(const QString& path, const SetupLock& lock) {
     CCommitScript script;
     ShowOutput(script, progress);
     // A group of its own, so that a signal reaches the script and its tools exactly once.
-    script.setChildProcessModifier([&lock] {
+    script.setChildProcessModifier([&lock, setup = getpid()] {
         setpgid(0, 0);
         prctl(PR_SET_PDEATHSIG, SIGTERM);
+        // The setup may have been killed before.
+        if (getppid() != setup)
+            _exit(1);
         lock.Inherit();
     });
     script.Run(path);
@@ -226,10 +232,11 @@ Failure FollowScript(const QString& path, const SetupLock& lock) {
     PassSignalsTo(static_cast<pid_t>(script.processId()));
     script.closeWriteChannel();
     const bool ended = WaitForEnd(script);
+    if (ended)
+        scriptGroup = 0;
     progress.Finish();
     if (!ended)
         return TerminateUnmonitored(script, path);
-    scriptGroup = 0;
     return Outcome(script, path);
 }
 

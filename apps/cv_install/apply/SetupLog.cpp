@@ -8,7 +8,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <string_view>
 
 #include "installation/Installation.h"
 
@@ -95,8 +94,7 @@ int OpenLog(bool root) {
     logPath = entry.path;
     if (root)
         return OpenLogOfRoot(entry.rootMode);
-    const std::string_view random = "XXXXXX";
-    const size_t suffix = logPath.size() - logPath.find(random) - random.size();
+    const size_t suffix = logPath.size() - logPath.find(randomPart) - randomPart.size();
     return mkostemps(logPath.data(), static_cast<int>(suffix), O_CLOEXEC);
 }
 

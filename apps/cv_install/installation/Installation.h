@@ -6,6 +6,7 @@
 
 #include <span>
 #include <string>
+#include <string_view>
 
 enum class Kind { Directory, File, Link, Group, User, EarlierService };
 
@@ -64,13 +65,11 @@ enum class Item {
     InstallDirectory,
     RunScript,
     SnapshotScript,
-    QueueEntries,
     QueueLimits,
     QChemLimits,
     QChemScratch,
     SambaScript,
     SshScript,
-    EarlierRepository,
     RenderedUnit,
     Unit,
     CommitScript,
@@ -80,10 +79,12 @@ enum class Item {
     UserLock
 };
 
+inline constexpr std::string_view randomPart = "XXXXXX";
+
 struct Entry {
     Item item = Item::Unnamed;
-    // Relative to the install directory, or absolute. Random characters appear as "XXXXXX". Empty
-    // for the install directory itself and for accounts, whose names are settings.
+    // Relative to the install directory, or absolute, with `randomPart` for random characters.
+    // Empty for the install directory itself and for accounts, whose names are settings.
     const char* path = "";
     const char* purpose = "";  // for the guide; may be empty
     Kind kind = Kind::File;
@@ -126,12 +127,14 @@ inline constexpr const char* earlierRepository =
 // The directory below the install directory that contains the web pages.
 inline constexpr const char* pagesParent = "corvanerc/corvane26server";
 
+// The command that runs the run script after a setup as root.
+inline constexpr const char* commandName = "corvane26";
+
 inline constexpr const char* serviceUnit = "corvane26_service.service";
 
 // The service account as a setup as root creates it.
 inline constexpr const char* accountName = "corvsrvc";
 inline constexpr const char* accountComment = "Corvane Compute Service";
-inline constexpr const char* accountShell = "/sbin/nologin";
 inline constexpr const char* accountShellForExternalQueue = "/bin/bash";
 
 // What the account tools change when they create an account or change its members.

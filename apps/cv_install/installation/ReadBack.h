@@ -5,5 +5,5 @@
 #include <QString>
 
 // Returns at most `most` bytes from the start of the regular file `path`; empty when it is no
-// regular file or cannot be read. Never blocks on a FIFO planted by another user.
+// regular file or cannot be read. Opens no device or FIFO that another user put there.
 QByteArray ReadBack(const QString& path, qsizetype most);

@@ -4,11 +4,15 @@
 #include <pwd.h>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include <QDateTime>
 #include <QFile>
+#include <array>
 #include <cerrno>
+#include <cstdint>
+#include <cstdio>
 #include <cstring>
 #include <thread>
 
@@ -61,18 +65,19 @@ QByteArray FindHolder(int descriptor) {
     QFile locks(QStringLiteral("/proc/locks"));
     if (fstat(descriptor, &found) != 0 || !locks.open(QIODevice::ReadOnly))
         return {};
-    const QByteArray inode = QByteArray::number(static_cast<qulonglong>(found.st_ino));
+    std::array<char, 64> file = {};
+    std::snprintf(file.data(), file.size(), "%02x:%02x:%ju", major(found.st_dev),
+                  minor(found.st_dev), static_cast<uintmax_t>(found.st_ino));
     for (const QByteArray& line : locks.readAll().split('\n')) {
         // 1: FLOCK  ADVISORY  WRITE 1234 08:01:5678 0 EOF
         const QList<QByteArray> words = line.simplified().split(' ');
-        if (words.size() > 5 && words[1] == "FLOCK" && words[5].split(':').last() == inode &&
-            IsSetup(words[4]))
+        if (words.size() > 5 && words[1] == "FLOCK" && words[5] == file.data() && IsSetup(words[4]))
             return words[4];
     }
     return {};
 }
 
-Problem HeldBy(int descriptor) {
+QString Describe(int descriptor) {
     const QByteArray process = FindHolder(descriptor);
     const QString owner = process.isEmpty() ? QString() : OwnerOf(process);
     const QDateTime start = owner.isEmpty() ? QDateTime() : StartOf(process);
@@ -82,8 +87,18 @@ Problem HeldBy(int descriptor) {
                     .arg(QLatin1String(process), owner,
                          start.toString(QStringLiteral("yyyy-MM-dd HH:mm:ss")));
     }
-    return {ExitStatus::Locked, text,
+    return text;
+}
+
+Problem HeldBy(int descriptor) {
+    return {ExitStatus::Locked, Describe(descriptor),
             QStringLiteral("Run the setup again when it has ended, or with --wait SECONDS.")};
+}
+
+Problem Waiting(int descriptor, std::chrono::seconds limit) {
+    return {ExitStatus::Locked, Describe(descriptor),
+            QStringLiteral("The setup continues when it ends, or fails after %1 seconds.")
+                .arg(limit.count())};
 }
 
 }  // namespace
@@ -93,9 +108,9 @@ SetupLock::~SetupLock() {
         close(m_descriptor);
 }
 
-Failure SetupLock::OpenFile(const std::string& path) {
-    m_descriptor = open(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC,
-                        Find(Item::RootLock).rootMode);
+Failure SetupLock::OpenFile(const std::string& path, mode_t mode) {
+    m_path = path;
+    m_descriptor = open(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, mode);
     if (m_descriptor == -1)
         return LockProblem(path, errno);
     return {};
@@ -103,26 +118,30 @@ Failure SetupLock::OpenFile(const std::string& path) {
 
 // Some network file systems lock only files that are open for writing.
 Failure SetupLock::OpenForUser(const std::string& installDir) {
+    m_path = installDir;
     m_descriptor = open(installDir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (m_descriptor == -1)
         return LockProblem(installDir, errno);
     if (flock(m_descriptor, LOCK_EX | LOCK_NB) == 0 || errno == EWOULDBLOCK)
         return {};
     close(m_descriptor);
-    return OpenFile(PathOf(Find(Item::UserLock), installDir));
+    const Entry& entry = Find(Item::UserLock);
+    return OpenFile(PathOf(entry, installDir), entry.userMode);
 }
 
 Failure SetupLock::Take(const QString& installDir, std::chrono::seconds limit) {
-    const std::string directory = installDir.toStdString();
-    if (Failure failure =
-            getuid() == 0 ? OpenFile(Find(Item::RootLock).path) : OpenForUser(directory))
+    const Entry& entry = Find(Item::RootLock);
+    if (Failure failure = getuid() == 0 ? OpenFile(entry.path, entry.rootMode)
+                                        : OpenForUser(installDir.toStdString()))
         return failure;
     const auto deadline = std::chrono::steady_clock::now() + limit;
-    while (flock(m_descriptor, LOCK_EX | LOCK_NB) != 0) {
+    for (bool reported = false; flock(m_descriptor, LOCK_EX | LOCK_NB) != 0; reported = true) {
         if (errno != EWOULDBLOCK)
-            return LockProblem(directory, errno);
+            return LockProblem(m_path, errno);
         if (std::chrono::steady_clock::now() >= deadline)
             return HeldBy(m_descriptor);
+        if (!reported)
+            ReportWarning(Waiting(m_descriptor, limit));
         std::this_thread::sleep_for(std::chrono::milliseconds(100));
     }
     return {};

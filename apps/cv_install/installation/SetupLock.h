@@ -7,8 +7,9 @@
 #include "Problem.h"
 
 // The lock of a setup as root is a file that only root can open. A user's lock is the install
-// directory itself or, on file systems that cannot lock directories, a file in it. No file is ever
-// removed, because another setup may be waiting for its lock.
+// directory itself or, on file systems that cannot lock directories, a file in it. A setup as root
+// and a user's setup do not exclude each other. No setup removes a file, because another one may be
+// waiting for its lock.
 //
 // The lock is released when the object is destroyed and no process inherited the descriptor.
 class SetupLock {
@@ -26,8 +27,9 @@ public:
     void Inherit() const;
 
 private:
-    Failure OpenFile(const std::string& path);
+    Failure OpenFile(const std::string& path, mode_t mode);
     Failure OpenForUser(const std::string& installDir);
 
+    std::string m_path;
     int m_descriptor = -1;
 };

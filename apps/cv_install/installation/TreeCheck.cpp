@@ -12,7 +12,7 @@
 
 namespace {
 
-constexpr const char* InspectAndRemove = "Inspect it, remove it, then run the setup again.";
+constexpr const char* inspectAndRemove = "Inspect it, remove it, then run the setup again.";
 
 Problem TreeProblem(const QString& text, const QString& remedy) {
     return {ExitStatus::TreeRefused, text, remedy};
@@ -22,7 +22,7 @@ Problem UnsafePath(const std::string& path, const char* reason) {
     return TreeProblem(
         QStringLiteral("unsafe path: \"%1\" %2")
             .arg(QString::fromStdString(path), QLatin1String(reason)),
-        QStringLiteral("Root would write through it. ") + QLatin1String(InspectAndRemove));
+        QStringLiteral("Root would write through it. ") + QLatin1String(inspectAndRemove));
 }
 
 constexpr const char* hasHardLinks = "has more than one hard link";
@@ -51,7 +51,7 @@ Problem UncheckedPath(const std::string& path, int error) {
     return TreeProblem(
         QStringLiteral("cannot check \"%1\" for hard links: %2")
             .arg(QString::fromStdString(path), QString::fromUtf8(std::strerror(error))),
-        QLatin1String(InspectAndRemove));
+        QStringLiteral("Make sure that root can read it, then run the setup again."));
 }
 
 // Finds a hard link below a directory whose content the script gives to the service account. chown
@@ -64,8 +64,11 @@ Failure FindHardLinkBelow(const std::string& directory) {
         return {};
     for (const fs::recursive_directory_iterator end; !error && at != end; at.increment(error)) {
         struct stat found = {};
-        if (lstat(at->path().c_str(), &found) != 0)
+        if (lstat(at->path().c_str(), &found) != 0) {
+            if (errno == ENOENT)
+                continue;
             return UncheckedPath(at->path().string(), errno);
+        }
         if (!S_ISDIR(found.st_mode) && found.st_nlink > 1)
             return UnsafePath(at->path().string(), hasHardLinks);
     }
@@ -83,7 +86,7 @@ Failure FindOptionInRepositoryLink(const QString& installDir) {
         return {};
     return TreeProblem(
         QStringLiteral("the target of symbolic link \"%1\" begins with \"-\"").arg(path),
-        QLatin1String(InspectAndRemove));
+        QLatin1String(inspectAndRemove));
 }
 
 Failure FindUnsafeEntry(const std::string& installDir) {
@@ -128,7 +131,7 @@ Failure CheckQueueLimits(const QString& installDir) {
         return {};
     return TreeProblem(QStringLiteral("\"%1\" is not a regular file of at most 64 KB")
                            .arg(QString::fromStdString(path)),
-                       QLatin1String(InspectAndRemove));
+                       QLatin1String(inspectAndRemove));
 }
 
 // A directory where an earlier setup created a run script can be set up again.

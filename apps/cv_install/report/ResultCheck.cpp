@@ -7,6 +7,8 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 
 #include "installation/ContentCheck.h"
 
@@ -29,20 +31,30 @@ QString OwnerOf(const struct stat& found) {
            (owner != nullptr ? QString::fromUtf8(owner->gr_name) : QString::number(found.st_gid));
 }
 
+Problem WrongOwner(const std::string& path, const QString& reason) {
+    return {ExitStatus::Incomplete,
+            QStringLiteral("the owner of \"%1\" %2").arg(QString::fromStdString(path), reason),
+            QStringLiteral("Make sure that its file system supports owners, then run the setup "
+                           "again."),
+            Changes::Unknown};
+}
+
 Failure CheckOwner(const CInstallBase& run, const Entry& entry) {
     const std::string path = PathIn(run, entry);
-    const QString expected = run.m_serviceUser + u':' + run.m_serviceGroup;
     // The install directory may be a link of root's, which chown follows.
     const int flags = entry.item == Item::InstallDirectory ? 0 : AT_SYMLINK_NOFOLLOW;
     struct stat found = {};
-    if (fstatat(AT_FDCWD, path.c_str(), &found, flags) != 0 || OwnerOf(found) == expected)
+    if (fstatat(AT_FDCWD, path.c_str(), &found, flags) != 0) {
+        return WrongOwner(
+            path, QStringLiteral("is unknown: %1").arg(QString::fromUtf8(std::strerror(errno))));
+    }
+    const passwd* user = getpwnam(run.m_serviceUser.toUtf8().constData());
+    const group* owner = getgrnam(run.m_serviceGroup.toUtf8().constData());
+    if (user != nullptr && owner != nullptr && user->pw_uid == found.st_uid &&
+        owner->gr_gid == found.st_gid)
         return {};
-    return Problem{ExitStatus::Incomplete,
-                   QStringLiteral("the owner of \"%1\" is %2, expected %3")
-                       .arg(QString::fromStdString(path), OwnerOf(found), expected),
-                   QStringLiteral("Make sure that its file system supports owners, then run the "
-                                  "setup again."),
-                   Changes::Unknown};
+    return WrongOwner(path, QStringLiteral("is %1, expected %2:%3")
+                                .arg(OwnerOf(found), run.m_serviceUser, run.m_serviceGroup));
 }
 
 }  // namespace

@@ -64,14 +64,14 @@ void ShowService(const CInstallBase& run) {
 
 void ShowSummary(const CInstallBase& run) {
     const bool root = run.m_accessFlags == CInstallBase::RootAccess;
-    const Entry& runScript = Find(Item::RunScript);
     std::printf("  Installed: %s\n", qUtf8Printable(run.m_installDir));
     ShowMissingQueueCommands(run);
     if (root)
         ShowService(run);
     if (!SetupLog::Path().empty())
         std::printf("  Log:       %s\n", SetupLog::Path().c_str());
-    std::printf("  Next step: start Corvane with %s\n",
-                root ? runScript.path : PathOf(runScript, run.m_installDir.toStdString()).c_str());
+    std::printf(
+        "  Next step: start Corvane with %s\n",
+        root ? commandName : PathOf(Find(Item::RunScript), run.m_installDir.toStdString()).c_str());
     std::fflush(stdout);
 }
