@@ -226,7 +226,7 @@ others = {
     "compute service listeners", "certificate file", "key file", "Diffie-Hellman file",
 }
 remedy = re.compile(
-    r"(?:%s  )?(?:At most|Change to|Changes made|Correct|Create|Enter|Fix|Free up|Inspect|Install|Make|"
+    r"(?:%s  )?(?:At most|Change to|Changes made|Copy|Correct|Create|Enter|Fix|Free up|Inspect|Install|Make|"
     r"Move|No changes|Root would|Run|Set|Some output|Specify|The setup continues|To|Use)\b.*\.$")
 # The library's texts are fixed, so their beginnings are too.
 library_failure = re.compile(

@@ -51,7 +51,7 @@ const std::vector<Outcome> outcomes = {
     {R"re(^openat.*corvane26_commit_.*O_CREAT)re", 5,
      std::string("Writing Commit Script: mkstemp failed, Too many open files\n") + noScript,
      Created::QChemAndSubmission},
-    {R"re(^openat.*corvane26_commit_.*O_NONBLOCK)re", 5, noScript, Created::QChemAndSubmission},
+    {R"re(^openat.*corvane26_commit_.*O_PATH)re", 5, noScript, Created::QChemAndSubmission},
     {R"re(^write\(\d+</tmp/corvane26_commit_)re", 5, noScript, Created::QChemAndSubmission},
     {R"re(^read\(\d+</tmp/corvane26_commit_.*, 16384\))re", 5, noScript,
      Created::QChemAndSubmission},
@@ -76,13 +76,19 @@ const std::vector<Outcome> outcomes = {
     {R"re(^write\(\d+</tmp/product)re", 2, isIncomplete + changedRunTimeFiles, Created::PartOfIt},
     {R"re(^openat.*/(qchemrc/.*|corvane26_samba|corvane26_ssh)", O_RDONLY)re", 2,
      isIncomplete + changedRunTimeFiles, Created::PartOfIt},
-    {R"re(^read\(\d+</tmp/product/(qchemrc|corvane26_s).*, 16384\))re", 2,
+    {R"re(^openat.*"/proc/self/fd/.* instead of \d+</tmp/product/qchemrc/)re", 2,
+     isIncomplete + changedRunTimeFiles, Created::PartOfIt},
+    {R"re(^read\(\d+</tmp/product/(qchemrc/|corvane26_samba|corvane26_ssh).*, 16384\))re", 2,
      isIncomplete + changedRunTimeFiles, Created::PartOfIt},
 
     // The run of the commit script.
     {R"re(^(pipe2|clone|vfork|fork)\()re", 6, cannotStartScript, Created::QChemAndSubmission},
 
     // The check of the result, which finds a file that it cannot read.
+    {R"re(^openat.*"/tmp/product/corvane26(_snapshot)?", .*O_PATH)re", 10, isIncomplete,
+     Created::Everything},
+    {R"re(^read\(\d+</tmp/product/corvane26(_snapshot)?>.*, 16384\))re", 10, isIncomplete,
+     Created::Everything},
     {R"re(^read\(\d+</tmp/product/corvanerc.*, 16384\))re", 10, pageIsIncomplete,
      Created::Everything},
     {R"re(^openat.*/corvanerc/)re", 10, pageIsIncomplete, Created::Everything},

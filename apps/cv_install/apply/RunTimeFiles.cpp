@@ -2,6 +2,7 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cstdio>
 
 #include "answers/Conversation.h"
@@ -58,4 +59,9 @@ Failure WriteRunTimeFiles(CInstallBase& run, unsigned conditions) {
         }
     }
     return {};
+}
+
+bool IsRunTimeFile(const Entry& entry) {
+    return std::any_of(std::begin(writers), std::end(writers),
+                       [&entry](const Writer& writer) { return writer.item == entry.item; });
 }

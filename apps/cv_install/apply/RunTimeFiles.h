@@ -2,9 +2,13 @@
 #pragma once
 
 #include "Problem.h"
+#include "installation/Installation.h"
 #include "setuprun/CInstallBase.h"
 
 // Creates the install directory and the Q-Chem files in it, and the submission scripts if
 // `conditions` include them. Fails when the input of a terminal ends at a pause, or when a file is
 // truncated; the library ends the process on other failures.
 Failure WriteRunTimeFiles(CInstallBase& run, unsigned conditions);
+
+// True for a file that WriteRunTimeFiles writes and checks.
+bool IsRunTimeFile(const Entry& entry);

@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "apply/RunTimeFiles.h"
 #include "installation/ContentCheck.h"
 
 namespace {
@@ -31,9 +32,8 @@ QString OwnerOf(const struct stat& found) {
            (owner != nullptr ? QString::fromUtf8(owner->gr_name) : QString::number(found.st_gid));
 }
 
-Problem WrongOwner(const std::string& path, const QString& reason) {
-    return {ExitStatus::Incomplete,
-            QStringLiteral("the owner of \"%1\" %2").arg(QString::fromStdString(path), reason),
+Problem WrongOwner(const QString& text) {
+    return {ExitStatus::Incomplete, text,
             QStringLiteral("Make sure that its file system supports owners, then run the setup "
                            "again."),
             Changes::Unknown};
@@ -41,20 +41,21 @@ Problem WrongOwner(const std::string& path, const QString& reason) {
 
 Failure CheckOwner(const CInstallBase& run, const Entry& entry) {
     const std::string path = PathIn(run, entry);
+    const QString shown = QString::fromStdString(path);
     // The install directory may be a link of root's, which chown follows.
     const int flags = entry.item == Item::InstallDirectory ? 0 : AT_SYMLINK_NOFOLLOW;
     struct stat found = {};
     if (fstatat(AT_FDCWD, path.c_str(), &found, flags) != 0) {
-        return WrongOwner(
-            path, QStringLiteral("is unknown: %1").arg(QString::fromUtf8(std::strerror(errno))));
+        return WrongOwner(QStringLiteral("the owner of \"%1\" is unknown: %2")
+                              .arg(shown, QString::fromUtf8(std::strerror(errno))));
     }
     const passwd* user = getpwnam(run.m_serviceUser.toUtf8().constData());
     const group* owner = getgrnam(run.m_serviceGroup.toUtf8().constData());
     if (user != nullptr && owner != nullptr && user->pw_uid == found.st_uid &&
         owner->gr_gid == found.st_gid)
         return {};
-    return WrongOwner(path, QStringLiteral("is %1, expected %2:%3")
-                                .arg(OwnerOf(found), run.m_serviceUser, run.m_serviceGroup));
+    return WrongOwner(QStringLiteral("the owner of \"%1\" is %2, expected %3:%4")
+                          .arg(shown, OwnerOf(found), run.m_serviceUser, run.m_serviceGroup));
 }
 
 }  // namespace
@@ -75,7 +76,7 @@ Failure CheckResult(const CInstallBase& run, unsigned conditions, const EntryLis
         if (!Applies(entry, conditions))
             continue;
         Failure failure;
-        if (!IsIn(keptPages, entry))
+        if (!IsIn(keptPages, entry) && !IsRunTimeFile(entry))
             failure = CheckContent(run, entry, Written::Now);
         if (!failure && root && entry.owner == Owner::ServiceAccount)
             failure = CheckOwner(run, entry);
