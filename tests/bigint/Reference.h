@@ -1,28 +1,15 @@
-// Python's integers: runs reference.py and asks it line by line through pipes.
+// Python's integers, computed by reference.py.
 #pragma once
 
-#include <sys/types.h>
-
-#include <cstdio>
 #include <string>
+#include <vector>
 
 namespace hx_test {
 
-class Reference {
-public:
-    Reference();
-    ~Reference();
-    Reference(const Reference&) = delete;
-    Reference& operator=(const Reference&) = delete;
+// Returns whether Python is installed.
+bool HasPython();
 
-    // Returns whether Python is installed.
-    bool Available();
-    std::string Ask(const std::string& question);
-
-private:
-    pid_t m_child = -1;
-    FILE* m_to = nullptr;
-    FILE* m_from = nullptr;
-};
+// Returns Python's answer to each question, a request of reference.py.
+std::vector<std::string> AnswersOfPython(const std::vector<std::string>& questions);
 
 }  // namespace hx_test

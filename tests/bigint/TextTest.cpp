@@ -56,10 +56,11 @@ std::string HexBelow(const std::string& hex) {
 }
 
 TEST(Text, MatchesPythonInEveryRadix) {
-    Reference python;
-    if (!python.Available())
+    if (!HasPython())
         GTEST_SKIP() << "python3 is not installed";
     Numbers numbers(8);
+    std::vector<std::pair<int, std::string>> cases;
+    std::vector<std::string> questions;
     for (int radix = 2; radix <= 64; ++radix) {
         const std::string power = HexPower(radix, 5 + numbers.Below(35));
         std::vector<std::string> values = {"0", HexBelow(HexPower(radix, 1)), HexPower(radix, 1),
@@ -69,10 +70,15 @@ TEST(Text, MatchesPythonInEveryRadix) {
         if (radix % 9 == 1)
             values.push_back(numbers.Signed(40000));
         for (const std::string& hex : values) {
-            const std::string text = python.Ask("text " + std::to_string(radix) + " " + hex);
-            EXPECT_EQ(ToText(Integer(hex), radix), text) << hex << " in radix " << radix;
-            EXPECT_EQ(Read(WithSign(text), radix), hex) << text << " in radix " << radix;
+            cases.emplace_back(radix, hex);
+            questions.push_back("text " + std::to_string(radix) + " " + hex);
         }
+    }
+    const std::vector<std::string> texts = AnswersOfPython(questions);
+    for (size_t i = 0; i < cases.size(); ++i) {
+        const auto& [radix, hex] = cases[i];
+        EXPECT_EQ(ToText(Integer(hex), radix), texts[i]) << hex << " in radix " << radix;
+        EXPECT_EQ(Read(WithSign(texts[i]), radix), hex) << texts[i] << " in radix " << radix;
     }
 }
 

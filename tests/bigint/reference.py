@@ -120,4 +120,4 @@ def answer(line):
 
 
 for request in sys.stdin:
-    print(answer(request), flush=True)
+    print(answer(request))
