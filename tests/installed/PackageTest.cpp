@@ -151,11 +151,13 @@ protected:
 
     // Returns all files except backups and those that change on a running machine.
     static std::set<std::string> Files() {
-        std::istringstream list(Shell(
-            "find /etc /home /opt /root /srv /usr /var -xdev "
-            "\\( -path /var/log/journal -o -path /var/lib/systemd -o -path /var/cache/man "
-            "-o -path /var/log/dpkg.log -o -path '/etc/*-' -o -path '/var/lib/dpkg/*-old' "
-            "-o -path " HX_BUILD_DIR " \\) -prune -o -print; find /run /tmp -name 'corvane26*'"));
+        std::istringstream list(
+            Shell("find /etc /home /opt /root /srv /usr /var -xdev "
+                  "\\( -path /var/log/journal -o -path /var/lib/systemd -o -path /var/cache/man "
+                  "-o -path /var/log/dpkg.log -o -path '/etc/*-' -o -path '/var/lib/dpkg/*-old' "
+                  "-o -path " HX_BUILD_DIR " -o -path " HX_SOURCE_DIR
+                  "/build \\) -prune -o -print; "
+                  "find /run /tmp -name 'corvane26*'"));
         std::set<std::string> files;
         for (std::string line; std::getline(list, line);)
             files.insert(line);
