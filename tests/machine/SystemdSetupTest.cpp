@@ -120,6 +120,10 @@ TEST_F(SystemdSetup, RestartsServiceAndRestoresUnitOnRerun) {
     const std::string installation = Installation();
     for (const auto& [before, enabled, keepsUnit] : rerunCases) {
         SCOPED_TRACE(before);
+        // Waits for the service program: until then the service runs the run script, which a setup
+        // cannot write at the same time.
+        RunFile("settings");
+        Shell("rm /run/corvane26_service/settings");
         Shell(before);
         const std::string pid = Property("MainPID");
         const std::string inode = Shell("stat -c %i " + unitFile);
