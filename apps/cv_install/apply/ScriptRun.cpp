@@ -21,7 +21,7 @@
 namespace {
 
 // What the handlers share with the rest: the script's process group, the last signal, and the file
-// that must not be left behind.
+// that a signal removes.
 std::atomic<pid_t> scriptGroup = 0;
 std::atomic<int> receivedSignal = 0;
 std::array<char, 128> removedPath = {};
