@@ -8,16 +8,13 @@
 #include <memory>
 
 #include "installation/ReadBack.h"
+#include "installation/SetupRun.h"
 #include "setuprun/QueueLimitsKeys.h"
 
 namespace {
 
 // More than any of these files contains.
 constexpr qsizetype mostBytes = 1 << 20;
-
-QString PathIn(const CInstallBase& run, const Entry& entry) {
-    return QString::fromStdString(PathOf(entry, run.m_installDir.toStdString()));
-}
 
 Problem IncompleteFile(const QString& path) {
     return {ExitStatus::Incomplete, QStringLiteral("\"%1\" is incomplete or unreadable").arg(path),

@@ -8,7 +8,7 @@
 #include <cstring>
 #include <filesystem>
 
-#include "installation/Installation.h"
+#include "installation/SetupRun.h"
 
 namespace {
 
@@ -191,12 +191,11 @@ Failure FindObstacleForUser(const CInstallBase& run) {
                            "the setup as root."));
     }
     for (const Item script : {Item::RunScript, Item::SnapshotScript}) {
-        const std::string path = PathOf(Find(script), run.m_installDir.toStdString());
+        const QString path = PathIn(run, Find(script));
         struct stat found = {};
-        if (stat(path.c_str(), &found) == 0 && found.st_uid != getuid()) {
+        if (stat(path.toUtf8().constData(), &found) == 0 && found.st_uid != getuid()) {
             return TreeProblem(
-                QStringLiteral("cannot change the mode of \"%1\": owned by another user")
-                    .arg(QString::fromStdString(path)),
+                QStringLiteral("cannot change the mode of \"%1\": owned by another user").arg(path),
                 QStringLiteral("Run the setup as root."));
         }
     }

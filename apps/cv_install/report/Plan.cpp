@@ -9,7 +9,7 @@
 #include <cstdio>
 
 #include "answers/Conversation.h"
-#include "installation/Installation.h"
+#include "installation/SetupRun.h"
 
 namespace {
 
@@ -63,8 +63,7 @@ QString LinkOutcome(const QString& link, const QString& target) {
 // Everything that the setup creates on its own; files are left out, as are the contents of the
 // directories of pages, and the service's own files, which have one row for all.
 void ShowEntry(const CInstallBase& run, const Entry& entry) {
-    const std::string installDir = run.m_installDir.toStdString();
-    const QString path = QString::fromStdString(PathOf(entry, installDir));
+    const QString path = PathIn(run, entry);
     if (entry.kind == Kind::Directory && entry.check != Check::Archive) {
         Row("Directory", path,
             Exists(path) ? Keep() : QStringLiteral("create (mode %1)").arg(entry.rootMode, 0, 8));

@@ -12,12 +12,9 @@
 
 #include "apply/RunTimeFiles.h"
 #include "installation/ContentCheck.h"
+#include "installation/SetupRun.h"
 
 namespace {
-
-std::string PathIn(const CInstallBase& run, const Entry& entry) {
-    return PathOf(entry, run.m_installDir.toStdString());
-}
 
 bool IsIn(const EntryList& list, const Entry& entry) {
     return std::find(list.begin(), list.end(), &entry) != list.end();
@@ -40,14 +37,13 @@ Problem WrongOwner(const QString& text) {
 }
 
 Failure CheckOwner(const CInstallBase& run, const Entry& entry) {
-    const std::string path = PathIn(run, entry);
-    const QString shown = QString::fromStdString(path);
+    const QString path = PathIn(run, entry);
     // The install directory may be a link of root's, which chown follows.
     const int flags = entry.item == Item::InstallDirectory ? 0 : AT_SYMLINK_NOFOLLOW;
     struct stat found = {};
-    if (fstatat(AT_FDCWD, path.c_str(), &found, flags) != 0) {
+    if (fstatat(AT_FDCWD, path.toUtf8().constData(), &found, flags) != 0) {
         return WrongOwner(QStringLiteral("the owner of \"%1\" is unknown: %2")
-                              .arg(shown, QString::fromUtf8(std::strerror(errno))));
+                              .arg(path, QString::fromUtf8(std::strerror(errno))));
     }
     const passwd* user = getpwnam(run.m_serviceUser.toUtf8().constData());
     const group* owner = getgrnam(run.m_serviceGroup.toUtf8().constData());
@@ -55,7 +51,7 @@ Failure CheckOwner(const CInstallBase& run, const Entry& entry) {
         owner->gr_gid == found.st_gid)
         return {};
     return WrongOwner(QStringLiteral("the owner of \"%1\" is %2, expected %3:%4")
-                          .arg(shown, OwnerOf(found), run.m_serviceUser, run.m_serviceGroup));
+                          .arg(path, OwnerOf(found), run.m_serviceUser, run.m_serviceGroup));
 }
 
 }  // namespace
@@ -64,7 +60,7 @@ EntryList FindKeptPages(const CInstallBase& run, unsigned conditions) {
     EntryList kept;
     for (const Entry& entry : Entries()) {
         if (entry.check == Check::Archive && Applies(entry, conditions) &&
-            access(PathIn(run, entry).c_str(), F_OK) == 0)
+            access(PathIn(run, entry).toUtf8().constData(), F_OK) == 0)
             kept.push_back(&entry);
     }
     return kept;

@@ -7,7 +7,7 @@
 #include <cstdio>
 
 #include "apply/SetupLog.h"
-#include "installation/Installation.h"
+#include "installation/SetupRun.h"
 #include "setuprun/Schedulers.h"
 
 namespace {
@@ -70,8 +70,8 @@ void ShowSummary(const CInstallBase& run) {
         ShowService(run);
     if (!SetupLog::Path().empty())
         std::printf("  Log:       %s\n", SetupLog::Path().c_str());
-    std::printf(
-        "  Next step: start Corvane with %s\n",
-        root ? commandName : PathOf(Find(Item::RunScript), run.m_installDir.toStdString()).c_str());
+    const QString command =
+        root ? QString::fromUtf8(commandName) : PathIn(run, Find(Item::RunScript));
+    std::printf("  Next step: start Corvane with %s\n", qUtf8Printable(command));
     std::fflush(stdout);
 }
