@@ -1,7 +1,6 @@
 #include "installation/SetupLock.h"
 
 #include <fcntl.h>
-#include <pwd.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
@@ -17,6 +16,7 @@
 #include <thread>
 
 #include "installation/Installation.h"
+#include "installation/Owners.h"
 
 namespace {
 
@@ -46,12 +46,11 @@ QDateTime StartOf(const QByteArray& process) {
     return QDateTime::fromSecsSinceEpoch(bootTime + fields[19].toLongLong() / sysconf(_SC_CLK_TCK));
 }
 
-QString OwnerOf(const QByteArray& process) {
+QString UserOf(const QByteArray& process) {
     struct stat found = {};
     if (stat(("/proc/" + process).constData(), &found) != 0)
         return {};
-    const passwd* user = getpwuid(found.st_uid);
-    return user != nullptr ? QString::fromUtf8(user->pw_name) : QString::number(found.st_uid);
+    return UserName(found.st_uid);
 }
 
 bool IsSetup(const QByteArray& process) {
@@ -79,7 +78,7 @@ QByteArray FindHolder(int descriptor) {
 
 QString Describe(int descriptor) {
     const QByteArray process = FindHolder(descriptor);
-    const QString owner = process.isEmpty() ? QString() : OwnerOf(process);
+    const QString owner = process.isEmpty() ? QString() : UserOf(process);
     const QDateTime start = owner.isEmpty() ? QDateTime() : StartOf(process);
     QString text = QStringLiteral("another setup is running");
     if (start.isValid()) {

@@ -12,6 +12,7 @@
 
 #include "apply/RunTimeFiles.h"
 #include "installation/ContentCheck.h"
+#include "installation/Owners.h"
 #include "installation/SetupRun.h"
 
 namespace {
@@ -21,11 +22,8 @@ bool IsIn(const EntryList& list, const Entry& entry) {
 }
 
 QString OwnerOf(const struct stat& found) {
-    const passwd* user = getpwuid(found.st_uid);
-    const QString name =
-        user != nullptr ? QString::fromUtf8(user->pw_name) : QString::number(found.st_uid);
     const group* owner = getgrgid(found.st_gid);
-    return name + u':' +
+    return UserName(found.st_uid) + u':' +
            (owner != nullptr ? QString::fromUtf8(owner->gr_name) : QString::number(found.st_gid));
 }
 
