@@ -10,7 +10,7 @@
 #include "apply/RunTimeFiles.h"
 #include "apply/ScriptRun.h"
 #include "apply/SetupLog.h"
-#include "installation/Installation.h"
+#include "installation/SetupRun.h"
 #include "installation/TreeCheck.h"
 #include "report/Plan.h"
 #include "report/ResultCheck.h"
@@ -18,10 +18,6 @@
 #include "setuprun/CInstallBase.h"
 
 namespace {
-
-bool IsRootSetup(const CInstallBase& run) {
-    return run.m_accessFlags == CInstallBase::RootAccess;
-}
 
 void AnswerWithDefaults(CInstallBase& run) {
     run.m_interactive = false;

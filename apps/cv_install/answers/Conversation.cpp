@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "answers/ValueGuard.h"
+#include "installation/SetupRun.h"
 #include "setuprun/Schedulers.h"
 #include "support/HXfgets.h"
 
@@ -156,7 +157,7 @@ Failure AskQuestions(CInstallBase& run) {
         failure = Ask(run, &CInstallBase::PromptScratchLimit);
     if (!failure)
         failure = Ask(run, &CInstallBase::PromptQueueType);
-    if (!failure && run.m_accessFlags == CInstallBase::RootAccess)
+    if (!failure && IsRootSetup(run))
         failure = Ask(run, &CInstallBase::PromptComputeServiceGroupMembers);
     if (!failure)
         WarnOfLimitsOfZero(run);

@@ -2,6 +2,7 @@
 
 #include <QRegularExpression>
 
+#include "installation/SetupRun.h"
 #include "setuprun/Schedulers.h"
 
 namespace {
@@ -108,7 +109,7 @@ Failure FindInvalidQueueSetting(const CInstallBase& run) {
 
 // Only a setup as root names members in the script.
 Failure FindInvalidMember(const CInstallBase& run) {
-    if (run.m_accessFlags != CInstallBase::RootAccess)
+    if (!IsRootSetup(run))
         return {};
     for (const QString& member : run.m_serviceMembers + run.m_serviceCurrentMembers) {
         if (Failure failure =

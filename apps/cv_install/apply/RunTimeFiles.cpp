@@ -7,7 +7,7 @@
 
 #include "answers/Conversation.h"
 #include "installation/ContentCheck.h"
-#include "installation/Installation.h"
+#include "installation/SetupRun.h"
 
 namespace {
 
@@ -37,7 +37,7 @@ void CreateSharedDirectory(const CInstallBase& run) {
 }  // namespace
 
 Failure WriteRunTimeFiles(CInstallBase& run, unsigned conditions) {
-    if (run.m_accessFlags == CInstallBase::RootAccess)
+    if (IsRootSetup(run))
         CreateSharedDirectory(run);
     run.CreateInstallDirectory();
     for (const Writer& writer : writers) {

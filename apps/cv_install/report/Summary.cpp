@@ -63,7 +63,7 @@ void ShowService(const CInstallBase& run) {
 }  // namespace
 
 void ShowSummary(const CInstallBase& run) {
-    const bool root = run.m_accessFlags == CInstallBase::RootAccess;
+    const bool root = IsRootSetup(run);
     std::printf("  Installed: %s\n", qUtf8Printable(run.m_installDir));
     ShowMissingQueueCommands(run);
     if (root)
