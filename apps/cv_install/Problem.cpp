@@ -21,7 +21,7 @@ const char* Describe(Changes changes) {
 // values in a problem may be chosen by another user.
 QString Printable(QString text) {
     for (QChar& character : text) {
-        if (character.category() == QChar::Other_Control)
+        if (IsControl(character))
             character = u'?';
     }
     return text;
@@ -33,6 +33,10 @@ void PrintIndented(const QString& text) {
 }
 
 }  // namespace
+
+bool IsControl(QChar character) {
+    return character.category() == QChar::Other_Control;
+}
 
 void Report(const Problem& problem) {
     std::fflush(stdout);

@@ -26,6 +26,10 @@ struct Problem {
 // The result of everything that can fail; empty on success.
 using Failure = std::optional<Problem>;
 
+// True for a control character, including the 8-bit ones, which a terminal may take for escape
+// sequences.
+bool IsControl(QChar character);
+
 // Prints the problem to stderr, after everything that was printed to stdout.
 void Report(const Problem& problem);
 

@@ -46,11 +46,6 @@ const GuardedField guardedFields[] = {
     {"Diffie-Hellman file", &CInstallBase::m_compSrvcDh, Use::Substituted, chooseSetting},
 };
 
-// Includes the 8-bit controls, which a terminal may take for escape sequences.
-bool IsControl(QChar character) {
-    return character.category() == QChar::Other_Control;
-}
-
 // Returns why `value` is invalid; empty when it is valid.
 QString ReasonAgainst(const QString& value, Use use) {
     if (use == Use::AccountName) {
