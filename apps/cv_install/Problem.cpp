@@ -27,9 +27,17 @@ QString Printable(QString text) {
     return text;
 }
 
-void PrintIndented(const QString& text) {
-    if (!text.isEmpty())
-        std::fprintf(stderr, "    %s\n", qUtf8Printable(Printable(text)));
+QByteArray Indented(const QString& text) {
+    return text.isEmpty() ? QByteArray() : "    " + Printable(text).toUtf8() + '\n';
+}
+
+QByteArray TextOf(const char* prefix, const Problem& problem) {
+    return prefix + Printable(problem.text).toUtf8() + '\n' + Indented(problem.remedy);
+}
+
+void Print(const QByteArray& text) {
+    std::fflush(stdout);
+    std::fputs(text.constData(), stderr);
 }
 
 }  // namespace
@@ -39,14 +47,13 @@ bool IsControl(QChar character) {
 }
 
 void Report(const Problem& problem) {
-    std::fflush(stdout);
-    std::fprintf(stderr, "cv_install: %s\n", qUtf8Printable(Printable(problem.text)));
-    PrintIndented(problem.remedy);
-    PrintIndented(QString::fromUtf8(Describe(problem.changes)));
+    Print(TextOf("cv_install: ", problem) + Indented(QString::fromUtf8(Describe(problem.changes))));
 }
 
 void ReportWarning(const Problem& problem) {
-    std::fflush(stdout);
-    std::fprintf(stderr, "cv_install: warning: %s\n", qUtf8Printable(Printable(problem.text)));
-    PrintIndented(problem.remedy);
+    Print(WarningText(problem));
+}
+
+QByteArray WarningText(const Problem& problem) {
+    return TextOf("cv_install: warning: ", problem);
 }

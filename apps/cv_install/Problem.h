@@ -1,6 +1,7 @@
 // How a part of a setup reports that it failed.
 #pragma once
 
+#include <QByteArray>
 #include <QString>
 #include <optional>
 
@@ -35,3 +36,6 @@ void Report(const Problem& problem);
 
 // Prints a problem that does not end the setup, as a warning.
 void ReportWarning(const Problem& problem);
+
+// What ReportWarning prints, for code that cannot use stderr.
+QByteArray WarningText(const Problem& problem);

@@ -1,5 +1,4 @@
 // cv_install: the console setup of Corvane. Calls the library's setup steps in order.
-#include <cstdio>
 #include <cstring>
 
 #include "Problem.h"
@@ -122,10 +121,11 @@ int main(int argc, char** argv) {
     if (failure)
         Report(*failure);
     if (const int error = SetupLog::OutputError()) {
-        std::fprintf(stderr,
-                     "cv_install: cannot write to standard output: %s\n"
-                     "    Some output was lost. The exit status is still valid.\n",
-                     std::strerror(error));
+        Report({ExitStatus::Complete,
+                QStringLiteral("cannot write to standard output: %1")
+                    .arg(QString::fromUtf8(std::strerror(error))),
+                QStringLiteral("Some output was lost. The exit status is still valid."),
+                Changes::Unknown});
     }
     return static_cast<int>(failure ? failure->status : ExitStatus::Complete);
 }

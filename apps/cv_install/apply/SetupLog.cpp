@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "Problem.h"
 #include "installation/Installation.h"
 
 namespace {
@@ -31,12 +32,20 @@ bool WriteAll(int descriptor, const char* text, size_t length) {
     return true;
 }
 
+// The message `text`, about the log and the error.
+Problem LogProblem(const QString& text, int error, const QString& remedy) {
+    return {ExitStatus::Complete,
+            text.arg(QString::fromStdString(logPath), QString::fromUtf8(std::strerror(error))),
+            remedy};
+}
+
 // A log that cannot be written to does not stop a setup. Writing again later would leave a gap.
 void CloseLog(int error) {
-    const std::string warning = "cv_install: warning: cannot write to log \"" + logPath +
-                                "\": " + std::strerror(error) +
-                                "\n    The setup continues; the log is incomplete.\n";
-    WriteAll(STDERR_FILENO, warning.data(), warning.size());
+    const QByteArray warning =
+        WarningText(LogProblem(QStringLiteral("cannot write to log \"%1\": %2"), error,
+                               QStringLiteral("The setup continues; the log is incomplete.")));
+    // The streams may be in use: this is part of a write to one of them.
+    WriteAll(STDERR_FILENO, warning.constData(), static_cast<size_t>(warning.size()));
     close(logDescriptor);
     logDescriptor = -1;
 }
@@ -103,10 +112,8 @@ int OpenLog(bool root) {
 void SetupLog::Start(bool root) {
     logDescriptor = OpenLog(root);
     if (logDescriptor == -1) {
-        std::fprintf(stderr,
-                     "cv_install: warning: cannot open log \"%s\": %s\n"
-                     "    The setup continues without a log.\n",
-                     logPath.c_str(), std::strerror(errno));
+        ReportWarning(LogProblem(QStringLiteral("cannot open log \"%1\": %2"), errno,
+                                 QStringLiteral("The setup continues without a log.")));
         logPath.clear();
         return;
     }
