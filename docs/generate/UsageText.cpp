@@ -115,8 +115,7 @@ void WriteVariableList(std::ostream& page) {
         WriteSentences(page, text);
     };
     for (const VariableUsage& usage : Variables()) {
-        const std::string next =
-            AsSentence(TextOf(usage.use) + (": " + std::string(usage.meaning)));
+        const std::string next = AsSentence(TextOf(usage.use) + (": " + Meaning(usage)));
         if (next == text) {
             names += std::string(" , ") + usage.name;
             continue;
@@ -177,6 +176,6 @@ void WriteStatusTable(std::ostream& guide) {
 void WriteVariableTable(std::ostream& guide) {
     guide << "| Variable | Setup | Meaning |\n| --- | --- | --- |\n";
     for (const VariableUsage& usage : Variables())
-        guide << "| `" << usage.name << "` | " << TextOf(usage.use) << " | " << usage.meaning
+        guide << "| `" << usage.name << "` | " << TextOf(usage.use) << " | " << Meaning(usage)
               << " |\n";
 }

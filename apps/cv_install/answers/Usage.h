@@ -44,6 +44,7 @@ struct VariableUsage {
     const char* name;  // may end with "*"
     VariableUse use;
     const char* meaning;
+    const char* valueForRoot = nullptr;  // a setup as root sets it to this value
 };
 
 // Every option, including those of the executable itself.
@@ -56,14 +57,14 @@ std::span<const StatusUsage> Statuses();
 // others.
 std::span<const VariableUsage> Variables();
 
-// PATH of a setup as root.
-inline constexpr const char* rootPath = "/usr/sbin:/usr/bin:/sbin:/bin";
-
 // The option's spellings, one by one.
 std::vector<std::string> Spellings(const OptionUsage& option);
 
 // The status as documents show it, such as "0" or "128+n".
 std::string Label(const StatusUsage& usage);
+
+// The meaning with the value in a setup as root, if that sets one.
+std::string Meaning(const VariableUsage& usage);
 
 // True if `word` is one of the option's spellings.
 bool HasSpelling(const OptionUsage& option, const char* word);

@@ -78,8 +78,7 @@ constexpr StatusUsage statuses[] = {
 };
 
 constexpr VariableUsage variables[] = {
-    {"PATH", VariableUse::Kept,
-     "directories in which df is searched for; a setup as root sets it to "
+    {"PATH", VariableUse::Kept, "directories in which df is searched for",
      "/usr/sbin:/usr/bin:/sbin:/bin"},
     {"HOME", VariableUse::Kept, "passed on to the tools"},
     {"LANG", VariableUse::Kept, "language of the tools"},
@@ -131,6 +130,13 @@ std::string Label(const StatusUsage& usage) {
     const std::string number =
         usage.status ? std::to_string(static_cast<int>(*usage.status)) : std::string();
     return number + usage.suffix;
+}
+
+std::string Meaning(const VariableUsage& usage) {
+    const std::string meaning = usage.meaning;
+    return usage.valueForRoot == nullptr
+               ? meaning
+               : meaning + "; a setup as root sets it to " + usage.valueForRoot;
 }
 
 bool HasSpelling(const OptionUsage& option, const char* word) {

@@ -63,8 +63,10 @@ void CleanEnvironment() {
     }
     for (const std::string& name : removed)
         unsetenv(name.c_str());
-    if (root && setenv("PATH", rootPath, 1) != 0)
-        EndWithoutMemory();
+    for (const VariableUsage& usage : Variables()) {
+        if (root && usage.valueForRoot != nullptr && setenv(usage.name, usage.valueForRoot, 1) != 0)
+            EndWithoutMemory();
+    }
 }
 
 }  // namespace
