@@ -11,43 +11,77 @@ constexpr unsigned ServiceMachine = AsRoot | WithoutClusterNode;
 
 static_assert(hx::earlierServices.size() == 3, "each has a row below");
 
+// Rows of one kind repeat these fields.
+
+constexpr Entry SharedDirectory(Entry entry) {
+    entry.kind = Kind::Directory;
+    entry.rootMode = 0775;
+    entry.userMode = 0755;
+    entry.owner = Owner::ServiceAccount;
+    entry.later = Later::Keeps;
+    return entry;
+}
+
+constexpr Entry PagesDirectory(Entry entry) {
+    entry.kind = Kind::Directory;
+    entry.rootMode = 0755;
+    entry.userMode = 0755;
+    entry.owner = Owner::ServiceAccount;
+    entry.conditions = WithoutClusterNode;
+    entry.later = Later::Keeps;
+    entry.ownsAllBelow = true;
+    entry.check = Check::Archive;
+    entry.removesAllBelow = true;
+    return entry;
+}
+
+constexpr Entry RunScript(Entry entry) {
+    entry.rootMode = 0775;
+    entry.userMode = 0755;
+    entry.owner = Owner::ServiceAccount;
+    entry.check = Check::Ending;
+    return entry;
+}
+
+constexpr Entry QChemFile(Entry entry) {
+    entry.rootMode = 0644;
+    entry.userMode = 0644;
+    entry.removal = Removal::Purge;
+    entry.allVersions = true;
+    return entry;
+}
+
+constexpr Entry SubmissionScript(Entry entry) {
+    entry.rootMode = 0755;
+    entry.userMode = 0755;
+    entry.conditions = WithSubmissionScripts;
+    entry.check = Check::Ending;
+    entry.reference = "\nexit 0\n";
+    entry.content = Content::Shared;
+    return entry;
+}
+
+constexpr Entry CommandLink(Entry entry) {
+    entry.kind = Kind::Link;
+    entry.conditions = AsRoot;
+    entry.later = Later::Updates;
+    return entry;
+}
+
 constexpr Entry entries[] = {
     {.kind = Kind::Group, .conditions = AsRoot, .later = Later::Keeps, .removal = Removal::Purge},
     {.kind = Kind::User, .conditions = AsRoot, .later = Later::Keeps, .removal = Removal::Purge},
 
-    {.item = Item::InstallDirectory,
-     .purpose = "the install directory",
-     .kind = Kind::Directory,
-     .rootMode = 0775,
-     .userMode = 0755,
-     .owner = Owner::ServiceAccount,
-     .later = Later::Keeps,
-     .removal = Removal::RemoveIfEmpty,
-     .allVersions = true},
-    {.path = "corvanerc",
-     .kind = Kind::Directory,
-     .rootMode = 0775,
-     .userMode = 0755,
-     .owner = Owner::ServiceAccount,
-     .later = Later::Keeps,
-     .removal = Removal::RemoveIfEmpty,
-     .allVersions = true},
-    {.path = "corvanerc/corvane26",
-     .kind = Kind::Directory,
-     .rootMode = 0775,
-     .userMode = 0755,
-     .owner = Owner::ServiceAccount,
-     .later = Later::Keeps,
-     .content = Content::Users,
-     .removal = Removal::Purge,
-     .removesAllBelow = true},
-    {.path = pagesParent,
-     .kind = Kind::Directory,
-     .rootMode = 0775,
-     .userMode = 0755,
-     .owner = Owner::ServiceAccount,
-     .later = Later::Keeps,
-     .removal = Removal::RemoveIfEmpty},
+    SharedDirectory({.item = Item::InstallDirectory,
+                     .purpose = "the install directory",
+                     .removal = Removal::RemoveIfEmpty,
+                     .allVersions = true}),
+    SharedDirectory({.path = "corvanerc", .removal = Removal::RemoveIfEmpty, .allVersions = true}),
+    SharedDirectory({.path = "corvanerc/corvane26",
+                     .content = Content::Users,
+                     .removal = Removal::Purge,
+                     .removesAllBelow = true}),
+    SharedDirectory({.path = pagesParent, .removal = Removal::RemoveIfEmpty}),
     {.path = "corvanerc/corvane26server/CorvaneServerRepository",
      .purpose = "link to the repository of the previous version",
      .kind = Kind::Link,
@@ -55,46 +89,20 @@ constexpr Entry entries[] = {
      .later = Later::Keeps,
      .reference = earlierRepository,
      .removal = Removal::Purge},
-    {.path = "corvanerc/corvane26server/resources",
-     .purpose = "web pages",
-     .kind = Kind::Directory,
-     .rootMode = 0755,
-     .userMode = 0755,
-     .owner = Owner::ServiceAccount,
-     .conditions = WithoutClusterNode,
-     .later = Later::Keeps,
-     .ownsAllBelow = true,
-     .check = Check::Archive,
-     .reference = "docroot/resources.tar",
-     .removesAllBelow = true},
-    {.path = "corvanerc/corvane26server/icons",
-     .purpose = "icons of the web pages",
-     .kind = Kind::Directory,
-     .rootMode = 0755,
-     .userMode = 0755,
-     .owner = Owner::ServiceAccount,
-     .conditions = WithoutClusterNode,
-     .later = Later::Keeps,
-     .ownsAllBelow = true,
-     .check = Check::Archive,
-     .reference = "docroot/icons.tar",
-     .removesAllBelow = true},
-    {.item = Item::RunScript,
-     .path = "corvane26",
-     .purpose = "run script",
-     .rootMode = 0775,
-     .userMode = 0755,
-     .owner = Owner::ServiceAccount,
-     .check = Check::Ending,
-     .reference = "\n  fi\nfi\n"},
-    {.item = Item::SnapshotScript,
-     .path = "corvane26_snapshot",
-     .purpose = "run script of the snapshot program",
-     .rootMode = 0775,
-     .userMode = 0755,
-     .owner = Owner::ServiceAccount,
-     .check = Check::Ending,
-     .reference = "/cv_snapshot\" \"$@\"\n"},
+    PagesDirectory({.path = "corvanerc/corvane26server/resources",
+                    .purpose = "web pages",
+                    .reference = "docroot/resources.tar"}),
+    PagesDirectory({.path = "corvanerc/corvane26server/icons",
+                    .purpose = "icons of the web pages",
+                    .reference = "docroot/icons.tar"}),
+    RunScript({.item = Item::RunScript,
+               .path = "corvane26",
+               .purpose = "run script",
+               .reference = "\n  fi\nfi\n"}),
+    RunScript({.item = Item::SnapshotScript,
+               .path = "corvane26_snapshot",
+               .purpose = "run script of the snapshot program",
+               .reference = "/cv_snapshot\" \"$@\"\n"}),
     {.path = "QueueEntries",
      .purpose = "jobs of the internal queue",
      .rootMode = 0666,
@@ -122,59 +130,32 @@ constexpr Entry entries[] = {
      .removal = Removal::Purge,
      .removesAllBelow = true,
      .allVersions = true},
-    {.item = Item::QChemLimits,
-     .path = "qchemrc/qchemrc",
-     .purpose = "limits for Q-Chem",
-     .rootMode = 0644,
-     .userMode = 0644,
-     .check = Check::Ending,
-     .reference = "\n$end\n",
-     .removal = Removal::Purge,
-     .allVersions = true},
-    {.item = Item::QChemScratch,
-     .path = "qchemrc/qcscratch",
-     .purpose = "scratch directory for Q-Chem",
-     .rootMode = 0644,
-     .userMode = 0644,
-     .check = Check::ExpectedBytes,
-     .removal = Removal::Purge,
-     .allVersions = true},
-    {.item = Item::SambaScript,
-     .path = "corvane26_samba",
-     .purpose = "submission script for Samba",
-     .rootMode = 0755,
-     .userMode = 0755,
-     .conditions = WithSubmissionScripts,
-     .check = Check::Ending,
-     .reference = "\nexit 0\n",
-     .content = Content::Shared},
-    {.item = Item::SshScript,
-     .path = "corvane26_ssh",
-     .purpose = "submission script for SSH",
-     .rootMode = 0755,
-     .userMode = 0755,
-     .conditions = WithSubmissionScripts,
-     .check = Check::Ending,
-     .reference = "\nexit 0\n",
-     .content = Content::Shared},
+    QChemFile({.item = Item::QChemLimits,
+               .path = "qchemrc/qchemrc",
+               .purpose = "limits for Q-Chem",
+               .check = Check::Ending,
+               .reference = "\n$end\n"}),
+    QChemFile({.item = Item::QChemScratch,
+               .path = "qchemrc/qcscratch",
+               .purpose = "scratch directory for Q-Chem",
+               .check = Check::ExpectedBytes}),
+    SubmissionScript({.item = Item::SambaScript,
+                      .path = "corvane26_samba",
+                      .purpose = "submission script for Samba"}),
+    SubmissionScript(
+        {.item = Item::SshScript, .path = "corvane26_ssh", .purpose = "submission script for SSH"}),
     {.item = Item::RenderedUnit,
      .path = serviceUnit,
      .purpose = "text of the unit",
      .rootMode = 0644,
      .conditions = ServiceMachine},
 
-    {.path = "/usr/bin/corvane26",
-     .purpose = "command; link to the run script",
-     .kind = Kind::Link,
-     .conditions = AsRoot,
-     .later = Later::Updates,
-     .reference = "corvane26"},
-    {.path = "/usr/bin/corvane26_snapshot",
-     .purpose = "command; link to the run script of the snapshot program",
-     .kind = Kind::Link,
-     .conditions = AsRoot,
-     .later = Later::Updates,
-     .reference = "corvane26_snapshot"},
+    CommandLink({.path = "/usr/bin/corvane26",
+                 .purpose = "command; link to the run script",
+                 .reference = "corvane26"}),
+    CommandLink({.path = "/usr/bin/corvane26_snapshot",
+                 .purpose = "command; link to the run script of the snapshot program",
+                 .reference = "corvane26_snapshot"}),
     {.path = hx::earlierServices[0].path,
      .purpose = "service of an earlier version",
      .kind = Kind::EarlierService,
