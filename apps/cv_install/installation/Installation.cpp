@@ -1,6 +1,7 @@
 #include "installation/Installation.h"
 
 #include <algorithm>
+#include <array>
 #include <cstdlib>
 
 #include "commit/EarlierServices.h"
@@ -8,8 +9,6 @@
 namespace {
 
 constexpr unsigned ServiceMachine = AsRoot | WithoutClusterNode;
-
-static_assert(hx::earlierServices.size() == 3, "each has a row below");
 
 // Rows of one kind repeat these fields.
 
@@ -68,7 +67,7 @@ constexpr Entry CommandLink(Entry entry) {
     return entry;
 }
 
-constexpr Entry entries[] = {
+constexpr Entry createdEntries[] = {
     {.kind = Kind::Group, .conditions = AsRoot, .later = Later::Keeps, .removal = Removal::Purge},
     {.kind = Kind::User, .conditions = AsRoot, .later = Later::Keeps, .removal = Removal::Purge},
 
@@ -156,24 +155,6 @@ constexpr Entry entries[] = {
     CommandLink({.path = "/usr/bin/corvane26_snapshot",
                  .purpose = "command; link to the run script of the snapshot program",
                  .reference = "corvane26_snapshot"}),
-    {.path = hx::earlierServices[0].path,
-     .purpose = "service of an earlier version",
-     .kind = Kind::EarlierService,
-     .conditions = ServiceMachine | WithEarlierServices,
-     .later = Later::Removes,
-     .removal = Removal::Keep},
-    {.path = hx::earlierServices[1].path,
-     .purpose = "service of an earlier version",
-     .kind = Kind::EarlierService,
-     .conditions = ServiceMachine | WithEarlierServices,
-     .later = Later::Removes,
-     .removal = Removal::Keep},
-    {.path = hx::earlierServices[2].path,
-     .purpose = "service of an earlier version",
-     .kind = Kind::EarlierService,
-     .conditions = ServiceMachine | WithEarlierServices,
-     .later = Later::Removes,
-     .removal = Removal::Keep},
     {.path = "/usr/bin/corvane26_service_script",
      .purpose = "service program",
      .rootMode = 0755,
@@ -223,6 +204,22 @@ constexpr Entry entries[] = {
      .conditions = AsUser | WithFileLocksOnly,
      .later = Later::Keeps},
 };
+
+constexpr Entry RemovedService(const hx::EarlierService& service) {
+    return {.path = service.path,
+            .purpose = "service of an earlier version",
+            .kind = Kind::EarlierService,
+            .conditions = ServiceMachine | WithEarlierServices,
+            .later = Later::Removes,
+            .removal = Removal::Keep};
+}
+
+constexpr auto entries = [] {
+    std::array<Entry, std::size(createdEntries) + hx::earlierServices.size()> all;
+    Entry* next = std::copy(std::begin(createdEntries), std::end(createdEntries), all.begin());
+    std::transform(hx::earlierServices.begin(), hx::earlierServices.end(), next, RemovedService);
+    return all;
+}();
 
 constexpr const char* accountFiles[] = {"/etc/passwd",  "/etc/passwd-",  "/etc/shadow",
                                         "/etc/shadow-", "/etc/group",    "/etc/group-",
