@@ -173,7 +173,7 @@ TEST(HostileTree, RefusesLinkThatIsPlantedDuringSetup) {
                                       linkOfOthers +
                                       "\n    Root would write through it. Inspect it, remove it, "
                                       "then run the setup again.\n    " +
-                                      changes + "\n");
+                                      changes + "\n" + logOfRoot);
             EXPECT_EQ(Shell("ls /tmp | grep corvane26_commit"), "");
             EXPECT_EQ(Shell("md5sum /etc/shadow"), passwords);
             Restore();

@@ -6,6 +6,9 @@
 
 #include "harness/Process.h"
 
+// The last line of a failed setup's messages.
+inline const std::string logOfRoot = "    Log: /var/log/corvane26_setup.log\n";
+
 // Copies the built product to /opt/corvane26 and removes an earlier installation.
 void LayOutRootSetup();
 

@@ -7,6 +7,7 @@
 
 #include "apps/Leaks.h"
 #include "apps/RootSetup.h"
+#include "apps/UserSetup.h"
 #include "harness/Expect.h"
 #include "harness/TempDir.h"
 #include "harness/Terminal.h"
@@ -103,7 +104,8 @@ TEST(RootSetup, ChangesNothingWithoutConfirmation) {
             ExpectHolds(result.out, "Continue? [y/N] ");
             EXPECT_EQ(
                 result.err,
-                "cv_install: setup canceled: plan not confirmed\n    No changes were made.\n");
+                "cv_install: setup canceled: plan not confirmed\n    No changes were made.\n" +
+                    logOfRoot);
             EXPECT_EQ(Shell(state), before);
         }
         // The commit script exists while the question is open, also when a signal ends it.
@@ -165,7 +167,7 @@ TEST(RootSetup, AsksNothingOnComputeNodeAndRefusesUserThere) {
             {"env", "LSAN_OPTIONS=detect_leaks=0", "setpriv", "--reuid=4321", "--regid=4321",
              "--clear-groups", "/opt/corvane26/cv_install", "--setup", "--user-mode", "--yes"});
         EXPECT_EQ(user.status, 8);
-        EXPECT_EQ(user.err,
+        EXPECT_EQ(WithoutLogPath(user.err),
                   "cv_install: cannot change the mode of \"/var/corvane/corvane26\": owned by "
                   "another user\n    Run the setup as root.\n    No changes were made.\n");
     });

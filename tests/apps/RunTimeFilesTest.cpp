@@ -87,7 +87,8 @@ TEST(RootRunTimeFiles, GiveNewInstallDirectoryItsModeAtOnce) {
             EXPECT_TRUE(result.err.starts_with("cv_install: cannot start the commit script: "));
             EXPECT_TRUE(result.err.ends_with(
                 "    Make sure that /bin/bash is executable, then run the setup again.\n"
-                "    At most, Q-Chem files and submission scripts were changed.\n"))
+                "    At most, Q-Chem files and submission scripts were changed.\n" +
+                logOfRoot))
                 << result.err;
         }
     });

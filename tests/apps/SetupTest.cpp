@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include <filesystem>
+#include <regex>
 
 #include "apps/UserSetup.h"
 #include "harness/Expect.h"
@@ -166,7 +167,7 @@ TEST_F(Setup, RefusesBeforeItAsks) {
         const auto result = setup.Run({"--setup", userMode ? "--user-mode" : "--yes"});
         EXPECT_EQ(result.status, status);
         EXPECT_EQ(result.out, "");
-        EXPECT_EQ(result.err, message);
+        EXPECT_EQ(WithoutLogPath(result.err), message);
         EXPECT_TRUE(setup.CommitScripts().empty());
     }
     // A later setup creates nothing in the product directory itself.
@@ -177,6 +178,24 @@ TEST_F(Setup, RefusesBeforeItAsks) {
     shell("chmod u+w .");
 }
 
+TEST_F(Setup, PrintsPathOfLogAfterFailure) {
+    // The commit script and the library fail.
+    const std::pair<const char*, const char*> cases[] = {
+        {"corvane26.template", " failed with exit status 1; "}, {"corvane26_ssh", " for write\n"}};
+    for (const auto& [directory, message] : cases) {
+        const UserSetup setup;
+        fs::remove(setup.Outside(directory));
+        fs::create_directory(setup.Outside(directory));
+        const std::string err =
+            setup.Run({"--setup", "--user-mode", "--yes", "--submission-scripts"}).err;
+        std::smatch found;
+        ASSERT_TRUE(std::regex_search(
+            err, found, std::regex("\n    Log: /tmp/(corvane26_setup_\\w{6}\\.log)\n$")))
+            << err;
+        ExpectHolds(hx_test::ReadFile(setup.Root() + "/" + found.str(1)), message);
+    }
+}
+
 TEST_F(Setup, CompletesOnRerunAfterFailureOfScript) {
     const UserSetup setup;
     const std::string missing = setup.Outside("corvane26.template");
@@ -184,10 +203,10 @@ TEST_F(Setup, CompletesOnRerunAfterFailureOfScript) {
     const auto result = setup.Run(m_yes);
     EXPECT_EQ(result.status, 1);
     ExpectHolds(result.out, "Error, writing Corvane'26 run script, /tmp/product/corvane26\n");
-    EXPECT_TRUE(
-        result.err.ends_with("\" failed with exit status 1; see the error above\n"
-                             "    Fix the cause.\n"
-                             "    Changes made so far were kept. Run the setup again.\n"))
+    EXPECT_TRUE(WithoutLogPath(result.err)
+                    .ends_with("\" failed with exit status 1; see the error above\n"
+                               "    Fix the cause.\n"
+                               "    Changes made so far were kept. Run the setup again.\n"))
         << result.err;
     EXPECT_FALSE(setup.Has("QueueLimits"));
     fs::rename(missing + ".away", missing);

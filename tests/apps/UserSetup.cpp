@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <regex>
 
 #include "apps/Leaks.h"
 
@@ -28,6 +29,10 @@ namespace {
 }
 
 }  // namespace
+
+std::string WithoutLogPath(const std::string& messages) {
+    return std::regex_replace(messages, std::regex("    Log: \\S+\n"), "");
+}
 
 UserSetup::UserSetup(const std::string& product) : m_product(product) {
     fs::copy(HX_PRODUCT_DIR, Outside(""),

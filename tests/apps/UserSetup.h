@@ -8,6 +8,9 @@
 #include "harness/Process.h"
 #include "harness/TempDir.h"
 
+// The messages of a failed setup, without the line that names its log.
+std::string WithoutLogPath(const std::string& messages);
+
 class UserSetup {
 public:
     // `product` is the name of the product directory below /tmp.

@@ -20,7 +20,7 @@ protected:
         EXPECT_TRUE(setup.CommitScripts().empty());
         EXPECT_FALSE(setup.Has("corvanerc"));
         EXPECT_FALSE(setup.Has("qchemrc"));
-        return result.err;
+        return WithoutLogPath(result.err);
     }
 };
 

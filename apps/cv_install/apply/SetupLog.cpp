@@ -107,6 +107,12 @@ int OpenLog(bool root) {
     return mkostemps(logPath.data(), static_cast<int>(suffix), O_CLOEXEC);
 }
 
+// Also after failures on which the library ends the process.
+void ShowPathAfterFailure(int status, void* /*unused*/) {
+    if (status != static_cast<int>(ExitStatus::Complete))
+        std::fprintf(stderr, "    Log: %s\n", logPath.c_str());
+}
+
 }  // namespace
 
 void SetupLog::Start(bool root) {
@@ -119,6 +125,7 @@ void SetupLog::Start(bool root) {
     }
     Redirect(stdout, STDOUT_FILENO, isatty(STDOUT_FILENO) != 0 ? _IOLBF : _IOFBF);
     Redirect(stderr, STDERR_FILENO, _IONBF);
+    on_exit(ShowPathAfterFailure, nullptr);
 }
 
 const std::string& SetupLog::Path() {

@@ -8,7 +8,8 @@
 // creates a new one.
 class SetupLog {
 public:
-    // Warns when the log cannot be opened.
+    // Warns when the log cannot be opened. When the process exits with another status than
+    // Complete, prints the log's path to stderr.
     static void Start(bool root);
 
     // The log's path; empty without a log.
