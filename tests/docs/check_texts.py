@@ -227,7 +227,7 @@ others = {
 }
 remedy = re.compile(
     r"(?:%s  )?(?:At most|Change to|Changes made|Copy|Correct|Create|Enter|Fix|Free up|Inspect|Install|Make|"
-    r"Move|No changes|Root would|Run|Set|Some output|Specify|The setup continues|To|Use)\b.*\.$")
+    r"Move|No changes|Raise|Remove|Root would|Run|Set|Some output|Specify|The setup continues|To|Use)\b.*\.$")
 # The library's texts are fixed, so their beginnings are too.
 library_failure = re.compile(
     r"^ *(?:Unable to |Writing Commit Script: |Value entered|Error, can't|Corvane/install: can't|"

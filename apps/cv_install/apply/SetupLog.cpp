@@ -11,6 +11,7 @@
 
 #include "Problem.h"
 #include "installation/Installation.h"
+#include "installation/Owners.h"
 
 namespace {
 
@@ -32,17 +33,19 @@ bool WriteAll(int descriptor, const char* text, size_t length) {
     return true;
 }
 
-// The message `text`, about the log and the error.
-Problem LogProblem(const QString& text, int error, const QString& remedy) {
-    return {ExitStatus::Complete,
-            text.arg(QString::fromStdString(logPath), QString::fromUtf8(std::strerror(error))),
-            remedy};
+// The message `text`, about the log and the cause.
+Problem LogProblem(const QString& text, const QString& cause, const QString& remedy) {
+    return {ExitStatus::Complete, text.arg(QString::fromStdString(logPath), cause), remedy};
+}
+
+QString ErrorText(int error) {
+    return QString::fromUtf8(std::strerror(error));
 }
 
 // A log that cannot be written to does not stop a setup. Writing again later would leave a gap.
 void CloseLog(int error) {
     const QByteArray warning =
-        WarningText(LogProblem(QStringLiteral("cannot write to log \"%1\": %2"), error,
+        WarningText(LogProblem(QStringLiteral("cannot write to log \"%1\": %2"), ErrorText(error),
                                QStringLiteral("The setup continues; the log is incomplete.")));
     // The streams may be in use: this is part of a write to one of them.
     WriteAll(STDERR_FILENO, warning.constData(), static_cast<size_t>(warning.size()));
@@ -72,39 +75,49 @@ void Redirect(FILE*& stream, int console, int buffering) {
     stream = both;
 }
 
-bool IsFileOfRootOnly(int descriptor) {
-    struct stat entry = {};
-    return fstat(descriptor, &entry) == 0 && S_ISREG(entry.st_mode) && entry.st_uid == 0 &&
-           entry.st_nlink == 1;
+// Returns why root must not write to the file; empty for a file that only root controls.
+QString ReasonAgainst(const struct stat& found) {
+    if (S_ISLNK(found.st_mode))
+        return QStringLiteral("it is a symbolic link");
+    if (!S_ISREG(found.st_mode))
+        return QStringLiteral("it is not a regular file");
+    if (found.st_uid != 0)
+        return QStringLiteral("it is owned by user %1").arg(UserName(found.st_uid));
+    return found.st_nlink > 1 ? QStringLiteral("it has more than one hard link") : QString();
 }
 
-// Other users may be able to write to the directory of logs. Sets errno when it returns -1.
-int OpenLogOfRoot(mode_t mode) {
-    const int log =
+Problem CannotOpenLog(const QString& cause, const QString& remedy = {}) {
+    return LogProblem(QStringLiteral("cannot open log \"%1\": %2"), cause,
+                      remedy + QStringLiteral("The setup continues without a log."));
+}
+
+// Other users may be able to write to the directory of logs.
+Failure OpenLogOfRoot(mode_t mode) {
+    logDescriptor =
         open(logPath.c_str(), O_WRONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, mode);
-    if (log == -1)
-        return -1;
-    if (!IsFileOfRootOnly(log)) {
-        close(log);
-        errno = EPERM;
-        return -1;
-    }
-    // An existing file may have another mode.
-    if (fchmod(log, mode) == 0 && ftruncate(log, 0) == 0)
-        return log;
     const int error = errno;
-    close(log);
-    errno = error;
-    return -1;
+    struct stat found = {};
+    if ((logDescriptor == -1 ? lstat(logPath.c_str(), &found) : fstat(logDescriptor, &found)) ==
+        0) {
+        const QString reason = ReasonAgainst(found);
+        if (!reason.isEmpty())
+            return CannotOpenLog(reason,
+                                 QStringLiteral("Remove it before you run the next setup. "));
+    }
+    if (logDescriptor == -1)
+        return CannotOpenLog(ErrorText(error));
+    // An existing file may have another mode.
+    if (fchmod(logDescriptor, mode) != 0 || ftruncate(logDescriptor, 0) != 0)
+        return CannotOpenLog(ErrorText(errno));
+    return {};
 }
 
-int OpenLog(bool root) {
-    const Entry& entry = Find(root ? Item::RootLog : Item::UserLog);
-    logPath = entry.path;
-    if (root)
-        return OpenLogOfRoot(entry.rootMode);
+Failure OpenLogOfUser() {
     const size_t suffix = logPath.size() - logPath.find(randomPart) - randomPart.size();
-    return mkostemps(logPath.data(), static_cast<int>(suffix), O_CLOEXEC);
+    logDescriptor = mkostemps(logPath.data(), static_cast<int>(suffix), O_CLOEXEC);
+    if (logDescriptor == -1)
+        return CannotOpenLog(ErrorText(errno));
+    return {};
 }
 
 // Also after failures on which the library ends the process.
@@ -116,10 +129,13 @@ void ShowPathAfterFailure(int status, void* /*unused*/) {
 }  // namespace
 
 void SetupLog::Start(bool root) {
-    logDescriptor = OpenLog(root);
-    if (logDescriptor == -1) {
-        ReportWarning(LogProblem(QStringLiteral("cannot open log \"%1\": %2"), errno,
-                                 QStringLiteral("The setup continues without a log.")));
+    const Entry& entry = Find(root ? Item::RootLog : Item::UserLog);
+    logPath = entry.path;
+    if (const Failure failure = root ? OpenLogOfRoot(entry.rootMode) : OpenLogOfUser()) {
+        ReportWarning(*failure);
+        if (logDescriptor != -1)
+            close(logDescriptor);
+        logDescriptor = -1;
         logPath.clear();
         return;
     }
