@@ -57,6 +57,18 @@ TEST_F(ScriptRun, RunsScriptWithoutSettingsOfAnotherRunScript) {
     EXPECT_EQ(m_setup.File("corvane26").find("everyone"), std::string::npos);
 }
 
+TEST_F(ScriptRun, ReportsWhyScriptCannotStart) {
+    const auto result = m_setup.RunProgram(
+        {"/bin/sh", "-c",
+         "ulimit -n 10; exec /tmp/product/cv_install --setup --user-mode --yes -s 5"});
+    EXPECT_EQ(result.status, 6);
+    EXPECT_EQ(WithoutLogPath(result.err),
+              "cv_install: cannot start the commit script: Too many open files\n"
+              "    Raise the limits of open files and processes, or free memory, then run the "
+              "setup again.\n"
+              "    At most, Q-Chem files and submission scripts were changed.\n");
+}
+
 TEST_F(ScriptRun, PassesSignalsOnAndReportsThem) {
     const struct {
         const char* key;

@@ -108,6 +108,37 @@ QString NameOf(int signal) {
     return QString::fromUtf8(strsignal(signal));
 }
 
+void DiscardMessage(QtMsgType /*type*/, const QMessageLogContext& /*context*/,
+                    const QString& /*text*/) {}
+
+Problem CannotStart(const QString& cause, const QString& remedy) {
+    return {ExitStatus::ScriptNotStarted,
+            QStringLiteral("cannot start the commit script: %1").arg(cause), remedy,
+            Changes::RunTimeFiles};
+}
+
+// Qt describes a failure in this process by the errno of a later call.
+Failure StartScript(CCommitScript& script, const QString& path) {
+    // Qt would print failures too. Its first message reads files, which changes errno.
+    const QtMessageHandler former = qInstallMessageHandler(DiscardMessage);
+    qWarning(" ");
+    script.Run(path);
+    const int error = errno;
+    qInstallMessageHandler(former);
+    if (script.state() == QProcess::NotRunning) {
+        return CannotStart(
+            QString::fromUtf8(std::strerror(error)),
+            QStringLiteral("Raise the limits of open files and processes, or free memory, then "
+                           "run the setup again."));
+    }
+    if (!script.waitForStarted(-1)) {
+        return CannotStart(
+            script.errorString(),
+            QStringLiteral("Make sure that /bin/bash is executable, then run the setup again."));
+    }
+    return {};
+}
+
 // A failing wait is not the script's end: it is tried again, for a few seconds.
 bool WaitForEnd(CCommitScript& script) {
     for (int failures = 0; failures < 10; ++failures) {
@@ -125,7 +156,7 @@ Problem TerminateUnmonitored(CCommitScript& script, const QString& path) {
     script.kill();
     script.disconnect();
     // Qt would report a process that it leaves, without use.
-    qInstallMessageHandler([](QtMsgType, const QMessageLogContext&, const QString&) {});
+    qInstallMessageHandler(DiscardMessage);
     return {StatusOfSignal(SIGTERM),
             QStringLiteral("cannot monitor commit script \"%1\"; terminated it").arg(path),
             {},
@@ -221,14 +252,8 @@ Failure FollowScript(const QString& path, const SetupLock& lock) {
             _exit(1);
         lock.Inherit();
     });
-    script.Run(path);
-    if (!script.waitForStarted(-1)) {
-        return Problem{
-            ExitStatus::ScriptNotStarted,
-            QStringLiteral("cannot start the commit script: %1").arg(script.errorString()),
-            QStringLiteral("Make sure that /bin/bash is executable, then run the setup again."),
-            Changes::RunTimeFiles};
-    }
+    if (Failure failure = StartScript(script, path))
+        return failure;
     PassSignalsTo(static_cast<pid_t>(script.processId()));
     script.closeWriteChannel();
     const bool ended = WaitForEnd(script);
