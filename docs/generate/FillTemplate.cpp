@@ -19,11 +19,18 @@ namespace {
 using Writer = void (*)(std::ostream&);
 
 const std::map<std::string, Writer> marks = {
-    {"@OPTION_LIST@", WriteOptionList},       {"@OPTION_WORDS@", WriteOptionWords},
-    {"@OWN_PATHS@", WriteOwnPaths},           {"@REMOVAL_SETTINGS@", WriteRemovalSettings},
-    {"@REMOVED_FILES@", WriteRemovedFiles},   {"@REMOVED_LINKS@", WriteRemovedLinks},
-    {"@SHARED_PATHS@", WriteSharedPaths},     {"@STATUS_LIST@", WriteStatusList},
-    {"@VALUE_BRANCHES@", WriteValueBranches}, {"@VARIABLE_LIST@", WriteVariableList},
+    {"@OPTION_LIST@", WriteOptionList},
+    {"@OPTION_WORDS@", WriteOptionWords},
+    {"@OWN_PATHS@", WriteOwnPaths},
+    {"@QUEUE_COMMANDS@", WriteQueueCommands},
+    {"@QUEUE_VARIABLES@", WriteQueueVariables},
+    {"@REMOVAL_SETTINGS@", WriteRemovalSettings},
+    {"@REMOVED_FILES@", WriteRemovedFiles},
+    {"@REMOVED_LINKS@", WriteRemovedLinks},
+    {"@SHARED_PATHS@", WriteSharedPaths},
+    {"@STATUS_LIST@", WriteStatusList},
+    {"@VALUE_BRANCHES@", WriteValueBranches},
+    {"@VARIABLE_LIST@", WriteVariableList},
 };
 
 const std::map<std::string, Writer> tables = {

@@ -17,6 +17,10 @@ void WriteVariableTable(std::ostream& guide);
 void WriteTreeTable(std::ostream& guide);       // what a setup creates below the install directory
 void WriteElsewhereTable(std::ostream& guide);  // and outside it
 
+// For the template of the run script, in sh.
+void WriteQueueVariables(std::ostream& script);
+void WriteQueueCommands(std::ostream& script);
+
 // For the script that removes an installation with the Debian package, in sh.
 void WriteRemovalSettings(std::ostream& script);  // variables with paths and names
 void WriteRemovedFiles(std::ostream& script);     // words: files outside the tree

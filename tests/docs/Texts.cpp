@@ -51,7 +51,7 @@ std::set<std::string> OptionsOfHelp(const std::string& help) {
 }
 
 std::set<std::string> OptionsOfRunScript() {
-    const std::string script = hx_test::ReadFile(HX_PRODUCT_SOURCES "/corvane26.template");
+    const std::string script = hx_test::ReadFile(HX_PRODUCT_DIR "/corvane26.template");
     std::set<std::string> options;
     for (const std::string& branch : Matches(script, "\n *(-[-|A-Za-z]+)\\)")) {
         for (const std::string& option : Matches(branch, "(-[-A-Za-z]+)"))

@@ -11,7 +11,7 @@ from pathlib import Path
 
 source, built, product = map(Path, sys.argv[1:])
 guide = (source / "docs/administrator.md").read_text()
-run_script = (source / "product/corvane26.template").read_text()
+run_script = (product / "corvane26.template").read_text()
 hidden_options = {"-c", "-cd", "--cd-install", "-cli", "--cli", "-gui", "--gui"}
 problems = []
 

@@ -26,6 +26,8 @@ public:
                   "project(product LANGUAGES NONE)\n"
                   "set(HX_PRODUCT_DIR ${CMAKE_BINARY_DIR}/product)\n"
                   "set(HX_INSTALL_PRODUCT_DIR lib/corvane26)\n"
+                  "add_executable(hx_fill_template IMPORTED)\n"
+                  "set_property(TARGET hx_fill_template PROPERTY IMPORTED_LOCATION /bin/cp)\n"
                   "add_subdirectory(product data)\n");
     }
 
