@@ -10,7 +10,7 @@ namespace hx_test {
 namespace {
 namespace fs = std::filesystem;
 
-constexpr const char* names[] = {"resources", "icons"};
+constexpr const char* archiveNames[] = {"resources", "icons"};
 
 std::string BuiltArchive(const std::string& name) {
     return HX_PRODUCT_DIR "/docroot/" + name + ".tar";
@@ -60,7 +60,7 @@ private:
 };
 
 TEST(Archives, UnpackToDirectoryOfSameName) {
-    for (const std::string name : names) {
+    for (const std::string name : archiveNames) {
         const TempDir target;
         const ProcessResult unpack =
             hx_test::Run({"tar", "-xv", "-C", target.path().string(), "-f", BuiltArchive(name)});
@@ -74,7 +74,7 @@ TEST(Archives, UnpackToDirectoryOfSameName) {
 }
 
 TEST(Archives, ContainReadableFilesWithoutOwner) {
-    for (const std::string name : names) {
+    for (const std::string name : archiveNames) {
         std::istringstream lines(
             hx_test::Run({"tar", "-tv", "--numeric-owner", "-f", BuiltArchive(name)}).out);
         int count = 0;
@@ -92,7 +92,7 @@ TEST(Archives, AreIdenticalForSameContents) {
         fs::last_write_time(entry, fs::file_time_type::clock::now() - std::chrono::hours(1000));
     }
     build.Build();
-    for (const std::string name : names) {
+    for (const std::string name : archiveNames) {
         const std::string bytes = ReadFile(BuiltArchive(name));
         EXPECT_FALSE(bytes.empty());
         EXPECT_TRUE(bytes == ReadFile(build.Archive(name))) << name;

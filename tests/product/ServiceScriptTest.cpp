@@ -21,7 +21,7 @@ constexpr const char* computeService = "/opt/corvane26/cv_computeservice";
 constexpr const char* pidFile = "/run/corvane26_service.pid";
 constexpr const char* runDirectory = "/run/corvane26_service";
 
-constexpr const char* program = "/usr/bin/corvane26_service_script";
+constexpr const char* scriptPath = "/usr/bin/corvane26_service_script";
 
 // Writes the record "pid" last.
 const char* const StandIn = R"sh(#!/bin/sh
@@ -96,7 +96,7 @@ void PrepareService() {
     AddGroup("helpers");
     Succeed({"usermod", "--append", "-G", "helpers", "corvsrvc"});
     AddRunScript();
-    AddProgram(program, ReadFile(HX_PRODUCT_DIR "/corvane26_service_script"));
+    AddProgram(scriptPath, ReadFile(HX_PRODUCT_DIR "/corvane26_service_script"));
     AddProgram(computeService, StandIn);
     fs::create_directory(records);
     fs::permissions(records, fs::perms(01777));
@@ -110,7 +110,7 @@ void LetRunScriptName(const std::string& user, const std::string& group) {
 }
 
 ProcessResult Service(const std::string& word, const std::string& shell = "dash") {
-    return hx_test::Run({shell, program, word});
+    return hx_test::Run({shell, scriptPath, word});
 }
 
 // Returns a record of the test program.
@@ -121,7 +121,7 @@ std::string Record(const std::string& name) {
 // Starts the service script in the background, under a shell that waits for it, and returns when
 // the test program is running. `before` precedes the command line.
 void StartService(const std::string& shell = "dash", const std::string& before = "") {
-    const std::string command = before + " " + shell + " " + program + " start";
+    const std::string command = before + " " + shell + " " + scriptPath + " start";
     Run({"sh", "-c",
          "(" + command +
              " > /records/out 2>&1; echo $? > /records/status.new; "
