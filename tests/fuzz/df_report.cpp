@@ -1,5 +1,4 @@
 // Reports of df. The value is in range and the same as from a simple parser.
-#include <regex>
 #include <sstream>
 #include <string>
 
@@ -25,11 +24,18 @@ std::string AvailableField(const std::string& report) {
     return field;
 }
 
+// Returns whether the field is a number that fits.
+bool IsNumber(const std::string& field) {
+    const size_t sign = field.starts_with('+') || field.starts_with('-') ? 1 : 0;
+    const size_t digits = field.size() - sign;
+    return digits >= 1 && digits <= 18 &&
+           field.find_first_not_of("0123456789", sign) == std::string::npos;
+}
+
 void ExpectValue(const std::string& field, int available) {
-    static const std::regex number("[+-]?[0-9]{1,18}");
     if (field.empty())
         HX_EXPECT(available == 0);
-    if (!std::regex_match(field, number))
+    if (!IsNumber(field))
         return;
     const long long blocks = std::stoll(field);
     HX_EXPECT(available == (blocks == static_cast<int>(blocks) ? blocks / BlocksOfAGigabyte : 0));
