@@ -3,11 +3,11 @@
 
 #include <csignal>
 #include <filesystem>
-#include <regex>
 
 #include "apps/RootSetup.h"
 #include "apps/UserSetup.h"
 #include "harness/Expect.h"
+#include "harness/Pattern.h"
 #include "harness/Terminal.h"
 #include "machine/ThrowawayRoot.h"
 
@@ -44,12 +44,12 @@ TEST_F(SetupLock, RefusesSecondSetup) {
     const auto second = m_setup.Run(m_yes);
     EXPECT_EQ(second.status, 64);
     EXPECT_EQ(second.out, "");
-    EXPECT_TRUE(std::regex_match(
+    EXPECT_TRUE(hx_test::IsMatch(
         second.err,
-        std::regex("cv_install: another setup is running: process [0-9]+ of user [^ ]+, since "
-                   "[0-9]{4}-[0-9]{2}-[0-9]{2} [0-9:]{8}\n"
-                   "    Run the setup again when it has ended, or with --wait SECONDS\\.\n"
-                   "    No changes were made\\.\n")))
+        "cv_install: another setup is running: process [0-9]+ of user [^ ]+, since "
+        "[0-9]{4}-[0-9]{2}-[0-9]{2} [0-9:]{8}\n"
+        "    Run the setup again when it has ended, or with --wait SECONDS\\.\n"
+        "    No changes were made\\.\n"))
         << second.err;
     EXPECT_EQ(m_setup.Run({"--version"}).status, 0);
     Release();

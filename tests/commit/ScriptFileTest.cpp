@@ -4,10 +4,10 @@
 #include <sys/stat.h>
 
 #include <filesystem>
-#include <regex>
 
 #include "commit/ScriptText.h"
 #include "harness/Child.h"
+#include "harness/Pattern.h"
 #include "harness/TempDir.h"
 
 namespace fs = std::filesystem;
@@ -39,8 +39,7 @@ TEST(ScriptFile, IsInTmpForOwnerOnly) {
         umask(0);
         QString path;
         EXPECT_TRUE(NewRootRun().WriteCommitScript(path, false));
-        EXPECT_TRUE(std::regex_match(path.toStdString(),
-                                     std::regex("/tmp/corvane26_commit_[A-Za-z0-9]{6}")));
+        EXPECT_TRUE(hx_test::IsMatch(path.toStdString(), "/tmp/corvane26_commit_[A-Za-z0-9]{6}"));
         EXPECT_EQ(FilesInTmp(), std::vector{path.toStdString()});
         struct stat entry = {};
         ASSERT_EQ(stat(path.toUtf8().constData(), &entry), 0);

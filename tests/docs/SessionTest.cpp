@@ -5,10 +5,10 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <regex>
 
 #include "apps/UserSetup.h"
 #include "docs/Texts.h"
+#include "harness/Pattern.h"
 #include "harness/Terminal.h"
 
 namespace {
@@ -85,7 +85,7 @@ protected:
             terminal.Send(answer + "\n");
         }
         EXPECT_EQ(terminal.Finish(), 0);
-        return std::regex_replace(terminal.Output(), std::regex("\r\n"), "\n");
+        return hx_test::ReplaceMatches(terminal.Output(), "\r\n", "\n");
     }
 
     // Returns the session, each command after a "$ ".
@@ -106,16 +106,18 @@ protected:
 // Drops what differs between runs: the names of temporary files, and headings, whose place depends
 // on how far bash has read. The README has no spaces at the ends of lines.
 std::vector<std::string> ComparableLines(const std::string& text) {
-    const std::string named = std::regex_replace(
-        text, std::regex("/corvane26_(commit|setup)_[A-Za-z0-9]{6}"), "/corvane26_$1_XXXXXX");
-    const std::string plain = std::regex_replace(named, std::regex("==> [^\n]*\n"), "");
-    return hx_docs::Lines(std::regex_replace(plain, std::regex(" +\n"), "\n"));
+    const std::string named = hx_test::ReplaceMatches(
+        text, "/corvane26_(commit|setup)_[A-Za-z0-9]{6}", "/corvane26_$1_XXXXXX");
+    const std::string plain = hx_test::ReplaceMatches(named, "==> [^\n]*\n", "");
+    return hx_docs::Lines(hx_test::ReplaceMatches(plain, " +\n", "\n"));
 }
 
 TEST_F(Session, MatchesReadme) {
     const std::string readme = hx_test::ReadFile(HX_README);
     const std::string shown = hx_docs::Between(readme, "```console\n", "```\n");
-    const std::vector<std::string> commands = hx_docs::Matches("\n" + shown, "\n\\$ ([^\n]*)");
+    std::vector<std::string> commands;
+    for (const hx_test::Match& match : hx_test::AllMatches("\n" + shown, "\n\\$ ([^\n]*)"))
+        commands.push_back(match[1]);
     ASSERT_GE(commands.size(), 2U);
     const std::string recorded = Record(commands);
 

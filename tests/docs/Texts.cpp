@@ -2,13 +2,16 @@
 
 #include <gtest/gtest.h>
 
-#include <regex>
 #include <sstream>
 
 #include "apps/UserSetup.h"
+#include "harness/Pattern.h"
 #include "harness/TempDir.h"
 
 namespace hx_docs {
+
+using hx_test::AllMatches;
+using hx_test::Match;
 
 std::vector<std::string> Lines(const std::string& text) {
     std::istringstream stream(text);
@@ -26,15 +29,6 @@ std::string Between(const std::string& text, const std::string& from, const std:
     return text.substr(first, text.find(to, first) - first);
 }
 
-std::vector<std::string> Matches(const std::string& text, const std::string& pattern) {
-    const std::regex expression(pattern);
-    std::vector<std::string> found;
-    for (std::sregex_iterator match(text.begin(), text.end(), expression), end; match != end;
-         ++match)
-        found.push_back((*match)[1]);
-    return found;
-}
-
 std::string HelpOfSetup() {
     const auto help = UserSetup().Run({"--help"});
     EXPECT_EQ(help.status, 0) << help.err;
@@ -43,9 +37,9 @@ std::string HelpOfSetup() {
 
 std::set<std::string> OptionsOfHelp(const std::string& help) {
     std::set<std::string> options;
-    for (const std::string& line : Matches(help, "\n  ((?:-[a-z]+, )*--[a-z-]+)(?= )")) {
-        for (const std::string& option : Matches(line, "(-[-a-z]+)"))
-            options.insert(option);
+    for (const Match& line : AllMatches(help, "\n  ((?:-[a-z]+, )*--[a-z-]+)(?= )")) {
+        for (const Match& option : AllMatches(line[1], "(-[-a-z]+)"))
+            options.insert(option[1]);
     }
     return options;
 }
@@ -53,9 +47,9 @@ std::set<std::string> OptionsOfHelp(const std::string& help) {
 std::set<std::string> OptionsOfRunScript() {
     const std::string script = hx_test::ReadFile(HX_PRODUCT_DIR "/corvane26.template");
     std::set<std::string> options;
-    for (const std::string& branch : Matches(script, "\n *(-[-|A-Za-z]+)\\)")) {
-        for (const std::string& option : Matches(branch, "(-[-A-Za-z]+)"))
-            options.insert(option);
+    for (const Match& branch : AllMatches(script, "\n *(-[-|A-Za-z]+)\\)")) {
+        for (const Match& option : AllMatches(branch[1], "(-[-A-Za-z]+)"))
+            options.insert(option[1]);
     }
     return options;
 }

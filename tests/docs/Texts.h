@@ -12,9 +12,6 @@ std::vector<std::string> Lines(const std::string& text);
 // Returns the part of `text` between `from` and `to`, or up to the end; empty without `from`.
 std::string Between(const std::string& text, const std::string& from, const std::string& to);
 
-// Returns every match of the first group of `pattern`, in order.
-std::vector<std::string> Matches(const std::string& text, const std::string& pattern);
-
 // Returns the output of cv_install --help, run as a regular user. Adds a failure if that fails.
 std::string HelpOfSetup();
 

@@ -1,7 +1,6 @@
 #include "faults/FaultyRun.h"
 
 #include <filesystem>
-#include <regex>
 #include <sstream>
 
 namespace fs = std::filesystem;

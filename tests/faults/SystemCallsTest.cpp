@@ -3,11 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
-#include <regex>
 #include <set>
 
 #include "faults/FaultyRun.h"
 #include "faults/Messages.h"
+#include "harness/Pattern.h"
 
 namespace {
 
@@ -103,10 +103,10 @@ const std::vector<Outcome> outcomes = {
 std::string KindOf(const FaultyRun::Call& call) {
     static const std::set<std::string> repeated = {"ioctl", "ppoll", "read", "statx", "write"};
     std::string text = call.text.substr(0, call.text.rfind(" = "));
-    text = std::regex_replace(text, std::regex("0x[0-9a-f]+|commit_\\w+|setup_\\w+"), "");
-    text = std::regex_replace(text, std::regex("/corvanerc/[^\">]*"), "/corvanerc/");
+    text = hx_test::ReplaceMatches(text, "0x[0-9a-f]+|commit_\\w+|setup_\\w+", "");
+    text = hx_test::ReplaceMatches(text, "/corvanerc/[^\">]*", "/corvanerc/");
     if (repeated.contains(call.name))
-        text = std::regex_replace(text, std::regex(R"re("(\\.|[^"])*"\.*|[0-9]+)re"), "");
+        text = hx_test::ReplaceMatches(text, R"re("(\\.|[^"])*"\.*|[0-9]+)re", "");
     return text;
 }
 
@@ -120,7 +120,7 @@ std::string Describe(const FaultyResult& result, const FaultyRun::Call& whole) {
 const Outcome& OutcomeOf(const std::string& call) {
     static const Outcome none = {"", 0, "", Created::Everything};
     for (const Outcome& outcome : outcomes) {
-        if (std::regex_search(call, std::regex(outcome.call)))
+        if (!hx_test::FirstMatch(call, outcome.call).empty())
             return outcome;
     }
     return none;

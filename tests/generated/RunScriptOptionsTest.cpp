@@ -1,7 +1,7 @@
 // The options of the main run script: the program that each starts, or the text that it prints.
-#include <regex>
 
 #include "generated/RunScripts.h"
+#include "harness/Pattern.h"
 
 namespace hx_test {
 namespace {
@@ -152,8 +152,7 @@ TEST_P(RunScriptOptions, PrintLibrariesOfFile) {
     for (const auto& [option, name, path] : listings) {
         const std::string file = installation.Program(path);
         // The written script does not quote the path of the first line.
-        const std::string shown =
-            IsWriter() ? std::regex_replace(file, std::regex(" +"), " ") : file;
+        const std::string shown = IsWriter() ? ReplaceMatches(file, " +", " ") : file;
         for (const char* status : {"0", "1"}) {
             ExpectPrinted({option, name}, "ldd " + shown + "\nlisting of <" + file + ">\n",
                           {{"STANDIN_STATUS", status}});

@@ -2,9 +2,9 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <regex>
 #include <string>
 
+#include "harness/Pattern.h"
 #include "installed/InstalledTree.h"
 
 namespace {
@@ -78,9 +78,9 @@ TEST(InstalledFiles, IncludeTargetsOfLinksInDocuments) {
         if (entry.path().extension() != ".md")
             continue;
         const std::string text = hx_test::ReadFile(entry.path());
-        static const std::regex link(R"re(\]\(([^)#]+)[^)]*\)|`(examples/[a-z_/.]+)`)re");
-        for (std::sregex_iterator at(text.begin(), text.end(), link), end; at != end; ++at) {
-            const std::string target = (*at)[1].str() + (*at)[2].str();
+        const std::string link = R"re(\]\(([^)#]+)[^)]*\)|`(examples/[a-z_/.]+)`)re";
+        for (const hx_test::Match& match : hx_test::AllMatches(text, link)) {
+            const std::string target = match[1] + match[2];
             // The example is in two places.
             if (target == "examples/consumer/")
                 continue;

@@ -1,8 +1,8 @@
 // The service account in a real user database: created once, then left unchanged.
 #include <filesystem>
-#include <regex>
 
 #include "apps/RootSetup.h"
+#include "harness/Pattern.h"
 #include "harness/TempDir.h"
 #include "machine/Accounts.h"
 #include "machine/Installation.h"
@@ -22,14 +22,12 @@ constexpr const char* failing = "echo refused >&2; exit 7";
 // A system account with the properties that the setup asks for.
 void ExpectAccount(const std::string& shell, const std::string& user = serviceAccount,
                    const std::string& group = serviceAccount) {
-    std::smatch parts;
     const std::string record = Shell("getent group " + group);
-    ASSERT_TRUE(std::regex_match(record, parts, std::regex(group + ":[^:]*:([1-9][0-9]{0,2}):")))
-        << record;
+    const Match parts = FirstMatch(record, "^" + group + ":[^:]*:([1-9][0-9]{0,2}):$");
+    ASSERT_FALSE(parts.empty()) << record;
     const std::string userRecord = Shell("getent passwd " + user);
-    EXPECT_TRUE(
-        std::regex_match(userRecord, std::regex(user + ":[^:]*:[1-9][0-9]{0,2}:" + parts[1].str() +
-                                                ":Corvane Compute Service:/var/corvane:" + shell)))
+    EXPECT_TRUE(IsMatch(userRecord, user + ":[^:]*:[1-9][0-9]{0,2}:" + parts[1] +
+                                        ":Corvane Compute Service:/var/corvane:" + shell))
         << userRecord;
 }
 

@@ -1,6 +1,6 @@
 // The web pages, as a setup unpacks them.
-#include <regex>
 
+#include "harness/Pattern.h"
 #include "product/Installation.h"
 
 namespace hx_test {
@@ -71,18 +71,16 @@ TEST_F(WebPages, SupportScreenReaders) {
 
 TEST_F(WebPages, ReferToExistingFiles) {
     const std::string found = hx_test::Run({"xmllint", "--xpath", "//@href | //@src", page}).out;
-    static const std::regex value(R"re(="([^"]*)")re");
-    int count = 0;
-    for (std::sregex_iterator it(found.begin(), found.end(), value), end; it != end; ++it, ++count)
-        EXPECT_TRUE(fs::is_regular_file(docroot / "resources" + "/" + (*it)[1].str())) << found;
-    EXPECT_GT(count, 1);
+    const std::vector<Match> values = AllMatches(found, R"re(="([^"]*)")re");
+    for (const Match& value : values)
+        EXPECT_TRUE(fs::is_regular_file(docroot / "resources" + "/" + value[1])) << found;
+    EXPECT_GT(values.size(), 1U);
 }
 
 TEST_F(WebPages, ReferToNoOtherServer) {
-    static const std::regex nameSpace(R"(xmlns="[^"]*")");
     for (const std::string extension : {".html", ".css", ".svg"}) {
         for (const auto& file : Files(extension)) {
-            const std::string text = std::regex_replace(ReadFile(file), nameSpace, "");
+            const std::string text = ReplaceMatches(ReadFile(file), R"(xmlns="[^"]*")", "");
             EXPECT_FALSE(text.empty()) << file;
             for (const char* reference : {"//", "@import", "url("})
                 EXPECT_EQ(text.find(reference), std::string::npos) << file << reference;

@@ -2,9 +2,9 @@
 #include <chrono>
 #include <filesystem>
 #include <functional>
-#include <regex>
 #include <thread>
 
+#include "harness/Pattern.h"
 #include "harness/TempDir.h"
 #include "machine/Accounts.h"
 #include "machine/ThrowawayRoot.h"
@@ -143,11 +143,8 @@ std::string FirstLine(const Words& command) {
 
 // Returns a line of the test program's /proc status, with single spaces.
 std::string ProcessLine(const std::string& name) {
-    std::smatch found;
-    const std::string status = Record("process");
-    if (!std::regex_search(status, found, std::regex("\n" + name + ":\\s+([^\n]*)\n")))
-        return "missing";
-    return std::regex_replace(found[1].str(), std::regex("\\s+"), " ");
+    const Match found = FirstMatch(Record("process"), "\n" + name + ":\\s+([^\n]*)\n");
+    return found.empty() ? "missing" : ReplaceMatches(found[1], "\\s+", " ");
 }
 
 std::string Four(const std::string& id) {

@@ -1,8 +1,8 @@
 // The unit of the compute service and the text of its script.
 #include <filesystem>
-#include <regex>
 #include <set>
 
+#include "harness/Pattern.h"
 #include "product/Installation.h"
 
 namespace hx_test {
@@ -23,10 +23,9 @@ TEST(ServiceUnit, HasOnePlaceholderForScript) {
     const std::string text = ReadFile(unitTemplate);
     EXPECT_NE(text.find("\nExecStart=%CORV_SERVICE_SCRIPT_DIR%/corvane26_service_script start\n"),
               std::string::npos);
-    const std::regex placeholder("%[A-Za-z_]+%");
     std::set<std::string> names;
-    for (std::sregex_iterator it(text.begin(), text.end(), placeholder), end; it != end; ++it)
-        names.insert(it->str());
+    for (const Match& match : AllMatches(text, "%[A-Za-z_]+%"))
+        names.insert(match[0]);
     EXPECT_EQ(names, std::set<std::string>{"%CORV_SERVICE_SCRIPT_DIR%"});
     EXPECT_EQ(RenderedUnit("/usr/bin").find('%'), std::string::npos);
 }

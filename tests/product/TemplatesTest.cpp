@@ -1,19 +1,18 @@
 // The templates of the run scripts, and the scripts that a setup creates from them.
 #include <algorithm>
-#include <regex>
 #include <set>
 #include <sstream>
 
+#include "harness/Pattern.h"
 #include "product/Installation.h"
 
 namespace hx_test {
 namespace {
 
 std::set<std::string> PlaceholdersOf(const std::string& text) {
-    static const std::regex placeholder("%([A-Za-z_][A-Za-z0-9_]*)%");
     std::set<std::string> names;
-    for (std::sregex_iterator it(text.begin(), text.end(), placeholder), end; it != end; ++it)
-        names.insert((*it)[1]);
+    for (const Match& match : AllMatches(text, "%([A-Za-z_][A-Za-z0-9_]*)%"))
+        names.insert(match[1]);
     return names;
 }
 

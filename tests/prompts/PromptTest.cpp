@@ -7,8 +7,8 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
-#include <regex>
 
+#include "harness/Pattern.h"
 #include "harness/Terminal.h"
 
 // Of the leak checker, where there is one.
@@ -183,7 +183,7 @@ void PromptTest::Converse(const std::vector<Turn>& turns,
         GetParam() == Console::Pipe ? OverPipe(turns, act, ahead) : OverTerminal(turns, act, ahead);
     EXPECT_EQ(result.status, m_status);
     EXPECT_EQ(result.out, AllOutput(turns));
-    EXPECT_TRUE(std::regex_match(result.err, std::regex(m_error))) << result.err;
+    EXPECT_TRUE(IsMatch(result.err, m_error)) << result.err;
 }
 
 }  // namespace hx_test
