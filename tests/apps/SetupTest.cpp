@@ -3,10 +3,10 @@
 #include <sys/stat.h>
 
 #include <filesystem>
-#include <regex>
 
 #include "apps/UserSetup.h"
 #include "harness/Expect.h"
+#include "harness/Pattern.h"
 
 namespace {
 
@@ -188,11 +188,10 @@ TEST_F(Setup, PrintsPathOfLogAfterFailure) {
         fs::create_directory(setup.Outside(directory));
         const std::string err =
             setup.Run({"--setup", "--user-mode", "--yes", "--submission-scripts"}).err;
-        std::smatch found;
-        ASSERT_TRUE(std::regex_search(
-            err, found, std::regex("\n    Log: /tmp/(corvane26_setup_\\w{6}\\.log)\n$")))
-            << err;
-        ExpectHolds(hx_test::ReadFile(setup.Root() + "/" + found.str(1)), message);
+        const hx_test::Match found =
+            hx_test::FirstMatch(err, "\n    Log: /tmp/(corvane26_setup_\\w{6}\\.log)\n$");
+        ASSERT_FALSE(found.empty()) << err;
+        ExpectHolds(hx_test::ReadFile(setup.Root() + "/" + found[1]), message);
     }
 }
 

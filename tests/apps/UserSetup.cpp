@@ -7,9 +7,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <regex>
 
 #include "apps/Leaks.h"
+#include "harness/Pattern.h"
 
 namespace fs = std::filesystem;
 
@@ -31,7 +31,7 @@ namespace {
 }  // namespace
 
 std::string WithoutLogPath(const std::string& messages) {
-    return std::regex_replace(messages, std::regex("    Log: \\S+\n"), "");
+    return hx_test::ReplaceMatches(messages, "    Log: \\S+\n", "");
 }
 
 UserSetup::UserSetup(const std::string& product) : m_product(product) {
