@@ -1,0 +1,55 @@
+// What a setup changes on the machine: the differences between the staged machine and the live one.
+// Plan, dry run and merge read them.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "installation/Installation.h"
+#include "installation/State.h"
+
+enum class Change { Create, Modify, Delete };
+
+// A file, directory, or link.
+struct PathDifference {
+    Change change = Change::Create;
+    std::string path;              // absolute, on the live machine
+    State before;                  // Missing for Create
+    State after;                   // Missing for Delete
+    const Entry* entry = nullptr;  // its row; for web pages that of their directory; null for
+                                   // enablement links of earlier services
+};
+
+// A user or group that is created. A setup changes and deletes no account.
+struct AccountDifference {
+    bool isGroup = false;
+    std::string name;
+    uid_t uid = 0;  // of a user
+    gid_t gid = 0;
+    std::string comment, home, shell;  // of a user
+};
+
+// A user who joins or leaves a group.
+struct MemberDifference {
+    Change change = Change::Create;  // Create: joins; Delete: leaves
+    std::string user;
+    std::string group;
+};
+
+// What happens to a service.
+struct ServiceDifference {
+    Change change = Change::Create;  // Create: started; Modify: restarted; Delete: stopped
+    std::string name;                // of the unit or the init script
+    std::string before, after;       // "active" or "inactive"; empty: does not exist
+};
+
+struct Differences {
+    std::vector<AccountDifference> accounts;  // groups before users
+    std::vector<MemberDifference> members;
+    std::vector<PathDifference> paths;  // parents before what is below them
+    std::vector<ServiceDifference> services;
+
+    bool IsEmpty() const {
+        return accounts.empty() && members.empty() && paths.empty() && services.empty();
+    }
+};

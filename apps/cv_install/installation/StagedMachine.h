@@ -1,0 +1,28 @@
+// The result of the commit script, as it is in staging.
+#pragma once
+
+#include <QString>
+#include <QStringList>
+#include <utility>
+#include <vector>
+
+#include "installation/State.h"
+
+// The directories are below one tmpfs that no other process can reach.
+struct StagedMachine {
+    Descriptor tree;  // what took the place of the install directory
+    // Upper layers of the overlays over /etc and /usr/bin: what the script created or changed is
+    // there; what it deleted is a character device 0/0.
+    Descriptor etc;
+    Descriptor bin;
+    Descriptor calls;  // a file: the calls of systemctl, service and chkconfig, one on a line
+
+    unsigned conditions = 0;  // of the setup, see Installation.h
+    QString installDir;       // absolute
+    QString binariesDir;      // the product directory
+    QString serviceUser;
+    QString serviceGroup;
+    QStringList activeServices;  // names of the services that were active before the setup
+    std::vector<std::pair<QString, QString>> values;  // answers in use: label and value
+    QStringList missingCommands;  // commands of the scheduler that cannot be executed
+};

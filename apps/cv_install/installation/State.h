@@ -1,0 +1,71 @@
+// What is at a path, read through descriptors, without following links and without waiting.
+#pragma once
+
+#include <sys/types.h>
+
+#include <optional>
+#include <string>
+#include <utility>
+
+// An open descriptor, closed when the object is destroyed.
+class Descriptor {
+public:
+    Descriptor() = default;
+    explicit Descriptor(int number) : m_number(number) {}
+    ~Descriptor();
+    Descriptor(Descriptor&& other) noexcept : m_number(std::exchange(other.m_number, -1)) {}
+    Descriptor& operator=(Descriptor&& other) noexcept {
+        std::swap(m_number, other.m_number);
+        return *this;
+    }
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
+
+    int Number() const { return m_number; }
+    explicit operator bool() const { return m_number != -1; }
+
+private:
+    int m_number = -1;
+};
+
+struct State {
+    enum class Kind { Missing, File, Directory, Link, Special };
+
+    Kind kind = Kind::Missing;
+    mode_t mode = 0;  // permission bits; 0 for a link
+    uid_t owner = 0;
+    gid_t group = 0;
+    std::string target;  // of a link
+    // SHA-256 of a file's content in hexadecimal digits; empty when other users cannot read the
+    // file, because root then does not read it either.
+    std::string digest;
+
+    // Which inode it is, and its number of hard links. Not compared.
+    dev_t device = 0;
+    ino_t inode = 0;
+    nlink_t links = 0;
+
+    bool IsSameInode(const State& other) const {
+        return device == other.device && inode == other.inode;
+    }
+
+    // Compares kind, mode, owner, target and content.
+    bool operator==(const State& other) const;
+};
+
+// Opens a directory for use as a base of the calls below, one component of `path` after the other,
+// without following links. `path` is relative to `base`; empty for `base` itself. Invalid, with
+// errno set, when a component is missing (ENOENT), or is not a directory (ENOTDIR or ELOOP).
+Descriptor OpenDirectory(int base, const std::string& path);
+
+// The state of an entry of a directory; `name` has no slash. An empty name is the directory itself.
+// Empty, with errno set, when the state cannot be read.
+std::optional<State> ReadState(int directory, const std::string& name);
+
+// The state of a path of several components; Missing when one of its directories is missing or is
+// not a directory.
+std::optional<State> ReadStateAt(int base, const std::string& path);
+
+// Opens a regular file for reading, without following links, waiting, or changing a device that was
+// put in its place. Invalid, with errno set, for anything else.
+Descriptor OpenRegularFile(int directory, const std::string& name);

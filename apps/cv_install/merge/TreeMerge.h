@@ -1,0 +1,40 @@
+// Brings staged files, directories and links into the live machine.
+#pragma once
+
+#include <memory>
+
+#include "Problem.h"
+#include "installation/Difference.h"
+#include "installation/StagedMachine.h"
+#include "merge/Undo.h"
+
+// Members of the service group and the service account can rename, exchange, link and plant
+// anything in the install tree at any moment. New content is therefore made in a private directory
+// of root's and goes to its place by an exchange; what was there is looked at only then.
+class TreeMerge {
+public:
+    // `account` and `group` are the ids of the service account, which must exist by then;
+    // `recordedAccount` is that of the last setup, or -1.
+    TreeMerge(const StagedMachine& staged, uid_t account, gid_t group, uid_t recordedAccount);
+    ~TreeMerge();
+    TreeMerge(const TreeMerge&) = delete;
+    TreeMerge& operator=(const TreeMerge&) = delete;
+
+    // Places the differences inside the install directory, in order. Deletes nothing there.
+    Failure PlaceInTree(const std::vector<PathDifference>& differences, Undo& undo);
+
+    // Places, replaces and deletes the differences outside the install directory.
+    Failure PlaceOutside(const std::vector<PathDifference>& differences, Undo& undo);
+
+    // Walks the tree again: every placed entry must still be the inode that was placed, with its
+    // mode and owner.
+    Failure Verify() const;
+
+    // After the merge is complete: discards what was replaced. Directories and whatever else is not
+    // the setup's goes back into the tree under a dated name, which is reported.
+    void Finish();
+
+private:
+    class Impl;
+    std::unique_ptr<Impl> m_impl;
+};
