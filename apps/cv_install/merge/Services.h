@@ -1,6 +1,9 @@
 // The service, and the services of earlier versions.
 #pragma once
 
+#include <optional>
+#include <string>
+
 #include "Problem.h"
 #include "installation/Difference.h"
 #include "installation/StagedMachine.h"
