@@ -17,5 +17,6 @@ Failure FindPathDifferences(const StagedMachine& staged, int liveTree, Differenc
 // old and new value where something differs.
 void PrintReport(const StagedMachine& staged, const Differences& differences);
 
-// Writes the changes as JSON: {"changes": [{"path" or "name", "kind", "change", "before", "after"}]}.
+// Writes the changes as JSON: an object whose "changes" are objects with "path" or "name", "kind",
+// "change", "before" and "after".
 Failure WriteJson(const std::string& path, const Differences& differences);
