@@ -17,16 +17,6 @@ const char* Describe(Changes changes) {
     }
 }
 
-// Shows control characters as question marks, which are safe on a terminal: names of files and
-// values in a problem may be chosen by another user.
-QString Printable(QString text) {
-    for (QChar& character : text) {
-        if (IsControl(character))
-            character = u'?';
-    }
-    return text;
-}
-
 QByteArray Indented(const QString& text) {
     return text.isEmpty() ? QByteArray() : "    " + Printable(text).toUtf8() + '\n';
 }
@@ -44,6 +34,14 @@ void Print(const QByteArray& text) {
 
 bool IsControl(QChar character) {
     return character.category() == QChar::Other_Control;
+}
+
+QString Printable(QString text) {
+    for (QChar& character : text) {
+        if (IsControl(character))
+            character = u'?';
+    }
+    return text;
 }
 
 void Report(const Problem& problem) {

@@ -31,6 +31,10 @@ using Failure = std::optional<Problem>;
 // sequences.
 bool IsControl(QChar character);
 
+// Shows control characters as question marks, which are safe on a terminal: names of files and
+// values may be chosen by another user.
+QString Printable(QString text);
+
 // Prints the problem to stderr, after everything that was printed to stdout.
 void Report(const Problem& problem);
 

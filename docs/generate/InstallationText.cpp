@@ -43,7 +43,9 @@ std::string ConditionsOf(const Entry& entry) {
         {WithSubmissionScripts, "with `--submission-scripts`"},
         {WithEarlierRepository, "if the previous version has a repository"},
         {WithEarlierServices, "if it exists"},
-        {WithFileLocksOnly, "on a file system that cannot lock directories"}};
+        {WithFileLocksOnly, "on a file system that cannot lock directories"},
+        {DuringMerge, "while it changes the machine"},
+        {InPlace, "setup as a user, or as root without private mounts"}};
     std::string conditions;
     for (const auto& [condition, text] : texts) {
         if ((entry.conditions & condition) != 0)
@@ -127,6 +129,7 @@ void WriteRemovalSettings(std::ostream& script) {
     WriteSetting(script, "unit_file", Find(Item::Unit).path);
     WriteSetting(script, "log", Find(Item::RootLog).path);
     WriteSetting(script, "commit_scripts", Pattern(Find(Item::CommitScript)));
+    WriteSetting(script, "record", Find(Item::AccountRecord).path);
     WriteSetting(script, "account", accountName);
     WriteSetting(script, "account_comment", accountComment);
 }

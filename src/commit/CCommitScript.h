@@ -5,8 +5,9 @@
 
 #include "support/hx_export.h"
 
-// A QProcess that runs a script with /bin/bash. The caller monitors it through QProcess and must
-// keep it until the script ends.
+// A QProcess that runs a script with /bin/bash. A commit script works in the install directory by
+// name, so root must not run one while other users can write there. The caller monitors it through
+// QProcess and must keep it until the script ends.
 class HX_EXPORT CCommitScript : public QProcess {
     Q_OBJECT
 

@@ -22,6 +22,11 @@ extern "C" HX_EXPORT unsigned char g_hx_gui_installer;
 // the machine outside the run-time files. The order of the prompts matters: the default memory
 // limit depends on the job limit, and the default scratch limit on the scratch directory.
 //
+// Members of the service group can write to the install directory of a setup as root at any time,
+// and this class works there by name. A caller that runs as root must therefore hide the directory
+// from other users, as cv_install does, before it calls the constructor, PreserveSettings, which
+// reads QueueLimits, CreateInstallDirectory, or a writer, and before it runs a commit script.
+//
 // A failure ends the process through InstallError unless the operation documents another error
 // return. Not thread-safe. Text is read and written as UTF-8.
 //

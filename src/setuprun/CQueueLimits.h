@@ -13,6 +13,9 @@
 // If the file cannot be opened, the object has the default values and an empty path, and never
 // writes. Takes no lock: a reader can see a partly written file.
 //
+// Follows links, waits for a FIFO, and has no limit for the file's size. A caller that runs as root
+// must not read or write the file in a directory that other users can write to.
+//
 // The order of the fields is part of the binary interface.
 class HX_EXPORT CQueueLimits {
 public:

@@ -17,12 +17,27 @@ TEST_F(Arguments, HelpListsEveryOptionAndStatus) {
     const auto result = m_setup.Run({"--help"});
     EXPECT_EQ(result.status, 0);
     EXPECT_EQ(result.err, "");
-    for (const std::string option :
-         {"--setup", "--user-mode", "--yes", "--cluster-node", "-d, --scratch-directory DIR",
-          "-s, --scratch-limit GB", "-m, --memory-limit MB", "--internal-default-queue",
-          "--external-default-queue", "-q, --external-queue QUEUE",
-          "-p, --external-partiton PARTITION", "--no-queue", "--submission-scripts",
-          "-g, --service-group GROUP", "-u, --service-user USER", "--help", "--version"})
+    for (const std::string option : {"--setup",
+                                     "--user-mode",
+                                     "--yes",
+                                     "--cluster-node",
+                                     "-d, --scratch-directory DIR",
+                                     "-s, --scratch-limit GB",
+                                     "-m, --memory-limit MB",
+                                     "--internal-default-queue",
+                                     "--external-default-queue",
+                                     "-q, --external-queue QUEUE",
+                                     "-p, --external-partiton PARTITION",
+                                     "--no-queue",
+                                     "--submission-scripts",
+                                     "-g, --service-group GROUP",
+                                     "-u, --service-user USER",
+                                     "--wait SECONDS",
+                                     "--dry-run",
+                                     "--json FILE",
+                                     "--restart",
+                                     "--help",
+                                     "--version"})
         hx_test::ExpectHolds(result.out, "\n  " + option + " ");
     for (const std::string status :
          {"0", "1", "2", "3", "4", "5", "6", "7", "8", "9", "10", "14", "128+n", "errno"})
@@ -65,6 +80,22 @@ TEST_F(Arguments, RefusesInvalidWords) {
         {{"-u"}, "option \"-u\" requires a value", "Use: -u USER"},
         {{"-m"}, "option \"-m\" requires a value", "Use: -m MB"},
         {{"-s"}, "option \"-s\" requires a value", "Use: -s GB"},
+        {{"--json"}, "option \"--json\" requires a value", "Use: --json FILE"},
+        {{"--json", "--dry-run"},
+         "invalid value for option \"--json\": \"--dry-run\"",
+         "Use the name of a file, such as changes.json, or - for standard output."},
+        {{"--json", ""},
+         "invalid value for option \"--json\": \"\"",
+         "Use the name of a file, such as changes.json, or - for standard output."},
+        {{"--json", "-"},
+         "option \"--json\" requires a setup as root",
+         "Run the setup as root, or without this option."},
+        {{"--dry-run"},
+         "option \"--dry-run\" requires a setup as root",
+         "Run the setup as root, or without this option."},
+        {{"--restart"},
+         "option \"--restart\" requires a setup as root",
+         "Run the setup as root, or without this option."},
     };
     for (const auto& [words, problem, remedy] : cases) {
         std::vector<std::string> arguments = {"--setup", "--user-mode", "--yes"};

@@ -1,5 +1,5 @@
-// Other users can write to files that a setup as root reads. It refuses what they could use to
-// write elsewhere or to run commands, before it changes anything.
+// Other users can write to files that a setup as root reads. None of them makes root write
+// elsewhere or run commands.
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -31,20 +31,18 @@ void LayOutInstallation() {
     LayOutRootSetup();
     Shell("mount -t tmpfs -o mode=1777 tmpfs /tmp");
     ASSERT_EQ(RunRootSetup({"--yes"}).status, 0);
-    Shell(
-        "rm /tmp/corvane26_commit_*; useradd --create-home mallory; "
-        "cp -a /var/corvane /etc/group /srv");
+    Shell("useradd --create-home mallory; cp -a /var/corvane /etc/group /srv");
 }
 
 void Restore() {
     Shell(
         "rm -rf /var/corvane /var/away; cp -a /srv/corvane /var; cp -a /srv/group /etc; "
-        "chmod 1777 /tmp; chown root /tmp; rm -f /tmp/corvane26_commit_*");
+        "chmod 755 /var; chmod 1777 /tmp; chown root /tmp; rm -f /tmp/corvane26_commit_*");
 }
 
 // A second setup must refuse each plant with its status and message. It must neither run planted
 // code nor write a commit script.
-void ExpectRefusals(const std::vector<Plant>& plants) {
+void ExpectRefusals(const std::vector<Plant>& plants, RootMode mode) {
     HX_EXPECT_SCENARIO([&] {
         LayOutInstallation();
         const std::string passwords = Shell("md5sum /etc/shadow");
@@ -53,7 +51,7 @@ void ExpectRefusals(const std::vector<Plant>& plants) {
             Shell(asMallory + command);
             std::vector<std::string> arguments = {"--yes"};
             arguments.insert(arguments.end(), options.begin(), options.end());
-            const auto result = RunRootSetup(arguments);
+            const auto result = RunRootSetup(arguments, {}, mode);
             EXPECT_EQ(result.status, status) << result.out << result.err;
             hx_test::ExpectHolds(result.err, message);
             hx_test::ExpectHolds(result.err, "No changes were made.");
@@ -80,61 +78,154 @@ TEST(HostileTree, RefusesCodeInValues) {
     plants.push_back({":", 4, "invalid service user \"x;touch /pwned\"", {"-u", "x;touch /pwned"}});
     plants.push_back(
         {":", 4, "invalid service group \"$(touch /pwned)\"", {"-g", "$(touch /pwned)"}});
-    ExpectRefusals(plants);
+    ExpectRefusals(plants, RootMode::Staged);
 }
 
-TEST(HostileTree, RefusesUnsafePaths) {
-    HX_REQUIRE_THROWAWAY_ROOT();
+// What a plant leads to. Each name of a file changes the time of its last status change.
+std::string StateOf(const std::string& victim) {
+    return Shell("find " + victim +
+                 " ! -type f -printf '%p %y %m %U:%G %T@ %C@\\n' -o -links 1 "
+                 "-printf '%p %m %U:%G %T@ %C@\\n' -o -printf '%p %m %U:%G %T@\\n' | sort; "
+                 "find " +
+                 victim + " -type f -exec md5sum {} +");
+}
+
+// Kinds, modes and owners of what a setup creates.
+std::string StateOfInstallation() {
+    return Shell(
+        "cd /var/corvane; find corvane26 corvane26_snapshot corvane26_service.service QueueEntries "
+        "QueueLimits -printf '%p %y %m %u:%g %n\\n'; "
+        "find corvanerc qchemrc -maxdepth 2 -printf '%p %y %m %u:%g\\n'");
+}
+
+struct HostileEntry {
+    std::string plant;
+    int status;
+    std::string message;         // of a staged setup that refuses the entry
+    std::string messageInPlace;  // with status 8; empty where no setup in place is run
+    std::string victim = "/etc/shadow";
+};
+
+std::vector<HostileEntry> HostileEntries() {
     const std::string limits = "\"/var/corvane/QueueLimits\"";
     const std::string entries = "\"/var/corvane/QueueEntries\"";
-    const std::string page = "/var/corvane/corvanerc/corvane26server/icons/deep/page";
+    const std::string notLimits = limits + " is not a regular file of at most 64 KB";
+    const std::string notFile = " is not a regular file or directory";
+    const std::string hardLink = " has more than one hard link";
+    const std::string pages = "/var/corvane/corvanerc/corvane26server/icons";
+    const std::string jobs = "/var/corvane/corvanerc/corvane26";
     const std::string repository = "corvanerc/corvane24server/CorvaneServerRepository";
-    std::vector<Plant> plants = {
-        {"mallory 'rm QueueEntries; mkfifo QueueEntries'", 8,
-         entries + " is not a regular file or directory"},
-        {"ln -f /etc/shadow QueueEntries", 8, entries + " has more than one hard link"},
-        {"mallory 'rm QueueLimits; mkfifo QueueLimits'", 8,
-         limits + " is not a regular file or directory"},
-        {"mallory 'rm QueueLimits; ln -s /dev/zero QueueLimits'", 8, limits + linkOfOthers},
-        {"mallory 'truncate --size=200G QueueLimits'", 8,
-         limits + " is not a regular file of at most 64 KB"},
-        // The script changes the owner of each page.
-        {"mkdir corvanerc/corvane26server/icons/deep; ln /etc/shadow " + page, 8,
-         '"' + page + "\" has more than one hard link"},
+    const std::string writable = "others own or can write to \"/var/corvane/";
+    std::vector<HostileEntry> all = {
+        {"mallory 'rm QueueEntries; mkfifo QueueEntries'", 0, "", entries + notFile},
+        {"ln -f /etc/shadow QueueEntries", 0, "", entries + hardLink},
+        {"mallory 'rm QueueLimits; mkfifo QueueLimits'", 8, notLimits, limits + notFile},
+        {"mallory 'rm QueueLimits; ln -s /dev/zero QueueLimits'", 8, notLimits,
+         limits + linkOfOthers},
+        {"mallory 'truncate --size=200G QueueLimits'", 8, notLimits, notLimits},
+        {"ln -f /etc/shadow QueueLimits", 8, limits + " is not readable for everyone",
+         limits + hardLink},
+        // The setup gives each page to the service account.
+        {"mkdir " + pages + "/deep; ln /etc/shadow " + pages + "/deep/page", 8,
+         '"' + pages + "/deep/page\"" + hardLink, '"' + pages + "/deep/page\"" + hardLink},
         // A file name must not reach the terminal as an escape sequence.
-        {"ln /etc/shadow \"corvanerc/corvane26server/icons/$(printf 'a\\033[2J')\"", 8,
-         "/icons/a?[2J\" has more than one hard link"},
-        // A path that is too long for the check may contain a hard link.
-        {"cd corvanerc/corvane26server/icons; for _ in $(seq 300); do mkdir -p dddddddddddddddd && "
-         "cd dddddddddddddddd; done",
-         8, "cannot check \"/var/corvane/corvanerc/corvane26server/icons"},
+        {"ln /etc/shadow \"" + pages + "/$(printf 'a\\033[2J')\"", 8, "/icons/a?[2J\"" + hardLink,
+         "/icons/a?[2J\"" + hardLink},
+        {"cd " + pages +
+             "; ln /etc/shadow z; for _ in $(seq 300); do mkdir -p dddddddddddddddd && "
+             "cd dddddddddddddddd; done",
+         8, "too many files or levels of directories in directory \"" + pages, pages},
         // The script would pass the target to ln as an option.
         {"mallory 'mv corvanerc/corvane26server away; mkdir corvanerc/corvane24server; "
          "ln -s -- -t/etc/cron.daily " +
              repository + "'",
-         8, "the target of symbolic link \"/var/corvane/" + repository + "\" begins with \"-\""},
+         8, "\"/var/corvane/" + repository + "\" is a symbolic link whose target begins with \"-\"",
+         "the target of symbolic link \"/var/corvane/" + repository + "\" begins with \"-\"",
+         "/etc/cron.daily"},
+        {"chmod 777 /var", 8, "unsafe directory \"/var\": others can replace the install directory",
+         "unsafe directory \"/var\""},
+        {"mallory 'mv corvanerc/corvane26 away; mkdir corvanerc/corvane26'", 8,
+         "directory \"" + jobs + "\" is owned by another user", writable},
+        // What root hides from others is not given to others.
+        {"mv corvanerc/corvane26 away; mkdir --mode=700 corvanerc/corvane26; echo private > "
+         "corvanerc/corvane26/file",
+         8, "other users cannot read directory \"" + jobs + '"', "", jobs},
+    };
+    for (const std::string path : {"corvane26", "corvane26_snapshot", "QueueEntries"}) {
+        const std::string quoted = "\"/var/corvane/" + path + "\"";
+        all.push_back({"mallory 'mv " + path + " .old; ln -s /etc/shadow " + path + "'", 0, "",
+                       quoted + linkOfOthers});
+        all.push_back({"mallory 'mv " + path +
+                           " .old; python3 -c \"import socket; "
+                           "socket.socket(socket.AF_UNIX).bind(\\\"" +
+                           path + "\\\")\"'",
+                       0, "", quoted + notFile});
+        all.push_back({"rm " + path + "; mknod " + path + " c 1 5", 0, "", quoted + notFile});
+        all.push_back({"mallory 'mv " + path + " .old; mkdir " + path + "; echo > " + path + "/x'",
+                       0, "", writable});
+    }
+    for (const std::string path : {"corvanerc/corvane26server/resources", "corvanerc"}) {
+        const std::string quoted = "\"/var/corvane/" + path + "\"";
+        const std::string moved = "mallory 'mv " + path + " " + path + ".old; ";
+        all.push_back({moved + "ln -s /etc/default " + path + "'", 8,
+                       quoted + " is not a directory", quoted + linkOfOthers, "/etc/default"});
+        all.push_back(
+            {moved + "mkfifo " + path + "'", 8, quoted + " is not a directory", writable});
+    }
+    return all;
+}
+
+void ExpectStagedOutcome(const HostileEntry& entry, const std::string& expected) {
+    const auto result = RunRootSetup({"--yes"});
+    EXPECT_EQ(result.status, entry.status) << result.out << result.err;
+    if (entry.status == 0) {
+        EXPECT_EQ(StateOfInstallation(), expected);
+        return;
+    }
+    hx_test::ExpectHolds(result.err, entry.message);
+    hx_test::ExpectHolds(result.err, "No changes were made.");
+}
+
+TEST(HostileTree, ReplacesOrRefusesHostileEntry) {
+    HX_REQUIRE_THROWAWAY_ROOT();
+    HX_EXPECT_SCENARIO([] {
+        LayOutInstallation();
+        const std::string expected = StateOfInstallation();
+        for (const HostileEntry& entry : HostileEntries()) {
+            SCOPED_TRACE(entry.plant);
+            Shell(asMallory + entry.plant);
+            const std::string victim = StateOf(entry.victim);
+            ExpectStagedOutcome(entry, expected);
+            EXPECT_EQ(StateOf(entry.victim), victim);
+            Restore();
+        }
+    });
+}
+
+TEST(HostileTree, RefusesUnsafePathsInPlace) {
+    HX_REQUIRE_THROWAWAY_ROOT();
+    const std::string repository = "corvanerc/corvane24server/CorvaneServerRepository";
+    std::vector<Plant> plants = {
         // Root created this link, and whoever can write to the tree chose its target.
         {"mallory 'mv corvanerc/corvane26server away; mkdir corvanerc/corvane24server; "
          "ln -s /srv/evil " +
              repository +
-             "'; /opt/corvane26/cv_install --setup --yes; rm /tmp/corvane26_commit_*; mallory 'rm "
+             "'; cd /; /opt/corvane26/cv_install --setup --yes; cd /var/corvane; mallory 'rm "
              "QueueEntries; mv corvanerc/corvane26server/CorvaneServerRepository QueueEntries'",
-         8, entries + " is a symbolic link in a directory that other users can write to"},
+         8, "QueueEntries\" is a symbolic link in a directory that other users can write to"},
         {"chmod 0777 /tmp", 5, "unsafe directory \"/tmp\""},
         {"chown mallory /tmp", 5, "unsafe directory \"/tmp\""},
     };
-    for (const std::string path : {"corvane26", "corvane26_snapshot", "QueueLimits", "QueueEntries",
-                                   "corvanerc/corvane26server/resources", "corvanerc"}) {
-        plants.push_back(
-            {"mallory 'mv " + path + " " + path + ".old; ln -s /etc/shadow " + path + "'", 8,
-             "\"/var/corvane/" + path + "\"" + linkOfOthers});
+    for (const HostileEntry& entry : HostileEntries()) {
+        if (!entry.messageInPlace.empty())
+            plants.push_back({entry.plant, 8, entry.messageInPlace});
     }
-    ExpectRefusals(plants);
+    ExpectRefusals(plants, RootMode::InPlace);
 }
 
 // Answers the limits, the queue, the members and the plan, but runs $1 before it answers the plan,
 // and $2, if not empty, at the first pause after the plan.
-constexpr const char* slowAnswers = R"(
+const std::string slowAnswers = R"(
 await() {
     for _ in $(seq 200); do
         grep --quiet --no-messages "$1" /var/log/corvane26_setup.log && return
@@ -148,10 +239,9 @@ rm /var/log/corvane26_setup.log
     eval "$1"
     echo y
     [ -z "$2" ] || { await 'Continue? .*---'; eval "$2"; printf '\n\n\n'; }
-} | /opt/corvane26/cv_install --setup
-)";
+} | )" + withoutMounts + "/opt/corvane26/cv_install --setup";
 
-TEST(HostileTree, RefusesLinkThatIsPlantedDuringSetup) {
+TEST(HostileTree, RefusesLinkPlantedDuringSetupInPlace) {
     HX_REQUIRE_THROWAWAY_ROOT();
     const std::string plant =
         "setpriv --reuid=corvsrvc --regid=corvsrvc --clear-groups "
@@ -169,11 +259,12 @@ TEST(HostileTree, RefusesLinkThatIsPlantedDuringSetup) {
             const auto result = hx_test::Run({"bash", "-c", slowAnswers, "bash", atPlan, atPause},
                                              {.env = {{"LSAN_OPTIONS", "detect_leaks=0"}}});
             EXPECT_EQ(result.status, 8) << result.out << result.err;
-            EXPECT_EQ(result.err, "cv_install: unsafe path: \"/var/corvane/corvane26\"" +
-                                      linkOfOthers +
-                                      "\n    Root would write through it. Inspect it, remove it, "
-                                      "then run the setup again.\n    " +
-                                      changes + "\n" + logOfRoot);
+            EXPECT_TRUE(result.err.ends_with(
+                "cv_install: unsafe path: \"/var/corvane/corvane26\"" + linkOfOthers +
+                "\n    Root would write through it. Inspect it, remove it, then run the setup "
+                "again.\n    " +
+                changes + "\n" + logOfRoot))
+                << result.err;
             EXPECT_EQ(Shell("ls /tmp | grep corvane26_commit"), "");
             EXPECT_EQ(Shell("md5sum /etc/shadow"), passwords);
             Restore();

@@ -11,15 +11,17 @@ void LayOutRootSetup() {
          {"/var/corvane", "/opt/corvane26", "/usr/bin/corvane26", "/usr/bin/corvane26_snapshot",
           "/usr/bin/corvane26_service_script", "/etc/systemd/system/corvane26_service.service"})
         fs::remove_all(path);
-    Shell("userdel corvsrvc; groupdel corvsrvc; rm -f /tmp/corvane26_commit_*");
+    Shell("userdel corvsrvc; groupdel corvsrvc; rm -rf /tmp/corvane26_commit_* /etc/corvane26");
     fs::create_directories("/opt");
     fs::copy(HX_PRODUCT_DIR, "/opt/corvane26",
              fs::copy_options::recursive | fs::copy_options::copy_symlinks);
 }
 
 hx_test::ProcessResult RunRootSetup(const std::vector<std::string>& arguments,
-                                    const std::string& input) {
+                                    const std::string& input, RootMode mode) {
     std::vector<std::string> command = {"/opt/corvane26/cv_install", "--setup"};
+    if (mode == RootMode::InPlace)
+        command = {"/bin/sh", "-c", withoutMounts + "\"$0\" \"$@\"", command[0], command[1]};
     command.insert(command.end(), arguments.begin(), arguments.end());
     hx_test::ProcessOptions options;
     options.input = input;

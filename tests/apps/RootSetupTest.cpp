@@ -1,4 +1,4 @@
-// Setups as root: plan, confirmation, titles, log and summary.
+// Setups as root, staged and in place: plan, confirmation, titles, log and summary.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -17,45 +17,75 @@ namespace {
 
 using hx_test::ExpectHolds;
 
-// Job limit; memory and pause; directory and pause; scratch limit and pause; queue and pause;
-// members and pause.
-const std::string memberAnswers = "2\n600\n\n/tmp\n\n3\n\n1\n\nann,bob\n\n";
+// Job limit; memory and pause; directory and pause; scratch limit and pause; queue and pause.
+const std::string limitAnswers = "2\n600\n\n/tmp\n\n3\n\n1\n\n";
+
+// The pauses of the files that cv_install writes itself. A staged setup writes them before its
+// plan.
+const std::string filePauses = "\n\n\n";
+
+const std::string memberAnswers = limitAnswers + "ann,bob\n\n";
 
 void ExpectParts(const std::string& text, const std::vector<const char*>& parts) {
     for (const char* part : parts)
         ExpectHolds(text, part);
 }
 
-// Runs cv_install on a terminal of the throwaway root.
-std::string ShownOnTerminal() {
+// Runs cv_install on a terminal of the throwaway root, with a service that fails.
+std::string ShownOnTerminal(const std::string& prefix = {}) {
+    LayOutRootSetup();
+    hx_test::WriteFile("/usr/bin/systemctl",
+                       "#!/bin/sh\n[ \"$1\" = is-active ] && echo failed && exit 3\nexit 0\n");
     Shell("mount -t devpts -o newinstance,ptmxmode=0666 devpts /dev/pts");
-    hx_test::Terminal terminal(hx_test::Terminal::Mode::Bytes, [] {
+    hx_test::Terminal terminal(hx_test::Terminal::Mode::Bytes, [&] {
         setenv("LSAN_OPTIONS", LeakOptions(HX_LEAK_SUPPRESSIONS).c_str(), 1);
-        const char* program = "/opt/corvane26/cv_install";
-        execl(program, program, "--setup", "--yes", nullptr);
+        const std::string command = prefix + "/opt/corvane26/cv_install --setup --yes";
+        execl("/bin/sh", "sh", "-c", command.c_str(), nullptr);
     });
     EXPECT_EQ(terminal.Finish(), 0) << terminal.Output();
     return terminal.Output();
 }
 
-TEST(RootSetup, ShowsPlanTitlesAndSummaryOfFirstSetup) {
+const char* const summaryWithFailedService =
+    "  Installed: /var/corvane\n  Service:   failed\n             For details, "
+    "run: journalctl --unit=corvane26_service.service\n"
+    "  Log:       /var/log/corvane26_setup.log\n"
+    "  Next step: start Corvane with corvane26\n";
+
+TEST(RootSetup, ShowsPlanWithoutScriptOutput) {
     HX_REQUIRE_THROWAWAY_ROOT();
     HX_EXPECT_SCENARIO([] {
-        LayOutRootSetup();
-        hx_test::WriteFile("/usr/bin/systemctl",
-                           "#!/bin/sh\n[ \"$1\" = is-active ] && echo failed\n");
         const std::string out = ShownOnTerminal();
+        ExpectParts(
+            out,
+            {"\nValues in use:\n", "  Service account:   corvsrvc:corvsrvc\n",
+             "  Accounts     create group corvsrvc (GID ",
+             "               create user corvsrvc (UID ", "  Directories  create /var/corvane, ",
+             "  Services     start corvane26_service.service\n", summaryWithFailedService});
+        const std::string log = hx_test::ReadFile("/var/log/corvane26_setup.log");
+        const std::string ofScript = "Wrote Corvane'26 run script, /var/corvane/corvane26\n";
+        ExpectParts(log, {out.substr(out.find("Values in use:")).c_str(), ofScript.c_str()});
+        EXPECT_EQ(out.find(ofScript), std::string::npos);
+        EXPECT_EQ(log.find("==> "), std::string::npos);
+        EXPECT_EQ(Shell("ls /tmp | grep corvane26_commit"), "");
+    });
+}
+
+TEST(RootSetup, ShowsPlanTitlesAndSummaryInPlace) {
+    HX_REQUIRE_THROWAWAY_ROOT();
+    HX_EXPECT_SCENARIO([] {
+        const std::string out = ShownOnTerminal(withoutMounts);
         ExpectParts(out,
-                    {"The setup will make these changes:\n", "  Group      corvsrvc: create\n",
+                    {"cv_install: warning: cannot prepare the setup in private: Operation not "
+                     "permitted\n    The setup changes the machine step by step, and a failure "
+                     "leaves the changes made so far.\n",
+                     "The setup will make these changes:\n", "  Group      corvsrvc: create\n",
                      "  User       corvsrvc: create without a login shell\n",
                      "  Members    added: none\n  Members    removed: none\n",
                      "  Directory  /var/corvane: create (mode 775)\n",
                      "  Link       /usr/bin/corvane26: create\n",
                      "  Service    corvane26_service.service: install, enable, and start\n",
-                     "  Installed: /var/corvane\n  Service:   failed\n             For details, "
-                     "run: journalctl --unit=corvane26_service.service\n"
-                     "  Log:       /var/log/corvane26_setup.log\n"
-                     "  Next step: start Corvane with corvane26\n"});
+                     summaryWithFailedService});
         EXPECT_EQ(hx_test::ReadFile("/var/log/corvane26_setup.log"), out);
         EXPECT_EQ(Shell("grep -A1 --no-group-separator '^==> ' /var/log/corvane26_setup.log | "
                         "cut -d' ' -f1-4"),
@@ -88,34 +118,53 @@ TEST(RootSetup, RunsNoProgramsOfCallersEnvironment) {
     });
 }
 
+constexpr const char* state = "cat /etc/passwd /etc/group; ls /var; ls /tmp | grep commit";
+
 TEST(RootSetup, ChangesNothingWithoutConfirmation) {
     HX_REQUIRE_THROWAWAY_ROOT();
-    HX_EXPECT_SCENARIO([] {
+    const struct {
+        RootMode mode;
+        std::string input;
+        const char* shown;
+    } cases[] = {{RootMode::Staged, memberAnswers + filePauses,
+                  "  Members      add to corvsrvc: ann, bob\n"},
+                 {RootMode::InPlace, memberAnswers, "  Script     /tmp/corvane26_commit_"}};
+    HX_EXPECT_SCENARIO([&] {
         LayOutRootSetup();
         Shell(
             "mount -t tmpfs -o mode=1777 tmpfs /tmp; useradd --create-home ann; useradd "
             "--create-home bob");
-        const std::string state = "cat /etc/passwd /etc/group; ls /var; ls /tmp | grep commit";
         const std::string before = Shell(state);
-        for (const std::string answer : {"n\n", "\n", ""}) {
-            const auto result = RunRootSetup({}, memberAnswers + answer);
-            EXPECT_EQ(result.status, 9) << result.err;
-            ExpectHolds(result.out, "  Script     /tmp/corvane26_commit_");
-            ExpectHolds(result.out, "Continue? [y/N] ");
-            EXPECT_EQ(
-                result.err,
-                "cv_install: setup canceled: plan not confirmed\n    No changes were made.\n" +
-                    logOfRoot);
-            EXPECT_EQ(Shell(state), before);
+        for (const auto& [mode, input, shown] : cases) {
+            for (const std::string answer : {"n\n", "\n", ""}) {
+                const auto result = RunRootSetup({}, input + answer, mode);
+                EXPECT_EQ(result.status, 9) << result.err;
+                ExpectHolds(result.out, shown);
+                ExpectHolds(result.out, "Continue? [y/N] ");
+                EXPECT_TRUE(
+                    result.err.ends_with("cv_install: setup canceled: plan not confirmed\n"
+                                         "    No changes were made.\n" +
+                                         logOfRoot))
+                    << result.err;
+                EXPECT_EQ(Shell(state), before);
+            }
         }
-        // The commit script exists while the question is open, also when a signal ends it.
+    });
+}
+
+TEST(RootSetup, ShowsScriptWhileItAsksInPlace) {
+    HX_REQUIRE_THROWAWAY_ROOT();
+    HX_EXPECT_SCENARIO([] {
+        LayOutRootSetup();
+        Shell("mount -t tmpfs -o mode=1777 tmpfs /tmp");
+        const std::string before = Shell(state);
         const auto result = hx_test::Run(
             {"bash", "-c",
-             "mkfifo /srv/in; rm /var/log/corvane26_setup.log; "
-             "/opt/corvane26/cv_install --setup < /srv/in > /srv/out & exec 3> /srv/in; "
-             "printf '2\\n600\\n\\n/tmp\\n\\n3\\n\\n1\\n\\n\\n\\n' >&3; "
-             "until grep -qs 'Continue' /var/log/corvane26_setup.log; do sleep 0.05; done; "
-             "ls /tmp/corvane26_commit_*; kill -TERM $!; wait $!; echo $?"},
+             "mkfifo /srv/in; " + withoutMounts +
+                 "/opt/corvane26/cv_install --setup < /srv/in > /srv/out & exec 3> /srv/in; "
+                 "printf '2\\n600\\n\\n/tmp\\n\\n3\\n\\n1\\n\\n\\n\\n' >&3; "
+                 "until grep -qs 'Continue' /var/log/corvane26_setup.log; do sleep 0.05; done; "
+                 "ls /tmp/corvane26_commit_*; kill -TERM $!; wait $!; echo $?"},
             {.env = {{"LSAN_OPTIONS", "detect_leaks=0"}}});
         EXPECT_TRUE(result.out.starts_with("/tmp/corvane26_commit_")) << result.out << result.err;
         EXPECT_TRUE(result.out.ends_with("\n143\n")) << result.out;
@@ -128,7 +177,7 @@ TEST(RootSetup, AppliesConfirmedPlanAndShowsPlanOfUpgrade) {
     HX_EXPECT_SCENARIO([] {
         LayOutRootSetup();
         Shell("useradd --create-home ann; useradd --create-home bob");
-        const auto first = RunRootSetup({}, memberAnswers + "y\nleft over\n");
+        const auto first = RunRootSetup({}, memberAnswers + filePauses + "y\nleft over\n");
         ASSERT_EQ(first.status, 0) << first.out << first.err;
         EXPECT_EQ(Shell("getent group corvsrvc | cut -d: -f4"), "ann,bob");
         EXPECT_EQ(Shell("cat /var/corvane/QueueLimits"),
@@ -136,17 +185,45 @@ TEST(RootSetup, AppliesConfirmedPlanAndShowsPlanOfUpgrade) {
 
         Shell("touch /etc/systemd/system/corvane24_service.service");
         Shell("ln -sf /opt/elsewhere /usr/bin/corvane26_snapshot");
-        const auto upgrade = RunRootSetup({}, "2\n600\n\n/tmp\n\n3\n\n1\n\nbob,root\n\nn\n");
+        const std::string upgrade = limitAnswers + "bob,root\n\n" + filePauses + "n\n";
+        const auto declined = RunRootSetup({}, upgrade);
+        EXPECT_EQ(declined.status, 9) << declined.err;
+        EXPECT_EQ(declined.out.find("create"), std::string::npos) << declined.out;
+        ExpectParts(declined.out,
+                    {" add to corvsrvc: root\n               remove from corvsrvc: ann\n",
+                     "  Files        delete /etc/systemd/system/corvane24_service.service\n",
+                     "  Links        change /usr/bin/corvane26_snapshot: /opt/elsewhere -> "
+                     "/var/corvane/corvane26_snapshot\n"});
+    });
+}
+
+TEST(RootSetup, ShowsPlanOfUpgradeInPlace) {
+    HX_REQUIRE_THROWAWAY_ROOT();
+    HX_EXPECT_SCENARIO([] {
+        LayOutRootSetup();
+        ASSERT_EQ(RunRootSetup({"--yes"}, {}, RootMode::InPlace).status, 0);
+        Shell("touch /etc/systemd/system/corvane24_service.service; useradd ann");
+        Shell("ln -sf /opt/elsewhere /usr/bin/corvane26_snapshot");
+        const auto upgrade = RunRootSetup({}, limitAnswers + "ann\n\nn\n", RootMode::InPlace);
         EXPECT_EQ(upgrade.status, 9) << upgrade.err;
         ExpectParts(
             upgrade.out,
             {"  Group      corvsrvc: keep (exists)\n", "  User       corvsrvc: keep (exists)\n",
-             "  Members    added: root\n  Members    removed: ann\n",
+             "  Members    added: ann\n  Members    removed: none\n",
              "  Directory  /var/corvane: keep (exists)\n",
              "  Link       /usr/bin/corvane26: keep (exists)\n",
              "  Link       /usr/bin/corvane26_snapshot: replace (points to /opt/elsewhere)\n",
              "  Service    /etc/systemd/system/corvane24_service.service: stop and remove\n",
              "restart; replace unit file if it differs\n"});
+
+        // Members could interfere.
+        Shell("usermod --append --groups corvsrvc ann");
+        const auto refused = RunRootSetup({"--yes"}, {}, RootMode::InPlace);
+        EXPECT_EQ(refused.status, 8);
+        ExpectHolds(refused.err,
+                    "cv_install: cannot change the machine step by step: group corvsrvc has "
+                    "members\n");
+        ExpectHolds(refused.err, "    No changes were made.\n");
     });
 }
 
@@ -156,10 +233,12 @@ TEST(RootSetup, AsksNothingOnComputeNodeAndRefusesUserThere) {
         LayOutRootSetup();
         const auto result = RunRootSetup({"--cluster-node", "--external-default-queue"});
         ASSERT_EQ(result.status, 0) << result.err;
-        ExpectHolds(result.out, "  User       corvsrvc: create with shell /bin/bash\n");
-        ExpectHolds(result.out,
+        ExpectHolds(result.out, ", shell /bin/bash)\n");
+        for (const char* absent : {"corvane26_service", "Services", "Continue?"})
+            EXPECT_EQ(result.out.find(absent), std::string::npos) << absent;
+        const auto inPlace = RunRootSetup({"--cluster-node"}, {}, RootMode::InPlace);
+        ExpectHolds(inPlace.out,
                     "  Service    corvane26_service.service: not installed on a compute node\n");
-        EXPECT_EQ(result.out.find("Continue?"), std::string::npos);
 
         // A user who can write to the tree cannot set the mode of root's run scripts.
         Shell("chmod 777 /var/corvane");

@@ -65,29 +65,37 @@ TEST_F(RunTimeFiles, WriteSubmissionScriptsOnlyOnRequest) {
     }
 }
 
-// Setups that cannot start their commit script leave the modes that cv_install itself sets.
+// Of a setup in place that cannot start its commit script, the modes remain that cv_install itself
+// sets. A staged one changes nothing.
 TEST(RootRunTimeFiles, GiveNewInstallDirectoryItsModeAtOnce) {
     HX_REQUIRE_THROWAWAY_ROOT();
-    HX_EXPECT_SCENARIO([] {
+    const struct {
+        RootMode mode;
+        const char* prepare;
+        const char* permissions;
+    } cases[] = {{RootMode::Staged, "true", ""},
+                 {RootMode::Staged, "mkdir --mode=755 /var/corvane", "755"},
+                 {RootMode::InPlace, "true", "775"},
+                 {RootMode::InPlace, "mkdir --mode=755 /var/corvane", "755"},
+                 {RootMode::InPlace, "mkdir --mode=700 /var/corvane", "700"}};
+    HX_EXPECT_SCENARIO([&] {
         LayOutRootSetup();
         Shell("chmod a-x /bin/bash");
-        const struct {
-            const char* prepare;
-            const char* mode;
-        } cases[] = {{"true", "775"},
-                     {"mkdir --mode=755 /var/corvane", "755"},
-                     {"mkdir --mode=700 /var/corvane", "700"}};
-        for (const auto& [prepare, mode] : cases) {
+        for (const auto& [mode, prepare, permissions] : cases) {
             Shell(std::string("rm -rf /var/corvane; ") + prepare);
             umask(077);
-            const auto result = RunRootSetup({"--yes"});
+            const auto result = RunRootSetup({"--yes"}, {}, mode);
             EXPECT_EQ(result.status, 6) << result.out;
-            EXPECT_EQ(Shell("stat -c %a /var/corvane"), mode);
-            ExpectHolds(result.out, separator + separator + separator + "Commit script: ");
-            EXPECT_TRUE(result.err.starts_with("cv_install: cannot start the commit script: "));
+            EXPECT_EQ(Shell("stat -c %a /var/corvane"), permissions);
+            EXPECT_EQ(Shell("ls /var/corvane/qchemrc") == "", mode == RootMode::Staged);
+            ExpectHolds(result.out, separator + separator + separator);
+            ExpectHolds(result.err, "cv_install: cannot start the commit script: ");
             EXPECT_TRUE(result.err.ends_with(
-                "    Make sure that /bin/bash is executable, then run the setup again.\n"
-                "    At most, Q-Chem files and submission scripts were changed.\n" +
+                "    Make sure that /bin/bash is executable, then run the setup again.\n" +
+                std::string(mode == RootMode::Staged
+                                ? "    No changes were made.\n"
+                                : "    At most, Q-Chem files and submission scripts were "
+                                  "changed.\n") +
                 logOfRoot))
                 << result.err;
         }

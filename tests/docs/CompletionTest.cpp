@@ -66,6 +66,8 @@ TEST(Completion, OffersValuesOfTheOptionsKind) {
     EXPECT_EQ(Offered("_cv_install", {"cv_install", "-d", "/usr/sbi"}), Set{"/usr/sbin"});
     EXPECT_EQ(Offered("_cv_install", {"cv_install", "--service-group", "roo"}), Set{"root"});
     EXPECT_EQ(Offered("_cv_install", {"cv_install", "-u", "roo"}), Set{"root"});
+    EXPECT_EQ(Offered("_cv_install", {"cv_install", "--json", "/etc/passw"}).count("/etc/passwd"),
+              1U);
     for (const char* option : {"-m", "--memory-limit", "-s", "-q", "-p"})
         EXPECT_EQ(Offered("_cv_install", {"cv_install", option, ""}), Set{}) << option;
 }

@@ -217,17 +217,20 @@ def check_guide_quotes_texts():
             expect(piece in printed, f"no program prints \"{piece}\" of \"{text}\"")
 
 
-# Texts of apps/ that are not failures: reports, names of fields, beginnings of lines, and remedies,
-# which are sentences that begin with one of these words. The guide must explain all other texts.
-reports = ("Installation", "Plan", "Progress", "Summary", "Usage", "UsageTables")
+# Texts of apps/ that are not failures: reports, names of fields, beginnings of lines, a script, and
+# remedies, which are sentences that begin with one of these words. The guide must explain all other
+# texts.
+reports = ("Installation", "Plan", "Progress", "Recorder", "Report", "StartRun", "Summary", "Usage",
+           "UsageTables")
 others = {
     "Choose another directory? [Y/n]", "Commit script: %s", "Did you mean", "program directory",
     "scratch directory of the previous setup", "service group member",
-    "compute service listeners", "certificate file", "key file", "Diffie-Hellman file",
+    "Missing command", "compute service listeners", "certificate file", "key file", "Diffie-Hellman file",
 }
 remedy = re.compile(
-    r"(?:%s  )?(?:At most|Change to|Changes made|Copy|Correct|Create|Enter|Fix|Free up|Inspect|Install|Make|"
-    r"Move|No changes|Raise|Remove|Root would|Run|Set|Some output|Specify|The setup continues|To|Use)\b.*\.$")
+    r"(?:%s  )?(?:At most|Change to|Changes made|Copy|Correct|Create|Enter|Find out|Fix|Free up|If it|"
+    r"Inspect|Install|Make|Move|No changes|Others could|Raise|Remove|Root would|Run|Set|Some output|"
+    r"Specify|That needs|The setup (?:changes|continues)|To|Use)\b.*\.$")
 # The library's texts are fixed, so their beginnings are too.
 library_failure = re.compile(
     r"^ *(?:Unable to |Writing Commit Script: |Value entered|Error, can't|Corvane/install: can't|"

@@ -24,57 +24,93 @@ void Unmount(const char* directory) {
     ASSERT_EQ(umount2(directory, MNT_DETACH), 0) << directory;
 }
 
-hx_test::ProcessResult RunWithReadOnly(const char* directory) {
-    LayOutRootSetup();
-    MountReadOnly(directory);
-    const auto result = RunRootSetup({"--yes"});
-    Unmount(directory);
-    return result;
-}
-
-void ExpectNextSetupCompletes() {
-    const auto result = RunRootSetup({"--yes"});
-    EXPECT_EQ(result.status, 0) << result.out << result.err;
-}
-
 struct ReadOnlyDirectory {
     const char* directory;
+    RootMode mode;
     int status;
     const char* out;  // a part
     std::string err;  // a part
 };
 
+hx_test::ProcessResult RunWithReadOnly(const char* directory, RootMode mode = RootMode::Staged) {
+    LayOutRootSetup();
+    MountReadOnly(directory);
+    const auto result = RunRootSetup({"--yes"}, {}, mode);
+    Unmount(directory);
+    return result;
+}
+
+void ExpectNextSetupCompletes(RootMode mode) {
+    const auto result = RunRootSetup({"--yes"}, {}, mode);
+    EXPECT_EQ(result.status, 0) << result.out << result.err;
+}
+
+std::string CannotPlace(const std::string& path) {
+    return "cv_install: cannot place \"" + path +
+           "\": Read-only file system\n    Make sure that its file system is writable and not "
+           "full, then run the setup again.\n" +
+           changedNothing;
+}
+
+const std::string cannotLock = CannotLock("/run/corvane26_setup.lock", "Read-only file system");
+const std::string incompleteUnit =
+    "cv_install: \"/etc/systemd/system/corvane26_service.service" + isIncomplete;
+
 const ReadOnlyDirectory readOnlyDirectories[] = {
-    {"/etc", 1, "Error, unable to create Corvane service group.\n", ScriptFailed(1)},
-    {"/usr/bin", 1, "Error, creating /usr/bin/corvane26 symbolic link\n", ScriptFailed(1)},
+    {"/etc", RootMode::InPlace, 1, "Error, unable to create Corvane service group.\n",
+     ScriptFailed(1)},
+    {"/usr/bin", RootMode::InPlace, 1, "Error, creating /usr/bin/corvane26 symbolic link\n",
+     ScriptFailed(1)},
     // The script reports it and continues.
-    {"/etc/systemd/system", 10, "Error, updating Corvane Compute Servive systemd script\n",
-     "cv_install: \"/etc/systemd/system/corvane26_service.service" + isIncomplete},
-    {"/run", 2, "", CannotLock("/run/corvane26_setup.lock", "Read-only file system")},
-    {"/tmp", 5, "", noScript},
-    {"/var/log", 0, "Corvane'26 Installation script completed successfully!\n",
+    {"/etc/systemd/system", RootMode::InPlace, 10,
+     "Error, updating Corvane Compute Servive systemd script\n", incompleteUnit},
+    {"/run", RootMode::InPlace, 2, "", cannotLock},
+    {"/tmp", RootMode::InPlace, 5, "", noScript},
+    {"/var/log", RootMode::InPlace, 0, "Corvane'26 Installation script completed successfully!\n",
      CannotOpenLog("/var/log/corvane26_setup.log")},
+
+    {"/etc", RootMode::Staged, 2, "", "cv_install: cannot create group \"corvsrvc\""},
+    {"/usr/bin", RootMode::Staged, 2, "", CannotPlace("/usr/bin")},
+    {"/etc/systemd/system", RootMode::Staged, 10, "", incompleteUnit + changedNothing},
+    {"/run", RootMode::Staged, 2, "", cannotLock},
+    // The private /tmp is writable.
+    {"/tmp", RootMode::Staged, 0, "  Next step: ", scratchNotWritable},
+    {"/var", RootMode::Staged, 2, "", CannotPlace("/var")},
+    {"/var/log", RootMode::Staged, 0,
+     "  Next step: ", CannotOpenLog("/var/log/corvane26_setup.log")},
 };
+
+// What a failed setup must leave as it is.
+std::string StateOfMachine() {
+    return Shell(
+        "cat /etc/passwd /etc/group /etc/shadow; ls -A /etc /etc/systemd/system /usr/bin /var; "
+        "ls /var/corvane");
+}
 
 TEST(RootFaults, CompletesAfterReadOnlyDirectory) {
     HX_REQUIRE_THROWAWAY_ROOT();
     HX_EXPECT_SCENARIO([] {
         for (const ReadOnlyDirectory& expected : readOnlyDirectories) {
             SCOPED_TRACE(expected.directory);
-            const auto result = RunWithReadOnly(expected.directory);
+            LayOutRootSetup();
+            const std::string before = StateOfMachine();
+            const auto result = RunWithReadOnly(expected.directory, expected.mode);
             EXPECT_EQ(result.status, expected.status) << result.out << result.err;
             ExpectHolds(result.out, expected.out);
             ExpectHolds(result.err, expected.err);
-            ExpectNextSetupCompletes();
+            if (expected.mode == RootMode::Staged && expected.status != 0) {
+                EXPECT_EQ(StateOfMachine(), before);
+            }
+            ExpectNextSetupCompletes(expected.mode);
         }
     });
 }
 
 // The install directory is created before the script runs.
-TEST(RootFaults, StopsBeforeScriptWithReadOnlyVar) {
+TEST(RootFaults, StopsBeforeScriptWithReadOnlyVarInPlace) {
     HX_REQUIRE_THROWAWAY_ROOT();
     HX_EXPECT_SCENARIO([] {
-        const auto result = RunWithReadOnly("/var");
+        const auto result = RunWithReadOnly("/var", RootMode::InPlace);
         EXPECT_EQ(result.status, 2);
         ExpectHolds(result.err,
                     "Corvane Install: Error\n    Unable to mkdir \"/var/corvane\"\n"
@@ -95,23 +131,33 @@ TEST(RootFaults, CompletesWithFullLog) {
 }
 
 // The disk grows until everything fits.
+void ExpectStatusesOfFullDisk(RootMode mode, const std::set<int>& expected) {
+    std::set<int> statuses;
+    for (int kilobytes = 4; !statuses.contains(0); kilobytes += 4) {
+        LayOutRootSetup();
+        std::filesystem::create_directory("/var/corvane");
+        const std::string options = "mode=775,size=" + std::to_string(kilobytes) + "k";
+        ASSERT_EQ(mount("tmpfs", "/var/corvane", "tmpfs", 0, options.c_str()), 0);
+        const std::string before = StateOfMachine();
+        const auto result = RunRootSetup({"--yes"}, {}, mode);
+        EXPECT_EQ(result.status == 0, result.out.find("Next step") != std::string::npos);
+        if (mode == RootMode::Staged && result.status != 0) {
+            ExpectHolds(result.err, ": No space left on device\n");
+            ExpectHolds(result.err, changedNothing);
+            EXPECT_EQ(StateOfMachine(), before);
+        }
+        statuses.insert(result.status);
+        Unmount("/var/corvane");
+        ASSERT_LT(kilobytes, 400);
+    }
+    EXPECT_EQ(statuses, expected);
+}
+
 TEST(RootFaults, ReportsFullInstallDirectory) {
     HX_REQUIRE_THROWAWAY_ROOT();
     HX_EXPECT_SCENARIO([] {
-        std::set<int> statuses;
-        for (int kilobytes = 4; !statuses.contains(0); kilobytes += 4) {
-            LayOutRootSetup();
-            std::filesystem::create_directory("/var/corvane");
-            const std::string options = "mode=775,size=" + std::to_string(kilobytes) + "k";
-            ASSERT_EQ(mount("tmpfs", "/var/corvane", "tmpfs", 0, options.c_str()), 0);
-            const auto result = RunRootSetup({"--yes"});
-            EXPECT_EQ(result.status == 0, result.err.find("cv_install: ") == std::string::npos)
-                << result.err;
-            statuses.insert(result.status);
-            Unmount("/var/corvane");
-            ASSERT_LT(kilobytes, 400);
-        }
-        EXPECT_EQ(statuses, (std::set<int>{0, 1, 2}));
+        ExpectStatusesOfFullDisk(RootMode::Staged, {0, 2});
+        ExpectStatusesOfFullDisk(RootMode::InPlace, {0, 1, 2});
     });
 }
 

@@ -27,7 +27,7 @@ bool Contains(const QString& value, const char* unusable) {
     return false;
 }
 
-bool IsAccountName(const QString& value) {
+bool HasAccountCharacters(const QString& value) {
     const std::string name = value.toStdString();
     return !name.empty() && name.front() != '-' && name.front() != '+' &&
            name.find_first_not_of(
@@ -94,7 +94,7 @@ void ExpectGuarded(const CInstallBase& run) {
         HX_EXPECT(!Contains(value, "\"$`\\|&"));
     for (const QString& name :
          QStringList{run.m_serviceGroup, run.m_serviceUser} + run.m_serviceMembers)
-        HX_EXPECT(IsAccountName(name));
+        HX_EXPECT(HasAccountCharacters(name));
 }
 
 }  // namespace hx_fuzz

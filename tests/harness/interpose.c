@@ -110,6 +110,11 @@ int flock(int descriptor, int operation) {
     return FAILS("flock") ? -1 : REAL(flock)(descriptor, operation);
 }
 
+int renameat2(int from_directory, const char* from, int to_directory, const char* to,
+              unsigned int flags) {
+    return FAILS("renameat2") ? -1 : REAL(renameat2)(from_directory, from, to_directory, to, flags);
+}
+
 int unlink(const char* path) {
     return FAILS("unlink") ? -1 : REAL(unlink)(path);
 }

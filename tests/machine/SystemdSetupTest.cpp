@@ -54,8 +54,8 @@ protected:
             Shell("userdel corvsrvc; groupdel corvsrvc");
     }
 
-    static std::string RunSetup() {
-        const auto result = Machine().Run({"/opt/corvane26/cv_install", "--setup", "--yes"});
+    static std::string RunSetup(const std::string& options = "--yes") {
+        const auto result = Machine().Shell("/opt/corvane26/cv_install --setup " + options);
         EXPECT_EQ(result.status, 0) << result.out << result.err;
         return result.out;
     }
@@ -100,40 +100,47 @@ TEST_F(SystemdSetup, RunsServiceAsServiceUserWithItsSettings) {
 
 struct RerunCase {
     const char* before;  // a shell command between the two setups
+    const char* options;
     const char* enabled;
+    bool restarts;
     bool keepsUnit;
 };
 
+constexpr const char* editUnit =
+    "echo '# edited' >> /etc/systemd/system/corvane26_service.service; systemctl daemon-reload";
+constexpr const char* editUnitAndStop =
+    "echo '# edited' >> /etc/systemd/system/corvane26_service.service; systemctl daemon-reload; "
+    "systemctl stop corvane26_service";
+
+// A setup restarts the service only if something that the service uses has changed.
 const RerunCase rerunCases[] = {
-    {"true", "enabled", true},
-    {"systemctl stop corvane26_service", "enabled", true},
-    {"systemctl disable corvane26_service; systemctl start corvane26_service", "disabled", true},
-    {"echo '# edited' >> /etc/systemd/system/corvane26_service.service; systemctl daemon-reload",
-     "enabled", false},
-    {"echo '# edited' >> /etc/systemd/system/corvane26_service.service; systemctl daemon-reload; "
-     "systemctl stop corvane26_service",
-     "enabled", false},
+    {"true", "--yes", "enabled", false, true},
+    {"true", "--yes --restart", "enabled", true, true},
+    {"echo >> /var/corvane/corvane26", "--yes", "enabled", true, true},
+    {"systemctl stop corvane26_service", "--yes", "enabled", true, true},
+    {"systemctl disable corvane26_service; systemctl start corvane26_service", "--yes", "disabled",
+     false, true},
+    {editUnit, "--yes", "enabled", true, false},
+    {editUnitAndStop, "--yes", "enabled", true, false},
 };
 
 TEST_F(SystemdSetup, RestartsServiceAndRestoresUnitOnRerun) {
     RunSetup();
     const std::string installation = Installation();
-    for (const auto& [before, enabled, keepsUnit] : rerunCases) {
-        SCOPED_TRACE(before);
-        // Waits for the service program: until then the service runs the run script, which a setup
-        // cannot write at the same time.
+    for (const auto& [before, options, enabled, restarts, keepsUnit] : rerunCases) {
+        SCOPED_TRACE(std::string(before) + options);
+        // Waits for the service program: until then the service runs the run script.
         RunFile("settings");
-        Shell("rm /run/corvane26_service/settings");
         Shell(before);
         const std::string pid = Property("MainPID");
         const std::string inode = Shell("stat -c %i " + unitFile);
-        const std::string out = RunSetup();
+        const std::string out = RunSetup(options);
         EXPECT_EQ(Property("ActiveState"), "active");
-        EXPECT_NE(Property("MainPID"), pid);
+        EXPECT_EQ(Property("MainPID") != pid, restarts);
         EXPECT_EQ(Property("UnitFileState"), enabled);
         EXPECT_EQ(Property("NeedDaemonReload"), "no");
         EXPECT_EQ(Installation(), installation);
-        EXPECT_EQ(out.find("# edited") == std::string::npos, keepsUnit) << "the difference";
+        EXPECT_EQ(out.find("change " + unitFile + ": content\n") == std::string::npos, keepsUnit);
         EXPECT_EQ(Shell("grep -c edited " + unitFile), "0");
         if (keepsUnit) {
             EXPECT_EQ(Shell("stat -c %i " + unitFile), inode);

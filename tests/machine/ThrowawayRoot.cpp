@@ -11,6 +11,7 @@
 #include <sys/xattr.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -101,12 +102,22 @@ void DieWith(pid_t parent) {
 // The two layers of the root the calling process is in.
 class Layers {
 public:
-    std::vector<std::string> Changes() {
+    struct Change {
+        std::string text;
+        ino_t inode = 0;
+        timespec written = {};  // zero for a directory
+
+        bool operator==(const Change& other) const {
+            return text == other.text && inode == other.inode &&
+                   written.tv_sec == other.written.tv_sec &&
+                   written.tv_nsec == other.written.tv_nsec;
+        }
+    };
+    using Changes = std::map<std::string, Change>;
+
+    Changes FindAll() {
         Compare("", true);
-        std::vector<std::string> lines;
-        for (const auto& [path, text] : m_changes)
-            lines.push_back(path + text);
-        return lines;
+        return m_changes;
     }
 
 private:
@@ -151,7 +162,8 @@ private:
              << entry.status.st_gid;
         if (!entry.link.empty())
             text << " -> " << entry.link;
-        m_changes[path] = text.str();
+        m_changes[path] = {text.str(), entry.status.st_ino,
+                           entry.IsDirectory() ? timespec() : entry.status.st_mtim};
     }
 
     // What differs, or nothing. A file that was only copied up keeps its time of modification.
@@ -232,8 +244,10 @@ private:
         }
     }
 
-    std::map<std::string, std::string> m_changes;
+    Changes m_changes;
 };
+
+Layers::Changes markedChanges;
 
 // Real root can change owners, and the copy contains the system's programs.
 bool CopyIsUsable() {
@@ -260,7 +274,38 @@ void ExpectScenario(const std::function<void()>& body) {
 }
 
 std::vector<std::string> ChangedPaths() {
-    return Layers().Changes();
+    std::map<std::string, std::string> lines;
+    const Layers::Changes changes = Layers().FindAll();
+    for (const auto& [path, change] : changes) {
+        const auto marked = markedChanges.find(path);
+        if (marked == markedChanges.end() || !(marked->second == change))
+            lines[path] = path + change.text;
+    }
+    for (const auto& [path, change] : markedChanges) {
+        if (!changes.contains(path))
+            lines[path] = path + " deleted" + change.text.substr(change.text.find(' ', 1));
+    }
+    std::vector<std::string> all;
+    for (const auto& [path, line] : lines)
+        all.push_back(line);
+    return all;
+}
+
+void MarkChanges() {
+    markedChanges = Layers().FindAll();
+}
+
+std::vector<std::string> TouchedPaths() {
+    const std::string upper = "/proc/self/fd/" + std::to_string(benchDescriptor) + "/upper";
+    std::vector<std::string> paths;
+    for (const auto& entry : fs::recursive_directory_iterator(upper))
+        paths.push_back(entry.path().string().substr(upper.size()));
+    std::sort(paths.begin(), paths.end());
+    return paths;
+}
+
+std::string CopiedRoot() {
+    return "/proc/self/fd/" + std::to_string(benchDescriptor) + "/lower";
 }
 
 std::string NoThrowawayRootReason() {

@@ -33,6 +33,17 @@ void ExpectScenario(const std::function<void()>& body);
 // That requires a system whose root is not an overlay itself.
 std::vector<std::string> ChangedPaths();
 
+// Remembers the present changes: later calls of ChangedPaths in this process list only what changed
+// again. Of what had changed before, CHANGE is "deleted" or still compares with the copied root.
+void MarkChanges();
+
+// All paths that were written to since the innermost RunInThrowawayRoot, sorted, also those that
+// are as they were or no longer exist. Call it in the body.
+std::vector<std::string> TouchedPaths();
+
+// Where the body finds the root that RunInThrowawayRoot copied, without its changes.
+std::string CopiedRoot();
+
 // Returns why this system has no throwaway roots, for this process or under sudo; empty if it has.
 std::string NoThrowawayRootReason();
 

@@ -1,5 +1,11 @@
 // The service script on a machine with a real account: user, arguments, environment, and failures.
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <chrono>
+#include <csignal>
+#include <cstdio>
 #include <filesystem>
 #include <functional>
 #include <thread>
@@ -20,6 +26,8 @@ constexpr const char* runScript = "/var/corvane/corvane26";
 constexpr const char* computeService = "/opt/corvane26/cv_computeservice";
 constexpr const char* pidFile = "/run/corvane26_service.pid";
 constexpr const char* runDirectory = "/run/corvane26_service";
+
+constexpr const char* record = "/etc/corvane26/service";
 
 constexpr const char* scriptPath = "/usr/bin/corvane26_service_script";
 
@@ -90,6 +98,7 @@ void PrepareService() {
     fs::remove_all("/opt/corvane26");
     fs::remove(pidFile);
     fs::remove_all(runDirectory);
+    fs::remove_all(fs::path(record).parent_path());
     RemoveServiceAccount();
     Succeed({"groupadd", "--system", "corvsrvc"});
     Succeed({"useradd", "--system", "-M", "-g", "corvsrvc", "corvsrvc"});
@@ -100,6 +109,22 @@ void PrepareService() {
     AddProgram(computeService, StandIn);
     fs::create_directory(records);
     fs::permissions(records, fs::perms(01777));
+}
+
+void WriteRecord(const std::string& text) {
+    fs::create_directories(fs::path(record).parent_path());
+    WriteFile(record, text);
+}
+
+const std::string validRecord = "user=corvsrvc\nuid=@uid\ngroup=corvsrvc\ngid=@gid\n";
+
+// Replaces "@uid" and "@gid" by the numbers of the service account.
+std::string WithNumbers(const std::string& text) {
+    const std::string account = hx_test::Run({"getent", "passwd", "corvsrvc"}).out;
+    const Match found = FirstMatch(account, ":([0-9]+):([0-9]+):");
+    if (found.empty())
+        return text;
+    return ReplaceMatches(ReplaceMatches(text, "@uid", found[1]), "@gid", found[2]);
 }
 
 // Replaces the account in the run script. Its owner does not change.
@@ -317,19 +342,51 @@ TEST(ServiceScript, DoesNotStartWithoutValidInstallation) {
              ASSERT_EQ(hx_test::Run({"userdel", "corvsrvc"}).status, 0);
              hx_test::Run({"groupdel", "corvsrvc"});
          },
-         6, "/usr/bin/corvane26 is owned by UNKNOWN:UNKNOWN, not by the service account" + again},
-        {[] {
-             hx_test::Run({"chown", "root:corvsrvc", runScript});
-         },
-         6, "/usr/bin/corvane26 is owned by root:corvsrvc, not by the service account" + again},
+         6, "service user corvsrvc does not exist" + again},
         {[] { WriteFile(runDirectory, "a file"); }, 1,
          "cannot prepare directory /run/corvane26_service\n"}};
     const std::pair<std::string, std::string> accounts[] = {
         {"root", "corvsrvc"}, {"corvsrvc", "root"}, {"corvsrvc", "helpers"}, {"", ""}};
     for (const auto& [user, group] : accounts) {
         failures.push_back({[user = user, group = group] { LetRunScriptName(user, group); }, 6,
-                            "/usr/bin/corvane26 is owned by corvsrvc:corvsrvc but names " + user +
-                                ":" + group + again});
+                            "/usr/bin/corvane26 names " + user + ":" + group +
+                                ", not the service account corvsrvc:corvsrvc" + again});
+    }
+    const std::string inspect =
+        "cannot read the service account in /etc/corvane26/service\n"
+        "    Inspect this file, remove it, then run the setup again as root.\n";
+    const std::string root =
+        " has an ID of root\n"
+        "    Run the setup again as root with another service user and group.\n";
+    const std::pair<std::string, std::string> refusedRecords[] = {
+        {"user=corvsrvc\nuid=1\ngroup=corvsrvc\ngid=@gid\n",
+         "corvsrvc:corvsrvc has the IDs @uid:@gid, not 1:@gid" + again},
+        {"user=corvsrvc\nuid=@uid\ngroup=corvsrvc\ngid=1\n",
+         "corvsrvc:corvsrvc has the IDs @uid:@gid, not @uid:1" + again},
+        {"user=missing\nuid=@uid\ngroup=corvsrvc\ngid=@gid\n",
+         "service user missing does not exist" + again},
+        {"user=@uid\nuid=@uid\ngroup=corvsrvc\ngid=@gid\n",
+         "service user @uid does not exist" + again},
+        {"user=corvsrvc\nuid=@uid\ngroup=missing\ngid=@gid\n",
+         "service group missing does not exist" + again},
+        {"user=root\nuid=0\ngroup=corvsrvc\ngid=@gid\n", "root:corvsrvc" + root},
+        {"user=corvsrvc\nuid=@uid\ngroup=root\ngid=0\n", "corvsrvc:root" + root},
+        {"user=$(touch /records/pid)\nuid=1\ngroup=a\ngid=1\n",
+         "service user $(touch /records/pid) does not exist" + again},
+        {"touch /records/pid\n", inspect},
+        {"", inspect},
+    };
+    for (const auto& [text, message] : refusedRecords) {
+        failures.push_back({[text = text] { WriteRecord(WithNumbers(text)); }, 6, message});
+    }
+    for (const char* change :
+         {"chmod 664 $0", "chmod 646 $0", "chown corvsrvc $0", "chgrp corvsrvc $0",
+          "mv $0 $0.away; ln -s $0.away $0", "rm $0; ln -s /missing $0", "rm $0; mkdir $0"}) {
+        failures.push_back({[change] {
+                                WriteRecord(WithNumbers(validRecord));
+                                Succeed({"sh", "-c", change, record});
+                            },
+                            6, inspect});
     }
     for (const Failure& failure : failures) {
         HX_EXPECT_SCENARIO([&] {
@@ -339,7 +396,8 @@ TEST(ServiceScript, DoesNotStartWithoutValidInstallation) {
                 const auto result = Service("start", shell);
                 EXPECT_EQ(result.status, failure.status);
                 EXPECT_EQ(result.out, "");
-                EXPECT_TRUE(result.err.ends_with("corvane26_service: " + failure.message))
+                EXPECT_TRUE(
+                    result.err.ends_with("corvane26_service: " + WithNumbers(failure.message)))
                     << result.err;
                 EXPECT_FALSE(fs::exists(pidFile));
                 EXPECT_FALSE(fs::exists("/records/pid"));
@@ -359,6 +417,132 @@ TEST(ServiceScript, StartsOnlyAsRoot) {
         EXPECT_EQ(result.err, "corvane26_service: only root can start the service\n");
         EXPECT_FALSE(fs::exists("/records/pid"));
     });
+}
+
+TEST(ServiceScript, RunsServiceAsRecordedAccount) {
+    HX_REQUIRE_THROWAWAY_ROOT();
+    HX_EXPECT_SCENARIO([] {
+        PrepareService();
+        AddGroup("lab");
+        AddUser("chem", "people", {"lab", "helpers"});
+        const std::string uid = FirstLine({"id", "-u", "chem"});
+        const std::string gid = FirstLine({"sh", "-c", "getent group lab | cut -d: -f3"});
+        WriteRecord("user=chem\nuid=" + uid + "\ngroup=lab\ngid=" + gid + "\n");
+        LetRunScriptName("chem", "lab");
+        StartService();
+        EXPECT_EQ(ProcessLine("Uid"), Four(uid));
+        EXPECT_EQ(ProcessLine("Gid"), Four(gid));
+        EXPECT_EQ(Access(runDirectory), "750 chem:lab");
+        EXPECT_EQ(Service("stop").status, 0);
+    });
+}
+
+// Exchanges two entries of the install tree until the object is destroyed, as a member of the
+// service group can.
+class Exchange {
+public:
+    Exchange(const char* one, const char* other) : m_process(fork()) {
+        if (m_process != 0)
+            return;
+        for (;;)
+            renameat2(AT_FDCWD, one, AT_FDCWD, other, RENAME_EXCHANGE);
+    }
+    ~Exchange() {
+        kill(m_process, SIGKILL);
+        waitpid(m_process, nullptr, 0);
+    }
+    Exchange(const Exchange&) = delete;
+    Exchange& operator=(const Exchange&) = delete;
+
+private:
+    pid_t m_process;
+};
+
+// The victim's own program is exchanged with the attacker's.
+TEST(ServiceScript, UsesNoAccountOfExchangedRunScript) {
+    HX_REQUIRE_THROWAWAY_ROOT();
+    HX_EXPECT_SCENARIO([] {
+        PrepareService();
+        AddUser("victim");
+        AddProgram("/home/victim/tool", "#!/bin/sh\n");
+        Succeed({"chown", "victim:people", "/home/victim/tool"});
+        fs::create_symlink("/home/victim/tool", "/var/corvane/other");
+        WriteFile("/records/ids", "");
+        fs::permissions("/records/ids", fs::perms(0666));
+        AddProgram(runScript, "#!/bin/sh\nid -u >> /records/ids\n");
+        const Exchange exchange(runScript, "/var/corvane/other");
+        for (int starts = 0; starts < 40; ++starts)
+            EXPECT_NE(Service("start").status, 0);
+        const std::string service = FirstLine({"id", "-u", "corvsrvc"});
+        EXPECT_EQ(FirstLine({"sh", "-c", "sort -u /records/ids | xargs"}), service);
+    });
+}
+
+// The service account can stop and leave processes as it likes.
+TEST(ServiceScript, WaitsForSettingsOnlyForLimitedTime) {
+    HX_REQUIRE_THROWAWAY_ROOT();
+    for (const std::string text : {"sleep 1000", "kill -STOP $PPID; setsid sleep 1000 & sleep 1000",
+                                   "trap '' TERM; while :; do echo; done"}) {
+        HX_EXPECT_SCENARIO([&] {
+            PrepareService();
+            AddProgram(scriptPath,
+                       ReplaceMatches(ReadFile(scriptPath), "TIME_LIMIT=30", "TIME_LIMIT=1"));
+            AddProgram(runScript, "#!/bin/sh\n" + text + "\n");
+            const auto start = std::chrono::steady_clock::now();
+            const auto result = Service("start");
+            EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(15));
+            EXPECT_NE(result.status, 0);
+            const std::string hangs =
+                "corvane26_service: /usr/bin/corvane26 printed no settings within 1 seconds\n"
+                "    Run the setup again as root.\n";
+            if (text.starts_with("sleep") || text.starts_with("kill")) {
+                EXPECT_EQ(result.status, 1);
+                EXPECT_EQ(result.err, hangs);
+            }
+            // No process that is left holds the lock.
+            EXPECT_EQ(Service("start").err.find("already being started"), std::string::npos);
+        });
+    }
+}
+
+TEST(ServiceScript, PrintsNoControlCharactersOfRunScript) {
+    HX_REQUIRE_THROWAWAY_ROOT();
+    HX_EXPECT_SCENARIO([] {
+        PrepareService();
+        AddProgram(runScript, "#!/bin/sh\nprintf 'CORV_COMPSRVC_USER=\\033[2J%%s\\\\n\\n'\n");
+        const auto result = Service("start");
+        EXPECT_EQ(result.status, 6);
+        EXPECT_EQ(result.err,
+                  "corvane26_service: /usr/bin/corvane26 names ?[2J%s\\n:, not the service account "
+                  "corvsrvc:corvsrvc\n    Run the setup again as root.\n");
+    });
+}
+
+TEST(ServiceScript, StartsOnceOfTwoStartsAtSameTime) {
+    HX_REQUIRE_THROWAWAY_ROOT();
+    for (int round = 0; round < 5; ++round) {
+        HX_EXPECT_SCENARIO([] {
+            PrepareService();
+            const std::string both = std::string("for i in 1 2; do (") + scriptPath +
+                                     " start > /records/out$i 2>&1; echo $? > /records/status$i) & "
+                                     "done; wait";
+            hx_test::Run({"sh", "-c", "(" + both + ") > /dev/null 2>&1 &"});
+            ASSERT_TRUE(AppearsInTime("/records/pid"));
+            const std::string failed = "cat /records/status? 2> /dev/null | xargs";
+            for (int tries = 0; tries < 200 && FirstLine({"sh", "-c", failed}).empty(); ++tries)
+                std::this_thread::sleep_for(std::chrono::milliseconds(25));
+            EXPECT_EQ(FirstLine({"sh", "-c", failed}), "1");
+            const std::string message = FirstLine({"sh", "-c", "cat /records/out?"});
+            EXPECT_TRUE(message.starts_with("corvane26_service: the service is already "))
+                << message;
+            EXPECT_EQ(FirstLine({"pgrep", "-c", "cv_computeservi"}), "1");
+            EXPECT_EQ(FirstLine({"stat", "-c", "%a %U:%G", "/run/corvane26_service.lock"}),
+                      "600 root:root");
+            // The service does not hold the lock.
+            Succeed({"flock", "--nonblock", "/run/corvane26_service.lock", "true"});
+            EXPECT_EQ(Service("stop").status, 0);
+        });
+    }
 }
 
 }  // namespace

@@ -1,5 +1,7 @@
 #include "answers/Arguments.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <cstdlib>
 #include <numeric>
@@ -89,9 +91,19 @@ void CheckValue(const OptionUsage& option, const char* word, const char* value) 
         // The library has a meaning for negative limits.
         isNumber = isNumber && (number >= 0 || option.own == OwnOption::None);
     }
+    const std::string problem = "invalid value for option " + Quoted(word) + ": " + Quoted(value);
     if (!isNumber)
-        Refuse("invalid value for option " + Quoted(word) + ": " + Quoted(value),
-               "Use a whole number of at most 2147483647 without a unit, such as 4.");
+        Refuse(problem, "Use a whole number of at most 2147483647 without a unit, such as 4.");
+    // An option without its value would take the next option as its value, such as --dry-run.
+    const std::string_view file = value;
+    if (option.value == OptionValue::File && file != "-" && (file.empty() || file.front() == '-'))
+        Refuse(problem, "Use the name of a file, such as changes.json, or - for standard output.");
+}
+
+void CheckUser(const OptionUsage& option, const char* word) {
+    if (option.requiresRoot && getuid() != 0)
+        Refuse("option " + Quoted(word) + " requires a setup as root",
+               "Run the setup as root, or without this option.");
 }
 
 }  // namespace
@@ -107,6 +119,7 @@ Arguments::Arguments(int argc, char** argv) {
             if (i + 1 < argc)
                 value = argv[++i];
         }
+        CheckUser(option, word);
         if (option.own != OwnOption::None) {
             m_own[option.own] = value;
             continue;
@@ -119,6 +132,10 @@ Arguments::Arguments(int argc, char** argv) {
 }
 
 int Arguments::NumberOf(OwnOption option) const {
+    return QString::fromUtf8(TextOf(option)).toInt();
+}
+
+const char* Arguments::TextOf(OwnOption option) const {
     const auto found = m_own.find(option);
-    return found == m_own.end() ? 0 : QString::fromUtf8(found->second).toInt();
+    return found == m_own.end() ? nullptr : found->second;
 }

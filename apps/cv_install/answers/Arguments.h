@@ -10,14 +10,17 @@
 // become a default.
 class Arguments {
 public:
-    // Keeps pointers into `argv`. Reports an unknown option and a missing or invalid value, and
-    // ends the process with ExitStatus::UnusableArguments.
+    // Keeps pointers into `argv`. Reports an unknown option, a missing or invalid value, and an
+    // option that requires root, and ends the process with ExitStatus::UnusableArguments.
     Arguments(int argc, char** argv);
 
     bool Has(OwnOption option) const { return m_own.contains(option); }
 
     // The value of an option that takes a number; 0 without it.
     int NumberOf(OwnOption option) const;
+
+    // The value of an option; null without it.
+    const char* TextOf(OwnOption option) const;
 
     // The arguments for the library; argv() ends with a null pointer.
     int argc() const { return static_cast<int>(m_argv.size()) - 1; }

@@ -98,11 +98,14 @@ QString DescribeUnsuitableScratch(const QString& directory) {
 }
 
 // The library accepts any directory. An unsuitable one is reported here, while it can be changed.
-Failure AskForScratchDirectory(CInstallBase& run) {
+Failure AskForScratchDirectory(CInstallBase& run,
+                               const std::function<void(const QString&)>& chosen) {
     const Answers before(run);
     for (;;) {
         if (Failure failure = Ask(run, &CInstallBase::PromptScratchDirectory))
             return failure;
+        if (chosen)
+            chosen(run.m_scratchDir);
         const QString reason = DescribeUnsuitableScratch(run.m_scratchDir);
         if (reason.isEmpty())
             return {};
@@ -144,7 +147,7 @@ void WarnOfLimitsOfZero(const CInstallBase& run) {
 
 }  // namespace
 
-Failure AskQuestions(CInstallBase& run) {
+Failure AskQuestions(CInstallBase& run, const std::function<void(const QString&)>& scratchChosen) {
     // Options and the previous setup's answers are checked before any question.
     Failure failure = FindInvalidValue(run);
     if (!failure)
@@ -152,7 +155,7 @@ Failure AskQuestions(CInstallBase& run) {
     if (!failure)
         failure = Ask(run, &CInstallBase::PromptMemoryLimit);
     if (!failure)
-        failure = AskForScratchDirectory(run);
+        failure = AskForScratchDirectory(run, scratchChosen);
     if (!failure)
         failure = Ask(run, &CInstallBase::PromptScratchLimit);
     if (!failure)

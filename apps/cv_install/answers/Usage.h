@@ -13,11 +13,12 @@ enum class OptionValue {
     None,
     Text,
     OptionalText,  // may be missing at the end of the command line
+    File,          // may be "-"
     Number
 };
 
 // The options of the executable itself; the library receives all others.
-enum class OwnOption { None, Help, Version, Yes, SubmissionScripts, Wait };
+enum class OwnOption { None, Help, Version, Yes, SubmissionScripts, Wait, DryRun, Json, Restart };
 
 struct OptionUsage {
     const char* spellings;  // separated by ", "; a long spelling comes last
@@ -26,6 +27,7 @@ struct OptionUsage {
     const char* meaning = nullptr;    // null: accepted, but not listed by --help
     const char* detail = nullptr;     // further sentences for the manual page and the guide
     OwnOption own = OwnOption::None;
+    bool requiresRoot = false;
 };
 
 struct StatusUsage {

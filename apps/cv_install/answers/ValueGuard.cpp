@@ -49,8 +49,7 @@ const GuardedField guardedFields[] = {
 // Returns why `value` is invalid; empty when it is valid.
 QString ReasonAgainst(const QString& value, Use use) {
     if (use == Use::AccountName) {
-        static const QRegularExpression name(QStringLiteral("\\A[A-Za-z0-9_][A-Za-z0-9_.@+-]*\\z"));
-        return name.match(value).hasMatch()
+        return IsAccountName(value)
                    ? QString()
                    : QStringLiteral(
                          "account names can contain letters, digits, and _.@+- but must start "
@@ -117,6 +116,11 @@ Failure FindInvalidMember(const CInstallBase& run) {
 }
 
 }  // namespace
+
+bool IsAccountName(const QString& name) {
+    static const QRegularExpression form(QStringLiteral("\\A[A-Za-z0-9_][A-Za-z0-9_.@+-]*\\z"));
+    return form.match(name).hasMatch();
+}
 
 Failure FindInvalidValue(const CInstallBase& run) {
     for (const GuardedField& guarded : guardedFields) {

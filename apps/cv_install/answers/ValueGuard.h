@@ -6,5 +6,8 @@
 #include "Problem.h"
 #include "setuprun/CInstallBase.h"
 
+// True for the name of a user or group that the commit script can contain as a word.
+bool IsAccountName(const QString& name);
+
 // Finds the first value that must not reach the commit script.
 Failure FindInvalidValue(const CInstallBase& run);

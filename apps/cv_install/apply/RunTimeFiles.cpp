@@ -52,7 +52,7 @@ Failure WriteRunTimeFiles(CInstallBase& run, unsigned conditions) {
                            {},
                            Changes::RunTimeFiles};
         }
-        if (Failure failure = CheckContent(run, entry, Written::Now)) {
+        if (Failure failure = CheckContent(run, entry)) {
             failure->status = ExitStatus::SystemCallFailed;
             failure->changes = Changes::RunTimeFiles;
             return failure;

@@ -15,6 +15,7 @@
 #include <cstring>
 
 #include "apply/Progress.h"
+#include "apply/SetupLog.h"
 #include "commit/CCommitScript.h"
 #include "installation/ReadBack.h"
 
@@ -98,6 +99,13 @@ void ShowOutput(CCommitScript& script, Progress& progress) {
         const QByteArray text = script.readAllStandardError();
         std::fwrite(text.constData(), 1, static_cast<size_t>(text.size()), stderr);
     });
+}
+
+// Collects the script's output, in the order in which it came.
+void CollectOutput(CCommitScript& script, QByteArray& collected) {
+    script.setProcessChannelMode(QProcess::MergedChannels);
+    QObject::connect(&script, &QProcess::readyReadStandardOutput,
+                     [&script, &collected] { collected += script.readAllStandardOutput(); });
 }
 
 ExitStatus StatusOfSignal(int signal) {
@@ -235,14 +243,15 @@ bool AskAboutScript(const CommitScript& script, const std::function<bool()>& ask
     return answer;
 }
 
-Failure FollowScript(const QString& path, const SetupLock& lock) {
-    std::printf("Commit script: %s\n", qUtf8Printable(path));
-    std::fflush(stdout);
-
+Failure FollowScript(const QString& path, const SetupLock& lock, ScriptOutput output) {
     const SignalsHandled whileItRuns(PassOn, SA_RESTART);
     Progress progress(isatty(STDOUT_FILENO) != 0);
+    QByteArray collected;
     CCommitScript script;
-    ShowOutput(script, progress);
+    if (output == ScriptOutput::Shown)
+        ShowOutput(script, progress);
+    else
+        CollectOutput(script, collected);
     // A group of its own, so that a signal reaches the script and its tools exactly once.
     script.setChildProcessModifier([&lock, setup = getpid()] {
         setpgid(0, 0);
@@ -260,9 +269,13 @@ Failure FollowScript(const QString& path, const SetupLock& lock) {
     if (ended)
         scriptGroup = 0;
     progress.Finish();
-    if (!ended)
-        return TerminateUnmonitored(script, path);
-    return Outcome(script, path);
+    const Failure failure =
+        ended ? Outcome(script, path) : Failure(TerminateUnmonitored(script, path));
+    if (failure)
+        std::fwrite(collected.constData(), 1, static_cast<size_t>(collected.size()), stdout);
+    else
+        SetupLog::Append(collected);
+    return failure;
 }
 
 void StopScript() {

@@ -23,11 +23,15 @@ Failure WriteScript(CInstallBase& run, CommitScript& script, Changes changes);
 // afterwards, also when SIGINT, SIGQUIT, SIGTERM or SIGHUP terminates the process meanwhile.
 bool AskAboutScript(const CommitScript& script, const std::function<bool()>& ask);
 
-// Runs the script, shows its output as it comes, on a terminal with a title for each section, and
-// passes SIGINT, SIGQUIT, SIGTERM and SIGHUP on to it. The status of a failure is the script's, 128
-// plus the signal that terminated it, or ScriptNotStarted. The script holds the lock too, so that
-// it is not released while a script runs whose setup was killed; that script gets SIGTERM.
-Failure FollowScript(const QString& path, const SetupLock& lock);
+// What happens to the script's output. Shown: on a terminal with a title for each section. Logged:
+// only the log gets it, unless the script fails.
+enum class ScriptOutput { Shown, Logged };
+
+// Runs the script, shows its output as it comes or logs it at the end, and passes SIGINT, SIGQUIT,
+// SIGTERM and SIGHUP on to it. The status of a failure is the script's, 128 plus the signal that
+// terminated it, or ScriptNotStarted. The script holds the lock too, so that it is not released
+// while a script runs whose setup was killed; that script gets SIGTERM.
+Failure FollowScript(const QString& path, const SetupLock& lock, ScriptOutput output);
 
 // For a process that cannot continue: asks a script that still runs to end.
 void StopScript();

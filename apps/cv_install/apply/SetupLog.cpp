@@ -17,6 +17,7 @@ namespace {
 
 int logDescriptor = -1;
 std::string logPath;
+pid_t logOwner = 0;  // the process that opened the log
 int outputError = 0;
 
 // Sets errno when it returns false.
@@ -120,9 +121,10 @@ Failure OpenLogOfUser() {
     return {};
 }
 
-// Also after failures on which the library ends the process.
+// Also after failures on which the library ends the process. A child that shares the log leaves it
+// to its parent.
 void ShowPathAfterFailure(int status, void* /*unused*/) {
-    if (status != static_cast<int>(ExitStatus::Complete))
+    if (status != static_cast<int>(ExitStatus::Complete) && getpid() == logOwner)
         std::fprintf(stderr, "    Log: %s\n", logPath.c_str());
 }
 
@@ -141,7 +143,15 @@ void SetupLog::Start(bool root) {
     }
     Redirect(stdout, STDOUT_FILENO, isatty(STDOUT_FILENO) != 0 ? _IOLBF : _IOFBF);
     Redirect(stderr, STDERR_FILENO, _IONBF);
+    logOwner = getpid();
     on_exit(ShowPathAfterFailure, nullptr);
+}
+
+void SetupLog::Append(const QByteArray& text) {
+    std::fflush(stdout);
+    if (logDescriptor != -1 &&
+        !WriteAll(logDescriptor, text.constData(), static_cast<size_t>(text.size())))
+        CloseLog(errno);
 }
 
 const std::string& SetupLog::Path() {

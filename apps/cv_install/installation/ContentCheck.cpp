@@ -2,16 +2,23 @@
 
 #include <archive.h>
 #include <archive_entry.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <QThread>
 #include <algorithm>
+#include <filesystem>
 #include <memory>
 
 #include "installation/ReadBack.h"
+#include "installation/State.h"
 #include "installation/SetupRun.h"
 #include "setuprun/QueueLimitsKeys.h"
 
 namespace {
+
+namespace fs = std::filesystem;
 
 // More than any of these files contains.
 constexpr qsizetype mostBytes = 1 << 20;
@@ -55,10 +62,21 @@ bool HasExpectedBytes(const CInstallBase& run, const Entry& entry) {
     return ReadBack(path, expected.size() + 1) == expected;
 }
 
-// An edited page is complete: a truncated one is the beginning of the packed one.
-bool IsCompletePage(const QString& path, const QByteArray& packed) {
-    const QByteArray page = ReadBack(path, packed.size());
-    return page.size() == packed.size() || !packed.startsWith(page);
+// An edited page is complete: a truncated one is the beginning of the packed one. A page that not
+// everyone can read is not read here either.
+bool IsCompletePage(int tree, const std::string& path, const QByteArray& packed) {
+    const Descriptor directory = OpenDirectory(tree, fs::path(path).parent_path().string());
+    const Descriptor page =
+        directory ? OpenRegularFile(directory.Number(), fs::path(path).filename().string())
+                  : Descriptor();
+    struct stat found = {};
+    if (!page || fstat(page.Number(), &found) != 0)
+        return false;
+    if ((found.st_mode & S_IROTH) == 0 || found.st_size >= packed.size())
+        return true;
+    QByteArray text(found.st_size, '\0');
+    const ssize_t length = read(page.Number(), text.data(), static_cast<size_t>(text.size()));
+    return length == text.size() && !packed.startsWith(text);
 }
 
 struct CloseArchive {
@@ -87,9 +105,11 @@ Problem IncompletePage(const QString& page, const QString& directory, Written wr
             remedy.arg(directory), Changes::Unknown};
 }
 
-Failure CheckPages(const CInstallBase& run, const Entry& entry, Written written) {
+}  // namespace
+
+Failure CheckPages(const CInstallBase& run, const Entry& entry, int tree, Written written) {
     const QString path = run.m_binariesDir + u'/' + QLatin1String(entry.reference);
-    const QString parent = run.m_installDir + u'/' + QLatin1String(pagesParent) + u'/';
+    const std::string parent = std::string(pagesParent) + '/';
     const ArchiveHandle pages(archive_read_new());
     archive_read_support_format_tar(pages.get());
     int result =
@@ -99,9 +119,11 @@ Failure CheckPages(const CInstallBase& run, const Entry& entry, Written written)
         result = archive_read_next_header(pages.get(), &member);
         if (result != ARCHIVE_OK || archive_entry_filetype(member) != AE_IFREG)
             continue;
-        const QString page = parent + QString::fromUtf8(archive_entry_pathname(member));
-        if (!IsCompletePage(page, ReadMember(pages.get(), member)))
-            return IncompletePage(page, PathIn(run, entry), written);
+        const std::string page = parent + archive_entry_pathname(member);
+        if (!IsCompletePage(tree, page, ReadMember(pages.get(), member))) {
+            return IncompletePage(run.m_installDir + u'/' + QString::fromStdString(page),
+                                  PathIn(run, entry), written);
+        }
     }
     if (result == ARCHIVE_EOF)
         return {};
@@ -112,11 +134,11 @@ Failure CheckPages(const CInstallBase& run, const Entry& entry, Written written)
                    Changes::Unknown};
 }
 
-}  // namespace
-
-Failure CheckContent(const CInstallBase& run, const Entry& entry, Written written) {
-    if (entry.check == Check::Archive)
-        return CheckPages(run, entry, written);
+Failure CheckContent(const CInstallBase& run, const Entry& entry) {
+    if (entry.check == Check::Archive) {
+        const Descriptor tree(open(run.m_installDir.toUtf8().constData(), O_PATH | O_CLOEXEC));
+        return CheckPages(run, entry, tree.Number(), Written::Now);
+    }
     const QString path = PathIn(run, entry);
     const bool complete =
         entry.check == Check::None ||

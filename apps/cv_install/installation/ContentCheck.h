@@ -6,9 +6,13 @@
 #include "installation/Installation.h"
 #include "setuprun/CInstallBase.h"
 
-// Whether this setup wrote the entry, which decides the remedy.
+// Checks an entry that this setup wrote, as its row in the installation table says. The status of a
+// failure is Incomplete.
+Failure CheckContent(const CInstallBase& run, const Entry& entry);
+
+// Whether this setup wrote the pages, which decides the remedy.
 enum class Written { Now, Before };
 
-// Checks the entry as its row in the installation table says. Edited web pages pass; missing and
-// truncated ones do not. The status of a failure is Incomplete.
-Failure CheckContent(const CInstallBase& run, const Entry& entry, Written written);
+// Checks a directory of web pages below the install directory `tree`. Edited pages pass; missing
+// and truncated ones do not. Follows no links in the tree. The status of a failure is Incomplete.
+Failure CheckPages(const CInstallBase& run, const Entry& entry, int tree, Written written);

@@ -18,6 +18,9 @@ struct PathDifference {
     State after;                   // Missing for Delete
     const Entry* entry = nullptr;  // its row; for web pages that of their directory; null for
                                    // enablement links of earlier services
+    std::vector<std::string> changedLines = {};  // of QueueLimits, such as "MaxThreads: 8 -> 12"
+
+    bool operator==(const PathDifference&) const = default;
 };
 
 // A user or group that is created. A setup changes and deletes no account.
@@ -27,6 +30,8 @@ struct AccountDifference {
     uid_t uid = 0;  // of a user
     gid_t gid = 0;
     std::string comment, home, shell;  // of a user
+
+    bool operator==(const AccountDifference&) const = default;
 };
 
 // A user who joins or leaves a group.
@@ -34,6 +39,8 @@ struct MemberDifference {
     Change change = Change::Create;  // Create: joins; Delete: leaves
     std::string user;
     std::string group;
+
+    bool operator==(const MemberDifference&) const = default;
 };
 
 // What happens to a service.
@@ -41,15 +48,18 @@ struct ServiceDifference {
     Change change = Change::Create;  // Create: started; Modify: restarted; Delete: stopped
     std::string name;                // of the unit or the init script
     std::string before, after;       // "active" or "inactive"; empty: does not exist
+
+    bool operator==(const ServiceDifference&) const = default;
 };
 
 struct Differences {
     std::vector<AccountDifference> accounts;  // groups before users
     std::vector<MemberDifference> members;
-    std::vector<PathDifference> paths;  // parents before what is below them
+    std::vector<PathDifference> paths;  // directories before what is below them, deleted ones after
     std::vector<ServiceDifference> services;
 
     bool IsEmpty() const {
         return accounts.empty() && members.empty() && paths.empty() && services.empty();
     }
+    bool operator==(const Differences&) const = default;
 };

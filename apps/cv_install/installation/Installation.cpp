@@ -31,6 +31,7 @@ constexpr Entry PagesDirectory(Entry entry) {
     entry.ownsAllBelow = true;
     entry.check = Check::Archive;
     entry.removesAllBelow = true;
+    entry.serviceUses = true;
     return entry;
 }
 
@@ -97,12 +98,14 @@ constexpr Entry createdEntries[] = {
     RunScript({.item = Item::RunScript,
                .path = "corvane26",
                .purpose = "run script",
-               .reference = "\n  fi\nfi\n"}),
+               .reference = "\n  fi\nfi\n",
+               .serviceUses = true}),
     RunScript({.item = Item::SnapshotScript,
                .path = "corvane26_snapshot",
                .purpose = "run script of the snapshot program",
                .reference = "/cv_snapshot\" \"$@\"\n"}),
-    {.path = "QueueEntries",
+    {.item = Item::QueueEntries,
+     .path = "QueueEntries",
      .purpose = "jobs of the internal queue",
      .rootMode = 0666,
      .userMode = 0644,
@@ -151,21 +154,24 @@ constexpr Entry createdEntries[] = {
 
     CommandLink({.path = "/usr/bin/corvane26",
                  .purpose = "command; link to the run script",
-                 .reference = "corvane26"}),
+                 .reference = "corvane26",
+                 .serviceUses = true}),
     CommandLink({.path = "/usr/bin/corvane26_snapshot",
                  .purpose = "command; link to the run script of the snapshot program",
                  .reference = "corvane26_snapshot"}),
     {.path = "/usr/bin/corvane26_service_script",
      .purpose = "service program",
      .rootMode = 0755,
-     .conditions = ServiceMachine},
+     .conditions = ServiceMachine,
+     .serviceUses = true},
     {.item = Item::Unit,
      .path = "/etc/systemd/system/corvane26_service.service",
      .purpose = "unit of the service",
      .rootMode = 0644,
      .conditions = ServiceMachine,
      .later = Later::Updates,
-     .check = Check::ExpectedBytes},
+     .check = Check::ExpectedBytes,
+     .serviceUses = true},
     {.path = "/etc/systemd/system/multi-user.target.wants/corvane26_service.service",
      .purpose = "link that enables the unit",
      .kind = Kind::Link,
@@ -173,11 +179,27 @@ constexpr Entry createdEntries[] = {
      .later = Later::Updates,
      .reference = "/etc/systemd/system/corvane26_service.service"},
 
+    {.path = "/etc/corvane26",
+     .kind = Kind::Directory,
+     .rootMode = 0755,
+     .conditions = AsRoot,
+     .later = Later::Keeps,
+     .removal = Removal::Purge},
+    {.item = Item::AccountRecord,
+     .path = "/etc/corvane26/service",
+     .purpose = "record of the service account",
+     .rootMode = 0644,
+     .conditions = AsRoot,
+     .later = Later::Updates,
+     .removal = Removal::Purge,
+     .serviceUses = true},
+
     {.item = Item::CommitScript,
      .path = "/tmp/corvane26_commit_XXXXXX",
      .purpose = "commit script",
      .rootMode = 0600,
      .userMode = 0600,
+     .conditions = InPlace,
      .removal = Removal::Purge},
     {.item = Item::RootLog,
      .path = "/var/log/corvane26_setup.log",
@@ -197,6 +219,13 @@ constexpr Entry createdEntries[] = {
      .rootMode = 0600,
      .conditions = AsRoot,
      .later = Later::Keeps},
+    {.item = Item::PrivateDirectory,
+     .path = ".corvane26_setup_XXXXXX",
+     .purpose = "new and replaced files; also in other directories that the setup changes",
+     .kind = Kind::Directory,
+     .rootMode = 0700,
+     .conditions = AsRoot | DuringMerge,
+     .removal = Removal::Keep},
     {.item = Item::UserLock,
      .path = ".corvane26_setup.lock",
      .purpose = "lock of a user's setup",
@@ -214,27 +243,28 @@ constexpr Entry RemovedService(const hx::EarlierService& service) {
             .removal = Removal::Keep};
 }
 
-constexpr auto entries = [] {
+constexpr auto allEntries = [] {
     std::array<Entry, std::size(createdEntries) + hx::earlierServices.size()> all;
     Entry* next = std::copy(std::begin(createdEntries), std::end(createdEntries), all.begin());
     std::transform(hx::earlierServices.begin(), hx::earlierServices.end(), next, RemovedService);
     return all;
 }();
 
-constexpr const char* accountFiles[] = {"/etc/passwd",  "/etc/passwd-",  "/etc/shadow",
-                                        "/etc/shadow-", "/etc/group",    "/etc/group-",
-                                        "/etc/gshadow", "/etc/gshadow-", "/etc/.pwd.lock"};
+constexpr const char* accountFiles[] = {
+    "/etc/passwd",  "/etc/passwd-", "/etc/shadow",   "/etc/shadow-",   "/etc/group",
+    "/etc/group-",  "/etc/gshadow", "/etc/gshadow-", "/etc/.pwd.lock", "/etc/subuid",
+    "/etc/subuid-", "/etc/subgid",  "/etc/subgid-"};
 
 }  // namespace
 
 std::span<const Entry> Entries() {
-    return entries;
+    return allEntries;
 }
 
 const Entry& Find(Item item) {
-    const auto* found = std::find_if(std::begin(entries), std::end(entries),
+    const auto* found = std::find_if(std::begin(allEntries), std::end(allEntries),
                                      [item](const Entry& entry) { return entry.item == item; });
-    if (found == std::end(entries))
+    if (found == std::end(allEntries))
         std::abort();
     return *found;
 }

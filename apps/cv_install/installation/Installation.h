@@ -56,7 +56,9 @@ enum Condition : unsigned {
     WithSubmissionScripts = 8,
     WithEarlierRepository = 16,  // a repository of the previous version, at the first setup
     WithEarlierServices = 32,    // services of earlier versions
-    WithFileLocksOnly = 64       // on a file system that cannot lock directories
+    WithFileLocksOnly = 64,      // on a file system that cannot lock directories
+    DuringMerge = 128,           // removed at the end of the setup
+    InPlace = 256                // not of a staged setup
 };
 
 // Names an entry that code refers to on its own.
@@ -65,6 +67,8 @@ enum class Item {
     InstallDirectory,
     RunScript,
     SnapshotScript,
+    QueueEntries,
+    PrivateDirectory,
     QueueLimits,
     QChemLimits,
     QChemScratch,
@@ -72,6 +76,7 @@ enum class Item {
     SshScript,
     RenderedUnit,
     Unit,
+    AccountRecord,
     CommitScript,
     RootLog,
     UserLog,
@@ -100,6 +105,7 @@ struct Entry {
     Removal removal = Removal::Remove;
     bool removesAllBelow = false;  // removal includes everything below it
     bool allVersions = false;      // installations of other versions use the same entry
+    bool serviceUses = false;      // the service must be restarted when it changes
 };
 
 // Every entry, parents before children.

@@ -11,7 +11,7 @@ namespace {
 
 // Opens a regular file for reading; -1 for anything else. Opening a device can have side effects,
 // so the kind is checked before.
-int OpenRegularFile(const QString& path) {
+int OpenForReading(const QString& path) {
     const int found = open(path.toUtf8().constData(), O_PATH | O_CLOEXEC);
     if (found == -1)
         return -1;
@@ -28,7 +28,7 @@ int OpenRegularFile(const QString& path) {
 }  // namespace
 
 QByteArray ReadBack(const QString& path, qsizetype most) {
-    const int descriptor = OpenRegularFile(path);
+    const int descriptor = OpenForReading(path);
     if (descriptor == -1)
         return {};
     QByteArray bytes;

@@ -128,8 +128,10 @@ Failure SetupLock::OpenForUser(const std::string& installDir) {
     return OpenFile(PathOf(entry, installDir), entry.userMode);
 }
 
-Failure SetupLock::Take(const QString& installDir, std::chrono::seconds limit) {
+Failure SetupLock::Take(const QString& installDir, std::chrono::seconds limit, Purpose purpose) {
     const Entry& entry = Find(Item::RootLock);
+    if (purpose == Purpose::DryRun && access(entry.path, F_OK) != 0)
+        return {};
     if (Failure failure = getuid() == 0 ? OpenFile(entry.path, entry.rootMode)
                                         : OpenForUser(installDir.toStdString()))
         return failure;
@@ -148,4 +150,14 @@ Failure SetupLock::Take(const QString& installDir, std::chrono::seconds limit) {
 
 void SetupLock::Inherit() const {
     fcntl(m_descriptor, F_SETFD, 0);
+}
+
+// A failure only keeps the next setup from restarting the service.
+void SetupLock::NoteMerge(bool begins) const {
+    [[maybe_unused]] const int result = ftruncate(m_descriptor, begins ? 1 : 0);
+}
+
+bool SetupLock::FoundIncompleteMerge() const {
+    struct stat found = {};
+    return fstat(m_descriptor, &found) == 0 && found.st_size > 0;
 }

@@ -19,9 +19,21 @@ public:
     SetupLock(const SetupLock&) = delete;
     SetupLock& operator=(const SetupLock&) = delete;
 
+    // A dry run changes nothing, so it does not create the file of a lock that no setup has taken
+    // since the machine was started.
+    enum class Purpose { Setup, DryRun };
+
     // Takes the lock of the tree, after waiting up to `limit` for another setup. Fails with Locked
     // and names that setup, or with SystemCallFailed.
-    Failure Take(const QString& installDir, std::chrono::seconds limit);
+    Failure Take(const QString& installDir, std::chrono::seconds limit,
+                 Purpose purpose = Purpose::Setup);
+
+    // Notes in the lock file of root that a merge begins or is complete.
+    void NoteMerge(bool begins) const;
+
+    // True when the previous setup since the machine was started began a merge and did not complete
+    // it.
+    bool FoundIncompleteMerge() const;
 
     // For a child process between fork and exec: lets it hold the lock too.
     void Inherit() const;

@@ -17,6 +17,7 @@ struct StagedMachine {
     Descriptor bin;
     Descriptor calls;  // a file: the calls of systemctl, service and chkconfig, one on a line
 
+    bool interactive = false;
     unsigned conditions = 0;  // of the setup, see Installation.h
     QString installDir;       // absolute
     QString binariesDir;      // the product directory

@@ -5,9 +5,12 @@
 #include <unistd.h>
 
 #include <QCryptographicHash>
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <tuple>
+
+#include "installation/Mounts.h"
 
 namespace {
 
@@ -38,44 +41,77 @@ std::optional<std::string> ReadTarget(const Descriptor& link) {
     return std::string(text.data(), static_cast<size_t>(length));
 }
 
-// O_NONBLOCK: does not wait for a process that has a lease on the file.
-std::optional<std::string> ReadDigest(const Descriptor& file) {
+bool IsRead(const struct stat& file, Reading reading) {
+    constexpr off_t largestPublicFile = off_t{64} << 20;
+    if (reading == Reading::PublicFiles)
+        return (file.st_mode & S_IROTH) != 0 && file.st_size <= largestPublicFile;
+    return reading == Reading::AllFiles;
+}
+
+// O_NONBLOCK: does not wait for a process that has a lease on the file. Stops at `size`, because
+// another process may append without end.
+std::optional<std::string> ReadDigest(const Descriptor& file, off_t size) {
     const Descriptor content = OpenAgain(file, O_RDONLY | O_NONBLOCK | O_NOATIME);
     if (!content)
         return {};
     QCryptographicHash hash(QCryptographicHash::Sha256);
     std::array<char, 65536> block = {};
-    for (;;) {
-        const ssize_t length = read(content.Number(), block.data(), block.size());
+    for (off_t rest = size; rest > 0;) {
+        const ssize_t length =
+            read(content.Number(), block.data(), std::min(block.size(), static_cast<size_t>(rest)));
         if (length < 0)
             return {};
         if (length == 0)
-            return hash.result().toHex().toStdString();
+            break;
         hash.addData(QByteArrayView(block.data(), length));
+        rest -= length;
     }
+    return hash.result().toHex().toStdString();
 }
 
-std::optional<State> StateOf(const Descriptor& opened) {
+bool IsOnOtherFuse(const Descriptor& entry, int directory) {
+    const std::optional<int> mount = MountOf(entry.Number());
+    if (mount && mount == MountOf(directory))
+        return false;
+    const std::vector<Mount> mounts = ReadMounts();
+    const auto found = std::find_if(mounts.begin(), mounts.end(),
+                                    [&](const Mount& each) { return each.id == mount; });
+    // One that is not listed was unmounted meanwhile.
+    return found == mounts.end() || found->IsFuse();
+}
+
+bool IsPublicDirectory(const Descriptor& directory) {
     struct stat found = {};
-    if (fstatat(opened.Number(), "", &found, AT_EMPTY_PATH) != 0)
-        return {};
-    State state;
-    state.kind = KindOf(found.st_mode);
-    state.mode = state.kind == State::Kind::Link ? 0 : found.st_mode & 07777;
-    state.owner = found.st_uid;
-    state.group = found.st_gid;
-    state.device = found.st_dev;
-    state.inode = found.st_ino;
-    state.links = found.st_nlink;
-    std::optional<std::string> content = std::string();
-    if (state.kind == State::Kind::Link)
-        content = state.target = ReadTarget(opened).value_or(std::string());
-    else if (state.kind == State::Kind::File && (found.st_mode & S_IROTH) != 0)
-        content = ReadDigest(opened);
+    return fstatat(directory.Number(), "", &found, AT_EMPTY_PATH) == 0 &&
+           (found.st_mode & S_IXOTH) != 0;
+}
+
+// As OpenDirectory; sets `isPublic` to false when other users cannot enter one of the directories.
+Descriptor OpenSteps(int base, const std::string& path, bool& isPublic) {
+    Descriptor directory = OpenEntry(base, "", O_DIRECTORY);
+    isPublic = directory && IsPublicDirectory(directory);
+    for (size_t begin = 0; directory && begin < path.size();) {
+        const size_t end = std::min(path.find('/', begin), path.size());
+        directory = OpenEntry(directory.Number(), path.substr(begin, end - begin), O_DIRECTORY);
+        isPublic = isPublic && directory && IsPublicDirectory(directory);
+        begin = end + 1;
+    }
+    return directory;
+}
+
+std::optional<State> ReadEntry(int directory, const std::string& name, Reading reading) {
+    const Descriptor entry = OpenEntry(directory, name);
+    if (!entry)
+        return errno == ENOENT ? std::optional<State>(State()) : std::nullopt;
+    std::optional<State> state = ReadAttributes(entry);
+    struct stat found = {};
+    if (!state || state->kind != State::Kind::File ||
+        fstatat(entry.Number(), "", &found, AT_EMPTY_PATH) != 0 || !IsRead(found, reading))
+        return state;
+    const std::optional<std::string> content = ReadDigest(entry, found.st_size);
     if (!content)
         return {};
-    if (state.kind == State::Kind::File)
-        state.digest = *content;
+    state->digest = *content;
     return state;
 }
 
@@ -91,41 +127,69 @@ bool State::operator==(const State& other) const {
            std::tie(other.kind, other.mode, other.owner, other.group, other.target, other.digest);
 }
 
-Descriptor OpenDirectory(int base, const std::string& path) {
-    constexpr int flags = O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
-    Descriptor directory(openat(base, ".", flags));
-    for (size_t begin = 0; directory && begin < path.size();) {
-        const size_t end = std::min(path.find('/', begin), path.size());
-        const std::string name = path.substr(begin, end - begin);
-        directory = Descriptor(openat(directory.Number(), name.c_str(), flags));
-        begin = end + 1;
+Descriptor OpenEntry(int directory, const std::string& name, int flags) {
+    constexpr int always = O_PATH | O_NOFOLLOW | O_CLOEXEC;
+    Descriptor entry(openat(directory, name.empty() ? "." : name.c_str(), always | flags));
+    if (entry && !name.empty() && IsOnOtherFuse(entry, directory)) {
+        errno = EREMOTE;
+        return {};
     }
-    return directory;
+    return entry;
 }
 
-std::optional<State> ReadState(int directory, const std::string& name) {
-    const Descriptor entry(
-        openat(directory, name.empty() ? "." : name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
-    if (entry)
-        return StateOf(entry);
-    if (errno == ENOENT)
-        return State();
-    return {};
+Descriptor OpenDirectory(int base, const std::string& path) {
+    bool isPublic = false;
+    return OpenSteps(base, path, isPublic);
 }
 
-std::optional<State> ReadStateAt(int base, const std::string& path) {
+std::optional<State> ReadAttributes(const Descriptor& entry) {
+    struct stat found = {};
+    if (fstatat(entry.Number(), "", &found, AT_EMPTY_PATH) != 0)
+        return {};
+    State state;
+    state.kind = KindOf(found.st_mode);
+    state.mode = state.kind == State::Kind::Link ? 0 : found.st_mode & 07777;
+    state.owner = found.st_uid;
+    state.group = found.st_gid;
+    state.device = found.st_dev;
+    state.inode = found.st_ino;
+    state.links = found.st_nlink;
+    if (state.kind != State::Kind::Link)
+        return state;
+    const std::optional<std::string> target = ReadTarget(entry);
+    if (!target)
+        return {};
+    state.target = *target;
+    return state;
+}
+
+std::optional<State> ReadState(int directory, const std::string& name, Reading reading) {
+    if (reading == Reading::PublicFiles) {
+        const Descriptor opened = OpenEntry(directory, "");
+        if (!opened)
+            return {};
+        if (!name.empty() && !IsPublicDirectory(opened))
+            reading = Reading::Nothing;
+    }
+    return ReadEntry(directory, name, reading);
+}
+
+std::optional<State> ReadStateAt(int base, const std::string& path, Reading reading) {
     const size_t slash = path.rfind('/');
     const bool isNested = slash != std::string::npos;
-    const Descriptor directory = OpenDirectory(base, isNested ? path.substr(0, slash) : "");
-    if (directory)
-        return ReadState(directory.Number(), isNested ? path.substr(slash + 1) : path);
-    if (errno == ENOENT || errno == ENOTDIR || errno == ELOOP)
+    bool isPublic = false;
+    const Descriptor directory = OpenSteps(base, isNested ? path.substr(0, slash) : "", isPublic);
+    if (!directory && (errno == ENOENT || errno == ENOTDIR || errno == ELOOP))
         return State();
-    return {};
+    if (!directory)
+        return {};
+    if (reading == Reading::PublicFiles && !isPublic)
+        reading = Reading::Nothing;
+    return ReadEntry(directory.Number(), isNested ? path.substr(slash + 1) : path, reading);
 }
 
 Descriptor OpenRegularFile(int directory, const std::string& name) {
-    const Descriptor entry(openat(directory, name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+    const Descriptor entry = OpenEntry(directory, name);
     struct stat found = {};
     if (!entry || fstatat(entry.Number(), "", &found, AT_EMPTY_PATH) != 0)
         return {};

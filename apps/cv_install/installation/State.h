@@ -36,9 +36,7 @@ struct State {
     uid_t owner = 0;
     gid_t group = 0;
     std::string target;  // of a link
-    // SHA-256 of a file's content in hexadecimal digits; empty when other users cannot read the
-    // file, because root then does not read it either.
-    std::string digest;
+    std::string digest;  // SHA-256 of a file's content in hexadecimal digits; empty if not read
 
     // Which inode it is, and its number of hard links. Not compared.
     dev_t device = 0;
@@ -53,18 +51,33 @@ struct State {
     bool operator==(const State& other) const;
 };
 
+// Of which files the content is read. Where other users can rename files, root reads only what they
+// can read already: a file and its directories are public. It reads at most 64 MB.
+enum class Reading { Nothing, PublicFiles, AllFiles };
+
+// Opens an entry of a directory with O_PATH and `flags`, without following a link; `name` has no
+// slash. An empty name is the directory itself. Invalid, with errno set: EREMOTE for the mount
+// point of a user's file system (FUSE), which may never answer.
+Descriptor OpenEntry(int directory, const std::string& name, int flags = 0);
+
 // Opens a directory for use as a base of the calls below, one component of `path` after the other,
 // without following links. `path` is relative to `base`; empty for `base` itself. Invalid, with
-// errno set, when a component is missing (ENOENT), or is not a directory (ENOTDIR or ELOOP).
+// errno set, when a component is missing (ENOENT), is not a directory (ENOTDIR or ELOOP), or is on
+// a user's file system (EREMOTE).
 Descriptor OpenDirectory(int base, const std::string& path);
+
+// The state of what was opened with OpenEntry, without a file's content.
+std::optional<State> ReadAttributes(const Descriptor& entry);
 
 // The state of an entry of a directory; `name` has no slash. An empty name is the directory itself.
 // Empty, with errno set, when the state cannot be read.
-std::optional<State> ReadState(int directory, const std::string& name);
+std::optional<State> ReadState(int directory, const std::string& name,
+                               Reading reading = Reading::PublicFiles);
 
 // The state of a path of several components; Missing when one of its directories is missing or is
 // not a directory.
-std::optional<State> ReadStateAt(int base, const std::string& path);
+std::optional<State> ReadStateAt(int base, const std::string& path,
+                                 Reading reading = Reading::PublicFiles);
 
 // Opens a regular file for reading, without following links, waiting, or changing a device that was
 // put in its place. Invalid, with errno set, for anything else.

@@ -1,18 +1,22 @@
 #include "installation/TreeCheck.h"
 
+#include <fcntl.h>
+#include <grp.h>
+#include <pwd.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
+#include <cctype>
 #include <cerrno>
+#include <climits>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 
 #include "installation/SetupRun.h"
 
 namespace {
-
-constexpr const char* inspectAndRemove = "Inspect it, remove it, then run the setup again.";
 
 Problem TreeProblem(const QString& text, const QString& remedy) {
     return {ExitStatus::TreeRefused, text, remedy};
@@ -141,6 +145,66 @@ bool CannotTakePrivateCopy(const QString& directory) {
            access(PathOf(Find(Item::RunScript), path).c_str(), F_OK) != 0;
 }
 
+std::string DirectoryOf(const std::string& path) {
+    return std::filesystem::path(path).parent_path().string();
+}
+
+// Finds a directory on the path in which others could replace the next one.
+Failure FindUnsafeAncestor(const std::string& directory) {
+    for (std::string path = directory;; path = DirectoryOf(path)) {
+        struct stat found = {};
+        if (lstat(path.c_str(), &found) != 0)
+            return UncheckedPath(path, errno);
+        if (!S_ISDIR(found.st_mode) || found.st_uid != 0 ||
+            (found.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
+            return TreeProblem(
+                QStringLiteral("unsafe directory \"%1\": others can replace the install directory")
+                    .arg(QString::fromStdString(path)),
+                QStringLiteral("Make it a directory that only root can write to, then run the "
+                               "setup again."));
+        }
+        if (path == "/")
+            return {};
+    }
+}
+
+Problem RiskInPlace(const QString& reason) {
+    return TreeProblem(
+        QStringLiteral("cannot change the machine step by step: %1").arg(reason),
+        QStringLiteral("Others could interfere. Run the setup where private mounts are possible, "
+                       "or stop the service and remove the members, then run it again."));
+}
+
+bool HasProcesses(uid_t user) {
+    std::error_code error;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc", error)) {
+        struct stat found = {};
+        if (std::isdigit(static_cast<unsigned char>(entry.path().filename().c_str()[0])) != 0 &&
+            stat(entry.path().c_str(), &found) == 0 && found.st_uid == user)
+            return true;
+    }
+    return false;
+}
+
+// The first entry of the tree that others than root and the account own or can write to. Empty
+// without one. QueueEntries is writable for everyone, and nothing follows a link in the tree.
+std::string FindWritableByOthers(const std::string& installDir, uid_t account) {
+    namespace fs = std::filesystem;
+    std::error_code error;
+    fs::recursive_directory_iterator at(installDir, error);
+    const std::string jobs = PathOf(Find(Item::QueueEntries), installDir);
+    for (const fs::recursive_directory_iterator end; !error && at != end; at.increment(error)) {
+        struct stat found = {};
+        const std::string path = at->path().string();
+        if (lstat(path.c_str(), &found) != 0 || S_ISLNK(found.st_mode))
+            continue;
+        const bool isForeign = found.st_uid != 0 && found.st_uid != account;
+        if (isForeign || ((found.st_mode & S_IWOTH) != 0 && path != jobs))
+            return path;
+    }
+    return error && error != std::errc::no_such_file_or_directory ? installDir : std::string();
+}
+
 }  // namespace
 
 Failure FindInstallDirectory(const char* argv0, QString& installDir) {
@@ -198,6 +262,62 @@ Failure FindObstacleForUser(const CInstallBase& run) {
                 QStringLiteral("cannot change the mode of \"%1\": owned by another user").arg(path),
                 QStringLiteral("Run the setup as root."));
         }
+    }
+    return {};
+}
+
+Failure OpenInstallDirectory(Descriptor& tree) {
+    const Entry& entry = Find(Item::InstallDirectory);
+    const std::string path = PathOf(entry, sharedDirectory);
+    struct stat found = {};
+    if (lstat(path.c_str(), &found) != 0 && errno == ENOENT)
+        return {};
+    if (S_ISLNK(found.st_mode) && found.st_uid != 0)
+        return UnsafePath(path, "is a symbolic link not owned by root");
+    std::array<char, PATH_MAX> resolved = {};
+    if (realpath(path.c_str(), resolved.data()) == nullptr)
+        return UncheckedPath(path, errno);
+    for (const std::string& directory : {DirectoryOf(path), DirectoryOf(resolved.data())}) {
+        if (Failure failure = FindUnsafeAncestor(directory))
+            return failure;
+    }
+    tree = Descriptor(open(resolved.data(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    if (!tree)
+        return UncheckedPath(path, errno);
+    return {};
+}
+
+Failure CheckPlaces(const QString& binariesDir, const QString& installDir) {
+    namespace fs = std::filesystem;
+    std::error_code error;
+    const std::string product = fs::weakly_canonical(binariesDir.toStdString(), error).string();
+    const std::string working = fs::current_path(error).string();
+    const std::string tree = installDir.toStdString() + '/';
+    for (const std::string& path : {product, working}) {
+        if ((path + '/').starts_with(tree)) {
+            return TreeProblem(
+                QStringLiteral("cannot set up from \"%1\": it is in the install directory")
+                    .arg(QString::fromStdString(path)),
+                QStringLiteral("Move the product to another directory, such as /opt, and run the "
+                               "setup from there."));
+        }
+    }
+    return {};
+}
+
+Failure FindRiskInPlace(const CInstallBase& run) {
+    const passwd* user = getpwnam(run.m_serviceUser.toUtf8().constData());
+    const uid_t account = user != nullptr ? user->pw_uid : 0;
+    const group* members = getgrnam(run.m_serviceGroup.toUtf8().constData());
+    const QString groupName = run.m_serviceGroup;
+    if (members != nullptr && members->gr_mem[0] != nullptr)
+        return RiskInPlace(QStringLiteral("group %1 has members").arg(groupName));
+    if (account != 0 && HasProcesses(account))
+        return RiskInPlace(QStringLiteral("user %1 has processes").arg(run.m_serviceUser));
+    const std::string found = FindWritableByOthers(run.m_installDir.toStdString(), account);
+    if (!found.empty()) {
+        return RiskInPlace(
+            QStringLiteral("others own or can write to \"%1\"").arg(QString::fromStdString(found)));
     }
     return {};
 }

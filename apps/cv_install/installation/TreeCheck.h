@@ -3,7 +3,11 @@
 #pragma once
 
 #include "Problem.h"
+#include "installation/State.h"
 #include "setuprun/CInstallBase.h"
+
+// What to do about an entry that a setup refuses.
+inline constexpr const char* inspectAndRemove = "Inspect it, remove it, then run the setup again.";
 
 // Sets `installDir` to the install directory that the setup run's constructor will choose, by its
 // rule. Fails without a working directory.
@@ -23,3 +27,17 @@ Failure FindUnsafePath(const QString& installDir, Changes changes);
 // Finds what makes a user's setup stop half-way: a product directory that cannot take a private
 // copy, or run scripts of another owner, whose mode that user cannot change.
 Failure FindObstacleForUser(const CInstallBase& run);
+
+// Opens the install directory of a setup as root; leaves `tree` invalid when it does not exist. It
+// may be a link of root's. Refuses it when another user could replace it, or when something other
+// than a directory is there.
+Failure OpenInstallDirectory(Descriptor& tree);
+
+// Refuses a staged setup from a product directory or a working directory below the install
+// directory, which is not visible to it.
+Failure CheckPlaces(const QString& binariesDir, const QString& installDir);
+
+// Refuses a setup as root in place when another user could interfere: the service group has
+// members, the service account has processes, or something in the tree belongs to or can be written
+// to by anyone but root and that account.
+Failure FindRiskInPlace(const CInstallBase& run);

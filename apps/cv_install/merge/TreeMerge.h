@@ -14,24 +14,25 @@
 class TreeMerge {
 public:
     // `account` and `group` are the ids of the service account, which must exist by then;
-    // `recordedAccount` is that of the last setup, or -1.
+    // `recordedAccount` is that of the last setup, or -1. Steps in an Undo use the object.
     TreeMerge(const StagedMachine& staged, uid_t account, gid_t group, uid_t recordedAccount);
     ~TreeMerge();
     TreeMerge(const TreeMerge&) = delete;
     TreeMerge& operator=(const TreeMerge&) = delete;
 
-    // Places the differences inside the install directory, in order. Deletes nothing there.
+    // Places the differences inside the install directory, in order. Deletes nothing there. First
+    // removes what a killed setup left, so call it without differences too.
     Failure PlaceInTree(const std::vector<PathDifference>& differences, Undo& undo);
 
     // Places, replaces and deletes the differences outside the install directory.
     Failure PlaceOutside(const std::vector<PathDifference>& differences, Undo& undo);
 
-    // Walks the tree again: every placed entry must still be the inode that was placed, with its
-    // mode and owner.
+    // Opens everything again by name: each entry that was placed must still be the inode that was
+    // placed, with its mode, owner and access control list.
     Failure Verify() const;
 
-    // After the merge is complete: discards what was replaced. Directories and whatever else is not
-    // the setup's goes back into the tree under a dated name, which is reported.
+    // After the merge is complete: discards what was replaced. A directory that is not empty goes
+    // back into the tree under a dated name, which is reported.
     void Finish();
 
 private:

@@ -109,3 +109,7 @@ void ShowPlan(CInstallBase& run, unsigned conditions, const QString& scriptPath)
 bool ConfirmPlan() {
     return AskForLetter("Continue? [y/N] ") == 'y';
 }
+
+Problem PlanDeclined() {
+    return {ExitStatus::Declined, QStringLiteral("setup canceled: plan not confirmed"), {}};
+}

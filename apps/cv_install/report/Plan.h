@@ -1,6 +1,7 @@
 // The plan of a setup as root: what it is about to do, on one screen.
 #pragma once
 
+#include "Problem.h"
 #include "setuprun/CInstallBase.h"
 
 // Prints the plan: account, members, directories, links and services, and the path of the commit
@@ -9,3 +10,6 @@ void ShowPlan(CInstallBase& run, unsigned conditions, const QString& scriptPath)
 
 // Asks whether to continue. Only an answer that begins with "y" is a yes.
 bool ConfirmPlan();
+
+// The problem of a plan that was not confirmed.
+Problem PlanDeclined();

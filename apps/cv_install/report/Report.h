@@ -1,22 +1,28 @@
 // What a setup changes, for people and for programs.
 #pragma once
 
-#include <cstdio>
+#include <sys/types.h>
+
 #include <string>
 
 #include "Problem.h"
 #include "installation/Difference.h"
 #include "installation/StagedMachine.h"
 
-// Compares the staged tree and the upper layers of the overlays with the live machine. `liveTree`
-// is the live install directory, or -1 when it does not exist. Adds to `paths`; entries whose
-// content, mode and owner end as they were are not listed.
-Failure FindPathDifferences(const StagedMachine& staged, int liveTree, Differences& differences);
+// Compares the staged tree and the upper layers of the overlays with the live machine, and adds
+// what differs to `paths`. `liveTree` is the live install directory, or -1 when it does not exist.
+// `recordedAccount` is the service account of the previous setup, or -1: QueueEntries that belong
+// to it stay in place. A path that the merge must not replace is a failure.
+Failure FindPathDifferences(const StagedMachine& staged, int liveTree, uid_t recordedAccount,
+                            Differences& differences);
 
 // Prints the values in use and the changes, grouped, on one screen for an ordinary machine, with
 // old and new value where something differs.
 void PrintReport(const StagedMachine& staged, const Differences& differences);
 
-// Writes the changes as JSON: an object whose "changes" are objects with "path" or "name", "kind",
-// "change", "before" and "after".
+// Reserves standard output for WriteJson("-"): from now on, all other output goes to stderr.
+void ReserveStandardOutputForJson();
+
+// Writes the changes as JSON, as the administrator's guide describes it. Call it before the merge.
+// `path` is replaced by a new file; "-" is standard output, and a device or pipe is written to.
 Failure WriteJson(const std::string& path, const Differences& differences);

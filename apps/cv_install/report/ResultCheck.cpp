@@ -12,19 +12,13 @@
 
 #include "apply/RunTimeFiles.h"
 #include "installation/ContentCheck.h"
-#include "installation/Owners.h"
 #include "installation/SetupRun.h"
+#include "report/OwnerNames.h"
 
 namespace {
 
 bool IsIn(const EntryList& list, const Entry& entry) {
     return std::find(list.begin(), list.end(), &entry) != list.end();
-}
-
-QString OwnerOf(const struct stat& found) {
-    const group* owner = getgrgid(found.st_gid);
-    return UserName(found.st_uid) + u':' +
-           (owner != nullptr ? QString::fromUtf8(owner->gr_name) : QString::number(found.st_gid));
 }
 
 Problem WrongOwner(const QString& text) {
@@ -49,7 +43,8 @@ Failure CheckOwner(const CInstallBase& run, const Entry& entry) {
         owner->gr_gid == found.st_gid)
         return {};
     return WrongOwner(QStringLiteral("the owner of \"%1\" is %2, expected %3:%4")
-                          .arg(path, OwnerOf(found), run.m_serviceUser, run.m_serviceGroup));
+                          .arg(path, OwnerNames().Both(found.st_uid, found.st_gid),
+                               run.m_serviceUser, run.m_serviceGroup));
 }
 
 }  // namespace
@@ -71,15 +66,18 @@ Failure CheckResult(const CInstallBase& run, unsigned conditions, const EntryLis
             continue;
         Failure failure;
         if (!IsIn(keptPages, entry) && !IsRunTimeFile(entry))
-            failure = CheckContent(run, entry, Written::Now);
+            failure = CheckContent(run, entry);
         if (!failure && root && entry.owner == Owner::ServiceAccount)
             failure = CheckOwner(run, entry);
         if (failure)
             return failure;
     }
+    return {};
+}
+
+void WarnOfKeptPages(const CInstallBase& run, int tree, const EntryList& keptPages) {
     for (const Entry* entry : keptPages) {
-        if (Failure failure = CheckContent(run, *entry, Written::Before))
+        if (Failure failure = CheckPages(run, *entry, tree, Written::Before))
             ReportWarning(*failure);
     }
-    return {};
 }

@@ -14,6 +14,9 @@ using EntryList = std::vector<const Entry*>;
 EntryList FindKeptPages(const CInstallBase& run, unsigned conditions);
 
 // Checks the content of what the commit script wrote, and in a setup as root its owner, because the
-// script does not detect that chown fails. Missing and truncated pages in `keptPages` are warnings:
-// an earlier setup was interrupted, or the product has new pages.
+// script does not detect that chown fails.
 Failure CheckResult(const CInstallBase& run, unsigned conditions, const EntryList& keptPages);
+
+// Warns of missing and truncated pages below the install directory `tree`: an earlier setup was
+// interrupted, or the product has new pages.
+void WarnOfKeptPages(const CInstallBase& run, int tree, const EntryList& keptPages);

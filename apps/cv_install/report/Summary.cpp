@@ -28,29 +28,34 @@ bool IsExecutable(const QString& command) {
 }
 
 // The library does not check the scheduler's commands, and no option sets them.
-void ShowMissingQueueCommands(const CInstallBase& run) {
+QStringList FindMissingCommands(const CInstallBase& run) {
+    QStringList missing;
     const hx::Scheduler* scheduler = hx::FindScheduler(run);
     if (run.m_queueType != CInstallBase::QueueExternal || scheduler == nullptr)
-        return;
-    bool missing = false;
+        return missing;
     for (const hx::SchedulerCommand& row : scheduler->commands) {
         const QString& command = run.*row.path;
-        if (IsExecutable(command))
-            continue;
-        std::printf("  Queue:     cannot execute command \"%s\"\n", qUtf8Printable(command));
-        missing = true;
+        if (!IsExecutable(command))
+            missing.push_back(command);
     }
-    if (missing) {
+    return missing;
+}
+
+void ShowMissingCommands(const QStringList& missing) {
+    for (const QString& command : missing)
+        std::printf("  Queue:     cannot execute command \"%s\"\n", qUtf8Printable(command));
+    if (!missing.isEmpty()) {
         std::printf("             To set its path, run the setup again without a queue option.\n");
     }
 }
 
-void ShowService(const CInstallBase& run) {
-    if (run.m_clusterNode)
-        return;
-    // A service that fails at once is active for a moment.
-    QThread::msleep(500);
-    const QString state = ServiceState();
+void ShowService() {
+    QString state = ServiceState();
+    if (state == u"active") {
+        // A service that fails at once is active for a moment.
+        QThread::msleep(500);
+        state = ServiceState();
+    }
     if (state.isEmpty()) {
         std::printf("  Service:   unknown (cannot run systemctl)\n");
         return;
@@ -62,16 +67,29 @@ void ShowService(const CInstallBase& run) {
 
 }  // namespace
 
-void ShowSummary(const CInstallBase& run) {
-    const bool root = IsRootSetup(run);
-    std::printf("  Installed: %s\n", qUtf8Printable(run.m_installDir));
-    ShowMissingQueueCommands(run);
-    if (root)
-        ShowService(run);
+Summary SummaryOf(const CInstallBase& run) {
+    return {.isRoot = IsRootSetup(run),
+            .hasService = IsRootSetup(run) && !run.m_clusterNode,
+            .installDir = run.m_installDir,
+            .missingCommands = FindMissingCommands(run)};
+}
+
+Summary SummaryOf(const StagedMachine& staged) {
+    return {.isRoot = true,
+            .hasService = Applies(Find(Item::Unit), staged.conditions),
+            .installDir = staged.installDir,
+            .missingCommands = staged.missingCommands};
+}
+
+void ShowSummary(const Summary& summary) {
+    const std::string installDir = summary.installDir.toStdString();
+    std::printf("  Installed: %s\n", installDir.c_str());
+    ShowMissingCommands(summary.missingCommands);
+    if (summary.hasService)
+        ShowService();
     if (!SetupLog::Path().empty())
         std::printf("  Log:       %s\n", SetupLog::Path().c_str());
-    const QString command =
-        root ? QString::fromUtf8(commandName) : PathIn(run, Find(Item::RunScript));
-    std::printf("  Next step: start Corvane with %s\n", qUtf8Printable(command));
+    std::printf("  Next step: start Corvane with %s\n",
+                summary.isRoot ? commandName : PathOf(Find(Item::RunScript), installDir).c_str());
     std::fflush(stdout);
 }

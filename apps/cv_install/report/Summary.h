@@ -1,8 +1,21 @@
 // The end of a setup's output.
 #pragma once
 
+#include <QStringList>
+
+#include "installation/StagedMachine.h"
 #include "setuprun/CInstallBase.h"
+
+struct Summary {
+    bool isRoot = false;
+    bool hasService = false;
+    QString installDir;
+    QStringList missingCommands;  // of the scheduler; cannot be executed
+};
+
+Summary SummaryOf(const CInstallBase& run);
+Summary SummaryOf(const StagedMachine& staged);
 
 // Prints the install directory, commands of the scheduler that cannot be executed, in a setup as
 // root the state of the service, the log's path, and the next step.
-void ShowSummary(const CInstallBase& run);
+void ShowSummary(const Summary& summary);

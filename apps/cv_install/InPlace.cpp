@@ -1,0 +1,89 @@
+#include "InPlace.h"
+
+#include <fcntl.h>
+
+#include "answers/Conversation.h"
+#include "answers/StartRun.h"
+#include "apply/RunTimeFiles.h"
+#include "apply/ScriptRun.h"
+#include "apply/SetupLog.h"
+#include "installation/SetupRun.h"
+#include "installation/TreeCheck.h"
+#include "merge/ServiceAccount.h"
+#include "report/Plan.h"
+#include "report/ResultCheck.h"
+#include "report/Summary.h"
+
+namespace {
+
+// Shows the plan of a setup as root and asks for confirmation, with the commit script to read.
+Failure Confirm(CInstallBase& run, unsigned conditions, CommitScript& script) {
+    if (!run.m_interactive) {
+        ShowPlan(run, conditions, {});
+        return {};
+    }
+    if (Failure failure = WriteScript(run, script, Changes::None))
+        return failure;
+    const bool confirmed = AskAboutScript(script, [&] {
+        ShowPlan(run, conditions, script.path);
+        return ConfirmPlan();
+    });
+    if (confirmed)
+        return {};
+    return PlanDeclined();
+}
+
+// Everything that changes the machine. In a setup as root the tree is checked again after each wait
+// for an answer, because other users can change it meanwhile.
+Failure CarryOut(CInstallBase& run, unsigned conditions, const SetupLock& lock) {
+    const bool root = IsRootSetup(run);
+    CommitScript script;
+    Failure failure;
+    if (root)
+        failure = Confirm(run, conditions, script);
+    if (!failure && root)
+        failure = FindUnsafePath(run.m_installDir, Changes::None);
+    if (!failure)
+        failure = WriteRunTimeFiles(run, conditions);
+    if (!failure && root)
+        failure = FindUnsafePath(run.m_installDir, Changes::RunTimeFiles);
+    if (!failure)
+        failure = WriteScript(run, script, Changes::RunTimeFiles);
+    if (failure)
+        return failure;
+    const EntryList keptPages = FindKeptPages(run, conditions);
+    std::printf("Commit script: %s\n", qUtf8Printable(script.path));
+    std::fflush(stdout);
+    failure = FollowScript(script.path, lock, ScriptOutput::Shown);
+    if (!failure)
+        failure = CheckResult(run, conditions, keptPages);
+    if (!failure && root)
+        failure = RecordServiceAccount(run.m_serviceUser, run.m_serviceGroup);
+    if (failure || keptPages.empty())
+        return failure;
+    const Descriptor tree(open(run.m_installDir.toUtf8().constData(), O_PATH | O_CLOEXEC));
+    WarnOfKeptPages(run, tree.Number(), keptPages);
+    return {};
+}
+
+// What must hold before the first question, whose answer would be lost.
+Failure FindObstacle(const CInstallBase& run) {
+    return IsRootSetup(run) ? FindRiskInPlace(run) : FindObstacleForUser(run);
+}
+
+}  // namespace
+
+Failure RunInPlace(Arguments& arguments, const SetupLock& lock) {
+    const std::unique_ptr<CInstallBase> run = StartRun(arguments);
+    // That of root was started before.
+    if (!IsRootSetup(*run))
+        SetupLog::Start(false);
+    Failure failure = FindObstacle(*run);
+    if (!failure)
+        failure = AskQuestions(*run);
+    if (!failure)
+        failure = CarryOut(*run, ConditionsOf(*run, arguments) | InPlace, lock);
+    if (!failure)
+        ShowSummary(SummaryOf(*run));
+    return failure;
+}

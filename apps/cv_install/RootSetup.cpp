@@ -1,0 +1,186 @@
+#include "RootSetup.h"
+
+#include <cstdio>
+#include <functional>
+
+#include "InPlace.h"
+#include "answers/Conversation.h"
+#include "answers/StartRun.h"
+#include "apply/RunTimeFiles.h"
+#include "apply/ScriptRun.h"
+#include "apply/SetupLog.h"
+#include "installation/Installation.h"
+#include "installation/SetupRun.h"
+#include "installation/TimeLimit.h"
+#include "installation/TreeCheck.h"
+#include "merge/Accounts.h"
+#include "merge/Merge.h"
+#include "merge/Services.h"
+#include "report/Plan.h"
+#include "report/Report.h"
+#include "report/ResultCheck.h"
+#include "report/Summary.h"
+#include "staging/PrivateMounts.h"
+#include "staging/StagedRun.h"
+
+namespace {
+
+// In the child process: everything up to the end of the commit script.
+Failure Stage(Arguments& arguments, const Descriptor& liveTree, const SetupLock& lock,
+              StagedMachine& staged) {
+    const std::unique_ptr<CInstallBase> run = StartRun(arguments);
+    Failure failure = CheckPlaces(run->m_binariesDir, run->m_installDir);
+    if (!failure) {
+        failure = AskQuestions(*run, [&](const QString& scratch) {
+            PrivateMounts::ShowScratchDirectory(liveTree, scratch);
+        });
+    }
+    if (!failure)
+        failure = PrivateMounts::CoverTemporaryFiles();
+    staged.conditions = ConditionsOf(*run, arguments);
+    if (!failure)
+        failure = WriteRunTimeFiles(*run, staged.conditions);
+    CommitScript script;
+    if (!failure)
+        failure = WriteScript(*run, script, Changes::None);
+    const EntryList keptPages = FindKeptPages(*run, staged.conditions);
+    if (!failure)
+        failure = FollowScript(script.path, lock, ScriptOutput::Logged);
+    if (!failure)
+        failure = CheckResult(*run, staged.conditions, keptPages);
+    if (!failure)
+        failure = RecordServiceAccount(run->m_serviceUser, run->m_serviceGroup);
+    if (failure)
+        return failure;
+    WarnOfKeptPages(*run, liveTree.Number(), keptPages);
+    staged.interactive = run->m_interactive;
+    staged.binariesDir = run->m_binariesDir;
+    staged.serviceUser = run->m_serviceUser;
+    staged.serviceGroup = run->m_serviceGroup;
+    staged.values = ValuesOf(*run);
+    staged.missingCommands = SummaryOf(*run).missingCommands;
+    for (const QString& command : staged.missingCommands)
+        staged.values.emplace_back(QStringLiteral("Missing command"), command);
+    return {};
+}
+
+uid_t UidOf(const std::optional<ServiceAccount>& account) {
+    return account ? account->uid : static_cast<uid_t>(-1);
+}
+
+Failure FindDifferences(const StagedMachine& staged, bool alwaysRestart, Differences& differences) {
+    const TimeLimit limit;
+    Descriptor liveTree;
+    Failure failure = OpenInstallDirectory(liveTree);
+    if (!failure)
+        failure = FindAccountDifferences(staged.etc.Number(), differences);
+    std::optional<ServiceAccount> recorded;
+    if (!failure)
+        failure = ReadServiceAccount(recorded);
+    if (!failure)
+        failure = FindPathDifferences(staged, liveTree.Number(), UidOf(recorded), differences);
+    if (!failure)
+        failure = FindServiceDifferences(staged, alwaysRestart, differences);
+    return failure;
+}
+
+// Shows what differs and asks, twice if the machine changes meanwhile. `differences` are those
+// that were agreed to.
+Failure Agree(const StagedMachine& staged, bool alwaysRestart, Differences& differences) {
+    for (int question = 1;; ++question) {
+        PrintReport(staged, differences);
+        if (staged.interactive && !ConfirmPlan())
+            return PlanDeclined();
+        Differences now;
+        if (Failure failure = FindDifferences(staged, alwaysRestart, now))
+            return failure;
+        if (now == differences)
+            return {};
+        if (question == 2 && staged.interactive) {
+            return Problem{ExitStatus::Declined,
+                           QStringLiteral("setup canceled: the machine changed again while the "
+                                          "plan was read"),
+                           QStringLiteral("Find out what changes it, then run the setup again.")};
+        }
+        differences = std::move(now);
+        ReportWarning({ExitStatus::Complete,
+                       QStringLiteral("the machine changed after the plan was made"),
+                       {}});
+        if (!staged.interactive) {
+            PrintReport(staged, differences);
+            return {};
+        }
+    }
+}
+
+Failure Complete(const Arguments& arguments, const SetupLock& lock, const StagedMachine& staged) {
+    // The comparison does not show whether the service runs with what was merged.
+    const bool alwaysRestart = arguments.Has(OwnOption::Restart) || lock.FoundIncompleteMerge();
+    Differences differences;
+    if (Failure failure = FindDifferences(staged, alwaysRestart, differences))
+        return failure;
+    const bool isDryRun = arguments.Has(OwnOption::DryRun);
+    Failure failure;
+    if (isDryRun)
+        PrintReport(staged, differences);
+    else
+        failure = Agree(staged, alwaysRestart, differences);
+    if (!failure && arguments.Has(OwnOption::Json))
+        failure = WriteJson(arguments.TextOf(OwnOption::Json), differences);
+    if (failure || isDryRun)
+        return failure;
+    lock.NoteMerge(true);
+    failure = Merge(staged, differences);
+    lock.NoteMerge(false);
+    if (!failure)
+        ShowSummary(SummaryOf(staged));
+    return failure;
+}
+
+Failure RunWithoutStaging(Arguments& arguments, const SetupLock& lock, const QString& reason) {
+    for (const OwnOption option : {OwnOption::DryRun, OwnOption::Json}) {
+        if (!arguments.Has(option))
+            continue;
+        return Problem{ExitStatus::Refused,
+                       QStringLiteral("cannot find out what a setup would change: %1").arg(reason),
+                       QStringLiteral("That needs private mounts. Run the setup without --dry-run "
+                                      "and --json, or outside of the container or chroot.")};
+    }
+    ReportWarning({ExitStatus::Complete,
+                   QStringLiteral("cannot prepare the setup in private: %1").arg(reason),
+                   QStringLiteral("The setup changes the machine step by step, and a failure "
+                                  "leaves the changes made so far.")});
+    if (Failure failure = CheckBeforeStart(QLatin1String(sharedDirectory)))
+        return failure;
+    return RunInPlace(arguments, lock);
+}
+
+}  // namespace
+
+ExitStatus RunAsRoot(Arguments& arguments, const SetupLock& lock) {
+    if (arguments.Has(OwnOption::Json) && arguments.TextOf(OwnOption::Json) == std::string("-"))
+        ReserveStandardOutputForJson();
+    if (!arguments.Has(OwnOption::DryRun))
+        SetupLog::Start(true);
+    Descriptor liveTree;
+    Failure failure;
+    {
+        const TimeLimit limit;
+        failure = OpenInstallDirectory(liveTree);
+    }
+    if (!failure) {
+        const StagedResult result = RunStaged(liveTree, [&](StagedMachine& staged) {
+            return Stage(arguments, liveTree, lock, staged);
+        });
+        if (!result.impossible.isEmpty())
+            failure = RunWithoutStaging(arguments, lock, result.impossible);
+        else if (!result.staged)
+            return static_cast<ExitStatus>(result.status);
+        else
+            failure = Complete(arguments, lock, *result.staged);
+    }
+    if (!failure)
+        return ExitStatus::Complete;
+    Report(*failure);
+    return failure->status;
+}

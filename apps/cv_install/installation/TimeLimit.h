@@ -1,0 +1,12 @@
+// A limit for system calls that another user could make wait.
+#pragma once
+
+// While the object exists and once its time is over, system calls that wait, for a file server for
+// example, fail with EINTR. One object exists at a time.
+class TimeLimit {
+public:
+    TimeLimit();
+    ~TimeLimit();
+    TimeLimit(const TimeLimit&) = delete;
+    TimeLimit& operator=(const TimeLimit&) = delete;
+};

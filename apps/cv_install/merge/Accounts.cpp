@@ -1,0 +1,313 @@
+#include "merge/Accounts.h"
+
+#include <fcntl.h>
+#include <grp.h>
+#include <pwd.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <map>
+#include <set>
+#include <sstream>
+
+#include "merge/AccountNumber.h"
+#include "merge/Tool.h"
+
+namespace {
+
+using Words = std::vector<std::string>;
+using Records = std::vector<Words>;  // the fields of each line
+
+enum PasswdField { userUid = 2, userGid, userComment, userHome, userShell, userFields };
+enum GroupField { groupGid = 2, groupMembers, groupFields };
+
+struct Database {
+    const char* name;  // in /etc
+    const char* kind;  // of its records, for messages
+};
+
+constexpr Database users = {"passwd", "user"};
+constexpr Database groups = {"group", "group"};
+
+// Unlike std::getline, keeps an empty part at the end.
+Words Split(const std::string& text, char separator) {
+    Words parts;
+    for (size_t begin = 0; begin <= text.size();) {
+        const size_t end = std::min(text.find(separator, begin), text.size());
+        parts.push_back(text.substr(begin, end - begin));
+        begin = end + 1;
+    }
+    return parts;
+}
+
+std::string Join(const Words& parts) {
+    std::string text;
+    for (const std::string& part : parts)
+        text += (text.empty() ? "" : ",") + part;
+    return text;
+}
+
+Words MembersOf(const Words& record) {
+    Words members;
+    if (record.size() == groupFields && !record[groupMembers].empty())
+        members = Split(record[groupMembers], ',');
+    return members;
+}
+
+Problem UnreadableDatabase(const Database& database) {
+    return {ExitStatus::SystemCallFailed,
+            QStringLiteral("cannot read \"/etc/%1\": %2")
+                .arg(QLatin1String(database.name), QString::fromUtf8(std::strerror(errno))),
+            QStringLiteral("Fix the cause, then run the setup again.")};
+}
+
+// False, with errno set, on failure.
+bool Parse(const Descriptor& file, Records& records) {
+    std::string text;
+    std::array<char, 65536> block = {};
+    ssize_t length = 0;
+    do {
+        length = read(file.Number(), block.data(), block.size());
+        text.append(block.data(), static_cast<size_t>(std::max<ssize_t>(length, 0)));
+    } while (length > 0);
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);)
+        records.push_back(Split(line, ':'));
+    return length == 0;
+}
+
+Failure LoadLive(const Database& database, Records& records) {
+    const Descriptor file(
+        open((std::string("/etc/") + database.name).c_str(), O_RDONLY | O_CLOEXEC));
+    if (!file || !Parse(file, records))
+        return UnreadableDatabase(database);
+    return {};
+}
+
+// A file that the script did not change is not in the upper layer.
+Failure LoadStaged(const Database& database, int stagedEtc, const Records& live, Records& staged) {
+    const Descriptor file = OpenRegularFile(stagedEtc, database.name);
+    if (!file && errno == ENOENT)
+        staged = live;
+    else if (!file || !Parse(file, staged))
+        return UnreadableDatabase(database);
+    return {};
+}
+
+Problem UnknownChange(const Database& database, const std::string& name) {
+    return {ExitStatus::SystemCallFailed,
+            QStringLiteral("cannot repeat a change of %1 \"%2\"")
+                .arg(QLatin1String(database.kind), QString::fromStdString(name)),
+            QStringLiteral("Run the setup again when no other process changes accounts.")};
+}
+
+bool ParseUser(const Words& record, AccountDifference& user) {
+    if (record.size() != userFields || !ParseNumber(record[userUid], user.uid) ||
+        !ParseNumber(record[userGid], user.gid))
+        return false;
+    user.comment = record[userComment];
+    user.home = record[userHome];
+    user.shell = record[userShell];
+    return true;
+}
+
+bool ParseGroup(const Words& record, AccountDifference& group) {
+    group.isGroup = true;
+    return record.size() == groupFields && ParseNumber(record[groupGid], group.gid);
+}
+
+bool Contains(const Words& words, const std::string& word) {
+    return std::find(words.begin(), words.end(), word) != words.end();
+}
+
+// `live` is empty for a new group.
+void AddMemberDifferences(const Words& live, const Words& staged, Differences& differences) {
+    const Words before = MembersOf(live);
+    const Words after = MembersOf(staged);
+    for (const std::string& member : after) {
+        if (!Contains(before, member))
+            differences.members.push_back({Change::Create, member, staged[0]});
+    }
+    for (const std::string& member : before) {
+        if (!Contains(after, member))
+            differences.members.push_back({Change::Delete, member, staged[0]});
+    }
+}
+
+// True if the records differ at most in the members of a group.
+bool IsSameAccount(const Database& database, const Words& live, const Words& staged) {
+    if (&database == &users || live.size() != groupFields || staged.size() != groupFields)
+        return live == staged;
+    return std::equal(live.begin(), live.begin() + groupMembers, staged.begin());
+}
+
+Failure Compare(const Database& database, int stagedEtc, Differences& differences) {
+    const bool areGroups = &database == &groups;
+    Records live;
+    Records staged;
+    Failure failure = LoadLive(database, live);
+    if (!failure)
+        failure = LoadStaged(database, stagedEtc, live, staged);
+    if (failure)
+        return failure;
+    std::map<std::string, const Words*> missing;
+    for (const Words& record : live)
+        missing.emplace(record[0], &record);
+    const std::map<std::string, const Words*> known = missing;
+    for (const Words& record : staged) {
+        missing.erase(record[0]);
+        const auto found = known.find(record[0]);
+        AccountDifference account;
+        account.name = record[0];
+        if (found == known.end()) {
+            if (!(areGroups ? ParseGroup(record, account) : ParseUser(record, account)))
+                return UnknownChange(database, record[0]);
+            differences.accounts.push_back(account);
+        } else if (!IsSameAccount(database, *found->second, record)) {
+            return UnknownChange(database, record[0]);
+        }
+        if (areGroups)
+            AddMemberDifferences(found == known.end() ? Words() : *found->second, record,
+                                 differences);
+    }
+    if (!missing.empty())
+        return UnknownChange(database, missing.begin()->first);
+    return {};
+}
+
+QString Text(const std::string& text) {
+    return QString::fromStdString(text);
+}
+
+Problem AccountProblem(const QString& action, const QString& reason) {
+    return {ExitStatus::SystemCallFailed, action + QStringLiteral(": ") + reason,
+            QStringLiteral("Fix the cause, then run the setup again.")};
+}
+
+// A step of the undo. The administrator repeats what failed.
+void TakeBack(const Words& command) {
+    if (const auto reason = RunTool(command, Messages::Shown)) {
+        ReportWarning({ExitStatus::Complete,
+                       QStringLiteral("cannot undo a change of the accounts: %1").arg(*reason),
+                       QStringLiteral("Run: %1.").arg(Text(Join(command)).replace(u',', u' '))});
+    }
+}
+
+Failure CreateGroup(const AccountDifference& group, Undo& undo) {
+    const std::string number = std::to_string(group.gid);
+    const QString action = QStringLiteral("cannot create group \"%1\" with ID %2")
+                               .arg(Text(group.name))
+                               .arg(group.gid);
+    if (getgrnam(group.name.c_str()) != nullptr || getgrgid(group.gid) != nullptr)
+        return AccountProblem(action, QStringLiteral("another process used this name or ID"));
+    if (const auto reason =
+            RunTool({"groupadd", "--system", "--gid", number, group.name}, Messages::Shown))
+        return AccountProblem(action, *reason);
+    undo.Add([name = group.name] {
+        // userdel also deletes the user's own group.
+        if (getgrnam(name.c_str()) != nullptr)
+            TakeBack({"groupdel", name});
+    });
+    return {};
+}
+
+// userdel also deletes an empty group of the user's name. A member keeps one that existed before.
+void DeleteUser(const AccountDifference& user, bool keepsGroup) {
+    const struct group* own = getgrnam(user.name.c_str());
+    const bool needsMember = keepsGroup && own != nullptr && own->gr_mem[0] == nullptr;
+    if (needsMember)
+        TakeBack({"gpasswd", "--add", "root", user.name});
+    TakeBack({"userdel", user.name});
+    if (needsMember)
+        TakeBack({"gpasswd", "--delete", "root", user.name});
+}
+
+Failure CreateUser(const AccountDifference& user, bool keepsGroup, Undo& undo) {
+    const QString action =
+        QStringLiteral("cannot create user \"%1\" with ID %2").arg(Text(user.name)).arg(user.uid);
+    if (getpwnam(user.name.c_str()) != nullptr || getpwuid(user.uid) != nullptr)
+        return AccountProblem(action, QStringLiteral("another process used this name or ID"));
+    if (const auto reason = RunTool({"useradd", "--system", "--uid", std::to_string(user.uid),
+                                     "--gid", std::to_string(user.gid), "--comment", user.comment,
+                                     "-M", "--home", user.home, "--shell", user.shell, user.name},
+                                    Messages::Shown))
+        return AccountProblem(action, *reason);
+    undo.Add([user, keepsGroup] { DeleteUser(user, keepsGroup); });
+    return {};
+}
+
+// The members that /etc/group lists; empty if it has no such group.
+std::optional<Words> ListedMembers(const std::string& group) {
+    Records live;
+    if (LoadLive(groups, live))
+        return {};
+    for (const Words& record : live) {
+        if (record[0] == group)
+            return MembersOf(record);
+    }
+    return {};
+}
+
+Words MemberCommand(Change change, const MemberDifference& member) {
+    return {"gpasswd", change == Change::Create ? "--add" : "--delete", member.user, member.group};
+}
+
+// Restores the order of the members too, if no other process changed them meanwhile.
+void AddAgain(const MemberDifference& member, const Words& before, const Words& after) {
+    if (ListedMembers(member.group) == after)
+        TakeBack({"gpasswd", "--members", Join(before), member.group});
+    else
+        TakeBack(MemberCommand(Change::Create, member));
+}
+
+Failure ChangeMember(const MemberDifference& member, Undo& undo) {
+    const bool joins = member.change == Change::Create;
+    const QString action = (joins ? QStringLiteral("cannot add user \"%1\" to group \"%2\"")
+                                  : QStringLiteral("cannot remove user \"%1\" from group \"%2\""))
+                               .arg(Text(member.user), Text(member.group));
+    const std::optional<Words> before = ListedMembers(member.group);
+    if (!before || Contains(*before, member.user) == joins)
+        return AccountProblem(action, QStringLiteral("another process changed this group"));
+    if (const auto reason = RunTool(MemberCommand(member.change, member), Messages::Shown))
+        return AccountProblem(action, *reason);
+    if (joins)
+        undo.Add([member] { TakeBack(MemberCommand(Change::Delete, member)); });
+    else
+        undo.Add([member, before = *before, after = ListedMembers(member.group)] {
+            AddAgain(member, before, after.value_or(Words()));
+        });
+    return {};
+}
+
+}  // namespace
+
+Failure FindAccountDifferences(int stagedEtc, Differences& differences) {
+    Failure failure = Compare(groups, stagedEtc, differences);
+    if (!failure)
+        failure = Compare(users, stagedEtc, differences);
+    return failure;
+}
+
+Failure ApplyAccounts(const Differences& differences, Undo& undo) {
+    std::set<std::string> createdGroups;
+    Failure failure;
+    for (const AccountDifference& account : differences.accounts) {
+        if (account.isGroup) {
+            createdGroups.insert(account.name);
+            failure = CreateGroup(account, undo);
+        } else {
+            failure = CreateUser(account, !createdGroups.contains(account.name), undo);
+        }
+        if (failure)
+            return failure;
+    }
+    for (const MemberDifference& member : differences.members) {
+        failure = ChangeMember(member, undo);
+        if (failure)
+            return failure;
+    }
+    return {};
+}

@@ -1,0 +1,160 @@
+#include "merge/MergePaths.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <climits>
+#include <cstring>
+#include <deque>
+
+#include "installation/Installation.h"
+#include "installation/Mounts.h"
+
+namespace {
+
+constexpr const char* notRootsAlone = "is not a directory that only root can write to";
+
+using Components = std::deque<std::string>;
+
+Components SplitPath(const std::string& path) {
+    Components components;
+    for (size_t begin = 0; begin < path.size();) {
+        const size_t end = std::min(path.find('/', begin), path.size());
+        const std::string name = path.substr(begin, end - begin);
+        if (!name.empty() && name != ".")
+            components.push_back(name);
+        begin = end + 1;
+    }
+    return components;
+}
+
+bool IsRootsAlone(const State& state) {
+    return state.kind == State::Kind::Directory && state.owner == 0 &&
+           (state.mode & (S_IWGRP | S_IWOTH)) == 0;
+}
+
+// True when the installation table gives the directory to root.
+bool MustBeRoots(const std::string& path) {
+    const auto rows = Entries();
+    return std::any_of(rows.begin(), rows.end(), [&](const Entry& entry) {
+        return IsInTree(entry) && entry.kind == Kind::Directory && entry.owner == Owner::Root &&
+               path == entry.path;
+    });
+}
+
+bool IsOpenTo(const State& directory, gid_t group) {
+    constexpr mode_t forAll = S_IROTH | S_IXOTH;
+    constexpr mode_t forGroup = S_IRGRP | S_IXGRP;
+    return (directory.mode & forAll) == forAll ||
+           (directory.group == group && (directory.mode & forGroup) == forGroup);
+}
+
+const char* WhyRefused(const State& state, const std::string& path, const TreeOwners& owners) {
+    if (MustBeRoots(path) && !IsRootsAlone(state))
+        return notRootsAlone;
+    if (!owners.Include(state.owner))
+        return "belongs to another user";
+    return IsOpenTo(state, owners.group) ? nullptr : "is not readable for all users";
+}
+
+Problem Unopened(const std::string& path, int error) {
+    if (error == EREMOTE)
+        return RefusedInMerge(path, "is on a FUSE file system");
+    if (error == ENOENT || error == ENOTDIR || error == ELOOP)
+        return RefusedInMerge(path, "is not a directory");
+    return FailedInMerge(path, error);
+}
+
+}  // namespace
+
+Problem RefusedInMerge(const std::string& path, const char* reason) {
+    return {ExitStatus::TreeRefused,
+            QStringLiteral("unsafe path: \"%1\" %2")
+                .arg(QString::fromStdString(path), QLatin1String(reason)),
+            QStringLiteral("Inspect it, correct it or move it away, then run the setup again.")};
+}
+
+Problem FailedInMerge(const std::string& path, int error) {
+    // The setup's timer interrupts system calls that wait.
+    const char* cause = error == EINTR ? "timed out" : std::strerror(error);
+    return {ExitStatus::SystemCallFailed,
+            QStringLiteral("cannot place \"%1\": %2")
+                .arg(QString::fromStdString(path), QString::fromUtf8(cause)),
+            QStringLiteral("Make sure that its file system is writable and not full, then run the "
+                           "setup again.")};
+}
+
+Failure OpenRootParent(const std::string& path, bool followsLast, Descriptor& parent,
+                       std::string& name) {
+    constexpr int mostLinks = 40;
+    Components rest = SplitPath(path);
+    parent = Descriptor(open("/", O_PATH | O_DIRECTORY | O_CLOEXEC));
+    for (int links = 0; parent && !rest.empty() && links < mostLinks;) {
+        const std::optional<State> directory = ReadAttributes(parent);
+        if (!directory || !IsRootsAlone(*directory)) {
+            return RefusedInMerge(path, "is below a directory that others than root can write to");
+        }
+        name = rest.front();
+        rest.pop_front();
+        if (rest.empty() && !followsLast)
+            return {};
+        Descriptor next =
+            name == ".."
+                ? Descriptor(openat(parent.Number(), "..", O_PATH | O_DIRECTORY | O_CLOEXEC))
+                : OpenEntry(parent.Number(), name);
+        const std::optional<State> state = next ? ReadAttributes(next) : std::nullopt;
+        if (state && state->kind == State::Kind::Link) {
+            if (state->owner != 0)
+                return RefusedInMerge(path, "is a symbolic link not owned by root");
+            ++links;
+            const Components target = SplitPath(state->target);
+            rest.insert(rest.begin(), target.begin(), target.end());
+            if (state->target.starts_with('/'))
+                parent = Descriptor(open("/", O_PATH | O_DIRECTORY | O_CLOEXEC));
+            continue;
+        }
+        if (rest.empty() && (state || errno == ENOENT) && name != "..")
+            return {};
+        if (!state || state->kind != State::Kind::Directory)
+            return Unopened(path, state ? ENOTDIR : errno);
+        parent = std::move(next);
+    }
+    return Unopened(path, ELOOP);
+}
+
+Failure OpenTreeDirectory(int tree, const std::string& installDir, const std::string& path,
+                          const TreeOwners& owners, Descriptor& directory) {
+    directory = OpenEntry(tree, "", O_DIRECTORY);
+    std::string opened;
+    const Components components = SplitPath(path);
+    for (auto next = components.begin();; ++next) {
+        const std::string shown = opened.empty() ? installDir : installDir + '/' + opened;
+        const std::optional<State> state =
+            directory ? ReadAttributes(directory) : std::optional<State>();
+        if (!state)
+            return Unopened(shown, errno);
+        if (const char* reason = WhyRefused(*state, opened, owners))
+            return RefusedInMerge(shown, reason);
+        if (next == components.end())
+            return {};
+        opened += (opened.empty() ? "" : "/") + *next;
+        directory = OpenEntry(directory.Number(), *next, O_DIRECTORY);
+    }
+}
+
+Failure FindFuseBelow(const Descriptor& directory) {
+    std::array<char, PATH_MAX> path = {};
+    const std::string link = "/proc/self/fd/" + std::to_string(directory.Number());
+    if (readlink(link.c_str(), path.data(), path.size() - 1) < 0)
+        return FailedInMerge(link, errno);
+    const std::string top = path.data();
+    for (const Mount& mount : ReadMounts()) {
+        if (mount.IsFuse() && (mount.point == top || mount.point.starts_with(top + '/')))
+            return RefusedInMerge(mount.point, "is on a FUSE file system");
+    }
+    return {};
+}

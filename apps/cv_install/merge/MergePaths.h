@@ -1,0 +1,39 @@
+// Opens live directories for a merge, one component after the other, and refuses those that another
+// user could use to make root change something else.
+#pragma once
+
+#include "Problem.h"
+#include "installation/State.h"
+
+// Whose directories a merge enters.
+struct TreeOwners {
+    uid_t account;  // the service account
+    gid_t group;    // the service group
+    uid_t recordedAccount;
+
+    bool Include(uid_t user) const {
+        return user == 0 || user == account || user == recordedAccount;
+    }
+};
+
+// `reason` continues a sentence that begins with the path.
+Problem RefusedInMerge(const std::string& path, const char* reason);
+
+// A system call failed with `error`.
+Problem FailedInMerge(const std::string& path, int error);
+
+// Opens the directory that contains the last component of an absolute path. Every directory must be
+// one that only root can write to; links in them, which are root's, are followed. `name` becomes
+// the last component; with `followsLast`, that of the target if it is a link.
+Failure OpenRootParent(const std::string& path, bool followsLast, Descriptor& parent,
+                       std::string& name);
+
+// Opens a directory of the install tree. No link is followed. Each directory must belong to root or
+// the service account and be readable for everyone or for the service group, so that entries in it
+// are no secret; one that the installation table gives to root must be root's alone. `path` is
+// relative to `tree`, and `installDir` is for messages.
+Failure OpenTreeDirectory(int tree, const std::string& installDir, const std::string& path,
+                          const TreeOwners& owners, Descriptor& directory);
+
+// Refuses a FUSE file system that is mounted at or below the directory.
+Failure FindFuseBelow(const Descriptor& directory);

@@ -1,0 +1,117 @@
+#include "merge/NewEntries.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+
+#include "merge/Acl.h"
+#include "merge/MergePaths.h"
+
+namespace {
+
+std::string ParentOf(const std::string& path) {
+    const size_t slash = path.rfind('/');
+    return slash == std::string::npos ? std::string() : path.substr(0, slash);
+}
+
+std::string BaseNameOf(const std::string& path) {
+    return path.substr(path.rfind('/') + 1);
+}
+
+bool WriteContent(int file, const char* data, size_t size) {
+    for (size_t done = 0; done < size;) {
+        const ssize_t length = write(file, data + done, size - done);
+        if (length < 0)
+            return false;
+        done += static_cast<size_t>(length);
+    }
+    return true;
+}
+
+bool CopyContent(int from, int to) {
+    std::array<char, 65536> block = {};
+    for (;;) {
+        const ssize_t length = read(from, block.data(), block.size());
+        if (length <= 0)
+            return length == 0;
+        if (!WriteContent(to, block.data(), static_cast<size_t>(length)))
+            return false;
+    }
+}
+
+bool SetAccess(int opened, const State& state) {
+    return LimitAcl(opened, state.owner) && fchown(opened, state.owner, state.group) == 0 &&
+           fchmod(opened, state.mode) == 0;
+}
+
+// Users append their jobs to QueueEntries. Its content is never copied.
+bool IsCreatedEmpty(const PathDifference& difference) {
+    return difference.entry != nullptr && difference.entry->item == Item::QueueEntries;
+}
+
+bool CreateFile(const StagedEntry& entry, int directory, const std::string& name) {
+    const Descriptor file(openat(directory, name.c_str(),
+                                 O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+    if (!file)
+        return false;
+    if (!IsCreatedEmpty(*entry.difference)) {
+        const Descriptor parent = OpenDirectory(entry.base, ParentOf(entry.path));
+        if (!parent)
+            return false;
+        const Descriptor staged = OpenRegularFile(parent.Number(), BaseNameOf(entry.path));
+        if (!staged || !CopyContent(staged.Number(), file.Number()))
+            return false;
+    }
+    return SetAccess(file.Number(), entry.difference->after) && fsync(file.Number()) == 0;
+}
+
+bool CreateDirectory(const State& state, int directory, const std::string& name) {
+    if (mkdirat(directory, name.c_str(), 0700) != 0)
+        return false;
+    const Descriptor opened(
+        openat(directory, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    return opened && SetAccess(opened.Number(), state);
+}
+
+bool CreateLink(const State& state, int directory, const std::string& name) {
+    return symlinkat(state.target.c_str(), directory, name.c_str()) == 0 &&
+           fchownat(directory, name.c_str(), state.owner, state.group, AT_SYMLINK_NOFOLLOW) == 0;
+}
+
+bool CreateEntry(const StagedEntry& entry, int directory, const std::string& name) {
+    const State& state = entry.difference->after;
+    switch (state.kind) {
+        case State::Kind::File:
+            return CreateFile(entry, directory, name);
+        case State::Kind::Directory:
+            return CreateDirectory(state, directory, name);
+        case State::Kind::Link:
+            return CreateLink(state, directory, name);
+        default:
+            errno = EINVAL;
+            return false;
+    }
+}
+
+}  // namespace
+
+Failure CreateEntries(std::span<const StagedEntry> entries, int directory, const std::string& name,
+                      std::vector<NewEntry>& created) {
+    const std::string& top = entries.front().difference->path;
+    for (const StagedEntry& entry : entries) {
+        const std::string& path = entry.difference->path;
+        const std::string inner = name + path.substr(top.size());
+        const Descriptor parent = OpenDirectory(directory, ParentOf(inner));
+        if (!parent || !CreateEntry(entry, parent.Number(), BaseNameOf(inner)))
+            return FailedInMerge(path, errno);
+        const Descriptor opened = OpenEntry(parent.Number(), BaseNameOf(inner));
+        const std::optional<State> state = opened ? ReadAttributes(opened) : std::optional<State>();
+        if (!state)
+            return FailedInMerge(path, errno);
+        created.push_back({path, *state});
+    }
+    return {};
+}

@@ -1,0 +1,84 @@
+#include "merge/PlacedEntry.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "installation/Installation.h"
+
+namespace {
+
+// Lines that users appended to a new QueueEntries.
+bool HasJobs(const PlacedEntry& placed) {
+    struct stat file = {};
+    return placed.name == Find(Item::QueueEntries).path &&
+           fstatat(placed.holder->Slots(), placed.slot.c_str(), &file, AT_SYMLINK_NOFOLLOW) == 0 &&
+           S_ISREG(file.st_mode) && file.st_size > 0;
+}
+
+void RemoveIfSame(int directory, const std::string& path, const State& created) {
+    const size_t slash = path.rfind('/');
+    const std::string name = path.substr(slash + 1);
+    const Descriptor parent = OpenDirectory(directory, path.substr(0, slash));
+    const Descriptor entry = parent ? OpenEntry(parent.Number(), name) : Descriptor();
+    const std::optional<State> found = entry ? ReadAttributes(entry) : std::nullopt;
+    if (found && found->IsSameInode(created)) {
+        unlinkat(parent.Number(), name.c_str(),
+                 found->kind == State::Kind::Directory ? AT_REMOVEDIR : 0);
+    }
+}
+
+// Removes from the slot what the merge created, children before their parents. A directory where
+// others put something goes back.
+void EmptySlot(const PlacedEntry& placed) {
+    for (size_t i = placed.created.size(); i-- > 1;) {
+        const std::string below = placed.created[i].path.substr(placed.created.front().path.size());
+        RemoveIfSame(placed.holder->Slots(), placed.slot + below, placed.created[i].state);
+    }
+    if (HasJobs(placed))
+        placed.holder->MoveBack(placed.slot);
+    else
+        placed.holder->Discard(placed.slot);
+}
+
+// What was there is in the slot.
+void ExchangeBack(PlacedEntry& placed) {
+    const Placed result =
+        ExchangeOrMove(placed.holder->Slots(), placed.slot, placed.Parent(), placed.name);
+    if (result == Placed::Failed) {
+        WarnNotRestored(placed.Path(), errno);
+        return;
+    }
+    placed.isReplacing = false;
+    if (result == Placed::Exchanged)
+        EmptySlot(placed);
+}
+
+}  // namespace
+
+void TakeBack(PlacedEntry& placed) {
+    if (placed.isReplacing) {
+        ExchangeBack(placed);
+        return;
+    }
+    int error = MoveToFreeName(placed.Parent(), placed.name, placed.holder->Slots(), placed.slot);
+    const bool isTaken = error == 0;
+    if (error == ENOENT)
+        error = 0;
+    if (error == 0 && !placed.aside.empty())
+        error = MoveToFreeName(placed.Parent(), placed.aside, placed.Parent(), placed.name);
+    if (error != 0)
+        WarnNotRestored(placed.Path(), error);
+    if (isTaken)
+        EmptySlot(placed);
+}
+
+void WarnNotRestored(const std::string& path, int error) {
+    ReportWarning({ExitStatus::Complete,
+                   QStringLiteral("cannot restore \"%1\": %2")
+                       .arg(QString::fromStdString(path), QString::fromUtf8(std::strerror(error))),
+                   QStringLiteral("Inspect it.")});
+}

@@ -1,0 +1,281 @@
+#include "merge/PrivateDirectory.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/random.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <vector>
+
+#include "installation/Installation.h"
+#include "merge/Acl.h"
+#include "merge/MergePaths.h"
+
+namespace {
+
+// Names in a private directory. Another directory of root's that a user renames like one is
+// recognized by other names in it, and stays untouched.
+constexpr const char* incompleteName = "corvane26_incomplete";
+constexpr std::string_view slotPrefix = "corvane26_slot.";
+
+constexpr int mostTries = 100;
+constexpr int mostPrivateNames = 1000;  // a user who is faster can take many
+
+std::string_view NamePrefix() {
+    const std::string_view path = Find(Item::PrivateDirectory).path;
+    return path.substr(0, path.size() - randomPart.size());
+}
+
+bool HasPrivateName(const std::string& name) {
+    return name.size() == NamePrefix().size() + randomPart.size() && name.starts_with(NamePrefix());
+}
+
+std::string RandomPrivateName() {
+    static constexpr std::string_view letters = "abcdefghijklmnopqrstuvwxyz0123456789";
+    std::array<unsigned char, randomPart.size()> bytes = {};
+    std::string name(NamePrefix());
+    if (getrandom(bytes.data(), bytes.size(), 0) != static_cast<ssize_t>(bytes.size()))
+        return {};
+    for (const unsigned char byte : bytes)
+        name += letters[byte % letters.size()];
+    return name;
+}
+
+Descriptor OpenForListing(int directory, const std::string& name) {
+    return Descriptor(openat(directory, name.c_str(),
+                             O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+}
+
+// Empty with errno set when the names cannot be read.
+std::vector<std::string> ListNames(int directory) {
+    std::vector<std::string> names;
+    const Descriptor opened = OpenForListing(directory, ".");
+    if (!opened)
+        return names;
+    DIR* stream = fdopendir(fcntl(opened.Number(), F_DUPFD_CLOEXEC, 0));
+    if (stream == nullptr)
+        return names;
+    errno = 0;
+    while (const dirent* entry = readdir(stream)) {
+        const std::string name = entry->d_name;
+        if (name != "." && name != "..")
+            names.push_back(name);
+    }
+    const int error = errno;
+    closedir(stream);
+    errno = error;
+    return names;
+}
+
+bool IsPrivate(const Descriptor& directory) {
+    const std::optional<State> state = ReadAttributes(directory);
+    return state && state->kind == State::Kind::Directory && state->owner == 0 &&
+           state->mode == Find(Item::PrivateDirectory).rootMode;
+}
+
+// Removes an empty directory of `parent`, which another user may have renamed.
+void RemoveEmptyDirectory(int parent, const Descriptor& directory) {
+    const std::optional<State> wanted = ReadAttributes(directory);
+    for (const std::string& name : ListNames(parent)) {
+        const Descriptor entry = OpenEntry(parent, name, O_DIRECTORY);
+        const std::optional<State> found = entry ? ReadAttributes(entry) : std::nullopt;
+        if (wanted && found && found->IsSameInode(*wanted) &&
+            unlinkat(parent, name.c_str(), AT_REMOVEDIR) == 0)
+            return;
+    }
+}
+
+// "corvane26_slot.3.resources" is of an entry "resources".
+std::string NameOfSlot(const std::string& slot) {
+    return slot.substr(slot.find('.', slotPrefix.size()) + 1);
+}
+
+std::string DatedName(const std::string& name, int number) {
+    const std::time_t now = std::time(nullptr);
+    std::tm time = {};
+    std::array<char, 32> date = {};
+    if (localtime_r(&now, &time) != nullptr)
+        std::strftime(date.data(), date.size(), ".%Y%m%d-%H%M%S", &time);
+    return name + date.data() + (number == 0 ? "" : '-' + std::to_string(number));
+}
+
+std::string MoveBackTo(const LiveDirectory& parent, int slotDirectory, const std::string& slot) {
+    const std::string name = NameOfSlot(slot);
+    int error = EEXIST;
+    std::string dated;
+    for (int number = 0; error == EEXIST && number < mostTries; ++number) {
+        dated = DatedName(name, number);
+        error = MoveToFreeName(slotDirectory, slot, parent.descriptor.Number(), dated);
+    }
+    const QString path = QString::fromStdString(parent.path + '/' + dated);
+    if (error == 0) {
+        ReportWarning({ExitStatus::Complete,
+                       QStringLiteral("\"%1\" was replaced; what was there is now \"%2\"")
+                           .arg(QString::fromStdString(name), path),
+                       QStringLiteral("Inspect it, then remove it.")});
+        return dated;
+    }
+    ReportWarning({ExitStatus::Complete,
+                   QStringLiteral("cannot restore \"%1\": %2")
+                       .arg(path, QString::fromUtf8(std::strerror(error))),
+                   QStringLiteral("Inspect the directories \"%1\".")
+                       .arg(QLatin1String(Find(Item::PrivateDirectory).path))});
+    return {};
+}
+
+void DiscardSlot(const LiveDirectory& parent, int slotDirectory, const std::string& slot) {
+    if (unlinkat(slotDirectory, slot.c_str(), 0) == 0 || errno == ENOENT ||
+        unlinkat(slotDirectory, slot.c_str(), AT_REMOVEDIR) == 0)
+        return;
+    MoveBackTo(parent, slotDirectory, slot);
+}
+
+void CleanUpPrivate(const LiveDirectory& parent, const std::string& name) {
+    const Descriptor directory = OpenEntry(parent.descriptor.Number(), name, O_DIRECTORY);
+    if (!directory || !IsPrivate(directory))
+        return;
+    const std::vector<std::string> names = ListNames(directory.Number());
+    const bool isOurs = std::all_of(names.begin(), names.end(), [](const std::string& each) {
+        return each == incompleteName || each.starts_with(slotPrefix);
+    });
+    if (!isOurs)
+        return;
+    for (const std::string& each : names) {
+        // Jobs of users are never removed.
+        if (each == incompleteName)
+            RemovePrivateEntry(directory.Number(), each);
+        else if (NameOfSlot(each) == Find(Item::QueueEntries).path)
+            MoveBackTo(parent, directory.Number(), each);
+        else
+            DiscardSlot(parent, directory.Number(), each);
+    }
+    RemoveEmptyDirectory(parent.descriptor.Number(), directory);
+}
+
+// Without RENAME_EXCHANGE: what is there gets a second name there, before the entry of
+// the slot replaces it. Directories cannot have one.
+bool ReplaceByRename(int slotDirectory, const std::string& slot, int directory,
+                     const std::string& name) {
+    const std::string former = slot + ".former";
+    if (linkat(directory, name.c_str(), slotDirectory, former.c_str(), 0) != 0) {
+        if (errno == EPERM)
+            errno = EISDIR;
+        return false;
+    }
+    if (renameat(slotDirectory, slot.c_str(), directory, name.c_str()) == 0)
+        return renameat(slotDirectory, former.c_str(), slotDirectory, slot.c_str()) == 0;
+    const int error = errno;
+    unlinkat(slotDirectory, former.c_str(), 0);
+    errno = error;
+    return false;
+}
+
+bool CannotRenameWithFlags() {
+    return errno == EINVAL || errno == ENOSYS;
+}
+
+}  // namespace
+
+int MoveToFreeName(int fromDirectory, const std::string& from, int toDirectory,
+                   const std::string& to) {
+    if (renameat2(fromDirectory, from.c_str(), toDirectory, to.c_str(), RENAME_NOREPLACE) == 0)
+        return 0;
+    if (!CannotRenameWithFlags())
+        return errno;
+    if (linkat(fromDirectory, from.c_str(), toDirectory, to.c_str(), 0) == 0)
+        return unlinkat(fromDirectory, from.c_str(), 0) == 0 ? 0 : errno;
+    // A directory replaces at most an empty one.
+    if (errno == EPERM && renameat(fromDirectory, from.c_str(), toDirectory, to.c_str()) == 0)
+        return 0;
+    return errno == ENOTEMPTY || errno == ENOTDIR ? EEXIST : errno;
+}
+
+Placed ExchangeOrMove(int slotDirectory, const std::string& slot, int directory,
+                      const std::string& name) {
+    for (int tries = 0; tries < mostTries; ++tries) {
+        if (renameat2(slotDirectory, slot.c_str(), directory, name.c_str(), RENAME_EXCHANGE) == 0 ||
+            (CannotRenameWithFlags() && ReplaceByRename(slotDirectory, slot, directory, name)))
+            return Placed::Exchanged;
+        if (errno != ENOENT)
+            return Placed::Failed;
+        const int error = MoveToFreeName(slotDirectory, slot, directory, name);
+        if (error == 0)
+            return Placed::Free;
+        errno = error;
+        if (error != EEXIST)
+            return Placed::Failed;
+    }
+    return Placed::Failed;
+}
+
+void RemovePrivateEntry(int directory, const std::string& name) {
+    if (unlinkat(directory, name.c_str(), 0) == 0)
+        return;
+    const Descriptor opened = OpenForListing(directory, name);
+    if (!opened)
+        return;
+    for (const std::string& each : ListNames(opened.Number()))
+        RemovePrivateEntry(opened.Number(), each);
+    unlinkat(directory, name.c_str(), AT_REMOVEDIR);
+}
+
+PrivateDirectory::PrivateDirectory(DirectoryPointer parent, Descriptor directory)
+    : m_parent(std::move(parent)), m_directory(std::move(directory)) {}
+
+Failure PrivateDirectory::Create(DirectoryPointer parent,
+                                 std::unique_ptr<PrivateDirectory>& created) {
+    const mode_t mode = Find(Item::PrivateDirectory).rootMode;
+    const int where = parent->descriptor.Number();
+    errno = EEXIST;
+    for (int tries = 0; tries < mostPrivateNames; ++tries) {
+        const std::string name = RandomPrivateName();
+        if (name.empty() || (mkdirat(where, name.c_str(), mode) != 0 && errno != EEXIST))
+            return FailedInMerge(parent->path, errno);
+        // By now another user may have replaced it.
+        Descriptor directory = OpenEntry(where, name, O_DIRECTORY);
+        errno = 0;
+        if (!directory || !IsPrivate(directory) || !ListNames(directory.Number()).empty() ||
+            errno != 0)
+            continue;
+        created.reset(new PrivateDirectory(parent, std::move(directory)));
+        if (mkdirat(created->Slots(), incompleteName, mode) != 0)
+            return FailedInMerge(parent->path, errno);
+        created->m_incomplete = OpenForListing(created->Slots(), incompleteName);
+        if (created->m_incomplete)
+            return {};
+        return FailedInMerge(parent->path, errno);
+    }
+    return RefusedInMerge(parent->path, "changes all the time");
+}
+
+PrivateDirectory::~PrivateDirectory() {
+    RemovePrivateEntry(m_directory.Number(), incompleteName);
+    RemoveEmptyDirectory(m_parent->descriptor.Number(), m_directory);
+}
+
+std::string PrivateDirectory::NewSlot(const std::string& name) {
+    constexpr size_t longestName = 200;  // leaves space for the prefix and the date
+    return std::string(slotPrefix) + std::to_string(++m_slots) + '.' + name.substr(0, longestName);
+}
+
+void PrivateDirectory::Discard(const std::string& slot) {
+    DiscardSlot(*m_parent, m_directory.Number(), slot);
+}
+
+std::string PrivateDirectory::MoveBack(const std::string& slot) {
+    return MoveBackTo(*m_parent, m_directory.Number(), slot);
+}
+
+void PrivateDirectory::CleanUp(const DirectoryPointer& parent) {
+    for (const std::string& name : ListNames(parent->descriptor.Number())) {
+        if (HasPrivateName(name))
+            CleanUpPrivate(*parent, name);
+    }
+}

@@ -1,0 +1,165 @@
+#include "merge/Services.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <set>
+#include <sstream>
+
+#include "commit/EarlierServices.h"
+#include "merge/Tool.h"
+
+namespace {
+
+constexpr const char* unitSuffix = ".service";
+constexpr const char* isActive = "active";
+constexpr const char* isInactive = "inactive";
+
+// False, with errno set, on failure.
+bool ReadCalls(const Descriptor& file, std::set<std::string>& calls) {
+    std::string text;
+    std::array<char, 4096> block = {};
+    ssize_t length = 0;
+    do {
+        length = pread(file.Number(), block.data(), block.size(), static_cast<off_t>(text.size()));
+        text.append(block.data(), static_cast<size_t>(std::max<ssize_t>(length, 0)));
+    } while (length > 0);
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);)
+        calls.insert(line);
+    return length == 0;
+}
+
+// The name for the tool that controls the service.
+std::string NameOf(const hx::EarlierService& service) {
+    return service.hasInitScript ? service.name : std::string(service.name) + unitSuffix;
+}
+
+const hx::EarlierService* FindEarlierService(const std::string& name) {
+    const auto* found =
+        std::find_if(hx::earlierServices.begin(), hx::earlierServices.end(),
+                     [&](const hx::EarlierService& service) { return NameOf(service) == name; });
+    return found == hx::earlierServices.end() ? nullptr : found;
+}
+
+std::vector<std::string> Command(const hx::EarlierService& service, const char* verb) {
+    if (service.hasInitScript)
+        return {"service", service.name, verb};
+    return {"systemctl", verb, NameOf(service)};
+}
+
+std::string CallOf(const std::vector<std::string>& command) {
+    return command[0] + ' ' + command[1] + ' ' + command[2];
+}
+
+// True if a running service has to be restarted.
+bool UsesChanges(const StagedMachine& staged, const Differences& differences) {
+    const std::string user = staged.serviceUser.toStdString();
+    return std::any_of(differences.paths.begin(), differences.paths.end(),
+                       [](const PathDifference& difference) {
+                           return difference.entry != nullptr && difference.entry->serviceUses;
+                       }) ||
+           std::any_of(differences.members.begin(), differences.members.end(),
+                       [&](const MemberDifference& difference) { return difference.user == user; });
+}
+
+bool CreatesUnit(const Differences& differences) {
+    return std::any_of(
+        differences.paths.begin(), differences.paths.end(), [](const PathDifference& difference) {
+            return difference.entry == &Find(Item::Unit) && difference.change == Change::Create;
+        });
+}
+
+void AddService(const StagedMachine& staged, bool alwaysRestart, Differences& differences) {
+    const QString name =
+        QString::fromLatin1(serviceUnit).chopped(static_cast<qsizetype>(std::strlen(unitSuffix)));
+    if (!staged.activeServices.contains(name)) {
+        differences.services.push_back(
+            {Change::Create, serviceUnit, CreatesUnit(differences) ? "" : isInactive, isActive});
+    } else if (alwaysRestart || UsesChanges(staged, differences)) {
+        differences.services.push_back({Change::Modify, serviceUnit, isActive, isActive});
+    }
+}
+
+bool ConcernsManager(const PathDifference& difference) {
+    const std::string unit = Find(Item::Unit).path;
+    return difference.entry == nullptr || difference.entry->kind == Kind::EarlierService ||
+           difference.path.starts_with(unit.substr(0, unit.rfind('/') + 1));
+}
+
+void ReloadManager() {
+    RunTool({"systemctl", "daemon-reload"}, Messages::Discarded);
+}
+
+void ReportFailure(const char* verb, const std::string& name, const QString& reason) {
+    const QString service = QString::fromStdString(name);
+    ReportWarning(
+        {ExitStatus::Complete,
+         QStringLiteral("cannot %1 service \"%2\": %3").arg(QLatin1String(verb), service, reason),
+         QStringLiteral("For details, run: journalctl --unit=%1").arg(service)});
+}
+
+void StartAgain(const hx::EarlierService& service) {
+    ReloadManager();
+    if (const auto reason = RunTool(Command(service, "start"), Messages::Discarded))
+        ReportFailure("start", NameOf(service), *reason);
+}
+
+}  // namespace
+
+Failure FindServiceDifferences(const StagedMachine& staged, bool alwaysRestart,
+                               Differences& differences) {
+    std::set<std::string> calls;
+    if (!ReadCalls(staged.calls, calls)) {
+        return Problem{ExitStatus::SystemCallFailed,
+                       QStringLiteral("cannot read the recorded service calls: %1")
+                           .arg(QString::fromUtf8(std::strerror(errno))),
+                       QStringLiteral("Run the setup again.")};
+    }
+    for (const hx::EarlierService& service : hx::earlierServices) {
+        if (!calls.contains(CallOf(Command(service, "stop"))))
+            continue;
+        const bool wasActive = staged.activeServices.contains(QLatin1String(service.name));
+        differences.services.push_back(
+            {Change::Delete, NameOf(service), wasActive ? isActive : isInactive, ""});
+    }
+    if (calls.contains(CallOf({"systemctl", "start", serviceUnit})) ||
+        calls.contains(CallOf({"systemctl", "restart", serviceUnit})))
+        AddService(staged, alwaysRestart, differences);
+    return {};
+}
+
+void StopEarlierServices(const Differences& differences, Undo& undo) {
+    for (const ServiceDifference& difference : differences.services) {
+        const hx::EarlierService* service = FindEarlierService(difference.name);
+        if (service == nullptr)
+            continue;
+        const bool wasActive = difference.before == isActive;
+        // Also one that is not active: the manager may be about to start it again.
+        const auto reason = RunTool(Command(*service, "stop"), Messages::Discarded);
+        if (reason && wasActive)
+            ReportFailure("stop", difference.name, *reason);
+        if (wasActive)
+            undo.Add([service] { StartAgain(*service); });
+    }
+}
+
+void StartService(const Differences& differences) {
+    // Also before every restart: the manager of a setup that was killed may have the former unit.
+    const auto isRestart = [](const ServiceDifference& service) {
+        return service.change == Change::Modify;
+    };
+    if (std::any_of(differences.paths.begin(), differences.paths.end(), ConcernsManager) ||
+        std::any_of(differences.services.begin(), differences.services.end(), isRestart))
+        ReloadManager();
+    for (const ServiceDifference& difference : differences.services) {
+        if (difference.name != serviceUnit)
+            continue;
+        const char* verb = difference.change == Change::Modify ? "restart" : "start";
+        if (const auto reason = RunTool({"systemctl", verb, serviceUnit}, Messages::Discarded))
+            ReportFailure(verb, serviceUnit, *reason);
+    }
+}

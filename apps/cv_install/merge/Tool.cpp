@@ -1,0 +1,123 @@
+#include "merge/Tool.h"
+
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/mman.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <QStringList>
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstring>
+#include <thread>
+
+#include "installation/State.h"
+
+namespace {
+
+using std::chrono::seconds;
+
+constexpr seconds longestRun(90);
+constexpr seconds longestEnd(5);
+
+// What a started program gets: no input, default dispositions of signals, and a process group,
+// which the terminal's signals do not reach and which ends with it.
+class SpawnSettings {
+public:
+    // `errors` is the descriptor that becomes stderr, or -1.
+    explicit SpawnSettings(int errors) {
+        posix_spawn_file_actions_init(&m_actions);
+        posix_spawn_file_actions_addopen(&m_actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+        posix_spawn_file_actions_addopen(&m_actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
+        if (errors == -1)
+            posix_spawn_file_actions_addopen(&m_actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
+        else
+            posix_spawn_file_actions_adddup2(&m_actions, errors, STDERR_FILENO);
+        sigset_t set;
+        posix_spawnattr_init(&m_attributes);
+        posix_spawnattr_setflags(
+            &m_attributes, POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETPGROUP);
+        sigfillset(&set);
+        posix_spawnattr_setsigdefault(&m_attributes, &set);
+        sigemptyset(&set);
+        posix_spawnattr_setsigmask(&m_attributes, &set);
+        posix_spawnattr_setpgroup(&m_attributes, 0);
+    }
+    ~SpawnSettings() {
+        posix_spawn_file_actions_destroy(&m_actions);
+        posix_spawnattr_destroy(&m_attributes);
+    }
+    SpawnSettings(const SpawnSettings&) = delete;
+    SpawnSettings& operator=(const SpawnSettings&) = delete;
+
+    const posix_spawn_file_actions_t* Actions() const { return &m_actions; }
+    const posix_spawnattr_t* Attributes() const { return &m_attributes; }
+
+private:
+    posix_spawn_file_actions_t m_actions = {};
+    posix_spawnattr_t m_attributes = {};
+};
+
+// Returns 0 and sets `process`, or returns the error number.
+int Spawn(const std::vector<std::string>& command, int errors, pid_t& process) {
+    std::vector<char*> arguments;
+    for (const std::string& word : command)
+        arguments.push_back(const_cast<char*>(word.c_str()));
+    arguments.push_back(nullptr);
+    const SpawnSettings settings(errors);
+    return posix_spawnp(&process, arguments[0], settings.Actions(), settings.Attributes(),
+                        arguments.data(), environ);
+}
+
+// Returns the status of waitpid; empty when the process is still running after the limit.
+std::optional<int> WaitForEnd(pid_t process, seconds longest) {
+    const auto deadline = std::chrono::steady_clock::now() + longest;
+    for (int status = 0;;) {
+        if (waitpid(process, &status, WNOHANG) == process)
+            return status;
+        if (std::chrono::steady_clock::now() >= deadline)
+            return {};
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+}
+
+void End(pid_t process) {
+    kill(-process, SIGTERM);
+    if (!WaitForEnd(process, longestEnd)) {
+        kill(-process, SIGKILL);
+        WaitForEnd(process, longestEnd);
+    }
+}
+
+// The lines of the file, joined; at most 1,000 bytes.
+QString ReadMessages(int file) {
+    std::array<char, 1000> text = {};
+    const ssize_t length = pread(file, text.data(), text.size(), 0);
+    const QString lines = QString::fromUtf8(text.data(), length > 0 ? length : 0);
+    return lines.split(u'\n', Qt::SkipEmptyParts).join(QStringLiteral("; "));
+}
+
+}  // namespace
+
+std::optional<QString> RunTool(const std::vector<std::string>& command, Messages messages) {
+    // In memory: a process that the tool leaves behind keeps its stderr open.
+    const Descriptor errors(messages == Messages::Shown ? memfd_create("errors", MFD_CLOEXEC) : -1);
+    pid_t process = 0;
+    if (const int error = Spawn(command, errors.Number(), process))
+        return QString::fromUtf8(std::strerror(error));
+    const std::optional<int> status = WaitForEnd(process, longestRun);
+    if (!status) {
+        End(process);
+        return QStringLiteral("the process did not end within %1 seconds").arg(longestRun.count());
+    }
+    if (*status == 0)
+        return {};
+    const QString text = ReadMessages(errors.Number());
+    if (!text.isEmpty())
+        return text;
+    return WIFSIGNALED(*status) ? QString::fromUtf8(strsignal(WTERMSIG(*status)))
+                                : QStringLiteral("exit status %1").arg(WEXITSTATUS(*status));
+}

@@ -1,0 +1,221 @@
+#include "staging/StagedRun.h"
+
+#include <sys/prctl.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <QDataStream>
+#include <QIODevice>
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "installation/Installation.h"
+#include "installation/TimeLimit.h"
+#include "staging/PrivateMounts.h"
+#include "staging/Recorder.h"
+
+namespace {
+
+constexpr size_t descriptorCount = 4;
+
+// A message holds everything but the descriptors, which go with it.
+constexpr size_t longestMessage = 65536;
+
+QByteArray Encode(const QString& impossible, const StagedMachine& staged) {
+    QByteArray message;
+    QDataStream stream(&message, QIODevice::WriteOnly);
+    stream << impossible << staged.interactive << staged.conditions << staged.installDir
+           << staged.binariesDir << staged.serviceUser << staged.serviceGroup
+           << staged.activeServices
+           << QList<std::pair<QString, QString>>(staged.values.begin(), staged.values.end())
+           << staged.missingCommands;
+    return message;
+}
+
+void Decode(const QByteArray& message, QString& impossible, StagedMachine& staged) {
+    QDataStream stream(message);
+    QList<std::pair<QString, QString>> values;
+    stream >> impossible >> staged.interactive >> staged.conditions >> staged.installDir >>
+        staged.binariesDir >> staged.serviceUser >> staged.serviceGroup >> staged.activeServices >>
+        values >> staged.missingCommands;
+    staged.values.assign(values.begin(), values.end());
+}
+
+struct Message {
+    explicit Message(QByteArray& bytes)
+        : part{.iov_base = bytes.data(), .iov_len = static_cast<size_t>(bytes.size())} {
+        header.msg_iov = &part;
+        header.msg_iovlen = 1;
+        header.msg_control = control.data();
+        header.msg_controllen = control.size();
+    }
+
+    iovec part;
+    alignas(cmsghdr) std::array<char, CMSG_SPACE(descriptorCount * sizeof(int))> control = {};
+    msghdr header = {};
+};
+
+bool Send(int socket, QByteArray bytes, const StagedMachine* staged) {
+    Message message(bytes);
+    if (staged == nullptr) {
+        message.header.msg_controllen = 0;
+    } else {
+        const int descriptors[descriptorCount] = {staged->tree.Number(), staged->etc.Number(),
+                                                  staged->bin.Number(), staged->calls.Number()};
+        cmsghdr* control = CMSG_FIRSTHDR(&message.header);
+        control->cmsg_level = SOL_SOCKET;
+        control->cmsg_type = SCM_RIGHTS;
+        control->cmsg_len = CMSG_LEN(sizeof descriptors);
+        std::memcpy(CMSG_DATA(control), descriptors, sizeof descriptors);
+    }
+    return sendmsg(socket, &message.header, MSG_NOSIGNAL) == bytes.size();
+}
+
+// Waits for the message or for the end of the sender.
+void Receive(int socket, StagedResult& result) {
+    QByteArray bytes(longestMessage, '\0');
+    Message message(bytes);
+    ssize_t length = 0;
+    do {
+        length = recvmsg(socket, &message.header, MSG_CMSG_CLOEXEC);
+    } while (length < 0 && errno == EINTR);
+    if (length <= 0)
+        return;
+    StagedMachine staged;
+    Decode(bytes.first(length), result.impossible, staged);
+    const cmsghdr* control = CMSG_FIRSTHDR(&message.header);
+    int descriptors[descriptorCount] = {};
+    if (control == nullptr || control->cmsg_len != CMSG_LEN(sizeof descriptors))
+        return;
+    std::memcpy(descriptors, CMSG_DATA(control), sizeof descriptors);
+    staged.tree = Descriptor(descriptors[0]);
+    staged.etc = Descriptor(descriptors[1]);
+    staged.bin = Descriptor(descriptors[2]);
+    staged.calls = Descriptor(descriptors[3]);
+    result.staged = std::move(staged);
+}
+
+ExitStatus RunChild(int socket, Descriptor& liveTree,
+                    const std::function<Failure(StagedMachine&)>& setup) {
+    StagedMachine staged;
+    staged.activeServices = FindActiveServices();
+    const QString impossible = PrivateMounts::Enter(liveTree, staged.activeServices);
+    if (!impossible.isEmpty()) {
+        Send(socket, Encode(impossible, staged), nullptr);
+        return ExitStatus::Complete;
+    }
+    staged.installDir = QLatin1String(sharedDirectory);
+    Failure failure;
+    {
+        const TimeLimit limit;
+        failure = PrivateMounts::Fill(liveTree, staged);
+    }
+    if (!failure)
+        failure = setup(staged);
+    if (!failure && !Send(socket, Encode({}, staged), &staged)) {
+        failure = Problem{ExitStatus::SystemCallFailed,
+                          QStringLiteral("cannot pass on the staged setup: %1")
+                              .arg(QString::fromUtf8(std::strerror(errno))),
+                          QStringLiteral("Run the setup again.")};
+    }
+    if (!failure)
+        return ExitStatus::Complete;
+    failure->changes = Changes::None;
+    Report(*failure);
+    return failure->status;
+}
+
+std::atomic<pid_t> child = 0;
+
+// The terminal's signals reach the child by themselves.
+void PassOn(int signal, siginfo_t* information, void* /*context*/) {
+    const int error = errno;
+    if (information->si_code <= 0 && child > 0)
+        kill(child, signal);
+    errno = error;
+}
+
+// Passes on signals while the object exists, except those that the caller ignores, as nohup does.
+class SignalsPassedOn {
+public:
+    SignalsPassedOn() {
+        struct sigaction action = {};
+        action.sa_sigaction = PassOn;
+        action.sa_flags = SA_SIGINFO | SA_RESTART;
+        for (size_t i = 0; i < std::size(handled); ++i) {
+            sigaction(handled[i], nullptr, &m_former[i]);
+            if (m_former[i].sa_handler != SIG_IGN)
+                sigaction(handled[i], &action, nullptr);
+        }
+    }
+    ~SignalsPassedOn() { Restore(); }
+    SignalsPassedOn(const SignalsPassedOn&) = delete;
+    SignalsPassedOn& operator=(const SignalsPassedOn&) = delete;
+
+    void Restore() const {
+        for (size_t i = 0; i < std::size(handled); ++i)
+            sigaction(handled[i], &m_former[i], nullptr);
+    }
+
+private:
+    static constexpr int handled[] = {SIGINT, SIGQUIT, SIGTERM, SIGHUP};
+    struct sigaction m_former[std::size(handled)] = {};
+};
+
+int WaitForChild() {
+    int status = 0;
+    while (waitpid(child, &status, 0) == -1 && errno == EINTR) {
+    }
+    return status;
+}
+
+}  // namespace
+
+StagedResult RunStaged(Descriptor& liveTree, const std::function<Failure(StagedMachine&)>& setup) {
+    StagedResult result;
+    int sockets[2] = {-1, -1};
+    if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, sockets) != 0) {
+        result.impossible = QString::fromUtf8(std::strerror(errno));
+        return result;
+    }
+    const Descriptor receiver(sockets[0]);
+    Descriptor sender(sockets[1]);
+    // Otherwise the child would keep the rest of the input, and print what is buffered again.
+    std::setvbuf(stdin, nullptr, _IONBF, 0);
+    std::fflush(nullptr);
+    const SignalsPassedOn whileItRuns;
+    const pid_t parent = getpid();
+    child = fork();
+    if (child == -1) {
+        result.impossible = QString::fromUtf8(std::strerror(errno));
+        return result;
+    }
+    if (child == 0) {
+        whileItRuns.Restore();
+        prctl(PR_SET_PDEATHSIG, SIGTERM);
+        if (getppid() != parent)
+            _exit(1);
+        std::exit(static_cast<int>(RunChild(sender.Number(), liveTree, setup)));
+    }
+    sender = Descriptor();
+    Receive(receiver.Number(), result);
+    const int status = WaitForChild();
+    child = 0;
+    if (WIFSIGNALED(status)) {
+        whileItRuns.Restore();
+        std::signal(WTERMSIG(status), SIG_DFL);
+        std::raise(WTERMSIG(status));
+        result.status = 128 + WTERMSIG(status);
+    } else {
+        result.status = WEXITSTATUS(status);
+    }
+    if (result.status != 0)
+        result.staged.reset();
+    return result;
+}

@@ -1,0 +1,25 @@
+// Runs a setup in a child process with a private view of the machine.
+#pragma once
+
+#include <functional>
+#include <optional>
+
+#include "Problem.h"
+#include "installation/StagedMachine.h"
+
+// How the child process ended.
+struct StagedResult {
+    // The child's status. It has reported its failure itself.
+    int status = 0;
+    // What the setup made; empty when it failed.
+    std::optional<StagedMachine> staged;
+    // Why a private view is impossible here; the child did nothing else. Empty otherwise.
+    QString impossible;
+};
+
+// Forks. The child enters the private view and calls `setup`, which completes its argument or
+// fails; the parent waits. A signal that asks this process to end goes to the child, whose end
+// it waits for; when the child is terminated by a signal, this process is too. When this process
+// is killed, the child gets SIGTERM. The process must have one thread. `liveTree` is the install
+// directory, or invalid when it does not exist.
+StagedResult RunStaged(Descriptor& liveTree, const std::function<Failure(StagedMachine&)>& setup);

@@ -1,0 +1,586 @@
+// What a setup changes: the comparison of staged and live machine, the report, and the JSON.
+#include "report/Report.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+
+#include <csignal>
+#include <sstream>
+
+#include "apps/RootSetup.h"
+#include "harness/Child.h"
+#include "harness/Expect.h"
+#include "harness/TempDir.h"
+#include "machine/ThrowawayRoot.h"
+
+namespace {
+
+using hx_test::ExpectHolds;
+using hx_test::ProcessResult;
+using hx_test::RunInChild;
+using hx_test::TempDir;
+using Lines = std::vector<std::string>;
+
+constexpr unsigned serviceMachine = AsRoot | WithoutClusterNode;
+constexpr uid_t createdAccount = 4001;
+constexpr uid_t recordedAccount = 4002;
+
+Descriptor Open(const std::string& directory) {
+    return Descriptor(open(directory.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+}
+
+std::string Text(const State& state) {
+    static const std::map<State::Kind, const char*> kinds = {{State::Kind::Missing, "missing"},
+                                                             {State::Kind::File, "file"},
+                                                             {State::Kind::Directory, "directory"},
+                                                             {State::Kind::Link, "link"},
+                                                             {State::Kind::Special, "special"}};
+    std::ostringstream text;
+    text << kinds.at(state.kind) << ' ' << std::oct << state.mode << std::dec << ' ' << state.owner
+         << ':' << state.group;
+    return text.str() + (state.target.empty() ? "" : " to " + state.target);
+}
+
+// "+ PATH STATE", "- PATH", or "PATH STATE -> STATE", with " content" when it differs. "*" follows
+// the path of a row of the installation table.
+std::string Text(const PathDifference& difference) {
+    const std::string path = difference.path + (difference.entry == nullptr ? " " : "* ");
+    if (difference.change == Change::Create)
+        return "+ " + path + Text(difference.after);
+    if (difference.change == Change::Delete)
+        return "- " + path;
+    const bool differs = difference.before.digest != difference.after.digest;
+    std::string text = path + Text(difference.before) + " -> " + Text(difference.after) +
+                       (differs ? " content" : "");
+    for (const std::string& line : difference.changedLines)
+        text += ", " + line;
+    return text;
+}
+
+// Two equal trees, empty layers, and part of a live /etc. The tmpfs is not a layer of an overlay,
+// so that deletions of an overlay can be created in it.
+constexpr const char* layOut = R"(
+    mountpoint -q /srv || mount -t tmpfs tmpfs /srv
+    cd /srv && umount live/pages_mount 2> /dev/null; rm -rf /srv/* /etc/hx; cd /srv
+    mkdir staged etc bin && cd staged
+    mkdir -p corvanerc/corvane26 corvanerc/corvane26server/resources/js qchemrc
+    mkdir corvanerc/corvane26server/icons
+    echo a > corvanerc/corvane26server/resources/a.html
+    echo b > corvanerc/corvane26server/resources/js/b.js
+    for file in corvane26 corvane26_snapshot QueueEntries QueueLimits; do echo $file > $file; done
+    chmod 775 corvane26; chmod 666 QueueEntries
+    chown -R 4001:4001 .; chown 0:0 qchemrc
+    cp -a ../staged ../live
+    mkdir -p /etc/hx/full/below && echo a > /etc/hx/a && echo b > /etc/hx/full/below/b
+)";
+
+// The differences as lines, and the text of a failure.
+Lines Found(unsigned conditions, int liveTree) {
+    StagedMachine staged;
+    staged.tree = Open("/srv/staged");
+    staged.etc = Open("/srv/etc");
+    staged.bin = Open("/srv/bin");
+    staged.conditions = conditions;
+    staged.installDir = "/T";
+    Differences differences;
+    const Failure failure = FindPathDifferences(staged, liveTree, recordedAccount, differences);
+    Lines lines;
+    for (const PathDifference& difference : differences.paths)
+        lines.push_back(Text(difference));
+    if (failure) {
+        EXPECT_EQ(failure->status, ExitStatus::TreeRefused);
+        EXPECT_NE(failure->remedy, "");
+        return {failure->text.toStdString()};
+    }
+    return lines;
+}
+
+struct TreeCase {
+    std::string command;  // in /srv
+    Lines expected;
+    unsigned conditions = serviceMachine;
+};
+
+void ExpectDifferences(const std::vector<TreeCase>& cases) {
+    HX_EXPECT_SCENARIO([&] {
+        for (const auto& [command, expected, conditions] : cases) {
+            SCOPED_TRACE(command);
+            Shell(layOut);
+            EXPECT_EQ(Shell("cd /srv && (" + command + ") 2>&1 || echo failed"), "");
+            const Descriptor live = Open("/srv/live");
+            EXPECT_EQ(Found(conditions, live.Number()), expected);
+        }
+        Shell("umount -l /srv/live/corvanerc/corvane26server/icons");
+    });
+}
+
+TEST(PathDifferences, FindsChangedFiles) {
+    HX_REQUIRE_THROWAWAY_ROOT();
+    const std::string was = "/T/corvane26* file 775 4001:4001 -> ";
+    const std::string limits = "/T/QueueLimits* file ";
+    const std::string runScript = " -> file 775 4001:4001";
+    ExpectDifferences({
+        {":", {}},
+        {"echo new > live/unknown; mkdir staged/unknown; touch live/QueueLimits", {}},
+        {"echo new > staged/corvane26", {was + "file 775 4001:4001 content"}},
+        {"chmod 755 staged/corvane26", {was + "file 755 4001:4001"}},
+        {"chown 4001:4003 staged/corvane26", {was + "file 775 4001:4003"}},
+        {"rm live/corvane26", {"+ /T/corvane26* file 775 4001:4001"}},
+        // Root does not read what other users cannot read.
+        {"chmod 770 live/corvane26 staged/corvane26",
+         {"/T/corvane26* file 770 4001:4001 -> file 770 4001:4001 content"}},
+        {"truncate -s 1T live/corvane26", {was + "file 775 4001:4001 content"}},
+        // Nothing waits for a FIFO's writer or follows a link.
+        {"rm live/corvane26; mkfifo -m 666 live/corvane26",
+         {"/T/corvane26* special 666 0:0" + runScript + " content"}},
+        {"rm live/corvane26; ln -s ../staged/corvane26 live/corvane26",
+         {"/T/corvane26* link 0 0:0 to ../staged/corvane26" + runScript + " content"}},
+        {"rm live/corvane26; mkdir live/corvane26",
+         {"/T/corvane26* directory 755 0:0" + runScript + " content"}},
+        {"printf 'maxthreads: 8\\nScratch:\t/tmp\\nThreadsPerMolecule: 4\\nX: 1\\n' > "
+         "live/QueueLimits; printf 'MaxThreads: 12\\nScratch: /tmp\\n' > staged/QueueLimits",
+         {limits + "644 4001:4001 -> file 644 4001:4001 content, MaxThreads: 8 -> 12, "
+                   "ThreadsPerMolecule: 4 -> none"}},
+        {"echo 'MaxThreads: secret' > live/QueueLimits; chmod 660 live/QueueLimits",
+         {limits + "660 4001:4001 -> file 644 4001:4001 content"}},
+        {"touch staged/corvane26_ssh", {}},
+        {"touch staged/corvane26_ssh",
+         {"+ /T/corvane26_ssh* file 644 0:0"},
+         serviceMachine | WithSubmissionScripts},
+    });
+}
+
+TEST(PathDifferences, KeepsQueueEntriesOfEarlierSetup) {
+    HX_REQUIRE_THROWAWAY_ROOT();
+    const std::string now = " -> file 666 4001:4001";
+    ExpectDifferences({
+        {"echo job >> live/QueueEntries", {}},
+        {"chown 4002:4002 live/QueueEntries", {}},
+        {"chmod 644 live/QueueEntries", {"/T/QueueEntries* file 644 4001:4001" + now}},
+        {"chown 4002:4002 live/QueueEntries; chmod 604 live/QueueEntries",
+         {"/T/QueueEntries* file 604 4002:4002 -> file 666 4002:4002"}},
+        {"chmod 660 live/QueueEntries", {"/T/QueueEntries* file 660 4001:4001" + now}},
+        {"chown 4003:4001 live/QueueEntries", {"/T/QueueEntries* file 666 4003:4001" + now}},
+        {"ln live/QueueEntries key", {"/T/QueueEntries* file 666 4001:4001" + now}},
+        {"rm live/QueueEntries; mkfifo -m 666 live/QueueEntries",
+         {"/T/QueueEntries* special 666 0:0" + now}},
+        {"rm live/QueueEntries", {"+ /T/QueueEntries* file 666 4001:4001"}},
+    });
+}
+
+TEST(PathDifferences, FindsDirectoriesAndPages) {
+    HX_REQUIRE_THROWAWAY_ROOT();
+    const std::string server = "/T/corvanerc/corvane26server";
+    const std::string pages = server + "/resources";
+    const std::string link =
+        "ln -s earlier staged/corvanerc/corvane26server/"
+        "CorvaneServerRepository; ";
+    ExpectDifferences({
+        {"chmod 700 live/corvanerc; chgrp 4003 live/qchemrc", {}},
+        {"chmod 705 live/corvanerc; chown 0:0 live/corvanerc; chown 4002 live/corvanerc/corvane26",
+         {"/T/corvanerc* directory 705 0:0 -> directory 705 4001:4001",
+          "/T/corvanerc/corvane26* directory 755 4002:4001 -> directory 755 4001:4001"}},
+        {"rm -r live/corvanerc",
+         {"+ /T/corvanerc* directory 755 4001:4001",
+          "+ /T/corvanerc/corvane26* directory 755 4001:4001",
+          "+ " + server + "* directory 755 4001:4001", "+ " + pages + "* directory 755 4001:4001",
+          "+ " + pages + "/a.html* file 644 4001:4001",
+          "+ " + pages + "/js* directory 755 4001:4001",
+          "+ " + pages + "/js/b.js* file 644 4001:4001",
+          "+ " + server + "/icons* directory 755 4001:4001"}},
+        {"cd live/corvanerc/corvane26server/resources; echo own > a.html; rm js/b.js; mkfifo f;"
+         "ln -s /etc link; chown -h 4001:4001 link",
+         {}},
+        {"cd live/corvanerc/corvane26server/resources; chown 0:0 . js/b.js; ln -s /etc link",
+         {pages + "* directory 755 0:0 -> directory 755 4001:4001",
+          pages + "/js/b.js* file 644 0:0 -> file 644 4001:4001",
+          pages + "/link* link 0 0:0 to /etc -> link 0 4001:4001 to /etc"}},
+        {link, {"+ " + server + "/CorvaneServerRepository* link 0 0:0 to earlier"}},
+        {link + "mkdir live/corvanerc/corvane26server/CorvaneServerRepository", {}},
+        {"rm -r live/corvanerc/corvane26server/*", {}, AsRoot},
+    });
+}
+
+TEST(PathDifferences, CreatesAllInNewTree) {
+    HX_REQUIRE_THROWAWAY_ROOT();
+    HX_EXPECT_SCENARIO([] {
+        Shell(layOut);
+        const Lines expected = {"+ /T* directory 755 4001:4001",
+                                "+ /T/corvanerc* directory 755 4001:4001",
+                                "+ /T/corvanerc/corvane26* directory 755 4001:4001",
+                                "+ /T/corvanerc/corvane26server* directory 755 4001:4001",
+                                "+ /T/corvane26* file 775 4001:4001",
+                                "+ /T/corvane26_snapshot* file 644 4001:4001",
+                                "+ /T/QueueEntries* file 666 4001:4001",
+                                "+ /T/QueueLimits* file 644 4001:4001",
+                                "+ /T/qchemrc* directory 755 0:0"};
+        EXPECT_EQ(Found(AsRoot, -1), expected);
+    });
+}
+
+TEST(PathDifferences, RefusesUnsafeDirectories) {
+    HX_REQUIRE_THROWAWAY_ROOT();
+    const std::string server = "/T/corvanerc/corvane26server";
+    const std::string below = "cd live/corvanerc/corvane26server/icons; ";
+    const std::string tooMany = "too many files or levels of directories in directory \"" + server;
+    ExpectDifferences({
+        {"cd live/corvanerc; rmdir corvane26; ln -s /etc corvane26",
+         {"\"/T/corvanerc/corvane26\" is not a directory"}},
+        {"cd live/corvanerc/corvane26server; rmdir icons; mkfifo icons",
+         {"\"" + server + "/icons\" is not a directory"}},
+        {"chown 4003 live/corvanerc", {"directory \"/T/corvanerc\" is owned by another user"}},
+        {"chown 4002 live/qchemrc", {"directory \"/T/qchemrc\" is owned by another user"}},
+        {"chown 0 live/corvanerc; chmod 750 live/corvanerc",
+         {"other users cannot read directory \"/T/corvanerc\""}},
+        {below + "chmod 750 .", {"other users cannot read directory \"" + server + "/icons\""}},
+        {below + "mkdir -m 700 a",
+         {"other users cannot read directory \"" + server + "/icons/a\""}},
+        {below + "seq 100001 | xargs touch", {tooMany + "/icons\""}},
+        {below + "for i in $(seq 64); do mkdir d; chown 4001:4001 d; cd d; done",
+         {tooMany + "/icons" +
+          [] {
+              std::string path;
+              for (int i = 0; i < 64; ++i)
+                  path += "/d";
+              return path;
+          }() +
+          "\""}},
+        {below + "mkdir m; mount -t tmpfs tmpfs m",
+         {"\"" + server + "/icons/m\" is a mount point"}},
+    });
+}
+
+TEST(PathDifferences, FindsChangesInLayers) {
+    HX_REQUIRE_THROWAWAY_ROOT();
+    const std::string wants = "/etc/systemd/system/multi-user.target.wants";
+    const std::string unit = "/etc/systemd/system/corvane24_service.service";
+    ExpectDifferences({
+        // Copied, unchanged.
+        {"cp -a /etc/hx etc/hx; mkdir -p etc/systemd/system", {}},
+        {"for file in passwd passwd- shadow group- gshadow .pwd.lock subuid subuid- subgid subgid-;"
+         "do echo hash > etc/$file; done",
+         {}},
+        {"mkdir etc/hx; echo new > etc/hx/a; mkdir -m 700 etc/hx/full; ln -s a etc/hx/b;"
+         "echo private > etc/hx/c; chmod 600 etc/hx/c",
+         {"/etc/hx/a file 644 0:0 -> file 644 0:0 content", "+ /etc/hx/b link 0 0:0 to a",
+          "+ /etc/hx/c file 600 0:0", "/etc/hx/full directory 755 0:0 -> directory 700 0:0"}},
+        {"mkdir etc/hx; ln -s a etc/hx/link; ln -s b /etc/hx/link",
+         {"/etc/hx/link link 0 0:0 to b -> link 0 0:0 to a"}},
+        {"mkdir -p etc/new/below; touch etc/new/below/file",
+         {"+ /etc/new directory 755 0:0", "+ /etc/new/below directory 755 0:0",
+          "+ /etc/new/below/file file 644 0:0"}},
+        // Deletions: of a file, a directory, and of nothing.
+        {"mkdir etc/hx; mknod etc/hx/a c 0 0", {"- /etc/hx/a "}},
+        {"mkdir etc/hx; mknod etc/hx/full c 0 0; mknod etc/hx/none c 0 0",
+         {"- /etc/hx/full/below/b ", "- /etc/hx/full/below ", "- /etc/hx/full "}},
+        {"mkdir etc/hx; echo new > etc/hx/a; echo new > etc/hx/c;"
+         "python3 -c 'import os; os.setxattr(\"etc/hx\", \"trusted.overlay.opaque\", b\"y\")'",
+         {"- /etc/hx/full/below/b ", "- /etc/hx/full/below ", "- /etc/hx/full ",
+          "/etc/hx/a file 644 0:0 -> file 644 0:0 content", "+ /etc/hx/c file 644 0:0"}},
+        {"mkdir etc/hx; echo file > etc/hx/full; mkdir etc/hx/a; touch etc/hx/a/b",
+         {"/etc/hx/a file 644 0:0 -> directory 755 0:0 content", "+ /etc/hx/a/b file 644 0:0",
+          "- /etc/hx/full/below/b ", "- /etc/hx/full/below ",
+          "/etc/hx/full directory 755 0:0 -> file 644 0:0 content"}},
+        {"rm -f /usr/bin/corvane26; ln -s /T/corvane26 bin/corvane26; mkdir -p " + wants +
+             " etc/systemd/system; touch " + unit + "; mknod ." + unit + " c 0 0",
+         {"- " + unit + "* ", "+ /usr/bin/corvane26* link 0 0:0 to /T/corvane26"}},
+    });
+}
+
+// Calls `body` in a child, without rights that the test does not have, for its output.
+ProcessResult Output(const std::function<void()>& body) {
+    return RunInChild({}, body);
+}
+
+AccountDifference Group() {
+    AccountDifference group;
+    group.isGroup = true;
+    group.name = "corvsrvc";
+    group.gid = createdAccount;
+    return group;
+}
+
+AccountDifference User() {
+    AccountDifference user;
+    user.name = "corvsrvc";
+    user.uid = user.gid = createdAccount;
+    user.comment = accountComment;
+    user.home = "/nonexistent";
+    user.shell = "/usr/sbin/nologin";
+    return user;
+}
+
+State StateOf(State::Kind kind, mode_t mode, uid_t owner, const std::string& content = {}) {
+    State state;
+    state.kind = kind;
+    state.mode = mode;
+    state.owner = state.group = owner;
+    (kind == State::Kind::Link ? state.target : state.digest) = content;
+    return state;
+}
+
+// Every row of the table that a setup of a machine without Corvane creates, and 40 web pages.
+Differences FirstSetup() {
+    Differences differences;
+    differences.accounts = {Group(), User()};
+    differences.members = {{Change::Create, "anna", "corvsrvc"},
+                           {Change::Create, "bo", "corvsrvc"}};
+    for (const Entry& entry : Entries()) {
+        const bool isKept = entry.item >= Item::CommitScript;
+        if (!Applies(entry, serviceMachine) || isKept || entry.kind == Kind::Group ||
+            entry.kind == Kind::User)
+            continue;
+        const std::string path = PathOf(entry, sharedDirectory);
+        const auto kind = entry.kind == Kind::Directory ? State::Kind::Directory
+                          : entry.kind == Kind::Link    ? State::Kind::Link
+                                                        : State::Kind::File;
+        differences.paths.push_back(
+            {Change::Create, path, State(), StateOf(kind, entry.rootMode, 0, "x"), &entry});
+        for (int page = 0; entry.ownsAllBelow && page < 20; ++page) {
+            differences.paths.push_back({Change::Create, path + "/" + std::to_string(page), State(),
+                                         StateOf(State::Kind::File, 0644, createdAccount, "x"),
+                                         &entry});
+        }
+    }
+    differences.services = {{Change::Create, serviceUnit, "", "active"}};
+    return differences;
+}
+
+TEST(Report, FitsScreenForFirstSetup) {
+    const auto result = Output([] {
+        StagedMachine staged;
+        staged.installDir = sharedDirectory;
+        staged.values = {{"Job limit", "8"},
+                         {"Memory per thread", "1024 MB"},
+                         {"Scratch directory", "/tmp"},
+                         {"Scratch per thread", "10 GB"},
+                         {"Queue", "internal"},
+                         {"Service account", "corvsrvc:corvsrvc"}};
+        PrintReport(staged, FirstSetup());
+    });
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.out, R"(Values in use:
+  Job limit:          8
+  Memory per thread:  1024 MB
+  Scratch directory:  /tmp
+  Scratch per thread: 10 GB
+  Queue:              internal
+  Service account:    corvsrvc:corvsrvc
+Changes (relative paths are in /var/corvane):
+  Accounts     create group corvsrvc (GID 4001)
+               create user corvsrvc (UID 4001, shell /usr/sbin/nologin)
+  Members      add to corvsrvc: anna, bo
+  Directories  create /var/corvane, corvanerc, corvanerc/corvane26,
+                 corvanerc/corvane26server, qchemrc, /etc/corvane26
+  Files        create corvane26, corvane26_snapshot, QueueEntries, QueueLimits,
+                 qchemrc/qchemrc, qchemrc/qcscratch, corvane26_service.service,
+                 /usr/bin/corvane26_service_script,
+                 /etc/systemd/system/corvane26_service.service,
+                 /etc/corvane26/service
+               create 42 web pages
+  Links        create /usr/bin/corvane26, /usr/bin/corvane26_snapshot,
+                 /etc/systemd/system/multi-user.target.wants/corvane26_service.service
+  Services     start corvane26_service.service
+)");
+    EXPECT_LE(std::count(result.out.begin(), result.out.end(), '\n'), 24);
+}
+
+TEST(Report, ShowsOldAndNewValues) {
+    const auto file = [](mode_t mode, uid_t owner, const char* digest) {
+        return StateOf(State::Kind::File, mode, owner, digest);
+    };
+    Differences differences;
+    differences.accounts = {Group(), User()};
+    differences.members = {{Change::Delete, "bo", "corvsrvc"}};
+    const Entry& script = Find(Item::RunScript);
+    const auto pages = std::find_if(Entries().begin(), Entries().end(),
+                                    [](const Entry& entry) { return entry.ownsAllBelow; });
+    differences.paths = {
+        {Change::Modify, "/T/pages/a", file(0644, 0, ""), file(0644, createdAccount, ""), &*pages},
+        {Change::Modify, "/T/corvane26", file(0755, 0, ""), file(0775, createdAccount, "b"),
+         &script},
+        {Change::Modify,
+         "/T/QueueLimits",
+         file(0664, 0, "a"),
+         file(0664, 0, "b"),
+         nullptr,
+         {"MaxThreads: 8 -> 12", "ThreadsPerMolecule: 4 -> none"}},
+        {Change::Modify, "/etc/a", StateOf(State::Kind::Special, 0600, 0), file(0600, 0, ""),
+         nullptr},
+        {Change::Modify, "/etc/b", StateOf(State::Kind::Link, 0, 0, "/old"),
+         StateOf(State::Kind::Link, 0, 0, "/new"), nullptr},
+        {Change::Create, "/T/c", {}, StateOf(State::Kind::Link, 0, 0, "\x1b[2J\n/etc"), nullptr},
+        {Change::Delete, "/etc/d", StateOf(State::Kind::Directory, 0755, 0), {}, nullptr},
+        {Change::Delete, "/etc/d\x1b[2J", StateOf(State::Kind::Link, 0, 0, "x"), {}, nullptr},
+    };
+    differences.services = {{Change::Delete, "corvane24_service.service", "active", ""},
+                            {Change::Modify, serviceUnit, "active", "active"}};
+    const auto result = Output([&] {
+        StagedMachine staged;
+        staged.installDir = "/T";
+        staged.values = {{"Queue", "a\x1b[2J"}};
+        PrintReport(staged, differences);
+    });
+    EXPECT_EQ(result.out, R"(Values in use:
+  Queue: a?[2J
+Changes (relative paths are in /T):
+  Accounts     create group corvsrvc (GID 4001)
+               create user corvsrvc (UID 4001, shell /usr/sbin/nologin)
+  Members      remove from corvsrvc: bo
+  Directories  delete /etc/d
+  Files        change the owner of 1 web page
+               change corvane26: content, mode 0755 -> 0775,
+                 owner root:root -> corvsrvc:corvsrvc
+               change QueueLimits: MaxThreads: 8 -> 12,
+                 ThreadsPerMolecule: 4 -> none
+               change /etc/a: special file -> file
+  Links        create c -> ?[2J?/etc
+               change /etc/b: /old -> /new
+               delete /etc/d?[2J
+  Services     stop corvane24_service.service
+               restart corvane26_service.service
+)");
+}
+
+TEST(Report, SaysThatNothingChanges) {
+    EXPECT_EQ(Output([] { PrintReport(StagedMachine(), {}); }).out, "No changes.\n");
+}
+
+// Parses both texts with another implementation.
+void ExpectSameJson(const std::string& text, const std::string& expected) {
+    const TempDir files;
+    hx_test::WriteFile(files / "text", text);
+    hx_test::WriteFile(files / "expected", expected);
+    const auto result =
+        hx_test::Run({"python3", "-c",
+                      "import json, sys\n"
+                      "text, expected = (json.load(open(p)) for p in sys.argv[1:])\n"
+                      "sys.exit(text != expected)",
+                      files / "text", files / "expected"});
+    EXPECT_EQ(result.status, 0) << result.err << text;
+}
+
+TEST(Json, DescribesEachKindOfChange) {
+    const std::string digest(64, 'a');
+    Differences differences;
+    differences.accounts = {Group(), User()};
+    differences.members = {{Change::Create, "anna", "corvsrvc"},
+                           {Change::Delete, "bo", "corvsrvc"}};
+    differences.paths = {
+        {Change::Create, "/T", {}, StateOf(State::Kind::Directory, 02775, createdAccount), nullptr},
+        {Change::Modify, "/T/a", StateOf(State::Kind::File, 0600, 0, digest),
+         StateOf(State::Kind::File, 0644, 4999, digest), nullptr},
+        {Change::Modify, "/T/\x1b\"", StateOf(State::Kind::Special, 0666, 0),
+         StateOf(State::Kind::Link, 0, 0, "/a"), nullptr},
+        {Change::Delete, "/b", StateOf(State::Kind::File, 0, 0), {}, nullptr}};
+    differences.services = {{Change::Create, "s", "", "active"},
+                            {Change::Modify, "s", "active", "active"}};
+    const TempDir files;
+    EXPECT_FALSE(WriteJson(files / "json", differences));
+    const std::string text = hx_test::ReadFile(files / "json");
+    ExpectSameJson(text, R"({"changes": [
+      {"name": "corvsrvc", "kind": "group", "change": "create", "before": null, "after": {"gid": 4001}},
+      {"name": "corvsrvc", "kind": "user", "change": "create", "before": null,
+       "after": {"uid": 4001, "gid": 4001, "comment": "Corvane Compute Service",
+                 "home": "/nonexistent", "shell": "/usr/sbin/nologin"}},
+      {"name": "anna", "kind": "member", "change": "create", "before": null,
+       "after": {"user": "anna", "group": "corvsrvc"}},
+      {"name": "bo", "kind": "member", "change": "delete",
+       "before": {"user": "bo", "group": "corvsrvc"}, "after": null},
+      {"path": "/T", "kind": "directory", "change": "create", "before": null,
+       "after": {"mode": "2775", "owner": "corvsrvc", "group": "corvsrvc", "uid": 4001, "gid": 4001}},
+      {"path": "/T/a", "kind": "file", "change": "modify",
+       "before": {"mode": "0600", "owner": "root", "group": "root", "uid": 0, "gid": 0},
+       "after": {"mode": "0644", "owner": "4999", "group": "4999", "uid": 4999, "gid": 4999,
+                 "sha256": ")" +
+                             digest + R"("}},
+      {"path": "/T/\u001b\"", "kind": "link", "change": "modify",
+       "before": {"kind": "special", "mode": "0666", "owner": "root", "group": "root",
+                  "uid": 0, "gid": 0},
+       "after": {"target": "/a", "owner": "root", "group": "root", "uid": 0, "gid": 0}},
+      {"path": "/b", "kind": "file", "change": "delete",
+       "before": {"mode": "0000", "owner": "root", "group": "root", "uid": 0, "gid": 0},
+       "after": null},
+      {"name": "s", "kind": "service", "change": "create", "before": null,
+       "after": {"state": "active"}},
+      {"name": "s", "kind": "service", "change": "modify", "before": {"state": "active"},
+       "after": {"state": "active"}}]})");
+    EXPECT_FALSE(WriteJson(files / "again", differences));
+    EXPECT_EQ(hx_test::ReadFile(files / "again"), text);
+}
+
+const std::string noChanges = "{\n    \"changes\": [\n    ]\n}\n";
+
+TEST(Json, ReplacesFile) {
+    const TempDir files;
+    hx_test::WriteFile(files / "json", "old");
+    std::filesystem::create_hard_link(files / "json", files / "other");
+    EXPECT_FALSE(WriteJson(files / "json", {}));
+    EXPECT_EQ(hx_test::ReadFile(files / "json"), noChanges);
+    EXPECT_EQ(hx_test::ReadFile(files / "other"), "old");
+    const auto inDirectory = Output([&] {
+        EXPECT_EQ(chdir(files.path().c_str()), 0);
+        EXPECT_FALSE(WriteJson("name", {}));
+    });
+    EXPECT_EQ(inDirectory.status, 0) << inDirectory.out;
+    EXPECT_EQ(hx_test::ReadFile(files / "name"), noChanges);
+    EXPECT_EQ(hx_test::Run({"ls", "-A", files.path()}).out, "json\nname\nother\n");
+}
+
+TEST(Json, ReportsFileThatCannotBeWritten) {
+    const TempDir files;
+    std::filesystem::create_symlink("target", files / "link");
+    hx_test::WriteFile(files / "target", "old");
+    std::filesystem::create_directory(files / "directory");
+    hx_test::Run({"mkfifo", files / "fifo"});
+    const struct {
+        std::string path;
+        const char* reason;
+    } cases[] = {{files / "link", "not a regular file"},
+                 {files / "directory", "not a regular file"},
+                 {files / "fifo", "No such device or address"},
+                 {files / "none/json", "No such file or directory"},
+                 {"/dev/full", "No space left on device"}};
+    for (const auto& [path, reason] : cases) {
+        const Failure failure = WriteJson(path, {});
+        ASSERT_TRUE(failure) << path;
+        EXPECT_EQ(failure->status, ExitStatus::SystemCallFailed);
+        EXPECT_EQ(failure->text.toStdString(), "cannot write \"" + path + "\": " + reason);
+        EXPECT_EQ(failure->remedy,
+                  "Use another file, or - for standard output, then run the setup again.");
+    }
+    const auto limited = Output([&] {
+        std::signal(SIGXFSZ, SIG_IGN);
+        const rlimit none = {};
+        setrlimit(RLIMIT_FSIZE, &none);
+        _exit(WriteJson(files / "json", {}) ? 0 : 1);
+    });
+    EXPECT_EQ(limited.status, 0);
+    EXPECT_EQ(hx_test::ReadFile(files / "target"), "old");
+    EXPECT_EQ(hx_test::Run({"ls", "-A", files.path()}).out, "directory\nfifo\nlink\ntarget\n");
+}
+
+TEST(Json, IsAloneOnStandardOutput) {
+    const auto reserved = Output([] {
+        std::printf("before\n");
+        ReserveStandardOutputForJson();
+        std::printf("text\n");
+        EXPECT_FALSE(WriteJson("-", {}));
+    });
+    EXPECT_EQ(reserved.out, "before\n" + noChanges);
+    EXPECT_EQ(reserved.err, "text\n");
+}
+
+TEST(Json, IsWrittenToPipe) {
+    std::array<int, 2> ends = {};
+    ASSERT_EQ(pipe2(ends.data(), O_CLOEXEC), 0);
+    const Descriptor reader(ends[0]);
+    const Descriptor writer(ends[1]);
+    EXPECT_FALSE(WriteJson("/dev/fd/" + std::to_string(writer.Number()), {}));
+    std::string text(noChanges.size() + 1, '\0');
+    text.resize(static_cast<size_t>(read(reader.Number(), text.data(), text.size())));
+    EXPECT_EQ(text, noChanges);
+}
+
+}  // namespace

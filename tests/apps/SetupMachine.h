@@ -1,0 +1,90 @@
+// A machine for complete setups as root, its state before and after, and what the bare commit
+// script makes of it. For bodies of RunInThrowawayRoot.
+#pragma once
+
+#include <sys/types.h>
+
+#include <functional>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "harness/Process.h"
+
+namespace hx_test {
+
+// A command line of a setup as root, and the answers on its standard input.
+struct SetupKind {
+    const char* name;
+    std::vector<std::string> options;
+    const char* answers = "";  // with answers, the setup is interactive
+};
+
+// Shell commands that turn the machine without Corvane into one with an earlier version: its
+// repository, its jobs and limits, and its services, of which two are active.
+extern const char* const earlierVersion;
+
+// Copies the built product to /opt/corvane26. Stand-ins for systemctl and service keep in
+// `runningServices` what is active; units are enabled by the real systemctl. Creates the users ann
+// and bob.
+void LayOutMachine();
+inline const std::string runningServices = "/run/hx_services";
+
+// Calls of the stand-ins so far, such as "systemctl daemon-reload". Clears them.
+std::vector<std::string> TakeServiceCalls();
+
+// The command line of a setup, without its answers.
+std::vector<std::string> SetupCommand(const SetupKind& kind,
+                                      const std::vector<std::string>& more = {});
+ProcessResult RunSetup(const SetupKind& kind, const std::vector<std::string>& more = {});
+
+// Lets the library write the commit script for the same answers, and runs it with bash.
+void RunBareScript(const SetupKind& kind);
+
+// What is at a path.
+struct PathState {
+    mode_t mode = 0;  // with the kind; 0: missing
+    uid_t owner = 0;
+    gid_t group = 0;
+    std::string target;  // of a link
+    std::string sha256;  // of a file, by the tool sha256sum
+    std::string times;   // of the last modification and the last change of the inode
+
+    // In one line, without the times.
+    std::string Text() const;
+};
+using MachineState = std::map<std::string, PathState>;
+
+// The state of every path that was written to since the throwaway root was made, except the log and
+// the lock of setups, and the calls of the stand-ins.
+MachineState StateOfTouchedPaths();
+
+// The state of a path before anything was written to it.
+PathState StateInCopiedRoot(const std::string& path);
+
+struct PathChange {
+    std::string path;
+    PathState before;
+    PathState after;
+};
+
+// The paths whose state or times differ.
+std::vector<PathChange> ChangesBetween(const MachineState& before, const MachineState& after);
+
+// The processes of the throwaway root except this one, as in /proc/PID/stat.
+std::vector<std::string> OtherProcesses();
+
+// What an operation that must leave nothing has left: changed paths, also only in times, and
+// processes.
+std::vector<std::string> TracesOf(const MachineState& before);
+
+// Every line of passwd, group, gshadow and shadow, without the dates of shadow.
+std::vector<std::string> AccountLines();
+
+// Runs the body in a throwaway root and returns what it returned.
+std::string ResultInRoot(const std::function<std::string()>& body);
+
+std::vector<std::string> LinesOf(const std::string& text);
+std::string JoinLines(const std::vector<std::string>& lines);
+
+}  // namespace hx_test

@@ -1,0 +1,360 @@
+// Setups as root against the bare commit script, and dry runs against the setups that follow.
+#include <gtest/gtest.h>
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <algorithm>
+#include <filesystem>
+#include <regex>
+#include <set>
+
+#include "apps/RootSetup.h"
+#include "apps/SetupMachine.h"
+#include "harness/TempDir.h"
+#include "machine/ThrowawayRoot.h"
+
+namespace {
+
+using namespace hx_test;
+
+const SetupKind kinds[] = {
+    {"InternalQueue", {"--internal-default-queue"}},
+    {"Slurm", {"-p", "chem"}},
+    {"TorqueWithSubmissionScripts", {"-q", "batch", "--submission-scripts"}},
+    {"ClusterNode", {"--cluster-node"}},
+    // Job limit; memory and pause; directory and pause; scratch limit and pause; queue and pause;
+    // members and pause.
+    {"Members", {}, "2\n600\n\n/tmp\n\n3\n\n1\n\nann,bob\n\n"},
+};
+
+enum class Before { Nothing, SameSetup, OtherAnswers, EarlierVersion };
+
+struct Start {
+    const char* name;
+    Before before;
+};
+
+const Start starts[] = {{"First", Before::Nothing},
+                        {"Unchanged", Before::SameSetup},
+                        {"Changed", Before::OtherAnswers},
+                        {"Upgrading", Before::EarlierVersion}};
+
+void Prepare(const SetupKind& kind, Before before) {
+    LayOutMachine();
+    SetupKind other = {"Other", {"--internal-default-queue", "-d", "/srv"}};
+    if (before == Before::SameSetup)
+        RunBareScript(kind);
+    if (before == Before::OtherAnswers)
+        RunBareScript(other);
+    if (before == Before::EarlierVersion) {
+        EXPECT_EQ(Shell(std::string("exec 2>&1;") + earlierVersion), "");
+    }
+    TakeServiceCalls();
+}
+
+using Case = std::tuple<SetupKind, Start>;
+
+std::string NameOf(const testing::TestParamInfo<Case>& test) {
+    return std::string(std::get<0>(test.param).name) + std::get<1>(test.param).name;
+}
+
+// Paths in which a setup differs from the bare script.
+struct Exception {
+    const char* pattern;
+    const char* reason;
+};
+const Exception exceptions[] = {
+    {"/etc/corvane26(/service)?", "the setup records the service account"},
+    {"/var/corvane/qchemrc(/.*)?", "the setup writes Q-Chem files before the script"},
+    {"/var/corvane/corvane26_(samba|ssh)", "the setup writes these scripts before the script"},
+    {"/etc/(passwd|group|shadow|gshadow|subuid|subgid)-",
+     "backups hold the state before the last "
+     "of several account tools"},
+    {"/etc/(passwd|group|shadow|gshadow)", "compared line by line, without dates"},
+};
+
+bool IsException(const std::string& path) {
+    return std::any_of(std::begin(exceptions), std::end(exceptions), [&](const Exception& row) {
+        return std::regex_match(path, std::regex(row.pattern));
+    });
+}
+
+// Everything on the machine, in lines.
+std::string WholeMachine() {
+    std::vector<std::string> lines = AccountLines();
+    for (const auto& [path, state] : StateOfTouchedPaths()) {
+        const std::string text = state.Text();
+        if (!IsException(path) && text != StateInCopiedRoot(path).Text())
+            lines.push_back(path + ' ' + text);
+    }
+    return JoinLines(lines);
+}
+
+// The lines of only one of two texts.
+std::vector<std::string> DifferingLines(const std::string& expected, const std::string& found) {
+    const auto one = LinesOf(expected);
+    const auto other = LinesOf(found);
+    std::multiset<std::string> missing(one.begin(), one.end());
+    std::multiset<std::string> surplus(other.begin(), other.end());
+    for (const std::string& line : one) {
+        if (const auto at = surplus.find(line); at != surplus.end()) {
+            surplus.erase(at);
+            missing.erase(missing.find(line));
+        }
+    }
+    std::vector<std::string> lines;
+    for (const std::string& line : missing)
+        lines.push_back("script: " + line);
+    for (const std::string& line : surplus)
+        lines.push_back("setup:  " + line);
+    return lines;
+}
+
+class StagedSetup : public testing::TestWithParam<Case> {};
+
+TEST_P(StagedSetup, MakesWhatBareScriptMakes) {
+    HX_REQUIRE_THROWAWAY_ROOT();
+    const auto& [kind, start] = GetParam();
+    const std::string script = ResultInRoot([&, &kind = kind, &start = start] {
+        Prepare(kind, start.before);
+        RunBareScript(kind);
+        return WholeMachine();
+    });
+    const std::string setup = ResultInRoot([&, &kind = kind, &start = start] {
+        Prepare(kind, start.before);
+        const auto result = RunSetup(kind);
+        EXPECT_EQ(result.status, 0) << result.out << result.err;
+        EXPECT_EQ(result.err.find("cannot prepare"), std::string::npos) << result.err;
+        return WholeMachine();
+    });
+    EXPECT_GT(LinesOf(script).size(), 40u);
+    EXPECT_EQ(DifferingLines(script, setup), std::vector<std::string>{});
+}
+
+const std::string unit = "corvane26_service.service";
+
+std::string Compact(const QJsonObject& object) {
+    return QJsonDocument(object).toJson(QJsonDocument::Compact).toStdString();
+}
+
+QJsonValue JsonOf(const std::string& path, const PathState& state) {
+    if (state.mode == 0)
+        return QJsonValue::Null;
+    QJsonObject object = {
+        {"uid", static_cast<int>(state.owner)},
+        {"gid", static_cast<int>(state.group)},
+        {"owner", QString::fromStdString(Shell("id -nu " + std::to_string(state.owner)))}};
+    const std::string group = Shell("getent group " + std::to_string(state.group));
+    object["group"] = QString::fromStdString(group.substr(0, group.find(':')));
+    if (S_ISLNK(state.mode))
+        object["target"] = QString::fromStdString(state.target);
+    else
+        object["mode"] =
+            QString::fromStdString(Shell("printf %04o " + std::to_string(state.mode & 07777U)));
+    // Nothing is said of what others may not read, nor of the jobs.
+    if (S_ISREG(state.mode) && (state.mode & S_IROTH) != 0 && !path.ends_with("/QueueEntries"))
+        object["sha256"] = QString::fromStdString(state.sha256);
+    return object;
+}
+
+QJsonObject Described(const char* kind, const char* name, const std::string& value,
+                      const QJsonValue& before, const QJsonValue& after) {
+    const char* change = before.isNull() ? "create" : after.isNull() ? "delete" : "modify";
+    return {{"kind", kind},
+            {"change", change},
+            {name, QString::fromStdString(value)},
+            {"before", before},
+            {"after", after}};
+}
+
+const char* KindWord(const PathState& state) {
+    return S_ISDIR(state.mode) ? "directory" : S_ISLNK(state.mode) ? "link" : "file";
+}
+
+std::vector<std::string> FieldsOf(const std::string& record) {
+    std::vector<std::string> fields;
+    std::istringstream stream(record + ':');
+    for (std::string field; std::getline(stream, field, ':');)
+        fields.push_back(field);
+    return fields;
+}
+
+QString FieldText(const std::vector<std::string>& fields, size_t number) {
+    return QString::fromStdString(fields.at(number));
+}
+
+// A machine, for a comparison with the JSON of a dry run.
+struct Moment {
+    MachineState paths;
+    std::map<std::string, std::vector<std::string>> users, groups;  // records by name
+    std::set<std::string> active;
+
+    static std::map<std::string, std::vector<std::string>> RecordsOf(const char* path) {
+        std::map<std::string, std::vector<std::string>> records;
+        for (const std::string& line : LinesOf(ReadFile(path)))
+            records[FieldsOf(line)[0]] = FieldsOf(line);
+        return records;
+    }
+
+    static Moment Now() {
+        Moment now = {StateOfTouchedPaths(), RecordsOf("/etc/passwd"), RecordsOf("/etc/group"), {}};
+        for (const auto& entry : std::filesystem::directory_iterator(runningServices + "/active"))
+            now.active.insert(entry.path().filename());
+        return now;
+    }
+
+    bool Has(const std::string& path) const {
+        const auto found = paths.find(path);
+        return found != paths.end() && found->second.mode != 0;
+    }
+
+    std::set<std::pair<std::string, std::string>> Members() const {
+        std::set<std::pair<std::string, std::string>> members;
+        for (const auto& [name, fields] : groups) {
+            std::istringstream list(fields.size() > 3 ? fields[3] : "");
+            for (std::string user; std::getline(list, user, ',');)
+                members.insert({user, name});
+        }
+        return members;
+    }
+};
+
+bool IsNotInJson(const std::string& path) {
+    static const std::regex accountFile(
+        "/etc/((passwd|group|shadow|gshadow|subuid|subgid)-?|\\.pwd\\.lock)");
+    return std::regex_match(path, accountFile) || path.starts_with(runningServices);
+}
+
+void AddPaths(const Moment& before, const Moment& after, std::multiset<std::string>& changes) {
+    for (const PathChange& change : ChangesBetween(before.paths, after.paths)) {
+        const auto& [path, was, is] = change;
+        if (!IsNotInJson(path) && was.Text() != is.Text()) {
+            changes.insert(Compact(Described(KindWord(is.mode == 0 ? was : is), "path", path,
+                                             JsonOf(path, was), JsonOf(path, is))));
+        }
+    }
+}
+
+void AddAccounts(const Moment& before, const Moment& after, std::multiset<std::string>& changes) {
+    for (const auto& [name, fields] : after.groups) {
+        if (!before.groups.contains(name)) {
+            const QJsonObject created = {{"gid", FieldText(fields, 2).toInt()}};
+            changes.insert(Compact(Described("group", "name", name, QJsonValue::Null, created)));
+        }
+    }
+    for (const auto& [name, fields] : after.users) {
+        if (before.users.contains(name))
+            continue;
+        const QJsonObject created = {{"uid", FieldText(fields, 2).toInt()},
+                                     {"gid", FieldText(fields, 3).toInt()},
+                                     {"comment", FieldText(fields, 4)},
+                                     {"home", FieldText(fields, 5)},
+                                     {"shell", FieldText(fields, 6)}};
+        changes.insert(Compact(Described("user", "name", name, QJsonValue::Null, created)));
+    }
+    const auto was = before.Members();
+    const auto is = after.Members();
+    auto all = was;
+    all.insert(is.begin(), is.end());
+    for (const auto& member : all) {
+        if (was.contains(member) && is.contains(member))
+            continue;
+        const QJsonObject pair = {{"user", QString::fromStdString(member.first)},
+                                  {"group", QString::fromStdString(member.second)}};
+        const QJsonValue none = QJsonValue::Null;
+        changes.insert(
+            Compact(Described("member", "name", member.first, was.contains(member) ? pair : none,
+                              is.contains(member) ? pair : none)));
+    }
+}
+
+QJsonObject ServiceState(bool active) {
+    return {{"state", active ? "active" : "inactive"}};
+}
+
+void AddServices(const Moment& before, const Moment& after, const std::vector<std::string>& calls,
+                 std::multiset<std::string>& changes) {
+    const std::pair<std::string, std::string> earlier[] = {
+        {"corvane_service", "/etc/init.d/corvane_service"},
+        {"corvane20_service.service", "/etc/systemd/system/corvane20_service.service"},
+        {"corvane24_service.service", "/etc/systemd/system/corvane24_service.service"}};
+    for (const auto& [name, path] : earlier) {
+        if (before.Has(path) && !after.Has(path)) {
+            const bool active = before.active.contains(name.substr(0, name.find('.')));
+            changes.insert(Compact(
+                Described("service", "name", name, ServiceState(active), QJsonValue::Null)));
+        }
+    }
+    const bool was = before.active.contains("corvane26_service");
+    const bool restarted =
+        std::find(calls.begin(), calls.end(), "systemctl restart " + unit) != calls.end();
+    if (after.active.contains("corvane26_service") == was && !restarted)
+        return;
+    QJsonValue state = ServiceState(was);
+    if (!before.Has("/etc/systemd/system/" + unit))
+        state = QJsonValue::Null;
+    QJsonObject object = Described("service", "name", unit, state, ServiceState(true));
+    // "create" is a start, also of a unit that exists.
+    object["change"] = was ? "modify" : "create";
+    changes.insert(Compact(object));
+}
+
+std::multiset<std::string> ChangesInJson(const std::string& path) {
+    const QByteArray text = QByteArray::fromStdString(ReadFile(path));
+    std::multiset<std::string> changes;
+    for (const QJsonValue& change : QJsonDocument::fromJson(text).object()["changes"].toArray())
+        changes.insert(Compact(change.toObject()));
+    return changes;
+}
+
+std::vector<std::string> OnlyIn(const std::multiset<std::string>& one,
+                                const std::multiset<std::string>& other) {
+    std::vector<std::string> lines;
+    std::set_difference(one.begin(), one.end(), other.begin(), other.end(),
+                        std::back_inserter(lines));
+    return lines;
+}
+
+class DryRun : public testing::TestWithParam<Case> {};
+
+TEST_P(DryRun, ListsExactlyWhatSetupChanges) {
+    HX_REQUIRE_THROWAWAY_ROOT();
+    const auto& [kind, start] = GetParam();
+    HX_EXPECT_SCENARIO([&, &kind = kind, &start = start] {
+        Prepare(kind, start.before);
+        const auto mounts = ReadFile("/proc/self/mountinfo");
+        std::filesystem::create_directory("/srv/json");
+        const Moment before = Moment::Now();
+
+        const auto dry = RunSetup(kind, {"--dry-run", "--json", "/srv/json/changes"});
+        ASSERT_EQ(dry.status, 0) << dry.out << dry.err;
+        const auto listed = ChangesInJson("/srv/json/changes");
+        EXPECT_TRUE(!listed.empty() || start.before == Before::SameSetup);
+        Shell("rm /srv/json/changes");
+        Moment started = before;
+        started.paths["/srv/json"] = StateOfTouchedPaths()["/srv/json"];
+        EXPECT_EQ(TracesOf(started.paths), std::vector<std::string>{});
+        EXPECT_EQ(ReadFile("/proc/self/mountinfo"), mounts);
+        TakeServiceCalls();
+
+        const auto setup = RunSetup(kind);
+        ASSERT_EQ(setup.status, 0) << setup.out << setup.err;
+        const Moment after = Moment::Now();
+        std::multiset<std::string> made;
+        AddPaths(before, after, made);
+        AddAccounts(before, after, made);
+        AddServices(before, after, TakeServiceCalls(), made);
+        EXPECT_EQ(OnlyIn(listed, made), std::vector<std::string>{}) << "listed, not made";
+        EXPECT_EQ(OnlyIn(made, listed), std::vector<std::string>{}) << "made, not listed";
+    });
+}
+
+INSTANTIATE_TEST_SUITE_P(Setups, StagedSetup,
+                         testing::Combine(testing::ValuesIn(kinds), testing::ValuesIn(starts)),
+                         NameOf);
+INSTANTIATE_TEST_SUITE_P(Setups, DryRun,
+                         testing::Combine(testing::ValuesIn(kinds), testing::ValuesIn(starts)),
+                         NameOf);
+
+}  // namespace
