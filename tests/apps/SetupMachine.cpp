@@ -7,12 +7,14 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdio>
 #include <filesystem>
 #include <iomanip>
 #include <regex>
 #include <set>
 #include <sstream>
+#include <thread>
 
 #include "apps/Leaks.h"
 #include "apps/RootSetup.h"
@@ -47,12 +49,6 @@ enable|disable) exec env SYSTEMD_OFFLINE=1 /usr/bin/systemctl.real "$@";;
 esac
 exit 0
 )sh";
-
-void AddProgram(const std::string& path, const std::string& text) {
-    fs::remove(path);
-    WriteFile(path, text);
-    fs::permissions(path, fs::perms(0755));
-}
 
 // In a process of its own, as in cv_install.
 void WriteBareScript(const SetupKind& kind, const std::string& answers, const std::string& path) {
@@ -131,9 +127,44 @@ const char* KindOf(mode_t mode) {
                            : "special";
 }
 
+// Paths in which a setup differs from the bare script.
+struct ExceptedPaths {
+    const char* pattern;
+    const char* reason;
+};
+const ExceptedPaths exceptedPaths[] = {
+    {"/etc/corvane26(/service)?", "the setup records the service account"},
+    {"/var/corvane/qchemrc(/.*)?", "the setup writes Q-Chem files before the script"},
+    {"/var/corvane/corvane26_(samba|ssh)", "the setup writes these scripts before the script"},
+    {"/etc/(passwd|group|shadow|gshadow|subuid|subgid)-",
+     "backups hold the state before the last "
+     "of several account tools"},
+    {"/etc/(passwd|group|shadow|gshadow)", "compared line by line, without dates"},
+};
+
+bool IsExcepted(const std::string& path) {
+    return std::any_of(
+        std::begin(exceptedPaths), std::end(exceptedPaths),
+        [&](const ExceptedPaths& row) { return std::regex_match(path, std::regex(row.pattern)); });
+}
+
 }  // namespace
 
-const char* const earlierVersion = R"sh(
+// Answers: job limit; memory and pause; directory and pause; scratch limit and pause; queue and
+// pause; members and pause.
+const SetupKind internalQueue = {"InternalQueue", {"--internal-default-queue"}};
+const SetupKind slurm = {"Slurm", {"-p", "chem"}};
+const SetupKind torqueWithSubmissionScripts = {"TorqueWithSubmissionScripts",
+                                               {"-q", "batch", "--submission-scripts"}};
+const SetupKind clusterNode = {"ClusterNode", {"--cluster-node"}};
+const SetupKind withMembers = {"Members", {}, "2\n600\n\n/tmp\n\n3\n\n1\n\nann,bob\n\n"};
+const SetupKind withOtherMembers = {"OtherMembers", {}, "2\n600\n\n/tmp\n\n3\n\n1\n\nbob,carl\n\n"};
+
+namespace {
+
+const SetupKind otherAnswers = {"OtherAnswers", {}, "1\n500\n\n/srv\n\n2\n\n1\n\nann,bob\n\n"};
+
+constexpr const char* earlierVersion = R"sh(
 set -e
 umask 022
 groupadd corvsrvc
@@ -161,17 +192,39 @@ systemctl start corvane24_service.service
 service corvane_service start
 )sh";
 
-void LayOutMachine() {
+}  // namespace
+
+void AddProgram(const std::string& path, const std::string& text) {
+    fs::remove(path);
+    WriteFile(path, text);
+    fs::permissions(path, fs::perms(0755));
+}
+
+static void LayOutMachine() {
     LayOutRootSetup();
     Shell(
         "rm -rf /etc/corvane26 /etc/systemd/system/*.wants/corvane* /var/log/corvane26* "
-        "/run/corvane26*; useradd -m ann; useradd -m bob");
+        "/run/corvane26*; useradd -m ann; useradd -m bob; useradd -m carl");
+    // Without this, the first change below a directory would change its times.
+    Shell("touch /var/log/corvane26 /run/corvane26; rm /var/log/corvane26 /run/corvane26");
     fs::remove_all(runningServices);
     fs::create_directories(runningServices + "/active");
     TakeServiceCalls();
     fs::rename("/usr/bin/systemctl", "/usr/bin/systemctl.real");
     AddProgram("/usr/bin/systemctl", serviceTool);
     AddProgram("/usr/sbin/service", serviceTool);
+}
+
+void PrepareMachine(const SetupKind& kind, Before before) {
+    LayOutMachine();
+    if (before == Before::SameSetup)
+        RunBareScript(kind);
+    if (before == Before::OtherAnswers)
+        RunBareScript(otherAnswers);
+    if (before == Before::EarlierVersion) {
+        EXPECT_EQ(Shell(std::string("exec 2>&1;") + earlierVersion), "");
+    }
+    TakeServiceCalls();
 }
 
 std::vector<std::string> TakeServiceCalls() {
@@ -286,9 +339,17 @@ std::vector<std::string> OtherProcesses() {
     return processes;
 }
 
-std::vector<std::string> TracesOf(const MachineState& before) {
+void WaitForOtherProcesses() {
+    for (int i = 0; i < 1000 && !OtherProcesses().empty(); ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+}
+
+std::vector<std::string> TracesOf(const MachineState& before,
+                                  const std::set<std::string>& directories) {
     std::vector<std::string> lines;
     for (const PathChange& change : ChangesBetween(before, StateOfTouchedPaths())) {
+        if (directories.contains(change.path) && change.before.Text() == change.after.Text())
+            continue;
         for (const PathState& state : {change.before, change.after})
             lines.push_back(change.path + ' ' + state.Text() + ' ' + state.times);
     }
@@ -305,6 +366,35 @@ std::vector<std::string> AccountLines() {
             lines.push_back("/etc/" + name + ' ' +
                             (name == "shadow" ? std::regex_replace(line, date, "$1DATE:") : line));
     }
+    return lines;
+}
+
+std::string WholeMachine() {
+    std::vector<std::string> lines = AccountLines();
+    for (const auto& [path, state] : StateOfTouchedPaths()) {
+        const std::string text = state.Text();
+        if (!IsExcepted(path) && text != StateInCopiedRoot(path).Text())
+            lines.push_back(path + ' ' + text);
+    }
+    return JoinLines(lines);
+}
+
+std::vector<std::string> DifferingLines(const std::string& expected, const std::string& found) {
+    const auto one = LinesOf(expected);
+    const auto other = LinesOf(found);
+    std::multiset<std::string> missing(one.begin(), one.end());
+    std::multiset<std::string> surplus(other.begin(), other.end());
+    for (const std::string& line : one) {
+        if (const auto at = surplus.find(line); at != surplus.end()) {
+            surplus.erase(at);
+            missing.erase(missing.find(line));
+        }
+    }
+    std::vector<std::string> lines;
+    for (const std::string& line : missing)
+        lines.push_back("missing: " + line);
+    for (const std::string& line : surplus)
+        lines.push_back("surplus: " + line);
     return lines;
 }
 

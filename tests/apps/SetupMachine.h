@@ -6,6 +6,7 @@
 
 #include <functional>
 #include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -20,15 +21,20 @@ struct SetupKind {
     const char* answers = "";  // with answers, the setup is interactive
 };
 
-// Shell commands that turn the machine without Corvane into one with an earlier version: its
-// repository, its jobs and limits, and its services, of which two are active.
-extern const char* const earlierVersion;
+extern const SetupKind internalQueue, slurm, torqueWithSubmissionScripts, clusterNode, withMembers,
+    withOtherMembers;
 
-// Copies the built product to /opt/corvane26. Stand-ins for systemctl and service keep in
-// `runningServices` what is active; units are enabled by the real systemctl. Creates the users ann
+// What was on the machine before: nothing of Corvane, or what the bare script makes, or an earlier
+// version with jobs, limits, and services, two of them active.
+enum class Before { Nothing, SameSetup, OtherAnswers, EarlierVersion };
+
+// Lays out a machine. Stand-ins for systemctl and service keep in `runningServices` what is active;
+// units are enabled by the real systemctl. The product is in /opt/corvane26; there are users ann
 // and bob.
-void LayOutMachine();
+void PrepareMachine(const SetupKind& kind, Before before);
 inline const std::string runningServices = "/run/hx_services";
+
+void AddProgram(const std::string& path, const std::string& text);
 
 // Calls of the stand-ins so far, such as "systemctl daemon-reload". Clears them.
 std::vector<std::string> TakeServiceCalls();
@@ -74,9 +80,23 @@ std::vector<PathChange> ChangesBetween(const MachineState& before, const Machine
 // The processes of the throwaway root except this one, as in /proc/PID/stat.
 std::vector<std::string> OtherProcesses();
 
+// Waits until there are none, for at most 10 seconds.
+void WaitForOtherProcesses();
+
 // What an operation that must leave nothing has left: changed paths, also only in times, and
-// processes.
-std::vector<std::string> TracesOf(const MachineState& before);
+// processes. Leaves out the times of some directories.
+std::vector<std::string> TracesOf(const MachineState& before,
+                                  const std::set<std::string>& directories = {});
+
+// Where a setup that fails leaves its lock and its log.
+inline const std::set<std::string> logDirectories = {"/run", "/var/log"};
+
+// Everything on the machine that differs from the copied root, in lines, without times. Leaves out
+// in what setups always differ from the bare script.
+std::string WholeMachine();
+
+// The lines that only one of two texts has.
+std::vector<std::string> DifferingLines(const std::string& expected, const std::string& found);
 
 // Every line of passwd, group, gshadow and shadow, without the dates of shadow.
 std::vector<std::string> AccountLines();

@@ -18,17 +18,8 @@ namespace {
 
 using namespace hx_test;
 
-const SetupKind kinds[] = {
-    {"InternalQueue", {"--internal-default-queue"}},
-    {"Slurm", {"-p", "chem"}},
-    {"TorqueWithSubmissionScripts", {"-q", "batch", "--submission-scripts"}},
-    {"ClusterNode", {"--cluster-node"}},
-    // Job limit; memory and pause; directory and pause; scratch limit and pause; queue and pause;
-    // members and pause.
-    {"Members", {}, "2\n600\n\n/tmp\n\n3\n\n1\n\nann,bob\n\n"},
-};
-
-enum class Before { Nothing, SameSetup, OtherAnswers, EarlierVersion };
+const SetupKind kinds[] = {internalQueue, slurm,       torqueWithSubmissionScripts,
+                           clusterNode,   withMembers, withOtherMembers};
 
 struct Start {
     const char* name;
@@ -40,75 +31,10 @@ const Start starts[] = {{"First", Before::Nothing},
                         {"Changed", Before::OtherAnswers},
                         {"Upgrading", Before::EarlierVersion}};
 
-void Prepare(const SetupKind& kind, Before before) {
-    LayOutMachine();
-    SetupKind other = {"Other", {"--internal-default-queue", "-d", "/srv"}};
-    if (before == Before::SameSetup)
-        RunBareScript(kind);
-    if (before == Before::OtherAnswers)
-        RunBareScript(other);
-    if (before == Before::EarlierVersion) {
-        EXPECT_EQ(Shell(std::string("exec 2>&1;") + earlierVersion), "");
-    }
-    TakeServiceCalls();
-}
-
 using Case = std::tuple<SetupKind, Start>;
 
 std::string NameOf(const testing::TestParamInfo<Case>& test) {
     return std::string(std::get<0>(test.param).name) + std::get<1>(test.param).name;
-}
-
-// Paths in which a setup differs from the bare script.
-struct Exception {
-    const char* pattern;
-    const char* reason;
-};
-const Exception exceptions[] = {
-    {"/etc/corvane26(/service)?", "the setup records the service account"},
-    {"/var/corvane/qchemrc(/.*)?", "the setup writes Q-Chem files before the script"},
-    {"/var/corvane/corvane26_(samba|ssh)", "the setup writes these scripts before the script"},
-    {"/etc/(passwd|group|shadow|gshadow|subuid|subgid)-",
-     "backups hold the state before the last "
-     "of several account tools"},
-    {"/etc/(passwd|group|shadow|gshadow)", "compared line by line, without dates"},
-};
-
-bool IsException(const std::string& path) {
-    return std::any_of(std::begin(exceptions), std::end(exceptions), [&](const Exception& row) {
-        return std::regex_match(path, std::regex(row.pattern));
-    });
-}
-
-// Everything on the machine, in lines.
-std::string WholeMachine() {
-    std::vector<std::string> lines = AccountLines();
-    for (const auto& [path, state] : StateOfTouchedPaths()) {
-        const std::string text = state.Text();
-        if (!IsException(path) && text != StateInCopiedRoot(path).Text())
-            lines.push_back(path + ' ' + text);
-    }
-    return JoinLines(lines);
-}
-
-// The lines of only one of two texts.
-std::vector<std::string> DifferingLines(const std::string& expected, const std::string& found) {
-    const auto one = LinesOf(expected);
-    const auto other = LinesOf(found);
-    std::multiset<std::string> missing(one.begin(), one.end());
-    std::multiset<std::string> surplus(other.begin(), other.end());
-    for (const std::string& line : one) {
-        if (const auto at = surplus.find(line); at != surplus.end()) {
-            surplus.erase(at);
-            missing.erase(missing.find(line));
-        }
-    }
-    std::vector<std::string> lines;
-    for (const std::string& line : missing)
-        lines.push_back("script: " + line);
-    for (const std::string& line : surplus)
-        lines.push_back("setup:  " + line);
-    return lines;
 }
 
 class StagedSetup : public testing::TestWithParam<Case> {};
@@ -117,12 +43,12 @@ TEST_P(StagedSetup, MakesWhatBareScriptMakes) {
     HX_REQUIRE_THROWAWAY_ROOT();
     const auto& [kind, start] = GetParam();
     const std::string script = ResultInRoot([&, &kind = kind, &start = start] {
-        Prepare(kind, start.before);
+        PrepareMachine(kind, start.before);
         RunBareScript(kind);
         return WholeMachine();
     });
     const std::string setup = ResultInRoot([&, &kind = kind, &start = start] {
-        Prepare(kind, start.before);
+        PrepareMachine(kind, start.before);
         const auto result = RunSetup(kind);
         EXPECT_EQ(result.status, 0) << result.out << result.err;
         EXPECT_EQ(result.err.find("cannot prepare"), std::string::npos) << result.err;
@@ -322,7 +248,7 @@ TEST_P(DryRun, ListsExactlyWhatSetupChanges) {
     HX_REQUIRE_THROWAWAY_ROOT();
     const auto& [kind, start] = GetParam();
     HX_EXPECT_SCENARIO([&, &kind = kind, &start = start] {
-        Prepare(kind, start.before);
+        PrepareMachine(kind, start.before);
         const auto mounts = ReadFile("/proc/self/mountinfo");
         std::filesystem::create_directory("/srv/json");
         const Moment before = Moment::Now();

@@ -1,0 +1,35 @@
+// Ends one process of a setup at a chosen system call.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <string>
+#include <vector>
+
+namespace hx_test {
+
+// The setup, the process in which it is staged, and the commit script.
+enum class SetupProcess { Parent, Child, Script };
+constexpr size_t setupProcesses = 3;
+
+// Calls that can change the machine or another process, counted from the start of the process.
+using CallCounts = std::array<size_t, setupProcesses>;
+
+struct Strike {
+    SetupProcess process = SetupProcess::Parent;
+    size_t call = 0;  // the signal comes before it; 0: never
+    int signal = 0;
+};
+
+struct TracedResult {
+    int status = -1;  // exit status, or 128 plus a signal number
+    std::string output;
+    std::string struckCall;  // "PROCESS NUMBER NAME"; empty if it was not reached
+    CallCounts calls = {};
+    size_t callsBeforeMerge = 0;  // of Parent
+};
+
+// Runs the command until it and all its descendants have ended.
+TracedResult RunTraced(const std::vector<std::string>& command, const Strike& strike = {});
+
+}  // namespace hx_test
