@@ -330,10 +330,13 @@ bool RanThroughSudo() {
     const std::string program = fs::read_symlink("/proc/self/exe");
     const std::string filter =
         std::string("--gtest_filter=") + test->test_suite_name() + "." + test->name();
-    const char* options = std::getenv("LSAN_OPTIONS");
-    const auto result =
-        Run({"sudo", "-n", "env", std::string("LSAN_OPTIONS=") + (options ? options : ""), program,
-             filter});
+    std::vector<std::string> command = {"sudo", "-n", "env"};
+    for (const char* name : {"LSAN_OPTIONS", "HX_TEST_ROUNDS", "HX_TEST_EVERY_FAULT"}) {
+        if (const char* value = std::getenv(name))
+            command.push_back(std::string(name) + '=' + value);
+    }
+    command.insert(command.end(), {program, filter});
+    const auto result = Run(command);
     EXPECT_EQ(result.status, 0) << result.out << result.err;
     if (result.out.find("[  SKIPPED ]") != std::string::npos)
         SkipBecause(result.out);
