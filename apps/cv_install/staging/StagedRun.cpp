@@ -132,10 +132,12 @@ ExitStatus RunChild(int socket, Descriptor& liveTree,
 }
 
 std::atomic<pid_t> child = 0;
+std::atomic<int> signalForChild = 0;
 
 // The terminal's signals reach the child by themselves.
 void PassOn(int signal, siginfo_t* information, void* /*context*/) {
     const int error = errno;
+    signalForChild = signal;
     if (information->si_code <= 0 && child > 0)
         kill(child, signal);
     errno = error;
@@ -161,6 +163,16 @@ public:
     void Restore() const {
         for (size_t i = 0; i < std::size(handled); ++i)
             sigaction(handled[i], &m_former[i], nullptr);
+    }
+
+    // Around fork, so that no signal gets lost between parent and child. `how`: SIG_BLOCK or
+    // SIG_UNBLOCK.
+    static void Mask(int how) {
+        sigset_t set;
+        sigemptyset(&set);
+        for (const int signal : handled)
+            sigaddset(&set, signal);
+        sigprocmask(how, &set, nullptr);
     }
 
 private:
@@ -191,13 +203,16 @@ StagedResult RunStaged(Descriptor& liveTree, const std::function<Failure(StagedM
     std::fflush(nullptr);
     const SignalsPassedOn whileItRuns;
     const pid_t parent = getpid();
+    SignalsPassedOn::Mask(SIG_BLOCK);
     child = fork();
+    if (child == 0)
+        whileItRuns.Restore();
+    SignalsPassedOn::Mask(SIG_UNBLOCK);
     if (child == -1) {
         result.impossible = QString::fromUtf8(std::strerror(errno));
         return result;
     }
     if (child == 0) {
-        whileItRuns.Restore();
         prctl(PR_SET_PDEATHSIG, SIGTERM);
         if (getppid() != parent)
             _exit(1);
@@ -207,11 +222,15 @@ StagedResult RunStaged(Descriptor& liveTree, const std::function<Failure(StagedM
     Receive(receiver.Number(), result);
     const int status = WaitForChild();
     child = 0;
-    if (WIFSIGNALED(status)) {
-        whileItRuns.Restore();
-        std::signal(WTERMSIG(status), SIG_DFL);
-        std::raise(WTERMSIG(status));
-        result.status = 128 + WTERMSIG(status);
+    whileItRuns.Restore();
+    // Also a signal that came when the child had ended.
+    const int signal = WIFSIGNALED(status) ? WTERMSIG(status)
+                       : status == 0       ? signalForChild.load()
+                                           : 0;
+    if (signal != 0) {
+        std::signal(signal, SIG_DFL);
+        std::raise(signal);
+        result.status = 128 + signal;
     } else {
         result.status = WEXITSTATUS(status);
     }
