@@ -41,10 +41,14 @@ void PassOn(int signal) {
     errno = error;
 }
 
-void RemoveAndDie(int signal) {
-    unlink(removedPath.data());
+void DieOf(int signal) {
     std::signal(signal, SIG_DFL);
     raise(signal);
+}
+
+void RemoveAndDie(int signal) {
+    unlink(removedPath.data());
+    DieOf(signal);
 }
 
 // Handles the signals that ask the process to end while the object exists, except those that the
@@ -215,35 +219,7 @@ QByteArray WriteForComparison(CInstallBase& run) {
     return text;
 }
 
-}  // namespace
-
-Failure WriteScript(CInstallBase& run, CommitScript& script, Changes changes) {
-    const QByteArray text = WriteOnce(run, script.path);
-    if (!text.isEmpty() &&
-        text == (script.text.isEmpty() ? WriteForComparison(run) : script.text)) {
-        script.text = text;
-        return {};
-    }
-    Remove(script.path);
-    return Problem{
-        ExitStatus::ScriptNotWritten, QStringLiteral("cannot write the commit script"),
-        QStringLiteral("Make sure that /tmp is writable and not full, then run the setup again."),
-        changes};
-}
-
-bool AskAboutScript(const CommitScript& script, const std::function<bool()>& ask) {
-    const QByteArray path = script.path.toUtf8();
-    std::snprintf(removedPath.data(), removedPath.size(), "%s", path.constData());
-    bool answer = false;
-    {
-        const SignalsHandled untilAnswered(RemoveAndDie, 0);
-        answer = ask();
-    }
-    Remove(script.path);
-    return answer;
-}
-
-Failure FollowScript(const QString& path, const SetupLock& lock, ScriptOutput output) {
+Failure FollowToEnd(const QString& path, const SetupLock& lock, ScriptOutput output) {
     const SignalsHandled whileItRuns(PassOn, SA_RESTART);
     Progress progress(isatty(STDOUT_FILENO) != 0);
     QByteArray collected;
@@ -275,6 +251,42 @@ Failure FollowScript(const QString& path, const SetupLock& lock, ScriptOutput ou
         std::fwrite(collected.constData(), 1, static_cast<size_t>(collected.size()), stdout);
     else
         SetupLog::Append(collected);
+    return failure;
+}
+
+}  // namespace
+
+Failure WriteScript(CInstallBase& run, CommitScript& script, Changes changes) {
+    const QByteArray text = WriteOnce(run, script.path);
+    if (!text.isEmpty() &&
+        text == (script.text.isEmpty() ? WriteForComparison(run) : script.text)) {
+        script.text = text;
+        return {};
+    }
+    Remove(script.path);
+    return Problem{
+        ExitStatus::ScriptNotWritten, QStringLiteral("cannot write the commit script"),
+        QStringLiteral("Make sure that /tmp is writable and not full, then run the setup again."),
+        changes};
+}
+
+bool AskAboutScript(const CommitScript& script, const std::function<bool()>& ask) {
+    const QByteArray path = script.path.toUtf8();
+    std::snprintf(removedPath.data(), removedPath.size(), "%s", path.constData());
+    bool answer = false;
+    {
+        const SignalsHandled untilAnswered(RemoveAndDie, 0);
+        answer = ask();
+    }
+    Remove(script.path);
+    return answer;
+}
+
+Failure FollowScript(const QString& path, const SetupLock& lock, ScriptOutput output) {
+    Failure failure = FollowToEnd(path, lock, output);
+    // What the script has done in private is lost with this process.
+    if (!failure && output == ScriptOutput::Logged && receivedSignal != 0)
+        DieOf(receivedSignal);
     return failure;
 }
 
