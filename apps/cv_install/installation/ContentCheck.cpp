@@ -12,8 +12,8 @@
 #include <memory>
 
 #include "installation/ReadBack.h"
-#include "installation/State.h"
 #include "installation/SetupRun.h"
+#include "installation/State.h"
 #include "setuprun/QueueLimitsKeys.h"
 
 namespace {
