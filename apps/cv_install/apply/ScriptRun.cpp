@@ -245,8 +245,7 @@ Failure FollowToEnd(const QString& path, const SetupLock& lock, ScriptOutput out
     if (ended)
         scriptGroup = 0;
     progress.Finish();
-    const Failure failure =
-        ended ? Outcome(script, path) : Failure(TerminateUnmonitored(script, path));
+    Failure failure = ended ? Outcome(script, path) : Failure(TerminateUnmonitored(script, path));
     if (failure)
         std::fwrite(collected.constData(), 1, static_cast<size_t>(collected.size()), stdout);
     else

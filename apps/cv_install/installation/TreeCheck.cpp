@@ -195,7 +195,7 @@ std::string FindWritableByOthers(const std::string& installDir, uid_t account) {
     const std::string jobs = PathOf(Find(Item::QueueEntries), installDir);
     for (const fs::recursive_directory_iterator end; !error && at != end; at.increment(error)) {
         struct stat found = {};
-        const std::string path = at->path().string();
+        std::string path = at->path().string();
         if (lstat(path.c_str(), &found) != 0 || S_ISLNK(found.st_mode))
             continue;
         const bool isForeign = found.st_uid != 0 && found.st_uid != account;

@@ -2,6 +2,7 @@
 
 #include <sys/xattr.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdint>
@@ -54,12 +55,10 @@ bool IsLimited(const std::string& path, const char* attribute, uid_t owner) {
 
 bool LimitAcl(int descriptor, uid_t owner) {
     const std::string path = AclPath(descriptor);
-    for (const char* attribute : aclAttributes) {
-        if (!IsLimited(path, attribute, owner) && removexattr(path.c_str(), attribute) != 0 &&
-            !IsAbsent(errno))
-            return false;
-    }
-    return true;
+    return std::ranges::all_of(aclAttributes, [&](const char* attribute) {
+        return IsLimited(path, attribute, owner) || removexattr(path.c_str(), attribute) == 0 ||
+               IsAbsent(errno);
+    });
 }
 
 bool HasLimitedAcl(int descriptor, uid_t owner) {

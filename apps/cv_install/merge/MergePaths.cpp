@@ -132,7 +132,9 @@ Failure OpenTreeDirectory(int tree, const std::string& installDir, const std::st
     std::string opened;
     const Components components = SplitPath(path);
     for (auto next = components.begin();; ++next) {
-        const std::string shown = opened.empty() ? installDir : installDir + '/' + opened;
+        std::string shown = installDir;
+        if (!opened.empty())
+            shown.append("/").append(opened);
         const std::optional<State> state =
             directory ? ReadAttributes(directory) : std::optional<State>();
         if (!state)

@@ -229,7 +229,7 @@ void RemovePrivateEntry(int directory, const std::string& name) {
 PrivateDirectory::PrivateDirectory(DirectoryPointer parent, Descriptor directory)
     : m_parent(std::move(parent)), m_directory(std::move(directory)) {}
 
-Failure PrivateDirectory::Create(DirectoryPointer parent,
+Failure PrivateDirectory::Create(const DirectoryPointer& parent,
                                  std::unique_ptr<PrivateDirectory>& created) {
     const mode_t mode = Find(Item::PrivateDirectory).rootMode;
     const int where = parent->descriptor.Number();

@@ -19,7 +19,8 @@ using DirectoryPointer = std::shared_ptr<const LiveDirectory>;
 class PrivateDirectory {
 public:
     // Creates one in `parent`, where other users may rename it or put something in its place.
-    static Failure Create(DirectoryPointer parent, std::unique_ptr<PrivateDirectory>& created);
+    static Failure Create(const DirectoryPointer& parent,
+                          std::unique_ptr<PrivateDirectory>& created);
 
     // Removes it with the new entries that were not placed. Slots must be empty.
     ~PrivateDirectory();

@@ -64,6 +64,7 @@ private:
 // Returns 0 and sets `process`, or returns the error number.
 int Spawn(const std::vector<std::string>& command, int errors, pid_t& process) {
     std::vector<char*> arguments;
+    arguments.reserve(command.size() + 1);
     for (const std::string& word : command)
         arguments.push_back(const_cast<char*>(word.c_str()));
     arguments.push_back(nullptr);

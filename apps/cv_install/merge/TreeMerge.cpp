@@ -409,8 +409,9 @@ Failure TreeMerge::Impl::PlaceOutside(const PathDifferences& differences, Undo& 
             return failure;
     }
     // What is below a directory goes before it.
-    for (auto difference = deleted.rbegin(); difference != deleted.rend(); ++difference) {
-        if (Failure failure = Delete(**difference, undo))
+    std::reverse(deleted.begin(), deleted.end());
+    for (const PathDifference* difference : deleted) {
+        if (Failure failure = Delete(*difference, undo))
             return failure;
     }
     return {};

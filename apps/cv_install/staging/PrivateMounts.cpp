@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
@@ -96,6 +97,7 @@ bool MountOverlay(const Layer& layer, const std::string& place) {
 // An overlay shows neither file systems mounted below it nor servers that listen there.
 bool CoverWithOverlay(const Layer& layer, const std::vector<std::string>& shown) {
     std::vector<Descriptor> opened;
+    opened.reserve(shown.size());
     for (const std::string& path : shown)
         opened.push_back(Open(path));
     if (!MountOverlay(layer, layer.path))
@@ -133,15 +135,12 @@ bool HideLiveServices() {
     const std::string empty = base + "/empty";
     if (!MakeFile(empty))
         return false;
-    for (const char* path : hiddenSockets) {
-        if (access(path, F_OK) == 0 && !Bind("/dev/null", path))
-            return false;
-    }
-    for (const char* path : hiddenFiles) {
-        if (access(path, F_OK) == 0 && !Bind(empty, path))
-            return false;
-    }
-    return true;
+    const auto hide = [](const char* path, const std::string& with) {
+        return access(path, F_OK) != 0 || Bind(with, path);
+    };
+    return std::ranges::all_of(hiddenSockets,
+                               [&](const char* path) { return hide(path, "/dev/null"); }) &&
+           std::ranges::all_of(hiddenFiles, [&](const char* path) { return hide(path, empty); });
 }
 
 // Without an install directory there is nothing to mount on.

@@ -7,6 +7,7 @@
 #include <QByteArray>
 #include <QFile>
 #include <QProcess>
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <climits>
@@ -135,9 +136,6 @@ bool ReplaceServiceTools(const std::string& directory, const QStringList& active
         if (!WriteFile(directory + "/active-" + service.toStdString(), {}, 0600))
             return false;
     }
-    for (const Tool& tool : tools) {
-        if (!ReplaceTool(tool, directory))
-            return false;
-    }
-    return true;
+    return std::ranges::all_of(tools,
+                               [&](const Tool& tool) { return ReplaceTool(tool, directory); });
 }
