@@ -18,6 +18,7 @@
 #include "apply/SetupLog.h"
 #include "commit/CCommitScript.h"
 #include "installation/ReadBack.h"
+#include "installation/SignalsHandled.h"
 
 namespace {
 
@@ -50,32 +51,6 @@ void RemoveAndDie(int signal) {
     unlink(removedPath.data());
     DieOf(signal);
 }
-
-// Handles the signals that ask the process to end while the object exists, except those that the
-// caller ignores, as nohup does: then the script ignores them too.
-class SignalsHandled {
-public:
-    SignalsHandled(void (*handler)(int), int flags) {
-        struct sigaction action = {};
-        action.sa_handler = handler;
-        action.sa_flags = flags;
-        for (size_t i = 0; i < std::size(handled); ++i) {
-            sigaction(handled[i], nullptr, &m_former[i]);
-            if (m_former[i].sa_handler != SIG_IGN)
-                sigaction(handled[i], &action, nullptr);
-        }
-    }
-    ~SignalsHandled() {
-        for (size_t i = 0; i < std::size(handled); ++i)
-            sigaction(handled[i], &m_former[i], nullptr);
-    }
-    SignalsHandled(const SignalsHandled&) = delete;
-    SignalsHandled& operator=(const SignalsHandled&) = delete;
-
-private:
-    static constexpr int handled[] = {SIGINT, SIGQUIT, SIGTERM, SIGHUP};
-    struct sigaction m_former[std::size(handled)] = {};
-};
 
 // Also passes on a signal that came before the group existed.
 void PassSignalsTo(pid_t group) {
@@ -220,7 +195,7 @@ QByteArray WriteForComparison(CInstallBase& run) {
 }
 
 Failure FollowToEnd(const QString& path, const SetupLock& lock, ScriptOutput output) {
-    const SignalsHandled whileItRuns(PassOn, SA_RESTART);
+    const SignalsHandled whileItRuns(PassOn);
     Progress progress(isatty(STDOUT_FILENO) != 0);
     QByteArray collected;
     CCommitScript script;

@@ -3,9 +3,9 @@
 #include <grp.h>
 #include <pwd.h>
 
-#include <csignal>
 #include <optional>
 
+#include "installation/SignalsHandled.h"
 #include "installation/TimeLimit.h"
 #include "merge/Accounts.h"
 #include "merge/Services.h"
@@ -15,31 +15,6 @@
 namespace {
 
 void Ignore(int /*signal*/) {}
-
-// A merge ends by itself within seconds. The tools that it runs get the default dispositions.
-class SignalsDeferred {
-public:
-    SignalsDeferred() {
-        struct sigaction action = {};
-        action.sa_handler = Ignore;
-        action.sa_flags = SA_RESTART;
-        for (size_t i = 0; i < std::size(handled); ++i) {
-            sigaction(handled[i], nullptr, &m_former[i]);
-            if (m_former[i].sa_handler != SIG_IGN)
-                sigaction(handled[i], &action, nullptr);
-        }
-    }
-    ~SignalsDeferred() {
-        for (size_t i = 0; i < std::size(handled); ++i)
-            sigaction(handled[i], &m_former[i], nullptr);
-    }
-    SignalsDeferred(const SignalsDeferred&) = delete;
-    SignalsDeferred& operator=(const SignalsDeferred&) = delete;
-
-private:
-    static constexpr int handled[] = {SIGINT, SIGQUIT, SIGTERM, SIGHUP};
-    struct sigaction m_former[std::size(handled)] = {};
-};
 
 Failure PlaceEverything(TreeMerge& tree, const Differences& differences, Undo& undo) {
     const TimeLimit limit;
@@ -69,7 +44,8 @@ Failure FindIds(const StagedMachine& staged, uid_t& account, gid_t& groupId) {
 }  // namespace
 
 Failure Merge(const StagedMachine& staged, const Differences& differences) {
-    const SignalsDeferred untilMerged;
+    // A merge ends by itself within seconds.
+    const SignalsHandled untilMerged(Ignore);
     std::optional<ServiceAccount> recorded;
     if (Failure failure = ReadServiceAccount(recorded))
         return failure;

@@ -16,6 +16,7 @@
 #include <cstring>
 
 #include "installation/Installation.h"
+#include "installation/SignalsHandled.h"
 #include "installation/TimeLimit.h"
 #include "staging/PrivateMounts.h"
 #include "staging/Recorder.h"
@@ -135,50 +136,13 @@ std::atomic<pid_t> child = 0;
 std::atomic<int> signalForChild = 0;
 
 // The terminal's signals reach the child by themselves.
-void PassOn(int signal, siginfo_t* information, void* /*context*/) {
+void PassOnToChild(int signal, siginfo_t* information, void* /*context*/) {
     const int error = errno;
     signalForChild = signal;
     if (information->si_code <= 0 && child > 0)
         kill(child, signal);
     errno = error;
 }
-
-// Passes on signals while the object exists, except those that the caller ignores, as nohup does.
-class SignalsPassedOn {
-public:
-    SignalsPassedOn() {
-        struct sigaction action = {};
-        action.sa_sigaction = PassOn;
-        action.sa_flags = SA_SIGINFO | SA_RESTART;
-        for (size_t i = 0; i < std::size(handled); ++i) {
-            sigaction(handled[i], nullptr, &m_former[i]);
-            if (m_former[i].sa_handler != SIG_IGN)
-                sigaction(handled[i], &action, nullptr);
-        }
-    }
-    ~SignalsPassedOn() { Restore(); }
-    SignalsPassedOn(const SignalsPassedOn&) = delete;
-    SignalsPassedOn& operator=(const SignalsPassedOn&) = delete;
-
-    void Restore() const {
-        for (size_t i = 0; i < std::size(handled); ++i)
-            sigaction(handled[i], &m_former[i], nullptr);
-    }
-
-    // Around fork, so that no signal gets lost between parent and child. `how`: SIG_BLOCK or
-    // SIG_UNBLOCK.
-    static void Mask(int how) {
-        sigset_t set;
-        sigemptyset(&set);
-        for (const int signal : handled)
-            sigaddset(&set, signal);
-        sigprocmask(how, &set, nullptr);
-    }
-
-private:
-    static constexpr int handled[] = {SIGINT, SIGQUIT, SIGTERM, SIGHUP};
-    struct sigaction m_former[std::size(handled)] = {};
-};
 
 int WaitForChild() {
     int status = 0;
@@ -201,13 +165,13 @@ StagedResult RunStaged(Descriptor& liveTree, const std::function<Failure(StagedM
     // Otherwise the child would keep the rest of the input, and print what is buffered again.
     std::setvbuf(stdin, nullptr, _IONBF, 0);
     std::fflush(nullptr);
-    const SignalsPassedOn whileItRuns;
+    const SignalsHandled whileItRuns(PassOnToChild);
     const pid_t parent = getpid();
-    SignalsPassedOn::Mask(SIG_BLOCK);
+    SignalsHandled::Mask(SIG_BLOCK);
     child = fork();
     if (child == 0)
         whileItRuns.Restore();
-    SignalsPassedOn::Mask(SIG_UNBLOCK);
+    SignalsHandled::Mask(SIG_UNBLOCK);
     if (child == -1) {
         result.impossible = QString::fromUtf8(std::strerror(errno));
         return result;
