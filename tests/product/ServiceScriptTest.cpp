@@ -490,7 +490,7 @@ TEST(ServiceScript, WaitsForSettingsOnlyForLimitedTime) {
             AddProgram(runScript, "#!/bin/sh\n" + text + "\n");
             const auto start = std::chrono::steady_clock::now();
             const auto result = Service("start");
-            EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(15));
+            EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(60));
             EXPECT_NE(result.status, 0);
             const std::string hangs =
                 "corvane26_service: /usr/bin/corvane26 printed no settings within 1 seconds\n"
