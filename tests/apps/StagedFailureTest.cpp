@@ -105,11 +105,11 @@ const Interrupted interrupted[] = {
 class KilledSetup : public testing::TestWithParam<Interrupted> {};
 
 // A new directory that was complete, but not yet in its place, is kept: it cannot be told from one
-// that was moved away with what users put there.
+// that was moved away with what users put there. It is where the private directory was.
 bool IsNewDirectoryMovedAside(const std::string& line) {
     static const std::regex dated(
-        "surplus: (/var/corvane|/var/corvane/qchemrc|/var/corvane/corvanerc(/[^/]*)*"
-        "|/etc/corvane26)\\.[0-9]{8}-[0-9]{6}(/.*| directory .*)");
+        "surplus: (/etc/corvane26|/var/corvane|/var/corvane/(qchemrc|corvane26server)"
+        "|/var/corvane/corvanerc(/[^/]*)*)\\.[0-9]{8}-[0-9]{6}(/.*| directory .*)");
     return std::regex_match(line, dated);
 }
 
