@@ -127,7 +127,6 @@ Failure CheckTemporaryDirectory() {
 }
 
 Failure CheckQueueLimits(const QString& installDir) {
-    constexpr off_t largestLimits = 65536;
     const std::string path = PathOf(Find(Item::QueueLimits), installDir.toStdString());
     struct stat found = {};
     if (stat(path.c_str(), &found) != 0 ||

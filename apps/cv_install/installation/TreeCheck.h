@@ -9,6 +9,9 @@
 // What to do about an entry that a setup refuses.
 inline constexpr const char* inspectAndRemove = "Inspect it, remove it, then run the setup again.";
 
+// The size of the largest QueueLimits that a setup reads, in bytes.
+inline constexpr off_t largestLimits = 65536;
+
 // Sets `installDir` to the install directory that the setup run's constructor will choose, by its
 // rule. Fails without a working directory.
 Failure FindInstallDirectory(const char* argv0, QString& installDir);

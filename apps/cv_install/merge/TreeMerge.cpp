@@ -98,7 +98,6 @@ private:
     Failure Create(const std::vector<const PathDifference*>& differences,
                    PlacedEntry& placed) const;
     Failure PlaceQueueFile(const PathDifference& difference, Undo& undo);
-    bool KeepsQueueFile(const State& state) const;
     Failure ChangeInPlace(const PathDifference& difference, Undo& undo);
     Failure Delete(const PathDifference& difference, Undo& undo);
 
@@ -274,13 +273,7 @@ Failure TreeMerge::Impl::PlaceNew(const std::vector<const PathDifference*>& diff
     return {};
 }
 
-// Users append to it at any moment, so it stays where it is if it certainly is that of an earlier
-// setup and public: of a private file, the mode would give the content away.
-bool TreeMerge::Impl::KeepsQueueFile(const State& state) const {
-    return state.kind == State::Kind::File && state.links == 1 && state.owner != 0 &&
-           m_owners.Include(state.owner) && (state.mode & S_IROTH) != 0;
-}
-
+// Users append to it at any moment.
 Failure TreeMerge::Impl::PlaceQueueFile(const PathDifference& difference, Undo& undo) {
     Location location;
     if (Failure failure = Locate(difference.path, location))
@@ -289,7 +282,7 @@ Failure TreeMerge::Impl::PlaceQueueFile(const PathDifference& difference, Undo& 
                     difference.path};
     const std::optional<State> now =
         entry.descriptor ? ReadAttributes(entry.descriptor) : std::nullopt;
-    if (now && KeepsQueueFile(*now)) {
+    if (now && IsQueueFileOfSetup(*now, m_owners.account, m_owners.recordedAccount)) {
         m_changed.push_back({difference.path, *now});
         return ChangeMode(std::move(entry), difference.after.mode, m_changed.back().state, undo);
     }

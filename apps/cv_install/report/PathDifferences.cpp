@@ -14,6 +14,7 @@
 #include <map>
 #include <memory>
 
+#include "installation/TreeCheck.h"
 #include "report/Report.h"
 #include "setuprun/QueueLimitsKeys.h"
 
@@ -85,7 +86,6 @@ using Limits = std::map<QString, QString>;
 // The lines "key: value" of QueueLimits if it is a regular file that other users can read, with
 // keys in lower case.
 std::optional<Limits> ReadLimits(int tree) {
-    constexpr qint64 longestText = 65536;
     const Descriptor opened = OpenRegularFile(tree, Find(Item::QueueLimits).path);
     struct stat found = {};
     QFile file;
@@ -93,7 +93,7 @@ std::optional<Limits> ReadLimits(int tree) {
         !file.open(opened.Number(), QIODevice::ReadOnly))
         return {};
     Limits limits;
-    for (const QString& line : QString::fromUtf8(file.read(longestText)).split(u'\n')) {
+    for (const QString& line : QString::fromUtf8(file.read(largestLimits)).split(u'\n')) {
         const qsizetype colon = line.indexOf(u':');
         if (colon != -1)
             limits[line.left(colon).toLower()] = line.mid(colon + 1).trimmed();
@@ -273,10 +273,7 @@ Failure Comparison::CompareDirectory(const Place& live, const State& before, con
 // The merge changes at most the mode of a file that is certainly that of an earlier setup, and
 // replaces any other. An owner of an earlier setup stays.
 void Comparison::CompareKeptFile(const Place& live, const State& before, const State& after) {
-    const bool stays = before.kind == State::Kind::File && before.links == 1 &&
-                       (before.mode & S_IROTH) != 0 &&
-                       (before.owner == after.owner || before.owner == m_recordedAccount);
-    if (!stays) {
+    if (!IsQueueFileOfSetup(before, after.owner, m_recordedAccount)) {
         Add(Change::Modify, live, before, after);
     } else if (before.mode != after.mode) {
         State changed = before;

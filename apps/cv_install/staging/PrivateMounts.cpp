@@ -28,8 +28,6 @@ const std::string base = "/sys";
 // More than the web pages, the accounts and the scripts need.
 constexpr const char* tmpfsOptions = "mode=0700,size=1g";
 
-constexpr off_t largestLimits = 65536;
-
 struct Layer {
     const char* path;
     const char* name;  // of the upper layer, below the tmpfs
