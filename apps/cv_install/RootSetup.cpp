@@ -54,7 +54,6 @@ Failure Stage(Arguments& arguments, const Descriptor& liveTree, const SetupLock&
         return failure;
     WarnOfKeptPages(*run, liveTree.Number(), keptPages);
     staged.interactive = run->m_interactive;
-    staged.binariesDir = run->m_binariesDir;
     staged.serviceUser = run->m_serviceUser;
     staged.serviceGroup = run->m_serviceGroup;
     staged.values = ValuesOf(*run);

@@ -20,7 +20,6 @@ struct StagedMachine {
     bool interactive = false;
     unsigned conditions = 0;  // of the setup, see Installation.h
     QString installDir;       // absolute
-    QString binariesDir;      // the product directory
     QString serviceUser;
     QString serviceGroup;
     QStringList activeServices;  // names of the services that were active before the setup

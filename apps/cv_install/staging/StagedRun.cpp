@@ -32,8 +32,7 @@ QByteArray Encode(const QString& impossible, const StagedMachine& staged) {
     QByteArray message;
     QDataStream stream(&message, QIODevice::WriteOnly);
     stream << impossible << staged.interactive << staged.conditions << staged.installDir
-           << staged.binariesDir << staged.serviceUser << staged.serviceGroup
-           << staged.activeServices
+           << staged.serviceUser << staged.serviceGroup << staged.activeServices
            << QList<std::pair<QString, QString>>(staged.values.begin(), staged.values.end())
            << staged.missingCommands;
     return message;
@@ -43,8 +42,8 @@ void Decode(const QByteArray& message, QString& impossible, StagedMachine& stage
     QDataStream stream(message);
     QList<std::pair<QString, QString>> values;
     stream >> impossible >> staged.interactive >> staged.conditions >> staged.installDir >>
-        staged.binariesDir >> staged.serviceUser >> staged.serviceGroup >> staged.activeServices >>
-        values >> staged.missingCommands;
+        staged.serviceUser >> staged.serviceGroup >> staged.activeServices >> values >>
+        staged.missingCommands;
     staged.values.assign(values.begin(), values.end());
 }
 
