@@ -104,8 +104,8 @@ const Interrupted interrupted[] = {
 
 class KilledSetup : public testing::TestWithParam<Interrupted> {};
 
-// A new directory that was complete, but not yet in its place, is kept: it cannot be told from one
-// that was moved away with what users put there. It is where the private directory was.
+// A complete new directory that was not yet in its place is kept beside the private directory,
+// because it could be a replaced one with files of users.
 bool IsNewDirectoryMovedAside(const std::string& line) {
     static const std::regex dated(
         "surplus: (/etc/corvane26|/var/corvane|/var/corvane/(qchemrc|corvane26server)"

@@ -73,7 +73,7 @@ Failure ChangeEntry(const PathDifference& difference, LiveEntry entry,
             WhyUnchangeable(difference, *now, entry.isMountPoint, installDir, owners))
         return RefusedInMerge(entry.path, reason);
     State wanted = difference.after;
-    // As for chown, a file that runs as its owner does not do so for another one.
+    // Like chown, clears the set-id bits of a file that gets another owner.
     if (wanted.kind == State::Kind::File)
         wanted.mode &= ~static_cast<mode_t>(S_ISUID | S_ISGID);
     return SetRecorded(std::move(entry), *now, wanted, changed, undo);

@@ -104,7 +104,7 @@ QString ReadMessages(int file) {
 }  // namespace
 
 std::optional<QString> RunTool(const std::vector<std::string>& command, Messages messages) {
-    // In memory: a process that the tool leaves behind keeps its stderr open.
+    // A file in memory, because background processes of the tool can keep a pipe open.
     const Descriptor errors(messages == Messages::Shown ? memfd_create("errors", MFD_CLOEXEC) : -1);
     pid_t process = 0;
     if (const int error = Spawn(command, errors.Number(), process))
