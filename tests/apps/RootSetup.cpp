@@ -11,7 +11,9 @@ void LayOutRootSetup() {
          {"/var/corvane", "/opt/corvane26", "/usr/bin/corvane26", "/usr/bin/corvane26_snapshot",
           "/usr/bin/corvane26_service_script", "/etc/systemd/system/corvane26_service.service"})
         fs::remove_all(path);
-    Shell("userdel corvsrvc; groupdel corvsrvc; rm -rf /tmp/corvane26_commit_* /etc/corvane26");
+    Shell(
+        "rm -rf /tmp/corvane26_commit_* /etc/corvane26; ! id -u corvsrvc || userdel corvsrvc;"
+        "! getent group corvsrvc || groupdel corvsrvc");
     fs::create_directories("/opt");
     fs::copy(HX_PRODUCT_DIR, "/opt/corvane26",
              fs::copy_options::recursive | fs::copy_options::copy_symlinks);

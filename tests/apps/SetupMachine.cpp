@@ -90,6 +90,7 @@ bool IsIgnored(const std::string& path) {
     return ignored.contains(path);
 }
 
+// Without the digest.
 PathState StateAt(const std::string& path) {
     struct stat found = {};
     if (lstat(path.c_str(), &found) != 0)
@@ -118,6 +119,27 @@ std::map<std::string, std::string> DigestsOf(const std::vector<std::string>& fil
     for (std::string line; std::getline(lines, line, '\0');)
         digests[line.substr(66)] = line.substr(0, 64);
     return digests;
+}
+
+// `root` comes before the paths.
+void AddDigests(MachineState& machine, const std::string& root) {
+    std::vector<std::string> files;
+    for (const auto& [path, state] : machine) {
+        if (S_ISREG(state.mode))
+            files.push_back(root + path);
+    }
+    for (const auto& [file, digest] : DigestsOf(files))
+        machine[file.substr(root.size())].sha256 = digest;
+}
+
+// The states of paths before anything was written to them.
+MachineState StatesInCopiedRoot(const std::vector<std::string>& paths) {
+    const std::string root = CopiedRoot();
+    MachineState machine;
+    for (const std::string& path : paths)
+        machine[path] = StateAt(root + path);
+    AddDigests(machine, root);
+    return machine;
 }
 
 const char* KindOf(mode_t mode) {
@@ -202,11 +224,11 @@ void AddProgram(const std::string& path, const std::string& text) {
 
 static void LayOutMachine() {
     LayOutRootSetup();
+    // Without the files, the first change below a directory would change its times.
     Shell(
-        "rm -rf /etc/corvane26 /etc/systemd/system/*.wants/corvane* /var/log/corvane26* "
-        "/run/corvane26*; useradd -m ann; useradd -m bob; useradd -m carl");
-    // Without this, the first change below a directory would change its times.
-    Shell("touch /var/log/corvane26 /run/corvane26; rm /var/log/corvane26 /run/corvane26");
+        "rm -rf /etc/systemd/system/*.wants/corvane* /var/log/corvane26* /run/corvane26*;"
+        "useradd -m ann; useradd -m bob; useradd -m carl;"
+        "touch /var/log/corvane26 /run/corvane26; rm /var/log/corvane26 /run/corvane26");
     fs::remove_all(runningServices);
     fs::create_directories(runningServices + "/active");
     TakeServiceCalls();
@@ -284,34 +306,25 @@ std::string PathState::Text() const {
 
 MachineState StateOfTouchedPaths() {
     MachineState machine;
-    std::vector<std::string> files;
     for (const std::string& path : TouchedPaths()) {
-        if (IsIgnored(path))
-            continue;
-        const PathState& state = machine[path] = StateAt(path);
-        if (S_ISREG(state.mode))
-            files.push_back(path);
+        if (!IsIgnored(path))
+            machine[path] = StateAt(path);
     }
-    for (const auto& [path, digest] : DigestsOf(files))
-        machine[path].sha256 = digest;
+    AddDigests(machine, "");
     return machine;
 }
 
-PathState StateInCopiedRoot(const std::string& path) {
-    const std::string copied = CopiedRoot() + path;
-    PathState state = StateAt(copied);
-    if (S_ISREG(state.mode))
-        state.sha256 = DigestsOf({copied})[copied];
-    return state;
-}
-
 std::vector<PathChange> ChangesBetween(const MachineState& before, const MachineState& after) {
-    std::vector<PathChange> changes;
+    std::vector<std::string> firstTouched;
     for (const auto& [path, is] : after) {
-        const auto found = before.find(path);
-        changes.push_back(
-            {path, found == before.end() ? StateInCopiedRoot(path) : found->second, is});
+        if (!before.contains(path))
+            firstTouched.push_back(path);
     }
+    MachineState all = StatesInCopiedRoot(firstTouched);
+    all.insert(before.begin(), before.end());
+    std::vector<PathChange> changes;
+    for (const auto& [path, is] : after)
+        changes.push_back({path, all[path], is});
     // What was created and removed again leaves no trace.
     for (const auto& [path, was] : before) {
         if (!after.contains(path))
@@ -371,10 +384,9 @@ std::vector<std::string> AccountLines() {
 
 std::string WholeMachine() {
     std::vector<std::string> lines = AccountLines();
-    for (const auto& [path, state] : StateOfTouchedPaths()) {
-        const std::string text = state.Text();
-        if (!IsExcepted(path) && text != StateInCopiedRoot(path).Text())
-            lines.push_back(path + ' ' + text);
+    for (const PathChange& change : ChangesBetween({}, StateOfTouchedPaths())) {
+        if (!IsExcepted(change.path) && change.before.Text() != change.after.Text())
+            lines.push_back(change.path + ' ' + change.after.Text());
     }
     return JoinLines(lines);
 }

@@ -65,16 +65,13 @@ using MachineState = std::map<std::string, PathState>;
 // the lock of setups, and the calls of the stand-ins.
 MachineState StateOfTouchedPaths();
 
-// The state of a path before anything was written to it.
-PathState StateInCopiedRoot(const std::string& path);
-
 struct PathChange {
     std::string path;
     PathState before;
     PathState after;
 };
 
-// The paths whose state or times differ.
+// The paths whose state or times differ. Paths that `before` lacks were as in the copied root.
 std::vector<PathChange> ChangesBetween(const MachineState& before, const MachineState& after);
 
 // The processes of the throwaway root except this one, as in /proc/PID/stat.

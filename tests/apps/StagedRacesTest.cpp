@@ -168,7 +168,7 @@ struct Attack {
 const Attack attacks[] = {
     {"Unit",
      {"corvane26_service.service"},
-     "printf '[Service]\\nExecStart=/hostile\\n' > \"$1\"; chmod 666 \"$1\""},
+     "echo \"[Service]\nExecStart=/hostile\" > \"$1\"; chmod 666 \"$1\""},
     {"LinksToVictim",
      {"corvane26", "corvane26_snapshot", "corvane26_service.service", "QueueLimits"},
      "ln -s /srv/victim \"$1\""},
@@ -199,13 +199,13 @@ void ExchangeForever(const Attack& attack) {
 }
 
 void PlantEntries(const Attack& attack) {
-    for (int number = 0; number < 64; ++number) {
-        for (const char* file : attack.files) {
-            const std::string path = "/var/corvane/planted" + std::to_string(number) + file;
-            Shell("setpriv --reuid=ann --regid=ann --init-groups sh -c '" +
-                  std::string(attack.planted) + "' sh " + path);
-        }
-    }
+    std::string files;
+    for (const char* file : attack.files)
+        files += std::string(" ") + file;
+    Shell(
+        "setpriv --reuid=ann --regid=ann --init-groups sh -c 'cd /var/corvane; "
+        "for number in $(seq 0 63); do for file in" +
+        files + "; do set -- planted$number$file; " + attack.planted + "; done; done'");
 }
 
 class ExchangedFiles : public testing::TestWithParam<Attack> {};

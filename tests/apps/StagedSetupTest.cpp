@@ -1,5 +1,7 @@
 // Setups as root against the bare commit script, and dry runs against the setups that follow.
+#include <grp.h>
 #include <gtest/gtest.h>
+#include <pwd.h>
 
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -64,20 +66,25 @@ std::string Compact(const QJsonObject& object) {
     return QJsonDocument(object).toJson(QJsonDocument::Compact).toStdString();
 }
 
+QString UserName(const passwd* user) {
+    return user == nullptr ? "" : user->pw_name;
+}
+
+QString GroupName(const group* group) {
+    return group == nullptr ? "" : group->gr_name;
+}
+
 QJsonValue JsonOf(const std::string& path, const PathState& state) {
     if (state.mode == 0)
         return QJsonValue::Null;
-    QJsonObject object = {
-        {"uid", static_cast<int>(state.owner)},
-        {"gid", static_cast<int>(state.group)},
-        {"owner", QString::fromStdString(Shell("id -nu " + std::to_string(state.owner)))}};
-    const std::string group = Shell("getent group " + std::to_string(state.group));
-    object["group"] = QString::fromStdString(group.substr(0, group.find(':')));
+    QJsonObject object = {{"uid", static_cast<int>(state.owner)},
+                          {"gid", static_cast<int>(state.group)},
+                          {"owner", UserName(getpwuid(state.owner))},
+                          {"group", GroupName(getgrgid(state.group))}};
     if (S_ISLNK(state.mode))
         object["target"] = QString::fromStdString(state.target);
     else
-        object["mode"] =
-            QString::fromStdString(Shell("printf %04o " + std::to_string(state.mode & 07777U)));
+        object["mode"] = QString::asprintf("%04o", state.mode & 07777U);
     // Nothing is said of what others may not read, nor of the jobs.
     if (S_ISREG(state.mode) && (state.mode & S_IROTH) != 0 && !path.ends_with("/QueueEntries"))
         object["sha256"] = QString::fromStdString(state.sha256);
