@@ -2,7 +2,10 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
 #include <sys/mman.h>
+#include <sys/prctl.h>
 #include <sys/ptrace.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -20,7 +23,7 @@ namespace {
 
 constexpr const char* processNames[setupProcesses] = {"parent", "child", "script"};
 
-const std::set<uint64_t> changingCalls = {
+constexpr unsigned changingCalls[] = {
     SYS_mount,     SYS_umount2,   SYS_unshare,   SYS_clone,     SYS_clone3,    SYS_fork,
     SYS_vfork,     SYS_execve,    SYS_mkdir,     SYS_mkdirat,   SYS_rename,    SYS_renameat,
     SYS_renameat2, SYS_link,      SYS_linkat,    SYS_symlink,   SYS_symlinkat, SYS_unlink,
@@ -28,10 +31,28 @@ const std::set<uint64_t> changingCalls = {
     SYS_fchown,    SYS_fchownat,  SYS_lchown,    SYS_ftruncate, SYS_write,     SYS_sendmsg,
     SYS_flock,     SYS_utimensat, SYS_fsetxattr, SYS_setxattr,  SYS_wait4,     SYS_recvmsg};
 
-bool CanChange(uint64_t call, const uint64_t* arguments) {
-    constexpr uint64_t writing = O_CREAT | O_WRONLY | O_RDWR | O_TRUNC;
-    return changingCalls.contains(call) || (call == SYS_openat && (arguments[2] & writing) != 0) ||
-           (call == SYS_open && (arguments[1] & writing) != 0);
+// Stops the process and its descendants at calls that can change something, and at no others.
+bool StopAtChangingCalls() {
+    constexpr unsigned writing = O_CREAT | O_WRONLY | O_RDWR | O_TRUNC;
+    const sock_filter stop = BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_TRACE);
+    std::vector<sock_filter> filter = {
+        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr))};
+    for (const unsigned call : changingCalls) {
+        filter.push_back(BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, call, 0, 1));
+        filter.push_back(stop);
+    }
+    constexpr std::pair<unsigned, size_t> opening[] = {{SYS_open, 1}, {SYS_openat, 2}};
+    for (const auto& [call, flags] : opening) {
+        const size_t argument = offsetof(seccomp_data, args) + flags * sizeof(uint64_t);
+        filter.push_back(BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, call, 0, 4));
+        filter.push_back(BPF_STMT(BPF_LD | BPF_W | BPF_ABS, static_cast<unsigned>(argument)));
+        filter.push_back(BPF_JUMP(BPF_JMP | BPF_JSET | BPF_K, writing, 0, 1));
+        filter.push_back(stop);
+        filter.push_back(BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW));
+    }
+    filter.push_back(BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW));
+    const sock_fprog program = {static_cast<unsigned short>(filter.size()), filter.data()};
+    return prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) == 0;
 }
 
 [[noreturn]] void BeginTracee(const std::vector<std::string>& command, int output) {
@@ -46,6 +67,8 @@ bool CanChange(uint64_t call, const uint64_t* arguments) {
     argv.push_back(nullptr);
     ptrace(PTRACE_TRACEME, 0, nullptr, nullptr);
     raise(SIGSTOP);
+    if (!StopAtChangingCalls())
+        _exit(126);
     execv(argv[0], argv.data());
     _exit(127);
 }
@@ -60,10 +83,10 @@ public:
     void FollowAll() {
         int status = 0;
         waitpid(m_parent, &status, 0);
-        constexpr long options = PTRACE_O_TRACESYSGOOD | PTRACE_O_TRACEFORK | PTRACE_O_TRACEVFORK |
+        constexpr long options = PTRACE_O_TRACESECCOMP | PTRACE_O_TRACEFORK | PTRACE_O_TRACEVFORK |
                                  PTRACE_O_TRACECLONE | PTRACE_O_TRACEEXEC;
         ptrace(PTRACE_SETOPTIONS, m_parent, nullptr, options);
-        ptrace(PTRACE_SYSCALL, m_parent, nullptr, nullptr);
+        ptrace(PTRACE_CONT, m_parent, nullptr, nullptr);
         for (pid_t pid; (pid = waitpid(-1, &status, __WALL)) > 0;) {
             if (WIFSTOPPED(status))
                 Continue(pid, status);
@@ -80,15 +103,13 @@ private:
         const int signal = WSTOPSIG(status);
         const int event = status >> 16;
         int delivered = 0;
-        if (event != 0)
-            NoteEvent(pid, event);
-        else if (signal == (SIGTRAP | 0x80))
+        if (event == PTRACE_EVENT_SECCOMP)
             NoteCall(pid);
+        else if (event != 0)
+            NoteEvent(pid, event);
         else if (!isNew || signal != SIGSTOP)
             delivered = signal;
-        // A process without a role need not stop at its calls.
-        const bool counts = m_result.struckCall.empty() && m_roles.contains(pid);
-        ptrace(counts ? PTRACE_SYSCALL : PTRACE_CONT, pid, nullptr, delivered);
+        ptrace(PTRACE_CONT, pid, nullptr, delivered);
     }
 
     void NoteEvent(pid_t pid, int event) {
@@ -99,28 +120,27 @@ private:
             const std::string command = ReadFile("/proc/" + std::to_string(pid) + "/cmdline");
             if (command.find("/corvane26_commit_") != std::string::npos)
                 m_roles[pid] = SetupProcess::Script;
-        } else if (pid == m_parent && m_childIsKnown == false) {
+        } else if (pid == m_parent && !m_childIsKnown) {
             m_childIsKnown = true;
             m_roles[other] = SetupProcess::Child;
         }
     }
 
     void NoteCall(pid_t pid) {
+        const auto role = m_roles.find(pid);
+        if (role == m_roles.end() || !m_result.struckCall.empty())
+            return;
         struct __ptrace_syscall_info call = {};
         ptrace(PTRACE_GET_SYSCALL_INFO, pid, sizeof call, &call);
-        const auto role = m_roles.find(pid);
-        if (call.op != PTRACE_SYSCALL_INFO_ENTRY || role == m_roles.end() ||
-            !CanChange(call.entry.nr, reinterpret_cast<const uint64_t*>(call.entry.args)))
-            return;
         const auto index = static_cast<size_t>(role->second);
         const size_t number = ++m_result.calls[index];
         // The setup notes in its lock that the merge begins.
-        if (role->second == SetupProcess::Parent && call.entry.nr == SYS_ftruncate &&
-            call.entry.args[1] == 1)
+        if (role->second == SetupProcess::Parent && call.seccomp.nr == SYS_ftruncate &&
+            call.seccomp.args[1] == 1)
             m_result.callsBeforeMerge = number - 1;
         if (role->second == m_strike.process && number == m_strike.call) {
             m_result.struckCall = std::string(processNames[index]) + ' ' + std::to_string(number) +
-                                  " (system call " + std::to_string(call.entry.nr) + ')';
+                                  " (system call " + std::to_string(call.seccomp.nr) + ')';
             kill(pid, m_strike.signal);
         }
     }
