@@ -1,8 +1,10 @@
 #include "merge/Tool.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <spawn.h>
 #include <sys/mman.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -12,7 +14,6 @@
 #include <chrono>
 #include <csignal>
 #include <cstring>
-#include <thread>
 
 #include "installation/State.h"
 
@@ -75,13 +76,20 @@ int Spawn(const std::vector<std::string>& command, int errors, pid_t& process) {
 
 // Returns the status of waitpid; empty when the process is still running after the limit.
 std::optional<int> WaitForEnd(pid_t process, seconds longest) {
-    const auto deadline = std::chrono::steady_clock::now() + longest;
+    using std::chrono::milliseconds;
+    using std::chrono::steady_clock;
+    const auto deadline = steady_clock::now() + longest;
+    const Descriptor ended(static_cast<int>(syscall(SYS_pidfd_open, process, 0)));
     for (int status = 0;;) {
         if (waitpid(process, &status, WNOHANG) == process)
             return status;
-        if (std::chrono::steady_clock::now() >= deadline)
+        const auto remaining =
+            std::chrono::duration_cast<milliseconds>(deadline - steady_clock::now());
+        if (remaining.count() <= 0)
             return {};
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        pollfd end = {ended.Number(), POLLIN, 0};
+        // Kernels before 5.3 have no such descriptor.
+        poll(&end, 1, ended.Number() == -1 ? 1 : static_cast<int>(remaining.count()));
     }
 }
 
