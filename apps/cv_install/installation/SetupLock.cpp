@@ -115,30 +115,39 @@ Failure SetupLock::OpenFile(const std::string& path, mode_t mode) {
     return {};
 }
 
-// Some network file systems lock only files that are open for writing.
-Failure SetupLock::OpenForUser(const std::string& installDir) {
-    m_path = installDir;
-    m_descriptor = open(installDir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+Failure SetupLock::OpenDirectory(const std::string& path) {
+    m_path = path;
+    m_descriptor = open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (m_descriptor == -1)
-        return LockProblem(installDir, errno);
-    if (flock(m_descriptor, LOCK_EX | LOCK_NB) == 0 || errno == EWOULDBLOCK)
-        return {};
-    close(m_descriptor);
-    const Entry& entry = Find(Item::UserLock);
-    return OpenFile(PathOf(entry, installDir), entry.userMode);
+        return LockProblem(path, errno);
+    return {};
+}
+
+int SetupLock::TryLock() const {
+    return flock(m_descriptor, LOCK_EX | LOCK_NB) == 0 ? 0 : errno;
 }
 
 Failure SetupLock::Take(const QString& installDir, std::chrono::seconds limit, Purpose purpose) {
     const Entry& entry = Find(Item::RootLock);
     if (purpose == Purpose::DryRun && access(entry.path, F_OK) != 0)
         return {};
-    if (Failure failure = getuid() == 0 ? OpenFile(entry.path, entry.rootMode)
-                                        : OpenForUser(installDir.toStdString()))
+    const bool isRoot = getuid() == 0;
+    if (Failure failure =
+            isRoot ? OpenFile(entry.path, entry.rootMode) : OpenDirectory(installDir.toStdString()))
         return failure;
+    int error = TryLock();
+    // Some network file systems lock only files that are open for writing.
+    if (!isRoot && error != 0 && error != EWOULDBLOCK) {
+        close(m_descriptor);
+        const Entry& file = Find(Item::UserLock);
+        if (Failure failure = OpenFile(PathOf(file, installDir.toStdString()), file.userMode))
+            return failure;
+        error = TryLock();
+    }
     const auto deadline = std::chrono::steady_clock::now() + limit;
-    for (bool reported = false; flock(m_descriptor, LOCK_EX | LOCK_NB) != 0; reported = true) {
-        if (errno != EWOULDBLOCK)
-            return LockProblem(m_path, errno);
+    for (bool reported = false; error != 0; reported = true, error = TryLock()) {
+        if (error != EWOULDBLOCK)
+            return LockProblem(m_path, error);
         if (std::chrono::steady_clock::now() >= deadline)
             return HeldBy(m_descriptor);
         if (!reported)

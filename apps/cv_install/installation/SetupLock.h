@@ -40,7 +40,10 @@ public:
 
 private:
     Failure OpenFile(const std::string& path, mode_t mode);
-    Failure OpenForUser(const std::string& installDir);
+    Failure OpenDirectory(const std::string& path);
+
+    // Returns 0 or errno; EWOULDBLOCK when another process has the lock.
+    int TryLock() const;
 
     std::string m_path;
     int m_descriptor = -1;
