@@ -7,6 +7,7 @@
 #include "apply/RunTimeFiles.h"
 #include "apply/ScriptRun.h"
 #include "apply/SetupLog.h"
+#include "installation/PackedPages.h"
 #include "installation/SetupRun.h"
 #include "installation/TreeCheck.h"
 #include "merge/ServiceAccount.h"
@@ -38,9 +39,12 @@ Failure Confirm(CInstallBase& run, unsigned conditions, CommitScript& script) {
 Failure CarryOut(CInstallBase& run, unsigned conditions, const SetupLock& lock) {
     const bool root = IsRootSetup(run);
     CommitScript script;
+    PackedPages packed;
     Failure failure;
     if (root)
         failure = Confirm(run, conditions, script);
+    if (!failure)
+        packed.Read(run, conditions);
     if (!failure && root)
         failure = FindUnsafePath(run.m_installDir, Changes::None);
     if (!failure)
@@ -56,13 +60,13 @@ Failure CarryOut(CInstallBase& run, unsigned conditions, const SetupLock& lock) 
     std::fflush(stdout);
     failure = FollowScript(script.path, lock, ScriptOutput::Shown);
     if (!failure)
-        failure = CheckResult(run, conditions, keptPages);
+        failure = CheckResult(run, conditions, keptPages, packed);
     if (!failure && root)
         failure = RecordServiceAccount(run.m_serviceUser, run.m_serviceGroup);
     if (failure || keptPages.empty())
         return failure;
     const Descriptor tree(open(run.m_installDir.toUtf8().constData(), O_PATH | O_CLOEXEC));
-    WarnOfKeptPages(run, tree.Number(), keptPages);
+    WarnOfKeptPages(run, tree.Number(), keptPages, packed);
     return {};
 }
 

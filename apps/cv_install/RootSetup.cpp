@@ -10,6 +10,7 @@
 #include "apply/ScriptRun.h"
 #include "apply/SetupLog.h"
 #include "installation/Installation.h"
+#include "installation/PackedPages.h"
 #include "installation/SetupRun.h"
 #include "installation/TimeLimit.h"
 #include "installation/TreeCheck.h"
@@ -38,8 +39,11 @@ Failure Stage(Arguments& arguments, const Descriptor& liveTree, const SetupLock&
     if (!failure)
         failure = PrivateMounts::CoverTemporaryFiles();
     staged.conditions = ConditionsOf(*run, arguments);
-    if (!failure)
+    PackedPages packed;
+    if (!failure) {
+        packed.Read(*run, staged.conditions);
         failure = WriteRunTimeFiles(*run, staged.conditions);
+    }
     CommitScript script;
     if (!failure)
         failure = WriteScript(*run, script, Changes::None);
@@ -47,12 +51,12 @@ Failure Stage(Arguments& arguments, const Descriptor& liveTree, const SetupLock&
     if (!failure)
         failure = FollowScript(script.path, lock, ScriptOutput::Logged);
     if (!failure)
-        failure = CheckResult(*run, staged.conditions, keptPages);
+        failure = CheckResult(*run, staged.conditions, keptPages, packed);
     if (!failure)
         failure = RecordServiceAccount(run->m_serviceUser, run->m_serviceGroup);
     if (failure)
         return failure;
-    WarnOfKeptPages(*run, liveTree.Number(), keptPages);
+    WarnOfKeptPages(*run, liveTree.Number(), keptPages, packed);
     staged.interactive = run->m_interactive;
     staged.serviceUser = run->m_serviceUser;
     staged.serviceGroup = run->m_serviceGroup;

@@ -13,6 +13,7 @@
 #include "apply/RunTimeFiles.h"
 #include "installation/ContentCheck.h"
 #include "installation/SetupRun.h"
+#include "installation/State.h"
 #include "report/OwnerNames.h"
 
 namespace {
@@ -47,6 +48,11 @@ Failure CheckOwner(const CInstallBase& run, const Entry& entry) {
                                run.m_serviceUser, run.m_serviceGroup));
 }
 
+Failure CheckUnpackedPages(const CInstallBase& run, const Entry& entry, const PackedPages& packed) {
+    const Descriptor tree(open(run.m_installDir.toUtf8().constData(), O_PATH | O_CLOEXEC));
+    return packed.Check(run, entry, tree.Number(), Written::Now);
+}
+
 }  // namespace
 
 EntryList FindKeptPages(const CInstallBase& run, unsigned conditions) {
@@ -59,13 +65,16 @@ EntryList FindKeptPages(const CInstallBase& run, unsigned conditions) {
     return kept;
 }
 
-Failure CheckResult(const CInstallBase& run, unsigned conditions, const EntryList& keptPages) {
+Failure CheckResult(const CInstallBase& run, unsigned conditions, const EntryList& keptPages,
+                    const PackedPages& packed) {
     const bool root = (conditions & AsRoot) != 0;
     for (const Entry& entry : Entries()) {
         if (!Applies(entry, conditions))
             continue;
         Failure failure;
-        if (!IsIn(keptPages, entry) && !IsRunTimeFile(entry))
+        if (entry.check == Check::Archive && !IsIn(keptPages, entry))
+            failure = CheckUnpackedPages(run, entry, packed);
+        else if (entry.check != Check::Archive && !IsRunTimeFile(entry))
             failure = CheckContent(run, entry);
         if (!failure && root && entry.owner == Owner::ServiceAccount)
             failure = CheckOwner(run, entry);
@@ -75,9 +84,10 @@ Failure CheckResult(const CInstallBase& run, unsigned conditions, const EntryLis
     return {};
 }
 
-void WarnOfKeptPages(const CInstallBase& run, int tree, const EntryList& keptPages) {
+void WarnOfKeptPages(const CInstallBase& run, int tree, const EntryList& keptPages,
+                     const PackedPages& packed) {
     for (const Entry* entry : keptPages) {
-        if (Failure failure = CheckPages(run, *entry, tree, Written::Before))
+        if (Failure failure = packed.Check(run, *entry, tree, Written::Before))
             ReportWarning(*failure);
     }
 }
