@@ -11,6 +11,7 @@
 #include <functional>
 #include <set>
 
+#include "faults/EveryFault.h"
 #include "faults/Messages.h"
 #include "harness/Child.h"
 #include "harness/Expect.h"
@@ -145,13 +146,14 @@ TEST_F(FullDisk, ReportsFullInstallDirectory) {
             MountDisks(std::to_string(pages * pageSize) + "k", "1m");
             SCOPED_TRACE(std::to_string(pages) + " pages");
             const ProcessResult result = RunSetup();
-            statuses.insert(result.status);
+            const bool isNew = statuses.insert(result.status).second;
             if (result.status == 0) {
                 EXPECT_TRUE(CreatedFiles() == all);
                 break;
             }
             ExpectIncomplete(result);
-            ExpectRepairable(all);
+            if (isNew || TriesEveryFault())
+                ExpectRepairable(all);
             ASSERT_LT(pages, 100);
         }
         EXPECT_EQ(statuses, (std::set<int>{0, 1, 2, 10}));

@@ -7,16 +7,12 @@
 #include <set>
 
 #include "apps/UserSetup.h"
+#include "faults/EveryFault.h"
 #include "faults/FaultyRun.h"
 
 namespace {
 
 namespace fs = std::filesystem;
-
-// Every n-th allocation of a setup fails.
-int Stride() {
-    return std::getenv("HX_TEST_EVERY_FAULT") == nullptr ? 37 : 1;
-}
 
 class NoMemory : public testing::Test {
 protected:
@@ -94,8 +90,9 @@ void ExpectReported(const hx_test::ProcessResult& result) {
 }
 
 TEST_F(NoMemory, EndsSetupWithMessageOrNotAtAll) {
+    const int stride = TriesEveryFault() ? 1 : 97;
     int ended = 0;
-    for (int number = 1;; number += Stride()) {
+    for (int number = 1;; number += stride) {
         const auto result = Run(number);
         SCOPED_TRACE("allocation " + std::to_string(number) + ", status " +
                      std::to_string(result.status) + "\n" + result.err);
