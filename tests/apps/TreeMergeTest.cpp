@@ -8,8 +8,10 @@
 #include <sys/inotify.h>
 #include <sys/mount.h>
 #include <sys/prctl.h>
+#include <sys/ptrace.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/sysmacros.h>
 #include <sys/un.h>
 #include <sys/wait.h>
@@ -101,7 +103,7 @@ std::vector<PathDifference> Compare() {
         const bool isPage = row.path != row.entry->path;
         if (before.kind == Kinds::File && isPage)
             after.digest = before.digest;
-        if (before.kind == Kinds::Directory)
+        if (before.kind == Kinds::Directory && after.kind == Kinds::Directory)
             after.mode = before.mode;
         if (after == before)
             continue;
@@ -773,7 +775,7 @@ TEST(PrivateDirectory, IsRootsWhenAnotherIsPlanted) {
             if (PrivateDirectory::Create(parent, created))
                 continue;
             struct stat found = {};
-            ASSERT_EQ(fstat(created->Incomplete(), &found), 0);
+            ASSERT_EQ(fstat(created->New(), &found), 0);
             ASSERT_EQ(fstatat(created->Slots(), "", &found, AT_EMPTY_PATH), 0);
             ASSERT_EQ(found.st_uid, 0U) << i;
             ASSERT_EQ(found.st_mode, S_IFDIR | 0700U) << i;
@@ -805,28 +807,69 @@ TEST(TreeMerge, KeepsLinesAppendedMeanwhile) {
     });
 }
 
+// False when the merge has ended before that rename.
+bool KillBeforeRename(int number, const std::vector<PathDifference>& differences) {
+    const pid_t child = fork();
+    if (child == 0) {
+        ptrace(PTRACE_TRACEME, 0, 0, 0);
+        raise(SIGSTOP);
+        Merge(differences);
+        _exit(0);
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    ptrace(PTRACE_SETOPTIONS, child, 0, PTRACE_O_TRACESYSGOOD | PTRACE_O_EXITKILL);
+    while (number > 0) {
+        ptrace(PTRACE_SYSCALL, child, 0, 0);
+        waitpid(child, &status, 0);
+        if (!WIFSTOPPED(status))
+            return false;
+        __ptrace_syscall_info call = {};
+        ptrace(PTRACE_GET_SYSCALL_INFO, child, sizeof call, &call);
+        if (call.op == PTRACE_SYSCALL_INFO_ENTRY &&
+            (call.entry.nr == SYS_renameat || call.entry.nr == SYS_renameat2))
+            --number;
+    }
+    kill(child, SIGKILL);
+    waitpid(child, &status, 0);
+    return true;
+}
+
+struct KilledMerge {
+    const char* command;  // in the install directory, before the merge
+    const char* kept;     // what has a dated name in the end
+};
+
+// New entries that were not placed yet go. What was there before stays, under a dated name.
 TEST(TreeMerge, IsCompletedByNextOneWhenKilled) {
     HX_REQUIRE_THROWAWAY_ROOT();
-    ExpectScenarioOnMachine([] {
-        fs::remove_all(liveTree);
-        for (int round = 0; round < 10 * RoundCount(); ++round) {
-            LayOutTree(liveTree, "old");
-            fs::remove_all(liveTree + "/corvanerc/corvane26server");
-            const auto differences = Compare();
-            const pid_t child = fork();
-            if (child == 0) {
-                Merge(differences);
-                _exit(0);
+    const KilledMerge merges[] = {
+        {"rm -r /srv/corvane", ""},
+        {"rm -r qchemrc corvanerc/corvane26server QueueEntries", ""},
+        {"rm corvane26; mkdir corvane26; echo job > QueueEntries; chmod 600 QueueEntries; "
+         "touch corvane26/job",
+         "./corvane26.D\n./corvane26.D/job\n./QueueEntries.D"},
+    };
+    for (const auto& [command, kept] : merges) {
+        SCOPED_TRACE(command);
+        ExpectScenarioOnMachine([command = std::string(command), kept = std::string(kept)] {
+            int rename = 1;
+            for (; !testing::Test::HasFailure(); ++rename) {
+                LayOutLiveTree();
+                Shell("cd /srv/corvane; " + command);
+                if (!KillBeforeRename(rename, Compare()))
+                    break;
+                EXPECT_EQ(Merge(Compare()), "") << rename;
+                ExpectPlaced();
+                EXPECT_EQ(Shell("cd /srv; ls -A . corvane | grep setup_"), "") << rename;
+                EXPECT_EQ(Shell("cd /srv/corvane; find . /srv/corvane.2* -path '*.2*' | sort -f | "
+                                "sed 's/[.]2[-0-9]*/.D/'"),
+                          kept)
+                    << rename;
             }
-            usleep(static_cast<useconds_t>(round * 300));
-            kill(child, SIGKILL);
-            waitpid(child, nullptr, 0);
-            ASSERT_EQ(Merge(Compare()), "") << round;
-            ExpectPlaced();
-            EXPECT_EQ(Shell("cd /srv/corvane; ls -A | grep setup_"), "") << round;
-            fs::remove_all(liveTree);
-        }
-    });
+            EXPECT_GT(rename, 1);
+        });
+    }
 }
 
 TEST(State, ReadsOnlyWhatOthersCanRead) {

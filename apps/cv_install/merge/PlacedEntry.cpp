@@ -1,23 +1,12 @@
 #include "merge/PlacedEntry.h"
 
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
 
-#include "installation/Installation.h"
-
 namespace {
-
-// Lines that users appended to a new QueueEntries.
-bool HasJobs(const PlacedEntry& placed) {
-    struct stat file = {};
-    return placed.name == Find(Item::QueueEntries).path &&
-           fstatat(placed.holder->Slots(), placed.slot.c_str(), &file, AT_SYMLINK_NOFOLLOW) == 0 &&
-           S_ISREG(file.st_mode) && file.st_size > 0;
-}
 
 void RemoveIfSame(int directory, const std::string& path, const State& created) {
     const size_t slash = path.rfind('/');
@@ -38,7 +27,7 @@ void EmptySlot(const PlacedEntry& placed) {
         const std::string below = placed.created[i].path.substr(placed.created.front().path.size());
         RemoveIfSame(placed.holder->Slots(), placed.slot + below, placed.created[i].state);
     }
-    if (HasJobs(placed))
+    if (HasJobs(placed.holder->Slots(), placed.slot))
         placed.holder->MoveBack(placed.slot);
     else
         placed.holder->Discard(placed.slot);

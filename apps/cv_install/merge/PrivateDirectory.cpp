@@ -22,7 +22,7 @@ namespace {
 
 // Names in a private directory. Another directory of root's that a user renames like one is
 // recognized by other names in it, and stays untouched.
-constexpr const char* incompleteName = "corvane26_incomplete";
+constexpr const char* newName = "corvane26_new";
 constexpr std::string_view slotPrefix = "corvane26_slot.";
 
 constexpr int mostTries = 100;
@@ -143,15 +143,15 @@ void CleanUpPrivate(const LiveDirectory& parent, const std::string& name) {
         return;
     const std::vector<std::string> names = ListNames(directory.Number());
     const bool isOurs = std::all_of(names.begin(), names.end(), [](const std::string& each) {
-        return each == incompleteName || each.starts_with(slotPrefix);
+        return each == newName || each.starts_with(slotPrefix);
     });
     if (!isOurs)
         return;
     for (const std::string& each : names) {
         // Jobs of users are never removed.
-        if (each == incompleteName)
+        if (each == newName)
             RemovePrivateEntry(directory.Number(), each);
-        else if (NameOfSlot(each) == Find(Item::QueueEntries).path)
+        else if (HasJobs(directory.Number(), each))
             MoveBackTo(parent, directory.Number(), each);
         else
             DiscardSlot(parent, directory.Number(), each);
@@ -163,7 +163,7 @@ void CleanUpPrivate(const LiveDirectory& parent, const std::string& name) {
 // the slot replaces it. Directories cannot have one.
 bool ReplaceByRename(int slotDirectory, const std::string& slot, int directory,
                      const std::string& name) {
-    const std::string former = slot + ".former";
+    const std::string former = std::string(slotPrefix) + "former." + NameOfSlot(slot);
     if (linkat(directory, name.c_str(), slotDirectory, former.c_str(), 0) != 0) {
         if (errno == EPERM)
             errno = EISDIR;
@@ -215,6 +215,13 @@ Placed ExchangeOrMove(int slotDirectory, const std::string& slot, int directory,
     return Placed::Failed;
 }
 
+bool HasJobs(int slotDirectory, const std::string& slot) {
+    struct stat file = {};
+    return NameOfSlot(slot) == Find(Item::QueueEntries).path &&
+           fstatat(slotDirectory, slot.c_str(), &file, AT_SYMLINK_NOFOLLOW) == 0 &&
+           S_ISREG(file.st_mode) && file.st_size > 0;
+}
+
 void RemovePrivateEntry(int directory, const std::string& name) {
     if (unlinkat(directory, name.c_str(), 0) == 0)
         return;
@@ -245,10 +252,10 @@ Failure PrivateDirectory::Create(const DirectoryPointer& parent,
             errno != 0)
             continue;
         created.reset(new PrivateDirectory(parent, std::move(directory)));
-        if (mkdirat(created->Slots(), incompleteName, mode) != 0)
+        if (mkdirat(created->Slots(), newName, mode) != 0)
             return FailedInMerge(parent->path, errno);
-        created->m_incomplete = OpenForListing(created->Slots(), incompleteName);
-        if (created->m_incomplete)
+        created->m_new = OpenForListing(created->Slots(), newName);
+        if (created->m_new)
             return {};
         return FailedInMerge(parent->path, errno);
     }
@@ -256,13 +263,30 @@ Failure PrivateDirectory::Create(const DirectoryPointer& parent,
 }
 
 PrivateDirectory::~PrivateDirectory() {
-    RemovePrivateEntry(m_directory.Number(), incompleteName);
+    RemovePrivateEntry(m_directory.Number(), newName);
     RemoveEmptyDirectory(m_parent->descriptor.Number(), m_directory);
 }
 
 std::string PrivateDirectory::NewSlot(const std::string& name) {
     constexpr size_t longestName = 200;  // leaves space for the prefix and the date
     return std::string(slotPrefix) + std::to_string(++m_slots) + '.' + name.substr(0, longestName);
+}
+
+Placed PrivateDirectory::Place(const std::string& slot, State::Kind kind, int directory,
+                               const std::string& name) {
+    if (kind == State::Kind::Directory) {
+        errno = MoveToFreeName(New(), slot, directory, name);
+        return errno == 0 ? Placed::Free : Placed::Failed;
+    }
+    if (renameat(New(), slot.c_str(), Slots(), slot.c_str()) != 0)
+        return Placed::Failed;
+    const Placed result = ExchangeOrMove(Slots(), slot, directory, name);
+    if (result == Placed::Failed) {
+        const int error = errno;
+        unlinkat(Slots(), slot.c_str(), 0);
+        errno = error;
+    }
+    return result;
 }
 
 void PrivateDirectory::Discard(const std::string& slot) {

@@ -16,6 +16,9 @@ struct LiveDirectory {
 
 using DirectoryPointer = std::shared_ptr<const LiveDirectory>;
 
+// Exchanged: what was there is in the slot now. Failed: errno is set.
+enum class Placed { Failed, Free, Exchanged };
+
 class PrivateDirectory {
 public:
     // Creates one in `parent`, where other users may rename it or put something in its place.
@@ -27,13 +30,18 @@ public:
     PrivateDirectory(const PrivateDirectory&) = delete;
     PrivateDirectory& operator=(const PrivateDirectory&) = delete;
 
-    // The directory for entries that are not complete. No other process ever had access to them.
-    int Incomplete() const { return m_incomplete.Number(); }
+    // The directory for new entries until they are placed. No other process ever had access to
+    // them, so the next setup removes what a killed one left there.
+    int New() const { return m_new.Number(); }
 
-    // The directory of the slots, and a new slot: the name for a complete entry, and later
-    // for what it replaced. `name` is the entry's.
+    // The directory of the slots, and a new slot: a name in New(), and here for what the entry
+    // replaced. `name` is the entry's.
     int Slots() const { return m_directory.Number(); }
     std::string NewSlot(const std::string& name);
+
+    // Puts an entry from New() in its place, a directory only where nothing is. A file or link is
+    // in the slot shortly before, so a directory in a slot was always captured.
+    Placed Place(const std::string& slot, State::Kind kind, int directory, const std::string& name);
 
     // Removes what is in the slot. A directory that is not empty moves back to the parent under a
     // dated name, which is reported.
@@ -43,8 +51,8 @@ public:
     // name; empty on failure.
     std::string MoveBack(const std::string& slot);
 
-    // Removes what a killed setup left in `parent`, and moves the directories that it replaced
-    // back.
+    // Removes what a killed setup left in `parent`, and moves back the directories and the jobs
+    // that it replaced.
     static void CleanUp(const DirectoryPointer& parent);
 
 private:
@@ -52,7 +60,7 @@ private:
 
     DirectoryPointer m_parent;
     Descriptor m_directory;
-    Descriptor m_incomplete;
+    Descriptor m_new;
     int m_slots = 0;
 };
 
@@ -60,12 +68,13 @@ private:
 int MoveToFreeName(int fromDirectory, const std::string& from, int toDirectory,
                    const std::string& to);
 
-enum class Placed { Failed, Free, Exchanged };
-
-// Puts the slot's entry in its place. Exchanged: what was there is in the slot now. Failed with
-// errno set: EISDIR for a directory on a file system that cannot exchange entries.
+// Puts the slot's entry in its place. The error is EISDIR for a directory on a file system that
+// cannot exchange entries.
 Placed ExchangeOrMove(int slotDirectory, const std::string& slot, int directory,
                       const std::string& name);
+
+// True for a QueueEntries with jobs in the slot.
+bool HasJobs(int slotDirectory, const std::string& slot);
 
 // Removes an entry and everything below it that no other process ever had access to.
 void RemovePrivateEntry(int directory, const std::string& name);

@@ -221,13 +221,8 @@ Failure TreeMerge::Impl::Create(const std::vector<const PathDifference*>& differ
         if (Failure failure = FindStaged(*differences[i], entries[i]))
             return failure;
     }
-    PrivateDirectory& holder = *placed.holder;
-    placed.slot = holder.NewSlot(placed.name);
-    Failure failure = CreateEntries(entries, holder.Incomplete(), placed.slot, placed.created);
-    if (!failure && renameat(holder.Incomplete(), placed.slot.c_str(), holder.Slots(),
-                             placed.slot.c_str()) != 0)
-        failure = FailedInMerge(placed.Path(), errno);
-    return failure;
+    placed.slot = placed.holder->NewSlot(placed.name);
+    return CreateEntries(entries, placed.holder->New(), placed.slot, placed.created);
 }
 
 Failure TreeMerge::Impl::PlaceNew(const std::vector<const PathDifference*>& differences,
@@ -244,27 +239,17 @@ Failure TreeMerge::Impl::PlaceNew(const std::vector<const PathDifference*>& diff
         return failure;
     for (const PathDifference* difference : differences)
         m_created.insert(difference->path);
-    const bool isTree = path == m_installDir;
-    Placed result = Placed::Free;
-    if (isTree) {
-        errno =
-            MoveToFreeName(placed->holder->Slots(), placed->slot, placed->Parent(), placed->name);
-        result = errno == 0 ? Placed::Free : Placed::Failed;
-    } else {
-        result =
-            ExchangeOrMove(placed->holder->Slots(), placed->slot, placed->Parent(), placed->name);
-    }
+    const Placed result = placed->holder->Place(placed->slot, differences.front()->after.kind,
+                                                placed->Parent(), placed->name);
     if (result == Placed::Failed) {
-        const int error = errno;
-        RemovePrivateEntry(placed->holder->Slots(), placed->slot);
-        if (error == EEXIST || error == EISDIR)
+        if (errno == EEXIST || errno == EISDIR)
             return RefusedInMerge(path, "cannot be replaced");
-        return FailedInMerge(path, error);
+        return FailedInMerge(path, errno);
     }
     placed->isReplacing = result == Placed::Exchanged;
     m_placed.push_back(placed);
     undo.Add([placed] { TakeBack(*placed); });
-    if (isTree) {
+    if (path == m_installDir) {
         auto tree = std::make_shared<LiveDirectory>();
         tree->path = m_installDir;
         tree->descriptor = OpenEntry(placed->Parent(), placed->name, O_DIRECTORY);
