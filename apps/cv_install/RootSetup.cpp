@@ -17,7 +17,7 @@
 #include "merge/Accounts.h"
 #include "merge/Merge.h"
 #include "merge/Services.h"
-#include "report/Plan.h"
+#include "report/Agreement.h"
 #include "report/Report.h"
 #include "report/ResultCheck.h"
 #include "report/Summary.h"
@@ -71,12 +71,15 @@ uid_t UidOf(const std::optional<ServiceAccount>& account) {
     return account ? account->uid : static_cast<uid_t>(-1);
 }
 
-Failure FindDifferences(const StagedMachine& staged, bool alwaysRestart, Differences& differences) {
+Failure ReadLiveMachine(const StagedMachine& staged, bool alwaysRestart, LiveMachine& live) {
     const TimeLimit limit;
     Descriptor liveTree;
     Failure failure = OpenInstallDirectory(liveTree);
-    if (!failure)
+    Differences& differences = live.differences;
+    if (!failure) {
+        live.rows = ReadLiveRows(liveTree.Number());
         failure = FindAccountDifferences(staged.etc.Number(), differences);
+    }
     std::optional<ServiceAccount> recorded;
     if (!failure)
         failure = ReadServiceAccount(recorded);
@@ -87,47 +90,17 @@ Failure FindDifferences(const StagedMachine& staged, bool alwaysRestart, Differe
     return failure;
 }
 
-// Shows what differs and asks, twice if the machine changes meanwhile. `differences` are those
-// that were agreed to.
-Failure Agree(const StagedMachine& staged, bool alwaysRestart, Differences& differences) {
-    for (int question = 1;; ++question) {
-        PrintReport(staged, differences);
-        if (staged.interactive && !ConfirmPlan())
-            return PlanDeclined();
-        Differences now;
-        if (Failure failure = FindDifferences(staged, alwaysRestart, now))
-            return failure;
-        if (now == differences)
-            return {};
-        if (question == 2 && staged.interactive) {
-            return Problem{ExitStatus::Declined,
-                           QStringLiteral("setup canceled: the machine changed again while the "
-                                          "plan was read"),
-                           QStringLiteral("Find out what changes it, then run the setup again.")};
-        }
-        differences = std::move(now);
-        ReportWarning({ExitStatus::Complete,
-                       QStringLiteral("the machine changed after the plan was made"),
-                       {}});
-        if (!staged.interactive) {
-            PrintReport(staged, differences);
-            return {};
-        }
-    }
-}
-
-Failure Complete(const Arguments& arguments, const SetupLock& lock, const StagedMachine& staged) {
+Failure Complete(const Arguments& arguments, const SetupLock& lock, const StagedMachine& staged,
+                 const LiveRows& atStaging) {
     // The comparison does not show whether the service runs with what was merged.
     const bool alwaysRestart = arguments.Has(OwnOption::Restart) || lock.FoundIncompleteMerge();
-    Differences differences;
-    if (Failure failure = FindDifferences(staged, alwaysRestart, differences))
-        return failure;
+    const auto read = [&](LiveMachine& live) {
+        return ReadLiveMachine(staged, alwaysRestart, live);
+    };
     const bool isDryRun = arguments.Has(OwnOption::DryRun);
-    Failure failure;
-    if (isDryRun)
-        PrintReport(staged, differences);
-    else
-        failure = Agree(staged, alwaysRestart, differences);
+    Differences differences;
+    Failure failure = isDryRun ? ShowDifferences(staged, read, differences)
+                               : Agree(staged, atStaging, read, differences);
     if (!failure && arguments.Has(OwnOption::Json))
         failure = WriteJson(arguments.TextOf(OwnOption::Json), differences);
     if (failure || isDryRun)
@@ -166,10 +139,13 @@ ExitStatus RunAsRoot(Arguments& arguments, const SetupLock& lock) {
     if (!arguments.Has(OwnOption::DryRun))
         SetupLog::Start(true);
     Descriptor liveTree;
+    LiveRows atStaging;
     Failure failure;
     {
         const TimeLimit limit;
         failure = OpenInstallDirectory(liveTree);
+        if (!failure)
+            atStaging = ReadLiveRows(liveTree.Number());
     }
     if (!failure) {
         const StagedResult result = RunStaged(liveTree, [&](StagedMachine& staged) {
@@ -180,7 +156,7 @@ ExitStatus RunAsRoot(Arguments& arguments, const SetupLock& lock) {
         else if (!result.staged)
             return static_cast<ExitStatus>(result.status);
         else
-            failure = Complete(arguments, lock, *result.staged);
+            failure = Complete(arguments, lock, *result.staged, atStaging);
     }
     if (!failure)
         return ExitStatus::Complete;

@@ -13,6 +13,7 @@
 #include "harness/Expect.h"
 #include "harness/TempDir.h"
 #include "machine/ThrowawayRoot.h"
+#include "report/Agreement.h"
 
 namespace {
 
@@ -441,6 +442,133 @@ Changes (relative paths are in /T):
   Services     stop corvane24_service.service
                restart corvane26_service.service
 )");
+}
+
+struct RowCase {
+    const char* command;  // in the install tree
+    std::set<std::string> names;
+};
+
+TEST(LiveRows, DifferInWhatSetupMayChange) {
+    HX_REQUIRE_THROWAWAY_ROOT();
+    const std::string limits = "/var/corvane/QueueLimits";
+    const RowCase cases[] = {
+        {":", {}},
+        {"echo job >> QueueEntries; touch corvane26; mkdir unknown", {}},
+        {"chmod 604 QueueEntries", {"/var/corvane/QueueEntries"}},
+        // The programs of Corvane write all lines and change the last one.
+        {"printf 'MaxThreads: 8\\nMemoryPerThreadMB: 9\\nThreadsPerMolecule: 2\\n' > QueueLimits",
+         {}},
+        {"sed -i 's/8/9/' QueueLimits", {limits}},
+        {"sed -i '/Memory/d' QueueLimits", {limits}},
+        {"chmod 600 QueueLimits", {limits}},
+        {"echo new > corvane26; rm corvane26_snapshot; chown 4003 corvanerc/corvane26",
+         {"/var/corvane/corvane26", "/var/corvane/corvane26_snapshot",
+          "/var/corvane/corvanerc/corvane26"}},
+        {"ln -sfn /srv /usr/bin/corvane26; echo new > /usr/bin/corvane26_service_script",
+         {"/usr/bin/corvane26", "/usr/bin/corvane26_service_script"}},
+        {"echo unit > /etc/systemd/system/corvane24_service.service; mkdir /etc/corvane26",
+         {"/etc/corvane26", "/etc/systemd/system/corvane24_service.service"}},
+        {"echo ann:x:4009:4009::/:/bin/sh >> /etc/passwd; sed -i 's/^users:.*/&ann/' /etc/group",
+         {"user ann", "group users"}},
+    };
+    for (const auto& [command, names] : cases) {
+        SCOPED_TRACE(command);
+        HX_EXPECT_SCENARIO([command = std::string(command), names = names] {
+            Shell(layOut);
+            Shell(
+                "printf 'maxthreads:8\\nMemoryPerThreadMB: 9\\n' > /srv/live/QueueLimits; "
+                "mkdir -p /etc/systemd/system");
+            const Descriptor live = Open("/srv/live");
+            const LiveRows before = ReadLiveRows(live.Number());
+            Shell("cd /srv/live; " + command);
+            EXPECT_EQ(DifferingRows(before, ReadLiveRows(live.Number())), names);
+            EXPECT_TRUE(DifferingRows(ReadLiveRows(-1), before).contains("/var/corvane"));
+        });
+    }
+}
+
+struct AgreementCase {
+    const char* input;      // null: a setup without questions
+    std::string runScript;  // a letter for each content, first at staging, then at each look
+    std::string limits;     // likewise, for the difference of QueueLimits at each look
+    std::string page;
+    std::string end;  // the contents of what is merged, or the failure
+    int reports;
+};
+
+// A difference with such a content.
+PathDifference ContentOf(const char* path, const Entry* entry, char content) {
+    return {Change::Modify, path, StateOf(State::Kind::File, 0644, 0, std::string(1, content)),
+            StateOf(State::Kind::File, 0644, 0, "new"), entry};
+}
+
+void ExpectAgreement(const AgreementCase& test) {
+    StagedMachine staged;
+    staged.interactive = test.input != nullptr;
+    const std::string script = "/var/corvane/corvane26";
+    const auto rowsAt = [&](size_t look) {
+        LiveRows rows;
+        rows.rows[script].state =
+            StateOf(State::Kind::File, 0644, 0, test.runScript.substr(look, 1));
+        return rows;
+    };
+    size_t looks = 0;
+    const auto read = [&](LiveMachine& live) {
+        live.rows = rowsAt(++looks);
+        live.differences.paths = {
+            ContentOf("/var/corvane/corvane26", &Find(Item::RunScript), test.runScript.at(looks)),
+            ContentOf("/var/corvane/QueueLimits", &Find(Item::QueueLimits),
+                      test.limits.at(looks - 1)),
+            ContentOf("/var/corvane/page", nullptr, test.page.at(looks - 1))};
+        return Failure();
+    };
+    Differences agreed;
+    const Failure failure = Agree(staged, rowsAt(0), read, agreed);
+    std::string end;
+    if (failure) {
+        EXPECT_EQ(failure->status, ExitStatus::Declined);
+        end = failure->text.toStdString();
+    }
+    for (const PathDifference& difference : agreed.paths)
+        end += failure ? "" : difference.before.digest;
+    EXPECT_EQ(end, test.end);
+}
+
+TEST(Agreement, IsAskedForOnceMoreAfterChanges) {
+    const char* declined = "setup canceled: plan not confirmed";
+    const char* again = "setup canceled: the machine changed again while the plan was read";
+    const AgreementCase cases[] = {
+        {"y\n", "aaa", "aa", "aa", "aaa", 1},
+        {"n\n", "aaa", "aa", "aa", declined, 1},
+        // Lines of the programs in QueueLimits. What was shown is merged.
+        {"y\n", "aaa", "ab", "aa", "aaa", 1},
+        // After staging, and after the plan was shown.
+        {"y\ny\n", "abbb", "aaa", "aaa", "baa", 2},
+        {"y\ny\n", "aabb", "aaa", "aaa", "baa", 2},
+        {"y\nn\n", "abbb", "aaa", "aaa", declined, 2},
+        {"y\ny\n", "abbc", "aaa", "aaa", again, 2},
+        {"y\ny\n", "aaaa", "aaa", "abb", "aab", 2},
+        {nullptr, "aaa", "aa", "aa", "aaa", 1},
+        {nullptr, "abb", "aa", "aa", "baa", 2},
+        {nullptr, "aab", "aa", "aa", "baa", 2},
+    };
+    for (const AgreementCase& test : cases) {
+        SCOPED_TRACE(test.runScript + ' ' + test.limits + ' ' + test.page);
+        hx_test::World world;
+        world.input = test.input == nullptr ? "" : test.input;
+        const ProcessResult result = RunInChild(world, [&] { ExpectAgreement(test); });
+        EXPECT_EQ(result.status, 0) << result.out;
+        int reports = 0;
+        for (size_t at = 0; (at = result.out.find("Changes (", at)) != std::string::npos; ++at)
+            ++reports;
+        EXPECT_EQ(reports, test.reports) << result.out;
+        const char* name = test.page == "abb" ? "page" : "corvane26";
+        EXPECT_EQ(result.err, reports == 1 ? ""
+                                           : "cv_install: warning: the machine changed during the "
+                                             "setup: /var/corvane/" +
+                                                 std::string(name) + "\n");
+    }
 }
 
 TEST(Report, SaysThatNothingChanges) {

@@ -66,6 +66,7 @@ TEST(RootSetup, ShowsPlanWithoutScriptOutput) {
         const std::string ofScript = "Wrote Corvane'26 run script, /var/corvane/corvane26\n";
         ExpectParts(log, {out.substr(out.find("Values in use:")).c_str(), ofScript.c_str()});
         EXPECT_EQ(out.find(ofScript), std::string::npos);
+        EXPECT_EQ(out.find("machine changed"), std::string::npos);
         EXPECT_EQ(log.find("==> "), std::string::npos);
         EXPECT_EQ(Shell("ls /tmp | grep corvane26_commit"), "");
     });
@@ -169,6 +170,29 @@ TEST(RootSetup, ShowsScriptWhileItAsksInPlace) {
         EXPECT_TRUE(result.out.starts_with("/tmp/corvane26_commit_")) << result.out << result.err;
         EXPECT_TRUE(result.out.ends_with("\n143\n")) << result.out;
         EXPECT_EQ(Shell(state), before);
+    });
+}
+
+// The first change is one that the programs of Corvane make while jobs run.
+TEST(RootSetup, AsksAgainAfterChangesSinceStaging) {
+    HX_REQUIRE_THROWAWAY_ROOT();
+    HX_EXPECT_SCENARIO([] {
+        LayOutRootSetup();
+        ASSERT_EQ(RunRootSetup({"--yes"}).status, 0);
+        const auto result = hx_test::Run(
+            {"bash", "-c",
+             "rm /var/log/corvane26_setup.log; mkfifo /srv/in; "
+             "/opt/corvane26/cv_install --setup < /srv/in > /srv/out 2>&1 & exec 3> /srv/in; "
+             "until grep -qs 'Job thread limit' /var/log/corvane26_setup.log; do sleep 0.05; done; "
+             "echo 'ThreadsPerMolecule: 1' >> /var/corvane/QueueLimits; "
+             "echo >> /var/corvane/corvane26; printf \"$1\" >&3; wait $!; echo $?; cat /srv/out",
+             "bash", limitAnswers + "\n\n" + filePauses + "y\nn\n"},
+            {.env = {{"LSAN_OPTIONS", "detect_leaks=0"}}});
+        EXPECT_TRUE(result.out.starts_with("9\n")) << result.out << result.err;
+        ExpectHolds(result.out,
+                    "machine changed during the setup: /var/corvane/corvane26\n"
+                    "Values in use:\n");
+        ExpectHolds(result.out.substr(result.out.find("machine changed")), "Continue? [y/N] ");
     });
 }
 

@@ -279,6 +279,12 @@ std::string PathOf(const Entry& entry, const std::string& installDir) {
     return *entry.path == '\0' ? installDir : installDir + '/' + entry.path;
 }
 
+bool IsStaged(const Entry& entry) {
+    const std::string path = entry.path;
+    return IsInTree(entry) || path.starts_with(std::string(etcDirectory) + '/') ||
+           path.starts_with(std::string(binDirectory) + '/');
+}
+
 bool Applies(const Entry& entry, unsigned conditions) {
     return (entry.conditions & ~conditions) == 0;
 }

@@ -126,6 +126,13 @@ bool Applies(const Entry& entry, unsigned conditions);
 // The install directory of a setup as root.
 inline constexpr const char* sharedDirectory = "/var/corvane";
 
+// The directories outside the install directory in which a staged setup makes changes.
+inline constexpr const char* etcDirectory = "/etc";
+inline constexpr const char* binDirectory = "/usr/bin";
+
+// True for an entry in these directories or in the install tree.
+bool IsStaged(const Entry& entry);
+
 // The repository whose link the commit script copies, relative to the install directory.
 inline constexpr const char* earlierRepository =
     "corvanerc/corvane24server/CorvaneServerRepository";

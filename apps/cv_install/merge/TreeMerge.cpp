@@ -22,9 +22,6 @@ namespace {
 
 using PathDifferences = std::vector<PathDifference>;
 
-constexpr const char* etcDirectory = "/etc";
-constexpr const char* binDirectory = "/usr/bin";
-
 bool IsBelow(const std::string& path, const std::string& directory) {
     return path.starts_with(directory + '/');
 }
@@ -355,9 +352,8 @@ Failure TreeMerge::Impl::PlaceInTree(const PathDifferences& differences, Undo& u
 void TreeMerge::Impl::CleanUpOutside() const {
     std::set<std::string> directories;
     for (const Entry& entry : Entries()) {
-        const bool isOutside =
-            IsBelow(entry.path, etcDirectory) || IsBelow(entry.path, binDirectory);
-        if (!isOutside || !directories.insert(DirectoryPart(entry.path)).second)
+        if (!IsStaged(entry) || IsInTree(entry) ||
+            !directories.insert(DirectoryPart(entry.path)).second)
             continue;
         auto parent = std::make_shared<LiveDirectory>();
         std::string name;

@@ -7,16 +7,13 @@
 #include <sys/xattr.h>
 #include <unistd.h>
 
-#include <QFile>
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <map>
 #include <memory>
 
-#include "installation/TreeCheck.h"
+#include "installation/Limits.h"
 #include "report/Report.h"
-#include "setuprun/QueueLimitsKeys.h"
 
 namespace {
 
@@ -79,26 +76,6 @@ State WithOwnerOf(State state, const State& owner) {
     state.owner = owner.owner;
     state.group = owner.group;
     return state;
-}
-
-using Limits = std::map<QString, QString>;
-
-// The lines "key: value" of QueueLimits if it is a regular file that other users can read, with
-// keys in lower case.
-std::optional<Limits> ReadLimits(int tree) {
-    const Descriptor opened = OpenRegularFile(tree, Find(Item::QueueLimits).path);
-    struct stat found = {};
-    QFile file;
-    if (!opened || fstat(opened.Number(), &found) != 0 || (found.st_mode & S_IROTH) == 0 ||
-        !file.open(opened.Number(), QIODevice::ReadOnly))
-        return {};
-    Limits limits;
-    for (const QString& line : QString::fromUtf8(file.read(largestLimits)).split(u'\n')) {
-        const qsizetype colon = line.indexOf(u':');
-        if (colon != -1)
-            limits[line.left(colon).toLower()] = line.mid(colon + 1).trimmed();
-    }
-    return limits;
 }
 
 // At most as much of the value as an ordinary one needs, because other users may have written it.
@@ -492,8 +469,8 @@ Failure FindPathDifferences(const StagedMachine& staged, int liveTree, uid_t rec
     Comparison comparison(staged, liveTree, recordedAccount, differences);
     Failure failure = comparison.CompareTree();
     if (!failure)
-        failure = comparison.CompareLayer(staged.etc, "/etc");
+        failure = comparison.CompareLayer(staged.etc, etcDirectory);
     if (!failure)
-        failure = comparison.CompareLayer(staged.bin, "/usr/bin");
+        failure = comparison.CompareLayer(staged.bin, binDirectory);
     return failure;
 }
