@@ -127,11 +127,6 @@ bool State::operator==(const State& other) const {
            std::tie(other.kind, other.mode, other.owner, other.group, other.target, other.digest);
 }
 
-bool IsQueueFileOfSetup(const State& state, uid_t account, uid_t recordedAccount) {
-    return state.kind == State::Kind::File && state.links == 1 && (state.mode & S_IROTH) != 0 &&
-           state.owner != 0 && (state.owner == account || state.owner == recordedAccount);
-}
-
 Descriptor OpenEntry(int directory, const std::string& name, int flags) {
     constexpr int always = O_PATH | O_NOFOLLOW | O_CLOEXEC;
     Descriptor entry(openat(directory, name.empty() ? "." : name.c_str(), always | flags));

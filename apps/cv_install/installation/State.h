@@ -51,11 +51,6 @@ struct State {
     bool operator==(const State& other) const;
 };
 
-// True for a QueueEntries that stays in place: certainly that of an earlier setup, and public. Of a
-// private file that was moved there, the mode would give other users access. `account` is the
-// service account, `recordedAccount` that of the last setup or -1.
-bool IsQueueFileOfSetup(const State& state, uid_t account, uid_t recordedAccount);
-
 // Of which files the content is read. Where other users can rename files, root reads only what they
 // can read already: a file and its directories are public. It reads at most 64 MB.
 enum class Reading { Nothing, PublicFiles, AllFiles };

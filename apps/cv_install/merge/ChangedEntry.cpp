@@ -7,7 +7,6 @@
 #include <cerrno>
 #include <memory>
 
-#include "installation/Installation.h"
 #include "merge/PlacedEntry.h"
 
 namespace {
@@ -35,15 +34,18 @@ const char* WhyUnchangeable(const PathDifference& difference, const State& now, 
         return "has more than one hard link";
     const bool isRow =
         difference.entry != nullptr && difference.path == PathOf(*difference.entry, installDir);
-    if (isRow && difference.entry->owner == Owner::Root && now.owner != 0)
-        return "is not owned by root";
-    if (!owners.Include(now.owner))
-        return "belongs to another user";
-    const mode_t forAll = isDirectory ? S_IROTH | S_IXOTH : S_IROTH;
-    if ((now.mode & forAll) != forAll)
-        return "is not readable for all users";
-    // Only root can mount something over the install directory.
-    return isMountPoint && difference.path != installDir ? "is a mount point" : nullptr;
+    switch (CheckTakeover(isRow ? difference.entry : nullptr, now, isMountPoint, owners)) {
+        case Takeover::NotRoots:
+            return "is not owned by root";
+        case Takeover::OtherOwner:
+            return "belongs to another user";
+        case Takeover::Private:
+            return "is not readable for all users";
+        case Takeover::MountPoint:
+            return "is a mount point";
+        default:
+            return nullptr;
+    }
 }
 
 Failure SetRecorded(LiveEntry entry, const State& before, const State& wanted, State& changed,

@@ -3,18 +3,7 @@
 #pragma once
 
 #include "Problem.h"
-#include "installation/State.h"
-
-// Whose directories a merge enters.
-struct TreeOwners {
-    uid_t account;  // the service account
-    gid_t group;    // the service group
-    uid_t recordedAccount;
-
-    bool Include(uid_t user) const {
-        return user == 0 || user == account || user == recordedAccount;
-    }
-};
+#include "installation/TreeOwners.h"
 
 // `reason` continues a sentence that begins with the path.
 Problem RefusedInMerge(const std::string& path, const char* reason);

@@ -264,7 +264,7 @@ Failure TreeMerge::Impl::PlaceQueueFile(const PathDifference& difference, Undo& 
                     difference.path};
     const std::optional<State> now =
         entry.descriptor ? ReadAttributes(entry.descriptor) : std::nullopt;
-    if (now && IsQueueFileOfSetup(*now, m_owners.account, m_owners.recordedAccount)) {
+    if (now && IsQueueFileOfSetup(*now, m_owners)) {
         m_changed.push_back({difference.path, *now});
         return ChangeMode(std::move(entry), difference.after.mode, m_changed.back().state, undo);
     }

@@ -13,6 +13,7 @@
 #include <memory>
 
 #include "installation/Limits.h"
+#include "installation/TreeOwners.h"
 #include "report/Report.h"
 
 namespace {
@@ -126,6 +127,10 @@ private:
         m_paths.push_back({change, place.path, before, after, place.entry});
     }
 
+    TreeOwners OwnersAfter(const State& after) const {
+        return {after.owner, after.group, m_recordedAccount};
+    }
+
     static Failure Read(const Place& place, Reading reading, State& state);
     static Failure List(const Place& place, Descriptor& directory, Names& names);
 
@@ -212,30 +217,22 @@ Failure Comparison::CompareEntry(const Entry& entry) {
     return {};
 }
 
-bool IsPublic(mode_t mode) {
-    constexpr mode_t readable = S_IROTH | S_IXOTH;
-    return (mode & readable) == readable;
-}
-
 // Another user's private directory may have been moved here.
 Problem RefusePrivate(const std::string& path) {
     return RefusedPath(QStringLiteral("other users cannot read directory \"%1\""), path);
 }
 
-// Of a directory that exists, a setup sets only the owner. Another user's directory may have been
-// moved here, so it must be root's or the service account's.
+// Of a directory that exists, a setup sets only the owner.
 Failure Comparison::CompareDirectory(const Place& live, const State& before, const State& after) {
     if (before.kind != State::Kind::Directory)
         return RefusedPath(QStringLiteral("\"%1\" is not a directory"), live.path);
-    const bool isRoots = live.entry->owner == Owner::Root;
-    const bool isAccounts = before.owner == after.owner || before.owner == m_recordedAccount;
-    if (before.owner != 0 && (isRoots || !isAccounts)) {
+    const Takeover takeover = CheckTakeover(live.entry, before, false, OwnersAfter(after));
+    if (takeover == Takeover::NotRoots || takeover == Takeover::OtherOwner)
         return RefusedPath(QStringLiteral("directory \"%1\" is owned by another user"), live.path);
-    }
-    if (isRoots)
+    if (live.entry->owner == Owner::Root)
         return {};
     if (!HasSameOwner(before, after)) {
-        if (!IsPublic(before.mode))
+        if (takeover == Takeover::Private)
             return RefusePrivate(live.path);
         Add(Change::Modify, live, before, WithOwnerOf(before, after));
     }
@@ -250,7 +247,7 @@ Failure Comparison::CompareDirectory(const Place& live, const State& before, con
 // The merge changes at most the mode of a file that is certainly that of an earlier setup, and
 // replaces any other. An owner of an earlier setup stays.
 void Comparison::CompareKeptFile(const Place& live, const State& before, const State& after) {
-    if (!IsQueueFileOfSetup(before, after.owner, m_recordedAccount)) {
+    if (!IsQueueFileOfSetup(before, OwnersAfter(after))) {
         Add(Change::Modify, live, before, after);
     } else if (before.mode != after.mode) {
         State changed = before;
@@ -295,7 +292,8 @@ Failure Comparison::AddOwnersBelow(const Place& live, const State& owner, int de
     struct stat found = {};
     if (!directory || fstat(directory.Number(), &found) != 0)
         return UnreadablePath(live.path, errno);
-    if (!IsPublic(found.st_mode))
+    constexpr mode_t forAll = S_IROTH | S_IXOTH;
+    if ((found.st_mode & forAll) != forAll)
         return RefusePrivate(live.path);
     if (!ReadNames(directory, names, mostPages + 1))
         return UnreadablePath(live.path, errno);
