@@ -238,6 +238,28 @@ TEST(TreeMerge, ReplacesFilesThroughLinkOfRoots) {
     });
 }
 
+TEST(TreeMerge, GivesLinkBelowPagesToAccount) {
+    HX_REQUIRE_THROWAWAY_ROOT();
+    ExpectScenarioOnMachine([] {
+        const Entry* icons = nullptr;
+        for (const Row& row : Rows())
+            icons = row.path.ends_with("/icons") ? row.entry : icons;
+        const std::string path = liveTree + '/' + icons->path + "/link";
+        fs::create_symlink(victim, path);
+        const std::string before = Identity(victim);
+        const Descriptor live(open(liveTree.c_str(), O_PATH));
+        const State old = *ReadStateAt(live.Number(), path.substr(liveTree.size() + 1));
+        State given = old;
+        given.owner = accountId;
+        const std::vector<PathDifference> differences = {{Change::Modify, path, old, given, icons}};
+        EXPECT_EQ(Merge(differences, End::TakeBack), "");
+        EXPECT_EQ(Shell("stat -c %u " + path), "0");
+        EXPECT_EQ(Merge(differences), "");
+        EXPECT_EQ(Shell("stat -c %u " + path), "4000");
+        EXPECT_EQ(Identity(victim), before);
+    });
+}
+
 // Puts something else in place of a path.
 struct Planted {
     const char* kind;

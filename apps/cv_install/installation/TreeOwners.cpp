@@ -9,7 +9,7 @@ Takeover CheckTakeover(const Entry* row, const State& state, bool isMountPoint,
     if (!owners.Include(state.owner))
         return Takeover::OtherOwner;
     const mode_t forAll = state.kind == State::Kind::Directory ? S_IROTH | S_IXOTH : S_IROTH;
-    if ((state.mode & forAll) != forAll)
+    if (state.kind != State::Kind::Link && (state.mode & forAll) != forAll)
         return Takeover::Private;
     // Only root can mount something over the install directory.
     const bool isTop = row != nullptr && row->item == Item::InstallDirectory;

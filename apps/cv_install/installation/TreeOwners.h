@@ -19,7 +19,8 @@ struct TreeOwners {
 // private one there, or one of root's.
 enum class Takeover { Allowed, NotRoots, OtherOwner, Private, MountPoint };
 
-// `row` is the entry's row, or null below a row. `state` is a file's or directory's.
+// `row` is the entry's row, or null below a row. `state` is a file's, directory's or
+// link's.
 Takeover CheckTakeover(const Entry* row, const State& state, bool isMountPoint,
                        const TreeOwners& owners);
 

@@ -27,10 +27,9 @@ bool SetOwnerAndMode(const Descriptor& entry, const State& wanted) {
 
 const char* WhyUnchangeable(const PathDifference& difference, const State& now, bool isMountPoint,
                             const std::string& installDir, const TreeOwners& owners) {
-    const bool isDirectory = now.kind == State::Kind::Directory;
-    if ((!isDirectory && now.kind != State::Kind::File) || now.kind != difference.after.kind)
+    if (now.kind != difference.after.kind)
         return "is not what it was when the setup was planned";
-    if (!isDirectory && now.links > 1)
+    if (now.kind != State::Kind::Directory && now.links > 1)
         return "has more than one hard link";
     const bool isRow =
         difference.entry != nullptr && difference.path == PathOf(*difference.entry, installDir);

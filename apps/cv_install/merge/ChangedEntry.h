@@ -12,9 +12,10 @@ struct LiveEntry {
     bool isMountPoint = false;
 };
 
-// Gives the entry the owner and mode of the difference. Refuses it unless it is a directory or a
-// file with one hard link, of root or the service account, that all users can read already. A
-// directory that the installation table gives to root must be root's. Sets `changed` to the result.
+// Gives the entry the owner and mode of the difference. Refuses it unless it is a directory, or a
+// file or link with one hard link, of root or the service account, that all users can read already.
+// A directory that the installation table gives to root must be root's. Sets `changed` to the
+// result.
 Failure ChangeEntry(const PathDifference& difference, LiveEntry entry,
                     const std::string& installDir, const TreeOwners& owners, State& changed,
                     Undo& undo);
