@@ -9,11 +9,10 @@
 #include <array>
 #include <cctype>
 #include <cerrno>
-#include <climits>
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 
+#include "installation/RootPath.h"
 #include "installation/SetupRun.h"
 
 namespace {
@@ -30,6 +29,7 @@ Problem UnsafePath(const std::string& path, const char* reason) {
 }
 
 constexpr const char* hasHardLinks = "has more than one hard link";
+constexpr const char* linkOfOther = "is a symbolic link not owned by root";
 
 // Says what is unsafe about the entry itself, or null. A link in the tree that root made may have
 // been moved there by a user who can write to the tree.
@@ -39,7 +39,7 @@ const char* UnsafeKind(const std::string& path, const Entry& entry) {
         return nullptr;
     if (S_ISLNK(found.st_mode)) {
         if (found.st_uid != 0)
-            return "is a symbolic link not owned by root";
+            return linkOfOther;
         return *entry.path != '\0'
                    ? "is a symbolic link in a directory that other users can write to"
                    : nullptr;
@@ -144,26 +144,18 @@ bool CannotTakePrivateCopy(const QString& directory) {
            access(PathOf(Find(Item::RunScript), path).c_str(), F_OK) != 0;
 }
 
-std::string DirectoryOf(const std::string& path) {
-    return std::filesystem::path(path).parent_path().string();
-}
-
-// Finds a directory on the path in which others could replace the next one.
-Failure FindUnsafeAncestor(const std::string& directory) {
-    for (std::string path = directory;; path = DirectoryOf(path)) {
-        struct stat found = {};
-        if (lstat(path.c_str(), &found) != 0)
-            return UncheckedPath(path, errno);
-        if (!S_ISDIR(found.st_mode) || found.st_uid != 0 ||
-            (found.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
+Problem Unopened(const std::string& path, const Unresolved& unresolved) {
+    switch (unresolved.reason) {
+        case Unresolved::Reason::OthersCanWrite:
             return TreeProblem(
                 QStringLiteral("unsafe directory \"%1\": others can replace the install directory")
-                    .arg(QString::fromStdString(path)),
+                    .arg(QString::fromStdString(unresolved.directory)),
                 QStringLiteral("Make it a directory that only root can write to, then run the "
                                "setup again."));
-        }
-        if (path == "/")
-            return {};
+        case Unresolved::Reason::LinkOfOther:
+            return UnsafePath(path, linkOfOther);
+        default:
+            return UncheckedPath(path, unresolved.error);
     }
 }
 
@@ -266,24 +258,17 @@ Failure FindObstacleForUser(const CInstallBase& run) {
 }
 
 Failure OpenInstallDirectory(Descriptor& tree) {
-    const Entry& entry = Find(Item::InstallDirectory);
-    const std::string path = PathOf(entry, sharedDirectory);
-    struct stat found = {};
-    if (lstat(path.c_str(), &found) != 0 && errno == ENOENT)
+    const std::string path = PathOf(Find(Item::InstallDirectory), sharedDirectory);
+    RootPath resolved;
+    if (const auto unresolved = ResolveRootPath(path, true, resolved))
+        return Unopened(path, *unresolved);
+    tree = OpenEntry(resolved.parent.Number(), resolved.name, O_DIRECTORY);
+    const int error = tree ? 0 : errno;
+    struct stat link = {};
+    if (error == 0 || (error == ENOENT && lstat(path.c_str(), &link) != 0))
         return {};
-    if (S_ISLNK(found.st_mode) && found.st_uid != 0)
-        return UnsafePath(path, "is a symbolic link not owned by root");
-    std::array<char, PATH_MAX> resolved = {};
-    if (realpath(path.c_str(), resolved.data()) == nullptr)
-        return UncheckedPath(path, errno);
-    for (const std::string& directory : {DirectoryOf(path), DirectoryOf(resolved.data())}) {
-        if (Failure failure = FindUnsafeAncestor(directory))
-            return failure;
-    }
-    tree = Descriptor(open(resolved.data(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-    if (!tree)
-        return UncheckedPath(path, errno);
-    return {};
+    return error == EREMOTE ? UnsafePath(path, "is on a FUSE file system")
+                            : UncheckedPath(path, error);
 }
 
 Failure CheckPlaces(const QString& binariesDir, const QString& installDir) {

@@ -9,7 +9,6 @@
 #include <cerrno>
 #include <climits>
 #include <cstring>
-#include <deque>
 
 #include "installation/Installation.h"
 #include "installation/Mounts.h"
@@ -17,25 +16,6 @@
 namespace {
 
 constexpr const char* notRootsAlone = "is not a directory that only root can write to";
-
-using Components = std::deque<std::string>;
-
-Components SplitPath(const std::string& path) {
-    Components components;
-    for (size_t begin = 0; begin < path.size();) {
-        const size_t end = std::min(path.find('/', begin), path.size());
-        const std::string name = path.substr(begin, end - begin);
-        if (!name.empty() && name != ".")
-            components.push_back(name);
-        begin = end + 1;
-    }
-    return components;
-}
-
-bool IsRootsAlone(const State& state) {
-    return state.kind == State::Kind::Directory && state.owner == 0 &&
-           (state.mode & (S_IWGRP | S_IWOTH)) == 0;
-}
 
 // True when the installation table gives the directory to root.
 bool MustBeRoots(const std::string& path) {
@@ -88,50 +68,25 @@ Problem FailedInMerge(const std::string& path, int error) {
                            "setup again.")};
 }
 
-Failure OpenRootParent(const std::string& path, bool followsLast, Descriptor& parent,
-                       std::string& name) {
-    constexpr int mostLinks = 40;
-    Components rest = SplitPath(path);
-    parent = Descriptor(open("/", O_PATH | O_DIRECTORY | O_CLOEXEC));
-    for (int links = 0; parent && !rest.empty() && links < mostLinks;) {
-        const std::optional<State> directory = ReadAttributes(parent);
-        if (!directory || !IsRootsAlone(*directory)) {
+Failure OpenRootParent(const std::string& path, bool followsLast, RootPath& opened) {
+    const std::optional<Unresolved> unresolved = ResolveRootPath(path, followsLast, opened);
+    if (!unresolved)
+        return {};
+    switch (unresolved->reason) {
+        case Unresolved::Reason::OthersCanWrite:
             return RefusedInMerge(path, "is below a directory that others than root can write to");
-        }
-        name = rest.front();
-        rest.pop_front();
-        if (rest.empty() && !followsLast)
-            return {};
-        Descriptor next =
-            name == ".."
-                ? Descriptor(openat(parent.Number(), "..", O_PATH | O_DIRECTORY | O_CLOEXEC))
-                : OpenEntry(parent.Number(), name);
-        const std::optional<State> state = next ? ReadAttributes(next) : std::nullopt;
-        if (state && state->kind == State::Kind::Link) {
-            if (state->owner != 0)
-                return RefusedInMerge(path, "is a symbolic link not owned by root");
-            ++links;
-            const Components target = SplitPath(state->target);
-            rest.insert(rest.begin(), target.begin(), target.end());
-            if (state->target.starts_with('/'))
-                parent = Descriptor(open("/", O_PATH | O_DIRECTORY | O_CLOEXEC));
-            continue;
-        }
-        if (rest.empty() && (state || errno == ENOENT) && name != "..")
-            return {};
-        if (!state || state->kind != State::Kind::Directory)
-            return Unopened(path, state ? ENOTDIR : errno);
-        parent = std::move(next);
+        case Unresolved::Reason::LinkOfOther:
+            return RefusedInMerge(path, "is a symbolic link not owned by root");
+        default:
+            return Unopened(path, unresolved->error);
     }
-    return Unopened(path, ELOOP);
 }
 
 Failure OpenTreeDirectory(int tree, const std::string& installDir, const std::string& path,
                           const TreeOwners& owners, Descriptor& directory) {
     directory = OpenEntry(tree, "", O_DIRECTORY);
     std::string opened;
-    const Components components = SplitPath(path);
-    for (auto next = components.begin();; ++next) {
+    for (;;) {
         std::string shown = installDir;
         if (!opened.empty())
             shown.append("/").append(opened);
@@ -141,10 +96,12 @@ Failure OpenTreeDirectory(int tree, const std::string& installDir, const std::st
             return Unopened(shown, errno);
         if (const char* reason = WhyRefused(*state, opened, owners))
             return RefusedInMerge(shown, reason);
-        if (next == components.end())
+        if (opened == path)
             return {};
-        opened += (opened.empty() ? "" : "/") + *next;
-        directory = OpenEntry(directory.Number(), *next, O_DIRECTORY);
+        const size_t begin = opened.empty() ? 0 : opened.size() + 1;
+        const std::string name = path.substr(begin, path.find('/', begin) - begin);
+        opened = path.substr(0, begin + name.size());
+        directory = OpenEntry(directory.Number(), name, O_DIRECTORY);
     }
 }
 

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "Problem.h"
+#include "installation/RootPath.h"
 #include "installation/TreeOwners.h"
 
 // `reason` continues a sentence that begins with the path.
@@ -11,11 +12,8 @@ Problem RefusedInMerge(const std::string& path, const char* reason);
 // A system call failed with `error`.
 Problem FailedInMerge(const std::string& path, int error);
 
-// Opens the directory that contains the last component of an absolute path. Every directory must be
-// one that only root can write to; links in them, which are root's, are followed. `name` becomes
-// the last component; with `followsLast`, that of the target if it is a link.
-Failure OpenRootParent(const std::string& path, bool followsLast, Descriptor& parent,
-                       std::string& name);
+// Resolves a path outside of the install tree, see ResolveRootPath.
+Failure OpenRootParent(const std::string& path, bool followsLast, RootPath& opened);
 
 // Opens a directory of the install tree. No link is followed. Each directory must belong to root or
 // the service account and be readable for everyone or for the service group, so that entries in it

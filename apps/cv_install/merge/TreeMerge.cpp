@@ -122,11 +122,12 @@ TreeMerge::Impl::~Impl() {
 }
 
 Failure TreeMerge::Impl::OpenTree() {
-    auto parent = std::make_shared<LiveDirectory>();
-    parent->path = DirectoryPart(m_installDir);
-    if (Failure failure = OpenRootParent(m_installDir, true, parent->descriptor, m_treeName))
+    RootPath opened;
+    if (Failure failure = OpenRootParent(m_installDir, true, opened))
         return failure;
-    m_treeParent = parent;
+    m_treeName = opened.name;
+    m_treeParent = std::make_shared<LiveDirectory>(
+        LiveDirectory{std::move(opened.parent), DirectoryPart(m_installDir)});
     PrivateDirectory::CleanUp(m_treeParent);
     auto tree = std::make_shared<LiveDirectory>();
     tree->path = m_installDir;
@@ -149,8 +150,13 @@ Failure TreeMerge::Impl::OpenParent(const std::string& path, LiveDirectory& pare
                                     std::string& name) const {
     parent.path = DirectoryPart(path);
     name = NamePart(path);
-    if (!IsBelow(path, m_installDir))
-        return OpenRootParent(path, path == m_installDir, parent.descriptor, name);
+    if (!IsBelow(path, m_installDir)) {
+        RootPath opened;
+        Failure failure = OpenRootParent(path, path == m_installDir, opened);
+        parent.descriptor = std::move(opened.parent);
+        name = opened.name;
+        return failure;
+    }
     if (m_tree == nullptr)
         return RefusedInMerge(m_installDir, "is not a directory");
     const std::string below =
