@@ -6,6 +6,10 @@
 #include "installation/RootPath.h"
 #include "installation/TreeOwners.h"
 
+inline bool IsBelow(const std::string& path, const std::string& directory) {
+    return path.starts_with(directory + '/');
+}
+
 // `reason` continues a sentence that begins with the path.
 Problem RefusedInMerge(const std::string& path, const char* reason);
 

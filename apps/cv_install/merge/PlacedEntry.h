@@ -4,20 +4,14 @@
 #include <string>
 #include <vector>
 
+#include "merge/LivePlaces.h"
 #include "merge/NewEntries.h"
-#include "merge/PrivateDirectory.h"
 
-struct PlacedEntry {
-    DirectoryPointer parent;
-    std::string name;
-    PrivateDirectory* holder = nullptr;
+struct PlacedEntry : LivePlace {
     std::string slot;               // of `holder`
     bool isReplacing = false;       // what was there is in the slot
     std::vector<NewEntry> created;  // the entry and what is below it; empty for a removed one
     std::string aside;              // the name to which the former QueueEntries was moved
-
-    int Parent() const { return parent->descriptor.Number(); }
-    std::string Path() const { return parent->path + '/' + name; }
 };
 
 // Puts back what was there, and removes what the merge created. Reports what it cannot restore.

@@ -6,8 +6,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
-#include <map>
 #include <set>
 #include <vector>
 
@@ -15,24 +13,12 @@
 #include "installation/Mounts.h"
 #include "merge/Acl.h"
 #include "merge/ChangedEntry.h"
-#include "merge/MergePaths.h"
+#include "merge/LivePlaces.h"
 #include "merge/PlacedEntry.h"
 
 namespace {
 
 using PathDifferences = std::vector<PathDifference>;
-
-bool IsBelow(const std::string& path, const std::string& directory) {
-    return path.starts_with(directory + '/');
-}
-
-std::string DirectoryPart(const std::string& path) {
-    return path.substr(0, path.rfind('/'));
-}
-
-std::string NamePart(const std::string& path) {
-    return path.substr(path.rfind('/') + 1);
-}
 
 bool IsQueueFile(const PathDifference& difference) {
     return difference.entry != nullptr && difference.entry->item == Item::QueueEntries;
@@ -62,7 +48,10 @@ bool HasAccessOf(const State& found, const State& wanted) {
 class TreeMerge::Impl {
 public:
     Impl(const StagedMachine& staged, const TreeOwners& owners)
-        : m_staged(staged), m_installDir(staged.installDir.toStdString()), m_owners(owners) {}
+        : m_staged(staged),
+          m_installDir(staged.installDir.toStdString()),
+          m_owners(owners),
+          m_places(m_installDir, owners) {}
     ~Impl();
     Impl(const Impl&) = delete;
     Impl& operator=(const Impl&) = delete;
@@ -73,20 +62,6 @@ public:
     void Finish();
 
 private:
-    struct Location {
-        DirectoryPointer parent;
-        std::string name;
-        PrivateDirectory* holder = nullptr;
-    };
-
-    bool IsTreePath(const std::string& path) const {
-        return path == m_installDir || IsBelow(path, m_installDir);
-    }
-
-    Failure OpenTree();
-    Failure OpenParent(const std::string& path, LiveDirectory& parent, std::string& name) const;
-    Failure Locate(const std::string& path, Location& location);
-    Failure FindHolder(const DirectoryPointer& parent, PrivateDirectory*& holder);
     Failure FindStaged(const PathDifference& difference, StagedEntry& staged) const;
     std::vector<const PathDifference*> WithBelow(const PathDifferences& differences,
                                                  size_t first) const;
@@ -97,17 +72,12 @@ private:
     Failure PlaceQueueFile(const PathDifference& difference, Undo& undo);
     Failure ChangeInPlace(const PathDifference& difference, Undo& undo);
     Failure Delete(const PathDifference& difference, Undo& undo);
-
-    void CleanUpOutside() const;
     Failure VerifyEntry(const NewEntry& expected, bool isCreated) const;
 
     const StagedMachine& m_staged;
     const std::string m_installDir;
     const TreeOwners m_owners;
-    DirectoryPointer m_treeParent;
-    std::string m_treeName;   // in m_treeParent
-    DirectoryPointer m_tree;  // null while it does not exist
-    std::map<std::string, std::unique_ptr<PrivateDirectory>> m_holders;  // by directory
+    LivePlaces m_places;
     std::vector<std::shared_ptr<PlacedEntry>> m_placed;
     std::set<std::string> m_created;  // paths
     std::vector<NewEntry> m_changed;  // in place
@@ -119,74 +89,6 @@ TreeMerge::Impl::~Impl() {
         if (placed->isReplacing)
             placed->holder->MoveBack(placed->slot);
     }
-}
-
-Failure TreeMerge::Impl::OpenTree() {
-    RootPath opened;
-    if (Failure failure = OpenRootParent(m_installDir, true, opened))
-        return failure;
-    m_treeName = opened.name;
-    m_treeParent = std::make_shared<LiveDirectory>(
-        LiveDirectory{std::move(opened.parent), DirectoryPart(m_installDir)});
-    PrivateDirectory::CleanUp(m_treeParent);
-    auto tree = std::make_shared<LiveDirectory>();
-    tree->path = m_installDir;
-    tree->descriptor = OpenEntry(m_treeParent->descriptor.Number(), m_treeName, O_DIRECTORY);
-    if (!tree->descriptor && errno == ENOENT)
-        return {};
-    if (!tree->descriptor && errno == EREMOTE)
-        return RefusedInMerge(m_installDir, "is on a FUSE file system");
-    if (!tree->descriptor)
-        return RefusedInMerge(m_installDir, "is not a directory");
-    m_tree = tree;
-    if (Failure failure = FindFuseBelow(m_tree->descriptor))
-        return failure;
-    PrivateDirectory::CleanUp(m_tree);
-    return {};
-}
-
-// Opened again each time: an entry goes where its path leads now.
-Failure TreeMerge::Impl::OpenParent(const std::string& path, LiveDirectory& parent,
-                                    std::string& name) const {
-    parent.path = DirectoryPart(path);
-    name = NamePart(path);
-    if (!IsBelow(path, m_installDir)) {
-        RootPath opened;
-        Failure failure = OpenRootParent(path, path == m_installDir, opened);
-        parent.descriptor = std::move(opened.parent);
-        name = opened.name;
-        return failure;
-    }
-    if (m_tree == nullptr)
-        return RefusedInMerge(m_installDir, "is not a directory");
-    const std::string below =
-        parent.path == m_installDir ? "" : parent.path.substr(m_installDir.size() + 1);
-    return OpenTreeDirectory(m_tree->descriptor.Number(), m_installDir, below, m_owners,
-                             parent.descriptor);
-}
-
-Failure TreeMerge::Impl::Locate(const std::string& path, Location& location) {
-    auto parent = std::make_shared<LiveDirectory>();
-    if (Failure failure = OpenParent(path, *parent, location.name))
-        return failure;
-    location.parent = parent;
-    // Entries cannot be exchanged between mounts. Outside of the tree, each directory has its own
-    // security label.
-    if (IsBelow(path, m_installDir) &&
-        MountOf(parent->descriptor.Number()) == MountOf(m_tree->descriptor.Number()))
-        return FindHolder(m_tree, location.holder);
-    return FindHolder(parent, location.holder);
-}
-
-Failure TreeMerge::Impl::FindHolder(const DirectoryPointer& parent, PrivateDirectory*& holder) {
-    std::unique_ptr<PrivateDirectory>& found = m_holders[parent->path];
-    if (found == nullptr) {
-        PrivateDirectory::CleanUp(parent);
-        if (Failure failure = PrivateDirectory::Create(parent, found))
-            return failure;
-    }
-    holder = found.get();
-    return {};
 }
 
 Failure TreeMerge::Impl::FindStaged(const PathDifference& difference, StagedEntry& staged) const {
@@ -231,13 +133,9 @@ Failure TreeMerge::Impl::Create(const std::vector<const PathDifference*>& differ
 Failure TreeMerge::Impl::PlaceNew(const std::vector<const PathDifference*>& differences,
                                   Undo& undo) {
     const std::string& path = differences.front()->path;
-    Location location;
-    if (Failure failure = Locate(path, location))
-        return failure;
     const auto placed = std::make_shared<PlacedEntry>();
-    placed->parent = location.parent;
-    placed->name = location.name;
-    placed->holder = location.holder;
+    if (Failure failure = m_places.FindPlace(path, *placed))
+        return failure;
     if (Failure failure = Create(differences, *placed))
         return failure;
     for (const PathDifference* difference : differences)
@@ -252,22 +150,17 @@ Failure TreeMerge::Impl::PlaceNew(const std::vector<const PathDifference*>& diff
     placed->isReplacing = result == Placed::Exchanged;
     m_placed.push_back(placed);
     undo.Add([placed] { TakeBack(*placed); });
-    if (path == m_installDir) {
-        auto tree = std::make_shared<LiveDirectory>();
-        tree->path = m_installDir;
-        tree->descriptor = OpenEntry(placed->Parent(), placed->name, O_DIRECTORY);
-        m_tree = tree;
-    }
+    if (path == m_installDir)
+        m_places.OpenNewTree(*placed);
     return {};
 }
 
 // Users append to it at any moment.
 Failure TreeMerge::Impl::PlaceQueueFile(const PathDifference& difference, Undo& undo) {
-    Location location;
-    if (Failure failure = Locate(difference.path, location))
+    LivePlace place;
+    if (Failure failure = m_places.FindPlace(difference.path, place))
         return failure;
-    LiveEntry entry{OpenEntry(location.parent->descriptor.Number(), location.name),
-                    difference.path};
+    LiveEntry entry{OpenEntry(place.Parent(), place.name), difference.path};
     const std::optional<State> now =
         entry.descriptor ? ReadAttributes(entry.descriptor) : std::nullopt;
     if (now && IsQueueFileOfSetup(*now, m_owners)) {
@@ -289,7 +182,7 @@ Failure TreeMerge::Impl::PlaceQueueFile(const PathDifference& difference, Undo& 
 Failure TreeMerge::Impl::ChangeInPlace(const PathDifference& difference, Undo& undo) {
     LiveDirectory parent;
     std::string name;
-    if (Failure failure = OpenParent(difference.path, parent, name))
+    if (Failure failure = m_places.OpenParent(difference.path, parent, name))
         return failure;
     LiveEntry entry{OpenEntry(parent.descriptor.Number(), name), difference.path};
     if (!entry.descriptor && errno == ENOENT)
@@ -305,14 +198,10 @@ Failure TreeMerge::Impl::ChangeInPlace(const PathDifference& difference, Undo& u
 }
 
 Failure TreeMerge::Impl::Delete(const PathDifference& difference, Undo& undo) {
-    Location location;
-    if (Failure failure = Locate(difference.path, location))
-        return failure;
     const auto placed = std::make_shared<PlacedEntry>();
-    placed->parent = location.parent;
-    placed->name = location.name;
-    placed->holder = location.holder;
-    placed->slot = location.holder->NewSlot(location.name);
+    if (Failure failure = m_places.FindPlace(difference.path, *placed))
+        return failure;
+    placed->slot = placed->holder->NewSlot(placed->name);
     const int error =
         MoveToFreeName(placed->Parent(), placed->name, placed->holder->Slots(), placed->slot);
     if (error == ENOENT)
@@ -338,11 +227,11 @@ Failure TreeMerge::Impl::Place(const PathDifferences& differences, size_t next, 
 }
 
 Failure TreeMerge::Impl::PlaceInTree(const PathDifferences& differences, Undo& undo) {
-    if (Failure failure = OpenTree())
+    if (Failure failure = m_places.OpenTree())
         return failure;
     PathDifferences inTree;
     for (const PathDifference& difference : differences) {
-        if (IsTreePath(difference.path))
+        if (m_places.IsInTree(difference.path))
             inTree.push_back(difference);
     }
     for (size_t next = 0; next < inTree.size(); ++next) {
@@ -354,25 +243,11 @@ Failure TreeMerge::Impl::PlaceInTree(const PathDifferences& differences, Undo& u
     return {};
 }
 
-// Removes what a killed setup left in the directories of the installation table.
-void TreeMerge::Impl::CleanUpOutside() const {
-    std::set<std::string> directories;
-    for (const Entry& entry : Entries()) {
-        if (!IsStaged(entry) || IsInTree(entry) ||
-            !directories.insert(DirectoryPart(entry.path)).second)
-            continue;
-        auto parent = std::make_shared<LiveDirectory>();
-        std::string name;
-        if (!OpenParent(entry.path, *parent, name))
-            PrivateDirectory::CleanUp(parent);
-    }
-}
-
 Failure TreeMerge::Impl::PlaceOutside(const PathDifferences& differences, Undo& undo) {
     PathDifferences outside;
     std::vector<const PathDifference*> deleted;
     for (const PathDifference& difference : differences) {
-        if (IsTreePath(difference.path))
+        if (m_places.IsInTree(difference.path))
             continue;
         if (difference.change == Change::Delete)
             deleted.push_back(&difference);
@@ -383,7 +258,7 @@ Failure TreeMerge::Impl::PlaceOutside(const PathDifferences& differences, Undo& 
     std::stable_partition(outside.begin(), outside.end(), [](const PathDifference& difference) {
         return difference.entry == nullptr || difference.entry->item != Item::Unit;
     });
-    CleanUpOutside();
+    m_places.CleanUpOutside();
     for (size_t next = 0; next < outside.size(); ++next) {
         if (Failure failure = Place(outside, next, undo))
             return failure;
@@ -400,7 +275,7 @@ Failure TreeMerge::Impl::PlaceOutside(const PathDifferences& differences, Undo& 
 Failure TreeMerge::Impl::VerifyEntry(const NewEntry& expected, bool isCreated) const {
     LiveDirectory parent;
     std::string name;
-    if (Failure failure = OpenParent(expected.path, parent, name))
+    if (Failure failure = m_places.OpenParent(expected.path, parent, name))
         return failure;
     const Descriptor entry = OpenEntry(parent.descriptor.Number(), name);
     const std::optional<State> found = entry ? ReadAttributes(entry) : std::nullopt;
@@ -412,17 +287,8 @@ Failure TreeMerge::Impl::VerifyEntry(const NewEntry& expected, bool isCreated) c
 }
 
 Failure TreeMerge::Impl::Verify() const {
-    if (m_tree != nullptr) {
-        const std::optional<State> expected = ReadAttributes(m_tree->descriptor);
-        LiveDirectory parent;
-        std::string name;
-        if (Failure failure = OpenParent(m_installDir, parent, name))
-            return failure;
-        const Descriptor entry = OpenEntry(parent.descriptor.Number(), name);
-        const std::optional<State> found = entry ? ReadAttributes(entry) : std::nullopt;
-        if (!expected || !found || !found->IsSameInode(*expected))
-            return RefusedInMerge(m_installDir, "was changed during the setup");
-    }
+    if (Failure failure = m_places.VerifyTree())
+        return failure;
     for (const auto& placed : m_placed) {
         for (const NewEntry& entry : placed->created) {
             if (Failure failure = VerifyEntry(entry, true))
@@ -442,7 +308,7 @@ void TreeMerge::Impl::Finish() {
             placed->holder->Discard(placed->slot);
         placed->isReplacing = false;
     }
-    m_holders.clear();
+    m_places.RemoveHolders();
 }
 
 TreeMerge::TreeMerge(const StagedMachine& staged, uid_t account, gid_t group, uid_t recordedAccount)
