@@ -22,6 +22,7 @@
 #include <csignal>
 #include <cstring>
 #include <functional>
+#include <set>
 
 #include "apps/RootSetup.h"
 #include "harness/Expect.h"
@@ -785,6 +786,74 @@ TEST_P(TreeMergeAttack, ChangesNothingOfOthers) {
 INSTANTIATE_TEST_SUITE_P(Attacks, TreeMergeAttack, testing::ValuesIn(attacks),
                          [](const auto& test) { return std::string(test.param.name); });
 
+// A child that waits, is traced, and ends with status 0 if `body` returns true.
+pid_t StartTraced(const std::function<bool()>& body) {
+    const pid_t child = fork();
+    if (child == 0) {
+        ptrace(PTRACE_TRACEME, 0, 0, 0);
+        raise(SIGSTOP);
+        _exit(body() ? 0 : 1);
+    }
+    waitpid(child, nullptr, 0);
+    ptrace(PTRACE_SETOPTIONS, child, 0, PTRACE_O_TRACESYSGOOD | PTRACE_O_EXITKILL);
+    return child;
+}
+
+// Stops the child at the beginning of one of these system calls. False when it ends before.
+bool RunToCall(pid_t child, const std::set<uint64_t>& calls) {
+    __ptrace_syscall_info call = {};
+    do {
+        siginfo_t end = {};
+        if (ptrace(PTRACE_SYSCALL, child, 0, 0) != 0 ||
+            waitid(P_PID, static_cast<id_t>(child), &end, WEXITED | WSTOPPED | WNOWAIT) != 0 ||
+            end.si_code == CLD_EXITED)
+            return false;
+        waitpid(child, nullptr, 0);
+        ptrace(PTRACE_GET_SYSCALL_INFO, child, sizeof call, &call);
+    } while (call.op != PTRACE_SYSCALL_INFO_ENTRY || !calls.contains(call.entry.nr));
+    return true;
+}
+
+// Sends the signal, or 0, and returns the exit status; -1 after a signal.
+int EndTraced(pid_t child, int signal) {
+    if (signal != 0)
+        kill(child, signal);
+    else
+        ptrace(PTRACE_DETACH, child, 0, 0);
+    int status = 0;
+    waitpid(child, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+TEST(PrivateDirectory, IsCreatedAgainWhenAnotherIsThere) {
+    HX_REQUIRE_THROWAWAY_ROOT();
+    for (const char* plant : {"mv secret $0", "mkdir -m 755 $0", "mkdir -m 700 $0; chown 4001 $0",
+                              "mkdir -m 700 other; ln -s other $0", "mkfifo $0", "touch $0", ":"}) {
+        SCOPED_TRACE(plant);
+        ExpectScenarioOnMachine([plant = std::string(plant)] {
+            const pid_t child = StartTraced([] {
+                const auto parent = std::make_shared<LiveDirectory>();
+                parent->descriptor = Descriptor(open(liveTree.c_str(), O_PATH | O_DIRECTORY));
+                std::unique_ptr<PrivateDirectory> created;
+                if (PrivateDirectory::Create(parent, created))
+                    return false;
+                struct stat found = {};
+                fstatat(created.release()->Slots(), "", &found, AT_EMPTY_PATH);
+                return found.st_uid == 0 && found.st_mode == (S_IFDIR | 0700U);
+            });
+            ASSERT_TRUE(RunToCall(child, {SYS_mkdirat}));
+            // It exists, and is not open yet.
+            ASSERT_TRUE(RunToCall(child, {SYS_openat}));
+            const std::string first = Shell("cd /srv/corvane; ls -d .corvane26_setup_*");
+            Shell("cd /srv/corvane; rmdir " + first + "; sh -c '" + plant + "' " + first);
+            EXPECT_EQ(EndTraced(child, 0), 0);
+            EXPECT_EQ(Shell("cd /srv/corvane; ls -A other " + first + " | grep corvane26_new"), "");
+            EXPECT_EQ(Shell("cd /srv/corvane; ls -d .corvane26_setup_*/* | grep -c corvane26_new"),
+                      "1");
+        });
+    }
+}
+
 TEST(PrivateDirectory, IsRootsWhenAnotherIsPlanted) {
     HX_REQUIRE_THROWAWAY_ROOT();
     ExpectScenarioOnMachine([] {
@@ -831,30 +900,11 @@ TEST(TreeMerge, KeepsLinesAppendedMeanwhile) {
 
 // False when the merge has ended before that rename.
 bool KillBeforeRename(int number, const std::vector<PathDifference>& differences) {
-    const pid_t child = fork();
-    if (child == 0) {
-        ptrace(PTRACE_TRACEME, 0, 0, 0);
-        raise(SIGSTOP);
-        Merge(differences);
-        _exit(0);
-    }
-    int status = 0;
-    waitpid(child, &status, 0);
-    ptrace(PTRACE_SETOPTIONS, child, 0, PTRACE_O_TRACESYSGOOD | PTRACE_O_EXITKILL);
-    while (number > 0) {
-        ptrace(PTRACE_SYSCALL, child, 0, 0);
-        waitpid(child, &status, 0);
-        if (!WIFSTOPPED(status))
-            return false;
-        __ptrace_syscall_info call = {};
-        ptrace(PTRACE_GET_SYSCALL_INFO, child, sizeof call, &call);
-        if (call.op == PTRACE_SYSCALL_INFO_ENTRY &&
-            (call.entry.nr == SYS_renameat || call.entry.nr == SYS_renameat2))
-            --number;
-    }
-    kill(child, SIGKILL);
-    waitpid(child, &status, 0);
-    return true;
+    const pid_t child = StartTraced([&] { return Merge(differences).empty(); });
+    while (number > 0 && RunToCall(child, {SYS_renameat, SYS_renameat2}))
+        --number;
+    EXPECT_EQ(EndTraced(child, SIGKILL), number == 0 ? -1 : 0);
+    return number == 0;
 }
 
 struct KilledMerge {
