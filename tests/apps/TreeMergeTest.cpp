@@ -9,6 +9,7 @@
 #include <sys/mount.h>
 #include <sys/prctl.h>
 #include <sys/ptrace.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -18,6 +19,7 @@
 #include <sys/xattr.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <csignal>
 #include <cstring>
@@ -69,6 +71,14 @@ std::vector<Row> Rows() {
         rows.push_back({path + "/deep/page", &entry, Kind::File, 0644});
     }
     return rows;
+}
+
+const Entry& PagesRow() {
+    return *std::ranges::find_if(Entries(), &Entry::ownsAllBelow);
+}
+
+std::string Pages() {
+    return liveTree + '/' + PagesRow().path;
 }
 
 void Own(const std::string& path, const Row& row) {
@@ -242,23 +252,52 @@ TEST(TreeMerge, ReplacesFilesThroughLinkOfRoots) {
 TEST(TreeMerge, GivesLinkBelowPagesToAccount) {
     HX_REQUIRE_THROWAWAY_ROOT();
     ExpectScenarioOnMachine([] {
-        const Entry* icons = nullptr;
-        for (const Row& row : Rows())
-            icons = row.path.ends_with("/icons") ? row.entry : icons;
-        const std::string path = liveTree + '/' + icons->path + "/link";
+        const std::string path = Pages() + "/link";
         fs::create_symlink(victim, path);
         const std::string before = Identity(victim);
         const Descriptor live(open(liveTree.c_str(), O_PATH));
         const State old = *ReadStateAt(live.Number(), path.substr(liveTree.size() + 1));
         State given = old;
         given.owner = accountId;
-        const std::vector<PathDifference> differences = {{Change::Modify, path, old, given, icons}};
+        const std::vector<PathDifference> differences = {
+            {Change::Modify, path, old, given, &PagesRow()}};
         EXPECT_EQ(Merge(differences, End::TakeBack), "");
         EXPECT_EQ(Shell("stat -c %u " + path), "0");
         EXPECT_EQ(Merge(differences), "");
         EXPECT_EQ(Shell("stat -c %u " + path), "4000");
         EXPECT_EQ(Identity(victim), before);
     });
+}
+
+TEST(TreeMerge, OpensFilesUpToHardLimit) {
+    HX_REQUIRE_THROWAWAY_ROOT();
+    for (const rlim_t hardLimit : {1000U, 100U}) {
+        ExpectScenarioOnMachine([hardLimit] {
+            std::vector<PathDifference> differences;
+            for (int page = 0; page < 200; ++page) {
+                const std::string path = Pages() + "/page" + std::to_string(page);
+                hx_test::WriteFile(path, "page");
+                const Descriptor root(open("/", O_PATH));
+                const State old = *ReadStateAt(root.Number(), path.substr(1));
+                differences.push_back({Change::Modify, path, old, old, &PagesRow()});
+                differences.back().after.owner = accountId;
+            }
+            const auto before = TreeSnapshot();
+            const rlimit limit = {60, hardLimit};
+            setrlimit(RLIMIT_NOFILE, &limit);
+            const std::string failure = Merge(differences);
+            rlimit restored = {};
+            getrlimit(RLIMIT_NOFILE, &restored);
+            EXPECT_EQ(restored.rlim_cur, 60U);
+            if (hardLimit == 1000U) {
+                EXPECT_EQ(failure, "");
+                EXPECT_NE(TreeSnapshot(), before);
+            } else {
+                hx_test::ExpectHolds(failure, "\": Too many open files\nRaise the hard limit");
+                EXPECT_EQ(TreeSnapshot(), before);
+            }
+        });
+    }
 }
 
 // Puts something else in place of a path.
@@ -527,10 +566,7 @@ TEST(TreeMerge, KeepsJobsOfQueueFileThatIsTakenBack) {
 TEST(TreeMerge, RefusesHardLinkBelowDeepPages) {
     HX_REQUIRE_THROWAWAY_ROOT();
     ExpectScenarioOnMachine([] {
-        std::string path = liveTree + "/corvanerc/corvane26server/icons";
-        const Entry* icons = Compare().back().entry;
-        for (const Row& row : Rows())
-            icons = liveTree + '/' + row.path == path ? row.entry : icons;
+        std::string path = Pages();
         Descriptor directory(open(path.c_str(), O_PATH));
         for (int depth = 0; depth < 1100; ++depth) {
             ASSERT_EQ(mkdirat(directory.Number(), "deeper", 0755), 0);
@@ -543,7 +579,7 @@ TEST(TreeMerge, RefusesHardLinkBelowDeepPages) {
         State old = *ReadState(directory.Number(), "page");
         State given = old;
         given.owner = accountId;
-        hx_test::ExpectHolds(Merge({{Change::Modify, path + "/page", old, given, icons}}),
+        hx_test::ExpectHolds(Merge({{Change::Modify, path + "/page", old, given, &PagesRow()}}),
                              "/deeper/page\" has more than one hard link");
         EXPECT_EQ(Identity(victim), before);
     });

@@ -61,11 +61,16 @@ Problem RefusedInMerge(const std::string& path, const char* reason) {
 Problem FailedInMerge(const std::string& path, int error) {
     // The setup's timer interrupts system calls that wait.
     const char* cause = error == EINTR ? "timed out" : std::strerror(error);
+    const QString remedy =
+        error == EMFILE
+            ? QStringLiteral("Raise the hard limit of open files, then run the setup again.")
+            : QStringLiteral(
+                  "Make sure that its file system is writable and not full, then run "
+                  "the setup again.");
     return {ExitStatus::SystemCallFailed,
             QStringLiteral("cannot place \"%1\": %2")
                 .arg(QString::fromStdString(path), QString::fromUtf8(cause)),
-            QStringLiteral("Make sure that its file system is writable and not full, then run the "
-                           "setup again.")};
+            remedy};
 }
 
 Failure OpenRootParent(const std::string& path, bool followsLast, RootPath& opened) {

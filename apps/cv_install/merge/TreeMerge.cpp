@@ -14,6 +14,7 @@
 #include "merge/Acl.h"
 #include "merge/ChangedEntry.h"
 #include "merge/LivePlaces.h"
+#include "merge/OpenFilesLimit.h"
 #include "merge/PlacedEntry.h"
 
 namespace {
@@ -227,6 +228,8 @@ Failure TreeMerge::Impl::Place(const PathDifferences& differences, size_t next, 
 }
 
 Failure TreeMerge::Impl::PlaceInTree(const PathDifferences& differences, Undo& undo) {
+    // Programs that are started after the merge or its undo get the former limit.
+    undo.Add([limit = std::make_shared<OpenFilesLimit>()] {});
     if (Failure failure = m_places.OpenTree())
         return failure;
     PathDifferences inTree;
