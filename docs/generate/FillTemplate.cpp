@@ -22,6 +22,7 @@ const std::map<std::string, Writer> marks = {
     {"@OPTION_LIST@", WriteOptionList},
     {"@OPTION_WORDS@", WriteOptionWords},
     {"@OWN_PATHS@", WriteOwnPaths},
+    {"@PRIVATE_PARENTS@", WritePrivateParents},
     {"@QUEUE_COMMANDS@", WriteQueueCommands},
     {"@QUEUE_VARIABLES@", WriteQueueVariables},
     {"@REMOVAL_SETTINGS@", WriteRemovalSettings},

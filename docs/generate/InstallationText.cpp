@@ -2,7 +2,9 @@
 #include "installation/Installation.h"
 
 #include <algorithm>
+#include <filesystem>
 #include <ostream>
+#include <set>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -129,6 +131,9 @@ void WriteRemovalSettings(std::ostream& script) {
     WriteSetting(script, "unit_file", Find(Item::Unit).path);
     WriteSetting(script, "log", Find(Item::RootLog).path);
     WriteSetting(script, "commit_scripts", Pattern(Find(Item::CommitScript)));
+    WriteSetting(script, "private_directory", Pattern(Find(Item::PrivateDirectory)));
+    WriteSetting(script, "new_entries", newEntriesName);
+    WriteSetting(script, "slots", std::string(slotPrefix) + '*');
     WriteSetting(script, "record", Find(Item::AccountRecord).path);
     WriteSetting(script, "account", accountName);
     WriteSetting(script, "account_comment", accountComment);
@@ -148,6 +153,17 @@ void WriteRemovedLinks(std::ostream& script) {
         if (entry.kind == Kind::Link && !IsInTree(entry) && entry.reference[0] != '/')
             script << entry.path << " \\\n";
     }
+}
+
+// The directories outside of the tree in which a merge creates private directories.
+void WritePrivateParents(std::ostream& script) {
+    std::set<std::string> parents = {std::filesystem::path(sharedDirectory).parent_path()};
+    for (const Entry& entry : Entries()) {
+        if (IsStaged(entry) && !IsInTree(entry))
+            parents.insert(std::filesystem::path(entry.path).parent_path());
+    }
+    for (const std::string& parent : parents)
+        script << parent << " \\\n";
 }
 
 void WriteSharedPaths(std::ostream& script) {

@@ -27,3 +27,4 @@ void WriteRemovedFiles(std::ostream& script);     // words: files outside the tr
 void WriteRemovedLinks(std::ostream& script);     // words: links in /usr/bin to files of the tree
 void WriteSharedPaths(std::ostream& script);      // tests of find: what other versions use as well
 void WriteOwnPaths(std::ostream& script);         // tests of find: what this version created
+void WritePrivateParents(std::ostream& script);   // directories, for private ones of merges

@@ -274,6 +274,35 @@ TEST_F(Package, FollowsNoLinkOfServiceGroupMembers) {
     EXPECT_EQ(Shell("cat /srv/away/corvane26/file /srv/away/icons/file"), "keep\nkeep\n");
 }
 
+TEST_F(Package, RemovesPrivateDirectoriesOfKilledSetup) {
+    Install();
+    SetUpService(product, "--cluster-node");
+    Shell(
+        "rm /usr/lib/corvane26/cv_computeservice; umask 077; "
+        "for parent in /var/corvane /var /etc/systemd/system /usr/bin; do "
+        "mkdir -p $parent/.corvane26_setup_abcdef/corvane26_new/corvane26_slot.2.a/b; "
+        "cd $parent/.corvane26_setup_abcdef; touch corvane26_slot.1.corvane26 "
+        "corvane26_new/corvane26_slot.2.a/b/c; ln -s /etc/passwd corvane26_slot.3.QueueLimits; "
+        "done");
+    Purge();
+    ExpectNothingLeft();
+}
+
+// What it replaced; another directory of root's, which a user renamed; and one of that user's.
+TEST_F(Package, KeepsDirectoriesRenamedLikePrivateOnes) {
+    Install();
+    SetUpService(product, "--cluster-node");
+    Shell(
+        "umask 077; cd /var/corvane; mkdir -p .corvane26_setup_killed/corvane26_slot.1.x "
+        ".corvane26_setup_secret .corvane26_setup_nobody/corvane26_new/moved; "
+        "touch .corvane26_setup_killed/corvane26_slot.1.x/job .corvane26_setup_secret/key; "
+        "chown corvsrvc .corvane26_setup_nobody");
+    hx_test::ExpectHolds(Purge(), "/var/corvane contains files that no setup created");
+    EXPECT_EQ(Shell("cd /var/corvane; find . -type f -o -name moved | sort"),
+              "./.corvane26_setup_killed/corvane26_slot.1.x/job\n"
+              "./.corvane26_setup_nobody/corvane26_new/moved\n./.corvane26_setup_secret/key\n");
+}
+
 TEST_F(Package, KeepsAccountThatExistedBefore) {
     Install();
     Shell("useradd --system ann");

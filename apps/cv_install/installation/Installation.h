@@ -86,6 +86,10 @@ enum class Item {
 
 inline constexpr std::string_view randomPart = "XXXXXX";
 
+// In a private directory of a merge: the directory of new entries, and how other names begin.
+inline constexpr const char* newEntriesName = "corvane26_new";
+inline constexpr std::string_view slotPrefix = "corvane26_slot.";
+
 struct Entry {
     Item item = Item::Unnamed;
     // Relative to the install directory, or absolute, with `randomPart` for random characters.

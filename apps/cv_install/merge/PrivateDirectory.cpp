@@ -20,11 +20,6 @@
 
 namespace {
 
-// Names in a private directory. Another directory of root's that a user renames like one is
-// recognized by other names in it, and stays untouched.
-constexpr const char* newName = "corvane26_new";
-constexpr std::string_view slotPrefix = "corvane26_slot.";
-
 constexpr int mostTries = 100;
 constexpr int mostPrivateNames = 1000;  // a user who is faster can take many
 
@@ -142,14 +137,15 @@ void CleanUpPrivate(const LiveDirectory& parent, const std::string& name) {
     if (!directory || !IsPrivate(directory))
         return;
     const std::vector<std::string> names = ListNames(directory.Number());
+    // Another directory of root's that a user renamed like a private one.
     const bool isOurs = std::all_of(names.begin(), names.end(), [](const std::string& each) {
-        return each == newName || each.starts_with(slotPrefix);
+        return each == newEntriesName || each.starts_with(slotPrefix);
     });
     if (!isOurs)
         return;
     for (const std::string& each : names) {
         // Jobs of users are never removed.
-        if (each == newName)
+        if (each == newEntriesName)
             RemovePrivateEntry(directory.Number(), each);
         else if (HasJobs(directory.Number(), each))
             MoveBackTo(parent, directory.Number(), each);
@@ -252,9 +248,9 @@ Failure PrivateDirectory::Create(const DirectoryPointer& parent,
             errno != 0)
             continue;
         created.reset(new PrivateDirectory(parent, std::move(directory)));
-        if (mkdirat(created->Slots(), newName, mode) != 0)
+        if (mkdirat(created->Slots(), newEntriesName, mode) != 0)
             return FailedInMerge(parent->path, errno);
-        created->m_new = OpenForListing(created->Slots(), newName);
+        created->m_new = OpenForListing(created->Slots(), newEntriesName);
         if (created->m_new)
             return {};
         return FailedInMerge(parent->path, errno);
@@ -263,7 +259,7 @@ Failure PrivateDirectory::Create(const DirectoryPointer& parent,
 }
 
 PrivateDirectory::~PrivateDirectory() {
-    RemovePrivateEntry(m_directory.Number(), newName);
+    RemovePrivateEntry(m_directory.Number(), newEntriesName);
     RemoveEmptyDirectory(m_parent->descriptor.Number(), m_directory);
 }
 
