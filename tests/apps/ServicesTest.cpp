@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include "commit/EarlierServices.h"
+#include "harness/TempDir.h"
 #include "machine/ServiceManager.h"
 #include "machine/ThrowawayRoot.h"
 #include "merge/Services.h"
@@ -120,6 +121,37 @@ TEST(Services, DifferAsInRecordedCalls) {
         EXPECT_FALSE(FindServiceDifferences(staged, setup.alwaysRestart, differences));
         EXPECT_EQ(ServiceLines(differences), setup.services);
     }
+}
+
+// Nothing could start it, and what the script calls has no effect.
+TEST(Services, StartOnlyIfManagerIsRunning) {
+    for (const RecordedSetup& setup : recordedSetups) {
+        StagedMachine staged;
+        RecordCalls(staged, setup.calls);
+        staged.isManagerRunning = false;
+        Differences differences;
+        EXPECT_FALSE(FindServiceDifferences(staged, true, differences));
+        for (const ServiceDifference& service : differences.services)
+            EXPECT_EQ(service.change, Change::Delete) << service.name;
+    }
+}
+
+TEST(Services, FindManagerThatIsRunning) {
+    HX_REQUIRE_THROWAWAY_ROOT();
+    const std::pair<const char*, bool> answers[] = {{"echo offline; exit 1", false},
+                                                    {"echo degraded; exit 1", true},
+                                                    {"echo running", true},
+                                                    {"echo starting >&2", true}};
+    HX_EXPECT_SCENARIO([&] {
+        for (const auto& [answer, isRunning] : answers) {
+            hx_test::WriteFile(
+                "/usr/bin/systemctl",
+                "#!/bin/sh\n[ \"$*\" = is-system-running ] && " + std::string(answer) + '\n');
+            EXPECT_EQ(IsManagerRunning(), isRunning) << answer;
+        }
+        hx_test::RemoveSystemctl();
+        EXPECT_FALSE(IsManagerRunning());
+    });
 }
 
 TEST(Services, RestartWhenServiceUserChangesGroups) {

@@ -110,6 +110,11 @@ void StartAgain(const hx::EarlierService& service) {
 
 }  // namespace
 
+bool IsManagerRunning() {
+    const std::optional<QString> state = OutputOfTool({"systemctl", "is-system-running"});
+    return state && *state != u"offline";
+}
+
 Failure FindServiceDifferences(const StagedMachine& staged, bool alwaysRestart,
                                Differences& differences) {
     std::set<std::string> calls;
@@ -126,8 +131,8 @@ Failure FindServiceDifferences(const StagedMachine& staged, bool alwaysRestart,
         differences.services.push_back(
             {Change::Delete, NameOf(service), wasActive ? isActive : isInactive, ""});
     }
-    if (calls.contains(CallOf({"systemctl", "start", serviceUnit})) ||
-        calls.contains(CallOf({"systemctl", "restart", serviceUnit})))
+    if (staged.isManagerRunning && (calls.contains(CallOf({"systemctl", "start", serviceUnit})) ||
+                                    calls.contains(CallOf({"systemctl", "restart", serviceUnit}))))
         AddService(staged, alwaysRestart, differences);
     return {};
 }
