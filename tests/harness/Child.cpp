@@ -77,12 +77,15 @@ void Redirect(const std::string& path, int flags, int fd) {
 }  // namespace
 
 bool NamespacesAvailable() {
-    const pid_t child = fork();
-    if (child == 0)
-        _exit(EnterNamespaces(World::Identity::Root) ? 0 : 1);
-    int status = 0;
-    waitpid(child, &status, 0);
-    return status == 0;
+    static const bool available = [] {
+        const pid_t child = fork();
+        if (child == 0)
+            _exit(EnterNamespaces(World::Identity::Root) ? 0 : 1);
+        int status = 0;
+        waitpid(child, &status, 0);
+        return status == 0;
+    }();
+    return available;
 }
 
 void CallAndReport(const std::function<void()>& body) {

@@ -2,30 +2,63 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <spawn.h>
 #include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
 #include <cstdlib>
+#include <utility>
 
 namespace hx_test {
 namespace {
 
-[[noreturn]] void Exec(const std::vector<std::string>& command, const ProcessOptions& options) {
-    if (!options.workingDirectory.empty() && chdir(options.workingDirectory.c_str()) != 0)
-        _exit(126);
-    for (const auto& name : options.unset)
-        unsetenv(name.c_str());
+std::vector<char*> Pointers(std::vector<std::string>& words) {
+    std::vector<char*> pointers;
+    pointers.reserve(words.size() + 1);
+    for (std::string& word : words)
+        pointers.push_back(word.data());
+    pointers.push_back(nullptr);
+    return pointers;
+}
+
+std::vector<std::string> Environment(const ProcessOptions& options) {
+    std::vector<std::string> variables;
+    for (char** variable = environ; *variable != nullptr; ++variable) {
+        const std::string text = *variable;
+        const std::string name = text.substr(0, text.find('='));
+        const auto& unset = options.unset;
+        if (std::find(unset.begin(), unset.end(), name) == unset.end() &&
+            !options.env.contains(name))
+            variables.push_back(text);
+    }
     for (const auto& [name, value] : options.env)
-        setenv(name.c_str(), value.c_str(), 1);
-    std::vector<char*> argv;
-    argv.reserve(command.size() + 1);
-    for (const auto& word : command)
-        argv.push_back(const_cast<char*>(word.c_str()));
-    argv.push_back(nullptr);
-    execvp(argv[0], argv.data());
-    _exit(127);
+        variables.push_back(name + '=' + value);
+    return variables;
+}
+
+// Does not copy this process, which costs most of the time of a short command.
+pid_t Start(std::vector<std::string> command, const ProcessOptions& options, int in, int out,
+            int err) {
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, in, 0);
+    posix_spawn_file_actions_adddup2(&actions, out, 1);
+    posix_spawn_file_actions_adddup2(&actions, err, 2);
+    if (!options.workingDirectory.empty())
+        posix_spawn_file_actions_addchdir_np(&actions, options.workingDirectory.c_str());
+    std::vector<std::string> variables = Environment(options);
+    std::vector<char*> environment = Pointers(variables);
+    // The command is searched for in the PATH of its own environment.
+    char** const own = std::exchange(environ, environment.data());
+    pid_t child = -1;
+    const int error = posix_spawnp(&child, command[0].c_str(), &actions, nullptr,
+                                   Pointers(command).data(), environ);
+    environ = own;
+    posix_spawn_file_actions_destroy(&actions);
+    return error == 0 ? child : -1;
 }
 
 // Reads the available bytes; returns false at the end of the file.
@@ -65,21 +98,16 @@ ProcessResult Run(const std::vector<std::string>& command, const ProcessOptions&
     if (pipe2(out, O_CLOEXEC) != 0 || pipe2(err, O_CLOEXEC) != 0)
         return {};
     const int input = InputDescriptor(options.input);
-    const pid_t child = fork();
-    if (child == 0) {
-        dup2(input, 0);
-        dup2(out[1], 1);
-        dup2(err[1], 2);
-        Exec(command, options);
-    }
+    const pid_t child = Start(command, options, input, out[1], err[1]);
     for (const int fd : {input, out[1], err[1]})
         close(fd);
     ProcessResult result;
     CollectOutput(out[0], err[0], result);
     close(out[0]);
     close(err[0]);
-    int status = 0;
-    waitpid(child, &status, 0);
+    int status = 127 << 8;
+    if (child > 0)
+        waitpid(child, &status, 0);
     result.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
     return result;
 }
