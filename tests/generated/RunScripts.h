@@ -15,7 +15,8 @@ struct Ground {
     const char* directory;  // of the installation
 };
 
-// Returns both shells with both directories.
+// Returns both shells and both directories: all combinations with HX_TEST_EVERY_FAULT, otherwise
+// every pair of two properties.
 std::vector<Ground> Grounds(std::initializer_list<Origin> origins = {Origin::Product,
                                                                      Origin::Library});
 
@@ -69,7 +70,8 @@ protected:
     const std::string snapshot = installation.Settings() + "/corvane26_snapshot";
 
 private:
-    Words Command(const std::string& script, const Words& args, const Variables& env) const;
+    static Words Command(const std::string& script, const Words& args);
+    ProcessOptions Environment(const Variables& env) const;
 };
 
 }  // namespace hx_test

@@ -4,6 +4,8 @@
 
 #include <cstdlib>
 
+#include "product/Installation.h"
+
 namespace hx_test {
 namespace fs = std::filesystem;
 namespace {
@@ -40,8 +42,7 @@ SubmissionTest::SubmissionTest() {
 
 void SubmissionTest::SetUp() {
     HX_REQUIRE_NAMESPACES();
-    if (hx_test::Run({"sh", "-c", "command -v \"$1\" > /dev/null", "sh", GetParam().shell})
-            .status != 0)
+    if (!Installed(GetParam().shell))
         GTEST_SKIP() << GetParam().shell << " is not installed";
 }
 

@@ -46,7 +46,13 @@ exit "${STANDIN_STATUS:-0}"
 }  // namespace
 
 bool Installed(const std::string& program) {
-    return hx_test::Run({"sh", "-c", "command -v \"$1\" > /dev/null", "sh", program}).status == 0;
+    static std::map<std::string, bool> known;
+    const auto [entry, isNew] = known.try_emplace(program);
+    if (isNew) {
+        entry->second =
+            hx_test::Run({"sh", "-c", "command -v \"$1\" > /dev/null", "sh", program}).status == 0;
+    }
+    return entry->second;
 }
 
 Installation::Installation(const std::string& directory) : m_home(m_temp / directory) {
