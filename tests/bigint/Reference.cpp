@@ -16,7 +16,7 @@ std::vector<std::string> AnswersOfPython(const std::vector<std::string>& questio
     for (const std::string& question : questions)
         input += question + '\n';
     std::istringstream out(
-        Run({"/usr/bin/python3", "-B", HX_REFERENCE_SCRIPT}, {.input = input}).out);
+        Run({"/usr/bin/python3", "-BIS", HX_REFERENCE_SCRIPT}, {.input = input}).out);
     std::vector<std::string> answers(questions.size());
     for (std::string& answer : answers)
         std::getline(out, answer);
