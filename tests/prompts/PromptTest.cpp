@@ -164,7 +164,9 @@ ProcessResult PromptTest::OverTerminal(const std::vector<Turn>& turns,
                 status = terminal.Finish();
             std::fwrite(terminal.Output().data(), 1, terminal.Output().size(), stdout);
         }
-        std::exit(status);
+        std::fflush(nullptr);
+        // The process on the terminal has searched for leaks, which takes long.
+        _exit(status);
     });
     // A terminal receives both streams. An error is at the end.
     const size_t output = std::min(AllOutput(turns).size(), result.out.size());
