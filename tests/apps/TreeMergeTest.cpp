@@ -343,7 +343,8 @@ void ExpectHarmless(const Row& row, const Planted& plant, bool isPlanned) {
     Merge(differences, End::TakeBack);
     EXPECT_EQ(TreeSnapshot(), snapshot);
     const std::string failure = Merge(differences);
-    const std::string secret = Shell("find /srv/corvane -name key -printf %h");
+    const std::string secret =
+        isSecret ? Shell("find /srv/corvane -name key -printf %h") : std::string();
     EXPECT_EQ(Identity(isSecret ? secret : victim, hasTime), before) << failure;
     EXPECT_EQ(isSecret ? Identity(secret + "/key") : "", key);
     const bool isReplaced = failure.empty() && row.path == row.entry->path &&
@@ -353,15 +354,18 @@ void ExpectHarmless(const Row& row, const Planted& plant, bool isPlanned) {
     EXPECT_TRUE(failure.empty() || failure.starts_with("unsafe path: ")) << failure;
 }
 
+// Each kind of entry replaces a third of the rows, and with HX_TEST_EVERY_FAULT all.
 TEST(TreeMerge, LeavesTargetsOfHostileReplacements) {
     HX_REQUIRE_THROWAWAY_ROOT();
-    ExpectScenarioOnMachine([] {
+    const size_t step = std::getenv("HX_TEST_EVERY_FAULT") == nullptr ? 3 : 1;
+    ExpectScenarioOnMachine([&] {
+        size_t number = 0;
         for (const Row& row : Rows()) {
-            for (const Planted& plant : plants) {
-                if (row.path.empty())
-                    continue;
+            if (row.path.empty())
+                continue;
+            for (size_t i = number++ % step; i < std::size(plants); i += step) {
                 for (const bool isPlanned : {false, true})
-                    ExpectHarmless(row, plant, isPlanned);
+                    ExpectHarmless(row, plants[i], isPlanned);
             }
         }
     });
