@@ -156,7 +156,7 @@ std::vector<HostileEntry> HostileEntries() {
         all.push_back({"mallory 'mv " + path + " .old; ln -s /etc/shadow " + path + "'", 0, "",
                        quoted + linkOfOthers});
         all.push_back({"mallory 'mv " + path +
-                           " .old; python3 -c \"import socket; "
+                           " .old; /usr/bin/python3 -c \"import socket; "
                            "socket.socket(socket.AF_UNIX).bind(\\\"" +
                            path + "\\\")\"'",
                        0, "", quoted + notFile});
