@@ -73,7 +73,7 @@ class SharedRecord : public testing::TestWithParam<Operation> {};
 TEST_P(SharedRecord, ServesAsOperandAndResult) {
     const Operation& operation = GetParam();
     Numbers numbers(5);
-    for (int round = 0; round < 12 && !HasFailure(); ++round) {
+    for (int round = 0; round < 6 && !HasFailure(); ++round) {
         const unsigned bits = round % 2 == 0 ? 200 : 3000;
         const unsigned extra = numbers.ExtraFor(operation, bits);
         const std::vector<std::string> values = numbers.OperandsFor(operation, bits);
