@@ -3,13 +3,13 @@
 
 #include <csignal>
 #include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <sstream>
 
 #include "apps/RootSetup.h"
 #include "apps/SetupMachine.h"
 #include "apps/TracedSetup.h"
+#include "harness/Effort.h"
 #include "harness/TempDir.h"
 #include "machine/ThrowawayRoot.h"
 
@@ -87,7 +87,7 @@ TEST(StagedFailure, LeavesMachineAsItWasWhenDeclined) {
 }
 
 size_t Step() {
-    return std::getenv("HX_TEST_EVERY_FAULT") == nullptr ? 10 : 1;
+    return TriesEveryFault() ? 1 : 10;
 }
 
 struct Interrupted {

@@ -16,25 +16,19 @@
 #include <chrono>
 #include <csignal>
 #include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <random>
 #include <thread>
 
 #include "apps/RootSetup.h"
 #include "apps/SetupMachine.h"
+#include "harness/Effort.h"
 #include "harness/TempDir.h"
 #include "machine/ThrowawayRoot.h"
 
 namespace {
 
 using namespace hx_test;
-
-// The number of times a race is tried.
-int Rounds() {
-    const char* text = std::getenv("HX_TEST_ROUNDS");
-    return text == nullptr ? 3 : std::atoi(text);
-}
 
 // A child of the test that runs `body` as a user until it is stopped.
 class OtherUser {
@@ -93,7 +87,7 @@ TEST(StagedRaces, OneOfTwoSetupsEndsOrWaits) {
     const std::string other = ResultOf({slurm});
     const std::string oneFirst = ResultOf({internalQueue, slurm});
     const std::string otherFirst = ResultOf({slurm, internalQueue});
-    for (int round = 0; round < Rounds(); ++round) {
+    for (int round = 0; round < RaceRounds(); ++round) {
         const AtOnce ways[] = {{0, {0, 64}}, {60, {0, 0}}};
         for (const AtOnce& way : ways) {
             const std::vector<std::string> wait = {"--wait", std::to_string(way.waiting)};
@@ -134,7 +128,7 @@ TEST(StagedRaces, LoseNoLineOfQueueEntries) {
     HX_REQUIRE_THROWAWAY_ROOT();
     HX_EXPECT_SCENARIO([] {
         PrepareMachine(internalQueue, Before::SameSetup);
-        const int setups = std::getenv("HX_TEST_ROUNDS") == nullptr ? 2 : Rounds();
+        const int setups = RaceRounds();
         const size_t lines = 2500 * static_cast<size_t>(setups);
         size_t expected = 0;
         for (int round = 0; round < setups; ++round) {
@@ -214,7 +208,7 @@ TEST_P(ExchangedFiles, ReachNothingOutsideTree) {
     HX_REQUIRE_THROWAWAY_ROOT();
     const Attack& attack = GetParam();
     int refused = 0;
-    for (int round = 0; round < Rounds(); ++round) {
+    for (int round = 0; round < RaceRounds(); ++round) {
         const std::string status = ResultInRoot([&] {
             PrepareMachine(withMembers, Before::SameSetup);
             Shell(
@@ -244,7 +238,7 @@ TEST_P(ExchangedFiles, ReachNothingOutsideTree) {
         });
         refused += status == "0" ? 0 : 1;
     }
-    std::printf("%s: %d setups, %d of them refused\n", attack.name, Rounds(), refused);
+    std::printf("%s: %d setups, %d of them refused\n", attack.name, RaceRounds(), refused);
 }
 
 INSTANTIATE_TEST_SUITE_P(Attacks, ExchangedFiles, testing::ValuesIn(attacks),
@@ -257,7 +251,7 @@ TEST(StagedRaces, KilledDryRunsLeaveNothing) {
         const MachineState before = StateOfTouchedPaths();
         const std::string mounts = ReadFile("/proc/self/mountinfo");
         std::mt19937 random(26);
-        for (int round = 0; round < Rounds(); ++round) {
+        for (int round = 0; round < RaceRounds(); ++round) {
             const auto delay = std::chrono::milliseconds(random() % 400);
             const pid_t setup = fork();
             if (setup == 0) {

@@ -27,6 +27,7 @@
 #include <set>
 
 #include "apps/RootSetup.h"
+#include "harness/Effort.h"
 #include "harness/Expect.h"
 #include "harness/TempDir.h"
 #include "machine/Snapshot.h"
@@ -357,7 +358,7 @@ void ExpectHarmless(const Row& row, const Planted& plant, bool isPlanned) {
 // Each kind of entry replaces a third of the rows, and with HX_TEST_EVERY_FAULT all.
 TEST(TreeMerge, LeavesTargetsOfHostileReplacements) {
     HX_REQUIRE_THROWAWAY_ROOT();
-    const size_t step = std::getenv("HX_TEST_EVERY_FAULT") == nullptr ? 3 : 1;
+    const size_t step = hx_test::TriesEveryFault() ? 1 : 3;
     ExpectScenarioOnMachine([&] {
         size_t number = 0;
         for (const Row& row : Rows()) {
@@ -681,11 +682,6 @@ TEST(TreeMerge, CleansUpAfterKilledMerge) {
     });
 }
 
-int RoundCount() {
-    const char* text = std::getenv("HX_TEST_ROUNDS");
-    return text == nullptr ? 3 : std::atoi(text);
-}
-
 // Repeats `step` as another user until the object is destroyed.
 class Attacker {
 public:
@@ -810,7 +806,7 @@ TEST_P(TreeMergeAttack, ChangesNothingOfOthers) {
         const std::string system = Identity("/srv");
         {
             const Attacker attacker(attack.user, attack.step);
-            for (int merge = 0; merge < 20 * RoundCount(); ++merge)
+            for (int merge = 0; merge < 20 * hx_test::RaceRounds(); ++merge)
                 Merge(differences, End::TakeBack);
         }
         EXPECT_EQ(Identity(victim), file);
@@ -900,7 +896,7 @@ TEST(PrivateDirectory, IsRootsWhenAnotherIsPlanted) {
         const auto parent = std::make_shared<LiveDirectory>();
         parent->descriptor = Descriptor(open(liveTree.c_str(), O_PATH | O_DIRECTORY));
         const Attacker attacker(memberId, ReplacePrivateDirectory);
-        for (int i = 0; i < 2000 * RoundCount(); ++i) {
+        for (int i = 0; i < 2000 * hx_test::RaceRounds(); ++i) {
             std::unique_ptr<PrivateDirectory> created;
             // An attacker who is always faster makes the setup fail.
             if (PrivateDirectory::Create(parent, created))
@@ -918,7 +914,7 @@ TEST(TreeMerge, KeepsLinesAppendedMeanwhile) {
     HX_REQUIRE_THROWAWAY_ROOT();
     ExpectScenarioOnMachine([] {
         const std::string queue = liveTree + "/QueueEntries";
-        const int lines = 2000 * RoundCount();
+        const int lines = 2000 * hx_test::RaceRounds();
         const pid_t writer = fork();
         if (writer == 0) {
             for (int i = 0; i < lines; ++i) {

@@ -11,9 +11,9 @@
 #include <functional>
 #include <set>
 
-#include "faults/EveryFault.h"
 #include "faults/Messages.h"
 #include "harness/Child.h"
+#include "harness/Effort.h"
 #include "harness/Expect.h"
 #include "harness/TempDir.h"
 
@@ -152,7 +152,7 @@ TEST_F(FullDisk, ReportsFullInstallDirectory) {
                 break;
             }
             ExpectIncomplete(result);
-            if (isNew || TriesEveryFault())
+            if (isNew || hx_test::TriesEveryFault())
                 ExpectRepairable(all);
             ASSERT_LT(pages, 100);
         }

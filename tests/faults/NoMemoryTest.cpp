@@ -7,8 +7,8 @@
 #include <set>
 
 #include "apps/UserSetup.h"
-#include "faults/EveryFault.h"
 #include "faults/FaultyRun.h"
+#include "harness/Effort.h"
 
 namespace {
 
@@ -90,7 +90,7 @@ void ExpectReported(const hx_test::ProcessResult& result) {
 }
 
 TEST_F(NoMemory, EndsSetupWithMessageOrNotAtAll) {
-    const int stride = TriesEveryFault() ? 1 : 97;
+    const int stride = hx_test::TriesEveryFault() ? 1 : 97;
     int ended = 0;
     for (int number = 1;; number += stride) {
         const auto result = Run(number);

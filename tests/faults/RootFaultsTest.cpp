@@ -6,8 +6,8 @@
 #include <set>
 
 #include "apps/RootSetup.h"
-#include "faults/EveryFault.h"
 #include "faults/Messages.h"
+#include "harness/Effort.h"
 #include "harness/Expect.h"
 #include "machine/ThrowawayRoot.h"
 
@@ -144,7 +144,7 @@ TEST(RootFaults, CompletesWithFullLog) {
 
 // The disk grows until everything fits.
 void ExpectStatusesOfFullDisk(RootMode mode, const std::set<int>& expected) {
-    const int step = TriesEveryFault() ? 4 : 16;
+    const int step = hx_test::TriesEveryFault() ? 4 : 16;
     std::set<int> statuses;
     for (int kilobytes = 4; !statuses.contains(0); kilobytes += step) {
         LayOutRootSetup();

@@ -5,9 +5,9 @@
 #include <csignal>
 #include <set>
 
-#include "faults/EveryFault.h"
 #include "faults/FaultyRun.h"
 #include "faults/Messages.h"
+#include "harness/Effort.h"
 #include "harness/Pattern.h"
 
 namespace {
@@ -205,7 +205,7 @@ TEST(SystemCalls, FailWithExpectedOutcome) {
     const FaultyResult whole = run.RunWhole();
     ASSERT_EQ(whole.status, 0) << whole.err;
     ASSERT_EQ(whole.err, "");
-    const bool every = TriesEveryFault();
+    const bool every = hx_test::TriesEveryFault();
     std::set<std::string> groups;
     int failed = 0;
     for (const FaultyRun::Call& call : run.CallsOfSetup()) {

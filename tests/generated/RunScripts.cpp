@@ -1,4 +1,5 @@
 #include "generated/RunScripts.h"
+#include "harness/Effort.h"
 
 #include <unistd.h>
 
@@ -10,7 +11,7 @@
 namespace hx_test {
 
 std::vector<Ground> Grounds(std::initializer_list<Origin> origins) {
-    const bool all = std::getenv("HX_TEST_EVERY_FAULT") != nullptr;
+    const bool all = TriesEveryFault();
     std::vector<Ground> grounds;
     for (const Origin origin : origins) {
         for (const char* shell : {"dash", "bash"}) {
