@@ -10,7 +10,7 @@
 #include <algorithm>
 #include <csignal>
 #include <cstdlib>
-#include <utility>
+#include <sstream>
 
 namespace hx_test {
 namespace {
@@ -39,6 +39,24 @@ std::vector<std::string> Environment(const ProcessOptions& options) {
     return variables;
 }
 
+// Returns the file that the command names in its own environment. Another thread may use that of
+// this process.
+std::string FileOf(const std::string& command, const std::vector<std::string>& environment) {
+    if (command.find('/') != std::string::npos)
+        return command;
+    const auto variable =
+        std::find_if(environment.begin(), environment.end(),
+                     [](const std::string& text) { return text.starts_with("PATH="); });
+    std::istringstream directories(variable == environment.end() ? "/bin:/usr/bin"
+                                                                 : variable->substr(5));
+    for (std::string directory; std::getline(directories, directory, ':');) {
+        const std::string file = directory + '/' + command;
+        if (access(file.c_str(), X_OK) == 0)
+            return file;
+    }
+    return command;
+}
+
 // Does not copy this process, which costs most of the time of a short command.
 pid_t Start(std::vector<std::string> command, const ProcessOptions& options, int in, int out,
             int err) {
@@ -50,13 +68,10 @@ pid_t Start(std::vector<std::string> command, const ProcessOptions& options, int
     if (!options.workingDirectory.empty())
         posix_spawn_file_actions_addchdir_np(&actions, options.workingDirectory.c_str());
     std::vector<std::string> variables = Environment(options);
-    std::vector<char*> environment = Pointers(variables);
-    // The command is searched for in the PATH of its own environment.
-    char** const own = std::exchange(environ, environment.data());
+    const std::string file = FileOf(command[0], variables);
     pid_t child = -1;
-    const int error = posix_spawnp(&child, command[0].c_str(), &actions, nullptr,
-                                   Pointers(command).data(), environ);
-    environ = own;
+    const int error = posix_spawn(&child, file.c_str(), &actions, nullptr, Pointers(command).data(),
+                                  Pointers(variables).data());
     posix_spawn_file_actions_destroy(&actions);
     return error == 0 ? child : -1;
 }
