@@ -90,9 +90,8 @@ Failure ReadLiveMachine(const StagedMachine& staged, bool alwaysRestart, LiveMac
     return failure;
 }
 
-Failure Complete(const Arguments& arguments, const SetupLock& lock, StagedMachine& staged,
+Failure Complete(const Arguments& arguments, const SetupLock& lock, const StagedMachine& staged,
                  const LiveRows& atStaging) {
-    staged.isManagerRunning = IsManagerRunning();
     // The comparison does not show whether the service runs with what was merged.
     const bool alwaysRestart = arguments.Has(OwnOption::Restart) || lock.FoundIncompleteMerge();
     const auto read = [&](LiveMachine& live) {
@@ -149,7 +148,7 @@ ExitStatus RunAsRoot(Arguments& arguments, const SetupLock& lock) {
             atStaging = ReadLiveRows(liveTree.Number());
     }
     if (!failure) {
-        StagedResult result = RunStaged(liveTree, [&](StagedMachine& staged) {
+        const StagedResult result = RunStaged(liveTree, [&](StagedMachine& staged) {
             return Stage(arguments, liveTree, lock, staged);
         });
         if (!result.impossible.isEmpty())

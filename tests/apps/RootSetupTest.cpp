@@ -178,7 +178,9 @@ TEST(RootSetup, AsksAgainAfterChangesSinceStaging) {
     HX_REQUIRE_THROWAWAY_ROOT();
     HX_EXPECT_SCENARIO([] {
         LayOutRootSetup();
-        ASSERT_EQ(RunRootSetup({"--yes"}).status, 0);
+        const auto first = RunRootSetup({"--yes"});
+        ASSERT_EQ(first.status, 0) << first.err;
+        ExpectHolds(first.out, "  Service:   not started (the service manager is not running)\n");
         const auto result = hx_test::Run(
             {"bash", "-c",
              "rm /var/log/corvane26_setup.log; mkfifo /srv/in; "

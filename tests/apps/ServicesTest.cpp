@@ -8,6 +8,7 @@
 #include "machine/ServiceManager.h"
 #include "machine/ThrowawayRoot.h"
 #include "merge/Services.h"
+#include "staging/Recorder.h"
 
 using hx_test::ServiceCalls;
 
@@ -136,21 +137,34 @@ TEST(Services, StartOnlyIfManagerIsRunning) {
     }
 }
 
-TEST(Services, FindManagerThatIsRunning) {
+// What systemctl prints and its status, as of systemd 252.
+struct ManagerAnswer {
+    const char* commands;
+    bool isManagerRunning;
+    bool isActive;
+};
+
+const ManagerAnswer managerAnswers[] = {
+    {"echo active", true, true},
+    {"echo inactive; exit 3", true, false},
+    {"echo System has not been booted with systemd >&2; exit 1", false, false},
+    {"echo Running in chroot, ignoring request. >&2", false, false},
+};
+
+TEST(Services, AreFoundByAnswersOfManager) {
     HX_REQUIRE_THROWAWAY_ROOT();
-    const std::pair<const char*, bool> answers[] = {{"echo offline; exit 1", false},
-                                                    {"echo degraded; exit 1", true},
-                                                    {"echo running", true},
-                                                    {"echo starting >&2", true}};
-    HX_EXPECT_SCENARIO([&] {
-        for (const auto& [answer, isRunning] : answers) {
-            hx_test::WriteFile(
-                "/usr/bin/systemctl",
-                "#!/bin/sh\n[ \"$*\" = is-system-running ] && " + std::string(answer) + '\n');
-            EXPECT_EQ(IsManagerRunning(), isRunning) << answer;
+    HX_EXPECT_SCENARIO([] {
+        for (const ManagerAnswer& answer : managerAnswers) {
+            SCOPED_TRACE(answer.commands);
+            hx_test::WriteFile("/usr/bin/systemctl",
+                               "#!/bin/sh\n[ \"$1\" = is-active ] || exit 1\n" +
+                                   std::string(answer.commands) + '\n');
+            const ServiceStates states = FindServiceStates();
+            EXPECT_EQ(states.isManagerRunning, answer.isManagerRunning);
+            EXPECT_EQ(states.active.contains(ownName), answer.isActive);
         }
         hx_test::RemoveSystemctl();
-        EXPECT_FALSE(IsManagerRunning());
+        EXPECT_FALSE(FindServiceStates().isManagerRunning);
     });
 }
 

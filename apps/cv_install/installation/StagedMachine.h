@@ -22,7 +22,7 @@ struct StagedMachine {
     QString installDir;       // absolute
     QString serviceUser;
     QString serviceGroup;
-    bool isManagerRunning = true;  // the service manager of the machine
+    bool isManagerRunning = true;  // the service manager of the machine, before the setup
     QStringList activeServices;    // names of the services that were active before the setup
     std::vector<std::pair<QString, QString>> values;  // answers in use: label and value
     QStringList missingCommands;  // commands of the scheduler that cannot be executed

@@ -110,11 +110,6 @@ void StartAgain(const hx::EarlierService& service) {
 
 }  // namespace
 
-bool IsManagerRunning() {
-    const std::optional<QString> state = OutputOfTool({"systemctl", "is-system-running"});
-    return state && *state != u"offline";
-}
-
 Failure FindServiceDifferences(const StagedMachine& staged, bool alwaysRestart,
                                Differences& differences) {
     std::set<std::string> calls;

@@ -6,9 +6,6 @@
 #include "merge/ServiceAccount.h"
 #include "merge/Undo.h"
 
-// False without systemctl too.
-bool IsManagerRunning();
-
 // Adds to `services`, after all other differences were found: services of earlier versions that
 // the script stopped, and, if the manager is running, whether the service is started or, when
 // something that it uses changes or `alwaysRestart` is set, restarted.

@@ -24,22 +24,19 @@ using std::chrono::seconds;
 constexpr seconds longestRun(90);
 constexpr seconds longestEnd(5);
 
-// Files in memory, because background processes of the tool can keep a pipe open. What goes to an
-// invalid one is discarded.
-struct Streams {
-    Descriptor output;
-    Descriptor errors;
-};
-
 // What a started program gets: no input, default dispositions of signals, and a process group,
 // which the terminal's signals do not reach and which ends with it.
 class SpawnSettings {
 public:
-    explicit SpawnSettings(const Streams& streams) {
+    // `errors` is the descriptor that becomes stderr, or -1.
+    explicit SpawnSettings(int errors) {
         posix_spawn_file_actions_init(&m_actions);
         posix_spawn_file_actions_addopen(&m_actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-        Add(streams.output, STDOUT_FILENO);
-        Add(streams.errors, STDERR_FILENO);
+        posix_spawn_file_actions_addopen(&m_actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
+        if (errors == -1)
+            posix_spawn_file_actions_addopen(&m_actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
+        else
+            posix_spawn_file_actions_adddup2(&m_actions, errors, STDERR_FILENO);
         sigset_t set;
         posix_spawnattr_init(&m_attributes);
         posix_spawnattr_setflags(
@@ -61,25 +58,18 @@ public:
     const posix_spawnattr_t* Attributes() const { return &m_attributes; }
 
 private:
-    void Add(const Descriptor& file, int stream) {
-        if (file)
-            posix_spawn_file_actions_adddup2(&m_actions, file.Number(), stream);
-        else
-            posix_spawn_file_actions_addopen(&m_actions, stream, "/dev/null", O_WRONLY, 0);
-    }
-
     posix_spawn_file_actions_t m_actions = {};
     posix_spawnattr_t m_attributes = {};
 };
 
 // Returns 0 and sets `process`, or returns the error number.
-int Spawn(const std::vector<std::string>& command, const Streams& streams, pid_t& process) {
+int Spawn(const std::vector<std::string>& command, int errors, pid_t& process) {
     std::vector<char*> arguments;
     arguments.reserve(command.size() + 1);
     for (const std::string& word : command)
         arguments.push_back(const_cast<char*>(word.c_str()));
     arguments.push_back(nullptr);
-    const SpawnSettings settings(streams);
+    const SpawnSettings settings(errors);
     return posix_spawnp(&process, arguments[0], settings.Actions(), settings.Attributes(),
                         arguments.data(), environ);
 }
@@ -111,22 +101,21 @@ void End(pid_t process) {
     }
 }
 
-QString ReadStart(const Descriptor& file) {
+// The lines of the file, joined; at most 1,000 bytes.
+QString ReadMessages(int file) {
     std::array<char, 1000> text = {};
-    const ssize_t length = pread(file.Number(), text.data(), text.size(), 0);
-    return QString::fromUtf8(text.data(), length > 0 ? length : 0);
-}
-
-Descriptor FileInMemory() {
-    return Descriptor(memfd_create("messages", MFD_CLOEXEC));
+    const ssize_t length = pread(file, text.data(), text.size(), 0);
+    const QString lines = QString::fromUtf8(text.data(), length > 0 ? length : 0);
+    return lines.split(u'\n', Qt::SkipEmptyParts).join(QStringLiteral("; "));
 }
 
 }  // namespace
 
 std::optional<QString> RunTool(const std::vector<std::string>& command, Messages messages) {
-    const Streams streams = {{}, messages == Messages::Shown ? FileInMemory() : Descriptor()};
+    // A file in memory, because background processes of the tool can keep a pipe open.
+    const Descriptor errors(messages == Messages::Shown ? memfd_create("errors", MFD_CLOEXEC) : -1);
     pid_t process = 0;
-    if (const int error = Spawn(command, streams, process))
+    if (const int error = Spawn(command, errors.Number(), process))
         return QString::fromUtf8(std::strerror(error));
     const std::optional<int> status = WaitForEnd(process, longestRun);
     if (!status) {
@@ -135,19 +124,9 @@ std::optional<QString> RunTool(const std::vector<std::string>& command, Messages
     }
     if (*status == 0)
         return {};
-    const QStringList lines = ReadStart(streams.errors).split(u'\n', Qt::SkipEmptyParts);
-    if (!lines.isEmpty())
-        return lines.join(QStringLiteral("; "));
+    const QString text = ReadMessages(errors.Number());
+    if (!text.isEmpty())
+        return text;
     return WIFSIGNALED(*status) ? QString::fromUtf8(strsignal(WTERMSIG(*status)))
                                 : QStringLiteral("exit status %1").arg(WEXITSTATUS(*status));
-}
-
-std::optional<QString> OutputOfTool(const std::vector<std::string>& command) {
-    const Streams streams = {FileInMemory(), {}};
-    pid_t process = 0;
-    if (Spawn(command, streams, process) != 0)
-        return {};
-    if (!WaitForEnd(process, longestRun))
-        End(process);
-    return ReadStart(streams.output).trimmed();
 }

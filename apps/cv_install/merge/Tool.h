@@ -12,7 +12,3 @@ enum class Messages { Shown, Discarded };
 // seconds. Returns empty if it ends with status 0, and the reason otherwise, with what it printed
 // on stderr if messages are shown.
 std::optional<QString> RunTool(const std::vector<std::string>& command, Messages messages);
-
-// Runs the program likewise and returns what it printed on stdout, at most 1,000 bytes, whatever
-// its status is. Empty if it cannot be run.
-std::optional<QString> OutputOfTool(const std::vector<std::string>& command);

@@ -77,6 +77,7 @@ Summary SummaryOf(const CInstallBase& run) {
 Summary SummaryOf(const StagedMachine& staged) {
     return {.isRoot = true,
             .hasService = Applies(Find(Item::Unit), staged.conditions),
+            .isManagerRunning = staged.isManagerRunning,
             .installDir = staged.installDir,
             .missingCommands = staged.missingCommands};
 }
@@ -85,7 +86,9 @@ void ShowSummary(const Summary& summary) {
     const std::string installDir = summary.installDir.toStdString();
     std::printf("  Installed: %s\n", installDir.c_str());
     ShowMissingCommands(summary.missingCommands);
-    if (summary.hasService)
+    if (summary.hasService && !summary.isManagerRunning)
+        std::printf("  Service:   not started (the service manager is not running)\n");
+    else if (summary.hasService)
         ShowService();
     if (!SetupLog::Path().empty())
         std::printf("  Log:       %s\n", SetupLog::Path().c_str());

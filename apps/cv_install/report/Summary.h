@@ -9,6 +9,7 @@
 struct Summary {
     bool isRoot = false;
     bool hasService = false;
+    bool isManagerRunning = true;  // as far as it is known
     QString installDir;
     QStringList missingCommands;  // of the scheduler; cannot be executed
 };

@@ -57,24 +57,41 @@ exit 0
 
 constexpr int longestWait = 30000;
 
-// The status of a tool; -1 if it cannot be run.
-int StatusOf(const QString& program, const QStringList& arguments) {
+struct Answer {
+    int status = -1;  // -1 if the tool cannot be run
+    QByteArray output;
+};
+
+Answer Ask(const QString& program, const QStringList& arguments) {
     QProcess process;
     process.setStandardInputFile(QProcess::nullDevice());
-    process.setStandardOutputFile(QProcess::nullDevice());
     process.setStandardErrorFile(QProcess::nullDevice());
     process.start(program, arguments);
     if (!process.waitForFinished(longestWait)) {
         process.kill();
         process.waitForFinished(1000);
-        return -1;
+        return {};
     }
-    return process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
+    const int status = process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
+    return {status, process.readAllStandardOutput()};
 }
 
-bool IsActive(const QString& unit) {
-    return StatusOf(QStringLiteral("systemctl"),
-                    {QStringLiteral("is-active"), QStringLiteral("--quiet"), unit}) == 0;
+// Where no manager is running, systemctl prints nothing on stdout. In a chroot, it ends with 0.
+Answer AskManager(const QString& unit) {
+    return Ask(QStringLiteral("systemctl"), {QStringLiteral("is-active"), unit});
+}
+
+bool IsActive(const Answer& answer) {
+    return answer.status == 0 && !answer.output.isEmpty();
+}
+
+bool IsActive(const hx::EarlierService& service) {
+    const QString name = QLatin1String(service.name);
+    if (access(service.path, F_OK) != 0)
+        return false;
+    if (!service.hasInitScript)
+        return IsActive(AskManager(name + QStringLiteral(".service")));
+    return Ask(QStringLiteral("service"), {name, QStringLiteral("status")}).status == 0;
 }
 
 bool WriteFile(const std::string& path, const QByteArray& text, mode_t mode) {
@@ -109,21 +126,18 @@ bool ReplaceTool(const Tool& tool, const std::string& directory) {
 
 }  // namespace
 
-QStringList FindActiveServices() {
-    QStringList active;
+ServiceStates FindServiceStates() {
+    ServiceStates states;
     for (const hx::EarlierService& service : hx::earlierServices) {
-        const QString name = QLatin1String(service.name);
-        if (access(service.path, F_OK) != 0)
-            continue;
-        if (service.hasInitScript
-                ? StatusOf(QStringLiteral("service"), {name, QStringLiteral("status")}) == 0
-                : IsActive(name + QStringLiteral(".service")))
-            active.push_back(name);
+        if (IsActive(service))
+            states.active.push_back(QLatin1String(service.name));
     }
-    QString unit = QLatin1String(serviceUnit);
-    if (IsActive(unit))
-        active.push_back(unit.chopped(8));
-    return active;
+    const QString unit = QLatin1String(serviceUnit);
+    const Answer answer = AskManager(unit);
+    states.isManagerRunning = !answer.output.isEmpty();
+    if (IsActive(answer))
+        states.active.push_back(unit.chopped(8));
+    return states;
 }
 
 bool ReplaceServiceTools(const std::string& directory, const QStringList& active) {

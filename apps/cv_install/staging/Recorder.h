@@ -4,9 +4,13 @@
 #include <QStringList>
 #include <string>
 
-// The services that a setup may stop or start and that are active now, asked of the service manager
-// of the machine.
-QStringList FindActiveServices();
+struct ServiceStates {
+    bool isManagerRunning = false;
+    QStringList active;  // of the services that a setup may stop or start
+};
+
+// Asks the service manager of the machine.
+ServiceStates FindServiceStates();
 
 // Replaces systemctl, service and chkconfig, those that exist, with a script that notes every call
 // in the file `calls` of `directory`, answers a query from `active` and the calls so far, and

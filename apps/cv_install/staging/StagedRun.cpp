@@ -32,7 +32,8 @@ QByteArray Encode(const QString& impossible, const StagedMachine& staged) {
     QByteArray message;
     QDataStream stream(&message, QIODevice::WriteOnly);
     stream << impossible << staged.interactive << staged.conditions << staged.installDir
-           << staged.serviceUser << staged.serviceGroup << staged.activeServices
+           << staged.serviceUser << staged.serviceGroup << staged.isManagerRunning
+           << staged.activeServices
            << QList<std::pair<QString, QString>>(staged.values.begin(), staged.values.end())
            << staged.missingCommands;
     return message;
@@ -42,8 +43,8 @@ void Decode(const QByteArray& message, QString& impossible, StagedMachine& stage
     QDataStream stream(message);
     QList<std::pair<QString, QString>> values;
     stream >> impossible >> staged.interactive >> staged.conditions >> staged.installDir >>
-        staged.serviceUser >> staged.serviceGroup >> staged.activeServices >> values >>
-        staged.missingCommands;
+        staged.serviceUser >> staged.serviceGroup >> staged.isManagerRunning >>
+        staged.activeServices >> values >> staged.missingCommands;
     staged.values.assign(values.begin(), values.end());
 }
 
@@ -104,7 +105,9 @@ void Receive(int socket, StagedResult& result) {
 ExitStatus RunChild(int socket, Descriptor& liveTree,
                     const std::function<Failure(StagedMachine&)>& setup) {
     StagedMachine staged;
-    staged.activeServices = FindActiveServices();
+    const ServiceStates services = FindServiceStates();
+    staged.isManagerRunning = services.isManagerRunning;
+    staged.activeServices = services.active;
     const QString impossible = PrivateMounts::Enter(liveTree, staged.activeServices);
     if (!impossible.isEmpty()) {
         Send(socket, Encode(impossible, staged), nullptr);
