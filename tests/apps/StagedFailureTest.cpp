@@ -86,10 +86,6 @@ TEST(StagedFailure, LeavesMachineAsItWasWhenDeclined) {
     }
 }
 
-size_t Step() {
-    return TriesEveryFault() ? 1 : 10;
-}
-
 struct Interrupted {
     const char* name;
     SetupKind kind;
@@ -103,28 +99,10 @@ const Interrupted interrupted[] = {
 
 class KilledSetup : public testing::TestWithParam<Interrupted> {};
 
-TracedResult WholeRun(const Interrupted& row) {
-    TracedResult whole;
-    const std::string counts = ResultInRoot([&] {
-        PrepareMachine(row.kind, row.before);
-        const TracedResult result = RunTraced(SetupCommand(row.kind));
-        EXPECT_EQ(result.status, 0) << result.output;
-        std::string text;
-        for (const size_t calls : result.calls)
-            text += std::to_string(calls) + ' ';
-        return text + std::to_string(result.callsBeforeMerge);
-    });
-    std::istringstream stream(counts);
-    for (size_t& calls : whole.calls)
-        stream >> calls;
-    stream >> whole.callsBeforeMerge;
-    return whole;
-}
-
 TEST_P(KilledSetup, LeavesMachineAsItWasBeforeMerge) {
     HX_REQUIRE_THROWAWAY_ROOT();
     const Interrupted& row = GetParam();
-    const TracedResult whole = WholeRun(row);
+    const TracedResult whole = TraceUndisturbed(row.kind, row.before);
     ASSERT_GT(whole.callsBeforeMerge, 5u);
     const CallCounts ends = {whole.callsBeforeMerge, whole.calls[1], whole.calls[2]};
     const std::string tried = ResultInRoot([&] {
@@ -133,7 +111,7 @@ TEST_P(KilledSetup, LeavesMachineAsItWasBeforeMerge) {
         const MachineState before = StateOfTouchedPaths();
         size_t points = 0;
         for (size_t process = 0; process < setupProcesses; ++process) {
-            for (size_t call = 1; call <= ends[process]; call += Step()) {
+            for (size_t call = 1; call <= ends[process]; call += PointStep()) {
                 // Every third signal is one that can be caught.
                 const int signal = ++points % 3 == 0 ? SIGTERM : SIGKILL;
                 const auto result = RunTraced(SetupCommand(row.kind),
@@ -155,14 +133,14 @@ TEST_P(KilledSetup, LeavesMachineAsItWasBeforeMerge) {
 TEST_P(KilledSetup, IsCompletedByFurtherSetupAfterMergeBegan) {
     HX_REQUIRE_THROWAWAY_ROOT();
     const Interrupted& row = GetParam();
-    const TracedResult whole = WholeRun(row);
+    const TracedResult whole = TraceUndisturbed(row.kind, row.before);
     const std::string undisturbed = ResultInRoot([&] {
         PrepareMachine(row.kind, row.before);
         EXPECT_EQ(RunSetup(row.kind).status, 0);
         return WholeMachine();
     });
     size_t points = 0;
-    for (size_t call = whole.callsBeforeMerge + 1; call <= whole.calls[0]; call += Step()) {
+    for (size_t call = whole.callsBeforeMerge + 1; call <= whole.calls[0]; call += PointStep()) {
         SCOPED_TRACE("call " + std::to_string(call));
         const std::string completed = ResultInRoot([&] {
             PrepareMachine(row.kind, row.before);

@@ -15,6 +15,7 @@
 #include <cstdint>
 #include <map>
 #include <set>
+#include <sstream>
 
 #include "harness/TempDir.h"
 
@@ -141,7 +142,10 @@ private:
         if (role->second == m_strike.process && number == m_strike.call) {
             m_result.struckCall = std::string(processNames[index]) + ' ' + std::to_string(number) +
                                   " (system call " + std::to_string(call.seccomp.nr) + ')';
-            kill(pid, m_strike.signal);
+            if (m_strike.action)
+                m_strike.action();
+            else
+                kill(pid, m_strike.signal);
         }
     }
 
@@ -166,6 +170,24 @@ TracedResult RunTraced(const std::vector<std::string>& command, const Strike& st
     result.output = ReadFile("/proc/self/fd/" + std::to_string(output));
     close(output);
     return result;
+}
+
+TracedResult TraceUndisturbed(const SetupKind& kind, Before before) {
+    TracedResult whole;
+    const std::string counts = ResultInRoot([&] {
+        PrepareMachine(kind, before);
+        const TracedResult result = RunTraced(SetupCommand(kind));
+        EXPECT_EQ(result.status, 0) << result.output;
+        std::string text;
+        for (const size_t calls : result.calls)
+            text += std::to_string(calls) + ' ';
+        return text + std::to_string(result.callsBeforeMerge);
+    });
+    std::istringstream stream(counts);
+    for (size_t& calls : whole.calls)
+        stream >> calls;
+    stream >> whole.callsBeforeMerge;
+    return whole;
 }
 
 }  // namespace hx_test

@@ -3,8 +3,11 @@
 
 #include <array>
 #include <cstddef>
+#include <functional>
 #include <string>
 #include <vector>
+
+#include "apps/SetupMachine.h"
 
 namespace hx_test {
 
@@ -19,6 +22,7 @@ struct Strike {
     SetupProcess process = SetupProcess::Parent;
     size_t call = 0;  // the signal comes before it; 0: never
     int signal = 0;
+    std::function<void()> action = {};  // called instead of a signal
 };
 
 struct TracedResult {
@@ -31,5 +35,8 @@ struct TracedResult {
 
 // Runs the command until it and all its descendants have ended.
 TracedResult RunTraced(const std::vector<std::string>& command, const Strike& strike = {});
+
+// Runs a setup with nothing that disturbs it on a machine of its own.
+TracedResult TraceUndisturbed(const SetupKind& kind, Before before);
 
 }  // namespace hx_test

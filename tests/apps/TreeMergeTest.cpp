@@ -10,11 +10,9 @@
 #include <sys/prctl.h>
 #include <sys/ptrace.h>
 #include <sys/resource.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/sysmacros.h>
-#include <sys/un.h>
 #include <sys/wait.h>
 #include <sys/xattr.h>
 #include <unistd.h>
@@ -26,6 +24,7 @@
 #include <functional>
 #include <set>
 
+#include "apps/PlantedEntries.h"
 #include "apps/RootSetup.h"
 #include "harness/Effort.h"
 #include "harness/Expect.h"
@@ -38,6 +37,8 @@ namespace {
 
 namespace fs = std::filesystem;
 using Kinds = State::Kind;
+using hx_test::PlantedEntries;
+using hx_test::PlantedEntry;
 
 constexpr uid_t accountId = 4000;
 constexpr gid_t groupId = 4000;
@@ -301,41 +302,18 @@ TEST(TreeMerge, OpensFilesUpToHardLimit) {
     }
 }
 
-// Puts something else in place of a path.
-struct Planted {
-    const char* kind;
-    void (*put)(const std::string& path);
-};
-
-void BindSocket(const std::string& path) {
-    const Descriptor socketFile(socket(AF_UNIX, SOCK_STREAM, 0));
-    sockaddr_un address = {};
-    address.sun_family = AF_UNIX;
-    std::strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
-    EXPECT_EQ(bind(socketFile.Number(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-}
-
-const Planted plants[] = {
-    {"link", [](const std::string& path) { fs::create_symlink(victim, path); }},
-    {"hard link", [](const std::string& path) { fs::create_hard_link(victim, path); }},
-    {"FIFO", [](const std::string& path) { mkfifo(path.c_str(), 0666); }},
-    {"socket", BindSocket},
-    {"secret directory", [](const std::string& path) { fs::rename(secretDirectory, path); }},
-    {"device", [](const std::string& path) { mknod(path.c_str(), S_IFCHR | 0666, makedev(1, 5)); }},
-};
-
 // Between the plan and the merge, or before both, each row is replaced by each kind. Without a
 // refusal, the staged entry is there afterwards.
-void ExpectHarmless(const Row& row, const Planted& plant, bool isPlanned) {
-    SCOPED_TRACE(row.path + " replaced by " + plant.kind + (isPlanned ? ", planned" : ""));
+void ExpectHarmless(const Row& row, const PlantedEntry& plant, bool isPlanned) {
+    SCOPED_TRACE(row.path + " replaced by " + plant.name + (isPlanned ? ", planned" : ""));
     LayOutLiveTree();
     const std::string path = liveTree + '/' + row.path;
     auto differences = Compare();
     fs::remove_all(path);
-    plant.put(path);
+    plant.put(path, {victim, secretDirectory});
     const bool isSecret = fs::exists(path + "/key");
     // A rename changes the time of the inode, so also that of a hard link's other name.
-    const bool hasTime = !isSecret && plant.kind != std::string("hard link");
+    const bool hasTime = !isSecret && !plant.changesTimeOfFile;
     const std::string before = Identity(isSecret ? path : victim, hasTime);
     const std::string key = isSecret ? Identity(path + "/key") : "";
     if (isPlanned)
@@ -364,9 +342,9 @@ TEST(TreeMerge, LeavesTargetsOfHostileReplacements) {
         for (const Row& row : Rows()) {
             if (row.path.empty())
                 continue;
-            for (size_t i = number++ % step; i < std::size(plants); i += step) {
+            for (size_t i = number++ % step; i < PlantedEntries().size(); i += step) {
                 for (const bool isPlanned : {false, true})
-                    ExpectHarmless(row, plants[i], isPlanned);
+                    ExpectHarmless(row, PlantedEntries()[i], isPlanned);
             }
         }
     });

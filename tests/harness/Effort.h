@@ -1,6 +1,7 @@
 // How much of what is possible the tests try.
 #pragma once
 
+#include <cstddef>
 #include <cstdlib>
 
 namespace hx_test {
@@ -9,6 +10,11 @@ namespace hx_test {
 // at which a setup can be killed.
 inline bool TriesEveryFault() {
     return std::getenv("HX_TEST_EVERY_FAULT") != nullptr;
+}
+
+// The distance of the points of a setup that are tried.
+inline size_t PointStep() {
+    return TriesEveryFault() ? 1 : 10;
 }
 
 // The number of times a race is tried: 100 in scripts/soak.
