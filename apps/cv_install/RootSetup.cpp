@@ -71,14 +71,15 @@ uid_t UidOf(const std::optional<ServiceAccount>& account) {
     return account ? account->uid : static_cast<uid_t>(-1);
 }
 
-Failure ReadLiveMachine(const StagedMachine& staged, bool alwaysRestart, LiveMachine& live) {
+Failure ReadLiveMachine(const StagedMachine& staged, const LiveRows& atStaging, bool alwaysRestart,
+                        LiveMachine& live) {
     const TimeLimit limit;
     Descriptor liveTree;
     Failure failure = OpenInstallDirectory(liveTree);
     Differences& differences = live.differences;
     if (!failure) {
         live.rows = ReadLiveRows(liveTree.Number());
-        failure = FindAccountDifferences(staged.etc.Number(), differences);
+        failure = FindAccountDifferences(atStaging, staged.etc.Number(), differences);
     }
     std::optional<ServiceAccount> recorded;
     if (!failure)
@@ -95,7 +96,7 @@ Failure Complete(const Arguments& arguments, const SetupLock& lock, const Staged
     // The comparison does not show whether the service runs with what was merged.
     const bool alwaysRestart = arguments.Has(OwnOption::Restart) || lock.FoundIncompleteMerge();
     const auto read = [&](LiveMachine& live) {
-        return ReadLiveMachine(staged, alwaysRestart, live);
+        return ReadLiveMachine(staged, atStaging, alwaysRestart, live);
     };
     const bool isDryRun = arguments.Has(OwnOption::DryRun);
     Differences differences;

@@ -85,12 +85,17 @@ std::vector<std::string> LinesOf(const Differences& differences) {
     return lines;
 }
 
-Differences FindStaged(const std::string& stagedEtc, std::string& problem) {
+Differences FindStaged(const LiveRows& atStaging, const std::string& stagedEtc,
+                       std::string& problem) {
     const Descriptor etc(open(stagedEtc.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
     Differences differences;
-    const Failure failure = FindAccountDifferences(etc.Number(), differences);
+    const Failure failure = FindAccountDifferences(atStaging, etc.Number(), differences);
     problem = failure ? failure->text.toStdString() : "";
     return differences;
+}
+
+Differences FindStaged(const std::string& stagedEtc, std::string& problem) {
+    return FindStaged(ReadLiveRows(-1), stagedEtc, problem);
 }
 
 TEST(Accounts, DifferAsInStagedFiles) {
@@ -116,6 +121,24 @@ TEST(Accounts, DifferAsInStagedFiles) {
         std::string problem;
         FindStaged("/staged", problem);
         EXPECT_EQ(problem, "cannot read \"/etc/passwd\": Invalid argument");
+    });
+}
+
+TEST(Accounts, KeepChangesOfOthersSinceStaging) {
+    HX_REQUIRE_THROWAWAY_ROOT();
+    HX_EXPECT_SCENARIO([] {
+        hx_test::WriteFile("/etc/passwd", livePasswd);
+        hx_test::WriteFile("/etc/group", liveGroup);
+        const LiveRows atStaging = ReadLiveRows(-1);
+        fs::create_directory("/staged");
+        Stage("/staged/group", "root:x:0:\npeople:x:100:bob,ann\nlab:x:200:\n");
+        // Meanwhile, bob joins root and people, ann leaves lab, and a user is created.
+        hx_test::WriteFile("/etc/group", "root:x:0:bob\npeople:x:100:bob\nlab:x:200:bob\n");
+        hx_test::WriteFile("/etc/passwd", livePasswd + "carl:x:1003:100::/:\n");
+        std::string problem;
+        EXPECT_EQ(LinesOf(FindStaged(atStaging, "/staged", problem)),
+                  (std::vector<std::string>{"ann joins people", "bob leaves lab"}));
+        EXPECT_EQ(problem, "");
     });
 }
 

@@ -87,11 +87,21 @@ Failure LoadLive(const Database& database, Records& records) {
     return {};
 }
 
+Records RecordsOf(const Database& database, const LiveRows& rows) {
+    const std::string prefix = std::string(database.kind) + ' ';
+    Records records;
+    for (auto row = rows.accounts.lower_bound(prefix);
+         row != rows.accounts.end() && row->first.starts_with(prefix); ++row)
+        records.push_back(Split(row->second, ':'));
+    return records;
+}
+
 // A file that the script did not change is not in the upper layer.
-Failure LoadStaged(const Database& database, int stagedEtc, const Records& live, Records& staged) {
+Failure LoadStaged(const Database& database, int stagedEtc, const Records& former,
+                   Records& staged) {
     const Descriptor file = OpenRegularFile(stagedEtc, database.name);
     if (!file && errno == ENOENT)
-        staged = live;
+        staged = former;
     else if (!file || !Parse(file, staged))
         return UnreadableDatabase(database);
     return {};
@@ -123,18 +133,34 @@ bool Contains(const Words& words, const std::string& word) {
     return std::find(words.begin(), words.end(), word) != words.end();
 }
 
-// `live` is empty for a new group.
-void AddMemberDifferences(const Words& live, const Words& staged, Differences& differences) {
-    const Words before = MembersOf(live);
+// `former` and `live` are empty for a group that did not or does not exist.
+void AddMemberDifferences(const Words& former, const Words& staged, const Words& live,
+                          Differences& differences) {
+    const Words before = MembersOf(former);
     const Words after = MembersOf(staged);
+    const Words now = MembersOf(live);
     for (const std::string& member : after) {
-        if (!Contains(before, member))
+        if (!Contains(before, member) && !Contains(now, member))
             differences.members.push_back({Change::Create, member, staged[0]});
     }
     for (const std::string& member : before) {
-        if (!Contains(after, member))
+        if (!Contains(after, member) && Contains(now, member))
             differences.members.push_back({Change::Delete, member, staged[0]});
     }
+}
+
+using RecordsByName = std::map<std::string, const Words*>;
+
+RecordsByName ByName(const Records& records) {
+    RecordsByName names;
+    for (const Words& record : records)
+        names.emplace(record[0], &record);
+    return names;
+}
+
+Words RecordOf(const RecordsByName& records, const std::string& name) {
+    const auto found = records.find(name);
+    return found == records.end() ? Words() : *found->second;
 }
 
 // True if the records differ at most in the members of a group.
@@ -144,34 +170,34 @@ bool IsSameAccount(const Database& database, const Words& live, const Words& sta
     return std::equal(live.begin(), live.begin() + groupMembers, staged.begin());
 }
 
-Failure Compare(const Database& database, int stagedEtc, Differences& differences) {
+Failure Compare(const Database& database, const LiveRows& atStaging, int stagedEtc,
+                Differences& differences) {
     const bool areGroups = &database == &groups;
+    const Records former = RecordsOf(database, atStaging);
     Records live;
     Records staged;
     Failure failure = LoadLive(database, live);
     if (!failure)
-        failure = LoadStaged(database, stagedEtc, live, staged);
+        failure = LoadStaged(database, stagedEtc, former, staged);
     if (failure)
         return failure;
-    std::map<std::string, const Words*> missing;
-    for (const Words& record : live)
-        missing.emplace(record[0], &record);
-    const std::map<std::string, const Words*> known = missing;
+    const RecordsByName known = ByName(former);
+    const RecordsByName present = ByName(live);
+    RecordsByName missing = known;
     for (const Words& record : staged) {
         missing.erase(record[0]);
-        const auto found = known.find(record[0]);
+        const Words before = RecordOf(known, record[0]);
         AccountDifference account;
         account.name = record[0];
-        if (found == known.end()) {
+        if (before.empty()) {
             if (!(areGroups ? ParseGroup(record, account) : ParseUser(record, account)))
                 return UnknownChange(database, record[0]);
             differences.accounts.push_back(account);
-        } else if (!IsSameAccount(database, *found->second, record)) {
+        } else if (!IsSameAccount(database, before, record)) {
             return UnknownChange(database, record[0]);
         }
         if (areGroups)
-            AddMemberDifferences(found == known.end() ? Words() : *found->second, record,
-                                 differences);
+            AddMemberDifferences(before, record, RecordOf(present, record[0]), differences);
     }
     if (!missing.empty())
         return UnknownChange(database, missing.begin()->first);
@@ -284,10 +310,10 @@ Failure ChangeMember(const MemberDifference& member, Undo& undo) {
 
 }  // namespace
 
-Failure FindAccountDifferences(int stagedEtc, Differences& differences) {
-    Failure failure = Compare(groups, stagedEtc, differences);
+Failure FindAccountDifferences(const LiveRows& atStaging, int stagedEtc, Differences& differences) {
+    Failure failure = Compare(groups, atStaging, stagedEtc, differences);
     if (!failure)
-        failure = Compare(users, stagedEtc, differences);
+        failure = Compare(users, atStaging, stagedEtc, differences);
     return failure;
 }
 
