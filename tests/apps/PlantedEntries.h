@@ -1,4 +1,4 @@
-// What somebody who can write to the install directory puts in place of an entry.
+// What an attacker puts in place of an entry of the install directory.
 #pragma once
 
 #include <span>
