@@ -33,8 +33,8 @@ struct Layer {
     const char* name;  // of the upper layer, below the tmpfs
 };
 
-constexpr Layer etcLayer = {"/etc", "etc"};
-constexpr Layer binLayer = {"/usr/bin", "bin"};
+constexpr Layer etcLayer = {etcDirectory, "etc"};
+constexpr Layer binLayer = {binDirectory, "bin"};
 constexpr Layer tmpLayer = {"/tmp", "tmp"};
 constexpr Layer varLayer = {"/var", "var"};
 
