@@ -8,18 +8,6 @@
 #include "installation/Installation.h"
 #include "installation/Mounts.h"
 
-namespace {
-
-std::string DirectoryPart(const std::string& path) {
-    return path.substr(0, path.rfind('/'));
-}
-
-std::string NamePart(const std::string& path) {
-    return path.substr(path.rfind('/') + 1);
-}
-
-}  // namespace
-
 LivePlaces::LivePlaces(std::string installDir, const TreeOwners& owners)
     : m_installDir(std::move(installDir)), m_owners(owners) {}
 
@@ -28,7 +16,7 @@ Failure LivePlaces::OpenTree() {
     if (Failure failure = OpenRootParent(m_installDir, true, opened))
         return failure;
     const auto parent = std::make_shared<LiveDirectory>(
-        LiveDirectory{std::move(opened.parent), DirectoryPart(m_installDir)});
+        LiveDirectory{std::move(opened.parent), ParentOf(m_installDir)});
     PrivateDirectory::CleanUp(parent);
     auto tree = std::make_shared<LiveDirectory>();
     tree->path = m_installDir;
@@ -59,8 +47,8 @@ bool LivePlaces::IsInTree(const std::string& path) const {
 
 Failure LivePlaces::OpenParent(const std::string& path, LiveDirectory& parent,
                                std::string& name) const {
-    parent.path = DirectoryPart(path);
-    name = NamePart(path);
+    parent.path = ParentOf(path);
+    name = BaseNameOf(path);
     if (!IsBelow(path, m_installDir)) {
         RootPath opened;
         Failure failure = OpenRootParent(path, path == m_installDir, opened);
@@ -104,7 +92,7 @@ void LivePlaces::CleanUpOutside() const {
     std::set<std::string> directories;
     for (const Entry& entry : Entries()) {
         if (!IsStaged(entry) || ::IsInTree(entry) ||
-            !directories.insert(DirectoryPart(entry.path)).second)
+            !directories.insert(ParentOf(entry.path)).second)
             continue;
         auto parent = std::make_shared<LiveDirectory>();
         std::string name;

@@ -12,15 +12,6 @@
 
 namespace {
 
-std::string ParentOf(const std::string& path) {
-    const size_t slash = path.rfind('/');
-    return slash == std::string::npos ? std::string() : path.substr(0, slash);
-}
-
-std::string BaseNameOf(const std::string& path) {
-    return path.substr(path.rfind('/') + 1);
-}
-
 bool WriteContent(int file, const char* data, size_t size) {
     for (size_t done = 0; done < size;) {
         const ssize_t length = write(file, data + done, size - done);

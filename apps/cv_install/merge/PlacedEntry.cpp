@@ -9,9 +9,8 @@
 namespace {
 
 void RemoveIfSame(int directory, const std::string& path, const State& created) {
-    const size_t slash = path.rfind('/');
-    const std::string name = path.substr(slash + 1);
-    const Descriptor parent = OpenDirectory(directory, path.substr(0, slash));
+    const std::string name = BaseNameOf(path);
+    const Descriptor parent = OpenDirectory(directory, ParentOf(path));
     const Descriptor entry = parent ? OpenEntry(parent.Number(), name) : Descriptor();
     const std::optional<State> found = entry ? ReadAttributes(entry) : std::nullopt;
     if (found && found->IsSameInode(created)) {
