@@ -15,5 +15,9 @@ enum class ExitStatus {
     Incomplete = 10,
     NoWorkingDirectory = 14,
     Locked = 64,
+    ChecksFailed = 65,
+    ServiceNotRunning = 66,
+    NoDryRun = 67,
+    RecordUnusable = 68,
     SignalBase = 128  // plus the number of the signal that terminated the commit script
 };

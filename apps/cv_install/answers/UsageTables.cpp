@@ -84,6 +84,10 @@ constexpr StatusUsage statuses[] = {
     {ExitStatus::Incomplete, "", "setup completed, but a file is incomplete"},
     {ExitStatus::NoWorkingDirectory, "", "no working directory"},
     {ExitStatus::Locked, "", "another setup is running"},
+    {ExitStatus::ChecksFailed, "", "a check before the setup failed"},
+    {ExitStatus::ServiceNotRunning, "", "setup completed, but the service is not running"},
+    {ExitStatus::NoDryRun, "", "a dry run is impossible on this machine"},
+    {ExitStatus::RecordUnusable, "", "the record of the setup is missing or damaged"},
     {ExitStatus::SignalBase, "+n", "signal n terminated the setup"},
     {std::nullopt, "errno", "cannot open a submission script, for this reason"},
 };
