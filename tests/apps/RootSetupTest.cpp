@@ -137,7 +137,7 @@ TEST(RootSetup, ChangesNothingWithoutConfirmation) {
             "--create-home bob");
         const std::string before = Shell(state);
         for (const auto& [mode, input, shown] : cases) {
-            for (const std::string answer : {"n\n", "\n", ""}) {
+            for (const std::string answer : {"n\n", "yonder\n", "\n", ""}) {
                 const auto result = RunRootSetup({}, input + answer, mode);
                 EXPECT_EQ(result.status, 9) << result.err;
                 ExpectHolds(result.out, shown);

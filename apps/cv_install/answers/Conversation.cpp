@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include <array>
-#include <cctype>
 #include <cerrno>
 #include <cstdio>
 #include <vector>
@@ -113,7 +112,7 @@ Failure AskForScratchDirectory(CInstallBase& run,
             QStringLiteral("The scratch directory \"%1\" ").arg(run.m_scratchDir) + reason, 0);
         if (!OnTerminal(run))
             return {};
-        const bool change = AskForLetter("Choose another directory? [Y/n] ") != 'n';
+        const bool change = AskYesNo("Choose another directory? [Y/n] ", true);
         if (InputEnded(run))
             return EndOfInput();
         if (!change)
@@ -171,10 +170,19 @@ bool InputEnded(const CInstallBase& run) {
     return OnTerminal(run) && std::feof(stdin) != 0;
 }
 
-char AskForLetter(const char* question) {
-    std::fputs(question, stdout);
-    std::fflush(stdout);
-    std::array<char, 1024> answer = {};
-    HXfgets(answer.data(), static_cast<int>(answer.size()), stdin);
-    return static_cast<char>(std::tolower(static_cast<unsigned char>(answer[0])));
+bool AskYesNo(const char* question, bool preset) {
+    for (;;) {
+        std::fputs(question, stdout);
+        std::fflush(stdout);
+        std::array<char, 1024> line = {};
+        HXfgets(line.data(), static_cast<int>(line.size()), stdin);
+        const QByteArray answer = QByteArray(line.data()).trimmed().toLower();
+        if (answer.isEmpty())
+            return preset;
+        if (answer == "y" || answer == "yes")
+            return true;
+        if (answer == "n" || answer == "no" || isatty(STDIN_FILENO) == 0)
+            return false;
+        std::printf("Please answer y or n.\n");
+    }
 }

@@ -17,6 +17,7 @@ Failure AskQuestions(CInstallBase& run,
 // answer.
 bool InputEnded(const CInstallBase& run);
 
-// Prints `question` and returns the first byte of the answer, in lower case; a newline for an empty
-// answer, or 0 at the end of input.
-char AskForLetter(const char* question);
+// Prints `question` and returns the answer: y, yes, n or no, in upper or lower case. An empty
+// answer and the end of input mean `preset`. Another answer is asked again on a terminal, and means
+// no elsewhere.
+bool AskYesNo(const char* question, bool preset);

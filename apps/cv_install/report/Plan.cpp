@@ -107,7 +107,7 @@ void ShowPlan(CInstallBase& run, unsigned conditions, const QString& scriptPath)
 }
 
 bool ConfirmPlan() {
-    return AskForLetter("Continue? [y/N] ") == 'y';
+    return AskYesNo("Continue? [y/N] ", false);
 }
 
 Problem PlanDeclined() {
