@@ -1,7 +1,7 @@
 # The Debian packages that the project needs, and how they are installed. Sourced by other scripts.
 # shellcheck shell=bash
 
-build_packages=(cmake g++ libarchive-dev ninja-build qt6-base-dev)
+build_packages=(cmake g++ libarchive-dev libtomlplusplus-dev ninja-build qt6-base-dev)
 packaging_packages=(dpkg-dev file)
 # Servers for the tests of downloads. tinyproxy-bin is the program without a service.
 server_packages=(curl nginx openssl tinyproxy-bin)

@@ -60,6 +60,7 @@ Failure Stage(Arguments& arguments, const Descriptor& liveTree, const SetupLock&
     staged.interactive = run->m_interactive;
     staged.serviceUser = run->m_serviceUser;
     staged.serviceGroup = run->m_serviceGroup;
+    staged.answers = AnswersOf(*run, {});
     staged.values = ValuesOf(*run);
     staged.missingCommands = SummaryOf(*run).missingCommands;
     for (const QString& command : staged.missingCommands)

@@ -2,13 +2,12 @@
 
 #include <unistd.h>
 
-#include <algorithm>
 #include <cstdlib>
-#include <numeric>
 #include <string>
 #include <string_view>
 
 #include "Problem.h"
+#include "answers/NearestWord.h"
 
 namespace {
 
@@ -22,23 +21,6 @@ std::string Quoted(std::string_view word) {
     return '"' + std::string(word) + '"';
 }
 
-// Returns how many characters must be inserted, removed or replaced to turn one word into the
-// other.
-size_t EditDistance(std::string_view from, std::string_view to) {
-    std::vector<size_t> row(to.size() + 1);
-    std::iota(row.begin(), row.end(), size_t{0});
-    for (size_t i = 0; i < from.size(); ++i) {
-        size_t diagonal = row[0];
-        row[0] = i + 1;
-        for (size_t j = 0; j < to.size(); ++j) {
-            const size_t replaced = diagonal + (from[i] == to[j] ? 0 : 1);
-            diagonal = row[j + 1];
-            row[j + 1] = std::min({replaced, row[j] + 1, row[j + 1] + 1});
-        }
-    }
-    return row.back();
-}
-
 std::string LongSpelling(const OptionUsage& option) {
     const std::string_view spellings = option.spellings;
     return std::string(spellings.substr(spellings.rfind(' ') + 1));
@@ -46,17 +28,10 @@ std::string LongSpelling(const OptionUsage& option) {
 
 // Returns the long spelling that is nearest to `word`; empty when none is near.
 std::string NearestSpelling(std::string_view word) {
-    std::string nearest;
-    size_t nearestDistance = word.size() / 3 + 1;
-    for (const OptionUsage& option : Options()) {
-        const std::string spelling = LongSpelling(option);
-        const size_t distance = EditDistance(word, spelling);
-        if (distance < nearestDistance) {
-            nearestDistance = distance;
-            nearest = spelling;
-        }
-    }
-    return nearest;
+    std::vector<std::string> spellings;
+    for (const OptionUsage& option : Options())
+        spellings.push_back(LongSpelling(option));
+    return NearestWord(word, spellings);
 }
 
 [[noreturn]] void RefuseUnknown(const std::string& word) {

@@ -17,9 +17,9 @@ namespace {
 
 // The fields that a text answer or a menu can change, so that a refused answer is not offered as a
 // default.
-class Answers {
+class EarlierAnswers {
 public:
-    explicit Answers(const CInstallBase& run)
+    explicit EarlierAnswers(const CInstallBase& run)
         : m_members(run.m_serviceMembers), m_queueType(run.m_queueType) {
         for (const auto field : Fields())
             m_texts.push_back(run.*field);
@@ -63,7 +63,7 @@ Problem EndOfInput() {
 
 // Asks one question, on a terminal until the answer is valid.
 Failure Ask(CInstallBase& run, void (CInstallBase::*prompt)()) {
-    const Answers before(run);
+    const EarlierAnswers before(run);
     for (;;) {
         (run.*prompt)();
         if (InputEnded(run))
@@ -99,7 +99,7 @@ QString DescribeUnsuitableScratch(const QString& directory) {
 // The library accepts any directory. An unsuitable one is reported here, while it can be changed.
 Failure AskForScratchDirectory(CInstallBase& run,
                                const std::function<void(const QString&)>& chosen) {
-    const Answers before(run);
+    const EarlierAnswers before(run);
     for (;;) {
         if (Failure failure = Ask(run, &CInstallBase::PromptScratchDirectory))
             return failure;

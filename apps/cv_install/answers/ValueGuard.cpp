@@ -7,12 +7,7 @@
 
 namespace {
 
-// Where a value appears in the script decides what it must not contain.
-enum class Use {
-    Quoted,       // between double quotes
-    Substituted,  // and then in the replacement of a sed expression
-    AccountName   // bare, as one word
-};
+using Use = AnswerUse;
 
 struct GuardedField {
     const char* name;
@@ -45,28 +40,6 @@ const GuardedField guardedFields[] = {
     {"key file", &CInstallBase::m_compSrvcKey, Use::Substituted, chooseSetting},
     {"Diffie-Hellman file", &CInstallBase::m_compSrvcDh, Use::Substituted, chooseSetting},
 };
-
-// Returns why `value` is invalid; empty when it is valid.
-QString ReasonAgainst(const QString& value, Use use) {
-    if (use == Use::AccountName) {
-        return IsAccountName(value)
-                   ? QString()
-                   : QStringLiteral(
-                         "account names can contain letters, digits, and _.@+- but must start "
-                         "with a letter, digit, or _");
-    }
-    const QString unusable =
-        use == Use::Substituted ? QStringLiteral("\"$`\\|&") : QStringLiteral("\"$`\\");
-    for (const QChar character : value) {
-        if (IsControl(character))
-            return QStringLiteral("it contains a control character");
-        if (character == QChar::ReplacementCharacter)
-            return QStringLiteral("it is not valid UTF-8");
-        if (unusable.contains(character))
-            return QStringLiteral("it contains \"%1\"").arg(character);
-    }
-    return {};
-}
 
 Problem InvalidValue(const QString& field, const QString& value, const QString& reason,
                      const QString& remedy) {
@@ -120,6 +93,29 @@ Failure FindInvalidMember(const CInstallBase& run) {
 bool IsAccountName(const QString& name) {
     static const QRegularExpression form(QStringLiteral("\\A[A-Za-z0-9_][A-Za-z0-9_.@+-]*\\z"));
     return form.match(name).hasMatch();
+}
+
+QString ReasonAgainst(const QString& text, AnswerUse use) {
+    if (use == AnswerUse::AccountName) {
+        return IsAccountName(text)
+                   ? QString()
+                   : QStringLiteral(
+                         "account names can contain letters, digits, and _.@+- but must start "
+                         "with a letter, digit, or _");
+    }
+    if (use == AnswerUse::Free)
+        return {};
+    const QString unusable =
+        use == AnswerUse::Substituted ? QStringLiteral("\"$`\\|&") : QStringLiteral("\"$`\\");
+    for (const QChar character : text) {
+        if (IsControl(character))
+            return QStringLiteral("it contains a control character");
+        if (character == QChar::ReplacementCharacter)
+            return QStringLiteral("it is not valid UTF-8");
+        if (unusable.contains(character))
+            return QStringLiteral("it contains \"%1\"").arg(character);
+    }
+    return {};
 }
 
 Failure FindInvalidValue(const CInstallBase& run) {

@@ -6,6 +6,7 @@
 #include <utility>
 #include <vector>
 
+#include "answers/Answers.h"
 #include "installation/State.h"
 
 // The directories are below one tmpfs that no other process can reach.
@@ -24,6 +25,7 @@ struct StagedMachine {
     QString serviceGroup;
     bool isManagerRunning = true;  // the service manager of the machine, before the setup
     QStringList activeServices;    // names of the services that were active before the setup
+    Answers answers;               // that the setup uses
     std::vector<std::pair<QString, QString>> values;  // answers in use: label and value
     QStringList missingCommands;  // commands of the scheduler that cannot be executed
 };

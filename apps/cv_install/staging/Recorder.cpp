@@ -57,12 +57,12 @@ exit 0
 
 constexpr int longestWait = 30000;
 
-struct Answer {
+struct CallAnswer {
     int status = -1;  // -1 if the tool cannot be run
     QByteArray output;
 };
 
-Answer Ask(const QString& program, const QStringList& arguments) {
+CallAnswer Ask(const QString& program, const QStringList& arguments) {
     QProcess process;
     process.setStandardInputFile(QProcess::nullDevice());
     process.setStandardErrorFile(QProcess::nullDevice());
@@ -77,11 +77,11 @@ Answer Ask(const QString& program, const QStringList& arguments) {
 }
 
 // Where no manager is running, systemctl prints nothing on stdout. In a chroot, it ends with 0.
-Answer AskManager(const QString& unit) {
+CallAnswer AskManager(const QString& unit) {
     return Ask(QStringLiteral("systemctl"), {QStringLiteral("is-active"), unit});
 }
 
-bool IsActive(const Answer& answer) {
+bool IsActive(const CallAnswer& answer) {
     return answer.status == 0 && !answer.output.isEmpty();
 }
 
@@ -133,7 +133,7 @@ ServiceStates FindServiceStates() {
             states.active.push_back(QLatin1String(service.name));
     }
     const QString unit = QLatin1String(serviceUnit);
-    const Answer answer = AskManager(unit);
+    const CallAnswer answer = AskManager(unit);
     states.isManagerRunning = !answer.output.isEmpty();
     if (IsActive(answer))
         states.active.push_back(unit.chopped(8));

@@ -35,7 +35,7 @@ QByteArray Encode(const QString& impossible, const StagedMachine& staged) {
            << staged.serviceUser << staged.serviceGroup << staged.isManagerRunning
            << staged.activeServices
            << QList<std::pair<QString, QString>>(staged.values.begin(), staged.values.end())
-           << staged.missingCommands;
+           << staged.missingCommands << staged.answers;
     return message;
 }
 
@@ -44,7 +44,7 @@ void Decode(const QByteArray& message, QString& impossible, StagedMachine& stage
     QList<std::pair<QString, QString>> values;
     stream >> impossible >> staged.interactive >> staged.conditions >> staged.installDir >>
         staged.serviceUser >> staged.serviceGroup >> staged.isManagerRunning >>
-        staged.activeServices >> values >> staged.missingCommands;
+        staged.activeServices >> values >> staged.missingCommands >> staged.answers;
     staged.values.assign(values.begin(), values.end());
 }
 

@@ -1,0 +1,30 @@
+// Answers as TOML: for --answers, --save-answers and the record.
+#pragma once
+
+#include <QByteArray>
+#include <vector>
+
+#include "Problem.h"
+#include "answers/Answers.h"
+
+// What is wrong in a file of answers, and where. Lines and columns count from 1.
+struct AnswersFinding {
+    unsigned line = 0;
+    unsigned column = 0;
+    QString text;    // contains the key and the value
+    QString remedy;  // contains the nearest key, or what is valid
+};
+
+struct ParsedAnswers {
+    Answers answers;  // the valid ones
+    std::vector<AnswersFinding> findings;
+};
+
+// Whether the text also lists the answers that somebody chose.
+enum class AnswersForm { File, Record };
+
+// In the form of a file, all answers count as chosen.
+ParsedAnswers ParseAnswers(const QByteArray& toml, AnswersForm form);
+
+// Writes one line for each answer, in the order of the table.
+QByteArray WriteAnswers(const Answers& answers, AnswersForm form);

@@ -1,0 +1,220 @@
+// The answers of a setup: their table, their sources, and their form as TOML.
+#include "answers/Answers.h"
+
+#include <gtest/gtest.h>
+
+#include <QIODevice>
+#include <set>
+
+#include "answers/AnswersFile.h"
+
+namespace {
+
+// Every kind of value, and text that must be escaped.
+Answers EveryKind() {
+    Answers answers;
+    answers.Set(AnswerId::JobLimit, 4, AnswerSource::CommandLine);
+    answers.Set(AnswerId::MemoryLimit, 4000, AnswerSource::Default);
+    answers.Set(AnswerId::ScratchDirectory, QStringLiteral("/größe/a b"), AnswerSource::Typed);
+    answers.Set(AnswerId::Queue, QStringLiteral("slurm"), AnswerSource::File);
+    answers.Set(AnswerId::QueueName, QString(), AnswerSource::Default);
+    answers.Set(AnswerId::SbatchCommand, QStringLiteral("a\"b\\c\td"), AnswerSource::Default);
+    answers.Set(AnswerId::Members, QStringList{"ann", "bob"}, AnswerSource::Typed);
+    answers.Set(AnswerId::ClusterNode, false, AnswerSource::Default);
+    answers.Set(AnswerId::Protocols, QStringList{"HTTP"}, AnswerSource::Default);
+    return answers;
+}
+
+constexpr const char* everyKindAsToml = R"(job-limit = 4  # threads
+memory-limit = 4000  # MB per thread
+scratch-directory = "/größe/a b"
+queue = "slurm"
+queue-name = ""
+sbatch = "a\"b\\c\u0009d"
+members = ["ann", "bob"]
+cluster-node = false
+protocols = ["HTTP"]
+)";
+
+TEST(AnswerTable, HasUniqueKeysInOrderOfIds) {
+    std::set<std::string> keys;
+    for (const AnswerRow& row : AnswerRows()) {
+        EXPECT_EQ(&RowOf(row.id), &row) << row.key;
+        EXPECT_EQ(FindAnswerRow(QLatin1String(row.key)), &row);
+        EXPECT_TRUE(keys.insert(row.key).second) << row.key;
+    }
+}
+
+TEST(Answers, ReadsFieldsThatItApplies) {
+    char program[] = "/opt/product/cv_install";
+    char* argv[] = {program, nullptr};
+    CInstallBase run(true, 1, argv);
+    const std::pair<AnswerId, AnswerValue> values[] = {
+        {AnswerId::JobLimit, 3},
+        {AnswerId::MemoryLimit, 700},
+        {AnswerId::ScratchDirectory, QStringLiteral("/scratch")},
+        {AnswerId::ScratchLimit, 5},
+        {AnswerId::Queue, QStringLiteral("slurm")},
+        {AnswerId::QueueName, QStringLiteral("chem")},
+        {AnswerId::QsubCommand, QStringLiteral("/q/qsub")},
+        {AnswerId::QdelCommand, QStringLiteral("/q/qdel")},
+        {AnswerId::QsigCommand, QStringLiteral("/q/qsig")},
+        {AnswerId::SbatchCommand, QStringLiteral("/s/sbatch")},
+        {AnswerId::ScancelCommand, QStringLiteral("/s/scancel")},
+        {AnswerId::Members, QStringList{"ann"}},
+        {AnswerId::ServiceUser, QStringLiteral("chem")},
+        {AnswerId::ServiceGroup, QStringLiteral("chems")},
+        {AnswerId::ClusterNode, true},
+        {AnswerId::SubmissionScripts, true},
+        {AnswerId::Protocols, QStringList{"HTTP", "HTTPS"}},
+        {AnswerId::HttpAddress, QStringLiteral("10.0.0.1")},
+        {AnswerId::HttpPort, 81},
+        {AnswerId::HttpsAddress, QStringLiteral("10.0.0.2")},
+        {AnswerId::HttpsPort, 444},
+        {AnswerId::Certificate, QStringLiteral("/c.pem")},
+        {AnswerId::Key, QStringLiteral("/k.pem")},
+        {AnswerId::DiffieHellman, QStringLiteral("/d.pem")}};
+    ASSERT_EQ(std::size(values), AnswerRows().size());
+    Answers given;
+    for (const auto& [id, value] : values)
+        given.Set(id, value, AnswerSource::File);
+    ApplyAnswers(given, run);
+    EXPECT_EQ(AnswersOf(run, given), given);
+    EXPECT_EQ(run.m_jobLimit, 3);
+    EXPECT_EQ(run.m_argMemoryLimitMB, 700);
+    EXPECT_EQ(run.m_argScratchLimitGB, 5);
+    EXPECT_EQ(run.m_queueType, CInstallBase::QueueExternal);
+    EXPECT_EQ(run.m_scheduler, "SLURM");
+    EXPECT_EQ(run.m_partitionName, "chem");
+    EXPECT_EQ(run.m_compSrvcAllow, "HTTP,HTTPS");
+    EXPECT_FALSE(run.m_interactive);
+    // A value that the run has changed is a default.
+    run.m_jobLimit = 2;
+    EXPECT_EQ(*AnswersOf(run, given).Find(AnswerId::JobLimit), Answer{.value = 2});
+}
+
+TEST(Answers, CompletesWithWeakerAnswersThatFit) {
+    Answers weaker;
+    weaker.Set(AnswerId::JobLimit, 4, AnswerSource::Record);
+    weaker.Set(AnswerId::Queue, QStringLiteral("torque"), AnswerSource::Record);
+    weaker.Set(AnswerId::QueueName, QStringLiteral("batch"), AnswerSource::Record);
+    Answers other;
+    other.Set(AnswerId::JobLimit, 2, AnswerSource::CommandLine);
+    other.Set(AnswerId::Queue, QStringLiteral("slurm"), AnswerSource::CommandLine);
+    other.Complete(weaker);
+    EXPECT_EQ(other.Text(AnswerId::JobLimit), "2 threads");
+    EXPECT_EQ(other.Text(AnswerId::Queue), "Slurm");
+    EXPECT_EQ(other.Find(AnswerId::QueueName), nullptr);
+    Answers same;
+    same.Set(AnswerId::Queue, QStringLiteral("torque"), AnswerSource::CommandLine);
+    same.Complete(weaker);
+    EXPECT_EQ(same.Text(AnswerId::QueueName), "batch");
+    EXPECT_EQ(same.Find(AnswerId::QueueName)->source, AnswerSource::Record);
+    Answers node;
+    node.Set(AnswerId::ClusterNode, true, AnswerSource::File);
+    Answers completed;
+    completed.Complete(node);
+    completed.Complete(weaker);
+    EXPECT_EQ(completed.Text(AnswerId::Queue), "none");
+}
+
+TEST(Answers, PassThroughStreamUnchanged) {
+    QByteArray bytes;
+    QDataStream sender(&bytes, QIODevice::WriteOnly);
+    sender << EveryKind();
+    Answers received;
+    QDataStream stream(bytes);
+    stream >> received;
+    EXPECT_EQ(received, EveryKind());
+}
+
+TEST(AnswersFile, WritesOneLineForEachAnswer) {
+    EXPECT_EQ(WriteAnswers(EveryKind(), AnswersForm::File), everyKindAsToml);
+    EXPECT_EQ(WriteAnswers(EveryKind(), AnswersForm::Record),
+              QByteArray(everyKindAsToml) +
+                  "chosen = [\"job-limit\", \"scratch-directory\", \"queue\", \"members\"]\n");
+}
+
+TEST(AnswersFile, ReadsWhatItWrites) {
+    Answers answers = EveryKind();
+    answers.Remove(AnswerId::SbatchCommand);
+    const ParsedAnswers file =
+        ParseAnswers(WriteAnswers(answers, AnswersForm::File), AnswersForm::File);
+    EXPECT_TRUE(file.findings.empty());
+    for (const auto& [id, answer] : answers.All())
+        EXPECT_EQ(*file.answers.Find(id), (Answer{answer.value, AnswerSource::File, true}));
+    const ParsedAnswers record =
+        ParseAnswers(WriteAnswers(answers, AnswersForm::Record), AnswersForm::Record);
+    EXPECT_TRUE(record.findings.empty());
+    for (const auto& [id, answer] : answers.All())
+        EXPECT_EQ(*record.answers.Find(id),
+                  (Answer{answer.value, AnswerSource::Record, answer.chosen}));
+}
+
+TEST(AnswersFile, ReportsInvalidLineWithPlaceAndRemedy) {
+    const std::string number = "Use a whole number from 1 to 2147483647, without a unit.";
+    const std::string port = "Use a whole number from 1 to 65535, without a unit.";
+    const std::string other = "Use another value.";
+    const struct {
+        std::string line;
+        unsigned column;
+        std::string text;
+        std::string remedy;
+    } cases[] = {
+        {"job-limt = 4", 1, "unknown key \"job-limt\"", "Did you mean \"job-limit\"?"},
+        {"chosen = []", 1, "unknown key \"chosen\"",
+         "The keys are the long options without their hyphens at the start."},
+        {"job-limit = \"4\"", 13, "invalid value for \"job-limit\": \"4\"", number},
+        {"job-limit = 4.5", 13, "invalid value for \"job-limit\": \"4.5\"", number},
+        {"job-limit = 0", 13, "invalid value for \"job-limit\": \"0\"", number},
+        {"job-limit = 4294967300", 13, "invalid value for \"job-limit\": \"4294967300\"", number},
+        {"http-port = 65536", 13, "invalid value for \"http-port\": \"65536\"", port},
+        {"queue = \"sge\"", 9, "invalid value for \"queue\": \"sge\"",
+         "Use one of \"internal\", \"none\", \"torque\", \"slurm\"."},
+        {"protocols = [\"FTP\"]", 13, "invalid value for \"protocols\": \"[ 'FTP' ]\"",
+         "Use a list of \"HTTP\", \"HTTPS\"."},
+        {"protocols = []", 13, "invalid value for \"protocols\": \"[]\"",
+         "Use a list of \"HTTP\", \"HTTPS\"."},
+        {"members = \"ann\"", 11, "invalid value for \"members\": \"ann\"", "Use a list of names."},
+        {"members = [1]", 11, "invalid value for \"members\": \"[ 1 ]\"", "Use a list of names."},
+        {"cluster-node = 1", 16, "invalid value for \"cluster-node\": \"1\"", "Use true or false."},
+        {"qsub = \"/a|b\"", 8, "invalid value for \"qsub\": \"/a|b\": it contains \"|\"", other},
+        {"qsub = \"\"", 8, "invalid value for \"qsub\": \"\": it is empty", other},
+        {"scratch-directory = \"/" + std::string(246, 'a') + '"', 21,
+         "invalid value for \"scratch-directory\": \"/" + std::string(246, 'a') +
+             "\": it is longer than 246 bytes",
+         other},
+    };
+    for (const auto& [line, column, text, remedy] : cases) {
+        const QByteArray toml = QByteArray("# first\nhttps-port = 444\n").append(line);
+        const ParsedAnswers parsed = ParseAnswers(toml, AnswersForm::File);
+        ASSERT_EQ(parsed.findings.size(), 1) << line;
+        EXPECT_EQ(parsed.findings[0].line, 3) << line;
+        EXPECT_EQ(parsed.findings[0].column, column) << line;
+        EXPECT_EQ(parsed.findings[0].text.toStdString(), text);
+        EXPECT_EQ(parsed.findings[0].remedy.toStdString(), remedy);
+        EXPECT_EQ(parsed.answers.All().size(), 1) << line;
+    }
+}
+
+TEST(AnswersFile, ReportsEveryInvalidLineInOrder) {
+    const ParsedAnswers parsed =
+        ParseAnswers("scratch-limit = \"x\"\nport = 1\njob-limit = -1\n", AnswersForm::File);
+    ASSERT_EQ(parsed.findings.size(), 3);
+    for (unsigned i = 0; i < 3; ++i)
+        EXPECT_EQ(parsed.findings[i].line, i + 1);
+}
+
+TEST(AnswersFile, ReportsPlaceOfInvalidToml) {
+    for (const char* line :
+         {"job-limit 4", "job-limit = 4\njob-limit = 5", "queue = \"a", "queue = \"\xff\""}) {
+        const ParsedAnswers parsed =
+            ParseAnswers(QByteArray("http-port = 81\n") + line, AnswersForm::File);
+        ASSERT_EQ(parsed.findings.size(), 1) << line;
+        EXPECT_TRUE(parsed.findings[0].text.startsWith("invalid TOML: ")) << line;
+        EXPECT_GE(parsed.findings[0].line, 2) << line;
+        EXPECT_GE(parsed.findings[0].column, 1) << line;
+    }
+}
+
+}  // namespace
