@@ -34,8 +34,8 @@ Failure Confirm(CInstallBase& run, unsigned conditions, CommitScript& script) {
     return PlanDeclined();
 }
 
-// Everything that changes the machine. In a setup as root the tree is checked again after each wait
-// for an answer, because other users can change it meanwhile.
+// Everything that changes the machine. In a setup as root the tree is checked again after the
+// confirmation and before the script, because other users can change it meanwhile.
 Failure CarryOut(CInstallBase& run, unsigned conditions, const SetupLock& lock) {
     const bool root = IsRootSetup(run);
     CommitScript script;

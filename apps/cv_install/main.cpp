@@ -8,8 +8,8 @@
 #include "RootSetup.h"
 #include "answers/Arguments.h"
 #include "answers/Usage.h"
+#include "apply/Console.h"
 #include "apply/ProcessState.h"
-#include "apply/SetupLog.h"
 #include "installation/SetupLock.h"
 #include "installation/TreeCheck.h"
 
@@ -42,6 +42,7 @@ ExitStatus RunSetup(Arguments& arguments) {
 
 int main(int argc, char** argv) {
     PrepareProcess();
+    Console::Start();
     Arguments arguments(argc, argv);
     ExitStatus status = ExitStatus::Complete;
     if (arguments.Has(OwnOption::Help))
@@ -50,7 +51,7 @@ int main(int argc, char** argv) {
         PrintVersion();
     else
         status = RunSetup(arguments);
-    if (const int error = SetupLog::OutputError()) {
+    if (const int error = Console::OutputError()) {
         Report({ExitStatus::Complete,
                 QStringLiteral("cannot write to standard output: %1")
                     .arg(QString::fromUtf8(std::strerror(error))),

@@ -17,14 +17,10 @@ namespace {
 
 using hx_test::ExpectHolds;
 
-// Job limit; memory and pause; directory and pause; scratch limit and pause; queue and pause.
-const std::string limitAnswers = "2\n600\n\n/tmp\n\n3\n\n1\n\n";
+// Job limit, memory limit, scratch directory, scratch limit, queue.
+const std::string limitAnswers = "2\n600\n/tmp\n3\n1\n";
 
-// The pauses of the files that cv_install writes itself. A staged setup writes them before its
-// plan.
-const std::string filePauses = "\n\n\n";
-
-const std::string memberAnswers = limitAnswers + "ann,bob\n\n";
+const std::string memberAnswers = limitAnswers + "ann,bob\n";
 
 void ExpectParts(const std::string& text, const std::vector<const char*>& parts) {
     for (const char* part : parts)
@@ -127,8 +123,7 @@ TEST(RootSetup, ChangesNothingWithoutConfirmation) {
         RootMode mode;
         std::string input;
         const char* shown;
-    } cases[] = {{RootMode::Staged, memberAnswers + filePauses,
-                  "  Members      add to corvsrvc: ann, bob\n"},
+    } cases[] = {{RootMode::Staged, memberAnswers, "  Members      add to corvsrvc: ann, bob\n"},
                  {RootMode::InPlace, memberAnswers, "  Script     /tmp/corvane26_commit_"}};
     HX_EXPECT_SCENARIO([&] {
         LayOutRootSetup();
@@ -163,7 +158,7 @@ TEST(RootSetup, ShowsScriptWhileItAsksInPlace) {
             {"bash", "-c",
              "mkfifo /srv/in; " + withoutMounts +
                  "/opt/corvane26/cv_install --setup < /srv/in > /srv/out & exec 3> /srv/in; "
-                 "printf '2\\n600\\n\\n/tmp\\n\\n3\\n\\n1\\n\\n\\n\\n' >&3; "
+                 "printf '2\\n600\\n/tmp\\n3\\n1\\n\\n' >&3; "
                  "until grep -qs 'Continue' /var/log/corvane26_setup.log; do sleep 0.05; done; "
                  "ls /tmp/corvane26_commit_*; kill -TERM $!; wait $!; echo $?"},
             {.env = {{"LSAN_OPTIONS", "detect_leaks=0"}}});
@@ -188,7 +183,7 @@ TEST(RootSetup, AsksAgainAfterChangesSinceStaging) {
              "until grep -qs 'Job thread limit' /var/log/corvane26_setup.log; do sleep 0.05; done; "
              "echo 'ThreadsPerMolecule: 1' >> /var/corvane/QueueLimits; "
              "echo >> /var/corvane/corvane26; printf \"$1\" >&3; wait $!; echo $?; cat /srv/out",
-             "bash", limitAnswers + "\n\n" + filePauses + "y\nn\n"},
+             "bash", limitAnswers + "\ny\nn\n"},
             {.env = {{"LSAN_OPTIONS", "detect_leaks=0"}}});
         EXPECT_TRUE(result.out.starts_with("9\n")) << result.out << result.err;
         ExpectHolds(result.out,
@@ -203,7 +198,7 @@ TEST(RootSetup, AppliesConfirmedPlanAndShowsPlanOfUpgrade) {
     HX_EXPECT_SCENARIO([] {
         LayOutRootSetup();
         Shell("useradd --create-home ann; useradd --create-home bob");
-        const auto first = RunRootSetup({}, memberAnswers + filePauses + "y\nleft over\n");
+        const auto first = RunRootSetup({}, memberAnswers + "y\nleft over\n");
         ASSERT_EQ(first.status, 0) << first.out << first.err;
         EXPECT_EQ(Shell("getent group corvsrvc | cut -d: -f4"), "ann,bob");
         EXPECT_EQ(Shell("cat /var/corvane/QueueLimits"),
@@ -211,7 +206,7 @@ TEST(RootSetup, AppliesConfirmedPlanAndShowsPlanOfUpgrade) {
 
         Shell("touch /etc/systemd/system/corvane24_service.service");
         Shell("ln -sf /opt/elsewhere /usr/bin/corvane26_snapshot");
-        const std::string upgrade = limitAnswers + "bob,root\n\n" + filePauses + "n\n";
+        const std::string upgrade = limitAnswers + "bob,root\nn\n";
         const auto declined = RunRootSetup({}, upgrade);
         EXPECT_EQ(declined.status, 9) << declined.err;
         EXPECT_EQ(declined.out.find("create"), std::string::npos) << declined.out;
@@ -230,7 +225,7 @@ TEST(RootSetup, ShowsPlanOfUpgradeInPlace) {
         ASSERT_EQ(RunRootSetup({"--yes"}, {}, RootMode::InPlace).status, 0);
         Shell("touch /etc/systemd/system/corvane24_service.service; useradd ann");
         Shell("ln -sf /opt/elsewhere /usr/bin/corvane26_snapshot");
-        const auto upgrade = RunRootSetup({}, limitAnswers + "ann\n\nn\n", RootMode::InPlace);
+        const auto upgrade = RunRootSetup({}, limitAnswers + "ann\nn\n", RootMode::InPlace);
         EXPECT_EQ(upgrade.status, 9) << upgrade.err;
         ExpectParts(
             upgrade.out,

@@ -18,6 +18,7 @@
 
 #include "apps/Leaks.h"
 #include "apps/RootSetup.h"
+#include "harness/Pattern.h"
 #include "harness/TempDir.h"
 #include "machine/ThrowawayRoot.h"
 #include "setuprun/CInstallBase.h"
@@ -70,6 +71,7 @@ void WriteBareScript(const SetupKind& kind, const std::string& answers, const st
         if (!run.m_interactive && run.m_queueType == CInstallBase::QueueUnset)
             run.m_queueType = CInstallBase::QueueInternal;
         run.PromptJobLimit();
+        run.InstallPause();
         run.PromptMemoryLimit();
         run.PromptScratchDirectory();
         run.PromptScratchLimit();
@@ -174,19 +176,18 @@ bool IsExcepted(const std::string& path) {
 
 }  // namespace
 
-// Answers: job limit; memory and pause; directory and pause; scratch limit and pause; queue and
-// pause; members and pause.
+// Answers: job limit, memory limit, scratch directory, scratch limit, queue, members.
 const SetupKind internalQueue = {"InternalQueue", {"--internal-default-queue"}};
 const SetupKind slurm = {"Slurm", {"-p", "chem"}};
 const SetupKind torqueWithSubmissionScripts = {"TorqueWithSubmissionScripts",
                                                {"-q", "batch", "--submission-scripts"}};
 const SetupKind clusterNode = {"ClusterNode", {"--cluster-node"}};
-const SetupKind withMembers = {"Members", {}, "2\n600\n\n/tmp\n\n3\n\n1\n\nann,bob\n\n"};
-const SetupKind withOtherMembers = {"OtherMembers", {}, "2\n600\n\n/tmp\n\n3\n\n1\n\nbob,carl\n\n"};
+const SetupKind withMembers = {"Members", {}, "2\n600\n/tmp\n3\n1\nann,bob\n"};
+const SetupKind withOtherMembers = {"OtherMembers", {}, "2\n600\n/tmp\n3\n1\nbob,carl\n"};
 
 namespace {
 
-const SetupKind otherAnswers = {"OtherAnswers", {}, "1\n500\n\n/srv\n\n2\n\n1\n\nann,bob\n\n"};
+const SetupKind otherAnswers = {"OtherAnswers", {}, "1\n500\n/srv\n2\n1\nann,bob\n"};
 
 constexpr const char* earlierVersion = R"sh(
 set -e
@@ -272,14 +273,15 @@ ProcessResult RunSetup(const SetupKind& kind, const std::vector<std::string>& mo
     options.workingDirectory = "/";
     options.env["LSAN_OPTIONS"] = LeakOptions(HX_LEAK_SUPPRESSIONS);
     if (*kind.answers != '\0')
-        options.input = std::string(kind.answers) + "\n\n\ny\n";  // pauses and the confirmation
+        options.input = std::string(kind.answers) + "y\n";
     return Run(SetupCommand(kind, more), options);
 }
 
 void RunBareScript(const SetupKind& kind) {
     const std::string script = "/run/hx_bare_script";
     const std::string answers = "/run/hx_answers";
-    WriteFile(answers, kind.answers);
+    // The library pauses after each answer.
+    WriteFile(answers, ReplaceMatches(kind.answers, "\n", "\n\n"));
     // The library does not know this option.
     SetupKind bare = kind;
     std::erase(bare.options, "--submission-scripts");

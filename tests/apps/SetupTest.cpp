@@ -57,12 +57,12 @@ TEST_F(Setup, WritesAnswersToQueueLimits) {
     } cases[] = {
         {"",
          {},
-         "3\n500\n\n/tmp\n\n7\n\n1\n\nleft over\n",
+         "3\n500\n/tmp\n7\n1\nleft over\n",
          "MaxThreads: 3\nMemoryPerThreadMB: 500\nScratch: /tmp\nDiskPerThreadGB: 7\n"},
-        {previous, {}, "2\n\n\n\n\n\n\n1\n\n", previous},
+        {previous, {}, "2\n\n\n\n1\n", previous},
         {"",
          {"-m", "777", "-s", "5", "-d", "/tmp/100% a|b & 'c' ü!"},
-         "3\n\n\n\n\n1\n\n",
+         "3\n\n1\n",
          "MaxThreads: 3\nMemoryPerThreadMB: 777\nScratch: /tmp/100% a|b & 'c' ü!\nDiskPerThreadGB: "
          "5\n"},
     };
@@ -128,14 +128,14 @@ TEST_F(Setup, ReportsMissingQueueCommands) {
         std::string input;
         std::string report;
     } cases[] = {
-        {"2\n1\n\n/bin/sh\n/gone/qdel\nqsig\n\n", missing + "\"/gone/qdel\"\n" + remedy},
-        {"2\n2\n\n/gone/sbatch\n\n\n",
+        {"2\n1\n\n/bin/sh\n/gone/qdel\nqsig\n", missing + "\"/gone/qdel\"\n" + remedy},
+        {"2\n2\n\n/gone/sbatch\n\n",
          missing + "\"/gone/sbatch\"\n" + missing + "\"/gone/scancel\"\n" + remedy},
-        {"1\n\n", ""},
+        {"1\n", ""},
     };
     const UserSetup setup;
     for (const auto& [input, report] : cases) {
-        const auto result = setup.Run({"--setup", "--user-mode"}, "\n\n\n\n\n\n\n" + input);
+        const auto result = setup.Run({"--setup", "--user-mode"}, "\n\n\n\n" + input);
         EXPECT_EQ(result.status, 0) << result.out << result.err;
         ExpectHolds(result.out, "  Installed: /tmp/product\n" + report + "  Log: ");
     }

@@ -23,20 +23,13 @@ const std::string cut = "…";
 const std::pair<std::string, std::string> answers[] = {
     {"Job thread limit [", "2"},
     {"Memory usage limit per job [", ""},
-    {"[Press ", ""},
     {"Scratch directory [", "/home/ada/scratch"},
-    {"[Press ", ""},
     {"Scratch limit per job [", ""},
-    {"[Press ", ""},
     {"LSF.\r\n>", "2"},
     {"  2) Slurm\r\n>", "2"},
     {"Partition to which CORVANE jobs will be submitted [", "gpu"},
     {"Location of sbatch command [", ""},
     {"Location of scancel command [", ""},
-    {"[Press ", ""},
-    {"[Press ", ""},
-    {"[Press ", ""},
-    {"[Press ", ""},
 };
 
 class Session : public testing::Test {

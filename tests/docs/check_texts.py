@@ -223,7 +223,7 @@ def check_guide_quotes_texts():
 reports = ("Installation", "Plan", "Progress", "Recorder", "Report", "StartRun", "Summary", "Usage",
            "UsageTables")
 others = {
-    "Choose another directory? [Y/n]", "Please answer y or n.", "Commit script: %s", "Did you mean", "program directory",
+    "[Press \"Enter\" key to continue]", "Choose another directory? [Y/n]", "Please answer y or n.", "Commit script: %s", "Did you mean", "program directory",
     "scratch directory of the previous setup", "service group member",
     "Missing command", "compute service listeners", "certificate file", "key file", "Diffie-Hellman file",
 }

@@ -46,10 +46,10 @@ constexpr const char* rollOut =
     "/opt/corvane26/cv_install --setup --cluster-node";
 constexpr const char* slurmSetup = "/opt/corvane26/cv_install --setup --yes -p chem";
 constexpr const char* answeredSlurmSetup =
-    "printf '%s\\n' '' '' '' '' '' '' '' 2 2 chem /usr/bin/sbatch '' '' '' '' '' '' '' y | "
+    "printf '%s\\n' '' '' '' '' 2 2 chem /usr/bin/sbatch '' '' y | "
     "/opt/corvane26/cv_install --setup";
 constexpr const char* torqueSetup =
-    "printf '%s\\n' '' '' '' '' '' '' '' 2 1 chem /usr/bin/qsub '' '' '' '' '' '' '' '' y | "
+    "printf '%s\\n' '' '' '' '' 2 1 chem /usr/bin/qsub '' '' '' y | "
     "/opt/corvane26/cv_install --setup";
 constexpr const char* slurmCheck =
     "\"$(corvane26 --printenv CORV_SBATCH_CMD)\" "

@@ -14,7 +14,7 @@ constexpr OptionUsage options[] = {
      "reported."},
     {"--yes", OptionValue::None, nullptr,
      "answer every question with its default; internal queue if none is chosen",
-     "Pauses do not wait. The plan of a setup as root is shown but not confirmed.", OwnOption::Yes},
+     "The plan of a setup as root is shown but not confirmed.", OwnOption::Yes},
     {"--cluster-node", OptionValue::None, nullptr,
      "set up a compute node of a cluster: no questions, no queue, no service",
      "Every question is answered with its default, and the plan of a setup as root is not "

@@ -3,9 +3,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <cstdio>
 
-#include "answers/Conversation.h"
 #include "installation/ContentCheck.h"
 #include "installation/SetupRun.h"
 
@@ -45,13 +43,6 @@ Failure WriteRunTimeFiles(CInstallBase& run, unsigned conditions) {
         if (!Applies(entry, conditions))
             continue;
         (run.*writer.write)();
-        if (InputEnded(run)) {
-            std::printf("\n");
-            return Problem{ExitStatus::ConsoleClosed,
-                           QStringLiteral("setup canceled: end of input at a pause"),
-                           {},
-                           Changes::RunTimeFiles};
-        }
         if (Failure failure = CheckContent(run, entry)) {
             failure->status = ExitStatus::SystemCallFailed;
             failure->changes = Changes::RunTimeFiles;

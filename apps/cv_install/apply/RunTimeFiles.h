@@ -6,8 +6,8 @@
 #include "setuprun/CInstallBase.h"
 
 // Creates the install directory and the Q-Chem files in it, and the submission scripts if
-// `conditions` include them. Fails when the input of a terminal ends at a pause, or when a file is
-// truncated; the library ends the process on other failures.
+// `conditions` include them. Fails when a file is truncated; the library ends the process on other
+// failures.
 Failure WriteRunTimeFiles(CInstallBase& run, unsigned conditions);
 
 // True for a file that WriteRunTimeFiles writes and checks.

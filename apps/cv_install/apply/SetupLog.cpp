@@ -10,6 +10,7 @@
 #include <cstring>
 
 #include "Problem.h"
+#include "apply/Console.h"
 #include "installation/Installation.h"
 #include "installation/Owners.h"
 
@@ -18,7 +19,6 @@ namespace {
 int logDescriptor = -1;
 std::string logPath;
 pid_t logOwner = 0;  // the process that opened the log
-int outputError = 0;
 
 // Sets errno when it returns false.
 bool WriteAll(int descriptor, const char* text, size_t length) {
@@ -54,26 +54,9 @@ void CloseLog(int error) {
     logDescriptor = -1;
 }
 
-// The console comes first. A write error of one does not stop the other.
-ssize_t WriteToBoth(void* cookie, const char* text, size_t length) {
-    const int console = *static_cast<const int*>(cookie);
-    if (!WriteAll(console, text, length) && console == STDOUT_FILENO)
-        outputError = errno;
+void WriteToLog(const char* text, size_t length) {
     if (logDescriptor != -1 && !WriteAll(logDescriptor, text, length))
         CloseLog(errno);
-    return static_cast<ssize_t>(length);
-}
-
-// stdout and stderr are variables, which the C library lets a program set.
-void Redirect(FILE*& stream, int console, int buffering) {
-    static const int consoles[] = {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO};
-    const cookie_io_functions_t functions = {nullptr, WriteToBoth, nullptr, nullptr};
-    FILE* both = fopencookie(const_cast<int*>(&consoles[console]), "w", functions);
-    if (both == nullptr)
-        return;
-    std::fflush(stream);
-    std::setvbuf(both, nullptr, buffering, BUFSIZ);
-    stream = both;
 }
 
 // Returns why root must not write to the file; empty for a file that only root controls.
@@ -141,26 +124,16 @@ void SetupLog::Start(bool root) {
         logPath.clear();
         return;
     }
-    Redirect(stdout, STDOUT_FILENO, isatty(STDOUT_FILENO) != 0 ? _IOLBF : _IOFBF);
-    Redirect(stderr, STDERR_FILENO, _IONBF);
+    Console::CopyTo(WriteToLog);
     logOwner = getpid();
     on_exit(ShowPathAfterFailure, nullptr);
 }
 
 void SetupLog::Append(const QByteArray& text) {
     std::fflush(stdout);
-    if (logDescriptor != -1 &&
-        !WriteAll(logDescriptor, text.constData(), static_cast<size_t>(text.size())))
-        CloseLog(errno);
+    WriteToLog(text.constData(), static_cast<size_t>(text.size()));
 }
 
 const std::string& SetupLog::Path() {
     return logPath;
-}
-
-int SetupLog::OutputError() {
-    if (std::fflush(stdout) != 0)
-        return errno;
-    // An earlier error of the stream, whose number is gone.
-    return outputError == 0 && std::ferror(stdout) != 0 ? EIO : outputError;
 }

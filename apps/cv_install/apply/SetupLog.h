@@ -18,8 +18,4 @@ public:
 
     // The log's path; empty without a log.
     static const std::string& Path();
-
-    // The number of the error that kept something from being written to stdout, with or without a
-    // log; 0 when everything was written.
-    static int OutputError();
 };

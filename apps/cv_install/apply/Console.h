@@ -1,0 +1,26 @@
+// The standard streams of this process.
+#pragma once
+
+#include <QByteArray>
+#include <cstddef>
+
+// Replaces the C library's stdin, stdout and stderr.
+//
+// The library pauses after each question and each file: it prints a prompt and reads a line.
+// Nothing needs to be read there, because the output does not continue without an answer to the
+// next question. The pauses therefore end at once, without a prompt, and read nothing.
+//
+// What is printed to stderr appears after everything that was printed to stdout before.
+class Console {
+public:
+    // Called at the start of main; further calls have no effect.
+    static void Start();
+
+    // From now on, `copy` gets everything that is printed. It must not print.
+    using Copy = void (*)(const char* text, size_t length);
+    static void CopyTo(Copy copy);
+
+    // The number of the error that kept something from being written to stdout; 0 when everything
+    // was written.
+    static int OutputError();
+};
