@@ -18,6 +18,7 @@
 #include "merge/Merge.h"
 #include "merge/Services.h"
 #include "report/Agreement.h"
+#include "report/OutputFile.h"
 #include "report/Report.h"
 #include "report/ResultCheck.h"
 #include "report/Summary.h"
@@ -137,7 +138,7 @@ Failure RunWithoutStaging(Arguments& arguments, const SetupLock& lock, const QSt
 
 ExitStatus RunAsRoot(Arguments& arguments, const SetupLock& lock) {
     if (arguments.Has(OwnOption::Json) && arguments.TextOf(OwnOption::Json) == std::string("-"))
-        ReserveStandardOutputForJson();
+        ReserveStandardOutput();
     if (!arguments.Has(OwnOption::DryRun))
         SetupLog::Start(true);
     Descriptor liveTree;

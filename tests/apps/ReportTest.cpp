@@ -14,6 +14,7 @@
 #include "harness/TempDir.h"
 #include "machine/ThrowawayRoot.h"
 #include "report/Agreement.h"
+#include "report/OutputFile.h"
 
 namespace {
 
@@ -694,7 +695,7 @@ TEST(Json, ReportsFileThatCannotBeWritten) {
 TEST(Json, IsAloneOnStandardOutput) {
     const auto reserved = Output([] {
         std::printf("before\n");
-        ReserveStandardOutputForJson();
+        ReserveStandardOutput();
         std::printf("text\n");
         EXPECT_FALSE(WriteJson("-", {}));
     });

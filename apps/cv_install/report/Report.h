@@ -20,9 +20,6 @@ Failure FindPathDifferences(const StagedMachine& staged, int liveTree, uid_t rec
 // old and new value where something differs.
 void PrintReport(const StagedMachine& staged, const Differences& differences);
 
-// Reserves standard output for WriteJson("-"): from now on, all other output goes to stderr.
-void ReserveStandardOutputForJson();
-
 // Writes the changes as JSON, as the administrator's guide describes it. Call it before the merge.
-// `path` is replaced by a new file; "-" is standard output, and a device or pipe is written to.
+// See WriteOutputFile for `path`.
 Failure WriteJson(const std::string& path, const Differences& differences);
