@@ -3,6 +3,7 @@
 #include <fcntl.h>
 
 #include "answers/Conversation.h"
+#include "answers/Members.h"
 #include "answers/StartRun.h"
 #include "apply/RunTimeFiles.h"
 #include "apply/ScriptRun.h"
@@ -10,6 +11,7 @@
 #include "installation/PackedPages.h"
 #include "installation/SetupRun.h"
 #include "installation/TreeCheck.h"
+#include "merge/Accounts.h"
 #include "merge/ServiceAccount.h"
 #include "report/Plan.h"
 #include "report/ResultCheck.h"
@@ -18,15 +20,16 @@
 namespace {
 
 // Shows the plan of a setup as root and asks for confirmation, with the commit script to read.
-Failure Confirm(CInstallBase& run, unsigned conditions, CommitScript& script) {
+Failure Confirm(CInstallBase& run, unsigned conditions, const MemberChanges& members,
+                CommitScript& script) {
     if (!run.m_interactive) {
-        ShowPlan(run, conditions, {});
+        ShowPlan(run, conditions, members, {});
         return {};
     }
     if (Failure failure = WriteScript(run, script, Changes::None))
         return failure;
     const bool confirmed = AskAboutScript(script, [&] {
-        ShowPlan(run, conditions, script.path);
+        ShowPlan(run, conditions, members, script.path);
         return ConfirmPlan();
     });
     if (confirmed)
@@ -34,15 +37,29 @@ Failure Confirm(CInstallBase& run, unsigned conditions, CommitScript& script) {
     return PlanDeclined();
 }
 
+Failure ChangeMembers(const CInstallBase& run, const MemberChanges& changes) {
+    std::vector<MemberDifference> members;
+    Failure failure = FindMemberDifferences(run.m_serviceGroup.toStdString(), changes, members);
+    Undo undo;
+    if (!failure)
+        failure = ApplyMembers(members, undo);
+    undo.Forget();
+    if (failure)
+        failure->changes = Changes::Kept;
+    return failure;
+}
+
 // Everything that changes the machine. In a setup as root the tree is checked again after the
 // confirmation and before the script, because other users can change it meanwhile.
 Failure CarryOut(CInstallBase& run, unsigned conditions, const SetupLock& lock) {
     const bool root = IsRootSetup(run);
+    const MemberChanges members = FindMemberChanges(run);
+    HideMembersFromScript(run);
     CommitScript script;
     PackedPages packed;
     Failure failure;
     if (root)
-        failure = Confirm(run, conditions, script);
+        failure = Confirm(run, conditions, members, script);
     if (!failure)
         packed.Read(run, conditions);
     if (!failure && root)
@@ -61,6 +78,8 @@ Failure CarryOut(CInstallBase& run, unsigned conditions, const SetupLock& lock) 
     failure = FollowScript(script.path, lock, ScriptOutput::Shown);
     if (!failure)
         failure = CheckResult(run, conditions, keptPages, packed);
+    if (!failure && root)
+        failure = ChangeMembers(run, members);
     if (!failure && root)
         failure = RecordServiceAccount(run.m_serviceUser, run.m_serviceGroup);
     if (failure || keptPages.empty())

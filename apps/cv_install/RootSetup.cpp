@@ -5,6 +5,7 @@
 
 #include "InPlace.h"
 #include "answers/Conversation.h"
+#include "answers/Members.h"
 #include "answers/StartRun.h"
 #include "apply/RunTimeFiles.h"
 #include "apply/ScriptRun.h"
@@ -39,6 +40,9 @@ Failure Stage(Arguments& arguments, const Descriptor& liveTree, const SetupLock&
     }
     if (!failure)
         failure = PrivateMounts::CoverTemporaryFiles();
+    staged.members = FindMemberChanges(*run);
+    staged.answers = AnswersOf(*run, {});
+    HideMembersFromScript(*run);
     staged.conditions = ConditionsOf(*run, arguments);
     PackedPages packed;
     if (!failure) {
@@ -61,7 +65,6 @@ Failure Stage(Arguments& arguments, const Descriptor& liveTree, const SetupLock&
     staged.interactive = run->m_interactive;
     staged.serviceUser = run->m_serviceUser;
     staged.serviceGroup = run->m_serviceGroup;
-    staged.answers = AnswersOf(*run, {});
     staged.values = ValuesOf(*run);
     staged.missingCommands = SummaryOf(*run).missingCommands;
     for (const QString& command : staged.missingCommands)
@@ -81,7 +84,7 @@ Failure ReadLiveMachine(const StagedMachine& staged, const LiveRows& atStaging, 
     Differences& differences = live.differences;
     if (!failure) {
         live.rows = ReadLiveRows(liveTree.Number());
-        failure = FindAccountDifferences(atStaging, staged.etc.Number(), differences);
+        failure = FindAccountDifferences(atStaging, staged, differences);
     }
     std::optional<ServiceAccount> recorded;
     if (!failure)

@@ -32,16 +32,14 @@ const Comparison comparisons[] = {
     {"", "", {}, ""},
     {livePasswd, liveGroup, {}, ""},
     {livePasswd + serviceRecord,
-     liveGroup + "corvsrvc:x:991:bob,ann\n",
-     {"group corvsrvc 991", "user corvsrvc 990 991 Corvane Compute Service /var/corvane /bin/bash",
-      "bob joins corvsrvc", "ann joins corvsrvc"},
+     liveGroup + "corvsrvc:x:991:\n",
+     {"group corvsrvc 991", "user corvsrvc 990 991 Corvane Compute Service /var/corvane /bin/bash"},
      ""},
+    // The setup changes members, not the script.
     {"",
-     "root:x:0:\npeople:x:100:bob\nlab:x:200:bob\n",
-     {"bob joins people", "ann leaves lab"},
-     ""},
-    // The order of members is no difference.
-    {"", "root:x:0:\npeople:x:100:\nlab:x:200:bob,ann\n", {}, ""},
+     "root:x:0:\npeople:x:100:bob\nlab:x:200:ann,bob\n",
+     {},
+     "cannot repeat a change of group \"people\""},
     {livePasswd.substr(livePasswd.find('\n') + 1),
      "",
      {},
@@ -85,17 +83,20 @@ std::vector<std::string> LinesOf(const Differences& differences) {
     return lines;
 }
 
-Differences FindStaged(const LiveRows& atStaging, const std::string& stagedEtc,
+Differences FindStaged(const LiveRows& atStaging, const MemberChanges& members,
                        std::string& problem) {
-    const Descriptor etc(open(stagedEtc.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    StagedMachine staged;
+    staged.etc = Descriptor(open("/staged", O_PATH | O_DIRECTORY | O_CLOEXEC));
+    staged.serviceGroup = QStringLiteral("corvsrvc");
+    staged.members = members;
     Differences differences;
-    const Failure failure = FindAccountDifferences(atStaging, etc.Number(), differences);
+    const Failure failure = FindAccountDifferences(atStaging, staged, differences);
     problem = failure ? failure->text.toStdString() : "";
     return differences;
 }
 
-Differences FindStaged(const std::string& stagedEtc, std::string& problem) {
-    return FindStaged(ReadLiveRows(-1), stagedEtc, problem);
+Differences FindStaged(const MemberChanges& members, std::string& problem) {
+    return FindStaged(ReadLiveRows(-1), members, problem);
 }
 
 TEST(Accounts, DifferAsInStagedFiles) {
@@ -108,7 +109,7 @@ TEST(Accounts, DifferAsInStagedFiles) {
             Stage("/staged/passwd", comparison.passwd);
             Stage("/staged/group", comparison.group);
             std::string problem;
-            const Differences differences = FindStaged("/staged", problem);
+            const Differences differences = FindStaged({}, problem);
             EXPECT_EQ(problem, comparison.problem);
             if (problem.empty()) {
                 EXPECT_EQ(LinesOf(differences), comparison.differences);
@@ -119,7 +120,7 @@ TEST(Accounts, DifferAsInStagedFiles) {
         fs::remove("/staged/passwd");
         ASSERT_EQ(mkfifo("/staged/passwd", 0600), 0);
         std::string problem;
-        FindStaged("/staged", problem);
+        FindStaged({}, problem);
         EXPECT_EQ(problem, "cannot read \"/etc/passwd\": Invalid argument");
     });
 }
@@ -128,31 +129,31 @@ TEST(Accounts, KeepChangesOfOthersSinceStaging) {
     HX_REQUIRE_THROWAWAY_ROOT();
     HX_EXPECT_SCENARIO([] {
         hx_test::WriteFile("/etc/passwd", livePasswd);
-        hx_test::WriteFile("/etc/group", liveGroup);
+        hx_test::WriteFile("/etc/group", liveGroup + "corvsrvc:x:991:bob,zoe\n");
         const LiveRows atStaging = ReadLiveRows(-1);
         fs::create_directory("/staged");
-        Stage("/staged/group", "root:x:0:\npeople:x:100:bob,ann\nlab:x:200:\n");
-        // Meanwhile, bob joins root and people, ann leaves lab, and a user is created.
-        hx_test::WriteFile("/etc/group", "root:x:0:bob\npeople:x:100:bob\nlab:x:200:bob\n");
+        // Meanwhile, two join, one leaves, and a user is created.
+        hx_test::WriteFile("/etc/group", liveGroup + "corvsrvc:x:991:bob,eva,ann\n");
         hx_test::WriteFile("/etc/passwd", livePasswd + "carl:x:1003:100::/:\n");
+        const MemberChanges changes = {.joining = {"ann", "dora"}, .leaving = {"zoe", "bob"}};
         std::string problem;
-        EXPECT_EQ(LinesOf(FindStaged(atStaging, "/staged", problem)),
-                  (std::vector<std::string>{"ann joins people", "bob leaves lab"}));
+        EXPECT_EQ(LinesOf(FindStaged(atStaging, changes, problem)),
+                  (std::vector<std::string>{"dora joins corvsrvc", "bob leaves corvsrvc"}));
         EXPECT_EQ(problem, "");
     });
 }
 
-// A machine with a group whose members the script below changes.
+// A machine without the service account.
 void PrepareAccounts() {
     hx_test::RemoveServiceAccount();
     hx_test::AddUser("ann");
-    hx_test::AddUser("bob", "people", {"lab", "corvlab"});
-    hx_test::AddUser("zoe", "people", {"corvlab", "lab"});
-    hx_test::AddUser("eva", "people", {"corvlab"});
+    hx_test::AddUser("bob", "people", {"lab"});
+    hx_test::AddUser("zoe", "people", {"lab"});
+    hx_test::AddUser("eva");
     hx_test::Succeed({"gpasswd", "-A", "eva", "lab"});
 }
 
-// The commands of the commit script.
+// Adds members as usermod does.
 void RunScriptCommands() {
     hx_test::Succeed({"groupadd", "--system", "corvsrvc"});
     hx_test::Succeed({"useradd", "--system", "--gid", "corvsrvc", "--comment",
@@ -160,8 +161,6 @@ void RunScriptCommands() {
                       "/sbin/nologin", "corvsrvc"});
     hx_test::Succeed({"usermod", "--append", "-G", "corvsrvc", "zoe"});
     hx_test::Succeed({"usermod", "--append", "-G", "corvsrvc", "ann"});
-    // As a member of "people" only through the user's record.
-    hx_test::Succeed({"usermod", "-G", "people,lab", "bob"});
 }
 
 const std::string accountDatabases[] = {"passwd", "group", "shadow", "gshadow"};
@@ -181,11 +180,12 @@ void StageScriptCommands() {
     Copy("/former/", "/etc/");
 }
 
-Failure ApplyStaged(Undo& undo) {
+const MemberChanges joiningMembers = {.joining = {"zoe", "ann"}, .leaving = {}};
+
+Failure ApplyStaged(const MemberChanges& members, Undo& undo) {
     std::string problem;
-    const Differences differences = FindStaged("/staged", problem);
+    const Differences differences = FindStaged(members, problem);
     EXPECT_EQ(problem, "");
-    EXPECT_EQ(LinesOf(differences).size(), 6U);
     return ApplyAccounts(differences, undo);
 }
 
@@ -200,42 +200,94 @@ TEST(Accounts, BecomeThoseOfTheScript) {
         PrepareAccounts();
         StageScriptCommands();
         Undo undo;
-        const Failure failure = ApplyStaged(undo);
+        const Failure failure = ApplyStaged(joiningMembers, undo);
         EXPECT_FALSE(failure) << failure->text.toStdString();
         ExpectAccountFiles("/staged/");
         EXPECT_FALSE(fs::exists("/var/mail/corvsrvc"));
     });
 }
 
+// userdel deletes a group of the user's name. This one has an administrator.
+void AddServiceGroupWithNumberOfStaged() {
+    const std::string id =
+        hx_test::Run({"sh", "-c", "sed -n 's/^corvsrvc:x:\\(.*\\):.*/\\1/p' /staged/group"}).out;
+    hx_test::Succeed({"groupadd", "--gid", id.substr(0, id.find('\n')), "corvsrvc"});
+    hx_test::Succeed({"gpasswd", "-A", "eva", "corvsrvc"});
+}
+
 TEST(Accounts, AreRestoredByUndo) {
     HX_REQUIRE_THROWAWAY_ROOT();
-    for (const bool groupExists : {false, true}) {
-        HX_EXPECT_SCENARIO([&] {
+    const struct {
+        bool groupExists;
+        const char* members;
+        MemberChanges changes;
+    } cases[] = {
+        {false, "", joiningMembers},
+        {true, "", joiningMembers},
+        {true, "bob,zoe,eva", {.joining = {"ann"}, .leaving = {"bob", "eva"}}},
+    };
+    for (const auto& [groupExists, members, changes] : cases) {
+        HX_EXPECT_SCENARIO([&, &groupExists = groupExists, &members = members, &changes = changes] {
             PrepareAccounts();
             StageScriptCommands();
             if (groupExists) {
-                // userdel deletes a group of the user's name. This one has an administrator.
-                const std::string id =
-                    hx_test::Run(
-                        {"sh", "-c", "sed -n 's/^corvsrvc:x:\\(.*\\):.*/\\1/p' /staged/group"})
-                        .out;
-                hx_test::Succeed({"groupadd", "--gid", id.substr(0, id.find('\n')), "corvsrvc"});
-                hx_test::Succeed({"gpasswd", "-A", "eva", "corvsrvc"});
+                AddServiceGroupWithNumberOfStaged();
+                hx_test::Succeed({"gpasswd", "--members", members, "corvsrvc"});
+                fs::remove("/staged/group");
                 Copy("/etc/", "/former/");
             }
             for (const char* path : {"/var/corvane", "/var/mail"})
                 fs::create_directories(path);
             hx_test::WriteFile("/var/corvane/file", "of the home directory");
             hx_test::WriteFile("/var/mail/corvsrvc", "mail");
-            std::string problem;
-            Differences differences = FindStaged("/staged", problem);
             Undo undo;
-            const Failure failure = ApplyAccounts(differences, undo);
+            const Failure failure = ApplyStaged(changes, undo);
             EXPECT_FALSE(failure) << failure->text.toStdString();
             undo.Run();
             ExpectAccountFiles("/former/");
             EXPECT_TRUE(fs::exists("/var/corvane/file"));
             EXPECT_TRUE(fs::exists("/var/mail/corvsrvc"));
+        });
+    }
+}
+
+// Users of a second source of the name service, and users in no other group.
+void PrepareMembers() {
+    hx_test::RemoveServiceAccount();
+    hx_test::Succeed({"sed", "-i", "s/^passwd:.*/& extrausers/", "/etc/nsswitch.conf"});
+    fs::create_directories("/var/lib/extrausers");
+    hx_test::WriteFile("/var/lib/extrausers/passwd",
+                       "remote:x:70001:70000::/:/bin/sh\nother@lab:x:70002:70000::/:/bin/sh\n");
+    hx_test::MakeServiceGroup({"ann", "bob"});
+    hx_test::Succeed({"useradd", "-M", "-g", "corvsrvc", "-G", "corvsrvc", "only"});
+    hx_test::AddUser("cat", "people", {"lab"});
+    hx_test::Succeed({"gpasswd", "--add", "remote", "corvsrvc"});
+}
+
+TEST(Accounts, HaveMembersExactlyAsAnswered) {
+    HX_REQUIRE_THROWAWAY_ROOT();
+    const struct {
+        MemberChanges changes;
+        std::string members;
+    } cases[] = {
+        {{.joining = {"cat", "other@lab"}, .leaving = {}}, "ann,bob,only,remote,cat,other@lab"},
+        {{.joining = {}, .leaving = {"ann", "bob", "only", "remote"}}, ""},
+        {{.joining = {"cat"}, .leaving = {"bob", "remote"}}, "ann,only,cat"},
+        // Others may have made a change already.
+        {{.joining = {"ann"}, .leaving = {"cat"}}, "ann,bob,only,remote"},
+    };
+    for (const auto& [changes, members] : cases) {
+        HX_EXPECT_SCENARIO([&, &changes = changes, &members = members] {
+            PrepareMembers();
+            const std::string others = hx_test::Run({"grep", "-v", "^corvsrvc:", "/etc/group"}).out;
+            std::vector<MemberDifference> differences;
+            Failure failure = FindMemberDifferences("corvsrvc", changes, differences);
+            Undo undo;
+            if (!failure)
+                failure = ApplyMembers(differences, undo);
+            EXPECT_FALSE(failure) << failure->text.toStdString();
+            EXPECT_EQ(hx_test::Members(), members);
+            EXPECT_EQ(hx_test::Run({"grep", "-v", "^corvsrvc:", "/etc/group"}).out, others);
         });
     }
 }
@@ -256,10 +308,6 @@ TEST(Accounts, AreNotChangedAfterCollision) {
         {{"sh", "-c",
           "useradd --uid $(sed -n 's/^corvsrvc:x:\\([0-9]*\\):.*/\\1/p' /staged/passwd) other"},
          "cannot create user \"corvsrvc\" with ID "},
-        {{"gpasswd", "--delete", "bob", "corvlab"},
-         "cannot remove user \"bob\" from group \"corvlab\": another process changed this group"},
-        {{"gpasswd", "--add", "bob", "people"},
-         "cannot add user \"bob\" to group \"people\": another process changed this group"},
         {{"userdel", "zoe"}, "cannot add user \"zoe\" to group \"corvsrvc\": "},
     };
     for (const Collision& collision : collisions) {
@@ -267,7 +315,7 @@ TEST(Accounts, AreNotChangedAfterCollision) {
             PrepareAccounts();
             StageScriptCommands();
             std::string problem;
-            const Differences differences = FindStaged("/staged", problem);
+            const Differences differences = FindStaged(joiningMembers, problem);
             hx_test::Succeed(collision.command);
             Copy("/etc/", "/former/");
             Undo undo;
@@ -279,6 +327,25 @@ TEST(Accounts, AreNotChangedAfterCollision) {
             ExpectAccountFiles("/former/");
         });
     }
+}
+
+TEST(Accounts, KeepMembersThatOthersChanged) {
+    HX_REQUIRE_THROWAWAY_ROOT();
+    HX_EXPECT_SCENARIO([] {
+        hx_test::RemoveServiceAccount();
+        hx_test::MakeServiceGroup({"ann"});
+        for (const MemberDifference& member :
+             {MemberDifference{Change::Create, "ann", "corvsrvc"},
+              MemberDifference{Change::Delete, "bob", "corvsrvc"}}) {
+            Undo undo;
+            const Failure failure = ApplyMembers({member}, undo);
+            ASSERT_TRUE(failure);
+            EXPECT_TRUE(
+                failure->text.endsWith(QStringLiteral("another process changed this group")))
+                << failure->text.toStdString();
+        }
+        EXPECT_EQ(hx_test::Members(), "ann");
+    });
 }
 
 TEST(Accounts, ReportMessagesOfTools) {

@@ -248,6 +248,36 @@ TEST(RootSetup, ShowsPlanOfUpgradeInPlace) {
     });
 }
 
+// The group is not the default one.
+TEST(RootSetup, HasMembersExactlyAsAnswered) {
+    HX_REQUIRE_THROWAWAY_ROOT();
+    HX_EXPECT_SCENARIO([] {
+        LayOutRootSetup();
+        Shell(
+            "sed -i 's/^passwd:.*/& extrausers/' /etc/nsswitch.conf; mkdir -p /var/lib/extrausers;"
+            "echo remote:x:70001:70000::/:/bin/sh > /var/lib/extrausers/passwd;"
+            "useradd ann; groupadd --system lab; useradd --gid lab --groups lab only;"
+            "gpasswd --members ann,only,remote lab");
+        const struct {
+            const char* answer;
+            RootMode mode;
+            const char* shown;
+            const char* members;
+        } cases[] = {
+            {"remote", RootMode::Staged, "[ann,only,remote]: ", "remote"},
+            {"none", RootMode::Staged, "remove from lab: remote\n", ""},
+            {"ann,remote", RootMode::InPlace, "added: ann remote\n", "ann,remote"},
+        };
+        for (const auto& [answer, mode, shown, members] : cases) {
+            const auto result = RunRootSetup({"-g", "lab"}, limitAnswers + answer + "\ny\n", mode);
+            EXPECT_EQ(result.status, 0) << result.out << result.err;
+            ExpectHolds(result.out, shown);
+            EXPECT_EQ(Shell("getent group lab | cut -d: -f4"), members);
+        }
+        EXPECT_EQ(Shell("id -Gn ann"), "ann lab");
+    });
+}
+
 TEST(RootSetup, AsksNothingOnComputeNodeAndRefusesUserThere) {
     HX_REQUIRE_THROWAWAY_ROOT();
     HX_EXPECT_SCENARIO([] {

@@ -28,9 +28,6 @@ struct FailingTool {
 const FailingTool failingTools[] = {
     {"/usr/sbin/groupadd", "*", internalQueue, Before::Nothing},
     {"/usr/sbin/useradd", "*", internalQueue, Before::Nothing},
-    {"/usr/sbin/usermod", "*ann", withMembers, Before::Nothing},
-    {"/usr/sbin/usermod", "*bob", withMembers, Before::EarlierVersion},
-    {"/usr/sbin/usermod", "-G*ann", withOtherMembers, Before::OtherAnswers},
     {"/usr/bin/mkdir", "*/corvanerc", internalQueue, Before::Nothing},
     {"/usr/bin/mkdir", "*/corvanerc/corvane26", internalQueue, Before::Nothing},
     {"/usr/bin/mkdir", "*/corvane26server", internalQueue, Before::EarlierVersion},

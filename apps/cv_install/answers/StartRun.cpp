@@ -1,5 +1,6 @@
 #include "answers/StartRun.h"
 
+#include "answers/Members.h"
 #include "installation/Installation.h"
 #include "installation/SetupRun.h"
 #include "setuprun/Schedulers.h"
@@ -37,6 +38,7 @@ std::unique_ptr<CInstallBase> StartRun(Arguments& arguments) {
         run->m_coreCount = 1;
     if (arguments.Has(OwnOption::Yes))
         AnswerWithDefaults(*run);
+    FindPresentMembers(*run);
     return run;
 }
 

@@ -45,7 +45,7 @@ constexpr OptionUsage options[] = {
      "also write the scripts that submit jobs through Samba and SSH",
      "Existing scripts are overwritten, including edits.", OwnOption::SubmissionScripts},
     {"-g, --service-group", OptionValue::Text, "GROUP", "group of the compute service",
-     "The default is corvsrvc. The members that the question offers are always those of corvsrvc."},
+     "The default is corvsrvc."},
     {"-u, --service-user", OptionValue::Text, "USER", "user of the compute service",
      "The default is corvsrvc."},
     {"--wait", OptionValue::Number, "SECONDS", "wait for another setup to end",

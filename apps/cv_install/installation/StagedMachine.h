@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "answers/Answers.h"
+#include "installation/MemberChanges.h"
 #include "installation/State.h"
 
 // The directories are below one tmpfs that no other process can reach.
@@ -23,6 +24,7 @@ struct StagedMachine {
     QString installDir;       // absolute
     QString serviceUser;
     QString serviceGroup;
+    MemberChanges members;         // of the service group
     bool isManagerRunning = true;  // the service manager of the machine, before the setup
     QStringList activeServices;    // names of the services that were active before the setup
     Answers answers;               // that the setup uses

@@ -133,22 +133,6 @@ bool Contains(const Words& words, const std::string& word) {
     return std::find(words.begin(), words.end(), word) != words.end();
 }
 
-// `former` and `live` are empty for a group that did not or does not exist.
-void AddMemberDifferences(const Words& former, const Words& staged, const Words& live,
-                          Differences& differences) {
-    const Words before = MembersOf(former);
-    const Words after = MembersOf(staged);
-    const Words now = MembersOf(live);
-    for (const std::string& member : after) {
-        if (!Contains(before, member) && !Contains(now, member))
-            differences.members.push_back({Change::Create, member, staged[0]});
-    }
-    for (const std::string& member : before) {
-        if (!Contains(after, member) && Contains(now, member))
-            differences.members.push_back({Change::Delete, member, staged[0]});
-    }
-}
-
 using RecordsByName = std::map<std::string, const Words*>;
 
 RecordsByName ByName(const Records& records) {
@@ -163,26 +147,14 @@ Words RecordOf(const RecordsByName& records, const std::string& name) {
     return found == records.end() ? Words() : *found->second;
 }
 
-// True if the records differ at most in the members of a group.
-bool IsSameAccount(const Database& database, const Words& live, const Words& staged) {
-    if (&database == &users || live.size() != groupFields || staged.size() != groupFields)
-        return live == staged;
-    return std::equal(live.begin(), live.begin() + groupMembers, staged.begin());
-}
-
 Failure Compare(const Database& database, const LiveRows& atStaging, int stagedEtc,
                 Differences& differences) {
     const bool areGroups = &database == &groups;
     const Records former = RecordsOf(database, atStaging);
-    Records live;
     Records staged;
-    Failure failure = LoadLive(database, live);
-    if (!failure)
-        failure = LoadStaged(database, stagedEtc, former, staged);
-    if (failure)
+    if (Failure failure = LoadStaged(database, stagedEtc, former, staged))
         return failure;
     const RecordsByName known = ByName(former);
-    const RecordsByName present = ByName(live);
     RecordsByName missing = known;
     for (const Words& record : staged) {
         missing.erase(record[0]);
@@ -193,15 +165,32 @@ Failure Compare(const Database& database, const LiveRows& atStaging, int stagedE
             if (!(areGroups ? ParseGroup(record, account) : ParseUser(record, account)))
                 return UnknownChange(database, record[0]);
             differences.accounts.push_back(account);
-        } else if (!IsSameAccount(database, before, record)) {
+        } else if (before != record) {
             return UnknownChange(database, record[0]);
         }
-        if (areGroups)
-            AddMemberDifferences(before, record, RecordOf(present, record[0]), differences);
     }
     if (!missing.empty())
         return UnknownChange(database, missing.begin()->first);
     return {};
+}
+
+// Fails only if the file is unreadable. Without the group, `found` stays as it is.
+Failure FindLocalMembers(const std::string& group, Words& found) {
+    Records live;
+    Failure failure = LoadLive(groups, live);
+    for (const Words& record : live) {
+        if (record[0] == group)
+            found = MembersOf(record);
+    }
+    return failure;
+}
+
+// The members that /etc/group lists; empty if it cannot be read.
+std::optional<Words> ListedMembers(const std::string& group) {
+    Words members;
+    if (FindLocalMembers(group, members))
+        return {};
+    return members;
 }
 
 QString Text(const std::string& text) {
@@ -265,18 +254,6 @@ Failure CreateUser(const AccountDifference& user, bool keepsGroup, Undo& undo) {
     return {};
 }
 
-// The members that /etc/group lists; empty if it has no such group.
-std::optional<Words> ListedMembers(const std::string& group) {
-    Records live;
-    if (LoadLive(groups, live))
-        return {};
-    for (const Words& record : live) {
-        if (record[0] == group)
-            return MembersOf(record);
-    }
-    return {};
-}
-
 Words MemberCommand(Change change, const MemberDifference& member) {
     return {"gpasswd", change == Change::Create ? "--add" : "--delete", member.user, member.group};
 }
@@ -310,11 +287,40 @@ Failure ChangeMember(const MemberDifference& member, Undo& undo) {
 
 }  // namespace
 
-Failure FindAccountDifferences(const LiveRows& atStaging, int stagedEtc, Differences& differences) {
-    Failure failure = Compare(groups, atStaging, stagedEtc, differences);
+Failure FindMemberDifferences(const std::string& group, const MemberChanges& changes,
+                              std::vector<MemberDifference>& members) {
+    Words present;
+    if (Failure failure = FindLocalMembers(group, present))
+        return failure;
+    for (const QString& name : changes.joining) {
+        if (!Contains(present, name.toStdString()))
+            members.push_back({Change::Create, name.toStdString(), group});
+    }
+    for (const QString& name : changes.leaving) {
+        if (Contains(present, name.toStdString()))
+            members.push_back({Change::Delete, name.toStdString(), group});
+    }
+    return {};
+}
+
+Failure FindAccountDifferences(const LiveRows& atStaging, const StagedMachine& staged,
+                               Differences& differences) {
+    const int etc = staged.etc.Number();
+    Failure failure = Compare(groups, atStaging, etc, differences);
     if (!failure)
-        failure = Compare(users, atStaging, stagedEtc, differences);
+        failure = Compare(users, atStaging, etc, differences);
+    if (!failure)
+        failure = FindMemberDifferences(staged.serviceGroup.toStdString(), staged.members,
+                                        differences.members);
     return failure;
+}
+
+Failure ApplyMembers(const std::vector<MemberDifference>& members, Undo& undo) {
+    for (const MemberDifference& member : members) {
+        if (Failure failure = ChangeMember(member, undo))
+            return failure;
+    }
+    return {};
 }
 
 Failure ApplyAccounts(const Differences& differences, Undo& undo) {
@@ -330,10 +336,5 @@ Failure ApplyAccounts(const Differences& differences, Undo& undo) {
         if (failure)
             return failure;
     }
-    for (const MemberDifference& member : differences.members) {
-        failure = ChangeMember(member, undo);
-        if (failure)
-            return failure;
-    }
-    return {};
+    return ApplyMembers(differences.members, undo);
 }

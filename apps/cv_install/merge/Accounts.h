@@ -1,16 +1,26 @@
-// The accounts that the commit script created or changed in staging, repeated on the live machine.
+// The accounts that the commit script created in staging, repeated on the live machine, and the
+// members of the service group.
 #pragma once
 
 #include "Problem.h"
 #include "installation/Difference.h"
 #include "installation/LiveRows.h"
+#include "installation/StagedMachine.h"
 #include "merge/Undo.h"
 
-// Compares passwd and group in `stagedEtc`, the upper layer of /etc, with the records at the start
-// of staging, so that later changes of others stay. Adds to `accounts` and `members`, without
-// members that the live machine has or lacks already.
-Failure FindAccountDifferences(const LiveRows& atStaging, int stagedEtc, Differences& differences);
+// Compares passwd and group in `staged.etc`, the upper layer of /etc, with the records at the start
+// of staging, so that later changes of others stay. Adds to `accounts`, and to `members` those of
+// `staged` except whom the live machine's /etc/group has or lacks already.
+Failure FindAccountDifferences(const LiveRows& atStaging, const StagedMachine& staged,
+                               Differences& differences);
 
 // Creates the accounts with the same numbers and changes the members, by groupadd, useradd and
 // gpasswd.
 Failure ApplyAccounts(const Differences& differences, Undo& undo);
+
+// Changes the members of a group by gpasswd, which keeps the other groups of each user.
+Failure ApplyMembers(const std::vector<MemberDifference>& members, Undo& undo);
+
+// The changes of members that /etc/group has not.
+Failure FindMemberDifferences(const std::string& group, const MemberChanges& changes,
+                              std::vector<MemberDifference>& members);

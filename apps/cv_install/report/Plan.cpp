@@ -36,11 +36,9 @@ void ShowUser(const CInstallBase& run) {
         Row("User", run.m_serviceUser, QStringLiteral("create without a login shell"));
 }
 
-void ShowMembers(CInstallBase& run) {
-    const QString joining = run.AddServiceGroupUsers();
-    const QString leaving = run.RemoveServiceGroupUsers();
-    Row("Members", "added", joining.isEmpty() ? "none" : joining);
-    Row("Members", "removed", leaving.isEmpty() ? "none" : leaving);
+void ShowMembers(const char* outcome, const QStringList& names) {
+    Row("Members", QLatin1String(outcome),
+        names.isEmpty() ? QStringLiteral("none") : names.join(u' '));
 }
 
 bool Exists(const QString& path) {
@@ -87,14 +85,16 @@ void ShowService(unsigned conditions) {
 
 }  // namespace
 
-void ShowPlan(CInstallBase& run, unsigned conditions, const QString& scriptPath) {
+void ShowPlan(const CInstallBase& run, unsigned conditions, const MemberChanges& members,
+              const QString& scriptPath) {
     // Shows those that exist.
     conditions |= WithEarlierServices;
     CInstallBase::InstallSeparator();
     std::printf("\nThe setup will make these changes:\n\n");
     ShowGroup(run);
     ShowUser(run);
-    ShowMembers(run);
+    ShowMembers("added", members.joining);
+    ShowMembers("removed", members.leaving);
     for (const Entry& entry : Entries()) {
         if (Applies(entry, conditions))
             ShowEntry(run, entry);

@@ -2,11 +2,13 @@
 #pragma once
 
 #include "Problem.h"
+#include "installation/MemberChanges.h"
 #include "setuprun/CInstallBase.h"
 
 // Prints the plan: account, members, directories, links and services, and the path of the commit
 // script if there is one to read.
-void ShowPlan(CInstallBase& run, unsigned conditions, const QString& scriptPath);
+void ShowPlan(const CInstallBase& run, unsigned conditions, const MemberChanges& members,
+              const QString& scriptPath);
 
 // Asks whether to continue. Only an answer that begins with "y" is a yes.
 bool ConfirmPlan();

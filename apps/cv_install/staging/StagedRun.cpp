@@ -32,8 +32,8 @@ QByteArray Encode(const QString& impossible, const StagedMachine& staged) {
     QByteArray message;
     QDataStream stream(&message, QIODevice::WriteOnly);
     stream << impossible << staged.interactive << staged.conditions << staged.installDir
-           << staged.serviceUser << staged.serviceGroup << staged.isManagerRunning
-           << staged.activeServices
+           << staged.serviceUser << staged.serviceGroup << staged.members.joining
+           << staged.members.leaving << staged.isManagerRunning << staged.activeServices
            << QList<std::pair<QString, QString>>(staged.values.begin(), staged.values.end())
            << staged.missingCommands << staged.answers;
     return message;
@@ -43,8 +43,9 @@ void Decode(const QByteArray& message, QString& impossible, StagedMachine& stage
     QDataStream stream(message);
     QList<std::pair<QString, QString>> values;
     stream >> impossible >> staged.interactive >> staged.conditions >> staged.installDir >>
-        staged.serviceUser >> staged.serviceGroup >> staged.isManagerRunning >>
-        staged.activeServices >> values >> staged.missingCommands >> staged.answers;
+        staged.serviceUser >> staged.serviceGroup >> staged.members.joining >>
+        staged.members.leaving >> staged.isManagerRunning >> staged.activeServices >> values >>
+        staged.missingCommands >> staged.answers;
     staged.values.assign(values.begin(), values.end());
 }
 
