@@ -1,7 +1,8 @@
 # The Debian packages that the project needs, and how they are installed. Sourced by other scripts.
 # shellcheck shell=bash
 
-build_packages=(cmake g++ libarchive-dev libtomlplusplus-dev ninja-build qt6-base-dev)
+build_packages=(cmake g++ libarchive-dev libtomlplusplus-dev ninja-build nlohmann-json3-dev
+    qt6-base-dev)
 packaging_packages=(dpkg-dev file)
 # Servers for the tests of downloads. tinyproxy-bin is the program without a service.
 server_packages=(curl nginx openssl tinyproxy-bin)
@@ -9,7 +10,8 @@ server_packages=(curl nginx openssl tinyproxy-bin)
 cluster_packages=(iproute2 munge slurm-client slurm-wlm-torque slurmctld slurmd)
 # llvm brings the symbolizer, whose function names the leak suppressions match.
 test_packages=(clang clang-format clang-tidy cppcheck gdb git libclang-rt-dev libgmp-dev
-    libgtest-dev libnss-extrausers libxml2-utils lld llvm make mandoc pkg-config python3-minimal shellcheck strace
+    libgtest-dev libnss-extrausers libxml2-utils lld llvm make mandoc pkg-config python3-jsonschema
+    python3-minimal shellcheck strace
     systemd-container valgrind "${packaging_packages[@]}" "${cluster_packages[@]}" "${server_packages[@]}")
 bench_packages=(libgmp-dev libssl-dev python3-minimal "${server_packages[@]}")
 export build_packages packaging_packages test_packages bench_packages

@@ -13,6 +13,7 @@
 #include "installation/TreeCheck.h"
 #include "merge/Accounts.h"
 #include "merge/ServiceAccount.h"
+#include "report/JsonReport.h"
 #include "report/Plan.h"
 #include "report/ResultCheck.h"
 #include "report/Summary.h"
@@ -101,6 +102,7 @@ Failure RunInPlace(Arguments& arguments, const SetupLock& lock) {
     // That of root was started before.
     if (!IsRootSetup(*run))
         SetupLog::Start(false);
+    JsonReport::NoteLog(SetupLog::Path());
     Failure failure = FindObstacle(*run);
     if (!failure)
         failure = AskQuestions(*run);

@@ -4,6 +4,13 @@
 
 namespace {
 
+ProblemObserver observer = nullptr;
+
+void Observe(const Problem& problem, bool isWarning) {
+    if (observer != nullptr)
+        observer(problem, isWarning);
+}
+
 const char* Describe(Changes changes) {
     switch (changes) {
         case Changes::None:
@@ -44,11 +51,17 @@ QString Printable(QString text) {
     return text;
 }
 
+void ObserveProblems(ProblemObserver observe) {
+    observer = observe;
+}
+
 void Report(const Problem& problem) {
+    Observe(problem, false);
     Print(TextOf("cv_install: ", problem) + Indented(QString::fromUtf8(Describe(problem.changes))));
 }
 
 void ReportWarning(const Problem& problem) {
+    Observe(problem, true);
     Print(WarningText(problem));
 }
 

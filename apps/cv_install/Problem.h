@@ -41,5 +41,9 @@ void Report(const Problem& problem);
 // Prints a problem that does not end the setup, as a warning.
 void ReportWarning(const Problem& problem);
 
+// From now on, `observe` gets every problem that is printed.
+using ProblemObserver = void (*)(const Problem& problem, bool isWarning);
+void ObserveProblems(ProblemObserver observe);
+
 // What ReportWarning prints, for code that cannot use stderr.
 QByteArray WarningText(const Problem& problem);

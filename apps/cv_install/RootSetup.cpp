@@ -19,7 +19,7 @@
 #include "merge/Merge.h"
 #include "merge/Services.h"
 #include "report/Agreement.h"
-#include "report/OutputFile.h"
+#include "report/JsonReport.h"
 #include "report/Report.h"
 #include "report/ResultCheck.h"
 #include "report/Summary.h"
@@ -107,8 +107,8 @@ Failure Complete(const Arguments& arguments, const SetupLock& lock, const Staged
     Differences differences;
     Failure failure = isDryRun ? ShowDifferences(staged, read, differences)
                                : Agree(staged, atStaging, read, differences);
-    if (!failure && arguments.Has(OwnOption::Json))
-        failure = WriteJson(arguments.TextOf(OwnOption::Json), differences);
+    if (!failure)
+        JsonReport::NoteChanges(differences);
     if (failure || isDryRun)
         return failure;
     lock.NoteMerge(true);
@@ -120,13 +120,11 @@ Failure Complete(const Arguments& arguments, const SetupLock& lock, const Staged
 }
 
 Failure RunWithoutStaging(Arguments& arguments, const SetupLock& lock, const QString& reason) {
-    for (const OwnOption option : {OwnOption::DryRun, OwnOption::Json}) {
-        if (!arguments.Has(option))
-            continue;
-        return Problem{ExitStatus::Refused,
+    if (arguments.Has(OwnOption::DryRun)) {
+        return Problem{ExitStatus::NoDryRun,
                        QStringLiteral("cannot find out what a setup would change: %1").arg(reason),
-                       QStringLiteral("That needs private mounts. Run the setup without --dry-run "
-                                      "and --json, or outside of the container or chroot.")};
+                       QStringLiteral("That needs private mounts. Run the setup without --dry-run, "
+                                      "or outside of the container or chroot.")};
     }
     ReportWarning({ExitStatus::Complete,
                    QStringLiteral("cannot prepare the setup in private: %1").arg(reason),
@@ -140,10 +138,9 @@ Failure RunWithoutStaging(Arguments& arguments, const SetupLock& lock, const QSt
 }  // namespace
 
 ExitStatus RunAsRoot(Arguments& arguments, const SetupLock& lock) {
-    if (arguments.Has(OwnOption::Json) && arguments.TextOf(OwnOption::Json) == std::string("-"))
-        ReserveStandardOutput();
     if (!arguments.Has(OwnOption::DryRun))
         SetupLog::Start(true);
+    JsonReport::NoteLog(SetupLog::Path());
     Descriptor liveTree;
     LiveRows atStaging;
     Failure failure;

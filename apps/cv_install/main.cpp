@@ -12,6 +12,7 @@
 #include "apply/ProcessState.h"
 #include "installation/SetupLock.h"
 #include "installation/TreeCheck.h"
+#include "report/JsonReport.h"
 
 namespace {
 
@@ -22,6 +23,7 @@ ExitStatus RunSetup(Arguments& arguments) {
     SetupLock lock;
     Failure failure = FindInstallDirectory(arguments.argv()[0], installDir);
     if (!failure) {
+        JsonReport::NoteInstallDirectory(installDir);
         failure = lock.Take(installDir, std::chrono::seconds(arguments.NumberOf(OwnOption::Wait)),
                             arguments.Has(OwnOption::DryRun) ? SetupLock::Purpose::DryRun
                                                              : SetupLock::Purpose::Setup);
@@ -42,6 +44,7 @@ ExitStatus RunSetup(Arguments& arguments) {
 
 int main(int argc, char** argv) {
     PrepareProcess();
+    JsonReport::Start(JsonReport::RequestIn(argc, argv));
     Console::Start();
     Arguments arguments(argc, argv);
     ExitStatus status = ExitStatus::Complete;

@@ -1,11 +1,9 @@
-// What a setup changes: the comparison of staged and live machine, the report, and the JSON.
+// What a setup changes: the comparison of staged and live machine, and the report.
 #include "report/Report.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 
-#include <csignal>
 #include <sstream>
 
 #include "apps/RootSetup.h"
@@ -14,7 +12,6 @@
 #include "harness/TempDir.h"
 #include "machine/ThrowawayRoot.h"
 #include "report/Agreement.h"
-#include "report/OutputFile.h"
 
 namespace {
 
@@ -576,142 +573,6 @@ TEST(Agreement, IsAskedForOnceMoreAfterChanges) {
 
 TEST(Report, SaysThatNothingChanges) {
     EXPECT_EQ(Output([] { PrintReport(StagedMachine(), {}); }).out, "No changes.\n");
-}
-
-// Parses both texts with another implementation.
-void ExpectSameJson(const std::string& text, const std::string& expected) {
-    const TempDir files;
-    hx_test::WriteFile(files / "text", text);
-    hx_test::WriteFile(files / "expected", expected);
-    const auto result =
-        hx_test::Run({"/usr/bin/python3", "-c",
-                      "import json, sys\n"
-                      "text, expected = (json.load(open(p)) for p in sys.argv[1:])\n"
-                      "sys.exit(text != expected)",
-                      files / "text", files / "expected"});
-    EXPECT_EQ(result.status, 0) << result.err << text;
-}
-
-TEST(Json, DescribesEachKindOfChange) {
-    const std::string digest(64, 'a');
-    Differences differences;
-    differences.accounts = {Group(), User()};
-    differences.members = {{Change::Create, "anna", "corvsrvc"},
-                           {Change::Delete, "bo", "corvsrvc"}};
-    differences.paths = {
-        {Change::Create, "/T", {}, StateOf(State::Kind::Directory, 02775, createdAccount), nullptr},
-        {Change::Modify, "/T/a", StateOf(State::Kind::File, 0600, 0, digest),
-         StateOf(State::Kind::File, 0644, 4999, digest), nullptr},
-        {Change::Modify, "/T/\x1b\"", StateOf(State::Kind::Special, 0666, 0),
-         StateOf(State::Kind::Link, 0, 0, "/a"), nullptr},
-        {Change::Delete, "/b", StateOf(State::Kind::File, 0, 0), {}, nullptr}};
-    differences.services = {{Change::Create, "s", "", "active"},
-                            {Change::Modify, "s", "active", "active"}};
-    const TempDir files;
-    EXPECT_FALSE(WriteJson(files / "json", differences));
-    const std::string text = hx_test::ReadFile(files / "json");
-    ExpectSameJson(text, R"({"changes": [
-      {"name": "corvsrvc", "kind": "group", "change": "create", "before": null, "after": {"gid": 4001}},
-      {"name": "corvsrvc", "kind": "user", "change": "create", "before": null,
-       "after": {"uid": 4001, "gid": 4001, "comment": "Corvane Compute Service",
-                 "home": "/nonexistent", "shell": "/usr/sbin/nologin"}},
-      {"name": "anna", "kind": "member", "change": "create", "before": null,
-       "after": {"user": "anna", "group": "corvsrvc"}},
-      {"name": "bo", "kind": "member", "change": "delete",
-       "before": {"user": "bo", "group": "corvsrvc"}, "after": null},
-      {"path": "/T", "kind": "directory", "change": "create", "before": null,
-       "after": {"mode": "2775", "owner": "corvsrvc", "group": "corvsrvc", "uid": 4001, "gid": 4001}},
-      {"path": "/T/a", "kind": "file", "change": "modify",
-       "before": {"mode": "0600", "owner": "root", "group": "root", "uid": 0, "gid": 0},
-       "after": {"mode": "0644", "owner": "4999", "group": "4999", "uid": 4999, "gid": 4999,
-                 "sha256": ")" +
-                             digest + R"("}},
-      {"path": "/T/\u001b\"", "kind": "link", "change": "modify",
-       "before": {"kind": "special", "mode": "0666", "owner": "root", "group": "root",
-                  "uid": 0, "gid": 0},
-       "after": {"target": "/a", "owner": "root", "group": "root", "uid": 0, "gid": 0}},
-      {"path": "/b", "kind": "file", "change": "delete",
-       "before": {"mode": "0000", "owner": "root", "group": "root", "uid": 0, "gid": 0},
-       "after": null},
-      {"name": "s", "kind": "service", "change": "create", "before": null,
-       "after": {"state": "active"}},
-      {"name": "s", "kind": "service", "change": "modify", "before": {"state": "active"},
-       "after": {"state": "active"}}]})");
-    EXPECT_FALSE(WriteJson(files / "again", differences));
-    EXPECT_EQ(hx_test::ReadFile(files / "again"), text);
-}
-
-const std::string noChanges = "{\n    \"changes\": [\n    ]\n}\n";
-
-TEST(Json, ReplacesFile) {
-    const TempDir files;
-    hx_test::WriteFile(files / "json", "old");
-    std::filesystem::create_hard_link(files / "json", files / "other");
-    EXPECT_FALSE(WriteJson(files / "json", {}));
-    EXPECT_EQ(hx_test::ReadFile(files / "json"), noChanges);
-    EXPECT_EQ(hx_test::ReadFile(files / "other"), "old");
-    const auto inDirectory = Output([&] {
-        EXPECT_EQ(chdir(files.path().c_str()), 0);
-        EXPECT_FALSE(WriteJson("name", {}));
-    });
-    EXPECT_EQ(inDirectory.status, 0) << inDirectory.out;
-    EXPECT_EQ(hx_test::ReadFile(files / "name"), noChanges);
-    EXPECT_EQ(hx_test::Run({"ls", "-A", files.path()}).out, "json\nname\nother\n");
-}
-
-TEST(Json, ReportsFileThatCannotBeWritten) {
-    const TempDir files;
-    std::filesystem::create_symlink("target", files / "link");
-    hx_test::WriteFile(files / "target", "old");
-    std::filesystem::create_directory(files / "directory");
-    hx_test::Run({"mkfifo", files / "fifo"});
-    const struct {
-        std::string path;
-        const char* reason;
-    } cases[] = {{files / "link", "not a regular file"},
-                 {files / "directory", "not a regular file"},
-                 {files / "fifo", "No such device or address"},
-                 {files / "none/json", "No such file or directory"},
-                 {"/dev/full", "No space left on device"}};
-    for (const auto& [path, reason] : cases) {
-        const Failure failure = WriteJson(path, {});
-        ASSERT_TRUE(failure) << path;
-        EXPECT_EQ(failure->status, ExitStatus::SystemCallFailed);
-        EXPECT_EQ(failure->text.toStdString(), "cannot write \"" + path + "\": " + reason);
-        EXPECT_EQ(failure->remedy,
-                  "Use another file, or - for standard output, then run the setup again.");
-    }
-    const auto limited = Output([&] {
-        std::signal(SIGXFSZ, SIG_IGN);
-        const rlimit none = {};
-        setrlimit(RLIMIT_FSIZE, &none);
-        _exit(WriteJson(files / "json", {}) ? 0 : 1);
-    });
-    EXPECT_EQ(limited.status, 0);
-    EXPECT_EQ(hx_test::ReadFile(files / "target"), "old");
-    EXPECT_EQ(hx_test::Run({"ls", "-A", files.path()}).out, "directory\nfifo\nlink\ntarget\n");
-}
-
-TEST(Json, IsAloneOnStandardOutput) {
-    const auto reserved = Output([] {
-        std::printf("before\n");
-        ReserveStandardOutput();
-        std::printf("text\n");
-        EXPECT_FALSE(WriteJson("-", {}));
-    });
-    EXPECT_EQ(reserved.out, "before\n" + noChanges);
-    EXPECT_EQ(reserved.err, "text\n");
-}
-
-TEST(Json, IsWrittenToPipe) {
-    std::array<int, 2> ends = {};
-    ASSERT_EQ(pipe2(ends.data(), O_CLOEXEC), 0);
-    const Descriptor reader(ends[0]);
-    const Descriptor writer(ends[1]);
-    EXPECT_FALSE(WriteJson("/dev/fd/" + std::to_string(writer.Number()), {}));
-    std::string text(noChanges.size() + 1, '\0');
-    text.resize(static_cast<size_t>(read(reader.Number(), text.data(), text.size())));
-    EXPECT_EQ(text, noChanges);
 }
 
 }  // namespace

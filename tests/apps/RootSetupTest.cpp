@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <filesystem>
 
+#include "apps/JsonSchema.h"
 #include "apps/Leaks.h"
 #include "apps/RootSetup.h"
 #include "apps/UserSetup.h"
@@ -157,13 +158,14 @@ TEST(RootSetup, ShowsScriptWhileItAsksInPlace) {
         const auto result = hx_test::Run(
             {"bash", "-c",
              "mkfifo /srv/in; " + withoutMounts +
-                 "/opt/corvane26/cv_install --setup < /srv/in > /srv/out & exec 3> /srv/in; "
-                 "printf '2\\n600\\n/tmp\\n3\\n1\\n\\n' >&3; "
+                 "/opt/corvane26/cv_install --setup --json /srv/report < /srv/in > /srv/out & "
+                 "exec 3> /srv/in; printf '2\\n600\\n/tmp\\n3\\n1\\n\\n' >&3; "
                  "until grep -qs 'Continue' /var/log/corvane26_setup.log; do sleep 0.05; done; "
                  "ls /tmp/corvane26_commit_*; kill -TERM $!; wait $!; echo $?"},
             {.env = {{"LSAN_OPTIONS", "detect_leaks=0"}}});
         EXPECT_TRUE(result.out.starts_with("/tmp/corvane26_commit_")) << result.out << result.err;
         EXPECT_TRUE(result.out.ends_with("\n143\n")) << result.out;
+        ExpectReport(hx_test::ReadFile("/srv/report"), R"({"status": 143})");
         EXPECT_EQ(Shell(state), before);
     });
 }
@@ -173,8 +175,11 @@ TEST(RootSetup, AsksAgainAfterChangesSinceStaging) {
     HX_REQUIRE_THROWAWAY_ROOT();
     HX_EXPECT_SCENARIO([] {
         LayOutRootSetup();
-        const auto first = RunRootSetup({"--yes"});
+        const auto first = RunRootSetup({"--yes", "--json", "/srv/report"});
         ASSERT_EQ(first.status, 0) << first.err;
+        ExpectReport(hx_test::ReadFile("/srv/report"),
+                     R"({"action": "setup", "status": 0, "install_dir": "/var/corvane",
+                         "warnings": [], "problem": null, "log": "/var/log/corvane26_setup.log"})");
         ExpectHolds(first.out, "  Service:   not started (the service manager is not running)\n");
         const auto result = hx_test::Run(
             {"bash", "-c",
@@ -239,8 +244,14 @@ TEST(RootSetup, ShowsPlanOfUpgradeInPlace) {
 
         // Members could interfere.
         Shell("usermod --append --groups corvsrvc ann");
-        const auto refused = RunRootSetup({"--yes"}, {}, RootMode::InPlace);
+        const auto refused =
+            RunRootSetup({"--yes", "--json", "/srv/report"}, {}, RootMode::InPlace);
         EXPECT_EQ(refused.status, 8);
+        const std::string report = hx_test::ReadFile("/srv/report");
+        ExpectReport(report, R"({"status": 8, "changes": []})");
+        ExpectHolds(report, "cannot prepare the setup in private: Operation not permitted");
+        const auto dry = RunRootSetup({"--yes", "--dry-run"}, {}, RootMode::InPlace);
+        EXPECT_EQ(dry.status, 67) << dry.err;
         ExpectHolds(refused.err,
                     "cv_install: cannot change the machine step by step: group corvsrvc has "
                     "members\n");

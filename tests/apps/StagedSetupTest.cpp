@@ -11,6 +11,7 @@
 #include <regex>
 #include <set>
 
+#include "apps/JsonSchema.h"
 #include "apps/RootSetup.h"
 #include "apps/SetupMachine.h"
 #include "harness/TempDir.h"
@@ -235,9 +236,12 @@ std::multiset<std::string> ChangesOfDryRun(const SetupKind& kind, const Moment& 
     const auto dry = RunSetup(kind, {"--dry-run", "--json", file});
     EXPECT_EQ(dry.status, 0) << dry.out << dry.err;
     const auto changes = ChangesInJson(file);
+    const std::string report = ReadFile(file);
     Shell("rm " + file);
     EXPECT_EQ(TracesOf(before.paths, {runningServices}), std::vector<std::string>{});
     EXPECT_EQ(ReadFile("/proc/self/mountinfo"), mounts);
+    if (kind.name == withMembers.name)
+        ExpectReport(report, R"({"action": "dry-run", "status": 0})");
     TakeServiceCalls();
     return changes;
 }

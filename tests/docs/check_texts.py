@@ -223,13 +223,14 @@ def check_guide_quotes_texts():
 reports = ("Installation", "Plan", "Progress", "Recorder", "Report", "StartRun", "Summary", "Usage",
            "UsageTables")
 others = {
-    "[Press \"Enter\" key to continue]", "Choose another directory? [Y/n]", "Please answer y or n.", "Commit script: %s", "Did you mean", "program directory",
+    "[Press \"Enter\" key to continue]", "the setup ended with exit status %1",
+    "terminated by signal: %1", "Choose another directory? [Y/n]", "Please answer y or n.", "Commit script: %s", "Did you mean", "program directory",
     "scratch directory of the previous setup", "service group member",
     "Missing command", "compute service listeners", "certificate file", "key file", "Diffie-Hellman file",
 }
 remedy = re.compile(
     r"(?:%s  )?(?:At most|Change to|Changes made|Copy|Correct|Create|Enter|Find out|Fix|Free up|If it|"
-    r"Inspect|Install|Make|Move|No changes|Others could|Raise|Remove|Root would|Run|Set|Some output|"
+    r"Inspect|Install|Make|Move|No changes|Others could|Raise|Read|Remove|Root would|Run|Set|Some output|"
     r"Specify|That needs|The setup (?:changes|continues)|To|Use)\b.*\.$")
 # The library's texts are fixed, so their beginnings are too.
 library_failure = re.compile(

@@ -70,8 +70,7 @@ void CheckValue(const OptionUsage& option, const char* word, const char* value) 
     if (!isNumber)
         Refuse(problem, "Use a whole number of at most 2147483647 without a unit, such as 4.");
     // An option without its value would take the next option as its value, such as --dry-run.
-    const std::string_view file = value;
-    if (option.value == OptionValue::File && file != "-" && (file.empty() || file.front() == '-'))
+    if (option.value == OptionValue::File && !IsFileName(value))
         Refuse(problem, "Use the name of a file, such as changes.json, or - for standard output.");
 }
 

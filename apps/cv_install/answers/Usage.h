@@ -5,6 +5,7 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "ExitStatus.h"
@@ -70,6 +71,9 @@ std::string Meaning(const VariableUsage& usage);
 
 // True if `word` is one of the option's spellings.
 bool HasSpelling(const OptionUsage& option, const char* word);
+
+// True for a value that an option of the kind File accepts: "-", or a name that is not an option.
+bool IsFileName(std::string_view value);
 
 void PrintHelp();
 void PrintVersion();

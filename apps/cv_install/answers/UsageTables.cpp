@@ -54,10 +54,10 @@ constexpr OptionUsage options[] = {
     {"--dry-run", OptionValue::None, nullptr, "show what a setup would change, then end",
      "Only for root. The setup asks, checks and reports as usual, but changes nothing.",
      OwnOption::DryRun, true},
-    {"--json", OptionValue::File, "FILE", "also write the changes to FILE as JSON; - for stdout",
-     "Only for root. An existing FILE is replaced. With -, all other output goes to standard "
-     "error.",
-     OwnOption::Json, true},
+    {"--json", OptionValue::File, "FILE", "write a report to FILE as JSON; - for stdout",
+     "It is written at every end, also of a failing setup. An existing FILE is replaced. With -, "
+     "all other output goes to standard error.",
+     OwnOption::Json},
     {"--restart", OptionValue::None, nullptr,
      "restart the service even if nothing that it uses has changed",
      "Only for root. Without it, the setup restarts the service only after such a change.",
@@ -157,4 +157,8 @@ std::string Meaning(const VariableUsage& usage) {
 bool HasSpelling(const OptionUsage& option, const char* word) {
     const std::vector<std::string> spellings = Spellings(option);
     return std::find(spellings.begin(), spellings.end(), word) != spellings.end();
+}
+
+bool IsFileName(std::string_view value) {
+    return value == "-" || (!value.empty() && value.front() != '-');
 }

@@ -16,6 +16,7 @@ bool isAtPause = false;     // the next line of input ends a pause
 bool isInsideLine = false;  // of the input
 int outputError = 0;
 Console::Copy copyOutput = nullptr;
+Console::Copy watchErrors = nullptr;
 
 // Sets errno when it returns false.
 bool WriteToConsole(int descriptor, std::string_view text) {
@@ -50,6 +51,8 @@ ssize_t WriteOutput(void* /*cookie*/, const char* bytes, size_t length) {
 
 ssize_t WriteErrors(void* /*cookie*/, const char* bytes, size_t length) {
     std::fflush(stdout);
+    if (watchErrors != nullptr)
+        watchErrors(bytes, length);
     Print(STDERR_FILENO, {bytes, length});
     return static_cast<ssize_t>(length);
 }
@@ -99,6 +102,11 @@ void Console::CopyTo(Copy copy) {
     Start();
     std::fflush(stdout);
     copyOutput = copy;
+}
+
+void Console::WatchErrors(Copy copy) {
+    Start();
+    watchErrors = copy;
 }
 
 int Console::OutputError() {

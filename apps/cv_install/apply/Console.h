@@ -20,6 +20,9 @@ public:
     using Copy = void (*)(const char* text, size_t length);
     static void CopyTo(Copy copy);
 
+    // From now on, `copy` gets everything that is printed to stderr. It must not print.
+    static void WatchErrors(Copy copy);
+
     // The number of the error that kept something from being written to stdout; 0 when everything
     // was written.
     static int OutputError();

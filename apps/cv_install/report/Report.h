@@ -19,7 +19,3 @@ Failure FindPathDifferences(const StagedMachine& staged, int liveTree, uid_t rec
 // Prints the values in use and the changes, grouped, on one screen for an ordinary machine, with
 // old and new value where something differs.
 void PrintReport(const StagedMachine& staged, const Differences& differences);
-
-// Writes the changes as JSON, as the administrator's guide describes it. Call it before the merge.
-// See WriteOutputFile for `path`.
-Failure WriteJson(const std::string& path, const Differences& differences);

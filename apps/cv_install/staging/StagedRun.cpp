@@ -1,6 +1,5 @@
 #include "staging/StagedRun.h"
 
-#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -8,15 +7,14 @@
 #include <QDataStream>
 #include <QIODevice>
 #include <array>
-#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
+#include "installation/ChildProcess.h"
 #include "installation/Installation.h"
-#include "installation/SignalsHandled.h"
 #include "installation/TimeLimit.h"
 #include "staging/PrivateMounts.h"
 #include "staging/Recorder.h"
@@ -135,25 +133,6 @@ ExitStatus RunChild(int socket, Descriptor& liveTree,
     return failure->status;
 }
 
-std::atomic<pid_t> child = 0;
-std::atomic<int> signalForChild = 0;
-
-// The terminal's signals reach the child by themselves.
-void PassOnToChild(int signal, siginfo_t* information, void* /*context*/) {
-    const int error = errno;
-    signalForChild = signal;
-    if (information->si_code <= 0 && child > 0)
-        kill(child, signal);
-    errno = error;
-}
-
-int WaitForChild() {
-    int status = 0;
-    while (waitpid(child, &status, 0) == -1 && errno == EINTR) {
-    }
-    return status;
-}
-
 }  // namespace
 
 StagedResult RunStaged(Descriptor& liveTree, const std::function<Failure(StagedMachine&)>& setup) {
@@ -165,34 +144,21 @@ StagedResult RunStaged(Descriptor& liveTree, const std::function<Failure(StagedM
     }
     const Descriptor receiver(sockets[0]);
     Descriptor sender(sockets[1]);
-    // Otherwise the child would keep the rest of the input, and print what is buffered again.
-    std::setvbuf(stdin, nullptr, _IONBF, 0);
-    std::fflush(nullptr);
-    const SignalsHandled whileItRuns(PassOnToChild);
-    const pid_t parent = getpid();
-    SignalsHandled::Mask(SIG_BLOCK);
-    child = fork();
-    if (child == 0)
-        whileItRuns.Restore();
-    SignalsHandled::Mask(SIG_UNBLOCK);
-    if (child == -1) {
+    ChildProcess child;
+    const pid_t forked = child.Fork();
+    if (forked == -1) {
         result.impossible = QString::fromUtf8(std::strerror(errno));
         return result;
     }
-    if (child == 0) {
-        prctl(PR_SET_PDEATHSIG, SIGTERM);
-        if (getppid() != parent)
-            _exit(1);
+    if (forked == 0)
         std::exit(static_cast<int>(RunChild(sender.Number(), liveTree, setup)));
-    }
     sender = Descriptor();
     Receive(receiver.Number(), result);
-    const int status = WaitForChild();
-    child = 0;
-    whileItRuns.Restore();
+    const int status = ChildProcess::Wait();
+    child.Restore();
     // Also a signal that came when the child had ended.
     const int signal = WIFSIGNALED(status) ? WTERMSIG(status)
-                       : status == 0       ? signalForChild.load()
+                       : status == 0       ? ChildProcess::ReceivedSignal()
                                            : 0;
     if (signal != 0) {
         std::signal(signal, SIG_DFL);

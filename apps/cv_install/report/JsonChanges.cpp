@@ -1,0 +1,151 @@
+#include "report/JsonChanges.h"
+
+#include <sys/stat.h>
+
+#include <nlohmann/json.hpp>
+
+#include "report/OwnerNames.h"
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+std::string Utf8(const QString& text) {
+    return text.toStdString();
+}
+
+const char* ChangeWord(Change change) {
+    return change == Change::Create ? "create" : change == Change::Modify ? "modify" : "delete";
+}
+
+const char* KindWord(State::Kind kind) {
+    switch (kind) {
+        case State::Kind::Directory:
+            return "directory";
+        case State::Kind::Link:
+            return "link";
+        case State::Kind::Special:
+            return "special";
+        default:
+            return "file";
+    }
+}
+
+// Other users may read the JSON: it has no digest of a file that they cannot read.
+bool HasPublicDigest(const State& state) {
+    return !state.digest.empty() && (state.mode & S_IROTH) != 0;
+}
+
+// Null if nothing exists.
+Json ObjectOf(const State& state, State::Kind kind, const OwnerNames& names) {
+    if (state.kind == State::Kind::Missing)
+        return nullptr;
+    Json object = Json::object();
+    if (state.kind != kind)
+        object["kind"] = KindWord(state.kind);
+    object["owner"] = Utf8(names.User(state.owner));
+    object["group"] = Utf8(names.Group(state.group));
+    object["uid"] = state.owner;
+    object["gid"] = state.group;
+    if (state.kind == State::Kind::Link)
+        object["target"] = state.target;
+    else
+        object["mode"] = Utf8(QStringLiteral("%1").arg(state.mode, 4, 8, QLatin1Char('0')));
+    if (HasPublicDigest(state))
+        object["sha256"] = state.digest;
+    return object;
+}
+
+// `name` is the member that contains the path or name.
+Json ChangeObject(const char* name, const std::string& value, const char* kind, Change change,
+                  Json before, Json after) {
+    return {{name, value},
+            {"kind", kind},
+            {"change", ChangeWord(change)},
+            {"before", std::move(before)},
+            {"after", std::move(after)}};
+}
+
+Json ObjectOf(const PathDifference& difference, const OwnerNames& names) {
+    const State& described =
+        difference.change == Change::Delete ? difference.before : difference.after;
+    return ChangeObject("path", difference.path, KindWord(described.kind), difference.change,
+                        ObjectOf(difference.before, described.kind, names),
+                        ObjectOf(difference.after, described.kind, names));
+}
+
+Json ObjectOf(const AccountDifference& account) {
+    if (account.isGroup)
+        return ChangeObject("name", account.name, "group", Change::Create, nullptr,
+                            {{"gid", account.gid}});
+    return ChangeObject("name", account.name, "user", Change::Create, nullptr,
+                        {{"uid", account.uid},
+                         {"gid", account.gid},
+                         {"comment", account.comment},
+                         {"home", account.home},
+                         {"shell", account.shell}});
+}
+
+Json ObjectOf(const MemberDifference& member) {
+    Json membership = {{"user", member.user}, {"group", member.group}};
+    return member.change == Change::Delete
+               ? ChangeObject("name", member.user, "member", member.change, membership, nullptr)
+               : ChangeObject("name", member.user, "member", member.change, nullptr, membership);
+}
+
+Json ServiceState(const std::string& state) {
+    return state.empty() ? Json() : Json{{"state", state}};
+}
+
+const char* SourceWord(AnswerSource source) {
+    switch (source) {
+        case AnswerSource::Default:
+            return "default";
+        case AnswerSource::Record:
+            return "record";
+        case AnswerSource::File:
+            return "file";
+        case AnswerSource::CommandLine:
+            return "option";
+        default:
+            return "typed";
+    }
+}
+
+struct ValueOf {
+    Json operator()(bool value) const { return value; }
+    Json operator()(int value) const { return value; }
+    Json operator()(const QString& value) const { return Utf8(value); }
+    Json operator()(const QStringList& values) const {
+        Json array = Json::array();
+        for (const QString& value : values)
+            array.push_back(Utf8(value));
+        return array;
+    }
+};
+
+}  // namespace
+
+nlohmann::ordered_json JsonOf(const Differences& differences) {
+    const OwnerNames names(differences.accounts);
+    Json changes = Json::array();
+    for (const AccountDifference& account : differences.accounts)
+        changes.push_back(ObjectOf(account));
+    for (const MemberDifference& member : differences.members)
+        changes.push_back(ObjectOf(member));
+    for (const PathDifference& path : differences.paths)
+        changes.push_back(ObjectOf(path, names));
+    for (const ServiceDifference& service : differences.services)
+        changes.push_back(ChangeObject("name", service.name, "service", service.change,
+                                       ServiceState(service.before), ServiceState(service.after)));
+    return changes;
+}
+
+nlohmann::ordered_json JsonOf(const Answers& answers) {
+    Json object = Json::object();
+    for (const auto& [id, answer] : answers.All())
+        object[RowOf(id).key] = {{"value", std::visit(ValueOf(), answer.value)},
+                                 {"source", SourceWord(answer.source)},
+                                 {"chosen", answer.chosen}};
+    return object;
+}

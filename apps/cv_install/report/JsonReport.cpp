@@ -1,0 +1,267 @@
+#include "report/JsonReport.h"
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <climits>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <nlohmann/json.hpp>
+
+#include "answers/Usage.h"
+#include "apply/Console.h"
+#include "installation/ChildProcess.h"
+#include "report/JsonChanges.h"
+#include "report/OutputFile.h"
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+// Changes with a member's meaning; new members do not change it.
+constexpr int schemaVersion = 1;
+
+// A file in memory that all processes of a run append to: objects, one on a line. It is complete
+// even if a process is killed.
+int notes = -1;
+
+// Bytes that are not valid UTF-8 become U+FFFD.
+std::string TextOf(const Json& json, int indent) {
+    return json.dump(indent, ' ', false, Json::error_handler_t::replace);
+}
+
+void Note(const Json& note) {
+    if (notes == -1)
+        return;
+    const std::string line = TextOf(note, -1) + '\n';
+    [[maybe_unused]] const ssize_t written = write(notes, line.data(), line.size());
+}
+
+void Note(const char* member, Json value) {
+    if (notes != -1)
+        Note(Json{{member, std::move(value)}});
+}
+
+Json ObjectOf(const QString& text, const QString& remedy) {
+    return {{"text", text.toStdString()}, {"remedy", remedy.toStdString()}};
+}
+
+// A problem that leaves the exit status as it is counts as a warning.
+void NoteProblem(const Problem& problem, bool isWarning) {
+    Json object = ObjectOf(problem.text, problem.remedy);
+    if (isWarning || problem.status == ExitStatus::Complete) {
+        Note("warning", std::move(object));
+        return;
+    }
+    Note(Json{{"problem", std::move(object)},
+              {"left", static_cast<int>(problem.changes)},
+              {"problemStatus", static_cast<int>(problem.status)}});
+}
+
+void NoteErrorText(const char* text, size_t length) {
+    Note("errors", std::string(text, length));
+}
+
+// The library's messages have two or three lines: kind, text, and often the cause.
+void AddLibraryMessages(const QString& errors, Json& warnings, Json& problem) {
+    const QStringList lines = errors.split(u'\n');
+    for (qsizetype i = 0; i + 1 < lines.size(); ++i) {
+        const bool isWarning = lines[i] == u"Corvane Install: Warning";
+        if (!isWarning && lines[i] != u"Corvane Install: Error")
+            continue;
+        QStringList text;
+        while (i + 1 < lines.size() && lines[i + 1].startsWith(QStringLiteral("    ")))
+            text.append(lines[++i].trimmed());
+        Json object = ObjectOf(text.join(u'\n'), {});
+        if (isWarning)
+            warnings.push_back(std::move(object));
+        else
+            problem = std::move(object);
+    }
+}
+
+std::string HostName() {
+    std::array<char, HOST_NAME_MAX + 1> name = {};
+    gethostname(name.data(), name.size() - 1);
+    return name.data();
+}
+
+std::string ReadNotes() {
+    struct stat found = {};
+    std::string text;
+    if (fstat(notes, &found) != 0)
+        return text;
+    text.resize(static_cast<size_t>(found.st_size));
+    const ssize_t length = pread(notes, text.data(), text.size(), 0);
+    text.resize(length < 0 ? 0 : static_cast<size_t>(length));
+    return text;
+}
+
+// What the setup changed: nothing, what it noted, or null for unknown.
+Json ChangesOf(const Json& all, int status, bool isDryRun) {
+    const Json planned = all.value("changes", Json());
+    if (status == 0 || status == static_cast<int>(ExitStatus::ServiceNotRunning))
+        return planned;
+    const bool changedNothing = all.value("left", -1) == static_cast<int>(Changes::None) ||
+                                status == static_cast<int>(ExitStatus::UnusableArguments);
+    return changedNothing && !isDryRun ? Json::array() : Json();
+}
+
+// `waitStatus` is the child's, as waitpid returns it.
+Json ProblemOf(const Json& noted, int status, int waitStatus) {
+    if (status == 0)
+        return nullptr;
+    if (WIFSIGNALED(waitStatus))
+        return ObjectOf(QStringLiteral("terminated by signal: %1")
+                            .arg(QString::fromUtf8(strsignal(WTERMSIG(waitStatus)))),
+                        QStringLiteral("Run the setup again."));
+    if (!noted.is_null())
+        return noted;
+    return ObjectOf(QStringLiteral("the setup ended with exit status %1").arg(status),
+                    QStringLiteral("Read its messages on standard error."));
+}
+
+Json Assemble(bool isDryRun, int status, int waitStatus) {
+    Json all = Json::object();
+    Json warnings = Json::array();
+    QByteArray errors;
+    for (const QByteArray& line : QByteArray::fromStdString(ReadNotes()).split('\n')) {
+        const Json note = Json::parse(line.begin(), line.end(), nullptr, false);
+        if (!note.is_object())
+            continue;
+        for (const auto& [member, value] : note.items()) {
+            if (member == "warning")
+                warnings.push_back(value);
+            else if (member == "errors")
+                errors += QByteArray::fromStdString(value);
+            else
+                all[member] = value;
+        }
+    }
+    // A problem of another status was reported, but did not end the setup.
+    Json problem;
+    if (all.value("problemStatus", -1) == status)
+        problem = all["problem"];
+    Json ofLibrary;
+    AddLibraryMessages(QString::fromUtf8(errors), warnings, ofLibrary);
+    return {{"schema", schemaVersion},
+            {"action", isDryRun ? "dry-run" : "setup"},
+            {"status", status},
+            {"version", HX_VERSION},
+            {"host", HostName()},
+            {"install_dir", all.value("install_dir", Json())},
+            {"answers", all.value("answers", Json())},
+            {"warnings", std::move(warnings)},
+            {"changes", ChangesOf(all, status, isDryRun)},
+            {"problem", ProblemOf(problem.is_null() ? ofLibrary : problem, status, waitStatus)},
+            {"log", all.value("log", Json())}};
+}
+
+[[noreturn]] void Fail(const Problem& problem) {
+    Report(problem);
+    std::exit(static_cast<int>(problem.status));
+}
+
+// The status that reports a failed write if the setup itself did not fail.
+int WriteReport(OutputFile& file, bool isDryRun, int waitStatus) {
+    const int status =
+        WIFSIGNALED(waitStatus) ? 128 + WTERMSIG(waitStatus) : WEXITSTATUS(waitStatus);
+    const int error = file.Write(TextOf(Assemble(isDryRun, status, waitStatus), 2) + '\n');
+    if (error == 0)
+        return status;
+    Problem problem =
+        file.Unwritable(QString::fromUtf8(std::strerror(error)),
+                        QStringLiteral("The setup itself ended with exit status %1.").arg(status));
+    problem.changes = Changes::Unknown;
+    Report(problem);
+    return status == 0 ? static_cast<int>(problem.status) : status;
+}
+
+// Also when a signal came after the child's end.
+[[noreturn]] void WaitAndWrite(OutputFile& file, bool isDryRun, ChildProcess& child) {
+    const int waitStatus = ChildProcess::Wait();
+    const int status = WriteReport(file, isDryRun, waitStatus);
+    child.Restore();
+    if (WIFSIGNALED(waitStatus)) {
+        std::signal(WTERMSIG(waitStatus), SIG_DFL);
+        std::raise(WTERMSIG(waitStatus));
+    }
+    std::exit(status);
+}
+
+const OptionUsage* FindOptionNamed(const std::string& word) {
+    for (const OptionUsage& option : Options()) {
+        if (HasSpelling(option, word.c_str()))
+            return &option;
+    }
+    return nullptr;
+}
+
+}  // namespace
+
+JsonReport::Request JsonReport::RequestIn(int argc, char** argv) {
+    Request request;
+    for (int i = 1; i < argc; ++i) {
+        char* equals = std::strchr(argv[i], '=');
+        const OptionUsage* option =
+            FindOptionNamed(equals == nullptr ? argv[i] : std::string(argv[i], equals));
+        if (option == nullptr)
+            continue;
+        const char* value = equals == nullptr ? nullptr : equals + 1;
+        if (option->value != OptionValue::None && value == nullptr)
+            value = argv[i + 1] == nullptr ? nullptr : argv[++i];
+        if (option->own == OwnOption::Help || option->own == OwnOption::Version)
+            return {};
+        request.isDryRun = request.isDryRun || option->own == OwnOption::DryRun;
+        if (option->own == OwnOption::Json && value != nullptr && IsFileName(value))
+            request.file = value;
+    }
+    return request;
+}
+
+void JsonReport::Start(const Request& request) {
+    if (request.file == nullptr)
+        return;
+    if (request.file == std::string("-"))
+        ReserveStandardOutput();
+    // Other users may read the report.
+    OutputFile file(request.file, 0644);
+    if (const Failure failure = file.Open())
+        Fail(*failure);
+    notes = memfd_create("corvane26_setup", MFD_CLOEXEC);
+    ChildProcess child;
+    const pid_t forked =
+        notes != -1 && fcntl(notes, F_SETFL, O_APPEND) == 0 ? child.Fork() : pid_t{-1};
+    if (forked == -1)
+        Fail(file.Unwritable(QString::fromUtf8(std::strerror(errno)),
+                             QStringLiteral("Free up memory, then run the setup again.")));
+    if (forked != 0)
+        WaitAndWrite(file, request.isDryRun, child);
+    ObserveProblems(NoteProblem);
+    Console::WatchErrors(NoteErrorText);
+}
+
+void JsonReport::NoteInstallDirectory(const QString& path) {
+    Note("install_dir", path.toStdString());
+}
+
+void JsonReport::NoteLog(const std::string& path) {
+    if (!path.empty())
+        Note("log", path);
+}
+
+void JsonReport::NoteAnswers(const Answers& answers) {
+    if (notes != -1)
+        Note("answers", JsonOf(answers));
+}
+
+void JsonReport::NoteChanges(const Differences& differences) {
+    if (notes != -1)
+        Note("changes", JsonOf(differences));
+}
