@@ -3,10 +3,13 @@
 
 #include <cstddef>
 #include <cstdlib>
+#include <iterator>
+#include <type_traits>
+#include <vector>
 
 namespace hx_test {
 
-// True in scripts/soak. Otherwise the tests try each kind of fault, and a fixed tenth of the points
+// True in scripts/soak. Otherwise the tests try each kind of fault, and a fixed part of the points
 // at which a setup can be killed.
 inline bool TriesEveryFault() {
     return std::getenv("HX_TEST_EVERY_FAULT") != nullptr;
@@ -14,13 +17,24 @@ inline bool TriesEveryFault() {
 
 // The distance of the points of a setup that are tried.
 inline size_t PointStep() {
-    return TriesEveryFault() ? 1 : 10;
+    return TriesEveryFault() ? 1 : 30;
+}
+
+// The rows that a test tries if each of them needs whole setups: all in scripts/soak, otherwise
+// every fifth, which meets all values of a table that repeats them every second to fourth row.
+template <class Rows>
+auto TriedRows(const Rows& rows) {
+    const size_t step = TriesEveryFault() ? 1 : 5;
+    std::vector<std::decay_t<decltype(*std::begin(rows))>> tried;
+    for (size_t i = 0; i < std::size(rows); i += step)
+        tried.push_back(rows[i]);
+    return tried;
 }
 
 // The number of times a race is tried: 100 in scripts/soak.
 inline int RaceRounds() {
     const char* text = std::getenv("HX_TEST_ROUNDS");
-    return text == nullptr ? 3 : std::atoi(text);
+    return text == nullptr ? 1 : std::atoi(text);
 }
 
 }  // namespace hx_test
