@@ -5,6 +5,7 @@
 #include "answers/Conversation.h"
 #include "answers/Members.h"
 #include "answers/StartRun.h"
+#include "apply/Console.h"
 #include "apply/RunTimeFiles.h"
 #include "apply/ScriptRun.h"
 #include "apply/SetupLog.h"
@@ -29,6 +30,7 @@ Failure Confirm(CInstallBase& run, unsigned conditions, const MemberChanges& mem
     }
     if (Failure failure = WriteScript(run, script, Changes::None))
         return failure;
+    const Console::Printing printing(Console::Importance::Needed);
     const bool confirmed = AskAboutScript(script, [&] {
         ShowPlan(run, conditions, members, script.path);
         return ConfirmPlan();
@@ -103,9 +105,13 @@ Failure RunInPlace(Arguments& arguments, const SetupLock& lock) {
     if (!IsRootSetup(*run))
         SetupLog::Start(false);
     JsonReport::NoteLog(SetupLog::Path());
+    if (run->m_clusterNode)
+        Console::SetDefaultLevel(Console::Level::Quiet);
     Failure failure = FindObstacle(*run);
     if (!failure)
         failure = AskQuestions(*run);
+    if (!failure)
+        JsonReport::NoteAnswers(AnswersOf(*run, {}));
     if (!failure)
         failure = CarryOut(*run, ConditionsOf(*run, arguments) | InPlace, lock);
     if (!failure)

@@ -7,6 +7,7 @@
 #include "answers/Conversation.h"
 #include "answers/Members.h"
 #include "answers/StartRun.h"
+#include "apply/Console.h"
 #include "apply/RunTimeFiles.h"
 #include "apply/ScriptRun.h"
 #include "apply/SetupLog.h"
@@ -32,6 +33,8 @@ namespace {
 Failure Stage(Arguments& arguments, const Descriptor& liveTree, const SetupLock& lock,
               StagedMachine& staged) {
     const std::unique_ptr<CInstallBase> run = StartRun(arguments);
+    if (run->m_clusterNode)
+        Console::SetDefaultLevel(Console::Level::Quiet);
     Failure failure = CheckPlaces(run->m_binariesDir, run->m_installDir);
     if (!failure) {
         failure = AskQuestions(*run, [&](const QString& scratch) {
@@ -42,6 +45,8 @@ Failure Stage(Arguments& arguments, const Descriptor& liveTree, const SetupLock&
         failure = PrivateMounts::CoverTemporaryFiles();
     staged.members = FindMemberChanges(*run);
     staged.answers = AnswersOf(*run, {});
+    if (!failure)
+        JsonReport::NoteAnswers(staged.answers);
     HideMembersFromScript(*run);
     staged.conditions = ConditionsOf(*run, arguments);
     PackedPages packed;
@@ -98,6 +103,8 @@ Failure ReadLiveMachine(const StagedMachine& staged, const LiveRows& atStaging, 
 
 Failure Complete(const Arguments& arguments, const SetupLock& lock, const StagedMachine& staged,
                  const LiveRows& atStaging) {
+    if ((staged.conditions & WithoutClusterNode) == 0)
+        Console::SetDefaultLevel(Console::Level::Quiet);
     // The comparison does not show whether the service runs with what was merged.
     const bool alwaysRestart = arguments.Has(OwnOption::Restart) || lock.FoundIncompleteMerge();
     const auto read = [&](LiveMachine& live) {
@@ -109,6 +116,8 @@ Failure Complete(const Arguments& arguments, const SetupLock& lock, const Staged
                                : Agree(staged, atStaging, read, differences);
     if (!failure)
         JsonReport::NoteChanges(differences);
+    if (!failure && isDryRun)
+        ShowSummaryOfDryRun(differences);
     if (failure || isDryRun)
         return failure;
     lock.NoteMerge(true);

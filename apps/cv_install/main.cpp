@@ -47,6 +47,10 @@ int main(int argc, char** argv) {
     JsonReport::Start(JsonReport::RequestIn(argc, argv));
     Console::Start();
     Arguments arguments(argc, argv);
+    if (arguments.Has(OwnOption::Verbose))
+        Console::SetLevel(Console::Level::Verbose);
+    else if (arguments.Has(OwnOption::Quiet))
+        Console::SetLevel(Console::Level::Quiet);
     ExitStatus status = ExitStatus::Complete;
     if (arguments.Has(OwnOption::Help))
         PrintHelp();

@@ -35,6 +35,8 @@ TEST_F(Arguments, HelpListsEveryOptionAndStatus) {
                                      "--wait SECONDS",
                                      "--dry-run",
                                      "--json FILE",
+                                     "--quiet",
+                                     "--verbose",
                                      "--restart",
                                      "--help",
                                      "--version"})

@@ -62,4 +62,36 @@ TEST(Console, CopiesBothStreamsInOrder) {
     EXPECT_EQ(result.err, "two ");
 }
 
+TEST(Console, ShowsWhatLevelAllows) {
+    using Level = Console::Level;
+    const struct {
+        Level level;
+        const char* shown;
+    } cases[] = {{Level::Quiet, "needed "},
+                 {Level::Normal, "usual needed usual "},
+                 {Level::Verbose, "usual detail needed usual "}};
+    for (const auto& [level, shown] : cases) {
+        const auto result = hx_test::RunInChild({}, [level = level] {
+            Console::CopyTo(Copy);
+            Console::SetLevel(level);
+            Console::SetDefaultLevel(Level::Quiet);
+            EXPECT_EQ(Console::IsQuiet(), level == Level::Quiet);
+            std::printf("usual ");
+            {
+                const Console::Printing detail(Console::Importance::Detail);
+                std::printf("detail ");
+                const Console::Printing needed(Console::Importance::Needed);
+                std::printf("needed ");
+            }
+            std::printf("usual ");
+            std::fprintf(stderr, "problem");
+            EXPECT_EQ(copied, "usual detail needed usual problem");
+            copied.clear();
+        });
+        EXPECT_EQ(result.status, 0) << result.out;
+        EXPECT_EQ(result.out, shown);
+        EXPECT_EQ(result.err, "problem");
+    }
+}
+
 }  // namespace

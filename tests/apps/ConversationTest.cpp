@@ -78,6 +78,16 @@ TEST_F(Conversation, CancelsSetupAtEndOfInput) {
     }
 }
 
+TEST_F(Conversation, AsksWithQuiet) {
+    Terminal terminal = Start({"--internal-default-queue", "--quiet"});
+    Converse(terminal, limitQuestions);
+    EXPECT_EQ(terminal.Finish(), 0);
+    EXPECT_TRUE(
+        terminal.Output().ends_with("  Queue type: Internal\r\n\r\n"
+                                    "cv_install: set up \"/tmp/product\"\r\n"))
+        << terminal.Output();
+}
+
 TEST_F(Conversation, EndsWhenInterruptedAtQuestion) {
     Terminal terminal = Start();
     ASSERT_TRUE(terminal.WaitFor("Job thread limit ["));

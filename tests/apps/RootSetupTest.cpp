@@ -293,14 +293,20 @@ TEST(RootSetup, AsksNothingOnComputeNodeAndRefusesUserThere) {
     HX_REQUIRE_THROWAWAY_ROOT();
     HX_EXPECT_SCENARIO([] {
         LayOutRootSetup();
-        const auto result = RunRootSetup({"--cluster-node", "--external-default-queue"});
+        const auto quiet = RunRootSetup({"--cluster-node", "--dry-run"});
+        EXPECT_EQ(quiet.status, 0) << quiet.err;
+        EXPECT_TRUE(quiet.out.starts_with("cv_install: changes of a setup: ")) << quiet.out;
+        const auto result =
+            RunRootSetup({"--cluster-node", "--external-default-queue", "--verbose"});
         ASSERT_EQ(result.status, 0) << result.err;
-        ExpectHolds(result.out, ", shell /bin/bash)\n");
+        ExpectParts(result.out, {", shell /bin/bash)\n", "\nWrote Corvane'26 run script, "});
         for (const char* absent : {"corvane26_service", "Services", "Continue?"})
             EXPECT_EQ(result.out.find(absent), std::string::npos) << absent;
         const auto inPlace = RunRootSetup({"--cluster-node"}, {}, RootMode::InPlace);
-        ExpectHolds(inPlace.out,
-                    "  Service    corvane26_service.service: not installed on a compute node\n");
+        EXPECT_EQ(inPlace.out, "cv_install: set up \"/var/corvane\"\n");
+        ExpectParts(hx_test::ReadFile("/var/log/corvane26_setup.log"),
+                    {"  Service    corvane26_service.service: not installed on a compute node\n",
+                     "\nWrote Corvane'26 run script, "});
 
         // A user who can write to the tree cannot set the mode of root's run scripts.
         Shell("chmod 777 /var/corvane");

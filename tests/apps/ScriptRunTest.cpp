@@ -69,6 +69,18 @@ TEST_F(ScriptRun, ReportsWhyScriptCannotStart) {
               "    At most, Q-Chem files and submission scripts were changed.\n");
 }
 
+// Its standard output can contain the error.
+TEST_F(ScriptRun, ShowsOutputOfFailedScriptWithQuiet) {
+    for (const char* end : {"exit 3\n", ""}) {
+        std::vector<std::string> command = Command(std::string("echo of the script\n") + end);
+        command.emplace_back("--quiet");
+        const auto result = m_setup.RunProgram(command);
+        EXPECT_EQ(result.status, *end == '\0' ? 0 : 3) << result.err;
+        EXPECT_EQ(result.out,
+                  *end == '\0' ? "cv_install: set up \"/tmp/product\"\n" : "of the script\n");
+    }
+}
+
 TEST_F(ScriptRun, PassesSignalsOnAndReportsThem) {
     const struct {
         const char* key;

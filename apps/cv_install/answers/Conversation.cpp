@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "answers/ValueGuard.h"
+#include "apply/Console.h"
 #include "installation/SetupRun.h"
 #include "setuprun/Schedulers.h"
 #include "support/HXfgets.h"
@@ -147,6 +148,8 @@ void WarnOfLimitsOfZero(const CInstallBase& run) {
 }  // namespace
 
 Failure AskQuestions(CInstallBase& run, const std::function<void(const QString&)>& scratchChosen) {
+    const Console::Printing printing(run.m_interactive ? Console::Importance::Needed
+                                                       : Console::Importance::Usual);
     // Options and the previous setup's answers are checked before any question.
     Failure failure = FindInvalidValue(run);
     if (!failure)

@@ -19,7 +19,19 @@ enum class OptionValue {
 };
 
 // The options of the executable itself; the library receives all others.
-enum class OwnOption { None, Help, Version, Yes, SubmissionScripts, Wait, DryRun, Json, Restart };
+enum class OwnOption {
+    None,
+    Help,
+    Version,
+    Yes,
+    SubmissionScripts,
+    Wait,
+    DryRun,
+    Json,
+    Restart,
+    Quiet,
+    Verbose
+};
 
 struct OptionUsage {
     const char* spellings;  // separated by ", "; a long spelling comes last

@@ -58,6 +58,10 @@ constexpr OptionUsage options[] = {
      "It is written at every end, also of a failing setup. An existing FILE is replaced. With -, "
      "all other output goes to standard error.",
      OwnOption::Json},
+    {"--quiet", OptionValue::None, nullptr, "print only problems, questions, and one summary line",
+     "The log contains everything. It is the default on a compute node.", OwnOption::Quiet},
+    {"--verbose", OptionValue::None, nullptr, "also print the output of the commit script",
+     "Overrides --quiet.", OwnOption::Verbose},
     {"--restart", OptionValue::None, nullptr,
      "restart the service even if nothing that it uses has changed",
      "Only for root. Without it, the setup restarts the service only after such a change.",

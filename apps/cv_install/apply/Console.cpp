@@ -17,6 +17,9 @@ bool isInsideLine = false;  // of the input
 int outputError = 0;
 Console::Copy copyOutput = nullptr;
 Console::Copy watchErrors = nullptr;
+bool isLevelSet = false;
+Console::Level currentLevel = Console::Level::Normal;
+Console::Importance currentImportance = Console::Importance::Usual;
 
 // Sets errno when it returns false.
 bool WriteToConsole(int descriptor, std::string_view text) {
@@ -31,9 +34,20 @@ bool WriteToConsole(int descriptor, std::string_view text) {
     return true;
 }
 
+bool IsShown(int console) {
+    switch (currentImportance) {
+        case Console::Importance::Needed:
+            return true;
+        case Console::Importance::Usual:
+            return console == STDERR_FILENO || currentLevel != Console::Level::Quiet;
+        default:
+            return console == STDERR_FILENO || currentLevel == Console::Level::Verbose;
+    }
+}
+
 // An error of the console does not keep the text from the copy.
 void Print(int console, std::string_view text) {
-    if (!WriteToConsole(console, text) && console == STDOUT_FILENO)
+    if (IsShown(console) && !WriteToConsole(console, text) && console == STDOUT_FILENO)
         outputError = errno;
     if (copyOutput != nullptr && !text.empty())
         copyOutput(text.data(), text.size());
@@ -107,6 +121,33 @@ void Console::CopyTo(Copy copy) {
 void Console::WatchErrors(Copy copy) {
     Start();
     watchErrors = copy;
+}
+
+void Console::SetLevel(Level level) {
+    isLevelSet = false;
+    SetDefaultLevel(level);
+    isLevelSet = true;
+}
+
+void Console::SetDefaultLevel(Level level) {
+    if (isLevelSet)
+        return;
+    std::fflush(stdout);
+    currentLevel = level;
+}
+
+bool Console::IsQuiet() {
+    return currentLevel == Level::Quiet;
+}
+
+Console::Printing::Printing(Importance importance) : m_former(currentImportance) {
+    std::fflush(stdout);
+    currentImportance = importance;
+}
+
+Console::Printing::~Printing() {
+    std::fflush(stdout);
+    currentImportance = m_former;
 }
 
 int Console::OutputError() {

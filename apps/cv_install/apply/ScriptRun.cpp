@@ -14,8 +14,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "apply/Console.h"
 #include "apply/Progress.h"
-#include "apply/SetupLog.h"
 #include "commit/CCommitScript.h"
 #include "installation/ReadBack.h"
 #include "installation/SignalsHandled.h"
@@ -199,7 +199,7 @@ Failure FollowToEnd(const QString& path, const SetupLock& lock, ScriptOutput out
     Progress progress(isatty(STDOUT_FILENO) != 0);
     QByteArray collected;
     CCommitScript script;
-    if (output == ScriptOutput::Shown)
+    if (output == ScriptOutput::Shown && !Console::IsQuiet())
         ShowOutput(script, progress);
     else
         CollectOutput(script, collected);
@@ -221,10 +221,9 @@ Failure FollowToEnd(const QString& path, const SetupLock& lock, ScriptOutput out
         scriptGroup = 0;
     progress.Finish();
     Failure failure = ended ? Outcome(script, path) : Failure(TerminateUnmonitored(script, path));
-    if (failure)
-        std::fwrite(collected.constData(), 1, static_cast<size_t>(collected.size()), stdout);
-    else
-        SetupLog::Append(collected);
+    const Console::Printing printing(failure ? Console::Importance::Needed
+                                             : Console::Importance::Detail);
+    std::fwrite(collected.constData(), 1, static_cast<size_t>(collected.size()), stdout);
     return failure;
 }
 

@@ -24,7 +24,7 @@ Failure WriteScript(CInstallBase& run, CommitScript& script, Changes changes);
 bool AskAboutScript(const CommitScript& script, const std::function<bool()>& ask);
 
 // What happens to the script's output. Shown: on a terminal with a title for each section. Logged:
-// only the log gets it, unless the script fails.
+// only the log gets it, unless the script fails or --verbose is given.
 enum class ScriptOutput { Shown, Logged };
 
 // Runs the script, shows its output as it comes or logs it at the end, and passes SIGINT, SIGQUIT,

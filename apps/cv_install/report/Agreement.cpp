@@ -3,6 +3,7 @@
 #include <QStringList>
 #include <algorithm>
 
+#include "apply/Console.h"
 #include "report/Plan.h"
 #include "report/Report.h"
 
@@ -69,6 +70,8 @@ Failure ShowDifferences(const StagedMachine& staged, const LiveReader& read,
 
 Failure Agree(const StagedMachine& staged, const LiveRows& atStaging, const LiveReader& read,
               Differences& differences) {
+    const Console::Printing printing(staged.interactive ? Console::Importance::Needed
+                                                        : Console::Importance::Usual);
     if (Failure failure = ShowDifferences(staged, read, differences))
         return failure;
     LiveRows before = atStaging;

@@ -6,6 +6,8 @@
 #include <QThread>
 #include <cstdio>
 
+#include "Problem.h"
+#include "apply/Console.h"
 #include "apply/SetupLog.h"
 #include "installation/SetupRun.h"
 #include "setuprun/Schedulers.h"
@@ -42,6 +44,8 @@ QStringList FindMissingCommands(const CInstallBase& run) {
 }
 
 void ShowMissingCommands(const QStringList& missing) {
+    const Console::Printing problem(missing.isEmpty() ? Console::Importance::Usual
+                                                      : Console::Importance::Needed);
     for (const QString& command : missing)
         std::printf("  Queue:     cannot execute command \"%s\"\n", qUtf8Printable(command));
     if (!missing.isEmpty()) {
@@ -63,6 +67,11 @@ void ShowService() {
     std::printf("  Service:   %s\n", qUtf8Printable(state));
     if (state != u"active")
         std::printf("             For details, run: journalctl --unit=%s\n", serviceUnit);
+}
+
+void PrintInQuiet(const QString& line) {
+    const Console::Printing summary(Console::Importance::Needed);
+    std::printf("cv_install: %s\n", qUtf8Printable(Printable(line)));
 }
 
 }  // namespace
@@ -95,4 +104,13 @@ void ShowSummary(const Summary& summary) {
     std::printf("  Next step: start Corvane with %s\n",
                 summary.isRoot ? commandName : PathOf(Find(Item::RunScript), installDir).c_str());
     std::fflush(stdout);
+    if (Console::IsQuiet())
+        PrintInQuiet(QStringLiteral("set up \"%1\"").arg(summary.installDir));
+}
+
+void ShowSummaryOfDryRun(const Differences& differences) {
+    const size_t count = differences.accounts.size() + differences.members.size() +
+                         differences.paths.size() + differences.services.size();
+    if (Console::IsQuiet())
+        PrintInQuiet(QStringLiteral("changes of a setup: %1").arg(count));
 }

@@ -3,6 +3,7 @@
 
 #include <QStringList>
 
+#include "installation/Difference.h"
 #include "installation/StagedMachine.h"
 #include "setuprun/CInstallBase.h"
 
@@ -18,5 +19,9 @@ Summary SummaryOf(const CInstallBase& run);
 Summary SummaryOf(const StagedMachine& staged);
 
 // Prints the install directory, commands of the scheduler that cannot be executed, in a setup as
-// root the state of the service, the log's path, and the next step.
+// root the state of the service, the log's path, and the next step. With --quiet, it is one line
+// after those about commands.
 void ShowSummary(const Summary& summary);
+
+// Prints with --quiet how many changes a setup would make.
+void ShowSummaryOfDryRun(const Differences& differences);
