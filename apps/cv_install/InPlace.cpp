@@ -14,6 +14,7 @@
 #include "installation/TreeCheck.h"
 #include "merge/Accounts.h"
 #include "merge/ServiceAccount.h"
+#include "record/SetupRecord.h"
 #include "report/JsonReport.h"
 #include "report/Plan.h"
 #include "report/ResultCheck.h"
@@ -52,11 +53,28 @@ Failure ChangeMembers(const CInstallBase& run, const MemberChanges& changes) {
     return failure;
 }
 
+// A user's setup continues without a record, such as with a home directory that cannot be written
+// to.
+Failure PrepareRecord(const CInstallBase& run, const Answers& answers, const CommitScript& script,
+                      SetupRecord& record) {
+    Failure failure =
+        record.Prepare(FactsOf(CommandLine(), run.m_installDir), answers, script.text);
+    if (!failure)
+        return {};
+    failure->changes = Changes::RunTimeFiles;
+    if (IsRootSetup(run))
+        return failure;
+    ReportWarning({failure->status, failure->text,
+                   QStringLiteral("The setup continues. The next one does not find its answers.")});
+    return {};
+}
+
 // Everything that changes the machine. In a setup as root the tree is checked again after the
 // confirmation and before the script, because other users can change it meanwhile.
 Failure CarryOut(CInstallBase& run, unsigned conditions, const SetupLock& lock) {
     const bool root = IsRootSetup(run);
     const MemberChanges members = FindMemberChanges(run);
+    const Answers answers = AnswersOf(run, {});
     HideMembersFromScript(run);
     CommitScript script;
     PackedPages packed;
@@ -73,6 +91,9 @@ Failure CarryOut(CInstallBase& run, unsigned conditions, const SetupLock& lock) 
         failure = FindUnsafePath(run.m_installDir, Changes::RunTimeFiles);
     if (!failure)
         failure = WriteScript(run, script, Changes::RunTimeFiles);
+    SetupRecord record(run.m_installDir);
+    if (!failure)
+        failure = PrepareRecord(run, answers, script, record);
     if (failure)
         return failure;
     const EntryList keptPages = FindKeptPages(run, conditions);
@@ -85,6 +106,8 @@ Failure CarryOut(CInstallBase& run, unsigned conditions, const SetupLock& lock) 
         failure = ChangeMembers(run, members);
     if (!failure && root)
         failure = RecordServiceAccount(run.m_serviceUser, run.m_serviceGroup);
+    if (!failure)
+        failure = record.Place();
     if (failure || keptPages.empty())
         return failure;
     const Descriptor tree(open(run.m_installDir.toUtf8().constData(), O_PATH | O_CLOEXEC));

@@ -19,6 +19,7 @@
 #include "merge/Accounts.h"
 #include "merge/Merge.h"
 #include "merge/Services.h"
+#include "record/SetupRecord.h"
 #include "report/Agreement.h"
 #include "report/JsonReport.h"
 #include "report/Report.h"
@@ -70,6 +71,7 @@ Failure Stage(Arguments& arguments, const Descriptor& liveTree, const SetupLock&
     staged.interactive = run->m_interactive;
     staged.serviceUser = run->m_serviceUser;
     staged.serviceGroup = run->m_serviceGroup;
+    staged.script = script.text;
     staged.values = ValuesOf(*run);
     staged.missingCommands = SummaryOf(*run).missingCommands;
     for (const QString& command : staged.missingCommands)
@@ -120,8 +122,18 @@ Failure Complete(const Arguments& arguments, const SetupLock& lock, const Staged
         ShowSummaryOfDryRun(differences);
     if (failure || isDryRun)
         return failure;
+    SetupRecord record(staged.installDir);
+    // A setup that is killed from here on leaves something that the next one replaces.
     lock.NoteMerge(true);
-    failure = Merge(staged, differences);
+    {
+        const TimeLimit limit;
+        failure = record.Prepare(FactsOf(CommandLine(), staged.installDir), staged.answers,
+                                 staged.script);
+    }
+    if (!failure)
+        failure = Merge(staged, differences);
+    if (!failure)
+        failure = record.Place();
     lock.NoteMerge(false);
     if (!failure)
         ShowSummary(SummaryOf(staged));

@@ -135,6 +135,7 @@ void WriteRemovalSettings(std::ostream& script) {
     WriteSetting(script, "new_entries", newEntriesName);
     WriteSetting(script, "slots", std::string(slotPrefix) + '*');
     WriteSetting(script, "record", Find(Item::AccountRecord).path);
+    WriteSetting(script, "setup_record", Find(Item::Record).path);
     WriteSetting(script, "account", accountName);
     WriteSetting(script, "account_comment", accountComment);
 }

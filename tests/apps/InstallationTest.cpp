@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstring>
 #include <map>
 #include <set>
 
@@ -43,14 +44,17 @@ const Case setups[] = {
          WithEarlierServices},
     {"ClusterNode", "", "--cluster-node", sharedDirectory, AsRoot},
     {"ClusterNodeInPlace", "", "--cluster-node", sharedDirectory, InPlaceAsRoot},
-    {"PrivateCopy", "chown -R 4321:4321 /opt/corvane26", "--submission-scripts", "/opt/corvane26",
+    {"PrivateCopy",
+     "useradd -u 4321 -m dora; mkdir -p /home/dora/.local/state;"
+     "chown -R 4321:4321 /opt/corvane26 /home/dora",
+     "--submission-scripts", "/opt/corvane26",
      AsUser | InPlace | WithoutClusterNode | WithSubmissionScripts},
 };
 
 std::string CommandOf(const Case& test) {
     const std::string user =
         (test.conditions & AsRoot) != 0 ? "" : "setpriv --reuid=4321 --regid=4321 --clear-groups ";
-    return "env LSAN_OPTIONS=detect_leaks=0 " + user +
+    return "env -u XDG_STATE_HOME LSAN_OPTIONS=detect_leaks=0 " + user +
            ((test.conditions & InPlaceAsRoot) == InPlaceAsRoot ? withoutMounts : "") +
            "/opt/corvane26/cv_install --setup --yes " + (user.empty() ? "" : "--user-mode ") +
            test.setup;
@@ -60,6 +64,16 @@ std::string CommandOf(const Case& test) {
 std::string WithoutRandomPart(const std::string& path) {
     return hx_test::ReplaceMatches(path, "^(/tmp/corvane26_(?:commit|setup)_)[A-Za-z0-9]{6}",
                                    "$1XXXXXX");
+}
+
+// The path of the table, with the user's record where this test has it.
+std::string RealPath(const Entry& entry, const Case& test) {
+    std::string path = PathOf(entry, test.installDir);
+    if (path.starts_with(userRecords))
+        path.replace(0, std::strlen(userRecords), "/home/dora/.local/state");
+    if (const size_t at = path.find(escapedPart); at != std::string::npos)
+        path.replace(at, escapedPart.size(), "opt-corvane26");
+    return path;
 }
 
 std::string Octal(mode_t mode) {
@@ -96,7 +110,7 @@ bool IsAccountFile(const std::string& path) {
 bool IsInTable(const std::string& path, const Case& test) {
     const bool account = (test.conditions & AsRoot) != 0 && IsAccountFile(path);
     return account || std::any_of(Entries().begin(), Entries().end(), [&](const Entry& entry) {
-               const std::string own = PathOf(entry, test.installDir);
+               const std::string own = RealPath(entry, test);
                return Applies(entry, test.conditions) && !IsAccount(entry) &&
                       (own == path ||
                        (entry.check == Check::Archive && path.starts_with(own + "/")));
@@ -114,7 +128,7 @@ void ExpectTable(const Case& test, const std::vector<std::string>& changes) {
     for (const Entry& entry : Entries()) {
         if (!Applies(entry, test.conditions) || IsAccount(entry))
             continue;
-        const std::string path = PathOf(entry, test.installDir);
+        const std::string path = RealPath(entry, test);
         const std::string change = changed[path];
         if (entry.later == Later::Removes) {
             EXPECT_TRUE(change.starts_with("deleted ")) << path << ' ' << change;
@@ -128,10 +142,14 @@ void ExpectTable(const Case& test, const std::vector<std::string>& changes) {
 }
 
 // True for what a second setup with the same answers writes. A staged one brings nothing to the
-// machine that is there already, but notes in its lock that it may be changing the machine.
+// machine that is there already, but notes in its lock that it may be changing the machine, and
+// records when it ran.
 bool IsRewritten(const Entry& entry, unsigned conditions) {
-    if ((conditions & InPlace) == 0)
-        return entry.item == Item::RootLog || entry.item == Item::RootLock;
+    if ((conditions & InPlace) == 0) {
+        return entry.item == Item::RootLog || entry.item == Item::RootLock ||
+               entry.item == Item::Manifest || entry.item == Item::RecordedAnswers ||
+               entry.item == Item::RecordedScript;
+    }
     return Applies(entry, conditions) && entry.later == Later::Rewrites;
 }
 
@@ -139,7 +157,7 @@ void ExpectRewritten(const Case& test, const std::vector<std::string>& changes) 
     std::set<std::string> expected;
     for (const Entry& entry : Entries()) {
         if (IsRewritten(entry, test.conditions))
-            expected.insert(PathOf(entry, test.installDir));
+            expected.insert(RealPath(entry, test));
     }
     std::set<std::string> changed;
     for (const std::string& line : changes)

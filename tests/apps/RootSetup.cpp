@@ -12,7 +12,8 @@ void LayOutRootSetup() {
           "/usr/bin/corvane26_service_script", "/etc/systemd/system/corvane26_service.service"})
         fs::remove_all(path);
     Shell(
-        "rm -rf /tmp/corvane26_commit_* /etc/corvane26; ! id -u corvsrvc || userdel corvsrvc;"
+        "rm -rf /tmp/corvane26_commit_* /etc/corvane26 /var/lib/corvane26; ! id -u corvsrvc || "
+        "userdel corvsrvc;"
         "! getent group corvsrvc || groupdel corvsrvc");
     fs::create_directories("/opt");
     fs::copy(HX_PRODUCT_DIR, "/opt/corvane26",

@@ -60,7 +60,7 @@ TEST_F(ScriptRun, RunsScriptWithoutSettingsOfAnotherRunScript) {
 TEST_F(ScriptRun, ReportsWhyScriptCannotStart) {
     const auto result = m_setup.RunProgram(
         {"/bin/sh", "-c",
-         "ulimit -n 10; exec /tmp/product/cv_install --setup --user-mode --yes -s 5"});
+         "ulimit -n 14; exec /tmp/product/cv_install --setup --user-mode --yes -s 5"});
     EXPECT_EQ(result.status, 6);
     EXPECT_EQ(WithoutLogPath(result.err),
               "cv_install: cannot start the commit script: Too many open files\n"

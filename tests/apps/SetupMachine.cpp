@@ -160,6 +160,7 @@ struct ExceptedPaths {
 };
 const ExceptedPaths exceptedPaths[] = {
     {"/etc/corvane26(/service)?", "the setup records the service account"},
+    {"/var/lib/corvane26(/.*)?", "the setup records its answers"},
     {"/var/corvane/qchemrc(/.*)?", "the setup writes Q-Chem files before the script"},
     {"/var/corvane/corvane26_(samba|ssh)", "the setup writes these scripts before the script"},
     {"/etc/(passwd|group|shadow|gshadow|subuid|subgid)-",

@@ -144,9 +144,10 @@ struct Moment {
 };
 
 bool IsNotInJson(const std::string& path) {
-    static const std::regex accountFile(
-        "/etc/((passwd|group|shadow|gshadow|subuid|subgid)-?|\\.pwd\\.lock)");
-    return std::regex_match(path, accountFile) || path.starts_with(runningServices);
+    static const std::regex notListed(
+        "/etc/((passwd|group|shadow|gshadow|subuid|subgid)-?|\\.pwd\\.lock)|"
+        "/var/lib/corvane26(/.*)?");
+    return std::regex_match(path, notListed) || path.starts_with(runningServices);
 }
 
 void AddPaths(const Moment& before, const Moment& after, std::multiset<std::string>& changes) {

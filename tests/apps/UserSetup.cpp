@@ -23,6 +23,8 @@ namespace {
     setenv("LSAN_OPTIONS", LeakOptions("/tmp/lsan.supp").c_str(), 1);
     // It may name a directory in the hidden /tmp.
     unsetenv("TMPDIR");
+    // The user cannot write to the home directory.
+    setenv("XDG_STATE_HOME", "/tmp/state", 1);
     std::fflush(nullptr);
     execv(argv[0], argv.data());
     _exit(127);

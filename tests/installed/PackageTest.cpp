@@ -117,7 +117,7 @@ protected:
             "systemctl stop corvane26_service; umount /var/corvane; dpkg -P libhxinstallbase-dev "
             "corvane26-setup; "
             "rm -rf /usr/lib/corvane26 /opt/corvane26 /var/corvane /etc/corvane26 "
-            "/usr/bin/corvane26* /srv/away "
+            "/var/lib/corvane26 /usr/bin/corvane26* /srv/away "
             "/run/corvane26* "
             "/etc/systemd/system/*/corvane2* /etc/systemd/system/corvane2*; "
             "systemctl daemon-reload; userdel corvsrvc; groupdel corvsrvc; userdel ann; "

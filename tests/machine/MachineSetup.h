@@ -29,7 +29,8 @@ protected:
     static void RemoveInstallation() {
         Shell(
             "systemctl disable --now corvane26_service; "
-            "rm -rf /var/corvane /etc/corvane26 /usr/bin/corvane26* /etc/systemd/system/corvane2* "
+            "rm -rf /var/corvane /etc/corvane26 /var/lib/corvane26 /usr/bin/corvane26* "
+            "/etc/systemd/system/corvane2* "
             "/var/log/corvane26_setup.log /tmp/corvane26_*; "
             "systemctl daemon-reload; systemctl reset-failed");
     }

@@ -68,6 +68,16 @@ constexpr Entry CommandLink(Entry entry) {
     return entry;
 }
 
+// A directory or file of a record, as root at `path`, as a user below the user's directory.
+constexpr Entry RecordRow(Entry entry) {
+    const bool root = entry.rootMode != 0;
+    entry.conditions = root ? AsRoot : AsUser;
+    entry.removal = root ? Removal::Purge : Removal::Keep;
+    if (entry.kind == Kind::Directory)
+        entry.later = Later::Keeps;
+    return entry;
+}
+
 constexpr Entry createdEntries[] = {
     {.kind = Kind::Group, .conditions = AsRoot, .later = Later::Keeps, .removal = Removal::Purge},
     {.kind = Kind::User, .conditions = AsRoot, .later = Later::Keeps, .removal = Removal::Purge},
@@ -194,6 +204,43 @@ constexpr Entry createdEntries[] = {
      .removal = Removal::Purge,
      .serviceUses = true},
 
+    RecordRow({.item = Item::Record,
+               .path = "/var/lib/corvane26",
+               .purpose = "record of the previous setup",
+               .kind = Kind::Directory,
+               .rootMode = 0755,
+               .removesAllBelow = true}),
+    RecordRow({.item = Item::Manifest,
+               .path = "/var/lib/corvane26/manifest",
+               .purpose = "when, by whom, and with which answers",
+               .rootMode = 0644}),
+    RecordRow({.item = Item::RecordPrivate,
+               .path = "/var/lib/corvane26/private",
+               .kind = Kind::Directory,
+               .rootMode = 0700}),
+    RecordRow({.item = Item::RecordedAnswers,
+               .path = "/var/lib/corvane26/private/answers",
+               .purpose = "answers for the next setup",
+               .rootMode = 0600}),
+    RecordRow({.item = Item::RecordedScript,
+               .path = "/var/lib/corvane26/private/commit_script",
+               .purpose = "commit script of the previous setup",
+               .rootMode = 0600}),
+    RecordRow({.path = "~/.local/state/corvane26", .kind = Kind::Directory, .userMode = 0700}),
+    RecordRow({.item = Item::UserRecord,
+               .path = "~/.local/state/corvane26/INSTALL-DIRECTORY",
+               .purpose = "record of a user's setup",
+               .kind = Kind::Directory,
+               .userMode = 0700}),
+    RecordRow({.path = "~/.local/state/corvane26/INSTALL-DIRECTORY/manifest", .userMode = 0644}),
+    RecordRow({.path = "~/.local/state/corvane26/INSTALL-DIRECTORY/private",
+               .kind = Kind::Directory,
+               .userMode = 0700}),
+    RecordRow(
+        {.path = "~/.local/state/corvane26/INSTALL-DIRECTORY/private/answers", .userMode = 0600}),
+    RecordRow({.path = "~/.local/state/corvane26/INSTALL-DIRECTORY/private/commit_script",
+               .userMode = 0600}),
+
     {.item = Item::CommitScript,
      .path = "/tmp/corvane26_commit_XXXXXX",
      .purpose = "commit script",
@@ -270,7 +317,8 @@ const Entry& Find(Item item) {
 }
 
 bool IsInTree(const Entry& entry) {
-    return entry.kind != Kind::Group && entry.kind != Kind::User && entry.path[0] != '/';
+    return entry.kind != Kind::Group && entry.kind != Kind::User && entry.path[0] != '/' &&
+           entry.path[0] != '~';
 }
 
 std::string PathOf(const Entry& entry, const std::string& installDir) {

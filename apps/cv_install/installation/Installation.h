@@ -78,6 +78,12 @@ enum class Item {
     Unit,
     AccountRecord,
     CommitScript,
+    Record,
+    Manifest,
+    RecordPrivate,
+    RecordedAnswers,
+    RecordedScript,
+    UserRecord,
     RootLog,
     UserLog,
     RootLock,
@@ -86,14 +92,20 @@ enum class Item {
 
 inline constexpr std::string_view randomPart = "XXXXXX";
 
+// In the path of a user's record: the directory of records, unless XDG_STATE_HOME names another
+// one, and what the name of the install directory is as systemd-escape --path writes it.
+inline constexpr const char* userRecords = "~/.local/state";
+inline constexpr std::string_view escapedPart = "INSTALL-DIRECTORY";
+
 // In a private directory of a merge: the directory of new entries, and how other names begin.
 inline constexpr const char* newEntriesName = "corvane26_new";
 inline constexpr std::string_view slotPrefix = "corvane26_slot.";
 
 struct Entry {
     Item item = Item::Unnamed;
-    // Relative to the install directory, or absolute, with `randomPart` for random characters.
-    // Empty for the install directory itself and for accounts, whose names are settings.
+    // Relative to the install directory, or absolute, with `randomPart` for random characters, or
+    // below the user's directory of records, which `userRecords` stands for. Empty for the install
+    // directory itself and for accounts, whose names are settings.
     const char* path = "";
     const char* purpose = "";  // for the guide; may be empty
     Kind kind = Kind::File;

@@ -29,5 +29,6 @@ struct StagedMachine {
     QStringList activeServices;    // names of the services that were active before the setup
     Answers answers;               // that the setup uses
     std::vector<std::pair<QString, QString>> values;  // answers in use: label and value
+    QByteArray script;                                // the commit script that ran
     QStringList missingCommands;  // commands of the scheduler that cannot be executed
 };

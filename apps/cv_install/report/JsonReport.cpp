@@ -17,6 +17,7 @@
 #include "answers/Usage.h"
 #include "apply/Console.h"
 #include "installation/ChildProcess.h"
+#include "record/RecordText.h"
 #include "report/JsonChanges.h"
 #include "report/OutputFile.h"
 
@@ -86,12 +87,6 @@ void AddLibraryMessages(const QString& errors, Json& warnings, Json& problem) {
     }
 }
 
-std::string HostName() {
-    std::array<char, HOST_NAME_MAX + 1> name = {};
-    gethostname(name.data(), name.size() - 1);
-    return name.data();
-}
-
 std::string ReadNotes() {
     struct stat found = {};
     std::string text;
@@ -154,7 +149,7 @@ Json Assemble(bool isDryRun, int status, int waitStatus) {
             {"action", isDryRun ? "dry-run" : "setup"},
             {"status", status},
             {"version", HX_VERSION},
-            {"host", HostName()},
+            {"host", HostName().toStdString()},
             {"install_dir", all.value("install_dir", Json())},
             {"answers", all.value("answers", Json())},
             {"warnings", std::move(warnings)},

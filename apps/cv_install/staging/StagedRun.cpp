@@ -40,6 +40,7 @@ QByteArray Encode(const QString& impossible, const StagedMachine& staged) {
 void Decode(const QByteArray& message, QString& impossible, StagedMachine& staged) {
     QDataStream stream(message);
     QList<std::pair<QString, QString>> values;
+    QByteArray script;
     stream >> impossible >> staged.interactive >> staged.conditions >> staged.installDir >>
         staged.serviceUser >> staged.serviceGroup >> staged.members.joining >>
         staged.members.leaving >> staged.isManagerRunning >> staged.activeServices >> values >>
