@@ -140,19 +140,19 @@ void PrintTo(const EndOfRun& end, std::ostream* out) {
 
 const EndOfRun ends[] = {
     {"Success", 0,
-     R"("action": "setup", "status": 0, "install_dir": "/T", "log": "/log", "problem": null,
+     R"("action": "setup", "status": 0, "install_dir": "/T", "log": "/dev/null", "problem": null,
         "warnings": [], "changes": )" +
          eachKindOfChange + R"(, "answers": )" + eachKindOfAnswer,
      [] {
          JsonReport::NoteInstallDirectory("/T");
-         JsonReport::NoteLog("/log");
+         JsonReport::NoteLog("/dev/null");
          JsonReport::NoteAnswers(EachKindOfAnswer());
          JsonReport::NoteChanges(EachKindOfChange());
      }},
     {"SuccessWithoutNotes", 0,
      R"("install_dir": null, "answers": null, "warnings": [], "changes": null, "problem": null,
         "log": null)",
-     [] { JsonReport::NoteLog(""); }},
+     [] { JsonReport::NoteLog("/none"); }},
     {"DryRun", 0, R"("action": "dry-run", "changes": [])", [] { JsonReport::NoteChanges({}); },
      true},
     {"FailureWithoutChanges", 9, R"("status": 9, "changes": [], )" + theProblem,
@@ -172,6 +172,15 @@ const EndOfRun ends[] = {
          ReportWarning(ProblemWith(ExitStatus::Refused, Changes::None));
          Report(ProblemWith(ExitStatus::Complete, Changes::Unknown));
          Report(ProblemWith(ExitStatus::ValueRefused, Changes::Unknown));
+     }},
+    {"SeveralProblems", 4,
+     R"("changes": [], "problem": {"text": "the text", "remedy": "The remedy.",
+        "findings": [{"text": "first \u001b", "remedy": ""}, {"text": "second", "remedy": ""}]})",
+     [] {
+         Report({ExitStatus::ValueRefused, QStringLiteral("first \x1b"), {}, Changes::Unknown});
+         Report({ExitStatus::SystemCallFailed, QStringLiteral("other"), {}, Changes::Unknown});
+         Report({ExitStatus::ValueRefused, QStringLiteral("second"), {}, Changes::Unknown});
+         FailWith(ExitStatus::ValueRefused, Changes::None);
      }},
     {"ErrorOfLibrary", 2,
      R"("warnings": [{"text": "first\nsecond", "remedy": ""}],

@@ -4,6 +4,7 @@
 #include <csignal>
 #include <filesystem>
 
+#include "apps/JsonSchema.h"
 #include "apps/RootSetup.h"
 #include "apps/UserSetup.h"
 #include "harness/Expect.h"
@@ -51,6 +52,8 @@ TEST_F(SetupLock, RefusesSecondSetup) {
         "    Run the setup again when it has ended, or with --wait SECONDS\\.\n"
         "    No changes were made\\.\n"))
         << second.err;
+    const auto third = m_setup.Run({"--setup", "--user-mode", "--yes", "--json", "-"});
+    ExpectReport(third.out, R"({"status": 64, "changes": [], "answers": null, "log": null})");
     EXPECT_EQ(m_setup.Run({"--version"}).status, 0);
     Release();
     EXPECT_EQ(holder.Finish(), 0);

@@ -4,6 +4,7 @@
 
 #include <filesystem>
 
+#include "apps/JsonSchema.h"
 #include "apps/UserSetup.h"
 #include "harness/Expect.h"
 #include "harness/Pattern.h"
@@ -22,7 +23,9 @@ protected:
 
 TEST_F(Setup, CreatesPrivateCopyWithSummaryAndLog) {
     const UserSetup setup("product with spaces and ümlaut");
-    const auto result = setup.Run(m_yes);
+    std::vector<std::string> arguments = m_yes;
+    arguments.insert(arguments.end(), {"--json", "/tmp/report"});
+    const auto result = setup.Run(arguments);
     ASSERT_EQ(result.status, 0) << result.out << result.err;
     EXPECT_EQ(result.err, "");
     EXPECT_TRUE(setup.Has("corvanerc/corvane26server/resources/index.html"));
@@ -41,6 +44,9 @@ TEST_F(Setup, CreatesPrivateCopyWithSummaryAndLog) {
     const std::string log = rest.substr(0, rest.find('\n'));
     EXPECT_EQ(rest, log + "\n  Next step: start Corvane with " + script + "\n");
     EXPECT_EQ(hx_test::ReadFile(setup.Root() + "/" + log), result.out);
+    ExpectReport(hx_test::ReadFile(setup.Root() + "/report"),
+                 R"({"action": "setup", "status": 0, "install_dir": ")" + directory +
+                     R"(", "changes": null, "problem": null, "log": "/tmp/)" + log + "\"}");
 
     EXPECT_EQ(setup.RunProgram({script, "--root-path"}).out, "CORV_ROOT=" + directory + "\n");
 }

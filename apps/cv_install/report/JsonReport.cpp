@@ -6,9 +6,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <array>
 #include <cerrno>
-#include <climits>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
@@ -60,9 +58,9 @@ void NoteProblem(const Problem& problem, bool isWarning) {
         Note("warning", std::move(object));
         return;
     }
-    Note(Json{{"problem", std::move(object)},
-              {"left", static_cast<int>(problem.changes)},
-              {"problemStatus", static_cast<int>(problem.status)}});
+    Note("problem", {{"status", static_cast<int>(problem.status)},
+                     {"message", std::move(object)},
+                     {"changes", static_cast<int>(problem.changes)}});
 }
 
 void NoteErrorText(const char* text, size_t length) {
@@ -87,6 +85,12 @@ void AddLibraryMessages(const QString& errors, Json& warnings, Json& problem) {
     }
 }
 
+// The log of a user's setup that was refused is removed.
+Json ExistingLog(const Json& all) {
+    const std::string path = all.value("log", std::string());
+    return path.empty() || access(path.c_str(), F_OK) != 0 ? Json() : Json(path);
+}
+
 std::string ReadNotes() {
     struct stat found = {};
     std::string text;
@@ -99,12 +103,13 @@ std::string ReadNotes() {
 }
 
 // What the setup changed: nothing, what it noted, or null for unknown.
-Json ChangesOf(const Json& all, int status, bool isDryRun) {
+Json ChangesOf(const Json& all, const Json& problem, int status, bool isDryRun) {
     const Json planned = all.value("changes", Json());
     if (status == 0 || status == static_cast<int>(ExitStatus::ServiceNotRunning))
         return planned;
-    const bool changedNothing = all.value("left", -1) == static_cast<int>(Changes::None) ||
-                                status == static_cast<int>(ExitStatus::UnusableArguments);
+    const bool changedNothing =
+        (!problem.is_null() && problem["changes"] == static_cast<int>(Changes::None)) ||
+        status == static_cast<int>(ExitStatus::UnusableArguments);
     return changedNothing && !isDryRun ? Json::array() : Json();
 }
 
@@ -122,9 +127,21 @@ Json ProblemOf(const Json& noted, int status, int waitStatus) {
                     QStringLiteral("Read its messages on standard error."));
 }
 
+// Ignores a problem of another status, which did not end the setup. The last one replaces the
+// others, which are findings.
+void AddProblem(const Json& added, int status, Json& problem, Json& findings) {
+    if (added["status"] != status)
+        return;
+    if (!problem.is_null())
+        findings.push_back(problem["message"]);
+    problem = added;
+}
+
 Json Assemble(bool isDryRun, int status, int waitStatus) {
     Json all = Json::object();
     Json warnings = Json::array();
+    Json problem;
+    Json findings = Json::array();
     QByteArray errors;
     for (const QByteArray& line : QByteArray::fromStdString(ReadNotes()).split('\n')) {
         const Json note = Json::parse(line.begin(), line.end(), nullptr, false);
@@ -135,16 +152,18 @@ Json Assemble(bool isDryRun, int status, int waitStatus) {
                 warnings.push_back(value);
             else if (member == "errors")
                 errors += QByteArray::fromStdString(value);
+            else if (member == "problem")
+                AddProblem(value, status, problem, findings);
             else
                 all[member] = value;
         }
     }
-    // A problem of another status was reported, but did not end the setup.
-    Json problem;
-    if (all.value("problemStatus", -1) == status)
-        problem = all["problem"];
-    Json ofLibrary;
-    AddLibraryMessages(QString::fromUtf8(errors), warnings, ofLibrary);
+    Json message;
+    AddLibraryMessages(QString::fromUtf8(errors), warnings, message);
+    if (!problem.is_null())
+        message = problem["message"];
+    if (!findings.empty())
+        message["findings"] = std::move(findings);
     return {{"schema", schemaVersion},
             {"action", isDryRun ? "dry-run" : "setup"},
             {"status", status},
@@ -153,9 +172,9 @@ Json Assemble(bool isDryRun, int status, int waitStatus) {
             {"install_dir", all.value("install_dir", Json())},
             {"answers", all.value("answers", Json())},
             {"warnings", std::move(warnings)},
-            {"changes", ChangesOf(all, status, isDryRun)},
-            {"problem", ProblemOf(problem.is_null() ? ofLibrary : problem, status, waitStatus)},
-            {"log", all.value("log", Json())}};
+            {"changes", ChangesOf(all, problem, status, isDryRun)},
+            {"problem", ProblemOf(message, status, waitStatus)},
+            {"log", ExistingLog(all)}};
 }
 
 [[noreturn]] void Fail(const Problem& problem) {
