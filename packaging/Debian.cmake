@@ -23,6 +23,8 @@ install(FILES
     ${PROJECT_SOURCE_DIR}/docs/cluster.md
     ${PROJECT_SOURCE_DIR}/docs/installing.md
   DESTINATION share/doc/${runtime} COMPONENT runtime)
+install(FILES ${PROJECT_SOURCE_DIR}/docs/examples/answers.toml
+  DESTINATION share/doc/${runtime}/examples COMPONENT runtime)
 install(FILES
     ${PROJECT_SOURCE_DIR}/docs/download.md
     ${PROJECT_SOURCE_DIR}/docs/probes.md

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 
+#include "answers/AnswersFile.h"
 #include "answers/Conversation.h"
 #include "answers/Members.h"
 #include "answers/StartRun.h"
@@ -71,10 +72,10 @@ Failure PrepareRecord(const CInstallBase& run, const Answers& answers, const Com
 
 // Everything that changes the machine. In a setup as root the tree is checked again after the
 // confirmation and before the script, because other users can change it meanwhile.
-Failure CarryOut(CInstallBase& run, unsigned conditions, const SetupLock& lock) {
+Failure CarryOut(CInstallBase& run, const Answers& answers, const SetupLock& lock) {
+    const unsigned conditions = ConditionsOf(run, answers) | InPlace;
     const bool root = IsRootSetup(run);
     const MemberChanges members = FindMemberChanges(run);
-    const Answers answers = AnswersOf(run, {});
     HideMembersFromScript(run);
     CommitScript script;
     PackedPages packed;
@@ -122,8 +123,9 @@ Failure FindObstacle(const CInstallBase& run) {
 
 }  // namespace
 
-Failure RunInPlace(Arguments& arguments, const SetupLock& lock) {
-    const std::unique_ptr<CInstallBase> run = StartRun(arguments);
+Failure RunInPlace(Arguments& arguments, const Answers& file, const SetupLock& lock) {
+    Answers answers;
+    const std::unique_ptr<CInstallBase> run = StartRun(arguments, file, {}, answers);
     // That of root was started before.
     if (!IsRootSetup(*run))
         SetupLog::Start(false);
@@ -132,11 +134,13 @@ Failure RunInPlace(Arguments& arguments, const SetupLock& lock) {
         Console::SetDefaultLevel(Console::Level::Quiet);
     Failure failure = FindObstacle(*run);
     if (!failure)
-        failure = AskQuestions(*run);
+        failure = AskQuestions(*run, answers);
     if (!failure)
-        JsonReport::NoteAnswers(AnswersOf(*run, {}));
+        JsonReport::NoteAnswers(answers);
     if (!failure)
-        failure = CarryOut(*run, ConditionsOf(*run, arguments) | InPlace, lock);
+        failure = SaveAnswersFile(arguments.TextOf(OwnOption::SaveAnswers), answers);
+    if (!failure)
+        failure = CarryOut(*run, answers, lock);
     if (!failure)
         ShowSummary(SummaryOf(*run));
     return failure;

@@ -7,4 +7,4 @@
 #include "installation/SetupLock.h"
 
 // Asks, writes the files, runs the commit script, checks the result and shows the summary.
-Failure RunInPlace(Arguments& arguments, const SetupLock& lock);
+Failure RunInPlace(Arguments& arguments, const Answers& file, const SetupLock& lock);

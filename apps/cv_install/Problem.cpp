@@ -39,16 +39,26 @@ void Print(const QByteArray& text) {
 
 }  // namespace
 
-bool IsControl(QChar character) {
-    return character.category() == QChar::Other_Control;
+bool IsControl(char32_t character) {
+    switch (QChar::category(character)) {
+        case QChar::Other_Control:
+        case QChar::Other_Format:
+        case QChar::Separator_Line:
+        case QChar::Separator_Paragraph:
+            return true;
+        default:
+            return false;
+    }
 }
 
-QString Printable(QString text) {
-    for (QChar& character : text) {
+QString Printable(const QString& text) {
+    QList<uint> characters = text.toUcs4();
+    for (uint& character : characters) {
         if (IsControl(character))
-            character = u'?';
+            character = '?';
     }
-    return text;
+    return QString::fromUcs4(reinterpret_cast<const char32_t*>(characters.constData()),
+                             characters.size());
 }
 
 void ObserveProblems(ProblemObserver observe) {

@@ -28,12 +28,12 @@ struct Problem {
 using Failure = std::optional<Problem>;
 
 // True for a control character, including the 8-bit ones, which a terminal may take for escape
-// sequences.
-bool IsControl(QChar character);
+// sequences, and for an invisible one that changes how other text looks, such as its direction.
+bool IsControl(char32_t character);
 
-// Shows control characters as question marks, which are safe on a terminal: names of files and
+// Shows such characters as question marks, which are safe on a terminal: names of files and
 // values may be chosen by another user.
-QString Printable(QString text);
+QString Printable(const QString& text);
 
 // Prints the problem to stderr, after everything that was printed to stdout.
 void Report(const Problem& problem);

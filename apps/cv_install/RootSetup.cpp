@@ -4,6 +4,7 @@
 #include <functional>
 
 #include "InPlace.h"
+#include "answers/AnswersFile.h"
 #include "answers/Conversation.h"
 #include "answers/Members.h"
 #include "answers/StartRun.h"
@@ -31,25 +32,26 @@
 namespace {
 
 // In the child process: everything up to the end of the commit script.
-Failure Stage(Arguments& arguments, const Descriptor& liveTree, const SetupLock& lock,
-              StagedMachine& staged) {
-    const std::unique_ptr<CInstallBase> run = StartRun(arguments);
+Failure Stage(Arguments& arguments, const Answers& file, const Descriptor& liveTree,
+              const SetupLock& lock, StagedMachine& staged) {
+    Answers answers;
+    const std::unique_ptr<CInstallBase> run = StartRun(arguments, file, {}, answers);
     if (run->m_clusterNode)
         Console::SetDefaultLevel(Console::Level::Quiet);
     Failure failure = CheckPlaces(run->m_binariesDir, run->m_installDir);
     if (!failure) {
-        failure = AskQuestions(*run, [&](const QString& scratch) {
+        failure = AskQuestions(*run, answers, [&](const QString& scratch) {
             PrivateMounts::ShowScratchDirectory(liveTree, scratch);
         });
     }
     if (!failure)
+        JsonReport::NoteAnswers(answers);
+    if (!failure)
         failure = PrivateMounts::CoverTemporaryFiles();
     staged.members = FindMemberChanges(*run);
-    staged.answers = AnswersOf(*run, {});
-    if (!failure)
-        JsonReport::NoteAnswers(staged.answers);
     HideMembersFromScript(*run);
-    staged.conditions = ConditionsOf(*run, arguments);
+    staged.answers = answers;
+    staged.conditions = ConditionsOf(*run, answers);
     PackedPages packed;
     if (!failure) {
         packed.Read(*run, staged.conditions);
@@ -118,6 +120,8 @@ Failure Complete(const Arguments& arguments, const SetupLock& lock, const Staged
                                : Agree(staged, atStaging, read, differences);
     if (!failure)
         JsonReport::NoteChanges(differences);
+    if (!failure)
+        failure = SaveAnswersFile(arguments.TextOf(OwnOption::SaveAnswers), staged.answers);
     if (!failure && isDryRun)
         ShowSummaryOfDryRun(differences);
     if (failure || isDryRun)
@@ -140,7 +144,8 @@ Failure Complete(const Arguments& arguments, const SetupLock& lock, const Staged
     return failure;
 }
 
-Failure RunWithoutStaging(Arguments& arguments, const SetupLock& lock, const QString& reason) {
+Failure RunWithoutStaging(Arguments& arguments, const Answers& file, const SetupLock& lock,
+                          const QString& reason) {
     if (arguments.Has(OwnOption::DryRun)) {
         return Problem{ExitStatus::NoDryRun,
                        QStringLiteral("cannot find out what a setup would change: %1").arg(reason),
@@ -153,12 +158,12 @@ Failure RunWithoutStaging(Arguments& arguments, const SetupLock& lock, const QSt
                                   "leaves the changes made so far.")});
     if (Failure failure = CheckBeforeStart(QLatin1String(sharedDirectory)))
         return failure;
-    return RunInPlace(arguments, lock);
+    return RunInPlace(arguments, file, lock);
 }
 
 }  // namespace
 
-ExitStatus RunAsRoot(Arguments& arguments, const SetupLock& lock) {
+ExitStatus RunAsRoot(Arguments& arguments, const Answers& file, const SetupLock& lock) {
     if (!arguments.Has(OwnOption::DryRun))
         SetupLog::Start(true);
     JsonReport::NoteLog(SetupLog::Path());
@@ -173,10 +178,10 @@ ExitStatus RunAsRoot(Arguments& arguments, const SetupLock& lock) {
     }
     if (!failure) {
         const StagedResult result = RunStaged(liveTree, [&](StagedMachine& staged) {
-            return Stage(arguments, liveTree, lock, staged);
+            return Stage(arguments, file, liveTree, lock, staged);
         });
         if (!result.impossible.isEmpty())
-            failure = RunWithoutStaging(arguments, lock, result.impossible);
+            failure = RunWithoutStaging(arguments, file, lock, result.impossible);
         else if (!result.staged)
             return static_cast<ExitStatus>(result.status);
         else

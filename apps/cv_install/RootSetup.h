@@ -6,4 +6,4 @@
 
 // Runs the setup, or where a private view of the machine is impossible, a setup in place. Returns
 // the exit status; failures have been reported.
-ExitStatus RunAsRoot(Arguments& arguments, const SetupLock& lock);
+ExitStatus RunAsRoot(Arguments& arguments, const Answers& file, const SetupLock& lock);

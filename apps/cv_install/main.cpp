@@ -6,6 +6,7 @@
 #include "InPlace.h"
 #include "Problem.h"
 #include "RootSetup.h"
+#include "answers/AnswersFile.h"
 #include "answers/Arguments.h"
 #include "answers/Usage.h"
 #include "apply/Console.h"
@@ -13,6 +14,7 @@
 #include "installation/SetupLock.h"
 #include "installation/TreeCheck.h"
 #include "report/JsonReport.h"
+#include "report/OutputFile.h"
 
 namespace {
 
@@ -21,7 +23,12 @@ ExitStatus RunSetup(Arguments& arguments) {
     const bool isRoot = getuid() == 0;
     QString installDir;
     SetupLock lock;
-    Failure failure = FindInstallDirectory(arguments.argv()[0], installDir);
+    if (arguments.UsesStream(OwnOption::SaveAnswers))
+        ReserveStandardOutput();
+    Answers file;
+    Failure failure = ReadAnswersFile(arguments.TextOf(OwnOption::Answers), file);
+    if (!failure)
+        failure = FindInstallDirectory(arguments.argv()[0], installDir);
     if (!failure) {
         JsonReport::NoteInstallDirectory(installDir);
         failure = lock.Take(installDir, std::chrono::seconds(arguments.NumberOf(OwnOption::Wait)),
@@ -29,11 +36,11 @@ ExitStatus RunSetup(Arguments& arguments) {
                                                              : SetupLock::Purpose::Setup);
     }
     if (!failure && isRoot)
-        return RunAsRoot(arguments, lock);
+        return RunAsRoot(arguments, file, lock);
     if (!failure)
         failure = CheckBeforeStart(installDir);
     if (!failure)
-        failure = RunInPlace(arguments, lock);
+        failure = RunInPlace(arguments, file, lock);
     if (!failure)
         return ExitStatus::Complete;
     Report(*failure);

@@ -7,6 +7,8 @@
 #include <set>
 
 #include "answers/AnswersFile.h"
+#include "answers/Arguments.h"
+#include "harness/TempDir.h"
 
 namespace {
 
@@ -36,6 +38,33 @@ cluster-node = false
 protocols = ["HTTP"]
 )";
 
+class CommandLine {
+public:
+    explicit CommandLine(std::vector<std::string> words) : m_words(std::move(words)) {
+        m_words.insert(m_words.begin(), "/opt/product/cv_install");
+        for (std::string& word : m_words)
+            m_argv.push_back(word.data());
+        m_argv.push_back(nullptr);
+    }
+    int argc() const { return static_cast<int>(m_words.size()); }
+    char** argv() { return m_argv.data(); }
+
+private:
+    std::vector<std::string> m_words;
+    std::vector<char*> m_argv;
+};
+
+// The answers of a command line as TOML, with the scheduler that the library would use.
+std::string AnswersIn(const std::vector<std::string>& words) {
+    CommandLine line(words);
+    Arguments arguments(line.argc(), line.argv());
+    const CInstallBase run(true, arguments.argc(), arguments.argv());
+    const Answers answers = arguments.AnswersIn(run);
+    for (const auto& [id, answer] : answers.All())
+        EXPECT_EQ(answer.source, AnswerSource::CommandLine);
+    return WriteAnswers(answers, AnswersForm::File).toStdString();
+}
+
 TEST(AnswerTable, HasUniqueKeysInOrderOfIds) {
     std::set<std::string> keys;
     for (const AnswerRow& row : AnswerRows()) {
@@ -46,9 +75,8 @@ TEST(AnswerTable, HasUniqueKeysInOrderOfIds) {
 }
 
 TEST(Answers, ReadsFieldsThatItApplies) {
-    char program[] = "/opt/product/cv_install";
-    char* argv[] = {program, nullptr};
-    CInstallBase run(true, 1, argv);
+    CommandLine none({});
+    CInstallBase run(true, none.argc(), none.argv());
     const std::pair<AnswerId, AnswerValue> values[] = {
         {AnswerId::JobLimit, 3},
         {AnswerId::MemoryLimit, 700},
@@ -128,6 +156,57 @@ TEST(Answers, PassThroughStreamUnchanged) {
     EXPECT_EQ(received, EveryKind());
 }
 
+TEST(Options, GiveEachAnswer) {
+    const struct {
+        std::vector<std::string> words;
+        std::string toml;
+    } cases[] = {
+        {{"--job-limit", "4"}, "job-limit = 4  # threads\n"},
+        {{"-m", "700", "--memory-limit=800"}, "memory-limit = 800  # MB per thread\n"},
+        {{"-s", "5"}, "scratch-limit = 5  # GB per thread\n"},
+        {{"-s", "5", "-s", "0", "-m", "-1"}, ""},
+        {{"-d", "/a=b"}, "scratch-directory = \"/a=b\"\n"},
+        {{"--scratch-directory=/a=b"}, "scratch-directory = \"/a=b\"\n"},
+        {{"--qsub", "/q/qsub"}, "qsub = \"/q/qsub\"\n"},
+        {{"--members", "ann,bob carl"}, "members = [\"ann\", \"bob\", \"carl\"]\n"},
+        {{"--members=none"}, "members = []\n"},
+        {{"-u", "chem", "-g", "chems"}, "service-user = \"chem\"\nservice-group = \"chems\"\n"},
+        {{"--submission-scripts"}, "submission-scripts = true\n"},
+        {{"--submission-scripts=false"}, "submission-scripts = false\n"},
+        {{"--protocols", "HTTP,HTTPS"}, "protocols = [\"HTTP\", \"HTTPS\"]\n"},
+        {{"--http-port=81"}, "http-port = 81\n"},
+        {{"--setup", "--user-mode", "--yes", "--cli"}, ""},
+    };
+    for (const auto& [words, toml] : cases)
+        EXPECT_EQ(AnswersIn(words), toml);
+}
+
+TEST(Options, ApplyLastOneForQueue) {
+    const std::string chem = "queue = \"slurm\"\nqueue-name = \"chem\"\n";
+    const struct {
+        std::vector<std::string> words;
+        std::string toml;
+    } cases[] = {
+        {{"--queue", "internal"}, "queue = \"internal\"\n"},
+        {{"-p", "chem"}, chem},
+        {{"--external-partiton", "chem"}, chem},
+        {{"--external-partition=chem"}, chem},
+        {{"--queue-name", "chem", "--queue", "slurm"}, chem},
+        {{"-p", "gpu", "--queue-name", "chem"}, chem},
+        {{"-q", "batch", "--queue=slurm", "--queue-name=chem"}, chem},
+        {{"-p"}, "queue = \"slurm\"\nqueue-name = \"\"\n"},
+        {{"--queue", "torque"}, "queue = \"torque\"\n"},
+        {{"-p", "chem", "--no-queue"}, "queue = \"none\"\n"},
+        {{"--no-queue", "--external-default-queue"}, "queue = \"torque\"\nqueue-name = \"\"\n"},
+        {{"-p", "chem", "--external-default-queue"}, chem},
+        {{"-p", "chem", "--cluster-node"}, "queue = \"none\"\ncluster-node = true\n"},
+        {{"--cluster-node", "-p", "chem"}, chem + "cluster-node = true\n"},
+        {{"--cluster-node=false"}, "cluster-node = false\n"},
+    };
+    for (const auto& [words, toml] : cases)
+        EXPECT_EQ(AnswersIn(words), toml);
+}
+
 TEST(AnswersFile, WritesOneLineForEachAnswer) {
     EXPECT_EQ(WriteAnswers(EveryKind(), AnswersForm::File), everyKindAsToml);
     EXPECT_EQ(WriteAnswers(EveryKind(), AnswersForm::Record),
@@ -151,8 +230,16 @@ TEST(AnswersFile, ReadsWhatItWrites) {
                   (Answer{answer.value, AnswerSource::Record, answer.chosen}));
 }
 
+TEST(AnswersFile, HasExampleOfEveryKey) {
+    const std::string example = hx_test::ReadFile(HX_EXAMPLE_ANSWERS);
+    const ParsedAnswers parsed = ParseAnswers(example.c_str(), AnswersForm::File);
+    EXPECT_TRUE(parsed.findings.empty());
+    for (const AnswerRow& row : AnswerRows())
+        EXPECT_NE(parsed.answers.Find(row.id), nullptr) << row.key;
+}
+
 TEST(AnswersFile, ReportsInvalidLineWithPlaceAndRemedy) {
-    const std::string number = "Use a whole number from 1 to 2147483647, without a unit.";
+    const std::string number = "Use a whole number from 1 to 2147483647 (threads), without a unit.";
     const std::string port = "Use a whole number from 1 to 65535, without a unit.";
     const std::string other = "Use another value.";
     const struct {

@@ -20,6 +20,13 @@ TEST_F(Arguments, HelpListsEveryOptionAndStatus) {
     for (const std::string option : {"--setup",
                                      "--user-mode",
                                      "--yes",
+                                     "--answers FILE",
+                                     "--save-answers FILE",
+                                     "--job-limit COUNT",
+                                     "--queue KIND",
+                                     "--queue-name NAME",
+                                     "--members USERS",
+                                     "--http-port PORT",
                                      "--cluster-node",
                                      "-d, --scratch-directory DIR",
                                      "-s, --scratch-limit GB",
@@ -27,7 +34,7 @@ TEST_F(Arguments, HelpListsEveryOptionAndStatus) {
                                      "--internal-default-queue",
                                      "--external-default-queue",
                                      "-q, --external-queue QUEUE",
-                                     "-p, --external-partiton PARTITION",
+                                     "-p, --external-partiton, --external-partition PARTITION",
                                      "--no-queue",
                                      "--submission-scripts",
                                      "-g, --service-group GROUP",
@@ -38,7 +45,7 @@ TEST_F(Arguments, HelpListsEveryOptionAndStatus) {
                                      "--quiet",
                                      "--verbose",
                                      "--restart",
-                                     "--help",
+                                     "-h, --help",
                                      "--version"})
         hx_test::ExpectHolds(result.out, "\n  " + option + " ");
     for (const std::string status :
@@ -61,22 +68,29 @@ TEST_F(Arguments, RefusesInvalidWords) {
         {{"--memory-limt", "4"},
          "unknown option \"--memory-limt\"",
          "Did you mean \"--memory-limit\"?"},
-        {{"--external-partition", "gpu"},
-         "unknown option \"--external-partition\"",
-         "Did you mean \"--external-partiton\"?"},
-        {{"--scratch-limit=5"},
-         "unknown option \"--scratch-limit=5\"",
-         "Did you mean \"--scratch-limit 5\"?"},
+        {{"--scratch-limt=5"},
+         "unknown option \"--scratch-limt=5\"",
+         "Did you mean \"--scratch-limit=5\"?"},
+        {{"--yes=no"}, "option \"--yes\" takes no value", "Use: --yes"},
+        {{"--cluster-node=no"},
+         "invalid value for option \"--cluster-node\": \"no\"",
+         "Use true or false."},
+        {{"--queue", "sge"},
+         "invalid value for option \"--queue\": \"sge\"",
+         "Use one of \"internal\", \"none\", \"torque\", \"slurm\"."},
+        {{"--http-port=65536"},
+         "invalid value for option \"--http-port\": \"65536\"",
+         "Use a whole number from 1 to 65535, without a unit."},
         {{"batch"}, "unknown option \"batch\"", "Run \"cv_install --help\" for help."},
         {{"-m", "512MB"},
          "invalid value for option \"-m\": \"512MB\"",
-         "Use a whole number of at most 2147483647 without a unit, such as 4."},
+         "Use a whole number from 1 to 2147483647 (MB per thread), without a unit."},
         {{"--scratch-limit", "99999999999"},
          "invalid value for option \"--scratch-limit\": \"99999999999\"",
-         "Use a whole number of at most 2147483647 without a unit, such as 4."},
+         "Use a whole number from 1 to 2147483647 (GB per thread), without a unit."},
         {{"--wait", "-1"},
          "invalid value for option \"--wait\": \"-1\"",
-         "Use a whole number of at most 2147483647 without a unit, such as 4."},
+         "Use a whole number from 0 to 2147483647, without a unit."},
         {{"-d"}, "option \"-d\" requires a value", "Use: -d DIR"},
         {{"-g"}, "option \"-g\" requires a value", "Use: -g GROUP"},
         {{"-u"}, "option \"-u\" requires a value", "Use: -u USER"},
@@ -85,16 +99,19 @@ TEST_F(Arguments, RefusesInvalidWords) {
         {{"--json"}, "option \"--json\" requires a value", "Use: --json FILE"},
         {{"--json", "--dry-run"},
          "invalid value for option \"--json\": \"--dry-run\"",
-         "Use the name of a file, such as changes.json, or - for standard output."},
+         "Use the name of a file, or - for a standard stream."},
         {{"--json", ""},
          "invalid value for option \"--json\": \"\"",
-         "Use the name of a file, such as changes.json, or - for standard output."},
+         "Use the name of a file, or - for a standard stream."},
         {{"--dry-run"},
          "option \"--dry-run\" requires a setup as root",
          "Run the setup as root, or without this option."},
         {{"--restart"},
          "option \"--restart\" requires a setup as root",
          "Run the setup as root, or without this option."},
+        {{"--save-answers", "-x"},
+         "invalid value for option \"--save-answers\": \"-x\"",
+         "Use the name of a file, or - for a standard stream."},
     };
     for (const auto& [words, problem, remedy] : cases) {
         std::vector<std::string> arguments = {"--setup", "--user-mode", "--yes"};
@@ -105,6 +122,14 @@ TEST_F(Arguments, RefusesInvalidWords) {
         EXPECT_EQ(result.err, std::string("cv_install: ") + problem + "\n    " + remedy + "\n");
         EXPECT_TRUE(m_setup.CommitScripts().empty());
     }
+}
+
+TEST_F(Arguments, RefusesTwoUsesOfStandardStream) {
+    const auto input = m_setup.Run({"--setup", "--user-mode", "--answers", "-"}, "job-limit = 1\n");
+    EXPECT_EQ(input.status, 3);
+    EXPECT_EQ(input.err,
+              "cv_install: option \"--answers -\" requires option \"--yes\"\n"
+              "    Standard input cannot also contain the answers to questions.\n");
 }
 
 TEST_F(Arguments, TakesWordAfterOptionAsItsValue) {

@@ -56,9 +56,8 @@ TEST(Completion, OffersOptionsOfRunScript) {
 }
 
 TEST(Completion, OffersOptionsThatBeginWithWord) {
-    EXPECT_EQ(Offered("_cv_install", {"cv_install", "--s"}),
-              (Set{"--setup", "--scratch-directory", "--scratch-limit", "--submission-scripts",
-                   "--service-group", "--service-user"}));
+    EXPECT_EQ(Offered("_cv_install", {"cv_install", "--sc"}),
+              (Set{"--scancel", "--scratch-directory", "--scratch-limit"}));
     EXPECT_EQ(Offered("_cv_install", {"cv_install", "--yes", "--no-such"}), Set{});
 }
 
@@ -68,6 +67,10 @@ TEST(Completion, OffersValuesOfTheOptionsKind) {
     EXPECT_EQ(Offered("_cv_install", {"cv_install", "-u", "roo"}), Set{"root"});
     EXPECT_EQ(Offered("_cv_install", {"cv_install", "--json", "/etc/passw"}).count("/etc/passwd"),
               1U);
+    EXPECT_EQ(Offered("_cv_install", {"cv_install", "--key", "/etc/passw"}).count("/etc/passwd"),
+              1U);
+    EXPECT_EQ(Offered("_cv_install", {"cv_install", "--queue", ""}),
+              (Set{"internal", "none", "slurm", "torque"}));
     for (const char* option : {"-m", "--memory-limit", "-s", "-q", "-p"})
         EXPECT_EQ(Offered("_cv_install", {"cv_install", option, ""}), Set{}) << option;
 }
@@ -86,7 +89,7 @@ TEST(Completion, WorksAtTerminal) {
     ASSERT_TRUE(terminal.WaitFor("ready> ")) << terminal.Output();
     terminal.Send("source '" + completion + "'\n");
     ASSERT_TRUE(terminal.WaitFor("ready> ")) << terminal.Output();
-    terminal.Send("cv_install --mem\t");
+    terminal.Send("cv_install --memo\t");
     ASSERT_TRUE(terminal.WaitFor("cv_install --memory-limit ")) << terminal.Output();
     terminal.Send("\x15 corvane26 --setup --cl\t");
     ASSERT_TRUE(terminal.WaitFor("--setup --cluster-node ")) << terminal.Output();

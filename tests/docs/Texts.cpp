@@ -37,7 +37,7 @@ std::string HelpOfSetup() {
 
 std::set<std::string> OptionsOfHelp(const std::string& help) {
     std::set<std::string> options;
-    for (const Match& line : AllMatches(help, "\n  ((?:-[a-z]+, )*--[a-z-]+)(?= )")) {
+    for (const Match& line : AllMatches(help, "\n  ((?:--?[a-z-]+, )*--[a-z-]+)(?= )")) {
         for (const Match& option : AllMatches(line[1], "(-[-a-z]+)"))
             options.insert(option[1]);
     }

@@ -47,7 +47,7 @@ def help_text():
 
 
 def help_options():
-    spellings = re.findall(r"^  ((?:-[a-z]+, )*--[a-z-]+) ", help_text(), re.M)
+    spellings = re.findall(r"^  ((?:--?[a-z-]+, )*--[a-z-]+) ", help_text(), re.M)
     return {option for line in spellings for option in line.split(", ")}
 
 
@@ -220,18 +220,20 @@ def check_guide_quotes_texts():
 # Texts of apps/ that are not failures: reports, names of fields, beginnings of lines, a script, and
 # remedies, which are sentences that begin with one of these words. The guide must explain all other
 # texts.
-reports = ("Installation", "Plan", "Progress", "Recorder", "Report", "StartRun", "Summary", "Usage",
+reports = ("AnswerTable", "Installation", "Plan", "Progress", "Recorder", "Report", "StartRun", "Summary", "Usage",
            "UsageTables")
 others = {
     "[Press \"Enter\" key to continue]", "the setup ended with exit status %1",
-    "terminated by signal: %1", "Choose another directory? [Y/n]", "Please answer y or n.", "Commit script: %s", "Did you mean", "program directory",
+    "terminated by signal: %1", "Choose another directory? [Y/n]", "Keep the %1? [Y/n]",
+    "job limit of the previous setup (%1)", "queue of the previous setup (%1)", "# For cv_install --answers.",
+    "Please answer y or n.", "Commit script: %s", "Did you mean", "program directory",
     "scratch directory of the previous setup", "service group member",
-    "Missing command", "compute service listeners", "certificate file", "key file", "Diffie-Hellman file",
+    "Missing command",
 }
 remedy = re.compile(
-    r"(?:%s  )?(?:At most|Change to|Changes made|Copy|Correct|Create|Enter|Find out|Fix|Free up|If it|"
-    r"Inspect|Install|Make|Move|No changes|Others could|Raise|Read|Remove|Root would|Run|Set|Some output|"
-    r"Specify|That needs|The setup (?:changes|continues)|To|Use)\b.*\.$")
+    r"(?:%s  )?(?:At most|Change to|Changes made|Copy|Correct|Create|Did you mean|Enter|Find out|Fix|"
+    r"Free up|If it|Inspect|Install|Make|Move|No changes|Others could|Raise|Read|Remove|Root would|Run|Set|Some output|"
+    r"Specify|Standard input cannot|That needs|The keys|The setup (?:changes|continues)|To|Use|Write one)\b.*[.?]$")
 # The library's texts are fixed, so their beginnings are too.
 library_failure = re.compile(
     r"^ *(?:Unable to |Writing Commit Script: |Value entered|Error, can't|Corvane/install: can't|"

@@ -67,6 +67,13 @@ void WriteQueueName(CInstallBase& run, const AnswerValue& value) {
         run.*scheduler->queue = std::get<QString>(value);
 }
 
+// As in the library, the other commands are those in the same directory, unless they have answers.
+template <const hx::Scheduler& Scheduler>
+void WriteSubmitCommand(CInstallBase& run, const AnswerValue& value) {
+    run.*Scheduler.commands.front().path = std::get<QString>(value);
+    hx::SetCompanionCommands(run, Scheduler);
+}
+
 // The library asks nothing on a compute node.
 void WriteClusterNode(CInstallBase& run, const AnswerValue& value) {
     run.m_clusterNode = std::get<bool>(value);
@@ -83,6 +90,10 @@ AnswerValue ReadProtocols(const CInstallBase& run) {
 
 void WriteProtocols(CInstallBase& run, const AnswerValue& value) {
     run.m_compSrvcAllow = std::get<QStringList>(value).join(u',');
+}
+
+AnswerValue ReadMembers(const CInstallBase& run) {
+    return ListFromAnswer(run.m_serviceMembers.join(u','));
 }
 
 constexpr int highestPort = 65535;
@@ -142,7 +153,7 @@ const AnswerRow answerRows[] = {
      .kind = AnswerKind::Word,
      .words = queueWords,
      .label = "Queue",
-     .valueName = "QUEUE",
+     .valueName = "KIND",
      .meaning = "internal, none, torque, or slurm; skips the questions about the queue",
      .detail = "The last of several queue options applies.",
      .read = ReadQueue,
@@ -166,7 +177,7 @@ const AnswerRow answerRows[] = {
      .valueName = "PATH",
      .meaning = "Torque/OpenPBS command that submits jobs",
      .read = ReadField<&CInstallBase::m_qsubCmd>,
-     .write = WriteField<&CInstallBase::m_qsubCmd>},
+     .write = WriteSubmitCommand<hx::torque>},
     {.id = AnswerId::QdelCommand,
      .key = "qdel",
      .kind = AnswerKind::Text,
@@ -193,7 +204,7 @@ const AnswerRow answerRows[] = {
      .valueName = "PATH",
      .meaning = "Slurm command that submits jobs",
      .read = ReadField<&CInstallBase::m_sbatchCmd>,
-     .write = WriteField<&CInstallBase::m_sbatchCmd>},
+     .write = WriteSubmitCommand<hx::slurm>},
     {.id = AnswerId::ScancelCommand,
      .key = "scancel",
      .kind = AnswerKind::Text,
@@ -210,7 +221,7 @@ const AnswerRow answerRows[] = {
      .label = "Members",
      .valueName = "USERS",
      .meaning = "service group members, such as dana,erik, or none; skips question",
-     .read = ReadField<&CInstallBase::m_serviceMembers>,
+     .read = ReadMembers,
      .write = WriteField<&CInstallBase::m_serviceMembers>},
     {.id = AnswerId::ServiceUser,
      .key = "service-user",
@@ -380,6 +391,18 @@ const AnswerRow* FindAnswerRow(const QString& key) {
     return nullptr;
 }
 
+QString NameOf(const AnswerRow& row) {
+    QString name = QLatin1String(row.label);
+    const bool isProper = name.at(1).isUpper() || row.id == AnswerId::DiffieHellman;
+    return isProper ? name : name.replace(0, 1, name.at(0).toLower());
+}
+
+QStringList ListFromAnswer(const QString& answer) {
+    static const QRegularExpression separator(QStringLiteral("[, ]"));
+    const QStringList list = answer.split(separator, Qt::SkipEmptyParts);
+    return list == QStringList(QLatin1String(noMembers)) ? QStringList() : list;
+}
+
 QString TextOf(const AnswerRow& row, const AnswerValue& value) {
     QString text;
     switch (row.kind) {
@@ -390,7 +413,7 @@ QString TextOf(const AnswerRow& row, const AnswerValue& value) {
             return row.unit[0] == '\0' ? text : text + u' ' + QLatin1String(row.unit);
         case AnswerKind::List:
             text = std::get<QStringList>(value).join(u',');
-            return text.isEmpty() ? QStringLiteral("none") : text;
+            return text.isEmpty() ? QLatin1String(noMembers) : text;
         default:
             text = std::get<QString>(value);
             if (row.id == AnswerId::Queue)
@@ -405,9 +428,11 @@ QString RequirementOf(const AnswerRow& row) {
         case AnswerKind::Flag:
             return QStringLiteral("Use true or false.");
         case AnswerKind::Number:
-            return QStringLiteral("Use a whole number from %1 to %2, without a unit.")
+            return QStringLiteral("Use a whole number from %1 to %2%3, without a unit.")
                 .arg(row.minimum)
-                .arg(row.maximum);
+                .arg(row.maximum)
+                .arg(row.unit[0] == '\0' ? QString()
+                                         : QStringLiteral(" (%1)").arg(QLatin1String(row.unit)));
         case AnswerKind::Word:
             return QStringLiteral("Use one of %1.").arg(JoinWords(row));
         case AnswerKind::List:

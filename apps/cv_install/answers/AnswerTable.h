@@ -66,7 +66,7 @@ struct AnswerRow {
     int minimum = 1;  // of a number
     int maximum = INT_MAX;
     std::span<const char* const> words = {};
-    const char* label;      // for people, at the start of a sentence
+    const char* label;      // for people, at the start of a line; NameOf is for the middle
     const char* unit = "";  // for people, after a number
 
     // The option's short spelling, which may be null, and its texts as in OptionUsage.
@@ -87,6 +87,15 @@ const AnswerRow& RowOf(AnswerId id);
 
 // Returns null if no row has this key.
 const AnswerRow* FindAnswerRow(const QString& key);
+
+// The label within a sentence.
+QString NameOf(const AnswerRow& row);
+
+// The answer that empties the group: an empty one keeps its members.
+inline constexpr const char* noMembers = "none";
+
+// The names of an answer, separated by commas or spaces; noMembers has none.
+QStringList ListFromAnswer(const QString& answer);
 
 // The value for people, such as "2 threads" or "none".
 QString TextOf(const AnswerRow& row, const AnswerValue& value);

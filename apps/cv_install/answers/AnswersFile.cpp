@@ -5,11 +5,20 @@
 #define TOML_HEADER_ONLY 1
 #include <toml++/toml.h>
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 #include <optional>
 #include <sstream>
 
 #include "answers/NearestWord.h"
+#include "installation/State.h"
+#include "installation/TimeLimit.h"
+#include "report/OutputFile.h"
 
 namespace {
 
@@ -97,7 +106,10 @@ void ParseChosen(const toml::node& node, ParsedAnswers& parsed) {
     const std::optional<QStringList> keys = ListFrom(node);
     if (!keys) {
         parsed.findings.push_back(
-            FindingAt(node.source(), QStringLiteral("invalid list of chosen answers"), {}));
+            FindingAt(node.source(),
+                      QStringLiteral("invalid value for \"%1\": \"").arg(QLatin1String(chosenKey)) +
+                          ValueText(node) + u'"',
+                      QStringLiteral("Use a list of keys.")));
         return;
     }
     for (const QString& key : *keys) {
@@ -146,6 +158,41 @@ QByteArray Quoted(int value) {
     return QByteArray::number(value);
 }
 
+constexpr qsizetype longestFile = 1 << 20;
+
+// Returns why the file cannot be read; empty on success.
+QString ReadAll(int descriptor, QByteArray& content) {
+    QByteArray block(65536, '\0');
+    for (;;) {
+        const ssize_t length = read(descriptor, block.data(), static_cast<size_t>(block.size()));
+        if (length < 0)
+            return QString::fromUtf8(std::strerror(errno));
+        if (length == 0)
+            return {};
+        content += block.first(length);
+        if (content.size() > longestFile)
+            return QStringLiteral("longer than 1 MB");
+    }
+}
+
+QString ReadFile(const char* path, QByteArray& content) {
+    const TimeLimit limit;
+    const Descriptor file(open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    struct stat found = {};
+    if (!file || fstat(file.Number(), &found) != 0)
+        return QString::fromUtf8(std::strerror(errno));
+    if (getuid() == 0 && S_ISREG(found.st_mode) && (found.st_mode & S_IWOTH) != 0)
+        return QStringLiteral("other users can write to it");
+    // Such as the pipe of a process substitution.
+    if (!S_ISREG(found.st_mode) && fcntl(file.Number(), F_SETFL, 0) != 0)
+        return QString::fromUtf8(std::strerror(errno));
+    return ReadAll(file.Number(), content);
+}
+
+Problem UnusableAnswers(const QString& text, const QString& remedy, Changes changes) {
+    return {ExitStatus::UnusableArguments, text, remedy, changes};
+}
+
 }  // namespace
 
 ParsedAnswers ParseAnswers(const QByteArray& toml, AnswersForm form) {
@@ -171,6 +218,42 @@ ParsedAnswers ParseAnswers(const QByteArray& toml, AnswersForm form) {
         return std::pair(a.line, a.column) < std::pair(b.line, b.column);
     });
     return parsed;
+}
+
+Failure ReadAnswersFile(const char* path, Answers& answers) {
+    if (path == nullptr)
+        return {};
+    const bool isInput = std::strcmp(path, "-") == 0;
+    const QString name = isInput
+                             ? QStringLiteral("standard input")
+                             : QStringLiteral("answers file \"%1\"").arg(QString::fromUtf8(path));
+    QByteArray content;
+    const QString reason = isInput ? ReadAll(STDIN_FILENO, content) : ReadFile(path, content);
+    if (!reason.isEmpty()) {
+        return UnusableAnswers(QStringLiteral("cannot read %1: %2").arg(name, reason),
+                               QStringLiteral("Fix the cause, then run the setup again."),
+                               Changes::None);
+    }
+    const ParsedAnswers parsed = ParseAnswers(content, AnswersForm::File);
+    answers = parsed.answers;
+    Failure failure;
+    for (const AnswersFinding& finding : parsed.findings) {
+        if (failure)
+            Report(*failure);
+        const bool isLast = &finding == &parsed.findings.back();
+        failure = UnusableAnswers(
+            name + QStringLiteral(", line %1, column %2: ").arg(finding.line).arg(finding.column) +
+                finding.text,
+            finding.remedy, isLast ? Changes::None : Changes::Unknown);
+    }
+    return failure;
+}
+
+Failure SaveAnswersFile(const char* path, const Answers& answers) {
+    if (path == nullptr)
+        return {};
+    return WriteOutputFile(
+        path, "# For cv_install --answers.\n" + WriteAnswers(answers, AnswersForm::File), 0600);
 }
 
 QByteArray WriteAnswers(const Answers& answers, AnswersForm form) {

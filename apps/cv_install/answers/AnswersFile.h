@@ -26,5 +26,12 @@ enum class AnswersForm { File, Record };
 // In the form of a file, all answers count as chosen.
 ParsedAnswers ParseAnswers(const QByteArray& toml, AnswersForm form);
 
+// Reads the file of --answers. `path` may be null, for no file, or "-", for standard input.
+// Everything that is wrong in the file is reported at once.
+Failure ReadAnswersFile(const char* path, Answers& answers);
+
+// Writes the file of --save-answers. `path` may be null, for no file.
+Failure SaveAnswersFile(const char* path, const Answers& answers);
+
 // Writes one line for each answer, in the order of the table.
 QByteArray WriteAnswers(const Answers& answers, AnswersForm form);

@@ -3,6 +3,8 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <cstring>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -41,43 +43,77 @@ std::string NearestSpelling(std::string_view word) {
     const std::string problem = "unknown option " + Quoted(word);
     if (nearest.empty())
         Refuse(problem, "Run \"cv_install --help\" for help.");
-    const std::string value = equals == std::string::npos ? "" : ' ' + word.substr(equals + 1);
+    const std::string value = equals == std::string::npos ? "" : word.substr(equals);
     Refuse(problem, "Did you mean " + Quoted(nearest + value) + '?');
 }
 
-const OptionUsage& FindOption(const char* word) {
+const OptionUsage& FindOption(const std::string& name, const char* word) {
     for (const OptionUsage& option : Options()) {
-        if (HasSpelling(option, word))
+        if (HasSpelling(option, name.c_str()))
             return option;
     }
     RefuseUnknown(word);
 }
 
+[[noreturn]] void RefuseValue(const std::string& word, const char* value,
+                              const std::string& remedy) {
+    Refuse("invalid value for option " + Quoted(word) + ": " + Quoted(value), remedy);
+}
+
 // Refuses a value that the library would silently ignore. `value` is null at the end.
-void CheckValue(const OptionUsage& option, const char* word, const char* value) {
-    if (option.value == OptionValue::OptionalText)
+void CheckValue(const OptionUsage& option, const std::string& word, const char* value) {
+    if (option.value == OptionValue::OptionalText || !TakesNextWord(option))
         return;
     if (value == nullptr)
         Refuse("option " + Quoted(word) + " requires a value",
-               std::string("Use: ") + word + ' ' + option.valueName);
+               "Use: " + word + ' ' + option.valueName);
+    if (option.own == OwnOption::None)
+        return;
     bool isNumber = true;
     if (option.value == OptionValue::Number) {
         const int number = QString::fromUtf8(value).toInt(&isNumber);
-        // The library has a meaning for negative limits.
-        isNumber = isNumber && (number >= 0 || option.own == OwnOption::None);
+        isNumber = isNumber && number >= 0;
     }
-    const std::string problem = "invalid value for option " + Quoted(word) + ": " + Quoted(value);
     if (!isNumber)
-        Refuse(problem, "Use a whole number of at most 2147483647 without a unit, such as 4.");
+        RefuseValue(word, value, "Use a whole number from 0 to 2147483647, without a unit.");
     // An option without its value would take the next option as its value, such as --dry-run.
     if (option.value == OptionValue::File && !IsFileName(value))
-        Refuse(problem, "Use the name of a file, such as changes.json, or - for standard output.");
+        RefuseValue(word, value, "Use the name of a file, or - for a standard stream.");
 }
 
-void CheckUser(const OptionUsage& option, const char* word) {
+void CheckUser(const OptionUsage& option, const std::string& word) {
     if (option.requiresRoot && getuid() != 0)
         Refuse("option " + Quoted(word) + " requires a setup as root",
                "Run the setup as root, or without this option.");
+}
+
+// Returns nothing if the text is not of the row's kind.
+std::optional<AnswerValue> ValueFrom(const AnswerRow& row, const char* text) {
+    const QString value = QString::fromUtf8(text);
+    bool isNumber = false;
+    switch (row.kind) {
+        case AnswerKind::Flag:
+            if (text == nullptr || value == u"true")
+                return true;
+            return value == u"false" ? std::optional<AnswerValue>(false) : std::nullopt;
+        case AnswerKind::Number: {
+            const int number = value.toInt(&isNumber);
+            return isNumber ? std::optional<AnswerValue>(number) : std::nullopt;
+        }
+        case AnswerKind::List:
+            return ListFromAnswer(value);
+        default:
+            return value;
+    }
+}
+
+// The library's options for the values of --queue.
+const OptionUsage& QueueOptionOf(const QString& queue) {
+    const std::string spelling = queue == u"internal" ? "--internal-default-queue"
+                                 : queue == u"none"   ? "--no-queue"
+                                 : queue == u"torque" ? "-q"
+                                                      : "-p";
+    return FindOption(spelling, spelling.c_str());
 }
 
 }  // namespace
@@ -86,23 +122,76 @@ Arguments::Arguments(int argc, char** argv) {
     m_argv.push_back(argc > 0 ? argv[0] : nullptr);
     for (int i = 1; i < argc; ++i) {
         char* word = argv[i];
-        const OptionUsage& option = FindOption(word);
-        char* value = nullptr;
-        if (option.value != OptionValue::None) {
-            CheckValue(option, word, argv[i + 1]);
-            if (i + 1 < argc)
-                value = argv[++i];
-        }
-        CheckUser(option, word);
-        if (option.own != OwnOption::None) {
-            m_own[option.own] = value;
-            continue;
-        }
-        m_argv.push_back(word);
-        if (value != nullptr)
-            m_argv.push_back(value);
+        char* equals = std::strncmp(word, "--", 2) == 0 ? std::strchr(word, '=') : nullptr;
+        const std::string name = equals == nullptr ? word : std::string(word, equals);
+        const OptionUsage& option = FindOption(name, word);
+        char* value = equals == nullptr ? nullptr : equals + 1;
+        if (value != nullptr && option.value == OptionValue::None)
+            Refuse("option " + Quoted(name) + " takes no value", "Use: " + name);
+        const bool isNext = value == nullptr && TakesNextWord(option);
+        if (isNext)
+            value = argv[i + 1];
+        CheckValue(option, name, value);
+        if (isNext && i + 1 < argc)
+            ++i;
+        CheckUser(option, name);
+        Take(option, name, value);
     }
     m_argv.push_back(nullptr);
+    CheckTogether();
+}
+
+void Arguments::Take(const OptionUsage& option, const std::string& word, char* value) {
+    if (option.answer != nullptr)
+        TakeAnswer(*option.answer, word, value);
+    else if (option.own != OwnOption::None)
+        m_own[option.own] = value;
+    else
+        PassOn(option, value);
+}
+
+// The library reads the options for the queue in their order, so it gets them all.
+void Arguments::TakeAnswer(const AnswerRow& row, const std::string& word, const char* text) {
+    const std::optional<AnswerValue> value = ValueFrom(row, text);
+    const int* number = value ? std::get_if<int>(&*value) : nullptr;
+    // Kept: the library asks its questions with such limits.
+    if (number != nullptr && *number <= 0 &&
+        (row.id == AnswerId::MemoryLimit || row.id == AnswerId::ScratchLimit)) {
+        m_answers.Remove(row.id);
+        return;
+    }
+    // The guard checks other texts, with the values of other sources.
+    const bool isLimited = row.kind == AnswerKind::Number || !row.words.empty();
+    if (!value || (isLimited && !ReasonAgainst(row, *value).isEmpty()))
+        RefuseValue(word, text, RequirementOf(row).toStdString());
+    if (row.id == AnswerId::Queue) {
+        PassOn(QueueOptionOf(std::get<QString>(*value)), nullptr);
+        m_queue = QueueOption::Kind;  // the name can come from elsewhere
+        return;
+    }
+    m_answers.Set(row.id, *value, AnswerSource::CommandLine);
+    if (row.id == AnswerId::ClusterNode && std::get<bool>(*value))
+        PassOn(QueueOptionOf(QStringLiteral("none")), nullptr);
+}
+
+void Arguments::PassOn(const OptionUsage& option, char* value) {
+    m_passedOn.push_back(Spellings(option).front());
+    m_argv.push_back(m_passedOn.back().data());
+    if (TakesNextWord(option)) {
+        m_passedOn.emplace_back(value == nullptr ? "" : value);
+        m_argv.push_back(m_passedOn.back().data());
+    }
+    if (option.queue != QueueOption::None)
+        m_queue = option.queue;
+}
+
+void Arguments::CheckTogether() const {
+    if (UsesStream(OwnOption::Answers) && !Has(OwnOption::Yes))
+        Refuse("option \"--answers -\" requires option \"--yes\"",
+               "Standard input cannot also contain the answers to questions.");
+    if (UsesStream(OwnOption::SaveAnswers) && UsesStream(OwnOption::Json))
+        Refuse("options \"--save-answers -\" and \"--json -\" both write to standard output",
+               "Use the name of a file for one of them.");
 }
 
 int Arguments::NumberOf(OwnOption option) const {
@@ -112,4 +201,19 @@ int Arguments::NumberOf(OwnOption option) const {
 const char* Arguments::TextOf(OwnOption option) const {
     const auto found = m_own.find(option);
     return found == m_own.end() ? nullptr : found->second;
+}
+
+bool Arguments::UsesStream(OwnOption option) const {
+    const char* text = TextOf(option);
+    return text != nullptr && std::strcmp(text, "-") == 0;
+}
+
+Answers Arguments::AnswersIn(const CInstallBase& run) const {
+    Answers answers = m_answers;
+    if (m_queue != QueueOption::None)
+        answers.Set(AnswerId::Queue, RowOf(AnswerId::Queue).read(run), AnswerSource::CommandLine);
+    if (m_queue == QueueOption::KindAndName && answers.Find(AnswerId::QueueName) == nullptr)
+        answers.Set(AnswerId::QueueName, RowOf(AnswerId::QueueName).read(run),
+                    AnswerSource::CommandLine);
+    return answers;
 }

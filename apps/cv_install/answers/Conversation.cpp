@@ -6,6 +6,8 @@
 #include <array>
 #include <cerrno>
 #include <cstdio>
+#include <initializer_list>
+#include <optional>
 #include <vector>
 
 #include "answers/ValueGuard.h"
@@ -62,8 +64,10 @@ Problem EndOfInput() {
             {}};
 }
 
+using Prompt = void (CInstallBase::*)();
+
 // Asks one question, on a terminal until the answer is valid.
-Failure Ask(CInstallBase& run, void (CInstallBase::*prompt)()) {
+Failure Ask(CInstallBase& run, Prompt prompt) {
     const EarlierAnswers before(run);
     for (;;) {
         (run.*prompt)();
@@ -77,6 +81,120 @@ Failure Ask(CInstallBase& run, void (CInstallBase::*prompt)()) {
         before.Restore(run);
     }
 }
+
+// Hides what is printed to stdout.
+class HiddenOutput {
+public:
+    HiddenOutput() {
+        if (m_hidden != nullptr)
+            stdout = m_hidden;
+    }
+    ~HiddenOutput() {
+        stdout = m_shown;
+        if (m_hidden != nullptr)
+            std::fclose(m_hidden);
+    }
+    HiddenOutput(const HiddenOutput&) = delete;
+    HiddenOutput& operator=(const HiddenOutput&) = delete;
+
+private:
+    FILE* m_shown = stdout;
+    FILE* m_hidden = std::fopen("/dev/null", "we");
+};
+
+// The library finds the default of a question while it asks.
+AnswerValue DefaultOf(CInstallBase& run, AnswerId id, Prompt prompt) {
+    const EarlierAnswers before(run);
+    const HiddenOutput hidden;
+    run.m_interactive = false;
+    (run.*prompt)();
+    run.m_interactive = true;
+    AnswerValue value = RowOf(id).read(run);
+    before.Restore(run);
+    return value;
+}
+
+void ShowGiven(const Answers& answers, AnswerId id) {
+    CInstallBase::InstallSeparator();
+    std::printf("\n  %s: %s\n\n", RowOf(id).label, qUtf8Printable(answers.Text(id)));
+}
+
+// The answers so far, and how the questions for the others are asked.
+class Questions {
+public:
+    Questions(CInstallBase& run, Answers& answers) : m_run(run), m_answers(answers) {}
+
+    bool IsGiven(AnswerId id) const { return m_answers.Find(id) != nullptr; }
+
+    // Asks for one answer and notes whether it is the default.
+    Failure AskFor(AnswerId id, Prompt prompt, const std::function<Failure()>& ask) {
+        std::optional<AnswerValue> offered;
+        if (m_run.m_interactive)
+            offered = DefaultOf(m_run, id, prompt);
+        Failure failure = ask();
+        if (!failure && offered)
+            NoteTyped(id, *offered);
+        return failure;
+    }
+
+    Failure AskFor(AnswerId id, Prompt prompt) {
+        return AskFor(id, prompt, [&] { return Ask(m_run, prompt); });
+    }
+
+    // Prints an answer that is known, or asks for it.
+    Failure ShowOrAskFor(AnswerId id, Prompt prompt) {
+        if (!IsGiven(id))
+            return AskFor(id, prompt);
+        ShowGiven(m_answers, id);
+        return {};
+    }
+
+    // The library prints the limit of its option instead of the question.
+    Failure AskForLimit(AnswerId id, Prompt prompt) {
+        return IsGiven(id) ? Ask(m_run, prompt) : AskFor(id, prompt);
+    }
+
+    // The menu of the queue has no default, and its further questions offer the present values.
+    Failure AskForQueue() {
+        const Answers before = AnswersOf(m_run, {});
+        Failure failure = Ask(m_run, &CInstallBase::PromptQueueType);
+        if (failure || !m_run.m_interactive)
+            return failure;
+        for (const auto& [id, answer] : before.All()) {
+            if (id >= AnswerId::Queue && id <= AnswerId::ScancelCommand)
+                NoteTyped(id, answer.value);
+        }
+        return {};
+    }
+
+    // Asks whether to keep recorded answers that the library's question cannot offer.
+    Failure AskToKeep(std::initializer_list<AnswerId> ids, const QString& what) {
+        const Answer* recorded = m_answers.Find(*ids.begin());
+        if (!m_run.m_interactive || recorded == nullptr || recorded->source != AnswerSource::Record)
+            return {};
+        const QString question = QStringLiteral("\nKeep the %1? [Y/n] ").arg(Printable(what));
+        const bool keeps = AskYesNo(qUtf8Printable(question), true);
+        if (InputEnded(m_run))
+            return EndOfInput();
+        for (const AnswerId id : ids) {
+            if (!keeps)
+                m_answers.Remove(id);
+            else if (IsGiven(id))
+                RowOf(id).write(m_run, m_answers.Find(id)->value);
+        }
+        return {};
+    }
+
+private:
+    void NoteTyped(AnswerId id, const AnswerValue& offered) {
+        AnswerValue value = RowOf(id).read(m_run);
+        if (value != offered)
+            m_answers.Set(id, std::move(value), AnswerSource::Typed);
+    }
+
+    CInstallBase& m_run;
+    Answers& m_answers;
+};
 
 // Returns why jobs will fail in this directory; empty when it is suitable.
 QString DescribeUnsuitableScratch(const QString& directory) {
@@ -97,6 +215,11 @@ QString DescribeUnsuitableScratch(const QString& directory) {
     return {};
 }
 
+void WarnOfScratch(const CInstallBase& run, const QString& reason) {
+    CInstallBase::InstallWarning(
+        QStringLiteral("The scratch directory \"%1\" ").arg(run.m_scratchDir) + reason, 0);
+}
+
 // The library accepts any directory. An unsuitable one is reported here, while it can be changed.
 Failure AskForScratchDirectory(CInstallBase& run,
                                const std::function<void(const QString&)>& chosen) {
@@ -104,13 +227,11 @@ Failure AskForScratchDirectory(CInstallBase& run,
     for (;;) {
         if (Failure failure = Ask(run, &CInstallBase::PromptScratchDirectory))
             return failure;
-        if (chosen)
-            chosen(run.m_scratchDir);
+        chosen(run.m_scratchDir);
         const QString reason = DescribeUnsuitableScratch(run.m_scratchDir);
         if (reason.isEmpty())
             return {};
-        CInstallBase::InstallWarning(
-            QStringLiteral("The scratch directory \"%1\" ").arg(run.m_scratchDir) + reason, 0);
+        WarnOfScratch(run, reason);
         if (!OnTerminal(run))
             return {};
         const bool change = AskYesNo("Choose another directory? [Y/n] ", true);
@@ -120,6 +241,15 @@ Failure AskForScratchDirectory(CInstallBase& run,
             return {};
         before.Restore(run);
     }
+}
+
+void ShowScratchDirectory(const CInstallBase& run, const Answers& answers,
+                          const std::function<void(const QString&)>& chosen) {
+    ShowGiven(answers, AnswerId::ScratchDirectory);
+    chosen(run.m_scratchDir);
+    const QString reason = DescribeUnsuitableScratch(run.m_scratchDir);
+    if (!reason.isEmpty())
+        WarnOfScratch(run, reason);
 }
 
 // The library offers the result of its division, including 0.
@@ -145,28 +275,74 @@ void WarnOfLimitsOfZero(const CInstallBase& run) {
     }
 }
 
-}  // namespace
+// Such as "Slurm, partition chem".
+QString QueueText(const Answers& answers) {
+    const Answer* queue = answers.Find(AnswerId::Queue);
+    const QString text = answers.Text(AnswerId::Queue);
+    const Answer* name = answers.Find(AnswerId::QueueName);
+    if (queue == nullptr || name == nullptr || name->value == AnswerValue(QString()))
+        return text;
+    for (const hx::Scheduler& scheduler : hx::schedulers) {
+        if (text == QLatin1String(scheduler.label))
+            return text + QStringLiteral(", %1 %2").arg(QLatin1String(scheduler.queueSetting),
+                                                        std::get<QString>(name->value));
+    }
+    return text;
+}
 
-Failure AskQuestions(CInstallBase& run, const std::function<void(const QString&)>& scratchChosen) {
+Failure AskAll(CInstallBase& run, Answers& answers,
+               const std::function<void(const QString&)>& scratchChosen) {
     const Console::Printing printing(run.m_interactive ? Console::Importance::Needed
                                                        : Console::Importance::Usual);
     // Options and the previous setup's answers are checked before any question.
     Failure failure = FindInvalidValue(run);
+    Questions questions(run, answers);
+    if (!failure) {
+        failure = questions.AskToKeep({AnswerId::JobLimit},
+                                      QStringLiteral("job limit of the previous setup (%1)")
+                                          .arg(answers.Text(AnswerId::JobLimit)));
+    }
     if (!failure)
-        failure = Ask(run, &CInstallBase::PromptJobLimit);
+        failure = questions.ShowOrAskFor(AnswerId::JobLimit, &CInstallBase::PromptJobLimit);
     if (!failure)
-        failure = Ask(run, &CInstallBase::PromptMemoryLimit);
+        failure = questions.AskForLimit(AnswerId::MemoryLimit, &CInstallBase::PromptMemoryLimit);
+    const auto chosen = [&](const QString& directory) {
+        if (scratchChosen)
+            scratchChosen(directory);
+    };
+    if (!failure && questions.IsGiven(AnswerId::ScratchDirectory)) {
+        ShowScratchDirectory(run, answers, chosen);
+    } else if (!failure) {
+        failure =
+            questions.AskFor(AnswerId::ScratchDirectory, &CInstallBase::PromptScratchDirectory,
+                             [&] { return AskForScratchDirectory(run, chosen); });
+    }
     if (!failure)
-        failure = AskForScratchDirectory(run, scratchChosen);
+        failure = questions.AskForLimit(AnswerId::ScratchLimit, &CInstallBase::PromptScratchLimit);
+    if (!failure) {
+        failure = questions.AskToKeep(
+            {AnswerId::Queue, AnswerId::QueueName},
+            QStringLiteral("queue of the previous setup (%1)").arg(QueueText(answers)));
+    }
     if (!failure)
-        failure = Ask(run, &CInstallBase::PromptScratchLimit);
-    if (!failure)
-        failure = Ask(run, &CInstallBase::PromptQueueType);
-    if (!failure && IsRootSetup(run))
-        failure = Ask(run, &CInstallBase::PromptComputeServiceGroupMembers);
-    if (!failure)
-        WarnOfLimitsOfZero(run);
+        failure = questions.AskForQueue();
+    if (!failure && IsRootSetup(run)) {
+        failure = questions.ShowOrAskFor(AnswerId::Members,
+                                         &CInstallBase::PromptComputeServiceGroupMembers);
+    }
     return failure;
+}
+
+}  // namespace
+
+Failure AskQuestions(CInstallBase& run, Answers& answers,
+                     const std::function<void(const QString&)>& scratchChosen) {
+    Failure failure = AskAll(run, answers, scratchChosen);
+    if (failure)
+        return failure;
+    WarnOfLimitsOfZero(run);
+    answers = AnswersOf(run, answers);
+    return {};
 }
 
 bool InputEnded(const CInstallBase& run) {

@@ -1,5 +1,7 @@
 #include "answers/Members.h"
 
+#include "answers/AnswerTable.h"
+
 namespace {
 
 QStringList NamesOnlyIn(const QStringList& names, const QStringList& others) {

@@ -6,9 +6,6 @@
 #include "installation/MemberChanges.h"
 #include "setuprun/CInstallBase.h"
 
-// The answer that removes every member.
-inline constexpr const char* noMembers = "none";
-
 // Sets the present members to those of the service group in use. The library always looks up those
 // of the group's default name.
 void FindPresentMembers(CInstallBase& run);

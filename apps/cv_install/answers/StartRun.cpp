@@ -7,11 +7,19 @@
 
 namespace {
 
-void AnswerWithDefaults(CInstallBase& run) {
-    run.m_interactive = false;
-    // The queue's menu has no default.
-    if (run.m_queueType == CInstallBase::QueueUnset)
-        run.m_queueType = CInstallBase::QueueInternal;
+// A question asks whether to keep these.
+bool IsAskedAbout(const CInstallBase& run, AnswerId id, const Answer& answer) {
+    return run.m_interactive && answer.source == AnswerSource::Record &&
+           (id == AnswerId::JobLimit || id == AnswerId::Queue || id == AnswerId::QueueName);
+}
+
+void ApplyAtStart(const Answers& answers, CInstallBase& run) {
+    Answers applied = answers;
+    for (const auto& [id, answer] : answers.All()) {
+        if (IsAskedAbout(run, id, answer))
+            applied.Remove(id);
+    }
+    ApplyAnswers(applied, run);
 }
 
 QString QueueOf(const CInstallBase& run) {
@@ -29,7 +37,8 @@ QString QueueOf(const CInstallBase& run) {
 
 }  // namespace
 
-std::unique_ptr<CInstallBase> StartRun(Arguments& arguments) {
+std::unique_ptr<CInstallBase> StartRun(Arguments& arguments, const Answers& file,
+                                       const TakeOver& takeOver, Answers& answers) {
     auto run = std::make_unique<CInstallBase>(
         CInstallBase::ParseUserModeArg(arguments.argc(), arguments.argv()), arguments.argc(),
         arguments.argv());
@@ -37,16 +46,30 @@ std::unique_ptr<CInstallBase> StartRun(Arguments& arguments) {
     if (run->m_coreCount < 1)
         run->m_coreCount = 1;
     if (arguments.Has(OwnOption::Yes))
-        AnswerWithDefaults(*run);
+        run->m_interactive = false;
+    answers = {};
+    answers.Complete(arguments.AnswersIn(*run));
+    answers.Complete(file);
+    ApplyAtStart(answers, *run);
     FindPresentMembers(*run);
+    if (takeOver) {
+        answers.Complete(takeOver(*run));
+        ApplyAtStart(answers, *run);
+        // The service group may be that of the previous setup.
+        FindPresentMembers(*run);
+    }
+    // The queue's menu has no default.
+    if (!run->m_interactive && run->m_queueType == CInstallBase::QueueUnset)
+        run->m_queueType = CInstallBase::QueueInternal;
     return run;
 }
 
-unsigned ConditionsOf(const CInstallBase& run, const Arguments& arguments) {
+unsigned ConditionsOf(const CInstallBase& run, const Answers& answers) {
     unsigned conditions = IsRootSetup(run) ? AsRoot : AsUser;
     if (!run.m_clusterNode)
         conditions |= WithoutClusterNode;
-    if (arguments.Has(OwnOption::SubmissionScripts))
+    const Answer* scripts = answers.Find(AnswerId::SubmissionScripts);
+    if (scripts != nullptr && scripts->value == AnswerValue(true))
         conditions |= WithSubmissionScripts;
     return conditions;
 }

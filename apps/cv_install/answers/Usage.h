@@ -9,9 +9,11 @@
 #include <vector>
 
 #include "ExitStatus.h"
+#include "answers/AnswerTable.h"
 
 enum class OptionValue {
     None,
+    Flag,  // none, or "=true" or "=false" in the same word
     Text,
     OptionalText,  // may be missing at the end of the command line
     File,          // may be "-"
@@ -24,23 +26,30 @@ enum class OwnOption {
     Help,
     Version,
     Yes,
-    SubmissionScripts,
     Wait,
     DryRun,
     Json,
     Restart,
     Quiet,
-    Verbose
+    Verbose,
+    Answers,
+    SaveAnswers
 };
 
+// The options for the queue that the library reads.
+enum class QueueOption { None, Kind, KindAndName };
+
 struct OptionUsage {
-    const char* spellings;  // separated by ", "; a long spelling comes last
+    // Separated by ", ". A long spelling comes last, and one that the library reads comes first.
+    const char* spellings;
     OptionValue value = OptionValue::None;
     const char* valueName = nullptr;  // null without a value
     const char* meaning = nullptr;    // null: accepted, but not listed by --help
     const char* detail = nullptr;     // further sentences for the manual page and the guide
     OwnOption own = OwnOption::None;
     bool requiresRoot = false;
+    const AnswerRow* answer = nullptr;  // the answer that it gives
+    QueueOption queue = QueueOption::None;
 };
 
 struct StatusUsage {
@@ -62,7 +71,7 @@ struct VariableUsage {
     const char* valueForRoot = nullptr;  // a setup as root sets it to this value
 };
 
-// Every option, including those of the executable itself.
+// Every option, including those of the executable itself and one for each row of the answer table.
 std::span<const OptionUsage> Options();
 
 // Every exit status, in the order of --help.
@@ -83,6 +92,9 @@ std::string Meaning(const VariableUsage& usage);
 
 // True if `word` is one of the option's spellings.
 bool HasSpelling(const OptionUsage& option, const char* word);
+
+// True if the option's value is the next word, unless it follows an equals sign.
+bool TakesNextWord(const OptionUsage& option);
 
 // True for a value that an option of the kind File accepts: "-", or a name that is not an option.
 bool IsFileName(std::string_view value);

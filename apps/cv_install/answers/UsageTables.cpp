@@ -6,7 +6,7 @@
 
 namespace {
 
-constexpr OptionUsage options[] = {
+constexpr OptionUsage setupOptions[] = {
     {"--setup", OptionValue::None, nullptr, "set up the product; the run script passes it",
      "The program sets up the product without this option, too."},
     {"--user-mode", OptionValue::None, nullptr, "let a regular user create a private copy",
@@ -15,39 +15,40 @@ constexpr OptionUsage options[] = {
     {"--yes", OptionValue::None, nullptr,
      "answer every question with its default; internal queue if none is chosen",
      "The plan of a setup as root is shown but not confirmed.", OwnOption::Yes},
-    {"--cluster-node", OptionValue::None, nullptr,
-     "set up a compute node of a cluster: no questions, no queue, no service",
-     "Every question is answered with its default, and the plan of a setup as root is not "
-     "confirmed. The web pages are not unpacked. A queue option after this one overrides it."},
-    {"-d, --scratch-directory", OptionValue::Text, "DIR", "scratch directory to offer",
-     "A previous setup's directory takes precedence. Without either, the default is /tmp."},
-    {"-s, --scratch-limit", OptionValue::Number, "GB", "scratch space per thread; skips question",
-     "In gigabytes of 2^30 bytes, 1 to 2147483647. With 0 or less, the question is asked."},
-    {"-m, --memory-limit", OptionValue::Number, "MB", "memory per thread; skips question",
-     "In megabytes of 2^20 bytes, 1 to 2147483647. With 0 or less, the question is asked."},
-    {"--internal-default-queue", OptionValue::None, nullptr, "use the internal queue",
-     "Skips the questions about the queue. The last of several queue options applies."},
+    {"--answers", OptionValue::File, "FILE", "read answers from FILE; - for standard input",
+     "The questions of these answers are skipped. An option overrides an answer of FILE. With -, "
+     "also use --yes.",
+     OwnOption::Answers},
+    {"--save-answers", OptionValue::File, "FILE",
+     "write all answers of this setup to FILE; - for standard output",
+     "For --answers. An existing FILE is replaced, with mode 600. With -, all other output goes to "
+     "standard error.",
+     OwnOption::SaveAnswers},
+};
+
+// Between them, Options() has an option for each answer.
+constexpr OptionUsage furtherOptions[] = {
+    {"--internal-default-queue", OptionValue::None, nullptr, "same as --queue=internal",
+     "The last of several queue options applies.", OwnOption::None, false, nullptr,
+     QueueOption::Kind},
     {"--external-default-queue", OptionValue::None, nullptr,
      "use Torque/OpenPBS with its default queue",
      "The commands are those below /opt/pbs/bin if qsub exists there, and otherwise those below "
-     "/usr/local/bin; only the question can name others. After an option for Slurm, it keeps "
-     "Slurm."},
+     "/usr/local/bin. After an option for Slurm, it keeps Slurm.",
+     OwnOption::None, false, nullptr, QueueOption::KindAndName},
     {"-q, --external-queue", OptionValue::OptionalText, "QUEUE", "use this queue of Torque/OpenPBS",
      "As the last word of the command line, it needs no name and selects the default queue. The "
-     "commands are found as for --external-default-queue."},
-    {"-p, --external-partiton", OptionValue::OptionalText, "PARTITION",
-     "use this partition of Slurm (misspelled for compatibility)",
+     "commands are found as for --external-default-queue.",
+     OwnOption::None, false, nullptr, QueueOption::KindAndName},
+    {"-p, --external-partiton, --external-partition", OptionValue::OptionalText, "PARTITION",
+     "use this partition of Slurm",
      "As the last word of the command line, it needs no name and selects the default partition. "
-     "The commands are /usr/bin/sbatch and /usr/bin/scancel; only the question can name others."},
-    {"--no-queue", OptionValue::None, nullptr, "use no queue",
-     "The report of the queue still prints External and lists the commands of the scheduler."},
-    {"--submission-scripts", OptionValue::None, nullptr,
-     "also write the scripts that submit jobs through Samba and SSH",
-     "Existing scripts are overwritten, including edits.", OwnOption::SubmissionScripts},
-    {"-g, --service-group", OptionValue::Text, "GROUP", "group of the compute service",
-     "The default is corvsrvc."},
-    {"-u, --service-user", OptionValue::Text, "USER", "user of the compute service",
-     "The default is corvsrvc."},
+     "The commands are /usr/bin/sbatch and /usr/bin/scancel. The misspelled form is for "
+     "compatibility.",
+     OwnOption::None, false, nullptr, QueueOption::KindAndName},
+    {"--no-queue", OptionValue::None, nullptr, "same as --queue=none",
+     "The report of the queue still prints External and lists the commands of the scheduler.",
+     OwnOption::None, false, nullptr, QueueOption::Kind},
     {"--wait", OptionValue::Number, "SECONDS", "wait for another setup to end",
      "Without it, the setup ends at once with exit status 64 while another one is running.",
      OwnOption::Wait},
@@ -69,16 +70,43 @@ constexpr OptionUsage options[] = {
     {"-c, -cd, --cd-install"},
     {"-cli, --cli"},
     {"-gui, --gui"},
-    {"--help", OptionValue::None, nullptr, "print this text", nullptr, OwnOption::Help},
+    {"-h, --help", OptionValue::None, nullptr, "print this text", nullptr, OwnOption::Help},
     {"--version", OptionValue::None, nullptr, "print the version", nullptr, OwnOption::Version},
 };
+
+// The option of an answer. `spellings` must remain.
+OptionUsage OptionOf(const AnswerRow& row, const std::string& spellings) {
+    return {.spellings = spellings.c_str(),
+            .value = row.kind == AnswerKind::Flag     ? OptionValue::Flag
+                     : row.kind == AnswerKind::Number ? OptionValue::Number
+                                                      : OptionValue::Text,
+            .valueName = row.valueName,
+            .meaning = row.meaning,
+            .detail = row.detail,
+            .answer = &row};
+}
+
+std::vector<OptionUsage> JoinOptions() {
+    static const std::vector<std::string> spellings = [] {
+        std::vector<std::string> all;
+        for (const AnswerRow& row : AnswerRows())
+            all.push_back((row.shortOption == nullptr ? "" : row.shortOption + std::string(", ")) +
+                          "--" + row.key);
+        return all;
+    }();
+    std::vector<OptionUsage> all(std::begin(setupOptions), std::end(setupOptions));
+    for (const AnswerRow& row : AnswerRows())
+        all.push_back(OptionOf(row, spellings[static_cast<size_t>(row.id)]));
+    all.insert(all.end(), std::begin(furtherOptions), std::end(furtherOptions));
+    return all;
+}
 
 constexpr StatusUsage statuses[] = {
     {ExitStatus::Complete, "", "setup completed"},
     {ExitStatus::Refused, "",
      "neither root nor --user-mode, or a step of the commit script failed"},
     {ExitStatus::SystemCallFailed, "", "cannot measure the machine, or a system call failed"},
-    {ExitStatus::UnusableArguments, "", "invalid command line"},
+    {ExitStatus::UnusableArguments, "", "invalid command line or answers file"},
     {ExitStatus::ValueRefused, "", "invalid value: it would change the commit script's meaning"},
     {ExitStatus::ScriptNotWritten, "", "cannot write the commit script"},
     {ExitStatus::ScriptNotStarted, "", "cannot start the commit script"},
@@ -123,7 +151,8 @@ constexpr VariableUsage variables[] = {
 }  // namespace
 
 std::span<const OptionUsage> Options() {
-    return options;
+    static const std::vector<OptionUsage> all = JoinOptions();
+    return all;
 }
 
 std::span<const StatusUsage> Statuses() {
@@ -161,6 +190,10 @@ std::string Meaning(const VariableUsage& usage) {
 bool HasSpelling(const OptionUsage& option, const char* word) {
     const std::vector<std::string> spellings = Spellings(option);
     return std::find(spellings.begin(), spellings.end(), word) != spellings.end();
+}
+
+bool TakesNextWord(const OptionUsage& option) {
+    return option.value != OptionValue::None && option.value != OptionValue::Flag;
 }
 
 bool IsFileName(std::string_view value) {

@@ -228,7 +228,7 @@ JsonReport::Request JsonReport::RequestIn(int argc, char** argv) {
         if (option == nullptr)
             continue;
         const char* value = equals == nullptr ? nullptr : equals + 1;
-        if (option->value != OptionValue::None && value == nullptr)
+        if (TakesNextWord(*option) && value == nullptr)
             value = argv[i + 1] == nullptr ? nullptr : argv[++i];
         if (option->own == OwnOption::Help || option->own == OwnOption::Version)
             return {};
