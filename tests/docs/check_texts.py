@@ -225,7 +225,7 @@ reports = ("AnswerTable", "Installation", "Plan", "Progress", "Recorder", "Repor
 others = {
     "[Press \"Enter\" key to continue]", "the setup ended with exit status %1",
     "terminated by signal: %1", "Choose another directory? [Y/n]", "Keep the %1? [Y/n]",
-    "job limit of the previous setup (%1)", "queue of the previous setup (%1)", "# For cv_install --answers.",
+    "job limit of the previous setup (%1)", "queue of the previous setup (%1)", "# For cv_install --answers.", "# Answers for the next setup",
     "Please answer y or n.", "Commit script: %s", "Did you mean", "program directory",
     "scratch directory of the previous setup", "service group member",
     "Missing command",
