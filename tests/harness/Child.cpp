@@ -63,6 +63,8 @@ void Redirect(const std::string& path, int flags, int fd) {
 [[noreturn]] void RunBody(const World& world, const TempDir& streams,
                           const std::function<void()>& body) {
     Redirect(streams / "in", O_RDONLY, 0);
+    // A test in this process can have read its own input to the end.
+    std::clearerr(stdin);
     Redirect(streams / "out", O_WRONLY | O_CREAT | O_APPEND, 1);
     Redirect(streams / "err", O_WRONLY | O_CREAT | O_APPEND, 2);
     if (!EnterWorld(world)) {
