@@ -7,6 +7,8 @@
 #include "answers/Members.h"
 #include "answers/StartRun.h"
 #include "apply/Console.h"
+#include "apply/Interruption.h"
+#include "apply/Outcome.h"
 #include "apply/RunTimeFiles.h"
 #include "apply/ScriptRun.h"
 #include "apply/SetupLog.h"
@@ -72,12 +74,12 @@ Failure PrepareRecord(const CInstallBase& run, const Answers& answers, const Com
 
 // Everything that changes the machine. In a setup as root the tree is checked again after the
 // confirmation and before the script, because other users can change it meanwhile.
-Failure CarryOut(CInstallBase& run, const Answers& answers, const SetupLock& lock) {
+Failure CarryOut(CInstallBase& run, const Answers& answers, const SetupLock& lock,
+                 CommitScript& script) {
     const unsigned conditions = ConditionsOf(run, answers) | InPlace;
     const bool root = IsRootSetup(run);
     const MemberChanges members = FindMemberChanges(run);
     HideMembersFromScript(run);
-    CommitScript script;
     PackedPages packed;
     Failure failure;
     if (root)
@@ -86,8 +88,11 @@ Failure CarryOut(CInstallBase& run, const Answers& answers, const SetupLock& loc
         packed.Read(run, conditions);
     if (!failure && root)
         failure = FindUnsafePath(run.m_installDir, Changes::None);
-    if (!failure)
-        failure = WriteRunTimeFiles(run, conditions);
+    if (failure)
+        return failure;
+    SetupLog::Keep();
+    Interruption::EndsSetup(Changes::RunTimeFiles);
+    failure = WriteRunTimeFiles(run, conditions);
     if (!failure && root)
         failure = FindUnsafePath(run.m_installDir, Changes::RunTimeFiles);
     if (!failure)
@@ -98,9 +103,8 @@ Failure CarryOut(CInstallBase& run, const Answers& answers, const SetupLock& loc
     if (failure)
         return failure;
     const EntryList keptPages = FindKeptPages(run, conditions);
-    std::printf("Commit script: %s\n", qUtf8Printable(script.path));
-    std::fflush(stdout);
-    failure = FollowScript(script.path, lock, ScriptOutput::Shown);
+    Interruption::ComesTooLate();
+    failure = FollowScript(script, lock, ScriptOutput::Shown);
     if (!failure)
         failure = CheckResult(run, conditions, keptPages, packed);
     if (!failure && root)
@@ -135,13 +139,21 @@ Failure RunInPlace(Arguments& arguments, const Answers& file, const SetupLock& l
     Failure failure = FindObstacle(*run);
     if (!failure)
         failure = AskQuestions(*run, answers);
-    if (!failure)
+    if (!failure) {
         JsonReport::NoteAnswers(answers);
-    if (!failure)
+        Outcome::NoteAnswers(answers);
         failure = SaveAnswersFile(arguments.TextOf(OwnOption::SaveAnswers), answers);
-    if (!failure)
-        failure = CarryOut(*run, answers, lock);
-    if (!failure)
-        ShowSummary(SummaryOf(*run));
+    }
+    if (failure)
+        return failure;
+    CommitScript script;
+    failure = CarryOut(*run, answers, lock, script);
+    Summary summary = SummaryOf(*run);
+    const bool isInstalled = !failure;
+    if (isInstalled)
+        failure = CheckService(summary);
+    FinishScript(script, failure);
+    if (isInstalled)
+        ShowSummary(summary);
     return failure;
 }

@@ -2,6 +2,8 @@
 
 #include <cstdio>
 
+#include "apply/Outcome.h"
+
 namespace {
 
 ProblemObserver observer = nullptr;
@@ -11,24 +13,11 @@ void Observe(const Problem& problem, bool isWarning) {
         observer(problem, isWarning);
 }
 
-const char* Describe(Changes changes) {
-    switch (changes) {
-        case Changes::None:
-            return "No changes were made.";
-        case Changes::RunTimeFiles:
-            return "At most, Q-Chem files and submission scripts were changed.";
-        case Changes::Kept:
-            return "Changes made so far were kept. Run the setup again.";
-        default:
-            return "";
-    }
-}
-
 QByteArray Indented(const QString& text) {
     return text.isEmpty() ? QByteArray() : "    " + Printable(text).toUtf8() + '\n';
 }
 
-QByteArray TextOf(const char* prefix, const Problem& problem) {
+QByteArray Lines(const char* prefix, const Problem& problem) {
     return prefix + Printable(problem.text).toUtf8() + '\n' + Indented(problem.remedy);
 }
 
@@ -65,9 +54,23 @@ void ObserveProblems(ProblemObserver observe) {
     observer = observe;
 }
 
+const char* TextOf(Changes changes) {
+    switch (changes) {
+        case Changes::None:
+            return "No changes were made.";
+        case Changes::RunTimeFiles:
+            return "At most, Q-Chem files and submission scripts were changed.";
+        case Changes::Kept:
+            return "Changes made so far were kept. Run the setup again.";
+        default:
+            return "";
+    }
+}
+
 void Report(const Problem& problem) {
     Observe(problem, false);
-    Print(TextOf("cv_install: ", problem) + Indented(QString::fromUtf8(Describe(problem.changes))));
+    Outcome::NoteProblem(problem);
+    Print(Lines("cv_install: ", problem) + Indented(QString::fromUtf8(TextOf(problem.changes))));
 }
 
 void ReportWarning(const Problem& problem) {
@@ -76,5 +79,5 @@ void ReportWarning(const Problem& problem) {
 }
 
 QByteArray WarningText(const Problem& problem) {
-    return TextOf("cv_install: warning: ", problem);
+    return Lines("cv_install: warning: ", problem);
 }

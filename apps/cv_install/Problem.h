@@ -35,6 +35,9 @@ bool IsControl(char32_t character);
 // values may be chosen by another user.
 QString Printable(const QString& text);
 
+// The sentence that reports the changes; empty for Unknown.
+const char* TextOf(Changes changes);
+
 // Prints the problem to stderr, after everything that was printed to stdout.
 void Report(const Problem& problem);
 

@@ -9,6 +9,8 @@
 #include "answers/Members.h"
 #include "answers/StartRun.h"
 #include "apply/Console.h"
+#include "apply/Interruption.h"
+#include "apply/Outcome.h"
 #include "apply/RunTimeFiles.h"
 #include "apply/ScriptRun.h"
 #include "apply/SetupLog.h"
@@ -44,8 +46,11 @@ Failure Stage(Arguments& arguments, const Answers& file, const Descriptor& liveT
             PrivateMounts::ShowScratchDirectory(liveTree, scratch);
         });
     }
-    if (!failure)
+    const Descriptor scripts = OpenScriptDirectory();
+    if (!failure) {
         JsonReport::NoteAnswers(answers);
+        Outcome::NoteAnswers(answers);
+    }
     if (!failure)
         failure = PrivateMounts::CoverTemporaryFiles();
     staged.members = FindMemberChanges(*run);
@@ -62,13 +67,15 @@ Failure Stage(Arguments& arguments, const Answers& file, const Descriptor& liveT
         failure = WriteScript(*run, script, Changes::None);
     const EntryList keptPages = FindKeptPages(*run, staged.conditions);
     if (!failure)
-        failure = FollowScript(script.path, lock, ScriptOutput::Logged);
+        failure = FollowScript(script, lock, ScriptOutput::Logged);
     if (!failure)
         failure = CheckResult(*run, staged.conditions, keptPages, packed);
     if (!failure)
         failure = RecordServiceAccount(run->m_serviceUser, run->m_serviceGroup);
-    if (failure)
+    if (failure) {
+        SaveScript(script, scripts);
         return failure;
+    }
     WarnOfKeptPages(*run, liveTree.Number(), keptPages, packed);
     staged.interactive = run->m_interactive;
     staged.serviceUser = run->m_serviceUser;
@@ -127,6 +134,9 @@ Failure Complete(const Arguments& arguments, const SetupLock& lock, const Staged
     if (failure || isDryRun)
         return failure;
     SetupRecord record(staged.installDir);
+    SetupLog::Keep();
+    // A merge ends by itself within seconds.
+    Interruption::ComesTooLate();
     // A setup that is killed from here on leaves something that the next one replaces.
     lock.NoteMerge(true);
     {
@@ -139,8 +149,11 @@ Failure Complete(const Arguments& arguments, const SetupLock& lock, const Staged
     if (!failure)
         failure = record.Place();
     lock.NoteMerge(false);
-    if (!failure)
-        ShowSummary(SummaryOf(staged));
+    if (failure)
+        return failure;
+    Summary summary = SummaryOf(staged);
+    failure = CheckService(summary);
+    ShowSummary(summary);
     return failure;
 }
 
@@ -180,6 +193,8 @@ ExitStatus RunAsRoot(Arguments& arguments, const Answers& file, const SetupLock&
         const StagedResult result = RunStaged(liveTree, [&](StagedMachine& staged) {
             return Stage(arguments, file, liveTree, lock, staged);
         });
+        if (result.signal != 0)
+            Interruption::End(result.signal);
         if (!result.impossible.isEmpty())
             failure = RunWithoutStaging(arguments, file, lock, result.impossible);
         else if (!result.staged)

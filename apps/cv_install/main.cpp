@@ -10,7 +10,10 @@
 #include "answers/Arguments.h"
 #include "answers/Usage.h"
 #include "apply/Console.h"
+#include "apply/Interruption.h"
+#include "apply/Outcome.h"
 #include "apply/ProcessState.h"
+#include "apply/SetupLog.h"
 #include "installation/SetupLock.h"
 #include "installation/TreeCheck.h"
 #include "report/JsonReport.h"
@@ -21,6 +24,7 @@ namespace {
 // Returns the exit status; failures have been reported.
 ExitStatus RunSetup(Arguments& arguments) {
     const bool isRoot = getuid() == 0;
+    Interruption::EndsSetup(Changes::None);
     QString installDir;
     SetupLock lock;
     if (arguments.UsesStream(OwnOption::SaveAnswers))
@@ -47,12 +51,24 @@ ExitStatus RunSetup(Arguments& arguments) {
     return failure->status;
 }
 
+// Known before the other arguments are.
+bool IsDryRun(char** argv) {
+    for (; *argv != nullptr; ++argv) {
+        if (std::strcmp(*argv, "--dry-run") == 0)
+            return true;
+    }
+    return false;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
     PrepareProcess();
     JsonReport::Start(JsonReport::RequestIn(argc, argv));
     Console::Start();
+    Outcome::Begin(argc, argv);
+    if (!IsDryRun(argv))
+        SetupLog::WriteOutcomeAtExit();
     Arguments arguments(argc, argv);
     if (arguments.Has(OwnOption::Verbose))
         Console::SetLevel(Console::Level::Verbose);
@@ -65,6 +81,7 @@ int main(int argc, char** argv) {
         PrintVersion();
     else
         status = RunSetup(arguments);
+    Interruption::ReportLateSignal();
     if (const int error = Console::OutputError()) {
         Report({ExitStatus::Complete,
                 QStringLiteral("cannot write to standard output: %1")

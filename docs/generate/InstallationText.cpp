@@ -1,4 +1,4 @@
-// The installation table for the guide and for the Debian package's removal script.
+// The installation table for the guide and for files of the Debian package.
 #include "installation/Installation.h"
 
 #include <algorithm>
@@ -64,6 +64,8 @@ const char* LaterOf(const Entry& entry) {
     switch (entry.later) {
         case Later::Rewrites:
             return HasRandomName(entry) ? "creates another one" : "writes it again";
+        case Later::Appends:
+            return "appends to it";
         case Later::Updates:
             return "replaces one that differs";
         case Later::KeepsContent:
@@ -138,6 +140,10 @@ void WriteRemovalSettings(std::ostream& script) {
     WriteSetting(script, "setup_record", Find(Item::Record).path);
     WriteSetting(script, "account", accountName);
     WriteSetting(script, "account_comment", accountComment);
+}
+
+void WriteLogPath(std::ostream& settings) {
+    settings << Find(Item::RootLog).path << '\n';
 }
 
 // The unit needs more than its removal.

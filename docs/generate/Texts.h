@@ -21,6 +21,9 @@ void WriteElsewhereTable(std::ostream& guide);  // and outside it
 void WriteQueueVariables(std::ostream& script);
 void WriteQueueCommands(std::ostream& script);
 
+// For the settings of logrotate.
+void WriteLogPath(std::ostream& settings);
+
 // For the script that removes an installation with the Debian package, in sh.
 void WriteRemovalSettings(std::ostream& script);  // variables with paths and names
 void WriteRemovedFiles(std::ostream& script);     // words: files outside the tree

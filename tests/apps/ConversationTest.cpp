@@ -92,6 +92,9 @@ TEST_F(Conversation, EndsWhenInterruptedAtQuestion) {
     Terminal terminal = Start();
     ASSERT_TRUE(terminal.WaitFor("Job thread limit ["));
     terminal.Send("\x03");
+    EXPECT_TRUE(
+        terminal.WaitFor("\r\ncv_install: setup stopped by signal Interrupt\r\n"
+                         "    No changes were made.\r\n"));
     EXPECT_EQ(terminal.Finish(), 128 + SIGINT);
     EXPECT_TRUE(terminal.IsSane());
     ExpectNoCommit();

@@ -150,7 +150,8 @@ bool IsRewritten(const Entry& entry, unsigned conditions) {
                entry.item == Item::Manifest || entry.item == Item::RecordedAnswers ||
                entry.item == Item::RecordedScript;
     }
-    return Applies(entry, conditions) && entry.later == Later::Rewrites;
+    return Applies(entry, conditions) &&
+           (entry.later == Later::Rewrites || entry.later == Later::Appends);
 }
 
 void ExpectRewritten(const Case& test, const std::vector<std::string>& changes) {

@@ -21,17 +21,32 @@ std::string Shown(bool titles, const std::vector<const char*>& pieces, bool fini
 }
 
 TEST(Progress, WritesOutputAsItIsWithoutTitles) {
-    EXPECT_EQ(Shown(false, {"Created directory /a\nicons/", "\nend"}, false),
+    EXPECT_EQ(Shown(false, {"Created directory /a\nicons/", "\nend"}),
               "Created directory /a\nicons/\nend");
 }
 
 TEST(Progress, WritesEachTitleOnceBeforeItsSection) {
-    EXPECT_EQ(Shown(true, {"Created directory /a\nCreated directory /b\nother\nresources/\n"
-                           "icons/\nicons/favicon.svg\nWrote Corvane'26 run script, x\n"
+    EXPECT_EQ(Shown(true, {"Created directory /a\n\nCreated directory /b\nother\n\nresources/\n"
+                           "\nicons/\nicons/favicon.svg\nWrote Corvane'26 run script, x\n"
                            "Created directory /c\n"}),
-              "==> Directories\nCreated directory /a\nCreated directory /b\nother\n"
-              "==> Web pages\nresources/\nicons/\nicons/favicon.svg\n"
+              "==> Directories\nCreated directory /a\n\nCreated directory /b\nother\n\n"
+              "==> Web pages\nresources/\n\nicons/\nicons/favicon.svg\n"
               "==> Run script\nWrote Corvane'26 run script, x\nCreated directory /c\n");
+}
+
+TEST(Progress, WritesTitleBeforeMessagesOfTools) {
+    EXPECT_EQ(Shown(true, {"Created directory /a\n\nUpdating /a: 755 -> 775\ntar: no such file\n"
+                           "Error, unpacking resources /a/resources\n"}),
+              "==> Directories\nCreated directory /a\n\nUpdating /a: 755 -> 775\n"
+              "==> Web pages\ntar: no such file\nError, unpacking resources /a/resources\n");
+}
+
+TEST(Progress, KeepsClosingLinesBack) {
+    const char* closing = "Corvane'26 Installation script completed successfully!\n\n";
+    EXPECT_EQ(Shown(true, {"first\n", closing}), "first\n");
+    Progress progress(false);
+    progress.Show(closing);
+    EXPECT_EQ(progress.ClosingLines(), closing);
 }
 
 TEST(Progress, RecognizesLineThatComesInPieces) {

@@ -33,21 +33,26 @@ std::string ShownOnTerminal(const std::string& prefix = {}) {
     LayOutRootSetup();
     hx_test::WriteFile("/usr/bin/systemctl",
                        "#!/bin/sh\n[ \"$1\" = is-active ] && echo failed && exit 3\nexit 0\n");
+    hx_test::WriteFile("/usr/bin/journalctl",
+                       "#!/bin/sh\nprintf 'first message\\n\\033[31msecond message\\n'\n");
+    Shell("chmod 755 /usr/bin/journalctl");
     Shell("mount -t devpts -o newinstance,ptmxmode=0666 devpts /dev/pts");
     hx_test::Terminal terminal(hx_test::Terminal::Mode::Bytes, [&] {
         setenv("LSAN_OPTIONS", LeakOptions(HX_LEAK_SUPPRESSIONS).c_str(), 1);
         const std::string command = prefix + "/opt/corvane26/cv_install --setup --yes";
         execl("/bin/sh", "sh", "-c", command.c_str(), nullptr);
     });
-    EXPECT_EQ(terminal.Finish(), 0) << terminal.Output();
+    EXPECT_EQ(terminal.Finish(), 66) << terminal.Output();
     return terminal.Output();
 }
 
 const char* const summaryWithFailedService =
-    "  Installed: /var/corvane\n  Service:   failed\n             For details, "
-    "run: journalctl --unit=corvane26_service.service\n"
-    "  Log:       /var/log/corvane26_setup.log\n"
-    "  Next step: start Corvane with corvane26\n";
+    "  Installed: /var/corvane\n  Service:   failed\n             first message\n"
+    "             ?[31msecond message\n  Log:       /var/log/corvane26_setup.log\n"
+    "cv_install: service \"corvane26_service.service\" is not running: failed\n"
+    "    For details, run: journalctl --unit=corvane26_service.service\n"
+    "    Log: /var/log/corvane26_setup.log\n";
+const std::string closing = "Corvane'26 Installation script completed successfully!\n\n";
 
 TEST(RootSetup, ShowsPlanWithoutScriptOutput) {
     HX_REQUIRE_THROWAWAY_ROOT();
@@ -62,7 +67,9 @@ TEST(RootSetup, ShowsPlanWithoutScriptOutput) {
         const std::string log = hx_test::ReadFile("/var/log/corvane26_setup.log");
         const std::string ofScript = "Wrote Corvane'26 run script, /var/corvane/corvane26\n";
         ExpectParts(log, {out.substr(out.find("Values in use:")).c_str(), ofScript.c_str()});
-        EXPECT_EQ(out.find(ofScript), std::string::npos);
+        ExpectHolds(log, closing);
+        for (const std::string& text : {ofScript, closing})
+            EXPECT_EQ(out.find(text), std::string::npos);
         EXPECT_EQ(out.find("machine changed"), std::string::npos);
         EXPECT_EQ(log.find("==> "), std::string::npos);
         EXPECT_EQ(Shell("ls /tmp | grep corvane26_commit"), "");
@@ -84,7 +91,11 @@ TEST(RootSetup, ShowsPlanTitlesAndSummaryInPlace) {
                      "  Link       /usr/bin/corvane26: create\n",
                      "  Service    corvane26_service.service: install, enable, and start\n",
                      summaryWithFailedService});
-        EXPECT_EQ(hx_test::ReadFile("/var/log/corvane26_setup.log"), out);
+        const std::string log = hx_test::ReadFile("/var/log/corvane26_setup.log");
+        ExpectParts(log, {"\n\nCorvane", out.substr(0, out.find("  Installed: ")).c_str(),
+                          closing.c_str(), summaryWithFailedService});
+        EXPECT_EQ(out.find(closing), std::string::npos);
+        EXPECT_EQ(Shell("ls /tmp | grep corvane26_commit"), "");
         EXPECT_EQ(Shell("grep -A1 --no-group-separator '^==> ' /var/log/corvane26_setup.log | "
                         "cut -d' ' -f1-4"),
                   "==> Service account\nCorvane Service Group created\n"
@@ -160,12 +171,14 @@ TEST(RootSetup, ShowsScriptWhileItAsksInPlace) {
              "mkfifo /srv/in; " + withoutMounts +
                  "/opt/corvane26/cv_install --setup --json /srv/report < /srv/in > /srv/out & "
                  "exec 3> /srv/in; printf '2\\n600\\n/tmp\\n3\\n1\\n\\n' >&3; "
-                 "until grep -qs 'Continue' /var/log/corvane26_setup.log; do sleep 0.05; done; "
+                 "until grep -qs 'Continue' /srv/out; do sleep 0.05; done; "
                  "ls /tmp/corvane26_commit_*; kill -TERM $!; wait $!; echo $?"},
             {.env = {{"LSAN_OPTIONS", "detect_leaks=0"}}});
         EXPECT_TRUE(result.out.starts_with("/tmp/corvane26_commit_")) << result.out << result.err;
         EXPECT_TRUE(result.out.ends_with("\n143\n")) << result.out;
         ExpectReport(hx_test::ReadFile("/srv/report"), R"({"status": 143})");
+        ExpectHolds(result.err,
+                    "cv_install: setup stopped by signal Terminated\n    No changes were made.\n");
         EXPECT_EQ(Shell(state), before);
     });
 }
@@ -183,9 +196,9 @@ TEST(RootSetup, AsksAgainAfterChangesSinceStaging) {
         ExpectHolds(first.out, "  Service:   not started (the service manager is not running)\n");
         const auto result = hx_test::Run(
             {"bash", "-c",
-             "rm /var/log/corvane26_setup.log; mkfifo /srv/in; "
+             "mkfifo /srv/in; "
              "/opt/corvane26/cv_install --setup < /srv/in > /srv/out 2>&1 & exec 3> /srv/in; "
-             "until grep -qs 'Job thread limit' /var/log/corvane26_setup.log; do sleep 0.05; done; "
+             "until grep -qs 'Job thread limit' /srv/out; do sleep 0.05; done; "
              "echo 'ThreadsPerMolecule: 1' >> /var/corvane/QueueLimits; "
              "echo >> /var/corvane/corvane26; printf \"$1\" >&3; wait $!; echo $?; cat /srv/out",
              "bash", limitAnswers + "\ny\nn\n"},

@@ -34,9 +34,11 @@ protected:
 
 TEST_F(RunTimeFiles, GiveAnswersToQChem) {
     const std::string out = WithoutError({"-m", "777", "-s", "5", "-d", "/tmp/a b"});
-    ExpectHolds(out, separator + "  Scratch limit per job: 5 GB\n" + separator +
-                         "  Memory limit per job: 777 MB\n" + separator +
-                         "  Scratch storage directory: /tmp/a b\nCommit script: /tmp/");
+    ExpectHolds(
+        out,
+        separator + "  Scratch limit per job: 5 GB\n" + separator +
+            "  Memory limit per job: 777 MB\n" + separator +
+            "  Scratch storage directory: /tmp/a b\nStarting Corvane'26 Installation script\n");
     EXPECT_EQ(m_setup.File("qchemrc/qchemrc"),
               "$rem\nAO2MO_DISK        5\nMEM_TOTAL       777\n$end\n");
     EXPECT_EQ(m_setup.File("qchemrc/qcscratch"), "/tmp/a b");

@@ -49,6 +49,10 @@ const FailingTool failingTools[] = {
     {"/usr/bin/chown", "*", internalQueue, Before::Nothing, 10},
 };
 
+// A setup whose script fails keeps the script.
+constexpr const char* keptScripts = "ls /tmp/corvane26_commit_*";
+const std::set<std::string> failureDirectories = {"/run", "/var/log", "/tmp"};
+
 TEST(StagedFailure, LeavesMachineAsItWasWhenToolFails) {
     HX_REQUIRE_THROWAWAY_ROOT();
     for (const FailingTool& row : TriedRows(failingTools)) {
@@ -62,7 +66,13 @@ TEST(StagedFailure, LeavesMachineAsItWasWhenToolFails) {
             const MachineState before = StateOfTouchedPaths();
             const auto result = RunSetup(row.kind);
             EXPECT_EQ(result.status, row.status) << result.out << result.err;
-            EXPECT_EQ(TracesOf(before, logDirectories), std::vector<std::string>{});
+            const std::string script = Shell(keptScripts);
+            EXPECT_NE(result.err.find("    Commit script: " + script + "\n    Log: "),
+                      std::string::npos)
+                << result.err;
+            EXPECT_EQ(Shell("stat -c %a:%u " + script + "; tail -n 1 " + script), "600:0\nexit 0");
+            std::filesystem::remove(script);
+            EXPECT_EQ(TracesOf(before, failureDirectories), std::vector<std::string>{});
         });
     }
 }
@@ -117,7 +127,9 @@ TEST_P(KilledSetup, LeavesMachineAsItWasBeforeMerge) {
                 EXPECT_NE(result.struckCall, "") << process << ' ' << call;
                 EXPECT_NE(result.status, 0) << result.output;
                 WaitForOtherProcesses();
-                EXPECT_EQ(TracesOf(before, logDirectories), std::vector<std::string>{});
+                if (static_cast<SetupProcess>(process) == SetupProcess::Script)
+                    Shell(std::string("rm -f $(") + keptScripts + ")");
+                EXPECT_EQ(TracesOf(before, failureDirectories), std::vector<std::string>{});
                 if (testing::Test::HasFailure())
                     return std::string("failed");
             }

@@ -33,7 +33,7 @@ namespace {
 }  // namespace
 
 std::string WithoutLogPath(const std::string& messages) {
-    return hx_test::ReplaceMatches(messages, "    Log: \\S+\n", "");
+    return hx_test::ReplaceMatches(messages, "    (Log|Commit script): \\S+\n", "");
 }
 
 UserSetup::UserSetup(const std::string& product) : m_product(product) {

@@ -220,7 +220,7 @@ def check_guide_quotes_texts():
 # Texts of apps/ that are not failures: reports, names of fields, beginnings of lines, a script, and
 # remedies, which are sentences that begin with one of these words. The guide must explain all other
 # texts.
-reports = ("AnswerTable", "Installation", "Plan", "Progress", "Recorder", "Report", "StartRun", "Summary", "Usage",
+reports = ("AnswerTable", "Installation", "Outcome", "Plan", "Progress", "Recorder", "Report", "StartRun", "Summary", "Usage",
            "UsageTables")
 others = {
     "[Press \"Enter\" key to continue]", "the setup ended with exit status %1",

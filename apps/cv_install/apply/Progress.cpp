@@ -1,7 +1,10 @@
 #include "apply/Progress.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <iterator>
+#include <string_view>
+#include <utility>
 
 namespace {
 
@@ -13,15 +16,29 @@ struct Section {
 // In the script's order. Lines are in the script's own spelling.
 constexpr Section sections[] = {
     {"Corvane Service Group created", "Service account"},
+    {"Error, unable to create Corvane service group", "Service account"},
     {"Corvane Service User created", "Service account"},
+    {"Error, unable to create Corvane service user", "Service account"},
     {"Adding/Removing users", "Service group members"},
     {"Created directory ", "Directories"},
+    {"Error, creating directory ", "Directories"},
     {"resources/", "Web pages"},
+    {"Error, unpacking resources", "Web pages"},
     {"icons/", "Web pages"},
+    {"Error, unpacking icons", "Web pages"},
     {"Wrote Corvane'26 run script", "Run script"},
+    {"Error, writing Corvane'26 run script", "Run script"},
     {"Wrote Corvane'26 snapshot run script", "Snapshot script"},
+    {"Error, writing Corvane'26 snapshot run script", "Snapshot script"},
     {"Wrote Corvane'26 service script", "Compute service"},
+    {"Error, writing Corvane'26 service script", "Compute service"},
 };
+
+// How lines begin in which the script reports a mode that it sets: they belong to the section
+// before them.
+constexpr const char* modeLines[] = {"Updating ", "/"};
+
+constexpr const char* closingLine = "Corvane'26 Installation script completed successfully!";
 
 void Write(const QByteArray& text) {
     std::fwrite(text.constData(), 1, static_cast<size_t>(text.size()), stdout);
@@ -30,11 +47,6 @@ void Write(const QByteArray& text) {
 }  // namespace
 
 void Progress::Show(const QByteArray& output) {
-    if (!m_titles) {
-        Write(output);
-        std::fflush(stdout);
-        return;
-    }
     m_unfinished += output;
     for (qsizetype end; (end = m_unfinished.indexOf('\n')) != -1;) {
         ShowLine(m_unfinished.left(end + 1));
@@ -44,21 +56,50 @@ void Progress::Show(const QByteArray& output) {
 }
 
 void Progress::Finish() {
-    Write(m_unfinished);
-    m_unfinished.clear();
+    WriteWaiting();
+    Write(std::exchange(m_unfinished, {}));
     std::fflush(stdout);
 }
 
 void Progress::ShowLine(const QByteArray& line) {
-    for (size_t i = m_next; i < std::size(sections); ++i) {
-        if (!line.startsWith(sections[i].line))
+    if (!m_closing.isEmpty() || line.startsWith(closingLine)) {
+        m_closing += line;
+        return;
+    }
+    if (!m_titles) {
+        Write(line);
+        return;
+    }
+    if (BeginsSection(line)) {
+        WriteWaiting();
+        m_isBetween = false;
+    }
+    if (m_isBetween &&
+        !std::ranges::any_of(modeLines, [&](const char* begin) { return line.startsWith(begin); }))
+        m_waiting += line;
+    else
+        Write(line);
+    if (line == "\n")
+        m_isBetween = true;
+}
+
+// Also true for a line of the present section, which may follow an empty line.
+bool Progress::BeginsSection(const QByteArray& line) {
+    for (size_t i = 0; i < std::size(sections); ++i) {
+        const std::string_view title = sections[i].title;
+        if (!line.startsWith(sections[i].line) || (i < m_next && title != m_title))
             continue;
-        std::printf("==> %s\n", sections[i].title);
+        if (title != m_title)
+            std::printf("==> %s\n", sections[i].title);
+        m_title = sections[i].title;
         // Sections of the same title follow each other.
-        const QByteArray title = sections[i].title;
         for (m_next = i + 1; m_next < std::size(sections) && title == sections[m_next].title;)
             ++m_next;
-        break;
+        return true;
     }
-    Write(line);
+    return false;
+}
+
+void Progress::WriteWaiting() {
+    Write(std::exchange(m_waiting, {}));
 }

@@ -1,12 +1,12 @@
 #include "apply/ScriptRun.h"
 
+#include <fcntl.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/types.h>
 #include <unistd.h>
 
 #include <QThread>
-#include <array>
 #include <atomic>
 #include <cerrno>
 #include <climits>
@@ -15,18 +15,20 @@
 #include <cstring>
 
 #include "apply/Console.h"
+#include "apply/Interruption.h"
+#include "apply/Outcome.h"
 #include "apply/Progress.h"
+#include "apply/SetupLog.h"
 #include "commit/CCommitScript.h"
+#include "installation/Installation.h"
 #include "installation/ReadBack.h"
 #include "installation/SignalsHandled.h"
 
 namespace {
 
-// What the handlers share with the rest: the script's process group, the last signal, and the file
-// that a signal removes.
+// What the handler shares with the rest: the script's process group and the last signal.
 std::atomic<pid_t> scriptGroup = 0;
 std::atomic<int> receivedSignal = 0;
-std::array<char, 128> removedPath = {};
 static_assert(std::atomic<int>::is_always_lock_free);
 
 // Bash ignores the quit key's signal, and would continue without the tool that dies of it.
@@ -47,17 +49,16 @@ void DieOf(int signal) {
     raise(signal);
 }
 
-void RemoveAndDie(int signal) {
-    unlink(removedPath.data());
-    DieOf(signal);
-}
-
 // Also passes on a signal that came before the group existed.
 void PassSignalsTo(pid_t group) {
     setpgid(group, group);
     scriptGroup = group;
     if (receivedSignal != 0)
         kill(-group, ForTheScript(receivedSignal));
+}
+
+void WriteTo(FILE* stream, const QByteArray& text) {
+    std::fwrite(text.constData(), 1, static_cast<size_t>(text.size()), stream);
 }
 
 // True when stdout and stderr are the same file, where the order of their lines matters.
@@ -76,7 +77,8 @@ void ShowOutput(CCommitScript& script, Progress& progress) {
                      [&script, &progress] { progress.Show(script.readAllStandardOutput()); });
     QObject::connect(&script, &QProcess::readyReadStandardError, [&script] {
         const QByteArray text = script.readAllStandardError();
-        std::fwrite(text.constData(), 1, static_cast<size_t>(text.size()), stderr);
+        std::fflush(stdout);
+        WriteTo(stderr, text);
     });
 }
 
@@ -150,7 +152,7 @@ Problem TerminateUnmonitored(CCommitScript& script, const QString& path) {
             Changes::Kept};
 }
 
-Failure Outcome(const CCommitScript& script, const QString& path) {
+Failure ResultOf(const CCommitScript& script, const QString& path, ScriptOutput output) {
     if (script.exitStatus() == QProcess::CrashExit) {
         return Problem{StatusOfSignal(script.exitCode()),
                        QStringLiteral("commit script \"%1\" was terminated by signal %2")
@@ -158,7 +160,7 @@ Failure Outcome(const CCommitScript& script, const QString& path) {
                        {},
                        Changes::Kept};
     }
-    if (receivedSignal != 0) {
+    if (receivedSignal != 0 && output == ScriptOutput::Shown) {
         ReportWarning({ExitStatus::Complete,
                        QStringLiteral("received signal %1, but the commit script ran to its end")
                            .arg(NameOf(receivedSignal)),
@@ -194,9 +196,9 @@ QByteArray WriteForComparison(CInstallBase& run) {
     return text;
 }
 
-Failure FollowToEnd(const QString& path, const SetupLock& lock, ScriptOutput output) {
+Failure FollowToEnd(CommitScript& file, const SetupLock& lock, ScriptOutput output) {
     const SignalsHandled whileItRuns(PassOn);
-    Progress progress(isatty(STDOUT_FILENO) != 0);
+    Progress progress(output == ScriptOutput::Shown && isatty(STDOUT_FILENO) != 0);
     QByteArray collected;
     CCommitScript script;
     if (output == ScriptOutput::Shown && !Console::IsQuiet())
@@ -212,18 +214,27 @@ Failure FollowToEnd(const QString& path, const SetupLock& lock, ScriptOutput out
             _exit(1);
         lock.Inherit();
     });
+    const QString& path = file.path;
     if (Failure failure = StartScript(script, path))
         return failure;
+    file.wasRun = true;
     PassSignalsTo(static_cast<pid_t>(script.processId()));
     script.closeWriteChannel();
     const bool ended = WaitForEnd(script);
     if (ended)
         scriptGroup = 0;
     progress.Finish();
-    Failure failure = ended ? Outcome(script, path) : Failure(TerminateUnmonitored(script, path));
-    const Console::Printing printing(failure ? Console::Importance::Needed
-                                             : Console::Importance::Detail);
-    std::fwrite(collected.constData(), 1, static_cast<size_t>(collected.size()), stdout);
+    Failure failure =
+        ended ? ResultOf(script, path, output) : Failure(TerminateUnmonitored(script, path));
+    {
+        const Console::Printing printing(failure ? Console::Importance::Needed
+                                                 : Console::Importance::Detail);
+        progress.Show(collected);
+        progress.Finish();
+    }
+    file.closing = progress.ClosingLines();
+    if (output == ScriptOutput::Logged)
+        SetupLog::Append(file.closing);
     return failure;
 }
 
@@ -244,23 +255,52 @@ Failure WriteScript(CInstallBase& run, CommitScript& script, Changes changes) {
 }
 
 bool AskAboutScript(const CommitScript& script, const std::function<bool()>& ask) {
-    const QByteArray path = script.path.toUtf8();
-    std::snprintf(removedPath.data(), removedPath.size(), "%s", path.constData());
-    bool answer = false;
-    {
-        const SignalsHandled untilAnswered(RemoveAndDie, 0);
-        answer = ask();
-    }
+    Interruption::Removes(script.path);
+    const bool answer = ask();
     Remove(script.path);
+    Interruption::Removes({});
     return answer;
 }
 
-Failure FollowScript(const QString& path, const SetupLock& lock, ScriptOutput output) {
-    Failure failure = FollowToEnd(path, lock, output);
+Failure FollowScript(CommitScript& script, const SetupLock& lock, ScriptOutput output) {
+    Failure failure = FollowToEnd(script, lock, output);
+    if (!script.wasRun)
+        Remove(script.path);
     // What the script has done in private is lost with this process.
     if (!failure && output == ScriptOutput::Logged && receivedSignal != 0)
         DieOf(receivedSignal);
     return failure;
+}
+
+void FinishScript(const CommitScript& script, const Failure& failure) {
+    if (!script.wasRun)
+        return;
+    if (failure)
+        SetupLog::Append(script.closing);
+    else
+        WriteTo(stdout, script.closing);
+    if (!failure || failure->status == ExitStatus::ServiceNotRunning)
+        Remove(script.path);
+    else
+        Outcome::NoteKeptScript(script.path);
+}
+
+Descriptor OpenScriptDirectory() {
+    const std::string path = Find(Item::CommitScript).path;
+    return Descriptor(
+        open(path.substr(0, path.rfind('/')).c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+}
+
+void SaveScript(const CommitScript& script, const Descriptor& directory) {
+    if (!script.wasRun)
+        return;
+    const QByteArray path = script.path.toUtf8();
+    const Descriptor file(openat(directory.Number(), path.constData() + path.lastIndexOf('/') + 1,
+                                 O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
+                                 Find(Item::CommitScript).rootMode));
+    if (file && write(file.Number(), script.text.constData(),
+                      static_cast<size_t>(script.text.size())) == script.text.size())
+        Outcome::NoteKeptScript(script.path);
 }
 
 void StopScript() {

@@ -1,20 +1,33 @@
-// Writes what a setup prints to a log as well.
+// Writes what a setup prints to a log as well, with a header and the outcome.
 #pragma once
 
 #include <QByteArray>
 #include <string>
+#include <string_view>
 
-// From Start on, everything that this process writes to stdout and stderr also goes to the log. The
-// log therefore contains no typed answers. A setup as root overwrites one log; each setup of a user
-// creates a new one.
+// From Start on, everything that this process and its child process write to stdout and stderr also
+// goes to the log. The log therefore contains no typed answers. Setups as root append to one log;
+// each setup of a user creates a new one. Until Keep, the text waits in memory: a setup that is
+// declined or refused leaves one line in the log of root, and no log of a user.
 class SetupLog {
 public:
-    // Warns when the log cannot be opened. When the process exits with another status than
-    // Complete, prints the log's path to stderr.
+    // Called at the start of the process. When it exits, the log gets the outcome, also of a setup
+    // as root that fails before Start. Prints the path of the log to stderr after a failure.
+    static void WriteOutcomeAtExit();
+
+    // Warns when the log cannot be opened.
     static void Start(bool root);
+
+    // Writes the header and what was printed so far to the log. Called before the setup changes
+    // anything.
+    static void Keep();
 
     // Writes something to the log only.
     static void Append(const QByteArray& text);
+
+    // For a process that is about to die of a signal: prints the message to stderr and writes the
+    // outcome to the log. Async-signal-safe.
+    static void EndBySignal(int signal, std::string_view message);
 
     // The log's path; empty without a log.
     static const std::string& Path();

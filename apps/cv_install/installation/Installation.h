@@ -19,6 +19,7 @@ enum class Owner {
 // What a later setup does with an entry that exists.
 enum class Later {
     Rewrites,      // writes the content again
+    Appends,       // adds to the content
     Updates,       // replaces one that differs
     KeepsContent,  // sets mode and owner
     Keeps,         // changes nothing but the owner

@@ -5,7 +5,6 @@
 
 #include <optional>
 
-#include "installation/SignalsHandled.h"
 #include "installation/TimeLimit.h"
 #include "merge/Accounts.h"
 #include "merge/Services.h"
@@ -13,8 +12,6 @@
 #include "merge/Undo.h"
 
 namespace {
-
-void Ignore(int /*signal*/) {}
 
 Failure PlaceEverything(TreeMerge& tree, const Differences& differences, Undo& undo) {
     const TimeLimit limit;
@@ -44,8 +41,6 @@ Failure FindIds(const StagedMachine& staged, uid_t& account, gid_t& groupId) {
 }  // namespace
 
 Failure Merge(const StagedMachine& staged, const Differences& differences) {
-    // A merge ends by itself within seconds.
-    const SignalsHandled untilMerged(Ignore);
     std::optional<ServiceAccount> recorded;
     if (Failure failure = ReadServiceAccount(recorded))
         return failure;

@@ -14,14 +14,40 @@
 
 namespace {
 
+constexpr int longestQuery = 30000;
+constexpr qsizetype widestMessage = 200;
+
+// Empty when the tool cannot be run, or does not end.
+QStringList LinesOf(const QString& tool, const QStringList& arguments) {
+    QProcess process;
+    process.setStandardInputFile(QProcess::nullDevice());
+    process.setStandardErrorFile(QProcess::nullDevice());
+    process.start(tool, arguments);
+    if (!process.waitForFinished(longestQuery)) {
+        process.kill();
+        process.waitForFinished(1000);
+        return {};
+    }
+    return QString::fromUtf8(process.readAllStandardOutput()).split(u'\n', Qt::SkipEmptyParts);
+}
+
 // The answer of systemctl, such as "active" or "failed"; empty when it cannot be run.
 QString ServiceState() {
-    QProcess systemctl;
-    systemctl.start(QStringLiteral("systemctl"),
-                    {QStringLiteral("is-active"), QLatin1String(serviceUnit)});
-    if (!systemctl.waitForFinished(-1))
-        return {};
-    return QString::fromUtf8(systemctl.readAllStandardOutput()).trimmed();
+    return LinesOf(QStringLiteral("systemctl"),
+                   {QStringLiteral("is-active"), QLatin1String(serviceUnit)})
+        .value(0)
+        .trimmed();
+}
+
+// The service user chooses what its service prints.
+QStringList ServiceMessages() {
+    QStringList messages = LinesOf(
+        QStringLiteral("journalctl"),
+        {QStringLiteral("--unit"), QLatin1String(serviceUnit), QStringLiteral("--lines=5"),
+         QStringLiteral("--no-pager"), QStringLiteral("--quiet"), QStringLiteral("--no-hostname")});
+    for (QString& message : messages)
+        message = Printable(message.left(widestMessage));
+    return messages;
 }
 
 // A name without a directory is searched for by its caller.
@@ -53,20 +79,21 @@ void ShowMissingCommands(const QStringList& missing) {
     }
 }
 
-void ShowService() {
-    QString state = ServiceState();
-    if (state == u"active") {
-        // A service that fails at once is active for a moment.
-        QThread::msleep(500);
-        state = ServiceState();
-    }
-    if (state.isEmpty()) {
-        std::printf("  Service:   unknown (cannot run systemctl)\n");
-        return;
-    }
-    std::printf("  Service:   %s\n", qUtf8Printable(state));
-    if (state != u"active")
-        std::printf("             For details, run: journalctl --unit=%s\n", serviceUnit);
+void ShowService(const Summary& summary) {
+    const Console::Printing problem(summary.serviceMessages.isEmpty()
+                                        ? Console::Importance::Usual
+                                        : Console::Importance::Needed);
+    const bool isUnknown = summary.serviceState.isEmpty();
+    std::printf("  Service:   %s\n", !summary.isManagerRunning
+                                         ? "not started (the service manager is not running)"
+                                     : isUnknown ? "unknown (cannot run systemctl)"
+                                                 : qUtf8Printable(summary.serviceState));
+    for (const QString& message : summary.serviceMessages)
+        std::printf("             %s\n", qUtf8Printable(message));
+}
+
+bool IsActiveOrUnknown(const Summary& summary) {
+    return summary.serviceState.isEmpty() || summary.serviceState == u"active";
 }
 
 void PrintInQuiet(const QString& line) {
@@ -79,6 +106,8 @@ void PrintInQuiet(const QString& line) {
 Summary SummaryOf(const CInstallBase& run) {
     return {.isRoot = IsRootSetup(run),
             .hasService = IsRootSetup(run) && !run.m_clusterNode,
+            .serviceState = {},
+            .serviceMessages = {},
             .installDir = run.m_installDir,
             .missingCommands = FindMissingCommands(run)};
 }
@@ -87,24 +116,47 @@ Summary SummaryOf(const StagedMachine& staged) {
     return {.isRoot = true,
             .hasService = Applies(Find(Item::Unit), staged.conditions),
             .isManagerRunning = staged.isManagerRunning,
+            .serviceState = {},
+            .serviceMessages = {},
             .installDir = staged.installDir,
             .missingCommands = staged.missingCommands};
+}
+
+Failure CheckService(Summary& summary) {
+    if (!summary.hasService || !summary.isManagerRunning)
+        return {};
+    QString& state = summary.serviceState;
+    state = ServiceState();
+    if (state == u"active") {
+        // A service that fails at once is active for a moment.
+        QThread::msleep(500);
+        state = ServiceState();
+    }
+    if (IsActiveOrUnknown(summary))
+        return {};
+    summary.serviceMessages = ServiceMessages();
+    return Problem{
+        ExitStatus::ServiceNotRunning,
+        QStringLiteral("service \"%1\" is not running: %2").arg(QLatin1String(serviceUnit), state),
+        QStringLiteral("For details, run: journalctl --unit=%1").arg(QLatin1String(serviceUnit)),
+        Changes::Unknown};
 }
 
 void ShowSummary(const Summary& summary) {
     const std::string installDir = summary.installDir.toStdString();
     std::printf("  Installed: %s\n", installDir.c_str());
     ShowMissingCommands(summary.missingCommands);
-    if (summary.hasService && !summary.isManagerRunning)
-        std::printf("  Service:   not started (the service manager is not running)\n");
-    else if (summary.hasService)
-        ShowService();
+    if (summary.hasService)
+        ShowService(summary);
     if (!SetupLog::Path().empty())
         std::printf("  Log:       %s\n", SetupLog::Path().c_str());
-    std::printf("  Next step: start Corvane with %s\n",
-                summary.isRoot ? commandName : PathOf(Find(Item::RunScript), installDir).c_str());
+    if (IsActiveOrUnknown(summary)) {
+        std::printf(
+            "  Next step: start Corvane with %s\n",
+            summary.isRoot ? commandName : PathOf(Find(Item::RunScript), installDir).c_str());
+    }
     std::fflush(stdout);
-    if (Console::IsQuiet())
+    if (Console::IsQuiet() && IsActiveOrUnknown(summary))
         PrintInQuiet(QStringLiteral("set up \"%1\"").arg(summary.installDir));
 }
 

@@ -157,18 +157,12 @@ StagedResult RunStaged(Descriptor& liveTree, const std::function<Failure(StagedM
     Receive(receiver.Number(), result);
     const int status = ChildProcess::Wait();
     child.Restore();
+    result.status = WEXITSTATUS(status);
     // Also a signal that came when the child had ended.
-    const int signal = WIFSIGNALED(status) ? WTERMSIG(status)
-                       : status == 0       ? ChildProcess::ReceivedSignal()
-                                           : 0;
-    if (signal != 0) {
-        std::signal(signal, SIG_DFL);
-        std::raise(signal);
-        result.status = 128 + signal;
-    } else {
-        result.status = WEXITSTATUS(status);
-    }
-    if (result.status != 0)
+    result.signal = WIFSIGNALED(status) ? WTERMSIG(status)
+                    : status == 0       ? ChildProcess::ReceivedSignal()
+                                        : 0;
+    if (result.status != 0 || result.signal != 0)
         result.staged.reset();
     return result;
 }

@@ -11,6 +11,8 @@
 struct StagedResult {
     // The child's status. It has reported its failure itself.
     int status = 0;
+    // The signal that terminated the child or reached this process; 0 without one.
+    int signal = 0;
     // What the setup made; empty when it failed.
     std::optional<StagedMachine> staged;
     // Why a private view is impossible here; the child did nothing else. Empty otherwise.
@@ -19,7 +21,6 @@ struct StagedResult {
 
 // Forks. The child enters the private view and calls `setup`, which completes its argument or
 // fails; the parent waits. A signal that asks this process to end goes to the child, whose end
-// it waits for; when the child is terminated by a signal, this process is too. When this process
-// is killed, the child gets SIGTERM. The process must have one thread. `liveTree` is the install
-// directory, or invalid when it does not exist.
+// it waits for. When this process is killed, the child gets SIGTERM. The process must have one
+// thread. `liveTree` is the install directory, or invalid when it does not exist.
 StagedResult RunStaged(Descriptor& liveTree, const std::function<Failure(StagedMachine&)>& setup);
