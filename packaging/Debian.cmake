@@ -46,6 +46,7 @@ set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_VERBATIM_VARIABLES ON)
 set(CPACK_PRE_BUILD_SCRIPTS ${CMAKE_CURRENT_SOURCE_DIR}/DebianFiles.cmake)
+set(CPACK_HX_LOGROTATE_FILE ${PROJECT_BINARY_DIR}/docs/logrotate)
 set(CPACK_COMPONENTS_ALL runtime development)
 
 set(CPACK_DEB_COMPONENT_INSTALL ON)
@@ -57,7 +58,8 @@ set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME ${runtime})
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION science)
 # The postinst replaces a generated one that would run ldconfig, which does not see this library.
-set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA ${debian}/postinst ${PROJECT_BINARY_DIR}/docs/postrm)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA
+  ${debian}/conffiles ${debian}/postinst ${PROJECT_BINARY_DIR}/docs/postrm)
 # Libraries are found from the binaries; the commit script creates accounts.
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS passwd)
@@ -69,7 +71,7 @@ clusters. This package contains its console setup, which an administrator runs
 once per machine: it asks for limits and a queue, and creates the service
 account, the settings, the commands, and the compute service.
 .
-Run it with: /usr/lib/corvane26/cv_install --setup")
+Run it with: cv_install --setup")
 
 set(CPACK_COMPONENT_DEVELOPMENT_DEPENDS runtime)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME ${development})

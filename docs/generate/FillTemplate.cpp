@@ -19,6 +19,7 @@ namespace {
 using Writer = void (*)(std::ostream&);
 
 const std::map<std::string, Writer> marks = {
+    {"@LOG_PATH@", WriteLogPath},
     {"@OPTION_LIST@", WriteOptionList},
     {"@OPTION_WORDS@", WriteOptionWords},
     {"@OWN_PATHS@", WriteOwnPaths},

@@ -102,9 +102,11 @@ TEST(InstalledFiles, AreRemovedByManifest) {
 }
 
 TEST(InstalledFiles, IncludeRunnableSetup) {
-    const std::string out =
-        RunWell({InstalledTree::Moved().Product() + "/cv_install", "--version"});
-    EXPECT_NE(out.find("26.0.0"), std::string::npos) << out;
+    for (const std::string& program : {InstalledTree::Moved().Product() + "/cv_install",
+                                       InstalledTree::Moved().Path("sbin/cv_install")}) {
+        const std::string out = RunWell({program, "--version"});
+        EXPECT_NE(out.find("26.0.0"), std::string::npos) << out;
+    }
 }
 
 }  // namespace

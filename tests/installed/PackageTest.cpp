@@ -141,8 +141,9 @@ protected:
     // Sets up with a replacement of the application's service, so that the unit can start.
     static void SetUpService(const std::string& product, const std::string& options = {}) {
         hx_test::WriteFile(s_machine->Path(product + "/cv_computeservice"), serviceProgram);
-        Shell("chmod 755 " + product + "/cv_computeservice; " + product +
-              "/cv_install --setup --yes " + options);
+        const bool isPackage = product == "/usr/lib/corvane26";
+        Shell("chmod 755 " + product + "/cv_computeservice; " + (isPackage ? "" : product + "/") +
+              "cv_install --setup --yes " + options);
     }
 
     static std::string Unit(const std::string& property) {
@@ -205,6 +206,8 @@ TEST_F(Package, LeavesNothingOfSetupWhenPurged) {
     EXPECT_EQ(Shell("corvane26 --root-path"), "CORV_ROOT=/usr/lib/corvane26\n");
     const std::string pid = Unit("MainPID");
     Shell("rm /usr/lib/corvane26/cv_computeservice");
+    Shell("logrotate --force --state /run/hx_logrotate /etc/logrotate.d/corvane26-setup");
+    EXPECT_EQ(Shell("ls /var/log/corvane26*"), "/var/log/corvane26_setup.log.1\n");
 
     Shell("dpkg -r libhxinstallbase-dev corvane26-setup");
     EXPECT_EQ(Unit("LoadState"), "not-found\n");

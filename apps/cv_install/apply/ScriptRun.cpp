@@ -264,8 +264,6 @@ bool AskAboutScript(const CommitScript& script, const std::function<bool()>& ask
 
 Failure FollowScript(CommitScript& script, const SetupLock& lock, ScriptOutput output) {
     Failure failure = FollowToEnd(script, lock, output);
-    if (!script.wasRun)
-        Remove(script.path);
     // What the script has done in private is lost with this process.
     if (!failure && output == ScriptOutput::Logged && receivedSignal != 0)
         DieOf(receivedSignal);
@@ -273,8 +271,10 @@ Failure FollowScript(CommitScript& script, const SetupLock& lock, ScriptOutput o
 }
 
 void FinishScript(const CommitScript& script, const Failure& failure) {
-    if (!script.wasRun)
+    if (!script.wasRun) {
+        Remove(script.path);
         return;
+    }
     if (failure)
         SetupLog::Append(script.closing);
     else
