@@ -4,10 +4,15 @@
 #include <gtest/gtest.h>
 
 #include <QIODevice>
+#include <filesystem>
 #include <set>
 
 #include "answers/AnswersFile.h"
 #include "answers/Arguments.h"
+#include "answers/Conversation.h"
+#include "answers/StartRun.h"
+#include "apps/UserSetup.h"
+#include "harness/Expect.h"
 #include "harness/TempDir.h"
 
 namespace {
@@ -302,6 +307,154 @@ TEST(AnswersFile, ReportsPlaceOfInvalidToml) {
         EXPECT_GE(parsed.findings[0].line, 2) << line;
         EXPECT_GE(parsed.findings[0].column, 1) << line;
     }
+}
+
+// The answers after the questions, with these lines of input.
+Answers AnswersAfter(CInstallBase& run, Answers answers, std::string input) {
+    FILE* const kept = stdin;
+    stdin = fmemopen(input.data(), input.size(), "r");
+    testing::internal::CaptureStdout();
+    const Failure failure = AskQuestions(run, answers);
+    testing::internal::GetCapturedStdout();
+    std::fclose(stdin);
+    stdin = kept;
+    EXPECT_FALSE(failure) << qUtf8Printable(failure->text);
+    return answers;
+}
+
+Answers Recorded() {
+    Answers recorded;
+    recorded.Set(AnswerId::JobLimit, {7, AnswerSource::Record, true});
+    recorded.Set(AnswerId::Queue, {QStringLiteral("slurm"), AnswerSource::Record, true});
+    recorded.Set(AnswerId::QueueName, {QStringLiteral("chem"), AnswerSource::Record, true});
+    return recorded;
+}
+
+TEST(Questions, NoteWhatWasTyped) {
+    CommandLine line({"--internal-default-queue"});
+    CInstallBase run(true, line.argc(), line.argv());
+    // The empty lines are defaults or end pauses.
+    const Answers answers = AnswersAfter(run, {}, "\n600\n\n\n\n5\n\n\n\n\n");
+    EXPECT_EQ(*answers.Find(AnswerId::JobLimit), Answer{.value = run.m_coreCount});
+    EXPECT_EQ(*answers.Find(AnswerId::MemoryLimit), (Answer{600, AnswerSource::Typed, true}));
+    EXPECT_EQ(answers.Find(AnswerId::ScratchDirectory)->source, AnswerSource::Default);
+    EXPECT_EQ(*answers.Find(AnswerId::ScratchLimit), (Answer{5, AnswerSource::Typed, true}));
+    EXPECT_EQ(answers.Find(AnswerId::QsubCommand)->source, AnswerSource::Default);
+}
+
+TEST(Questions, KeepRecordedAnswersOnlyOnRequest) {
+    CommandLine line({"-m", "600", "-s", "5", "-d", "/tmp"});
+    const auto ask = [&](const std::string& input,
+                         const std::function<void(CInstallBase&)>& check) {
+        Arguments arguments(line.argc(), line.argv());
+        Answers answers;
+        const auto run = StartRun(
+            arguments, {}, [](CInstallBase&) { return Recorded(); }, answers);
+        EXPECT_EQ(run->m_queueType, CInstallBase::QueueUnset);
+        answers = AnswersAfter(*run, answers, input);
+        check(*run);
+        return answers;
+    };
+    const Answers kept = ask("y\n\n\n\n\n\n", [](const CInstallBase& run) {
+        EXPECT_EQ(run.m_jobLimit, 7);
+        EXPECT_EQ(run.m_queueType, CInstallBase::QueueExternal);
+        EXPECT_EQ(run.m_partitionName, "chem");
+    });
+    EXPECT_EQ(kept.Find(AnswerId::JobLimit)->source, AnswerSource::Record);
+    EXPECT_EQ(kept.Text(AnswerId::Queue), "Slurm");
+    const Answers other = ask("n\n3\n\n\nno\n1\n\n\n", [](const CInstallBase& run) {
+        EXPECT_EQ(run.m_jobLimit, 3);
+        EXPECT_EQ(run.m_queueType, CInstallBase::QueueInternal);
+    });
+    EXPECT_EQ(*other.Find(AnswerId::JobLimit), (Answer{3, AnswerSource::Typed, true}));
+    EXPECT_EQ(other.Find(AnswerId::Queue)->source, AnswerSource::Typed);
+}
+
+TEST(StartRun, PrefersOptionsToFileToPreviousSetup) {
+    CommandLine line({"--yes", "--job-limit=2", "--http-port=81"});
+    Arguments arguments(line.argc(), line.argv());
+    Answers file;
+    file.Set(AnswerId::JobLimit, 3, AnswerSource::File);
+    file.Set(AnswerId::HttpsPort, 444, AnswerSource::File);
+    file.Set(AnswerId::SbatchCommand, QStringLiteral("/s/sbatch"), AnswerSource::File);
+    Answers answers;
+    const auto run = StartRun(
+        arguments, file,
+        [](const CInstallBase& started) {
+            EXPECT_EQ(started.m_jobLimit, 2);
+            EXPECT_FALSE(started.m_interactive);
+            Answers recorded = Recorded();
+            recorded.Set(AnswerId::HttpsPort, {445, AnswerSource::Record, true});
+            return recorded;
+        },
+        answers);
+    EXPECT_EQ(run->m_jobLimit, 2);
+    EXPECT_EQ(run->m_compSrvcHttpPort, 81);
+    EXPECT_EQ(run->m_compSrvcHttpsPort, 444);
+    EXPECT_EQ(run->m_partitionName, "chem");
+    EXPECT_EQ(run->m_sbatchCmd, "/s/sbatch");
+    // It is expected in the same directory.
+    EXPECT_EQ(run->m_scancelCmd, "/s/scancel");
+}
+
+class AnswersOfSetup : public testing::Test {
+protected:
+    void SetUp() override { HX_REQUIRE_NAMESPACES(); }
+
+    hx_test::ProcessResult Run(std::vector<std::string> arguments, const std::string& input = {}) {
+        arguments.insert(arguments.begin(), {"--setup", "--user-mode", "--yes"});
+        return m_setup.Run(arguments, input);
+    }
+
+    UserSetup m_setup;
+};
+
+TEST_F(AnswersOfSetup, ComeFromFileAndCanBeSaved) {
+    hx_test::WriteFile(m_setup.Root() + "/site.toml",
+                       "job-limit = 3\nmemory-limit = 700\nscratch-limit = 5\n"
+                       "scratch-directory = \"/tmp\"\nqueue = \"slurm\"\nqueue-name = \"chem\"\n"
+                       "sbatch = \"/s/sbatch\"\nhttp-port = 81\nsubmission-scripts = true\n");
+    const auto result = Run(
+        {"--answers", "/tmp/site.toml", "--job-limit", "2", "--save-answers", "/tmp/saved.toml"});
+    EXPECT_EQ(result.status, 0) << result.err;
+    hx_test::ExpectHolds(result.out, "\n  Job limit: 2 threads\n");
+    hx_test::ExpectHolds(result.out, "\n  Scratch directory: /tmp\n");
+    hx_test::ExpectHolds(result.out, "\n    partition=\"chem\"\n");
+    EXPECT_EQ(m_setup.File("QueueLimits"),
+              "MaxThreads: 2\nMemoryPerThreadMB: 700\nScratch: /tmp\nDiskPerThreadGB: 5\n");
+    for (const char* line : {"CORV_PARTITION_NAME=\"chem\"", "CORV_SCANCEL_CMD \"/s/scancel\"",
+                             "CORV_COMPSRVC_HTTP_PORT=\"81\""})
+        hx_test::ExpectHolds(m_setup.File("corvane26"), line);
+    EXPECT_TRUE(m_setup.Has("corvane26_samba"));
+    const std::string saved = hx_test::ReadFile(m_setup.Root() + "/saved.toml");
+    hx_test::ExpectHolds(saved, "job-limit = 2  # threads\n");
+    EXPECT_EQ(std::filesystem::status(m_setup.Root() + "/saved.toml").permissions(),
+              std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
+    // From standard input to standard output.
+    const auto again = Run({"--answers", "-", "--save-answers", "-"}, saved);
+    EXPECT_EQ(again.status, 0) << again.err;
+    EXPECT_EQ(again.out, saved);
+}
+
+TEST_F(AnswersOfSetup, AreRefusedTogether) {
+    hx_test::WriteFile(m_setup.Root() + "/site.toml", "job-limt = 4\nhttp-port = 0\n");
+    const auto result = Run({"--answers", "/tmp/site.toml"});
+    EXPECT_EQ(result.status, 3);
+    EXPECT_EQ(result.out, "");
+    EXPECT_EQ(result.err,
+              "cv_install: answers file \"/tmp/site.toml\", line 1, column 1: unknown key "
+              "\"job-limt\"\n"
+              "    Did you mean \"job-limit\"?\n"
+              "cv_install: answers file \"/tmp/site.toml\", line 2, column 13: invalid value for "
+              "\"http-port\": \"0\"\n"
+              "    Use a whole number from 1 to 65535, without a unit.\n"
+              "    No changes were made.\n");
+    EXPECT_FALSE(m_setup.Has("QueueLimits"));
+    const auto missing = Run({"--answers", "/tmp/none.toml"});
+    EXPECT_EQ(missing.status, 3);
+    hx_test::ExpectHolds(missing.err,
+                         "cv_install: cannot read answers file \"/tmp/none.toml\": "
+                         "No such file or directory\n");
 }
 
 }  // namespace

@@ -146,13 +146,14 @@ TEST_F(Conversation, WarnsOfUnsuitableDirectoryWithoutTerminal) {
                                                          {"/tmp/closed", "is not writable"},
                                                          {"scratch", "is not an absolute path"}};
     for (const auto& [directory, problem] : cases) {
-        std::filesystem::remove(m_setup.Outside("QueueLimits"));
+        // The option also replaces the directory of the previous setup.
         const auto result = m_setup.Run({"--setup", "--user-mode", "--yes", "-d", directory});
         EXPECT_EQ(result.status, 0);
         EXPECT_TRUE(result.err.starts_with(std::string("Corvane Install: Warning\n    The scratch "
                                                        "directory \"") +
                                            directory + "\" " + problem))
             << result.err;
+        ExpectHolds(m_setup.File("QueueLimits"), std::string("\nScratch: ") + directory + "\n");
     }
 }
 

@@ -292,4 +292,34 @@ TEST_P(StagedSetup, MakesWhatBareScriptMakesAndDryRunLists) {
 
 INSTANTIATE_TEST_SUITE_P(Setups, StagedSetup, testing::ValuesIn(TriedRows(AllCases())), NameOf);
 
+// The answers come from every source, and are all that another machine needs.
+TEST(SavedAnswers, MakeSameInstallationElsewhere) {
+    HX_REQUIRE_THROWAWAY_ROOT();
+    const std::string file = "/run/site.toml";
+    const SetupKind typed = {
+        "Typed",
+        {"-u", "chem", "-g", "chems", "--http-port=8081", "--submission-scripts", "--save-answers",
+         file},
+        "2\n600\n/tmp\n3\n2\n2\nchem\n/usr/bin/true\n/usr/bin/true\nann,bob\ny\n"};
+    std::string saved;
+    const std::string separator = "\n----\n";
+    const auto machineAfter = [&](const SetupKind& kind) {
+        PrepareMachine(kind, Before::Nothing);
+        if (!saved.empty())
+            WriteFile(file, saved);
+        const auto setup = RunSetup(kind);
+        EXPECT_EQ(setup.status, 0) << setup.out << setup.err;
+        const std::string answers = ReadFile(file);
+        std::filesystem::remove(file);
+        return answers + separator + WholeMachine();
+    };
+    const std::string first = ResultInRoot([&] { return machineAfter(typed); });
+    saved = first.substr(0, first.find(separator));
+    EXPECT_EQ(LinesOf(saved).size(), 25u) << saved;
+    const SetupKind fromFile = {"FromFile", {"--answers", file}};
+    const std::string second = ResultInRoot([&] { return machineAfter(fromFile); });
+    EXPECT_GT(LinesOf(first).size(), 65u);
+    EXPECT_EQ(DifferingLines(first, second), std::vector<std::string>{});
+}
+
 }  // namespace
