@@ -43,7 +43,7 @@ TEST_F(ValueGuard, RefusesUnsafeValueOfEachOption) {
          "QueueLimits if it is from a previous setup."},
         {"-q", "a|b", "queue name", "it contains \"|\"",
          "Specify another value with --queue-name."},
-        {"-p", "a&b", "queue name", "it contains \"&\"",
+        {"-p", "a&b", "partition name", "it contains \"&\"",
          "Specify another value with --queue-name."},
         {"--qdel", "/a`b", "qdel command", "it contains \"`\"",
          "Specify another value with --qdel."},
@@ -63,6 +63,8 @@ TEST_F(ValueGuard, RefusesUnsafeValueOfEachOption) {
             << refusal;
         EXPECT_EQ(refusal.find('\x1b'), std::string::npos);
     }
+    // The script also contains the name for the other scheduler.
+    ExpectHolds(Refusal(setup, {"-q", "a|b", "-p", "gpu"}), "invalid queue name \"a|b\"");
 }
 
 TEST(UnsafeValue, HasReasonForItsUse) {

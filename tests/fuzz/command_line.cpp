@@ -2,7 +2,7 @@
 // accepts, and values that the guard accepts are safe.
 //
 // An input is one word for each line, then "====" and the file.
-#include <algorithm>
+#include <functional>
 
 #include "ExitStatus.h"
 #include "answers/Arguments.h"
@@ -14,15 +14,10 @@ namespace {
 
 constexpr int Unusable = static_cast<int>(ExitStatus::UnusableArguments);
 
-void ExpectPassedOn(Arguments& arguments, hx_fuzz::Words& words) {
-    char** end = words.argv() + words.argc();
-    HX_EXPECT(arguments.argc() >= 1 && arguments.argc() <= words.argc());
+// A word such as --queue=slurm becomes two words of the library.
+void ExpectPassedOn(Arguments& arguments, const hx_fuzz::Words& words) {
+    HX_EXPECT(arguments.argc() >= 1 && arguments.argc() <= 2 * words.argc());
     HX_EXPECT(arguments.argv()[arguments.argc()] == nullptr);
-    char** from = words.argv();
-    for (int i = 0; i < arguments.argc(); ++i) {
-        from = std::find(from, end, arguments.argv()[i]);
-        HX_EXPECT(from != end);
-    }
 }
 
 void ExpectApplied(const CInstallBase& run) {
@@ -33,8 +28,11 @@ void ExpectApplied(const CInstallBase& run) {
     HX_EXPECT(run.m_coreCount >= 1 && run.m_ramMB >= 1);
 }
 
-void Apply(int argc, char** argv, const std::string& queueLimits) {
-    const int status = hx_fuzz::RunOver(argc, argv, queueLimits, [&](const CInstallBase& run) {
+// `answers` returns those that are not options of the library.
+void Apply(int argc, char** argv, const std::string& queueLimits,
+           const std::function<Answers(const CInstallBase&)>& answers) {
+    const int status = hx_fuzz::RunOver(argc, argv, queueLimits, [&](CInstallBase& run) {
+        ApplyAnswers(answers(run), run);
         ExpectApplied(run);
         HX_EXPECT(!run.m_userMode || CInstallBase::ParseUserModeArg(argc, argv));
         hx_fuzz::ExpectGuarded(run);
@@ -50,11 +48,13 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, size_t size) {
     const int status = hx_fuzz::StatusOf([&] {
         Arguments arguments(words.argc(), words.argv());
         ExpectPassedOn(arguments, words);
-        Apply(arguments.argc(), arguments.argv(), sections[1]);
+        Apply(arguments.argc(), arguments.argv(), sections[1],
+              [&](const CInstallBase& run) { return arguments.AnswersIn(run); });
     });
     HX_EXPECT(status == -1 || status == Unusable);
     // Other programs pass their arguments to the library unchanged.
     if (status == Unusable)
-        Apply(words.argc(), words.argv(), sections[1]);
+        Apply(words.argc(), words.argv(), sections[1],
+              [](const CInstallBase&) { return Answers(); });
     return 0;
 }

@@ -3,10 +3,11 @@
 #include <QRegularExpression>
 
 #include "installation/SetupRun.h"
+#include "setuprun/Schedulers.h"
 
 namespace {
 
-// Values that are not answers.
+// Values that are not answers, or not as they are in the script.
 struct GuardedField {
     const char* name;
     QString CInstallBase::*field;
@@ -21,6 +22,8 @@ const GuardedField guardedFields[] = {
     {"program directory", &CInstallBase::m_binariesDir, AnswerUse::Substituted, moveProduct},
     {"scratch directory of the previous setup", &CInstallBase::m_prevScratchDir, AnswerUse::Quoted,
      "Correct \"Scratch\" in QueueLimits in the install directory."},
+    {"protocols", &CInstallBase::m_compSrvcAllow, AnswerUse::Substituted,
+     "Specify other protocols with --protocols."},
     {"scheduler", &CInstallBase::m_scheduler, AnswerUse::Substituted,
      "Specify another value for this setting."},
 };
@@ -47,11 +50,24 @@ QString RemedyFor(const AnswerRow& row) {
 
 Failure FindInvalidAnswer(const CInstallBase& run) {
     for (const AnswerRow& row : AnswerRows()) {
-        if (row.kind != AnswerKind::Text)
+        if (row.kind != AnswerKind::Text || row.id == AnswerId::QueueName)
             continue;
         const AnswerValue value = row.read(run);
         if (Failure failure = CheckValue(NameOf(row), std::get<QString>(value),
                                          ReasonAgainst(row, value), RemedyFor(row)))
+            return failure;
+    }
+    return {};
+}
+
+// The script contains those of all schedulers.
+Failure FindInvalidQueueName(const CInstallBase& run) {
+    const AnswerRow& row = RowOf(AnswerId::QueueName);
+    for (const hx::Scheduler& scheduler : hx::schedulers) {
+        const QString& name = run.*scheduler.queue;
+        if (Failure failure =
+                CheckValue(QLatin1String(scheduler.queueSetting) + QStringLiteral(" name"), name,
+                           ReasonAgainst(row, name), RemedyFor(row)))
             return failure;
     }
     return {};
@@ -114,5 +130,7 @@ Failure FindInvalidValue(const CInstallBase& run) {
             return failure;
     }
     Failure failure = FindInvalidAnswer(run);
+    if (!failure)
+        failure = FindInvalidQueueName(run);
     return failure ? failure : FindInvalidMember(run);
 }
