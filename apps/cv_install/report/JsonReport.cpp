@@ -104,7 +104,7 @@ std::string ReadNotes() {
 
 // What the setup changed: nothing, what it noted, or null for unknown.
 Json ChangesOf(const Json& all, const Json& problem, int status, bool isDryRun) {
-    const Json planned = all.value("changes", Json());
+    Json planned = all.value("changes", Json());
     if (status == 0 || status == static_cast<int>(ExitStatus::ServiceNotRunning))
         return planned;
     const bool changedNothing =
@@ -222,14 +222,14 @@ const OptionUsage* FindOptionNamed(const std::string& word) {
 JsonReport::Request JsonReport::RequestIn(int argc, char** argv) {
     Request request;
     for (int i = 1; i < argc; ++i) {
-        char* equals = std::strchr(argv[i], '=');
-        const OptionUsage* option =
-            FindOptionNamed(equals == nullptr ? argv[i] : std::string(argv[i], equals));
+        const std::string word = argv[i];
+        const size_t equals = word.find('=');
+        const OptionUsage* option = FindOptionNamed(word.substr(0, equals));
         if (option == nullptr)
             continue;
-        const char* value = equals == nullptr ? nullptr : equals + 1;
-        if (TakesNextWord(*option) && value == nullptr)
-            value = argv[i + 1] == nullptr ? nullptr : argv[++i];
+        const char* value = equals == std::string::npos ? nullptr : argv[i] + equals + 1;
+        if (TakesNextWord(*option) && value == nullptr && i + 1 < argc)
+            value = argv[++i];
         if (option->own == OwnOption::Help || option->own == OwnOption::Version)
             return {};
         request.isDryRun = request.isDryRun || option->own == OwnOption::DryRun;
