@@ -8,7 +8,8 @@
 #include "harness/Process.h"
 #include "harness/TempDir.h"
 
-// Expects that a report is valid and that its members have the values of `expected`, an object.
+// Expects that a report is valid and that its members, at any depth of objects, have the values of
+// `expected`.
 inline void ExpectReport(const std::string& text, const std::string& expected = "{}") {
     const hx_test::TempDir files;
     hx_test::WriteFile(files / "report", text);
@@ -17,7 +18,11 @@ inline void ExpectReport(const std::string& text, const std::string& expected = 
 import json, jsonschema, platform, sys
 schema, report, expected = (json.load(open(path)) for path in sys.argv[1:])
 jsonschema.Draft202012Validator(schema).validate(report)
-found = {name: report.get(name) for name in expected}
+def named(found, names):
+    if isinstance(found, dict) and isinstance(names, dict):
+        return {name: named(found.get(name), names[name]) for name in names}
+    return found
+found = named(report, expected)
 if found != expected or report["host"] != platform.node():
     sys.exit(json.dumps(found) + "\ninstead of\n" + json.dumps(expected))
 )",

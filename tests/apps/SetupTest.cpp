@@ -24,7 +24,7 @@ protected:
 TEST_F(Setup, CreatesPrivateCopyWithSummaryAndLog) {
     const UserSetup setup("product with spaces and ümlaut");
     std::vector<std::string> arguments = m_yes;
-    arguments.insert(arguments.end(), {"--json", "/tmp/report"});
+    arguments.insert(arguments.end(), {"-s", "5", "--json", "/tmp/report"});
     const auto result = setup.Run(arguments);
     ASSERT_EQ(result.status, 0) << result.out << result.err;
     EXPECT_EQ(result.err, "");
@@ -48,9 +48,13 @@ TEST_F(Setup, CreatesPrivateCopyWithSummaryAndLog) {
                      .empty());
     ExpectHolds(hx_test::ReadFile(setup.Root() + "/" + log),
                 "\n\n" + result.out + "=== exit status 0: setup completed\n");
-    ExpectReport(hx_test::ReadFile(setup.Root() + "/report"),
-                 R"({"action": "setup", "status": 0, "install_dir": ")" + directory +
-                     R"(", "changes": null, "problem": null, "log": "/tmp/)" + log + "\"}");
+    ExpectReport(
+        hx_test::ReadFile(setup.Root() + "/report"),
+        R"({"action": "setup", "status": 0, "install_dir": ")" + directory +
+            R"(", "answers": {"scratch-limit": {"value": 5, "source": "option", "chosen": true},
+                                     "queue": {"value": "internal", "chosen": false}},
+                         "changes": null, "problem": null, "log": "/tmp/)" +
+            log + "\"}");
 
     EXPECT_EQ(setup.RunProgram({script, "--root-path"}).out, "CORV_ROOT=" + directory + "\n");
 }
