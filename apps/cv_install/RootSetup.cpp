@@ -73,7 +73,8 @@ Failure Stage(Arguments& arguments, const Answers& file, const Descriptor& liveT
     if (!failure)
         failure = RecordServiceAccount(run->m_serviceUser, run->m_serviceGroup);
     if (failure) {
-        SaveScript(script, scripts);
+        if (!arguments.Has(OwnOption::DryRun))
+            SaveScript(script, scripts);
         return failure;
     }
     WarnOfKeptPages(*run, liveTree.Number(), keptPages, packed);
