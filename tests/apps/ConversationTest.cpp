@@ -110,6 +110,9 @@ TEST_F(Conversation, AsksAgainAfterInvalidOrUnsuitableAnswer) {
                {"Scratch directory [/tmp]:", "/tmp/missing"},
                {"The scratch directory \"/tmp/missing\" cannot be accessed: No such file", nullptr},
                {"Choose another directory? [Y/n] ", ""},
+               {"Scratch directory [/tmp]:", "~root/missing"},
+               {"\"~root/missing\" is \"/root/missing\".", nullptr},
+               {"Choose another directory? [Y/n] ", ""},
                {"Scratch directory [/tmp]:", "relative"},
                {"The scratch directory \"relative\" is not an absolute path", nullptr},
                {"Choose another directory? [Y/n] ", "nearly"},
@@ -144,7 +147,8 @@ TEST_F(Conversation, WarnsOfUnsuitableDirectoryWithoutTerminal) {
     const std::pair<const char*, const char*> cases[] = {{"/tmp/missing", "cannot be accessed"},
                                                          {"/tmp/file", "is not a directory"},
                                                          {"/tmp/closed", "is not writable"},
-                                                         {"scratch", "is not an absolute path"}};
+                                                         {"scratch", "is not an absolute path"},
+                                                         {"~root", "is not an absolute path"}};
     for (const auto& [directory, problem] : cases) {
         // The option also replaces the directory of the previous setup.
         const auto result = m_setup.Run({"--setup", "--user-mode", "--yes", "-d", directory});

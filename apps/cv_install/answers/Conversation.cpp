@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdio>
@@ -10,6 +11,7 @@
 #include <optional>
 #include <vector>
 
+#include "answers/HomePath.h"
 #include "answers/ValueGuard.h"
 #include "apply/Console.h"
 #include "installation/SetupRun.h"
@@ -36,7 +38,26 @@ public:
         run.m_serviceMembers = m_members;
     }
 
+    // For paths that were typed since.
+    void ExpandHomes(CInstallBase& run) const {
+        for (size_t i = 0; i < m_texts.size(); ++i) {
+            QString& path = run.*Fields()[i];
+            const QString typed = path;
+            if (path != m_texts[i] && IsPath(Fields()[i]))
+                path = ExpandHome(path);
+            if (path != typed)
+                std::printf("\"%s\" is \"%s\".\n", qUtf8Printable(typed), qUtf8Printable(path));
+        }
+    }
+
 private:
+    static bool IsPath(QString CInstallBase::*field) {
+        return field != &CInstallBase::m_scheduler &&
+               std::ranges::none_of(hx::schedulers, [field](const hx::Scheduler& scheduler) {
+                   return scheduler.queue == field;
+               });
+    }
+
     static std::vector<QString CInstallBase::*> Fields() {
         std::vector<QString CInstallBase::*> fields = {&CInstallBase::m_scratchDir,
                                                        &CInstallBase::m_scheduler};
@@ -73,6 +94,8 @@ Failure Ask(CInstallBase& run, Prompt prompt) {
         (run.*prompt)();
         if (InputEnded(run))
             return EndOfInput();
+        if (OnTerminal(run))
+            before.ExpandHomes(run);
         Failure invalid = FindInvalidValue(run);
         if (!invalid || !OnTerminal(run))
             return invalid;
