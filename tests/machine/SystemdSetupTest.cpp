@@ -95,6 +95,8 @@ TEST_F(SystemdSetup, RunsServiceAsServiceUserWithItsSettings) {
               "0.0.0.0\n--https-port\n8443\n--certificate\ncert.pem\n--key\nkey.pem\n--dh\n"
               "dh.pem\n--run-directory\n/run/corvane26_service");
     EXPECT_NE(out.find("  Service:   active\n"), std::string::npos) << out;
+    EXPECT_EQ(Shell("journalctl --identifier=cv_install --output=cat --lines=1"),
+              "exit status 0: setup completed");
     // Set-uid helpers of the schedulers' submit commands must work.
     EXPECT_EQ(Shell("grep NoNewPrivs /proc/" + Property("MainPID") + "/status"), "NoNewPrivs:\t0");
 }
