@@ -68,10 +68,18 @@ void WriteQueueName(CInstallBase& run, const AnswerValue& value) {
 }
 
 // As in the library, the other commands are those in the same directory, unless they have answers.
-template <const hx::Scheduler& Scheduler>
-void WriteSubmitCommand(CInstallBase& run, const AnswerValue& value) {
-    run.*Scheduler.commands.front().path = std::get<QString>(value);
-    hx::SetCompanionCommands(run, Scheduler);
+void WriteSubmitCommand(CInstallBase& run, const hx::Scheduler& scheduler,
+                        const AnswerValue& value) {
+    run.*scheduler.commands.front().path = std::get<QString>(value);
+    hx::SetCompanionCommands(run, scheduler);
+}
+
+void WriteQsub(CInstallBase& run, const AnswerValue& value) {
+    WriteSubmitCommand(run, hx::torque, value);
+}
+
+void WriteSbatch(CInstallBase& run, const AnswerValue& value) {
+    WriteSubmitCommand(run, hx::slurm, value);
 }
 
 // The library asks nothing on a compute node.
@@ -177,7 +185,7 @@ const AnswerRow answerRows[] = {
      .valueName = "PATH",
      .meaning = "Torque/OpenPBS command that submits jobs",
      .read = ReadField<&CInstallBase::m_qsubCmd>,
-     .write = WriteSubmitCommand<hx::torque>},
+     .write = WriteQsub},
     {.id = AnswerId::QdelCommand,
      .key = "qdel",
      .kind = AnswerKind::Text,
@@ -204,7 +212,7 @@ const AnswerRow answerRows[] = {
      .valueName = "PATH",
      .meaning = "Slurm command that submits jobs",
      .read = ReadField<&CInstallBase::m_sbatchCmd>,
-     .write = WriteSubmitCommand<hx::slurm>},
+     .write = WriteSbatch},
     {.id = AnswerId::ScancelCommand,
      .key = "scancel",
      .kind = AnswerKind::Text,
