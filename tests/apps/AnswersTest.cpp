@@ -2,6 +2,8 @@
 #include "answers/Answers.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <QIODevice>
 #include <filesystem>
@@ -309,6 +311,36 @@ TEST(AnswersFile, ReportsPlaceOfInvalidToml) {
     }
 }
 
+TEST(AnswersFile, IsReadOnlyIfOthersCannotChangeIt) {
+    const hx_test::TempDir directory;
+    const std::string path = directory / "site.toml";
+    hx_test::WriteFile(path, "job-limit = 4\n");
+    Answers answers;
+    EXPECT_FALSE(ReadAnswersFile(nullptr, answers));
+    EXPECT_TRUE(answers.All().empty());
+    EXPECT_FALSE(ReadAnswersFile(path.c_str(), answers));
+    EXPECT_EQ(answers.Text(AnswerId::JobLimit), "4 threads");
+    ASSERT_EQ(chmod(path.c_str(), 0666), 0);
+    const Failure failure = ReadAnswersFile(path.c_str(), answers);
+    // A user's setup has only the user's own rights.
+    ASSERT_EQ(failure.has_value(), getuid() == 0);
+    if (failure) {
+        EXPECT_TRUE(failure->text.endsWith("\": other users can write to it"));
+    }
+}
+
+TEST(AnswersFile, RefusesFileThatIsTooLong) {
+    const hx_test::TempDir directory;
+    const std::string path = directory / "site.toml";
+    hx_test::WriteFile(path, std::string((1 << 20) + 1, '#'));
+    Answers answers;
+    const Failure failure = ReadAnswersFile(path.c_str(), answers);
+    ASSERT_TRUE(failure);
+    EXPECT_EQ(failure->status, ExitStatus::UnusableArguments);
+    EXPECT_TRUE(failure->text.endsWith("\": longer than 1 MB"));
+    EXPECT_FALSE(ReadAnswersFile("/dev/null", answers));
+}
+
 // The answers after the questions, with these lines of input.
 Answers AnswersAfter(CInstallBase& run, Answers answers, std::string input) {
     FILE* const kept = stdin;
@@ -434,6 +466,19 @@ TEST_F(AnswersOfSetup, ComeFromFileAndCanBeSaved) {
     const auto again = Run({"--answers", "-", "--save-answers", "-"}, saved);
     EXPECT_EQ(again.status, 0) << again.err;
     EXPECT_EQ(again.out, saved);
+}
+
+TEST_F(AnswersOfSetup, SkipTheirQuestions) {
+    const auto result = m_setup.Run({"--setup", "--user-mode", "--job-limit=2", "-m", "600", "-d",
+                                     "/tmp", "-s", "3", "--queue=internal"});
+    EXPECT_EQ(result.status, 0) << result.err;
+    for (const char* question : {"Job thread limit [", "Memory usage limit per job [",
+                                 "Scratch directory [", "Scratch limit per job [", "Choose "})
+        EXPECT_EQ(result.out.find(question), std::string::npos) << question;
+    for (const char* report :
+         {"Job limit: 2 threads\n", "Memory limit per job: 600MB\n", "Scratch directory: /tmp\n",
+          "Scratch limit per thread: 3GB\n", "Queue type: Internal\n"})
+        hx_test::ExpectHolds(result.out, std::string("\n  ") + report);
 }
 
 TEST_F(AnswersOfSetup, AreRefusedTogether) {
