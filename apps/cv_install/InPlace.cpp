@@ -17,6 +17,7 @@
 #include "installation/TreeCheck.h"
 #include "merge/Accounts.h"
 #include "merge/ServiceAccount.h"
+#include "record/PreviousSetup.h"
 #include "record/SetupRecord.h"
 #include "report/JsonReport.h"
 #include "report/Plan.h"
@@ -129,14 +130,25 @@ Failure FindObstacle(const CInstallBase& run) {
 
 Failure RunInPlace(Arguments& arguments, const Answers& file, const SetupLock& lock) {
     Answers answers;
-    const std::unique_ptr<CInstallBase> run = StartRun(arguments, file, {}, answers);
+    Failure failure;
+    const std::unique_ptr<CInstallBase> run = StartRun(
+        arguments, file,
+        [&](CInstallBase& started) {
+            const Descriptor tree(
+                open(started.m_installDir.toUtf8().constData(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+            PreviousSetup previous;
+            failure = ReadPreviousSetup(started, tree.Number(), previous);
+            return AnswersToRepeat(previous, started);
+        },
+        answers);
     // That of root was started before.
     if (!IsRootSetup(*run))
         SetupLog::Start(false);
     JsonReport::NoteLog(SetupLog::Path());
     if (run->m_clusterNode)
         Console::SetDefaultLevel(Console::Level::Quiet);
-    Failure failure = FindObstacle(*run);
+    if (!failure)
+        failure = FindObstacle(*run);
     if (!failure)
         failure = AskQuestions(*run, answers);
     if (!failure) {

@@ -22,6 +22,7 @@
 #include "merge/Accounts.h"
 #include "merge/Merge.h"
 #include "merge/Services.h"
+#include "record/PreviousSetup.h"
 #include "record/SetupRecord.h"
 #include "report/Agreement.h"
 #include "report/JsonReport.h"
@@ -37,10 +38,20 @@ namespace {
 Failure Stage(Arguments& arguments, const Answers& file, const Descriptor& liveTree,
               const SetupLock& lock, StagedMachine& staged) {
     Answers answers;
-    const std::unique_ptr<CInstallBase> run = StartRun(arguments, file, {}, answers);
+    PreviousSetup previous;
+    Failure failure;
+    const std::unique_ptr<CInstallBase> run = StartRun(
+        arguments, file,
+        [&](CInstallBase& started) {
+            const TimeLimit limit;
+            failure = ReadPreviousSetup(started, liveTree.Number(), previous);
+            return AnswersToRepeat(previous, started);
+        },
+        answers);
     if (run->m_clusterNode)
         Console::SetDefaultLevel(Console::Level::Quiet);
-    Failure failure = CheckPlaces(run->m_binariesDir, run->m_installDir);
+    if (!failure)
+        failure = CheckPlaces(run->m_binariesDir, run->m_installDir);
     if (!failure) {
         failure = AskQuestions(*run, answers, [&](const QString& scratch) {
             PrivateMounts::ShowScratchDirectory(liveTree, scratch);
@@ -82,7 +93,7 @@ Failure Stage(Arguments& arguments, const Answers& file, const Descriptor& liveT
     staged.serviceUser = run->m_serviceUser;
     staged.serviceGroup = run->m_serviceGroup;
     staged.script = script.text;
-    staged.values = ValuesOf(*run);
+    staged.values = ValuesOf(*run, previous.answers);
     staged.missingCommands = SummaryOf(*run).missingCommands;
     for (const QString& command : staged.missingCommands)
         staged.values.emplace_back(QStringLiteral("Missing command"), command);

@@ -273,6 +273,28 @@ TEST(RootSetup, ShowsPlanOfUpgradeInPlace) {
 }
 
 // The group is not the default one.
+TEST(RootSetup, RepeatsChosenAnswersAfterUpgrade) {
+    HX_REQUIRE_THROWAWAY_ROOT();
+    HX_EXPECT_SCENARIO([] {
+        LayOutRootSetup();
+        Shell("useradd ann; useradd bob");
+        const auto first = RunRootSetup(
+            {"--yes", "-p", "chem", "-m", "700", "-s", "1", "-d", "/srv", "--members", "ann,bob"});
+        ASSERT_EQ(first.status, 0) << first.out << first.err;
+        const auto again = RunRootSetup({"--yes"});
+        ExpectParts(again.out, {"Partition:         chem\n", "700 MB per thread\n", "No changes."});
+        const auto other = RunRootSetup({"--yes", "-p", "normal", "-m", "800"});
+        ExpectParts(other.out, {"Partition:         normal (was: chem)\n",
+                                "800 MB per thread (was: 700 MB per thread)\n"});
+        EXPECT_EQ(Shell("/var/corvane/corvane26 --printenv CORV_PARTITION_NAME"), "normal");
+        // As setups before there were records left it.
+        Shell("rm -r /var/lib/corvane26");
+        const auto unrecorded = RunRootSetup({"--yes"});
+        ExpectParts(unrecorded.out, {"Partition:         normal\n", "No changes."});
+        EXPECT_EQ(Shell("getent group corvsrvc | cut -d: -f4"), "ann,bob");
+    });
+}
+
 TEST(RootSetup, HasMembersExactlyAsAnswered) {
     HX_REQUIRE_THROWAWAY_ROOT();
     HX_EXPECT_SCENARIO([] {

@@ -70,6 +70,9 @@ void WriteBareScript(const SetupKind& kind, const std::string& answers, const st
         run.m_interactive = *kind.answers != '\0';
         if (!run.m_interactive && run.m_queueType == CInstallBase::QueueUnset)
             run.m_queueType = CInstallBase::QueueInternal;
+        // The setup repeats the job limit of the previous one, which the library does not offer.
+        if (ReadFile("/var/corvane/corvane26").find("CORV_QUEUE_TYPE") != std::string::npos)
+            run.m_coreCount = run.m_prevJobLimit;
         run.PromptJobLimit();
         run.InstallPause();
         run.PromptMemoryLimit();

@@ -93,7 +93,7 @@ TEST_F(Setup, WritesAnswersToQueueLimits) {
     }
 }
 
-TEST_F(Setup, SelectsQueueOfOptions) {
+TEST_F(Setup, SelectsAndRepeatsQueueOfOptions) {
     const struct {
         std::vector<std::string> options;
         const char* settings;  // type, scheduler, queue, partition, compute node
@@ -101,18 +101,20 @@ TEST_F(Setup, SelectsQueueOfOptions) {
                  {{"--yes"}, "INTERNAL TORQUE - - NO\n"},
                  {{"--yes", "-q"}, "EXTERNAL TORQUE - - NO\n"},
                  {{"--yes", "-p", "gpu"}, "EXTERNAL SLURM - gpu NO\n"}};
-    const UserSetup setup;
+    const std::string print =
+        "for name in QUEUE_TYPE SCHEDULER QUEUE_NAME PARTITION_NAME CLUSTER_NODE; do "
+        "value=$(/tmp/product/corvane26 --printenv CORV_$name); echo ${value:--}; done | "
+        "paste -sd ' '";
     for (const auto& [options, settings] : cases) {
+        const UserSetup setup;
         std::vector<std::string> arguments = {"--setup", "--user-mode"};
         arguments.insert(arguments.end(), options.begin(), options.end());
         const auto result = setup.Run(arguments);
         EXPECT_EQ(result.status, 0) << result.err;
-        const std::string print =
-            "for name in QUEUE_TYPE SCHEDULER QUEUE_NAME PARTITION_NAME CLUSTER_NODE; do "
-            "value=$(/tmp/product/corvane26 --printenv CORV_$name); echo ${value:--}; done | "
-            "paste -sd ' '";
         EXPECT_EQ(setup.RunProgram({"/bin/sh", "-c", print}).out, settings);
         EXPECT_EQ(setup.Has("corvanerc/corvane26server/icons"), options[0] == "--yes");
+        EXPECT_EQ(setup.Run({"--setup", "--user-mode", "--yes"}).status, 0);
+        EXPECT_EQ(setup.RunProgram({"/bin/sh", "-c", print}).out, settings) << "repeated";
     }
 }
 

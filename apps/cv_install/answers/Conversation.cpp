@@ -190,13 +190,14 @@ public:
         return {};
     }
 
-    // Asks whether to keep recorded answers that the library's question cannot offer.
+    // Asks whether to keep recorded answers that the library's question cannot offer. Not on a
+    // pipe, whose input answers the library's questions.
     Failure AskToKeep(std::initializer_list<AnswerId> ids, const QString& what) {
         const Answer* recorded = m_answers.Find(*ids.begin());
         if (!m_run.m_interactive || recorded == nullptr || recorded->source != AnswerSource::Record)
             return {};
         const QString question = QStringLiteral("\nKeep the %1? [Y/n] ").arg(Printable(what));
-        const bool keeps = AskYesNo(qUtf8Printable(question), true);
+        const bool keeps = OnTerminal(m_run) && AskYesNo(qUtf8Printable(question), true);
         if (InputEnded(m_run))
             return EndOfInput();
         for (const AnswerId id : ids) {

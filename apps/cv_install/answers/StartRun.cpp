@@ -22,17 +22,46 @@ void ApplyAtStart(const Answers& answers, CInstallBase& run) {
     ApplyAnswers(applied, run);
 }
 
-QString QueueOf(const CInstallBase& run) {
-    if (run.m_queueType == CInstallBase::QueueInternal)
-        return QStringLiteral("internal");
-    if (run.m_queueType != CInstallBase::QueueExternal)
-        return QStringLiteral("none");
+using Values = std::vector<std::pair<QString, QString>>;
+
+AnswerValue AnswerIn(const CInstallBase& run, AnswerId id) {
+    return RowOf(id).read(run);
+}
+
+bool Differs(const CInstallBase& run, const Answers& previous, AnswerId id) {
+    const Answer* answer = previous.Find(id);
+    return answer != nullptr && answer->value != AnswerIn(run, id);
+}
+
+QString With(const QString& value, const QString& former) {
+    return value + QStringLiteral(" (was: %1)").arg(former);
+}
+
+QString TextOf(const CInstallBase& run, const Answers& previous, AnswerId id) {
+    const QString text = TextOf(RowOf(id), AnswerIn(run, id));
+    return Differs(run, previous, id) ? With(text, previous.Text(id)) : text;
+}
+
+void AddQueue(const CInstallBase& run, const Answers& previous, Values& values) {
+    values.emplace_back(QStringLiteral("Queue"), TextOf(run, previous, AnswerId::Queue));
     const hx::Scheduler* scheduler = hx::FindScheduler(run);
-    if (scheduler == nullptr)
-        return run.m_scheduler;
-    const QString& name = run.*scheduler->queue;
-    return QLatin1String(scheduler->label) + u' ' +
-           (name.isEmpty() ? QStringLiteral("(default)") : name);
+    if (run.m_queueType != CInstallBase::QueueExternal || scheduler == nullptr)
+        return;
+    // Another scheduler has other queues.
+    const bool isSame = !Differs(run, previous, AnswerId::Queue);
+    values.emplace_back(scheduler == &hx::slurm ? QLatin1String(scheduler->queueQuestion)
+                                                : QLatin1String(RowOf(AnswerId::QueueName).label),
+                        TextOf(run, isSame ? previous : Answers(), AnswerId::QueueName));
+}
+
+void AddServiceAccount(const CInstallBase& run, const Answers& previous, Values& values) {
+    const QString account = run.m_serviceUser + u':' + run.m_serviceGroup;
+    Answers former = previous;
+    former.Complete(AnswersOf(run, {}));
+    const QString before =
+        former.Text(AnswerId::ServiceUser) + u':' + former.Text(AnswerId::ServiceGroup);
+    values.emplace_back(QStringLiteral("Service account"),
+                        account == before ? account : With(account, before));
 }
 
 }  // namespace
@@ -74,15 +103,18 @@ unsigned ConditionsOf(const CInstallBase& run, const Answers& answers) {
     return conditions;
 }
 
-std::vector<std::pair<QString, QString>> ValuesOf(const CInstallBase& run) {
-    return {
-        {QStringLiteral("Job limit"), QStringLiteral("%1 threads").arg(run.m_jobLimit)},
-        {QStringLiteral("Memory limit"),
-         QStringLiteral("%1 MB per thread").arg(run.m_memoryLimitMB)},
-        {QStringLiteral("Scratch directory"), run.m_scratchDir},
-        {QStringLiteral("Scratch limit"),
-         QStringLiteral("%1 GB per thread").arg(run.m_scratchLimitGB)},
-        {QStringLiteral("Queue"), QueueOf(run)},
-        {QStringLiteral("Service account"), run.m_serviceUser + u':' + run.m_serviceGroup},
-    };
+std::vector<std::pair<QString, QString>> ValuesOf(const CInstallBase& run,
+                                                  const Answers& previous) {
+    Values values;
+    for (const AnswerId id : {AnswerId::JobLimit, AnswerId::MemoryLimit, AnswerId::ScratchDirectory,
+                              AnswerId::ScratchLimit})
+        values.emplace_back(QLatin1String(RowOf(id).label), TextOf(run, previous, id));
+    AddQueue(run, previous, values);
+    AddServiceAccount(run, previous, values);
+    for (const AnswerRow& row : AnswerRows()) {
+        if (row.id >= AnswerId::ClusterNode && row.read != nullptr &&
+            Differs(run, previous, row.id))
+            values.emplace_back(QLatin1String(row.label), TextOf(run, previous, row.id));
+    }
+    return values;
 }

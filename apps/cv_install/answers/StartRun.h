@@ -20,5 +20,5 @@ std::unique_ptr<CInstallBase> StartRun(Arguments& arguments, const Answers& file
 // The conditions of rows of the installation table that hold in this setup.
 unsigned ConditionsOf(const CInstallBase& run, const Answers& answers);
 
-// The answers in use, with a label for each.
-std::vector<std::pair<QString, QString>> ValuesOf(const CInstallBase& run);
+// The answers in use, with a label for each, and the answers of the previous setup that differ.
+std::vector<std::pair<QString, QString>> ValuesOf(const CInstallBase& run, const Answers& previous);

@@ -13,7 +13,7 @@ constexpr OptionUsage setupOptions[] = {
      "Without it, a regular user gets exit status 1. For root, only the Q-Chem files are also "
      "reported."},
     {"--yes", OptionValue::None, nullptr,
-     "answer every question with its default; internal queue if none is chosen",
+     "repeat what was chosen before, otherwise use defaults; internal queue if none is chosen",
      "The plan of a setup as root is shown but not confirmed.", OwnOption::Yes},
     {"--answers", OptionValue::File, "FILE", "read answers from FILE; - for standard input",
      "The questions of these answers are skipped. An option overrides an answer of FILE. With -, "
