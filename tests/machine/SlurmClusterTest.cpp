@@ -165,7 +165,7 @@ TEST_F(SlurmClusterSetup, RollsOutToEachComputeNode) {
         {"stat -c \"%a %U:%G\" /var/corvane/corvane26", "775 corvsrvc:corvsrvc"},
         {"ls /var/corvane/corvanerc/corvane26server", ""},
         {"find /etc/systemd /usr/bin -name corvane26_service\\*", ""},
-        {"grep -c '^=== exit status 0: ' /var/log/corvane26_setup.log", "1"}};
+        {"grep -c \"^=== exit status 0: \" /var/log/corvane26_setup.log", "1"}};
     for (const std::string& node : SlurmCluster::Nodes()) {
         for (const auto& [command, output] : expected)
             EXPECT_EQ(Cluster().OnNode(node, command), output) << node << ": " << command;
