@@ -31,6 +31,8 @@ Dialog Join(std::initializer_list<Dialog> parts) {
 
 const Dialog limitQuestions = Join({jobAndMemory, {{"Scratch directory [", "/tmp"}}, scratchLimit});
 
+const Dialog review = {{"Enter to continue: ", ""}};
+
 class Conversation : public testing::Test {
 protected:
     void SetUp() override { HX_REQUIRE_NAMESPACES(); }
@@ -80,10 +82,10 @@ TEST_F(Conversation, CancelsSetupAtEndOfInput) {
 
 TEST_F(Conversation, AsksWithQuiet) {
     Terminal terminal = Start({"--internal-default-queue", "--quiet"});
-    Converse(terminal, limitQuestions);
+    Converse(terminal, Join({limitQuestions, review}));
     EXPECT_EQ(terminal.Finish(), 0);
     EXPECT_TRUE(
-        terminal.Output().ends_with("  Queue type: Internal\r\n\r\n"
+        terminal.Output().ends_with("Enter to continue: \r\n"
                                     "cv_install: set up \"/tmp/product\"\r\n"))
         << terminal.Output();
 }
@@ -125,12 +127,60 @@ TEST_F(Conversation, AsksAgainAfterInvalidOrUnsuitableAnswer) {
                {"Location of qdel command [", ""},
                {"Location of qsig command [", ""},
                {"invalid queue name \"a|b\": ", nullptr},
-               {"Choose type of queue...", "1"}}}));
+               {"Choose type of queue...", "1"}},
+              review}));
     EXPECT_EQ(terminal.Finish(), 0);
     ExpectHolds(m_setup.File("QueueLimits"), "Scratch: relative\n");
     EXPECT_EQ(
         m_setup.RunProgram({m_setup.Inside("corvane26"), "--printenv", "CORV_QUEUE_TYPE"}).out,
         "INTERNAL\n");
+}
+
+TEST_F(Conversation, ChangesAnswersInReview) {
+    Terminal terminal = Start({"--internal-default-queue", "-m", "600"});
+    const Dialog questions = {
+        {"Job thread limit [", "2"}, {"Scratch directory [", "/tmp"}, {"Scratch limit per", ""}};
+    Converse(terminal,
+             Join({questions,
+                   {{"  1  Job limit: 2 threads\r\n   2  Memory limit: 600 MB per thread\r\n"
+                     "   3  Scratch directory: /tmp\r\n   4  Scratch limit: ",
+                     nullptr},
+                    {"   5  Queue: internal\r\n   6  Submission scripts: no\r\n"
+                     "   7  Protocols: HTTP\r\n",
+                     nullptr},
+                    {"Number of the answer to change, q to quit, or Enter to continue: ", "99"},
+                    {"Please enter a number from 1 to 9, or q.", nullptr},
+                    {"Enter to continue: ", "1"},
+                    {"Job limit: ", "0"},
+                    {"invalid job limit \"0\": it is not valid here\r\n    Use a whole number from "
+                     "1 to 2147483647 (threads), without a unit.\r\n",
+                     nullptr},
+                    {"Job limit: ", "1"},
+                    {"   1  Job limit: 1 threads\r\n   2  Memory limit: 600 MB", nullptr},
+                    {"Enter to continue: ", "6"},
+                    {"Submission scripts? [y/N] ", "y"},
+                    {"Enter to continue: ", "5"},
+                    {">", "2"},
+                    {">", "1"},
+                    {"[<default>]:", "chem"},
+                    {"Location of qsub command [", ""},
+                    {"Location of qdel command [", ""},
+                    {"Location of qsig command [", ""},
+                    {"   5  Queue: Torque/OpenPBS\r\n   6  Queue name: chem\r\n", nullptr}},
+                   review}));
+    EXPECT_EQ(terminal.Finish(), 0) << terminal.Output();
+    ExpectHolds(m_setup.File("QueueLimits"), "MaxThreads: 1\n");
+    EXPECT_TRUE(m_setup.Has("corvane26_samba"));
+}
+
+TEST_F(Conversation, EndsWhenReviewIsQuit) {
+    Terminal terminal = Start({"--internal-default-queue"});
+    Converse(terminal, Join({limitQuestions, {{"Enter to continue: ", "q"}}}));
+    EXPECT_TRUE(
+        terminal.WaitFor("cv_install: setup canceled: answers not confirmed\r\n"
+                         "    No changes were made.\r\n"));
+    EXPECT_EQ(terminal.Finish(), 9);
+    ExpectNoCommit();
 }
 
 TEST_F(Conversation, StopsAtInvalidAnswerWithoutTerminal) {

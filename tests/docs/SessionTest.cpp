@@ -30,6 +30,7 @@ const std::pair<std::string, std::string> answers[] = {
     {"Partition to which CORVANE jobs will be submitted [", "gpu"},
     {"Location of sbatch command [", ""},
     {"Location of scancel command [", ""},
+    {"Enter to continue: ", ""},
 };
 
 class Session : public testing::Test {

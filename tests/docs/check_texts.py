@@ -228,7 +228,8 @@ others = {
     "job limit of the previous setup (%1)", "queue of the previous setup (%1)", "# For cv_install --answers.", "# Answers for the next setup",
     "Please answer y or n.", "Commit script: %s", "Did you mean", "program directory",
     "scratch directory of the previous setup", "service group member",
-    "Missing command",
+    "Missing command", "Number of the answer to change, q to quit, or Enter to continue:",
+    "Please enter a number from 1 to %zu, or q.",
 }
 remedy = re.compile(
     r"(?:%s  )?(?:At most|Change to|Changes made|Copy|Correct|Create|Did you mean|Enter|Find out|Fix|"

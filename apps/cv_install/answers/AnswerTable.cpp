@@ -4,6 +4,7 @@
 
 #include "Problem.h"
 #include "answers/ValueGuard.h"
+#include "installation/SetupRun.h"
 #include "setuprun/Schedulers.h"
 
 namespace {
@@ -94,6 +95,10 @@ constexpr const char* protocolWords[] = {"HTTP", "HTTPS"};
 
 AnswerValue ReadProtocols(const CInstallBase& run) {
     return run.m_compSrvcAllow.split(u',', Qt::SkipEmptyParts);
+}
+
+bool HasProtocol(const CInstallBase& run, const char* protocol) {
+    return run.m_compSrvcAllow.split(u',').contains(QLatin1String(protocol));
 }
 
 void WriteProtocols(CInstallBase& run, const AnswerValue& value) {
@@ -409,6 +414,56 @@ QStringList ListFromAnswer(const QString& answer) {
     static const QRegularExpression separator(QStringLiteral("[, ]"));
     const QStringList list = answer.split(separator, Qt::SkipEmptyParts);
     return list == QStringList(QLatin1String(noMembers)) ? QStringList() : list;
+}
+
+bool IsUsed(const AnswerRow& row, const CInstallBase& run) {
+    const hx::Scheduler* scheduler =
+        run.m_queueType == CInstallBase::QueueExternal ? hx::FindScheduler(run) : nullptr;
+    switch (row.id) {
+        case AnswerId::QueueName:
+            return scheduler != nullptr;
+        case AnswerId::QsubCommand:
+        case AnswerId::QdelCommand:
+        case AnswerId::QsigCommand:
+            return scheduler == &hx::torque;
+        case AnswerId::SbatchCommand:
+        case AnswerId::ScancelCommand:
+            return scheduler == &hx::slurm;
+        case AnswerId::Members:
+        case AnswerId::ServiceUser:
+        case AnswerId::ServiceGroup:
+        case AnswerId::ClusterNode:
+            return IsRootSetup(run);
+        case AnswerId::HttpAddress:
+        case AnswerId::HttpPort:
+            return HasProtocol(run, protocolWords[0]);
+        case AnswerId::HttpsAddress:
+        case AnswerId::HttpsPort:
+        case AnswerId::Certificate:
+        case AnswerId::Key:
+        case AnswerId::DiffieHellman:
+            return HasProtocol(run, protocolWords[1]);
+        default:
+            return true;
+    }
+}
+
+std::optional<AnswerValue> ValueFromText(const AnswerRow& row, const QString& text) {
+    bool isNumber = false;
+    switch (row.kind) {
+        case AnswerKind::Flag:
+            if (text == u"true")
+                return true;
+            return text == u"false" ? std::optional<AnswerValue>(false) : std::nullopt;
+        case AnswerKind::Number: {
+            const int number = text.toInt(&isNumber);
+            return isNumber ? std::optional<AnswerValue>(number) : std::nullopt;
+        }
+        case AnswerKind::List:
+            return ListFromAnswer(text);
+        default:
+            return text;
+    }
 }
 
 QString TextOf(const AnswerRow& row, const AnswerValue& value) {

@@ -6,6 +6,7 @@
 #include <QString>
 #include <QStringList>
 #include <climits>
+#include <optional>
 #include <span>
 #include <variant>
 
@@ -96,6 +97,12 @@ inline constexpr const char* noMembers = "none";
 
 // The names of an answer, separated by commas or spaces; noMembers has none.
 QStringList ListFromAnswer(const QString& answer);
+
+// True if a run with these answers uses the value.
+bool IsUsed(const AnswerRow& row, const CInstallBase& run);
+
+// Reads a value as people type it. Returns nothing if the text is not of the row's kind.
+std::optional<AnswerValue> ValueFromText(const AnswerRow& row, const QString& text);
 
 // The value for people, such as "2 threads" or "none".
 QString TextOf(const AnswerRow& row, const AnswerValue& value);

@@ -87,26 +87,6 @@ void CheckUser(const OptionUsage& option, const std::string& word) {
                "Run the setup as root, or without this option.");
 }
 
-// Returns nothing if the text is not of the row's kind.
-std::optional<AnswerValue> ValueFrom(const AnswerRow& row, const char* text) {
-    const QString value = QString::fromUtf8(text);
-    bool isNumber = false;
-    switch (row.kind) {
-        case AnswerKind::Flag:
-            if (text == nullptr || value == u"true")
-                return true;
-            return value == u"false" ? std::optional<AnswerValue>(false) : std::nullopt;
-        case AnswerKind::Number: {
-            const int number = value.toInt(&isNumber);
-            return isNumber ? std::optional<AnswerValue>(number) : std::nullopt;
-        }
-        case AnswerKind::List:
-            return ListFromAnswer(value);
-        default:
-            return value;
-    }
-}
-
 // The library's options for the values of --queue.
 const OptionUsage& QueueOptionOf(const QString& queue) {
     const std::string spelling = queue == u"internal" ? "--internal-default-queue"
@@ -152,7 +132,8 @@ void Arguments::Take(const OptionUsage& option, const std::string& word, char* v
 
 // The library reads the options for the queue in their order, so it gets them all.
 void Arguments::TakeAnswer(const AnswerRow& row, const std::string& word, const char* text) {
-    const std::optional<AnswerValue> value = ValueFrom(row, text);
+    const std::optional<AnswerValue> value =
+        text == nullptr ? AnswerValue(true) : ValueFromText(row, QString::fromUtf8(text));
     const int* number = value ? std::get_if<int>(&*value) : nullptr;
     // Kept: the library asks its questions with such limits.
     if (number != nullptr && *number <= 0 &&

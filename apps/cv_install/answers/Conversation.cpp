@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "answers/HomePath.h"
+#include "answers/Review.h"
 #include "answers/ValueGuard.h"
 #include "apply/Console.h"
 #include "installation/SetupRun.h"
@@ -76,13 +77,6 @@ private:
 
 bool OnTerminal(const CInstallBase& run) {
     return run.m_interactive && isatty(STDIN_FILENO) != 0;
-}
-
-Problem EndOfInput() {
-    std::printf("\n");
-    return {ExitStatus::ConsoleClosed,
-            QStringLiteral("setup canceled: end of input at a question"),
-            {}};
 }
 
 using Prompt = void (CInstallBase::*)();
@@ -357,16 +351,58 @@ Failure AskAll(CInstallBase& run, Answers& answers,
     return failure;
 }
 
+// Sets the limits that nobody chose to the defaults of their questions.
+void MeasureLimits(CInstallBase& run, const Answers& answers) {
+    struct Limit {
+        AnswerId id;
+        Prompt prompt;
+        int CInstallBase::*option;
+    };
+    for (const Limit& limit : {Limit{AnswerId::MemoryLimit, &CInstallBase::PromptMemoryLimit,
+                                     &CInstallBase::m_argMemoryLimitMB},
+                               Limit{AnswerId::ScratchLimit, &CInstallBase::PromptScratchLimit,
+                                     &CInstallBase::m_argScratchLimitGB}}) {
+        if (answers.Find(limit.id) != nullptr)
+            continue;
+        run.*limit.option = -1;
+        RowOf(limit.id).write(run, DefaultOf(run, limit.id, limit.prompt));
+    }
+}
+
+Failure Review(CInstallBase& run, Answers& answers,
+               const std::function<void(const QString&)>& scratchChosen) {
+    return ReviewAnswers(run, answers,
+                         {.askForQueue = [&] { return Questions(run, answers).AskForQueue(); },
+                          .measureLimits = [&] { MeasureLimits(run, answers); },
+                          .scratchChosen =
+                              [&](const QString& directory) {
+                                  if (scratchChosen)
+                                      scratchChosen(directory);
+                                  const QString reason = DescribeUnsuitableScratch(directory);
+                                  if (!reason.isEmpty())
+                                      WarnOfScratch(run, reason);
+                              }});
+}
+
 }  // namespace
 
 Failure AskQuestions(CInstallBase& run, Answers& answers,
                      const std::function<void(const QString&)>& scratchChosen) {
     Failure failure = AskAll(run, answers, scratchChosen);
+    if (!failure && OnTerminal(run))
+        failure = Review(run, answers, scratchChosen);
     if (failure)
         return failure;
     WarnOfLimitsOfZero(run);
     answers = AnswersOf(run, answers);
     return {};
+}
+
+Problem EndOfInput() {
+    std::printf("\n");
+    return {ExitStatus::ConsoleClosed,
+            QStringLiteral("setup canceled: end of input at a question"),
+            {}};
 }
 
 bool InputEnded(const CInstallBase& run) {

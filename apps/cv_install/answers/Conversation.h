@@ -19,6 +19,9 @@ Failure AskQuestions(CInstallBase& run, Answers& answers,
 // answer.
 bool InputEnded(const CInstallBase& run);
 
+// The failure of a question at the end of input. Ends the question's line.
+Problem EndOfInput();
+
 // Prints `question` and returns the answer: y, yes, n or no, in upper or lower case. An empty
 // answer and the end of input mean `preset`. Another answer is asked again on a terminal, and means
 // no elsewhere.

@@ -112,7 +112,7 @@ constexpr StatusUsage statuses[] = {
     {ExitStatus::ScriptNotStarted, "", "cannot start the commit script"},
     {ExitStatus::ConsoleClosed, "", "end of input at a question on a terminal"},
     {ExitStatus::TreeRefused, "", "the install tree is unsafe, or this user cannot write to it"},
-    {ExitStatus::Declined, "", "plan not confirmed"},
+    {ExitStatus::Declined, "", "answers or plan not confirmed"},
     {ExitStatus::Incomplete, "", "setup completed, but a file is incomplete"},
     {ExitStatus::NoWorkingDirectory, "", "no working directory"},
     {ExitStatus::Locked, "", "another setup is running"},
