@@ -21,8 +21,8 @@ TEST(SetupLog, KeepsHeadersAndOutcomesOfAllSetups) {
         const std::string log = "/var/log/corvane26_setup.log";
         LayOutRootSetup();
         Shell("rm -f " + log);
-        EXPECT_EQ(RunRootSetup({"--cluster-node", "-m", "700"}).status, 0);
         EXPECT_EQ(RunRootSetup({}, "2\n\n\n\n1\n\nn\n").status, 9);
+        EXPECT_EQ(RunRootSetup({"--cluster-node", "-m", "700"}).status, 0);
         EXPECT_EQ(RunRootSetup({"--no-such"}).status, 3);
         EXPECT_EQ(RunRootSetup({"--dry-run", "--no-such"}).status, 3);
         EXPECT_EQ(RunRootSetup({"--dry-run", "--cluster-node"}).status, 0);
@@ -31,7 +31,7 @@ TEST(SetupLog, KeepsHeadersAndOutcomesOfAllSetups) {
         const std::string header = "=== cv_install 26.0.0, user root";
         const std::string completed = header + "\n=== exit status 0: setup completed\n";
         EXPECT_EQ(OutcomesIn(log) + '\n',
-                  completed + header + ": exit status 9: setup canceled: plan not confirmed\n" +
+                  header + ": exit status 9: setup canceled: plan not confirmed\n" + completed +
                       header + ": exit status 3: unknown option \"--no-such\"\n" + header +
                       ": exit status 64: another setup is running\n" + completed);
         const std::string text = hx_test::ReadFile(log);

@@ -105,7 +105,7 @@ const std::vector<Outcome> outcomes = {
 
     // The console.
     {R"re(^write\(1<)re", 0, LostOutput("No space left on device"), Created::Everything},
-    {R"re(^write\(\d+</tmp/corvane26_setup_)re", 0, logIsFull, Created::Everything},
+    {R"re(^write\(\d+<(/tmp/corvane26_setup_|/memfd:log))re", 0, logIsFull, Created::Everything},
 };
 
 // Removes numbers, texts, and names that do not influence the outcome of a call.
