@@ -98,7 +98,7 @@ QString ValueIn(const Variables& exported, const char* name) {
 }
 
 // Empty if the text is not a value of this kind.
-std::optional<AnswerValue> ValueFromText(const AnswerRow& row, const QString& text) {
+std::optional<AnswerValue> ExportedValue(const AnswerRow& row, const QString& text) {
     bool isNumber = false;
     const int number = text.toInt(&isNumber);
     switch (row.kind) {
@@ -116,7 +116,7 @@ std::optional<AnswerValue> ValueFromText(const AnswerRow& row, const QString& te
 // Adds a value that another user may have written, unless it is invalid.
 void AddFromText(Answers& answers, AnswerId id, const QString& text) {
     const AnswerRow& row = RowOf(id);
-    const std::optional<AnswerValue> value = ValueFromText(row, text);
+    const std::optional<AnswerValue> value = ExportedValue(row, text);
     if (value && ReasonAgainst(row, *value).isEmpty())
         answers.Set(id, *value, AnswerSource::Record);
 }
@@ -169,7 +169,7 @@ void AddLimits(Answers& answers, const Limits& limits) {
         const auto found = limits.find(QString::fromLatin1(line->key).toLower());
         const Answer* recorded = answers.Find(row.id);
         if (found == limits.end() ||
-            (recorded != nullptr && ValueFromText(RowOf(row.id), found->second) == recorded->value))
+            (recorded != nullptr && ExportedValue(RowOf(row.id), found->second) == recorded->value))
             continue;
         AddFromText(answers, row.id, found->second);
     }
