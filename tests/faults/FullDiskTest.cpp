@@ -63,7 +63,9 @@ ProcessResult RunSetup(std::vector<std::string> command = {}) {
                              "-s", "5", "-d", "/tmp"})
         command.emplace_back(word);
     hx_test::ProcessOptions options;
-    options.env = {{"PATH", "/usr/bin:/bin"}, {"LSAN_OPTIONS", "detect_leaks=0"}};
+    options.env = {{"PATH", "/usr/bin:/bin"},
+                   {"LSAN_OPTIONS", "detect_leaks=0"},
+                   {"XDG_STATE_HOME", "/var/state"}};
     options.workingDirectory = "/";
     return hx_test::Run(command, options);
 }
