@@ -45,7 +45,7 @@ AnswerValue ReadQueue(const CInstallBase& run) {
 }
 
 void WriteQueue(CInstallBase& run, const AnswerValue& value) {
-    const QString& queue = std::get<QString>(value);
+    const auto& queue = std::get<QString>(value);
     if (queue == QLatin1String(internalQueue)) {
         run.m_queueType = CInstallBase::QueueInternal;
     } else if (queue == QLatin1String(noQueue)) {
@@ -518,7 +518,7 @@ QString ReasonAgainst(const AnswerRow& row, const AnswerValue& value) {
         if (list->isEmpty() && !row.words.empty())
             return QStringLiteral("it is empty");
         for (const QString& word : *list) {
-            const QString reason = ReasonAgainstText(row, word);
+            QString reason = ReasonAgainstText(row, word);
             if (!reason.isEmpty())
                 return reason;
         }

@@ -57,7 +57,9 @@ const OptionUsage& FindOption(const std::string& name, const char* word) {
 
 [[noreturn]] void RefuseValue(const std::string& word, const char* value,
                               const std::string& remedy) {
-    Refuse("invalid value for option " + Quoted(word) + ": " + Quoted(value), remedy);
+    Refuse(
+        "invalid value for option " + Quoted(word) + ": " + Quoted(value == nullptr ? "" : value),
+        remedy);
 }
 
 // Refuses a value that the library would silently ignore. `value` is null at the end.
@@ -101,11 +103,11 @@ const OptionUsage& QueueOptionOf(const QString& queue) {
 Arguments::Arguments(int argc, char** argv) {
     m_argv.push_back(argc > 0 ? argv[0] : nullptr);
     for (int i = 1; i < argc; ++i) {
-        char* word = argv[i];
-        char* equals = std::strncmp(word, "--", 2) == 0 ? std::strchr(word, '=') : nullptr;
+        const char* word = argv[i];
+        const char* equals = std::strncmp(word, "--", 2) == 0 ? std::strchr(word, '=') : nullptr;
         const std::string name = equals == nullptr ? word : std::string(word, equals);
         const OptionUsage& option = FindOption(name, word);
-        char* value = equals == nullptr ? nullptr : equals + 1;
+        const char* value = equals == nullptr ? nullptr : equals + 1;
         if (value != nullptr && option.value == OptionValue::None)
             Refuse("option " + Quoted(name) + " takes no value", "Use: " + name);
         const bool isNext = value == nullptr && TakesNextWord(option);
@@ -121,7 +123,7 @@ Arguments::Arguments(int argc, char** argv) {
     CheckTogether();
 }
 
-void Arguments::Take(const OptionUsage& option, const std::string& word, char* value) {
+void Arguments::Take(const OptionUsage& option, const std::string& word, const char* value) {
     if (option.answer != nullptr)
         TakeAnswer(*option.answer, word, value);
     else if (option.own != OwnOption::None)
@@ -155,7 +157,7 @@ void Arguments::TakeAnswer(const AnswerRow& row, const std::string& word, const 
         PassOn(QueueOptionOf(QStringLiteral("none")), nullptr);
 }
 
-void Arguments::PassOn(const OptionUsage& option, char* value) {
+void Arguments::PassOn(const OptionUsage& option, const char* value) {
     m_passedOn.push_back(Spellings(option).front());
     m_argv.push_back(m_passedOn.back().data());
     if (TakesNextWord(option)) {
@@ -168,10 +170,10 @@ void Arguments::PassOn(const OptionUsage& option, char* value) {
 
 void Arguments::CheckTogether() const {
     if (UsesStream(OwnOption::Answers) && !Has(OwnOption::Yes))
-        Refuse("option \"--answers -\" requires option \"--yes\"",
+        Refuse(R"(option "--answers -" requires option "--yes")",
                "Standard input cannot also contain the answers to questions.");
     if (UsesStream(OwnOption::SaveAnswers) && UsesStream(OwnOption::Json))
-        Refuse("options \"--save-answers -\" and \"--json -\" both write to standard output",
+        Refuse(R"(options "--save-answers -" and "--json -" both write to standard output)",
                "Use the name of a file for one of them.");
 }
 

@@ -37,9 +37,9 @@ public:
     char** argv() { return m_argv.data(); }
 
 private:
-    void Take(const OptionUsage& option, const std::string& word, char* value);
-    void TakeAnswer(const AnswerRow& row, const std::string& word, const char* value);
-    void PassOn(const OptionUsage& option, char* value);
+    void Take(const OptionUsage& option, const std::string& word, const char* value);
+    void TakeAnswer(const AnswerRow& row, const std::string& word, const char* text);
+    void PassOn(const OptionUsage& option, const char* value);
     void CheckTogether() const;
 
     std::map<OwnOption, const char*> m_own;  // with their values; null without

@@ -296,7 +296,7 @@ void WarnOfLimitsOfZero(const CInstallBase& run) {
 // Such as "Slurm, partition chem".
 QString QueueText(const Answers& answers) {
     const Answer* queue = answers.Find(AnswerId::Queue);
-    const QString text = answers.Text(AnswerId::Queue);
+    QString text = answers.Text(AnswerId::Queue);
     const Answer* name = answers.Find(AnswerId::QueueName);
     if (queue == nullptr || name == nullptr || name->value == AnswerValue(QString()))
         return text;
