@@ -374,32 +374,18 @@ TEST(Questions, NoteWhatWasTyped) {
     EXPECT_EQ(answers.Find(AnswerId::QsubCommand)->source, AnswerSource::Default);
 }
 
-TEST(Questions, KeepRecordedAnswersOnlyOnRequest) {
+// A script answers the library's questions, and does not expect others.
+TEST(Questions, IgnoreRecordedAnswersOnPipe) {
     CommandLine line({"-m", "600", "-s", "5", "-d", "/tmp"});
-    const auto ask = [&](const std::string& input,
-                         const std::function<void(CInstallBase&)>& check) {
-        Arguments arguments(line.argc(), line.argv());
-        Answers answers;
-        const auto run = StartRun(
-            arguments, {}, [](CInstallBase&) { return Recorded(); }, answers);
-        EXPECT_EQ(run->m_queueType, CInstallBase::QueueUnset);
-        answers = AnswersAfter(*run, answers, input);
-        check(*run);
-        return answers;
-    };
-    const Answers kept = ask("y\n\n\n\n\n\n", [](const CInstallBase& run) {
-        EXPECT_EQ(run.m_jobLimit, 7);
-        EXPECT_EQ(run.m_queueType, CInstallBase::QueueExternal);
-        EXPECT_EQ(run.m_partitionName, "chem");
-    });
-    EXPECT_EQ(kept.Find(AnswerId::JobLimit)->source, AnswerSource::Record);
-    EXPECT_EQ(kept.Text(AnswerId::Queue), "Slurm");
-    const Answers other = ask("n\n3\n\n\nno\n1\n\n\n", [](const CInstallBase& run) {
-        EXPECT_EQ(run.m_jobLimit, 3);
-        EXPECT_EQ(run.m_queueType, CInstallBase::QueueInternal);
-    });
-    EXPECT_EQ(*other.Find(AnswerId::JobLimit), (Answer{3, AnswerSource::Typed, true}));
-    EXPECT_EQ(other.Find(AnswerId::Queue)->source, AnswerSource::Typed);
+    Arguments arguments(line.argc(), line.argv());
+    Answers answers;
+    const auto run = StartRun(
+        arguments, {}, [](const CInstallBase&) { return Recorded(); }, answers);
+    EXPECT_EQ(run->m_queueType, CInstallBase::QueueUnset);
+    answers = AnswersAfter(*run, answers, "3\n\n\n1\n\n\n");
+    EXPECT_EQ(run->m_queueType, CInstallBase::QueueInternal);
+    EXPECT_EQ(*answers.Find(AnswerId::JobLimit), (Answer{3, AnswerSource::Typed, true}));
+    EXPECT_EQ(answers.Find(AnswerId::Queue)->source, AnswerSource::Typed);
 }
 
 TEST(StartRun, PrefersOptionsToFileToPreviousSetup) {
