@@ -183,6 +183,22 @@ TEST_F(Conversation, EndsWhenReviewIsQuit) {
     ExpectNoCommit();
 }
 
+TEST_F(Conversation, AsksWhetherToKeepChosenAnswers) {
+    ASSERT_EQ(
+        m_setup.Run({"--setup", "--user-mode", "--yes", "--job-limit=3", "-p", "chem"}).status, 0);
+    Terminal terminal = Start({"-m", "600", "-s", "3", "-d", "/tmp"});
+    Converse(terminal,
+             Join({{{"Keep the job limit of the previous setup (3 threads)? [Y/n] ", "n"},
+                    {"Job thread limit [", "2"},
+                    {"Keep the queue of the previous setup (Slurm, partition chem)? [Y/n] ", ""}},
+                   review}));
+    EXPECT_EQ(terminal.Finish(), 0);
+    ExpectHolds(m_setup.File("QueueLimits"), "MaxThreads: 2\n");
+    EXPECT_EQ(
+        m_setup.RunProgram({m_setup.Inside("corvane26"), "--printenv", "CORV_PARTITION_NAME"}).out,
+        "chem\n");
+}
+
 TEST_F(Conversation, StopsAtInvalidAnswerWithoutTerminal) {
     const auto result = m_setup.Run({"--setup", "--user-mode"}, "2\n600\n/tmp/$HOME\n3\n1\n");
     EXPECT_EQ(result.status, 4);
