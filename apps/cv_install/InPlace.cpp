@@ -3,7 +3,9 @@
 #include <fcntl.h>
 
 #include "answers/AnswersFile.h"
+#include "answers/Checks.h"
 #include "answers/Conversation.h"
+#include "answers/Facts.h"
 #include "answers/Members.h"
 #include "answers/StartRun.h"
 #include "apply/Console.h"
@@ -75,11 +77,10 @@ Failure PrepareRecord(const CInstallBase& run, const Answers& answers, const Com
 
 // Everything that changes the machine. In a setup as root the tree is checked again after the
 // confirmation and before the script, because other users can change it meanwhile.
-Failure CarryOut(CInstallBase& run, const Answers& answers, const SetupLock& lock,
-                 CommitScript& script) {
+Failure CarryOut(CInstallBase& run, const Answers& answers, const MemberChanges& members,
+                 const SetupLock& lock, CommitScript& script) {
     const unsigned conditions = ConditionsOf(run, answers) | InPlace;
     const bool root = IsRootSetup(run);
-    const MemberChanges members = FindMemberChanges(run);
     HideMembersFromScript(run);
     PackedPages packed;
     Failure failure;
@@ -121,6 +122,14 @@ Failure CarryOut(CInstallBase& run, const Answers& answers, const SetupLock& loc
     return {};
 }
 
+Failure CheckInPlace(const CInstallBase& run, const Answers& answers,
+                     const MemberChanges& members) {
+    const Descriptor tree(
+        IsRootSetup(run) ? open(run.m_installDir.toUtf8().constData(), O_PATH | O_CLOEXEC) : -1);
+    const EntryPlaces places = ReadEntryPlaces(run.m_installDir.toStdString(), tree.Number());
+    return ReportFindings(RunChecks(FindFacts(run, answers, members, places, tree.Number())));
+}
+
 // What must hold before the first question, whose answer would be lost.
 Failure FindObstacle(const CInstallBase& run) {
     return IsRootSetup(run) ? FindRiskInPlace(run) : FindObstacleForUser(run);
@@ -151,15 +160,18 @@ Failure RunInPlace(Arguments& arguments, const Answers& file, const SetupLock& l
         failure = FindObstacle(*run);
     if (!failure)
         failure = AskQuestions(*run, answers);
+    const MemberChanges members = FindMemberChanges(*run);
     if (!failure) {
         JsonReport::NoteAnswers(answers);
         Outcome::NoteAnswers(answers);
         failure = SaveAnswersFile(arguments.TextOf(OwnOption::SaveAnswers), answers);
     }
+    if (!failure)
+        failure = CheckInPlace(*run, answers, members);
     if (failure)
         return failure;
     CommitScript script;
-    failure = CarryOut(*run, answers, lock, script);
+    failure = CarryOut(*run, answers, members, lock, script);
     Summary summary = SummaryOf(*run);
     const bool isInstalled = !failure;
     if (isInstalled)

@@ -5,7 +5,9 @@
 
 #include "InPlace.h"
 #include "answers/AnswersFile.h"
+#include "answers/Checks.h"
 #include "answers/Conversation.h"
+#include "answers/Facts.h"
 #include "answers/Members.h"
 #include "answers/StartRun.h"
 #include "apply/Console.h"
@@ -36,7 +38,7 @@ namespace {
 
 // In the child process: everything up to the end of the commit script.
 Failure Stage(Arguments& arguments, const Answers& file, const Descriptor& liveTree,
-              const SetupLock& lock, StagedMachine& staged) {
+              const EntryPlaces& places, const SetupLock& lock, StagedMachine& staged) {
     Answers answers;
     PreviousSetup previous;
     Failure failure;
@@ -58,16 +60,18 @@ Failure Stage(Arguments& arguments, const Answers& file, const Descriptor& liveT
         });
     }
     const Descriptor scripts = OpenScriptDirectory();
+    staged.members = FindMemberChanges(*run);
+    staged.answers = answers;
+    staged.conditions = ConditionsOf(*run, answers);
     if (!failure) {
         JsonReport::NoteAnswers(answers);
         Outcome::NoteAnswers(answers);
+        failure = ReportFindings(
+            RunChecks(FindFacts(*run, answers, staged.members, places, liveTree.Number())));
     }
+    HideMembersFromScript(*run);
     if (!failure)
         failure = PrivateMounts::CoverTemporaryFiles();
-    staged.members = FindMemberChanges(*run);
-    HideMembersFromScript(*run);
-    staged.answers = answers;
-    staged.conditions = ConditionsOf(*run, answers);
     PackedPages packed;
     if (!failure) {
         packed.Read(*run, staged.conditions);
@@ -194,16 +198,19 @@ ExitStatus RunAsRoot(Arguments& arguments, const Answers& file, const SetupLock&
     JsonReport::NoteLog(SetupLog::Path());
     Descriptor liveTree;
     LiveRows atStaging;
+    EntryPlaces places;
     Failure failure;
     {
         const TimeLimit limit;
         failure = OpenInstallDirectory(liveTree);
-        if (!failure)
+        if (!failure) {
             atStaging = ReadLiveRows(liveTree.Number());
+            places = ReadEntryPlaces(sharedDirectory, liveTree.Number());
+        }
     }
     if (!failure) {
         const StagedResult result = RunStaged(liveTree, [&](StagedMachine& staged) {
-            return Stage(arguments, file, liveTree, lock, staged);
+            return Stage(arguments, file, liveTree, places, lock, staged);
         });
         if (result.signal != 0)
             Interruption::End(result.signal);

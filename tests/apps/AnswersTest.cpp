@@ -428,10 +428,14 @@ protected:
 };
 
 TEST_F(AnswersOfSetup, ComeFromFileAndCanBeSaved) {
+    const std::string commands = m_setup.Root() + "/s/";
+    std::filesystem::create_directory(commands);
+    for (const char* name : {"sbatch", "scancel"})
+        std::filesystem::create_symlink("/bin/true", commands + name);
     hx_test::WriteFile(m_setup.Root() + "/site.toml",
                        "job-limit = 3\nmemory-limit = 700\nscratch-limit = 5\n"
                        "scratch-directory = \"/tmp\"\nqueue = \"slurm\"\nqueue-name = \"chem\"\n"
-                       "sbatch = \"/s/sbatch\"\nhttp-port = 81\nsubmission-scripts = true\n");
+                       "sbatch = \"/tmp/s/sbatch\"\nhttp-port = 81\nsubmission-scripts = true\n");
     const auto result = Run(
         {"--answers", "/tmp/site.toml", "--job-limit", "2", "--save-answers", "/tmp/saved.toml"});
     EXPECT_EQ(result.status, 0) << result.err;
@@ -440,7 +444,7 @@ TEST_F(AnswersOfSetup, ComeFromFileAndCanBeSaved) {
     hx_test::ExpectHolds(result.out, "\n    partition=\"chem\"\n");
     EXPECT_EQ(m_setup.File("QueueLimits"),
               "MaxThreads: 2\nMemoryPerThreadMB: 700\nScratch: /tmp\nDiskPerThreadGB: 5\n");
-    for (const char* line : {"CORV_PARTITION_NAME=\"chem\"", "CORV_SCANCEL_CMD \"/s/scancel\"",
+    for (const char* line : {"CORV_PARTITION_NAME=\"chem\"", "CORV_SCANCEL_CMD \"/tmp/s/scancel\"",
                              "CORV_COMPSRVC_HTTP_PORT=\"81\""})
         hx_test::ExpectHolds(m_setup.File("corvane26"), line);
     EXPECT_TRUE(m_setup.Has("corvane26_samba"));

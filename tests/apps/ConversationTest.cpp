@@ -123,9 +123,9 @@ TEST_F(Conversation, AsksAgainAfterInvalidOrUnsuitableAnswer) {
               {{">", "2"},
                {">", "1"},
                {"[<default>]:", "a|b"},
-               {"Location of qsub command [", ""},
-               {"Location of qdel command [", ""},
-               {"Location of qsig command [", ""},
+               {"Location of qsub command [", "/bin/true"},
+               {"Location of qdel command [", "/bin/true"},
+               {"Location of qsig command [", "/bin/true"},
                {"invalid queue name \"a|b\": ", nullptr},
                {"Choose type of queue...", "1"}},
               review}));
@@ -163,9 +163,9 @@ TEST_F(Conversation, ChangesAnswersInReview) {
                     {">", "2"},
                     {">", "1"},
                     {"[<default>]:", "chem"},
-                    {"Location of qsub command [", ""},
-                    {"Location of qdel command [", ""},
-                    {"Location of qsig command [", ""},
+                    {"Location of qsub command [", "/bin/true"},
+                    {"Location of qdel command [", "/bin/true"},
+                    {"Location of qsig command [", "/bin/true"},
                     {"   5  Queue: Torque/OpenPBS\r\n   6  Queue name: chem\r\n", nullptr}},
                    review}));
     EXPECT_EQ(terminal.Finish(), 0) << terminal.Output();

@@ -26,7 +26,8 @@ constexpr unsigned InPlaceAsRoot = AsRoot | InPlace;
 constexpr const char* earlierVersion =
     "umask 002; mkdir -p /var/corvane/corvanerc/corvane24server/CorvaneServerRepository; "
     "touch /etc/init.d/corvane_service /etc/systemd/system/corvane20_service.service "
-    "/etc/systemd/system/corvane24_service.service; ";
+    "/etc/systemd/system/corvane24_service.service; "
+    "for name in qsub qdel qsig; do ln -sf /bin/true /usr/local/bin/$name; done; ";
 
 const Case setups[] = {
     {"HeadNodeWithInternalQueue", "", "--internal-default-queue", sharedDirectory,

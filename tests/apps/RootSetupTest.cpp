@@ -300,8 +300,10 @@ TEST(RootSetup, HasMembersExactlyAsAnswered) {
     HX_EXPECT_SCENARIO([] {
         LayOutRootSetup();
         Shell(
-            "sed -i 's/^passwd:.*/& extrausers/' /etc/nsswitch.conf; mkdir -p /var/lib/extrausers;"
+            "sed -i 's/^\\(passwd\\|group\\):.*/& extrausers/' /etc/nsswitch.conf;"
+            "mkdir -p /var/lib/extrausers;"
             "echo remote:x:70001:70000::/:/bin/sh > /var/lib/extrausers/passwd;"
+            "echo far:x:70002:remote > /var/lib/extrausers/group;"
             "useradd ann; groupadd --system lab; useradd --gid lab --groups lab only;"
             "gpasswd --members ann,only,remote lab");
         const struct {
@@ -321,6 +323,51 @@ TEST(RootSetup, HasMembersExactlyAsAnswered) {
             EXPECT_EQ(Shell("getent group lab | cut -d: -f4"), members);
         }
         EXPECT_EQ(Shell("id -Gn ann"), "ann lab");
+        const auto refused = RunRootSetup({"-g", "far", "--members", "ann"}, limitAnswers);
+        EXPECT_EQ(refused.status, 65);
+        ExpectHolds(refused.err, "cannot change the members of group \"far\": it is not in");
+    });
+}
+
+TEST(RootSetup, ReportsAllFailedChecksAndChangesNothing) {
+    HX_REQUIRE_THROWAWAY_ROOT();
+    HX_EXPECT_SCENARIO([] {
+        LayOutRootSetup();
+        Shell(
+            "mount -t tmpfs -o mode=1777 tmpfs /tmp; useradd corvsrvc; touch /usr/bin/corvane26;"
+            "for name in sbatch scancel; do ln -sf /bin/true /usr/bin/$name; done;"
+            "rm -f /usr/bin/sinfo; printf '#!/bin/sh\\necho long\\n' > /usr/bin/sinfo;"
+            "chmod 755 /usr/bin/sinfo");
+        const std::string before = Shell(state);
+        const std::string uid = Shell("id -u corvsrvc");
+        const std::string findings =
+            "cv_install: warning: scratch directory \"/tmp\" is in memory: its files leave less "
+            "for "
+            "jobs\n    Specify another directory with --scratch-directory.\n"
+            "cv_install: service user \"corvsrvc\" is not a system account: its UID is " +
+            uid +
+            "\n    Specify a system account with --service-user, or confirm this one with "
+            "--service-user corvsrvc.\n"
+            "cv_install: \"/usr/bin/corvane26\" is in the way of a symbolic link\n"
+            "    Move it away, then run the setup again.\n"
+            "cv_install: unknown partition of Slurm: \"chem\"\n    Use one of these: long.\n"
+            "cv_install: 3 checks failed\n    No changes were made.\n" +
+            logOfRoot;
+        const struct {
+            const char* option;
+            RootMode mode;
+        } cases[] = {{"--yes", RootMode::Staged},
+                     {"--cluster-node", RootMode::Staged},
+                     {"--yes", RootMode::InPlace}};
+        for (const auto& [option, mode] : cases) {
+            const auto result = RunRootSetup({option, "-p", "chem", "-s", "1"}, {}, mode);
+            EXPECT_EQ(result.status, 65) << option;
+            EXPECT_TRUE(result.err.ends_with(findings)) << result.err;
+            EXPECT_EQ(Shell(state), before);
+        }
+        Shell("rm /usr/bin/corvane26");
+        const auto named = RunRootSetup({"--yes", "-u", "corvsrvc", "-p", "long", "--dry-run"});
+        EXPECT_EQ(named.status, 0) << named.err;
     });
 }
 
@@ -331,8 +378,7 @@ TEST(RootSetup, AsksNothingOnComputeNodeAndRefusesUserThere) {
         const auto quiet = RunRootSetup({"--cluster-node", "--dry-run"});
         EXPECT_EQ(quiet.status, 0) << quiet.err;
         EXPECT_TRUE(quiet.out.starts_with("cv_install: changes of a setup: ")) << quiet.out;
-        const auto result =
-            RunRootSetup({"--cluster-node", "--external-default-queue", "--verbose"});
+        const auto result = RunRootSetup({"--cluster-node", "--verbose", "-p"});
         ASSERT_EQ(result.status, 0) << result.err;
         ExpectParts(result.out, {", shell /bin/bash)\n", "\nWrote Corvane'26 run script, "});
         for (const char* absent : {"corvane26_service", "Services", "Continue?"})

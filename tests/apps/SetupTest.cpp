@@ -93,6 +93,18 @@ TEST_F(Setup, WritesAnswersToQueueLimits) {
     }
 }
 
+class TorqueStandIns {
+public:
+    TorqueStandIns() {
+        for (const char* name : {"qsub", "qdel", "qsig"})
+            fs::create_symlink("/bin/true", m_directory / name);
+    }
+    std::string Directory() const { return m_directory.path().string(); }
+
+private:
+    hx_test::TempDir m_directory;
+};
+
 TEST_F(Setup, SelectsAndRepeatsQueueOfOptions) {
     const struct {
         std::vector<std::string> options;
@@ -105,8 +117,10 @@ TEST_F(Setup, SelectsAndRepeatsQueueOfOptions) {
         "for name in QUEUE_TYPE SCHEDULER QUEUE_NAME PARTITION_NAME CLUSTER_NODE; do "
         "value=$(/tmp/product/corvane26 --printenv CORV_$name); echo ${value:--}; done | "
         "paste -sd ' '";
+    const TorqueStandIns torque;
     for (const auto& [options, settings] : cases) {
-        const UserSetup setup;
+        UserSetup setup;
+        setup.Bind(torque.Directory(), "/usr/local/bin");
         std::vector<std::string> arguments = {"--setup", "--user-mode"};
         arguments.insert(arguments.end(), options.begin(), options.end());
         const auto result = setup.Run(arguments);
@@ -136,25 +150,21 @@ TEST_F(Setup, WarnsOfLimitsOfZero) {
               "MaxThreads: 1000000000\nMemoryPerThreadMB: 0\nScratch: /tmp\nDiskPerThreadGB: 0\n");
 }
 
-TEST_F(Setup, ReportsMissingQueueCommands) {
-    const std::string missing = "  Queue:     cannot execute command ";
-    const std::string remedy =
-        "             To set its path, run the setup again without a queue option.\n";
-    const struct {
-        std::string input;
-        std::string report;
-    } cases[] = {
-        {"2\n1\n\n/bin/sh\n/gone/qdel\nqsig\n", missing + "\"/gone/qdel\"\n" + remedy},
-        {"2\n2\n\n/gone/sbatch\n\n",
-         missing + "\"/gone/sbatch\"\n" + missing + "\"/gone/scancel\"\n" + remedy},
-        {"1\n", ""},
-    };
-    const UserSetup setup;
-    for (const auto& [input, report] : cases) {
-        const auto result = setup.Run({"--setup", "--user-mode"}, "\n\n\n\n" + input);
-        EXPECT_EQ(result.status, 0) << result.out << result.err;
-        ExpectHolds(result.out, "  Installed: /tmp/product\n" + report + "  Log: ");
-    }
+TEST_F(Setup, ReportsAllFailedChecks) {
+    UserSetup setup;
+    fs::remove(setup.Outside("corvane26.template"));
+    const auto result = setup.Run({"--setup", "--user-mode"}, "\n\n\n\n2\n2\n\n/gone/sbatch\n\n");
+    EXPECT_EQ(result.status, 65) << result.out << result.err;
+    EXPECT_EQ(WithoutLogPath(result.err),
+              "cv_install: cannot use file of the product \"/tmp/product/corvane26.template\": No "
+              "such file or directory\n    Install the product again, then run the setup again.\n"
+              "cv_install: cannot execute command \"/gone/sbatch\"\n"
+              "    Install the commands of Slurm, or specify the path with --sbatch.\n"
+              "cv_install: cannot execute command \"/gone/scancel\"\n"
+              "    Install the commands of Slurm, or specify the path with --scancel.\n"
+              "cv_install: 3 checks failed\n    No changes were made.\n");
+    EXPECT_FALSE(setup.Has("qchemrc"));
+    EXPECT_TRUE(setup.CommitScripts().empty());
 }
 
 TEST_F(Setup, RefusesBeforeItAsks) {
@@ -197,7 +207,7 @@ TEST_F(Setup, RefusesBeforeItAsks) {
 TEST_F(Setup, PrintsPathOfLogAfterFailure) {
     // The commit script and the library fail.
     const std::pair<const char*, const char*> cases[] = {
-        {"corvane26.template", " failed with exit status 1; "}, {"corvane26_ssh", " for write\n"}};
+        {"corvane26", " failed with exit status 1; "}, {"corvane26_ssh", " for write\n"}};
     for (const auto& [directory, message] : cases) {
         const UserSetup setup;
         fs::remove(setup.Outside(directory));
@@ -213,8 +223,8 @@ TEST_F(Setup, PrintsPathOfLogAfterFailure) {
 
 TEST_F(Setup, CompletesOnRerunAfterFailureOfScript) {
     const UserSetup setup;
-    const std::string missing = setup.Outside("corvane26.template");
-    fs::rename(missing, missing + ".away");
+    const std::string obstacle = setup.Outside("corvane26");
+    fs::create_directory(obstacle);
     const auto result = setup.Run(m_yes);
     EXPECT_EQ(result.status, 1);
     ExpectHolds(result.out, "Error, writing Corvane'26 run script, /tmp/product/corvane26\n");
@@ -228,7 +238,7 @@ TEST_F(Setup, CompletesOnRerunAfterFailureOfScript) {
     ExpectHolds(result.err,
                 "    Commit script: /tmp" + scripts[0].substr(setup.Root().size()) + "\n    Log: ");
     EXPECT_FALSE(setup.Has("QueueLimits"));
-    fs::rename(missing + ".away", missing);
+    fs::remove(obstacle);
     EXPECT_EQ(setup.Run(m_yes).status, 0);
     EXPECT_EQ(setup.CommitScripts(), scripts);
     EXPECT_TRUE(setup.Has("QueueLimits"));

@@ -52,7 +52,10 @@ protected:
                            "#!/bin/sh\n"
                            "echo Filesystem 1024-blocks Used Available Capacity Mounted on\n"
                            "echo /dev/sda2 244000000 118000000 126000000 49% /home\n");
-        fs::permissions(root + "/bin/df", fs::perms::owner_all);
+        hx_test::WriteFile(root + "/bin/sinfo", "#!/bin/sh\necho gpu\n");
+        for (const char* name : {"/bin/df", "/bin/sinfo"})
+            fs::permissions(root + name, fs::perms::owner_all);
+        m_setup.Bind(root + "/bin/sinfo", "/usr/bin/sinfo");
         m_setup.Bind(root + "/cpuinfo", "/proc/cpuinfo");
         m_setup.Bind(root + "/home", "/home");
     }
@@ -62,13 +65,12 @@ protected:
         const auto answer = [](int name, long value) {
             return std::to_string(name) + "=" + std::to_string(value);
         };
-        return {"/usr/bin/env",
-                "PATH=/tmp/bin:/usr/bin:/bin",
+        return {"/usr/bin/env", "PATH=/tmp/bin:/usr/bin:/bin",
+                // The disk of this machine may be smaller.
+                "HX_TEST_FAIL=statfs=38",
                 "HX_TEST_SYSCONF=" + answer(_SC_NPROCESSORS_CONF, 8) + "," +
                     answer(_SC_PHYS_PAGES, 4096512) + "," + answer(_SC_PAGESIZE, 4096),
-                "/bin/sh",
-                "-c",
-                "exec env LD_PRELOAD=/tmp/interposer.so " + line};
+                "/bin/sh", "-c", "exec env LD_PRELOAD=/tmp/interposer.so " + line};
     }
 
     // Answers the questions at a terminal, and returns its output.

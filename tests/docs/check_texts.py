@@ -232,9 +232,9 @@ others = {
     "Please enter a number from 1 to %zu, or q.",
 }
 remedy = re.compile(
-    r"(?:%s  )?(?:At most|Change to|Changes made|Copy|Correct|Create|Did you mean|Enter|Find out|Fix|"
-    r"Free up|If it|Inspect|Install|Make|Move|No changes|Others could|Raise|Read|Remove|Root would|Run|Set|Some output|"
-    r"Specify|Standard input cannot|That needs|The keys|The setup (?:changes|continues)|To|Use|Write one)\b.*[.?]$")
+    r"(?:%s  )?(?:At most|Change (?:them|to)|Changes made|Copy|Correct|Create|Did you mean|Enter|Find out|Fix|"
+    r"Free up|If it|Inspect|Install|Make|Move|No changes|Others could|Raise|Read|Remount|Remove|Root would|Run|Set|Some output|"
+    r"Specify|Standard input cannot|Stop that|That needs|The keys|The setup (?:changes|continues)|To|Use|Write one)\b.*[.?]$")
 # The library's texts are fixed, so their beginnings are too.
 library_failure = re.compile(
     r"^ *(?:Unable to |Writing Commit Script: |Value entered|Error, can't|Corvane/install: can't|"

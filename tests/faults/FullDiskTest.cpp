@@ -59,6 +59,9 @@ ProcessResult RunSetup(std::vector<std::string> command = {}) {
                                              "unshare",         "--user",        "--map-user=1000",
                                              "--map-group=1000"};
     command.insert(command.begin(), asUser.begin(), asUser.end());
+    // The checks do not see how full the disks are.
+    for (const char* word : {"env", "LD_PRELOAD=" HX_INTERPOSER, "HX_TEST_FAIL=statfs=38"})
+        command.emplace_back(word);
     for (const char* word : {"/mnt/cv_install", "--setup", "--user-mode", "--yes", "-m", "777",
                              "-s", "5", "-d", "/tmp"})
         command.emplace_back(word);

@@ -39,23 +39,18 @@ hx_test::ProcessResult RunWithReadOnly(const char* directory, RootMode mode) {
     return result;
 }
 
-std::string CannotPlace(const std::string& path) {
-    return "cv_install: cannot place \"" + path +
-           "\": Read-only file system\n    Make sure that its file system is writable and not "
-           "full, then run the setup again.\n" +
-           changedNothing;
+std::string CannotWriteTo(const std::string& path) {
+    return "cv_install: cannot write to directory \"" + path +
+           "\": Read-only file system\n    Remount its file system as writable, then run the setup "
+           "again.\n";
 }
 
 const std::string cannotLock = CannotLock("/run/corvane26_setup.lock", "Read-only file system");
-const std::string incompleteUnit =
-    "cv_install: \"/etc/systemd/system/corvane26_service.service" + isIncomplete;
-
 const ReadOnlyDirectory readOnlyInPlace[] = {
-    {"/etc", 1, "Error, unable to create Corvane service group.\n", ScriptFailed(1)},
-    {"/usr/bin", 1, "Error, creating /usr/bin/corvane26 symbolic link\n", ScriptFailed(1)},
-    // The script reports it and continues.
-    {"/etc/systemd/system", 10, "Error, updating Corvane Compute Servive systemd script\n",
-     incompleteUnit},
+    {"/etc", 65, "", CannotWriteTo("/etc")},
+    {"/usr/bin", 65, "", CannotWriteTo("/usr/bin") + changedNothing},
+    {"/etc/systemd/system", 65, "", CannotWriteTo("/etc/systemd/system")},
+    {"/var", 65, "", CannotWriteTo("/var")},
     {"/run", 2, "", cannotLock},
     {"/tmp", 5, "", noScript},
     {"/var/log", 0, "Corvane'26 Installation script completed successfully!\n",
@@ -64,11 +59,11 @@ const ReadOnlyDirectory readOnlyInPlace[] = {
 
 // Those with which the setup completes come last.
 const ReadOnlyDirectory readOnlyStaged[] = {
-    {"/etc", 2, "", "cv_install: cannot create group \"corvsrvc\""},
-    {"/usr/bin", 2, "", CannotPlace("/usr/bin")},
-    {"/etc/systemd/system", 10, "", incompleteUnit + changedNothing},
+    {"/etc", 65, "", CannotWriteTo("/etc")},
+    {"/usr/bin", 65, "", CannotWriteTo("/usr/bin") + changedNothing},
+    {"/etc/systemd/system", 65, "", CannotWriteTo("/etc/systemd/system")},
     {"/run", 2, "", cannotLock},
-    {"/var", 2, "", CannotPlace("/var")},
+    {"/var", 65, "", CannotWriteTo("/var")},
     // The private /tmp is writable.
     {"/tmp", 0, "  Next step: ", scratchNotWritable},
     {"/var/log", 0, "  Next step: ", CannotOpenLog("/var/log/corvane26_setup.log")},
@@ -117,20 +112,6 @@ TEST(RootFaults, ChangesNothingWithReadOnlyDirectory) {
     });
 }
 
-// The install directory is created before the script runs.
-TEST(RootFaults, StopsBeforeScriptWithReadOnlyVarInPlace) {
-    HX_REQUIRE_THROWAWAY_ROOT();
-    HX_EXPECT_SCENARIO([] {
-        LayOutRootSetup();
-        const auto result = RunWithReadOnly("/var", RootMode::InPlace);
-        EXPECT_EQ(result.status, 2);
-        ExpectHolds(result.err,
-                    "Corvane Install: Error\n    Unable to mkdir \"/var/corvane\"\n"
-                    "    Read-only file system\n");
-        EXPECT_EQ(Shell("getent passwd corvsrvc"), "");
-    });
-}
-
 TEST(RootFaults, CompletesWithFullLog) {
     HX_REQUIRE_THROWAWAY_ROOT();
     HX_EXPECT_SCENARIO([] {
@@ -142,6 +123,23 @@ TEST(RootFaults, CompletesWithFullLog) {
     });
 }
 
+// Lets the disk of the install directory fill up when the commit script first calls sed.
+void FillDiskDuringScript(int kilobytesLeft) {
+    constexpr int size = 1024;
+    std::filesystem::create_directories("/srv/disk");
+    const std::string options = "mode=775,size=" + std::to_string(size) + "k";
+    ASSERT_EQ(mount("tmpfs", "/srv/disk", "tmpfs", 0, options.c_str()), 0);
+    ASSERT_EQ(mount("/srv/disk", "/var/corvane", nullptr, MS_BIND, nullptr), 0);
+    if (!std::filesystem::exists("/usr/bin/sed.real"))
+        std::filesystem::rename("/usr/bin/sed", "/usr/bin/sed.real");
+    std::filesystem::remove("/usr/bin/sed");
+    hx_test::WriteFile("/usr/bin/sed", "#!/bin/sh\n[ -e /srv/disk/filler ] || head -c " +
+                                           std::to_string(size - kilobytesLeft) +
+                                           "k /dev/zero > /srv/disk/filler\n"
+                                           "exec /usr/bin/sed.real \"$@\"\n");
+    std::filesystem::permissions("/usr/bin/sed", std::filesystem::perms(0755));
+}
+
 // The disk grows until everything fits.
 void ExpectStatusesOfFullDisk(RootMode mode, const std::set<int>& expected) {
     const int step = hx_test::TriesEveryFault() ? 4 : 16;
@@ -149,10 +147,10 @@ void ExpectStatusesOfFullDisk(RootMode mode, const std::set<int>& expected) {
     for (int kilobytes = 4; !statuses.contains(0); kilobytes += step) {
         LayOutRootSetup();
         std::filesystem::create_directory("/var/corvane");
-        const std::string options = "mode=775,size=" + std::to_string(kilobytes) + "k";
-        ASSERT_EQ(mount("tmpfs", "/var/corvane", "tmpfs", 0, options.c_str()), 0);
+        FillDiskDuringScript(kilobytes);
         const std::string before = StateOfMachine();
         const auto result = RunRootSetup({"--yes"}, {}, mode);
+        std::filesystem::remove("/srv/disk/filler");
         EXPECT_EQ(result.status == 0, result.out.find("Next step") != std::string::npos);
         if (mode == RootMode::Staged && result.status != 0) {
             ExpectHolds(result.err, ": No space left on device\n");
@@ -161,6 +159,7 @@ void ExpectStatusesOfFullDisk(RootMode mode, const std::set<int>& expected) {
         }
         statuses.insert(result.status);
         Unmount("/var/corvane");
+        Unmount("/srv/disk");
         ASSERT_LT(kilobytes, 400);
     }
     EXPECT_EQ(statuses, expected);
@@ -170,7 +169,14 @@ TEST(RootFaults, ReportsFullInstallDirectory) {
     HX_REQUIRE_THROWAWAY_ROOT();
     HX_EXPECT_SCENARIO([] {
         ExpectStatusesOfFullDisk(RootMode::Staged, {0, 2});
-        ExpectStatusesOfFullDisk(RootMode::InPlace, {0, 1, 2});
+        ExpectStatusesOfFullDisk(RootMode::InPlace, {0, 1});
+        // A disk that is full before.
+        LayOutRootSetup();
+        std::filesystem::create_directory("/var/corvane");
+        ASSERT_EQ(mount("tmpfs", "/var/corvane", "tmpfs", 0, "mode=775,size=16k"), 0);
+        const auto result = RunRootSetup({"--yes"});
+        EXPECT_EQ(result.status, 65);
+        ExpectHolds(result.err, "not enough space in directory \"/var/corvane\": ");
     });
 }
 

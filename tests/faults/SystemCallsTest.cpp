@@ -24,6 +24,8 @@ const std::map<std::string, const char*> errors = {
 // What the install directory contains afterwards.
 enum class Created { Everything, OneThread, QChemAndSubmission, PartOfIt, Nothing };
 
+const std::string cannotUseProduct = "cv_install: cannot use file of the product \"/tmp/product/";
+
 struct Outcome {
     const char* call;  // a pattern of Describe
     int status;
@@ -43,9 +45,13 @@ const std::vector<Outcome> outcomes = {
      Created::Everything},
     {R"re(^openat.*"/proc/cpuinfo")re", 0, "  Error, can't open /proc/cpuinfo to read.\n",
      Created::OneThread},
-    {R"re(^newfstatat\([^"]*"/tmp")re", 0,
+    {R"re(^newfstatat\([^"]*"/tmp", )re", 0,
      "Warning\n    " + ScratchNotAccessible("Permission denied"), Created::Everything},
     {R"re(^access\("/tmp", W_OK)re", 0, "Warning\n    " + scratchNotWritable, Created::Everything},
+    {R"re(^access\("/tmp/product(/[^"]*)?", W_OK\|X_OK)re", 65,
+     "cv_install: cannot write to directory \"/tmp/product", Created::Nothing},
+    {R"re(^openat.*"/tmp/product/.*O_NONBLOCK)re", 65, cannotUseProduct, Created::Nothing},
+    {R"re(^read\(\d+</tmp/product/.*, 1\))re", 65, cannotUseProduct, Created::Nothing},
     {R"re(^access\("/tmp/product", W_OK)re", 8, NotWritable("/tmp/product"), Created::Nothing},
 
     // The commit script.

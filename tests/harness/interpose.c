@@ -22,6 +22,7 @@
 #include <string.h>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <sys/statfs.h>
 #include <sys/syscall.h>
 #include <sys/types.h>
 #include <unistd.h>
@@ -104,6 +105,10 @@ int chmod(const char* path, mode_t mode) {
 
 int mkdir(const char* path, mode_t mode) {
     return FAILS("mkdir") ? -1 : REAL(mkdir)(path, mode);
+}
+
+int statfs(const char* path, struct statfs* found) {
+    return FAILS("statfs") ? -1 : REAL(statfs)(path, found);
 }
 
 int flock(int descriptor, int operation) {

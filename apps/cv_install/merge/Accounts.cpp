@@ -174,8 +174,8 @@ Failure Compare(const Database& database, const LiveRows& atStaging, int stagedE
     return {};
 }
 
-// Fails only if the file is unreadable. Without the group, `found` stays as it is.
-Failure FindLocalMembers(const std::string& group, Words& found) {
+// Fails only if the file is unreadable. Without the group, `found` stays empty.
+Failure FindLocalMembers(const std::string& group, std::optional<Words>& found) {
     Records live;
     Failure failure = LoadLive(groups, live);
     for (const Words& record : live) {
@@ -185,11 +185,10 @@ Failure FindLocalMembers(const std::string& group, Words& found) {
     return failure;
 }
 
-// The members that /etc/group lists; empty if it cannot be read.
+// The members that /etc/group lists; empty if it has no such group.
 std::optional<Words> ListedMembers(const std::string& group) {
-    Words members;
-    if (FindLocalMembers(group, members))
-        return {};
+    std::optional<Words> members;
+    FindLocalMembers(group, members);
     return members;
 }
 
@@ -289,9 +288,10 @@ Failure ChangeMember(const MemberDifference& member, Undo& undo) {
 
 Failure FindMemberDifferences(const std::string& group, const MemberChanges& changes,
                               std::vector<MemberDifference>& members) {
-    Words present;
-    if (Failure failure = FindLocalMembers(group, present))
+    std::optional<Words> listed;
+    if (Failure failure = FindLocalMembers(group, listed))
         return failure;
+    const Words present = listed.value_or(Words());
     for (const QString& name : changes.joining) {
         if (!Contains(present, name.toStdString()))
             members.push_back({Change::Create, name.toStdString(), group});
@@ -337,4 +337,14 @@ Failure ApplyAccounts(const Differences& differences, Undo& undo) {
             return failure;
     }
     return ApplyMembers(differences.members, undo);
+}
+
+std::optional<QStringList> LocalMembers(const std::string& group) {
+    const std::optional<Words> members = ListedMembers(group);
+    if (!members)
+        return {};
+    QStringList names;
+    for (const std::string& member : *members)
+        names.append(Text(member));
+    return names;
 }

@@ -2,6 +2,8 @@
 // members of the service group.
 #pragma once
 
+#include <optional>
+
 #include "Problem.h"
 #include "installation/Difference.h"
 #include "installation/LiveRows.h"
@@ -24,3 +26,6 @@ Failure ApplyMembers(const std::vector<MemberDifference>& members, Undo& undo);
 // The changes of members that /etc/group has not.
 Failure FindMemberDifferences(const std::string& group, const MemberChanges& changes,
                               std::vector<MemberDifference>& members);
+
+// The members of a group that /etc/group lists; empty if it does not list the group.
+std::optional<QStringList> LocalMembers(const std::string& group);

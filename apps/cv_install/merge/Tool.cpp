@@ -28,15 +28,12 @@ constexpr seconds longestEnd(5);
 // which the terminal's signals do not reach and which ends with it.
 class SpawnSettings {
 public:
-    // `errors` is the descriptor that becomes stderr, or -1.
-    explicit SpawnSettings(int errors) {
+    // The descriptors that become stdout and stderr, or -1.
+    SpawnSettings(int output, int errors) {
         posix_spawn_file_actions_init(&m_actions);
         posix_spawn_file_actions_addopen(&m_actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-        posix_spawn_file_actions_addopen(&m_actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
-        if (errors == -1)
-            posix_spawn_file_actions_addopen(&m_actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
-        else
-            posix_spawn_file_actions_adddup2(&m_actions, errors, STDERR_FILENO);
+        Redirect(STDOUT_FILENO, output);
+        Redirect(STDERR_FILENO, errors);
         sigset_t set;
         posix_spawnattr_init(&m_attributes);
         posix_spawnattr_setflags(
@@ -58,18 +55,25 @@ public:
     const posix_spawnattr_t* Attributes() const { return &m_attributes; }
 
 private:
+    void Redirect(int stream, int to) {
+        if (to == -1)
+            posix_spawn_file_actions_addopen(&m_actions, stream, "/dev/null", O_WRONLY, 0);
+        else
+            posix_spawn_file_actions_adddup2(&m_actions, to, stream);
+    }
+
     posix_spawn_file_actions_t m_actions = {};
     posix_spawnattr_t m_attributes = {};
 };
 
 // Returns 0 and sets `process`, or returns the error number.
-int Spawn(const std::vector<std::string>& command, int errors, pid_t& process) {
+int Spawn(const std::vector<std::string>& command, int output, int errors, pid_t& process) {
     std::vector<char*> arguments;
     arguments.reserve(command.size() + 1);
     for (const std::string& word : command)
         arguments.push_back(const_cast<char*>(word.c_str()));
     arguments.push_back(nullptr);
-    const SpawnSettings settings(errors);
+    const SpawnSettings settings(output, errors);
     return posix_spawnp(&process, arguments[0], settings.Actions(), settings.Attributes(),
                         arguments.data(), environ);
 }
@@ -109,18 +113,18 @@ QString ReadMessages(int file) {
     return lines.split(u'\n', Qt::SkipEmptyParts).join(QStringLiteral("; "));
 }
 
-}  // namespace
-
-std::optional<QString> RunTool(const std::vector<std::string>& command, Messages messages) {
+// As RunTool, with stdout to `output` unless that is -1.
+std::optional<QString> RunWithin(const std::vector<std::string>& command, Messages messages,
+                                 int output, seconds longest) {
     // A file in memory, because background processes of the tool can keep a pipe open.
     const Descriptor errors(messages == Messages::Shown ? memfd_create("errors", MFD_CLOEXEC) : -1);
     pid_t process = 0;
-    if (const int error = Spawn(command, errors.Number(), process))
+    if (const int error = Spawn(command, output, errors.Number(), process))
         return QString::fromUtf8(std::strerror(error));
-    const std::optional<int> status = WaitForEnd(process, longestRun);
+    const std::optional<int> status = WaitForEnd(process, longest);
     if (!status) {
         End(process);
-        return QStringLiteral("the process did not end within %1 seconds").arg(longestRun.count());
+        return QStringLiteral("the process did not end within %1 seconds").arg(longest.count());
     }
     if (*status == 0)
         return {};
@@ -129,4 +133,22 @@ std::optional<QString> RunTool(const std::vector<std::string>& command, Messages
         return text;
     return WIFSIGNALED(*status) ? QString::fromUtf8(strsignal(WTERMSIG(*status)))
                                 : QStringLiteral("exit status %1").arg(WEXITSTATUS(*status));
+}
+
+}  // namespace
+
+std::optional<QString> RunTool(const std::vector<std::string>& command, Messages messages) {
+    return RunWithin(command, messages, -1, longestRun);
+}
+
+ToolOutput ReadTool(const std::vector<std::string>& command, seconds longest) {
+    constexpr qsizetype mostBytes = 1 << 20;
+    const Descriptor output(memfd_create("output", MFD_CLOEXEC));
+    ToolOutput result;
+    result.failure = RunWithin(command, Messages::Shown, output.Number(), longest);
+    result.text.resize(mostBytes);
+    const ssize_t length =
+        pread(output.Number(), result.text.data(), static_cast<size_t>(mostBytes), 0);
+    result.text.truncate(length > 0 ? length : 0);
+    return result;
 }

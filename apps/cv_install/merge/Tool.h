@@ -1,7 +1,9 @@
-// Runs the tools that a merge needs.
+// Runs the tools that a setup as root needs.
 #pragma once
 
+#include <QByteArray>
 #include <QString>
+#include <chrono>
 #include <optional>
 #include <string>
 #include <vector>
@@ -12,3 +14,11 @@ enum class Messages { Shown, Discarded };
 // seconds. Returns empty if it ends with status 0, and the reason otherwise, with what it printed
 // on stderr if messages are shown.
 std::optional<QString> RunTool(const std::vector<std::string>& command, Messages messages);
+
+struct ToolOutput {
+    std::optional<QString> failure;  // as of RunTool
+    QByteArray text;                 // from stdout; at most 1 MB
+};
+
+// Runs a program for at most `longest` and returns what it printed.
+ToolOutput ReadTool(const std::vector<std::string>& command, std::chrono::seconds longest);

@@ -50,8 +50,6 @@ QString LinkOutcome(const QString& link, const QString& target) {
     struct stat entry = {};
     if (lstat(link.toUtf8().constData(), &entry) != 0)
         return QStringLiteral("create");
-    if (!S_ISLNK(entry.st_mode))
-        return QStringLiteral("not a symbolic link; the setup will fail here, move it away first");
     std::array<char, 4096> text = {};
     const ssize_t length = readlink(link.toUtf8().constData(), text.data(), text.size());
     const QString present = QString::fromUtf8(text.data(), length > 0 ? length : 0);

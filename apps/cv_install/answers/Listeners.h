@@ -1,0 +1,29 @@
+// Which TCP ports other processes of the machine listen at.
+#pragma once
+
+#include <sys/types.h>
+
+#include <string>
+#include <vector>
+
+struct Listener {
+    bool isAnyAddress = false;
+    std::string address;  // as inet_ntop writes it
+    int port = 0;
+    std::string inode;  // of the socket
+};
+
+// The sockets in the text of /proc/net/tcp or /proc/net/tcp6 that listen.
+std::vector<Listener> ParseListeners(const std::string& text);
+
+// True if a process cannot listen at an address and a port because of this listener.
+bool IsInTheWay(const Listener& listener, const std::string& address, int port);
+
+// True for the text of /proc/PID/cgroup of a process of the compute service, also of an earlier
+// version's.
+bool IsOfComputeService(const std::string& cgroups);
+
+// Finds out who listens where a service could not. Empty if nobody does, or only the compute
+// service or a process of `serviceUser`; otherwise the number and name of the process, such as
+// "process 4711 (nginx)", or "another process" if it is unknown.
+std::string FindPortHolder(const std::string& address, int port, uid_t serviceUser);
