@@ -2,21 +2,24 @@
 
 namespace {
 
+template <class Value>
+AnswerValue ReadAs(QDataStream& stream) {
+    Value value = {};
+    stream >> value;
+    return value;
+}
+
 // The index of a value's alternative decides which one is read.
 AnswerValue ReadValue(QDataStream& stream, quint8 index) {
-    const auto read = [&]<typename Value>(Value value) -> AnswerValue {
-        stream >> value;
-        return value;
-    };
     switch (index) {
         case 0:
-            return read(bool());
+            return ReadAs<bool>(stream);
         case 1:
-            return read(int());
+            return ReadAs<int>(stream);
         case 2:
-            return read(QString());
+            return ReadAs<QString>(stream);
         default:
-            return read(QStringList());
+            return ReadAs<QStringList>(stream);
     }
 }
 

@@ -41,10 +41,11 @@ public:
 
     // For paths that were typed since.
     void ExpandHomes(CInstallBase& run) const {
-        for (size_t i = 0; i < m_texts.size(); ++i) {
-            QString& path = run.*Fields()[i];
+        const auto fields = Fields();
+        for (size_t i = 0; i < fields.size(); ++i) {
+            QString& path = run.*fields[i];
             const QString typed = path;
-            if (path != m_texts[i] && IsPath(Fields()[i]))
+            if (path != m_texts[i] && IsPath(fields[i]))
                 path = ExpandHome(path);
             if (path != typed)
                 std::printf("\"%s\" is \"%s\".\n", qUtf8Printable(typed), qUtf8Printable(path));

@@ -46,7 +46,7 @@ std::optional<AnswerValue> AskForValue(const AnswerRow& row) {
         const QString text = ExpandHome(ReadLine(label + QStringLiteral(": ")));
         if (text.isEmpty())
             return {};
-        const std::optional<AnswerValue> value = ValueFromText(row, text);
+        std::optional<AnswerValue> value = ValueFromText(row, text);
         const QString reason =
             value ? ReasonAgainst(row, *value) : QStringLiteral("it is not valid here");
         if (value && reason.isEmpty())

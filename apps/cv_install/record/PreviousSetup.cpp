@@ -277,7 +277,7 @@ void OfferLimits(const Answers& answers, CInstallBase& run) {
 }  // namespace
 
 Failure ReadPreviousSetup(const CInstallBase& run, int tree, PreviousSetup& previous) {
-    const Failure damaged = ReadRecord(run.m_installDir, previous);
+    Failure damaged = ReadRecord(run.m_installDir, previous);
     if (tree != -1) {
         if (previous.source == PreviousSetup::Source::None)
             ReadRunScriptOf(tree, previous);

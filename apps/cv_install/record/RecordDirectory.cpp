@@ -132,8 +132,9 @@ RecordDirectory::~RecordDirectory() {
     for (const Name& file : m_prepared)
         unlinkat(file.directory, (file.name + newSuffix).c_str(), 0);
     // Fails for a directory with a file.
-    for (auto directory = m_created.rbegin(); directory != m_created.rend(); ++directory)
-        unlinkat(directory->directory, directory->name.c_str(), AT_REMOVEDIR);
+    std::for_each(m_created.rbegin(), m_created.rend(), [](const Name& directory) {
+        unlinkat(directory.directory, directory.name.c_str(), AT_REMOVEDIR);
+    });
 }
 
 QString RecordDirectory::PathOf(Item item) const {
