@@ -142,13 +142,13 @@ std::optional<QString> RunTool(const std::vector<std::string>& command, Messages
 }
 
 ToolOutput ReadTool(const std::vector<std::string>& command, seconds longest) {
-    constexpr qsizetype mostBytes = 1 << 20;
+    constexpr qsizetype longestOutput = 1 << 20;
     const Descriptor output(memfd_create("output", MFD_CLOEXEC));
     ToolOutput result;
     result.failure = RunWithin(command, Messages::Shown, output.Number(), longest);
-    result.text.resize(mostBytes);
+    result.text.resize(longestOutput);
     const ssize_t length =
-        pread(output.Number(), result.text.data(), static_cast<size_t>(mostBytes), 0);
+        pread(output.Number(), result.text.data(), static_cast<size_t>(longestOutput), 0);
     result.text.truncate(length > 0 ? length : 0);
     return result;
 }
