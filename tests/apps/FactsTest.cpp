@@ -236,6 +236,17 @@ TEST(Facts, OfSchedulerAreItsAnswer) {
         EXPECT_FALSE(facts.scheduler->knownQueues);
         EXPECT_EQ(facts.scheduler->reason, QStringLiteral("no controller"));
 
+        run->m_scheduler = QStringLiteral("TORQUE");
+        run->m_queueName = QStringLiteral("batch");
+        run->m_qsubCmd = run->m_qdelCmd = QStringLiteral("/srv/sbatch");
+        run->m_qsigCmd = QStringLiteral("/srv/qsig");
+        Shell("printf '#!/bin/sh\\necho \"Queue: $*\"\\n' > /srv/qstat; chmod 755 /srv/qstat");
+        facts = Facts(*run);
+        ASSERT_EQ(facts.scheduler->missingCommands.size(), 1U);
+        EXPECT_FALSE(facts.scheduler->missingCommands[0].isNeeded);
+        EXPECT_EQ(facts.scheduler->knownQueues, QStringList("-Q -f"));
+
+        run->m_scheduler = QStringLiteral("SLURM");
         Shell("printf '#!/bin/sh\\ntouch /pwned\\n' > /srv/sinfo; chown ann /srv/sinfo");
         EXPECT_TRUE(Facts(*run).scheduler->reason.startsWith(
             QStringLiteral("root does not run \"/srv/sinfo\": others could replace it")));

@@ -141,10 +141,11 @@ TEST_F(SlurmClusterSetup, FailsRollOutWhenNodeFails) {
     RenewNodes();
     Cluster().OnNode("n2", "echo of another package > /usr/bin/corvane26");
     const auto result = Machine().Shell(rollOut);
-    EXPECT_EQ(result.status, 1) << result.out << result.err;
-    EXPECT_NE(result.out.find("1: Error, creating /usr/bin/corvane26 symbolic link\n"),
-              std::string::npos)
-        << result.out;
+    EXPECT_EQ(result.status, 65) << result.out << result.err;
+    EXPECT_NE(
+        result.err.find("1: cv_install: \"/usr/bin/corvane26\" is in the way of a symbolic link\n"),
+        std::string::npos)
+        << result.err;
     EXPECT_EQ(Cluster().OnNode("n2", "cat /usr/bin/corvane26"), "of another package");
     for (const char* node : {"n1", "n3"})
         EXPECT_EQ(Cluster().OnNode(node, "corvane26 --printenv CORV_CLUSTER_NODE"), "YES");

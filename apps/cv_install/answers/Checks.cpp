@@ -140,9 +140,10 @@ void CheckScheduler(const MachineFacts& facts, Findings& findings) {
         return;
     const MachineFacts::Scheduler& scheduler = *facts.scheduler;
     for (const MachineFacts::Command& command : scheduler.missingCommands) {
-        AddError(findings, QStringLiteral("cannot execute command \"%1\"").arg(command.path),
-                 QStringLiteral("Install the commands of %1, or specify the path with --%2.")
-                     .arg(scheduler.label, command.name));
+        const auto add = command.isNeeded ? AddError : AddWarning;
+        add(findings, QStringLiteral("cannot execute command \"%1\"").arg(command.path),
+            QStringLiteral("Install the commands of %1, or specify the path with --%2.")
+                .arg(scheduler.label, command.name));
     }
     if (scheduler.queue.isEmpty())
         return;

@@ -46,6 +46,7 @@ struct MachineFacts {
     struct Command {
         QString name;  // also of its option
         QString path;
+        bool isNeeded = true;
     };
     // The scheduler of an external queue.
     struct Scheduler {

@@ -281,11 +281,16 @@ void AddScheduler(const CInstallBase& run, MachineFacts& facts) {
     MachineFacts::Scheduler& found = facts.scheduler.emplace();
     found.label = QLatin1String(scheduler->label);
     found.setting = QLatin1String(scheduler->queueSetting);
+    bool isComplete = true;
     for (const hx::SchedulerCommand& command : scheduler->commands) {
-        if (!CanExecute(run.*command.path))
-            found.missingCommands.push_back({QLatin1String(command.name), run.*command.path});
+        if (CanExecute(run.*command.path))
+            continue;
+        // Not every scheduler with Torque's commands can send signals to jobs.
+        const bool isNeeded = command.path != &CInstallBase::m_qsigCmd;
+        found.missingCommands.push_back({QLatin1String(command.name), run.*command.path, isNeeded});
+        isComplete = isComplete && !isNeeded;
     }
-    if (!found.missingCommands.empty())
+    if (!isComplete)
         return;
     found.queue = run.*scheduler->queue;
     if (!found.queue.isEmpty())
