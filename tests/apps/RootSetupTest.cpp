@@ -61,6 +61,7 @@ TEST(RootSetup, ShowsPlanWithoutScriptOutput) {
         ExpectParts(
             out,
             {"\nValues in use:\n", "  Service account:   corvsrvc:corvsrvc\n",
+             "  Listeners:         HTTP on all addresses, port 8080 (not encrypted)\n",
              "  Accounts     create group corvsrvc (GID ",
              "               create user corvsrvc (UID ", "  Directories  create /var/corvane, ",
              "  Services     start corvane26_service.service\n", summaryWithFailedService});
@@ -218,6 +219,8 @@ TEST(RootSetup, AppliesConfirmedPlanAndShowsPlanOfUpgrade) {
         Shell("useradd --create-home ann; useradd --create-home bob");
         const auto first = RunRootSetup({}, memberAnswers + "y\nleft over\n");
         ASSERT_EQ(first.status, 0) << first.out << first.err;
+        ExpectParts(first.out, {"  Memory in total:   2 threads x 600 MB = 1200 of ",
+                                "  Scratch in total:  2 threads x 3 GB = 6 GB\n"});
         EXPECT_EQ(Shell("getent group corvsrvc | cut -d: -f4"), "ann,bob");
         EXPECT_EQ(Shell("cat /var/corvane/QueueLimits"),
                   "MaxThreads: 2\nMemoryPerThreadMB: 600\nScratch: /tmp\nDiskPerThreadGB: 3");

@@ -64,6 +64,31 @@ void AddServiceAccount(const CInstallBase& run, const Answers& previous, Values&
                         account == before ? account : With(account, before));
 }
 
+// What the limits of all threads add up to, such as "2 threads x 600 MB = 1200".
+QString SumOf(int threads, int limit, const char* unit) {
+    return QStringLiteral("%1 threads x %2 %3 = %4")
+        .arg(threads)
+        .arg(limit)
+        .arg(QLatin1String(unit))
+        .arg(qint64{threads} * limit);
+}
+
+// Points out that the service can be reached from everywhere without encryption.
+QString ListenersOf(const CInstallBase& run) {
+    QStringList listeners;
+    for (const QString& protocol : run.m_compSrvcAllow.split(u',')) {
+        const bool isHttp = protocol == u"HTTP";
+        const QString& address = isHttp ? run.m_compSrvcHttpAddr : run.m_compSrvcHttpsAddr;
+        const bool isEverywhere = address == u"0.0.0.0" || address == u"::";
+        listeners.append(
+            QStringLiteral("%1 on %2, port %3%4")
+                .arg(protocol, isEverywhere ? QStringLiteral("all addresses") : address)
+                .arg(isHttp ? run.m_compSrvcHttpPort : run.m_compSrvcHttpsPort)
+                .arg(isHttp && isEverywhere ? QStringLiteral(" (not encrypted)") : QString()));
+    }
+    return listeners.join(QStringLiteral("; "));
+}
+
 }  // namespace
 
 std::unique_ptr<CInstallBase> StartRun(Arguments& arguments, const Answers& file,
@@ -109,8 +134,15 @@ std::vector<std::pair<QString, QString>> ValuesOf(const CInstallBase& run,
     for (const AnswerId id : {AnswerId::JobLimit, AnswerId::MemoryLimit, AnswerId::ScratchDirectory,
                               AnswerId::ScratchLimit})
         values.emplace_back(QLatin1String(RowOf(id).label), TextOf(run, previous, id));
+    values.emplace_back(QStringLiteral("Memory in total"),
+                        SumOf(run.m_jobLimit, run.m_memoryLimitMB, "MB") +
+                            QStringLiteral(" of %1 MB").arg(run.m_ramMB));
+    values.emplace_back(QStringLiteral("Scratch in total"),
+                        SumOf(run.m_jobLimit, run.m_scratchLimitGB, "GB") + QStringLiteral(" GB"));
     AddQueue(run, previous, values);
     AddServiceAccount(run, previous, values);
+    if (IsRootSetup(run) && !run.m_clusterNode)
+        values.emplace_back(QStringLiteral("Listeners"), ListenersOf(run));
     for (const AnswerRow& row : AnswerRows()) {
         if (row.id >= AnswerId::ClusterNode && row.read != nullptr &&
             Differs(run, previous, row.id))
