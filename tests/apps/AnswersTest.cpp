@@ -13,6 +13,7 @@
 #include "answers/Arguments.h"
 #include "answers/Conversation.h"
 #include "answers/StartRun.h"
+#include "apps/Leaks.h"
 #include "apps/UserSetup.h"
 #include "harness/Expect.h"
 #include "harness/TempDir.h"
@@ -57,6 +58,7 @@ public:
     char** argv() { return m_argv.data(); }
 
 private:
+    const IgnoredLeaks m_ignored;
     std::vector<std::string> m_words;
     std::vector<char*> m_argv;
 };

@@ -9,3 +9,23 @@
 inline std::string LeakOptions(const std::string& suppressions) {
     return "print_suppressions=0:fast_unwind_on_malloc=0:suppressions=" + suppressions;
 }
+
+// Empty without a leak checker.
+extern "C" __attribute__((weak)) void __lsan_disable();
+extern "C" __attribute__((weak)) void __lsan_enable();
+
+// Runs of the library in the process of the tests leave its records, which live until the process
+// ends. While the object exists, they are no leaks of the children that later tests fork.
+class IgnoredLeaks {
+public:
+    IgnoredLeaks() {
+        if (__lsan_disable != nullptr)
+            __lsan_disable();
+    }
+    ~IgnoredLeaks() {
+        if (__lsan_enable != nullptr)
+            __lsan_enable();
+    }
+    IgnoredLeaks(const IgnoredLeaks&) = delete;
+    IgnoredLeaks& operator=(const IgnoredLeaks&) = delete;
+};

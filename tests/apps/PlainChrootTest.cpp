@@ -87,7 +87,7 @@ TEST(PlainChroot, IsSetUpInPlaceWithoutMounts) {
         EXPECT_EQ(ReadFile("/proc/self/mountinfo"), mounts);
 
         const auto dry = RunInPlainRoot(setupInRoot + " --dry-run");
-        EXPECT_EQ(dry.status, 1) << dry.out;
+        EXPECT_EQ(dry.status, 67) << dry.out;
         ExpectHolds(dry.err, "cv_install: cannot find out what a setup would change: ");
         EXPECT_EQ(ReadFile("/proc/self/mountinfo"), mounts);
     });

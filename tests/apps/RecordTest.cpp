@@ -173,17 +173,29 @@ TEST(RecordDirectory, RefusesWhatOthersControl) {
 }
 
 // Becomes a user with this home directory; the process ends as that user.
-void BecomeUser(const std::string& home) {
-    Shell("useradd -M -u 4321 -d " + home + " dora; mkdir -p /home/dora; chown dora /home/dora");
-    unsetenv("XDG_STATE_HOME");
-    EXPECT_EQ(setresgid(4321, 4321, 4321), 0);
-    EXPECT_EQ(setresuid(4321, 4321, 4321), 0);
-}
+// This process is a user's. It becomes root's again, because the leak checker reads a file at the
+// end.
+class AsUser {
+public:
+    explicit AsUser(const std::string& home) {
+        Shell("useradd -M -u 4321 -d " + home +
+              " dora; mkdir -p /home/dora; chown dora /home/dora");
+        unsetenv("XDG_STATE_HOME");
+        EXPECT_EQ(setresgid(4321, 4321, 0), 0);
+        EXPECT_EQ(setresuid(4321, 4321, 0), 0);
+    }
+    ~AsUser() {
+        EXPECT_EQ(setresuid(0, 0, 0), 0);
+        EXPECT_EQ(setresgid(0, 0, 0), 0);
+    }
+    AsUser(const AsUser&) = delete;
+    AsUser& operator=(const AsUser&) = delete;
+};
 
 TEST(RecordDirectory, IsBelowTheUsersOwnHome) {
     HX_REQUIRE_THROWAWAY_ROOT();
     HX_EXPECT_SCENARIO([] {
-        BecomeUser("/home/dora");
+        const AsUser user("/home/dora");
         setenv("HOME", "/root", 1);
         EXPECT_FALSE(Write());
         const std::string record = "/home/dora/.local/state/corvane26/var-corvane";
@@ -205,7 +217,7 @@ TEST(RecordDirectory, IsBelowTheUsersOwnHome) {
 TEST(RecordDirectory, IsMissingWithoutHomeDirectory) {
     HX_REQUIRE_THROWAWAY_ROOT();
     HX_EXPECT_SCENARIO([] {
-        BecomeUser("/nonexistent");
+        const AsUser user("/nonexistent");
         EXPECT_FALSE(Write());
         RecordDirectory directory(shared);
         EXPECT_FALSE(directory.Create());

@@ -165,7 +165,7 @@ TEST(RootSetup, ShowsScriptWhileItAsksInPlace) {
     HX_REQUIRE_THROWAWAY_ROOT();
     HX_EXPECT_SCENARIO([] {
         LayOutRootSetup();
-        Shell("mount -t tmpfs -o mode=1777 tmpfs /tmp");
+        Shell("mount -t tmpfs -o mode=1777 tmpfs /tmp; mkdir -p \"${TMPDIR:-/tmp}\"");
         const std::string before = Shell(state);
         const auto result = hx_test::Run(
             {"bash", "-c",

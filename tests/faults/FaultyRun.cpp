@@ -12,6 +12,7 @@ const std::vector<std::string> createdNames = {
 void ClearSetup(const UserSetup& setup) {
     for (const auto& name : createdNames)
         fs::remove_all(setup.Outside(name));
+    fs::remove_all(setup.Root() + "/state");
     for (const auto& entry : fs::directory_iterator(setup.Root())) {
         if (entry.path().filename().string().starts_with("corvane26_"))
             fs::remove(entry.path());

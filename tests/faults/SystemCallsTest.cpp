@@ -63,6 +63,14 @@ const std::vector<Outcome> outcomes = {
     {R"re(^read\(\d+</tmp/corvane26_commit_.*, 16384\))re", 5, noScript,
      Created::QChemAndSubmission},
 
+    // The record of the previous setup, which does not exist, then that of this setup.
+    {R"re(^openat.*"/tmp/state", .* instead of -1 ENOENT)re", 68,
+     "cv_install: cannot use record \"/tmp/state", Created::Nothing},
+    {R"re(^openat\(\d+</tmp/product>, "(corvane26|QueueLimits)", .* instead of -1 ENOENT)re", 0, "",
+     Created::Everything},
+    {R"re(^\w+\(.*/tmp/state[/>"])re", 0, "cv_install: warning: cannot write record \"/tmp/state",
+     Created::Everything},
+
     // The files that cv_install writes itself.
     {R"re(^access\("/tmp", F_OK)re", 2, errorText + "Unable to mkdir \"/tmp\"\n    File exists\n",
      Created::Nothing},

@@ -45,11 +45,9 @@ constexpr const char* rollOut =
     "srun --nodes=3 --ntasks-per-node=1 --exclusive --label "
     "/opt/corvane26/cv_install --setup --cluster-node";
 constexpr const char* slurmSetup = "/opt/corvane26/cv_install --setup --yes -p chem";
+constexpr const char* torqueSetup = "/opt/corvane26/cv_install --setup --yes -q chem";
 constexpr const char* answeredSlurmSetup =
     "printf '%s\\n' '' '' '' '' 2 2 chem /usr/bin/sbatch '' '' y | "
-    "/opt/corvane26/cv_install --setup";
-constexpr const char* torqueSetup =
-    "printf '%s\\n' '' '' '' '' 2 1 chem /usr/bin/qsub '' '' '' y | "
     "/opt/corvane26/cv_install --setup";
 constexpr const char* slurmCheck =
     "\"$(corvane26 --printenv CORV_SBATCH_CMD)\" "
@@ -209,7 +207,7 @@ TEST_F(SlurmClusterSetup, CancelsJobWithSlurmCommand) {
 
 TEST_F(SlurmClusterSetup, SubmitsAndDeletesWithTorqueCommands) {
     RollOut();
-    SetUpHead(torqueSetup);
+    SetUpHead((std::string(torqueSetup) + " --qsub /usr/bin/qsub").c_str());
     ExpectExported({{"SCHEDULER", "TORQUE"},
                     {"QUEUE_NAME", "chem"},
                     {"QDEL_CMD", "/usr/bin/qdel"},
@@ -221,8 +219,8 @@ TEST_F(SlurmClusterSetup, SubmitsAndDeletesWithTorqueCommands) {
 
 TEST(ClusterManual, ShowsTestedCommands) {
     const std::string page = hx_test::ReadFile(HX_DOCS "/cluster.md");
-    for (const std::string command : {serviceGroup, serviceUser, rollOut, slurmSetup,
-                                      answeredSlurmSetup, torqueSetup, slurmCheck})
+    for (const std::string command :
+         {serviceGroup, serviceUser, rollOut, slurmSetup, torqueSetup, slurmCheck})
         EXPECT_NE(page.find("    " + command + "\n"), std::string::npos) << command;
 }
 

@@ -90,7 +90,7 @@ std::string DescribeHolder(const std::string& inode, uid_t serviceUser) {
             (stat(at->path().c_str(), &process) == 0 && process.st_uid == serviceUser))
             return {};
         std::string name = ReadProcFile(at->path() / "comm");
-        name = name.substr(0, name.find('\n'));
+        name.resize(std::min(name.size(), name.find('\n')));
         return "process " + number + " (" + name + ")";
     }
     return "another process";
