@@ -2,15 +2,15 @@
 
 #include <fcntl.h>
 
+#include "Console.h"
+#include "Outcome.h"
 #include "answers/AnswersFile.h"
 #include "answers/Checks.h"
 #include "answers/Conversation.h"
 #include "answers/Facts.h"
 #include "answers/Members.h"
 #include "answers/StartRun.h"
-#include "apply/Console.h"
 #include "apply/Interruption.h"
-#include "apply/Outcome.h"
 #include "apply/RunTimeFiles.h"
 #include "apply/ScriptRun.h"
 #include "apply/SetupLog.h"

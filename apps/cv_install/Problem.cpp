@@ -2,7 +2,7 @@
 
 #include <cstdio>
 
-#include "apply/Outcome.h"
+#include "Outcome.h"
 
 namespace {
 

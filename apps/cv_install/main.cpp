@@ -3,21 +3,21 @@
 
 #include <cstring>
 
+#include "Console.h"
 #include "InPlace.h"
+#include "Outcome.h"
+#include "OutputFile.h"
 #include "Problem.h"
 #include "RootSetup.h"
 #include "answers/AnswersFile.h"
 #include "answers/Arguments.h"
 #include "answers/Usage.h"
-#include "apply/Console.h"
 #include "apply/Interruption.h"
-#include "apply/Outcome.h"
 #include "apply/ProcessState.h"
 #include "apply/SetupLog.h"
 #include "installation/SetupLock.h"
 #include "installation/TreeCheck.h"
 #include "report/JsonReport.h"
-#include "report/OutputFile.h"
 
 namespace {
 

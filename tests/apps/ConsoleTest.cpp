@@ -4,7 +4,7 @@
 #include <array>
 #include <cstdio>
 
-#include "apply/Console.h"
+#include "Console.h"
 #include "harness/Child.h"
 #include "support/HXfgets.h"
 

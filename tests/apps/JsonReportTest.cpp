@@ -8,10 +8,10 @@
 #include <array>
 #include <csignal>
 
-#include "apply/Console.h"
+#include "Console.h"
+#include "OutputFile.h"
 #include "apps/JsonSchema.h"
 #include "harness/Child.h"
-#include "report/OutputFile.h"
 #include "setuprun/CInstallBase.h"
 
 namespace {

@@ -15,10 +15,10 @@
 #include <optional>
 #include <sstream>
 
+#include "OutputFile.h"
 #include "answers/NearestWord.h"
 #include "installation/State.h"
 #include "installation/TimeLimit.h"
-#include "report/OutputFile.h"
 
 namespace {
 

@@ -11,10 +11,10 @@
 #include <optional>
 #include <vector>
 
+#include "Console.h"
 #include "answers/HomePath.h"
 #include "answers/Review.h"
 #include "answers/ValueGuard.h"
-#include "apply/Console.h"
 #include "installation/SetupRun.h"
 #include "setuprun/Schedulers.h"
 #include "support/HXfgets.h"

@@ -5,11 +5,11 @@
 #include <optional>
 #include <vector>
 
+#include "Console.h"
 #include "answers/Conversation.h"
 #include "answers/HomePath.h"
 #include "answers/Members.h"
 #include "answers/ValueGuard.h"
-#include "apply/Console.h"
 #include "support/HXfgets.h"
 
 namespace {

@@ -9,7 +9,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "apply/Outcome.h"
+#include "Outcome.h"
 #include "apply/SetupLog.h"
 #include "installation/SignalsHandled.h"
 

@@ -14,9 +14,9 @@
 #include <cstdio>
 #include <cstring>
 
-#include "apply/Console.h"
+#include "Console.h"
+#include "Outcome.h"
 #include "apply/Interruption.h"
-#include "apply/Outcome.h"
 #include "apply/Progress.h"
 #include "apply/SetupLog.h"
 #include "commit/CCommitScript.h"

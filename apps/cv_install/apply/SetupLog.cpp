@@ -12,9 +12,9 @@
 #include <cstring>
 #include <utility>
 
+#include "Console.h"
+#include "Outcome.h"
 #include "Problem.h"
-#include "apply/Console.h"
-#include "apply/Outcome.h"
 #include "installation/Installation.h"
 #include "installation/Owners.h"
 #include "installation/State.h"

@@ -3,7 +3,7 @@
 #include <QStringList>
 #include <algorithm>
 
-#include "apply/Console.h"
+#include "Console.h"
 #include "report/Plan.h"
 #include "report/Report.h"
 

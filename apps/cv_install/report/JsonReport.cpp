@@ -12,12 +12,12 @@
 #include <cstring>
 #include <nlohmann/json.hpp>
 
+#include "Console.h"
+#include "OutputFile.h"
 #include "answers/Usage.h"
-#include "apply/Console.h"
 #include "installation/ChildProcess.h"
 #include "record/RecordText.h"
 #include "report/JsonChanges.h"
-#include "report/OutputFile.h"
 
 namespace {
 

@@ -6,8 +6,8 @@
 #include <QThread>
 #include <cstdio>
 
+#include "Console.h"
 #include "Problem.h"
-#include "apply/Console.h"
 #include "apply/SetupLog.h"
 #include "installation/SetupRun.h"
 #include "setuprun/Schedulers.h"

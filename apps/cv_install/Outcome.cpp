@@ -1,4 +1,4 @@
-#include "apply/Outcome.h"
+#include "Outcome.h"
 
 #include <sys/mman.h>
 #include <sys/socket.h>

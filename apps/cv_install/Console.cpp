@@ -1,4 +1,4 @@
-#include "apply/Console.h"
+#include "Console.h"
 
 #include <unistd.h>
 

@@ -1,4 +1,4 @@
-#include "report/OutputFile.h"
+#include "OutputFile.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
