@@ -10,6 +10,7 @@
 #include "apps/SetupMachine.h"
 #include "apps/TracedSetup.h"
 #include "harness/Effort.h"
+#include "harness/Pattern.h"
 #include "harness/TempDir.h"
 #include "machine/ThrowawayRoot.h"
 
@@ -50,7 +51,10 @@ const FailingTool failingTools[] = {
 };
 
 // A setup whose script fails keeps the script.
-constexpr const char* keptScripts = "ls /tmp/corvane26_commit_*";
+std::string KeptScript(const std::string& output) {
+    const Match found = FirstMatch(output, "    Commit script: (/tmp/corvane26_commit_\\w+)\n");
+    return found.empty() ? std::string() : found[1];
+}
 const std::set<std::string> failureDirectories = {"/run", "/var/log", "/tmp"};
 
 TEST(StagedFailure, LeavesMachineAsItWasWhenToolFails) {
@@ -66,10 +70,8 @@ TEST(StagedFailure, LeavesMachineAsItWasWhenToolFails) {
             const MachineState before = StateOfTouchedPaths();
             const auto result = RunSetup(row.kind);
             EXPECT_EQ(result.status, row.status) << result.out << result.err;
-            const std::string script = Shell(keptScripts);
-            EXPECT_NE(result.err.find("    Commit script: " + script + "\n    Log: "),
-                      std::string::npos)
-                << result.err;
+            const std::string script = KeptScript(result.err);
+            EXPECT_NE(result.err.find(script + "\n    Log: "), std::string::npos) << result.err;
             EXPECT_EQ(Shell("stat -c %a:%u " + script + "; tail -n 1 " + script), "600:0\nexit 0");
             std::filesystem::remove(script);
             EXPECT_EQ(TracesOf(before, failureDirectories), std::vector<std::string>{});
@@ -127,8 +129,7 @@ TEST_P(KilledSetup, LeavesMachineAsItWasBeforeMerge) {
                 EXPECT_NE(result.struckCall, "") << process << ' ' << call;
                 EXPECT_NE(result.status, 0) << result.output;
                 WaitForOtherProcesses();
-                if (static_cast<SetupProcess>(process) == SetupProcess::Script)
-                    Shell(std::string("rm -f $(") + keptScripts + ")");
+                std::filesystem::remove(KeptScript(result.output));
                 EXPECT_EQ(TracesOf(before, failureDirectories), std::vector<std::string>{});
                 if (testing::Test::HasFailure())
                     return std::string("failed");

@@ -158,6 +158,7 @@ std::vector<MachineFacts::Target> FindTargets(const CInstallBase& run, unsigned 
         target.needed += BytesFor(*entry, place, run.m_binariesDir);
     }
     std::vector<MachineFacts::Target> targets;
+    targets.reserve(unwritable.size() + systems.size());
     for (const auto& [directory, error] : unwritable)
         targets.push_back({.path = QString::fromStdString(directory), .error = error});
     for (const auto& [device, target] : systems)

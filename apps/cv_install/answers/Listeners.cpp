@@ -91,7 +91,7 @@ std::string DescribeHolder(const std::string& inode, uid_t serviceUser) {
             return {};
         std::string name = ReadProcFile(at->path() / "comm");
         name.resize(std::min(name.size(), name.find('\n')));
-        return "process " + number + " (" + name + ")";
+        return std::string("process ").append(number).append(" (").append(name).append(")");
     }
     return "another process";
 }
@@ -145,7 +145,7 @@ std::string FindPortHolder(const std::string& address, int port, uid_t serviceUs
         for (const Listener& listener : ParseListeners(ReadProcFile(path))) {
             if (!IsInTheWay(listener, address, port))
                 continue;
-            const std::string holder = DescribeHolder(listener.inode, serviceUser);
+            std::string holder = DescribeHolder(listener.inode, serviceUser);
             if (!holder.empty())
                 return holder;
         }
