@@ -6,6 +6,8 @@
 #include <cstdio>
 #include <string_view>
 
+#include "WriteAll.h"
+
 namespace {
 
 // Printed by CInstallBase::InstallPause.
@@ -21,19 +23,6 @@ bool isLevelSet = false;
 Console::Level currentLevel = Console::Level::Normal;
 Console::Importance currentImportance = Console::Importance::Usual;
 
-// Sets errno when it returns false.
-bool WriteToConsole(int descriptor, std::string_view text) {
-    while (!text.empty()) {
-        const ssize_t written = write(descriptor, text.data(), text.size());
-        if (written < 0 && errno == EINTR)
-            continue;
-        if (written < 0)
-            return false;
-        text.remove_prefix(static_cast<size_t>(written));
-    }
-    return true;
-}
-
 bool IsShown(int console) {
     switch (currentImportance) {
         case Console::Importance::Needed:
@@ -47,7 +36,7 @@ bool IsShown(int console) {
 
 // An error of the console does not keep the text from the copy.
 void Print(int console, std::string_view text) {
-    if (IsShown(console) && !WriteToConsole(console, text) && console == STDOUT_FILENO)
+    if (IsShown(console) && WriteAll(console, text) != 0 && console == STDOUT_FILENO)
         outputError = errno;
     if (copyOutput != nullptr && !text.empty())
         copyOutput(text.data(), text.size());

@@ -16,6 +16,7 @@
 
 #include "answers/Usage.h"
 #include "installation/Owners.h"
+#include "record/RecordText.h"
 
 namespace {
 
@@ -45,11 +46,6 @@ std::string Now() {
     std::array<char, 64> text = {};
     std::strftime(text.data(), text.size(), "%FT%T%z", &fields);
     return text.data();
-}
-
-std::string NameOfHost() {
-    std::array<char, 256> name = {};
-    return gethostname(name.data(), name.size() - 1) == 0 ? name.data() : "unknown host";
 }
 
 QString Caller() {
@@ -115,8 +111,8 @@ void Outcome::Begin(int argc, char** argv) {
     for (int i = 0; i < argc; ++i)
         words.append(Word(argv[i]));
     commandLine = Printable(words.join(u' ')).toStdString();
-    whose = "=== " + Now() + ' ' + NameOfHost() + " cv_install " + HX_VERSION + ", user " +
-            Printable(Caller()).toStdString();
+    whose = "=== " + Now() + ' ' + HostName().toStdString() + " cv_install " + HX_VERSION +
+            ", user " + Printable(Caller()).toStdString();
 }
 
 void Outcome::NoteProblem(const Problem& problem) {

@@ -9,20 +9,11 @@
 #include <cstdio>
 #include <cstring>
 
+#include "WriteAll.h"
+
 namespace {
 
 int reservedOutput = STDOUT_FILENO;
-
-// Returns 0 or errno.
-int WriteText(int descriptor, std::string_view text) {
-    while (!text.empty()) {
-        const ssize_t length = write(descriptor, text.data(), text.size());
-        if (length < 0 && errno != EINTR)
-            return errno;
-        text.remove_prefix(length < 0 ? 0 : static_cast<size_t>(length));
-    }
-    return 0;
-}
 
 // A file in the directory that is removed unless it gets the name of another one.
 class NewFile {
@@ -46,7 +37,7 @@ public:
 
     // Returns 0 or errno.
     int Write(std::string_view text) const {
-        if (const int error = WriteText(m_file.Number(), text))
+        if (const int error = WriteAll(m_file.Number(), text))
             return error;
         return fsync(m_file.Number()) == 0 ? 0 : errno;
     }
@@ -124,7 +115,7 @@ int OutputFile::OpenDirectory() {
 
 int OutputFile::Write(std::string_view text) {
     if (m_open)
-        return WriteText(m_open.Number(), text);
+        return WriteAll(m_open.Number(), text);
     NewFile file(m_directory.Number(), m_name, m_mode);
     int error = file.Error();
     if (error == 0)

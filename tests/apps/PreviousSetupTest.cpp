@@ -160,7 +160,7 @@ TEST(PreviousSetup, RepeatsWhatSomebodyChose) {
         // Members of an existing group may have been changed since.
         Shell("groupadd corvsrvc");
         EXPECT_EQ(Repeated(), chosen);
-        // Somebody wrote another limit to the file.
+        // The file was edited.
         LayOut("", "MaxThreads: 1\nMemoryPerThreadMB: 4000\nScratch: /srv\nDiskPerThreadGB: 9\n");
         Record(RecordedAnswers());
         EXPECT_EQ(Repeated(),

@@ -22,7 +22,7 @@
 
 namespace {
 
-// In a record, the keys of the answers that somebody chose.
+// In a record, the keys of the chosen answers.
 constexpr const char* chosenKey = "chosen";
 
 QString FromToml(std::string_view text) {
@@ -120,7 +120,7 @@ void ParseChosen(const toml::node& node, ParsedAnswers& parsed) {
     }
 }
 
-// In a record, `chosen` decides which answers somebody chose.
+// In a record, `chosen` lists the chosen answers.
 void TakeAsRecord(const toml::table& table, ParsedAnswers& parsed) {
     const Answers file = parsed.answers;
     for (const auto& [id, answer] : file.All())

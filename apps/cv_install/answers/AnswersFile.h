@@ -20,7 +20,7 @@ struct ParsedAnswers {
     std::vector<AnswersFinding> findings;
 };
 
-// Whether the text also lists the answers that somebody chose.
+// Whether the text also lists the chosen answers.
 enum class AnswersForm { File, Record };
 
 // In the form of a file, all answers count as chosen.

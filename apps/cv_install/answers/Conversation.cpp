@@ -352,7 +352,7 @@ Failure AskAll(CInstallBase& run, Answers& answers,
     return failure;
 }
 
-// Sets the limits that nobody chose to the defaults of their questions.
+// Sets the limits that were not chosen to the defaults of their questions.
 void MeasureLimits(CInstallBase& run, const Answers& answers) {
     struct Limit {
         AnswerId id;

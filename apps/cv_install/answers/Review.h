@@ -10,7 +10,7 @@
 // What other answers need after a change.
 struct ReviewSteps {
     std::function<Failure()> askForQueue;  // the queue, its name and its commands
-    std::function<void()> measureLimits;   // the memory and scratch limits that nobody chose
+    std::function<void()> measureLimits;   // the memory and scratch limits that were not chosen
     std::function<void(const QString&)> scratchChosen;
 };
 

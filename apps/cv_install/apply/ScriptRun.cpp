@@ -16,6 +16,7 @@
 
 #include "Console.h"
 #include "Outcome.h"
+#include "WriteAll.h"
 #include "apply/Interruption.h"
 #include "apply/Progress.h"
 #include "apply/SetupLog.h"
@@ -298,8 +299,8 @@ void SaveScript(const CommitScript& script, const Descriptor& directory) {
     const Descriptor file(openat(directory.Number(), path.constData() + path.lastIndexOf('/') + 1,
                                  O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
                                  Find(Item::CommitScript).rootMode));
-    if (file && write(file.Number(), script.text.constData(),
-                      static_cast<size_t>(script.text.size())) == script.text.size())
+    if (file && WriteAll(file.Number(),
+                         {script.text.constData(), static_cast<size_t>(script.text.size())}) == 0)
         Outcome::NoteKeptScript(script.path);
 }
 

@@ -15,6 +15,7 @@
 #include "Console.h"
 #include "Outcome.h"
 #include "Problem.h"
+#include "WriteAll.h"
 #include "installation/Installation.h"
 #include "installation/Owners.h"
 #include "installation/State.h"
@@ -31,20 +32,6 @@ pid_t logOwner = 0;  // the process that writes the outcome
 
 bool IsKept() {
     return logDescriptor == logFile;
-}
-
-// Sets errno when it returns false.
-bool WriteAll(int descriptor, const char* text, size_t length) {
-    while (length > 0) {
-        const ssize_t written = write(descriptor, text, length);
-        if (written < 0 && errno == EINTR)
-            continue;
-        if (written < 0)
-            return false;
-        text += written;
-        length -= static_cast<size_t>(written);
-    }
-    return true;
 }
 
 // The message `text`, about the log and the cause.
@@ -70,13 +57,14 @@ void CloseLog(int error) {
         WarningText(LogProblem(QStringLiteral("cannot write to log \"%1\": %2"), ErrorText(error),
                                QStringLiteral("The setup continues; the log is incomplete.")));
     // The streams may be in use: this is part of a write to one of them.
-    WriteAll(STDERR_FILENO, warning.constData(), static_cast<size_t>(warning.size()));
+    WriteAll(STDERR_FILENO, {warning.constData(), static_cast<size_t>(warning.size())});
     CloseDescriptors();
 }
 
 void WriteToLog(const char* text, size_t length) {
-    if (logDescriptor != -1 && !WriteAll(logDescriptor, text, length))
-        CloseLog(errno);
+    const int error = logDescriptor == -1 ? 0 : WriteAll(logDescriptor, {text, length});
+    if (error != 0)
+        CloseLog(error);
 }
 
 void WriteHeader() {
@@ -150,7 +138,7 @@ bool IsAtItsPath() {
 // A whole line is written at once, so that it does not mix with the text of another setup.
 void WriteOutcome(int status, Outcome::Form form) {
     const OutcomeLine line = Outcome::Line(status, form);
-    WriteAll(logFile, line.Text().data(), line.Text().size());
+    WriteAll(logFile, line.Text());
 }
 
 // True if the setup ended before it changed anything, for a reason that one line describes.
@@ -265,11 +253,11 @@ void SetupLog::Append(const QByteArray& text) {
 void SetupLog::EndBySignal(int signal, std::string_view message) {
     const int status = static_cast<int>(ExitStatus::SignalBase) + signal;
     isEnded = true;
-    WriteAll(STDERR_FILENO, message.data(), message.size());
+    WriteAll(STDERR_FILENO, message);
     if (logFile != -1 && !IsKept()) {
         WriteOnlyLine(status);
     } else if (logFile != -1) {
-        WriteAll(logFile, message.data(), message.size());
+        WriteAll(logFile, message);
         WriteOutcome(status, Outcome::Form::Last);
     }
     if (isLogStarted && isOfRoot)

@@ -7,20 +7,11 @@
 #include <array>
 #include <cerrno>
 
+#include "WriteAll.h"
 #include "merge/Acl.h"
 #include "merge/MergePaths.h"
 
 namespace {
-
-bool WriteContent(int file, const char* data, size_t size) {
-    for (size_t done = 0; done < size;) {
-        const ssize_t length = write(file, data + done, size - done);
-        if (length < 0)
-            return false;
-        done += static_cast<size_t>(length);
-    }
-    return true;
-}
 
 bool CopyContent(int from, int to) {
     std::array<char, 65536> block = {};
@@ -28,7 +19,7 @@ bool CopyContent(int from, int to) {
         const ssize_t length = read(from, block.data(), block.size());
         if (length <= 0)
             return length == 0;
-        if (!WriteContent(to, block.data(), static_cast<size_t>(length)))
+        if (WriteAll(to, {block.data(), static_cast<size_t>(length)}) != 0)
             return false;
     }
 }

@@ -219,7 +219,7 @@ void ReadRunScriptOf(int tree, PreviousSetup& previous) {
 }
 
 // True for an answer that the machine or its users know better than the record.
-bool IsFoundAnew(AnswerId id, const Answers& answers) {
+bool IsReadFromMachine(AnswerId id, const Answers& answers) {
     if (id == AnswerId::SubmissionScripts)
         return true;
     const Answer* group = answers.Find(AnswerId::ServiceGroup);
@@ -237,7 +237,7 @@ bool IsOfferedByLibrary(AnswerId id) {
     return IsMeasuredShare(id) || id == AnswerId::ScratchDirectory;
 }
 
-// Before there were records, only a value that is not the default is one that somebody chose.
+// Before there were records, only a value that is not the default counts as chosen.
 bool IsDefault(AnswerId id, const Answers& answers, const CInstallBase& run) {
     const AnswerValue& value = answers.Find(id)->value;
     const Answer* threads = answers.Find(AnswerId::JobLimit);
@@ -256,7 +256,7 @@ bool IsDefault(AnswerId id, const Answers& answers, const CInstallBase& run) {
 }
 
 // The library's questions offer the limits of QueueLimits. Without that file, those of the record.
-// A limit that nobody chose is not offered.
+// A limit that was not chosen is not offered.
 void OfferLimits(const Answers& answers, CInstallBase& run) {
     const auto set = [&](AnswerId id, auto& field) {
         const Answer* answer = answers.Find(id);
@@ -307,7 +307,7 @@ Answers AnswersToRepeat(const PreviousSetup& previous, CInstallBase& run) {
     const bool hasRecord = previous.source != PreviousSetup::Source::RunScript;
     OfferLimits(previous.answers, run);
     for (const auto& [id, answer] : previous.answers.All()) {
-        if (!answer.chosen || IsFoundAnew(id, previous.answers) ||
+        if (!answer.chosen || IsReadFromMachine(id, previous.answers) ||
             (run.m_interactive && IsOfferedByLibrary(id)) ||
             (!hasRecord && IsDefault(id, previous.answers, run)))
             continue;

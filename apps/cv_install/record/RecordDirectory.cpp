@@ -14,6 +14,7 @@
 #include <cstring>
 #include <filesystem>
 
+#include "WriteAll.h"
 #include "installation/Owners.h"
 #include "installation/RootPath.h"
 
@@ -85,20 +86,6 @@ QString TextOf(const Unresolved& unresolved) {
         default:
             return CauseOf(unresolved.error);
     }
-}
-
-bool WriteWhole(const Descriptor& file, const QByteArray& content) {
-    qsizetype written = 0;
-    while (written < content.size()) {
-        const ssize_t length = write(file.Number(), content.constData() + written,
-                                     static_cast<size_t>(content.size() - written));
-        if (length < 0 && errno == EINTR)
-            continue;
-        if (length < 0)
-            return false;
-        written += length;
-    }
-    return true;
 }
 
 }  // namespace
@@ -284,7 +271,8 @@ Failure RecordDirectory::Prepare(Item item, const QByteArray& content) {
                                  O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode));
     if (file)
         m_prepared.push_back({directory, name});
-    if (!file || !WriteWhole(file, content) || fchmod(file.Number(), mode) != 0 ||
+    const std::string_view text(content.constData(), static_cast<size_t>(content.size()));
+    if (!file || WriteAll(file.Number(), text) != 0 || fchmod(file.Number(), mode) != 0 ||
         fsync(file.Number()) != 0)
         return Unusable(PathOf(item), CauseOf(errno), true);
     return {};
