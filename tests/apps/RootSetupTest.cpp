@@ -290,6 +290,8 @@ TEST(RootSetup, RepeatsChosenAnswersAfterUpgrade) {
         ExpectParts(other.out, {"Partition:         normal (was: chem)\n",
                                 "800 MB per thread (was: 700 MB per thread)\n"});
         EXPECT_EQ(Shell("/var/corvane/corvane26 --printenv CORV_PARTITION_NAME"), "normal");
+        ExpectParts(hx_test::ReadFile("/var/lib/corvane26/private/commit_script"),
+                    {"#!/bin/bash\n", "normal", "\nexit 0\n"});
         // As setups before there were records left it.
         Shell("rm -r /var/lib/corvane26");
         const auto unrecorded = RunRootSetup({"--yes"});

@@ -33,18 +33,17 @@ QByteArray Encode(const QString& impossible, const StagedMachine& staged) {
            << staged.serviceUser << staged.serviceGroup << staged.members.joining
            << staged.members.leaving << staged.isManagerRunning << staged.activeServices
            << QList<std::pair<QString, QString>>(staged.values.begin(), staged.values.end())
-           << staged.missingCommands << staged.answers;
+           << staged.missingCommands << staged.answers << staged.script;
     return message;
 }
 
 void Decode(const QByteArray& message, QString& impossible, StagedMachine& staged) {
     QDataStream stream(message);
     QList<std::pair<QString, QString>> values;
-    QByteArray script;
     stream >> impossible >> staged.interactive >> staged.conditions >> staged.installDir >>
         staged.serviceUser >> staged.serviceGroup >> staged.members.joining >>
         staged.members.leaving >> staged.isManagerRunning >> staged.activeServices >> values >>
-        staged.missingCommands >> staged.answers;
+        staged.missingCommands >> staged.answers >> staged.script;
     staged.values.assign(values.begin(), values.end());
 }
 
