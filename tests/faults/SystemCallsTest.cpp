@@ -37,6 +37,10 @@ const std::string errorText = "Corvane Install: Error\n    ";
 
 // The first match counts.
 const std::vector<Outcome> outcomes = {
+    // The directory of the previous setup.
+    {R"re(^openat.*"/tmp/product", O_RDONLY\|O_CLOEXEC\|O_PATH\|O_DIRECTORY)re", 0, "",
+     Created::Everything},
+
     // The first call is that of cv_install, the second that of the library.
     {R"re(^getcwd\(.*, 2048\))re", 14, "working directory", Created::Nothing},
     {R"re(^openat.*"/tmp/product", .*O_DIRECTORY)re", 2,

@@ -71,9 +71,9 @@ QString MachineId() {
 
 QStringList CommandLine() {
     QFile file(QStringLiteral("/proc/self/cmdline"));
-    return file.open(QIODevice::ReadOnly)
-               ? QString::fromUtf8(file.readAll().chopped(1)).split(QChar(u'\0'))
-               : QStringList();
+    QByteArray words = file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+    words.chop(1);
+    return QString::fromUtf8(words).split(QChar(u'\0'));
 }
 
 SetupFacts FactsOf(const QStringList& command, const QString& installDir) {
