@@ -86,7 +86,7 @@ TEST(PreviousSetup, IsReadFromFilesWithoutRecord) {
     HX_REQUIRE_THROWAWAY_ROOT();
     const FilesCase cases[] = {
         {"nothing", "", "", ""},
-        {"limits alone are the library's", "", "MaxThreads: 7\n", ""},
+        {"limits alone", "", "MaxThreads: 7\n", "job-limit=7 threads"},
         {"Slurm", slurmLines, "", "queue=Slurm queue-name=chem"},
         {"own commands", slurmLines + "cvset CORV_SBATCH_CMD \"/usr/sbin/sbatch\" \"\"\n", "",
          "queue=Slurm queue-name=chem sbatch=/usr/sbin/sbatch"},

@@ -71,7 +71,7 @@ void WriteBareScript(const SetupKind& kind, const std::string& answers, const st
         if (!run.m_interactive && run.m_queueType == CInstallBase::QueueUnset)
             run.m_queueType = CInstallBase::QueueInternal;
         // The setup repeats the job limit of the previous one, which the library does not offer.
-        if (ReadFile("/var/corvane/corvane26").find("CORV_QUEUE_TYPE") != std::string::npos)
+        if (run.m_prevJobLimit > 0)
             run.m_coreCount = run.m_prevJobLimit;
         run.PromptJobLimit();
         run.InstallPause();

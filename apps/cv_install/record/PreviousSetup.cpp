@@ -211,7 +211,7 @@ void ReadRunScriptOf(int tree, PreviousSetup& previous) {
     const Variables exported = ReadRunScript(tree);
     if (exported.empty())
         return;
-    previous.source = PreviousSetup::Source::RunScript;
+    previous.source = PreviousSetup::Source::Files;
     AddQueue(previous.answers, exported);
     for (const VariableRow& row : variableRows)
         AddFromText(previous.answers, row.id, ValueIn(exported, row.name));
@@ -281,8 +281,11 @@ Failure ReadPreviousSetup(const CInstallBase& run, int tree, PreviousSetup& prev
     if (tree != -1) {
         if (previous.source == PreviousSetup::Source::None)
             ReadRunScriptOf(tree, previous);
-        if (const std::optional<Limits> limits = ReadLimits(tree))
+        if (const std::optional<Limits> limits = ReadLimits(tree)) {
             AddLimits(previous.answers, *limits);
+            if (previous.source == PreviousSetup::Source::None)
+                previous.source = PreviousSetup::Source::Files;
+        }
     }
     if (previous.source == PreviousSetup::Source::Copy) {
         ReportWarning(
@@ -304,7 +307,7 @@ Answers AnswersToRepeat(const PreviousSetup& previous, CInstallBase& run) {
     Answers taken;
     if (previous.source == PreviousSetup::Source::None)
         return taken;
-    const bool hasRecord = previous.source != PreviousSetup::Source::RunScript;
+    const bool hasRecord = previous.source != PreviousSetup::Source::Files;
     OfferLimits(previous.answers, run);
     for (const auto& [id, answer] : previous.answers.All()) {
         if (!answer.chosen || IsReadFromMachine(id, previous.answers) ||

@@ -9,10 +9,10 @@
 
 struct PreviousSetup {
     enum class Source {
-        None,      // no previous setup is known
-        Record,    // of this machine
-        Copy,      // a record that was copied from another machine
-        RunScript  // setups before there were records left only their files
+        None,    // no previous setup is known
+        Record,  // of this machine
+        Copy,    // a record that was copied from another machine
+        Files    // setups before there were records left only their files
     };
 
     Source source = Source::None;
