@@ -79,7 +79,7 @@ Failure ChangeAnswer(CInstallBase& run, Answers& answers, const AnswerRow& row,
         steps.scratchChosen(run.m_scratchDir);
     if (row.id == AnswerId::ScratchDirectory || row.id == AnswerId::JobLimit)
         steps.measureLimits();
-    if (row.id == AnswerId::ServiceGroup)
+    if (row.id == AnswerId::ServiceUser || row.id == AnswerId::ServiceGroup)
         FindPresentMembers(run);
     return {};
 }
