@@ -59,9 +59,9 @@ TEST(Facts, OfAccountAreThoseOfNameService) {
     HX_REQUIRE_THROWAWAY_ROOT();
     HX_EXPECT_SCENARIO([] {
         const auto run = PrepareRun();
-        run->m_serviceMembers = {"ann", "nobody-such"};
+        run->m_serviceMembers = {"ann", "ghost"};
         MachineFacts facts = Facts(*run);
-        EXPECT_EQ(facts.unknownMembers, QStringList("nobody-such"));
+        EXPECT_EQ(facts.unknownMembers, QStringList("ghost"));
         ASSERT_TRUE(facts.user && facts.group);
         EXPECT_EQ(facts.group->localMembers, (QStringList{"ann", "bob"}));
         EXPECT_FALSE(facts.user->hasShell);
