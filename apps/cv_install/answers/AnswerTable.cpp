@@ -97,10 +97,6 @@ AnswerValue ReadProtocols(const CInstallBase& run) {
     return run.m_compSrvcAllow.split(u',', Qt::SkipEmptyParts);
 }
 
-bool HasProtocol(const CInstallBase& run, const char* protocol) {
-    return run.m_compSrvcAllow.split(u',').contains(QLatin1String(protocol));
-}
-
 void WriteProtocols(CInstallBase& run, const AnswerValue& value) {
     run.m_compSrvcAllow = std::get<QStringList>(value).join(u',');
 }
@@ -414,6 +410,10 @@ QStringList ListFromAnswer(const QString& answer) {
     static const QRegularExpression separator(QStringLiteral("[, ]"));
     const QStringList list = answer.split(separator, Qt::SkipEmptyParts);
     return list == QStringList(QLatin1String(noMembers)) ? QStringList() : list;
+}
+
+bool HasProtocol(const CInstallBase& run, const char* protocol) {
+    return run.m_compSrvcAllow.split(u',').contains(QLatin1String(protocol));
 }
 
 bool IsUsed(const AnswerRow& row, const CInstallBase& run) {

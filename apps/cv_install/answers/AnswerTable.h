@@ -98,6 +98,9 @@ inline constexpr const char* noMembers = "none";
 // The names of an answer, separated by commas or spaces; noMembers has none.
 QStringList ListFromAnswer(const QString& answer);
 
+// True if the compute service listens for this protocol, "HTTP" or "HTTPS".
+bool HasProtocol(const CInstallBase& run, const char* protocol);
+
 // True if a run with these answers uses the value.
 bool IsUsed(const AnswerRow& row, const CInstallBase& run);
 

@@ -32,32 +32,13 @@ namespace {
 
 constexpr std::uint64_t allocationUnit = 4096;
 
-// What an entry is made of, below the product directory.
-struct ProductFile {
-    std::string_view entry;  // its path
-    const char* name;
-};
-constexpr ProductFile productFiles[] = {
-    {"corvane26", "corvane26.template"},
-    {"corvane26_snapshot", "corvane26_snapshot.template"},
-    {"corvane26_service.service", "corvane26_service.template"},
-    {"/etc/systemd/system/corvane26_service.service", "corvane26_service.template"},
-    {"/usr/bin/corvane26_service_script", "corvane26_service_script"},
-};
-
 constexpr const char* installAgain = "Install the product again, then run the setup again.";
 constexpr const char* makeReadable =
     "Make sure that it exists and that the service account can read it.";
 
-// Empty for an entry that is made of nothing.
+// Below the product directory; empty for an entry that is not made from one of its files.
 QString ProductFileOf(const Entry& entry) {
-    if (entry.check == Check::Archive)
-        return QLatin1String(entry.reference);
-    for (const ProductFile& file : productFiles) {
-        if (file.entry == entry.path)
-            return QLatin1String(file.name);
-    }
-    return {};
+    return QLatin1String(entry.check == Check::Archive ? entry.reference : entry.source);
 }
 
 QString SystemText(int error) {
@@ -304,25 +285,21 @@ struct Listening {
     int CInstallBase::*port;
 };
 constexpr Listening listenings[] = {
-    {"http", &CInstallBase::m_compSrvcHttpAddr, &CInstallBase::m_compSrvcHttpPort},
-    {"https", &CInstallBase::m_compSrvcHttpsAddr, &CInstallBase::m_compSrvcHttpsPort},
+    {"HTTP", &CInstallBase::m_compSrvcHttpAddr, &CInstallBase::m_compSrvcHttpPort},
+    {"HTTPS", &CInstallBase::m_compSrvcHttpsAddr, &CInstallBase::m_compSrvcHttpsPort},
 };
-
-bool IsAllowed(const CInstallBase& run, const char* protocol) {
-    return run.m_compSrvcAllow.split(u',').contains(QLatin1String(protocol), Qt::CaseInsensitive);
-}
 
 void AddPorts(const CInstallBase& run, MachineFacts& facts) {
     const uid_t serviceUser = facts.user ? facts.user->uid : static_cast<uid_t>(-1);
     for (const Listening& listening : listenings) {
-        if (!IsAllowed(run, listening.protocol))
+        if (!HasProtocol(run, listening.protocol))
             continue;
         const int port = run.*listening.port;
         const std::string holder =
             FindPortHolder((run.*listening.address).toStdString(), port, serviceUser);
         if (!holder.empty()) {
-            facts.takenPorts.push_back(
-                {QLatin1String(listening.protocol), port, QString::fromStdString(holder)});
+            facts.takenPorts.push_back({QString(QLatin1String(listening.protocol)).toLower(), port,
+                                        QString::fromStdString(holder)});
         }
     }
 }
@@ -363,7 +340,7 @@ int TryFileWithin10Seconds(const std::string& path, int directory, const passwd*
 }
 
 void AddCertificate(const CInstallBase& run, int liveTree, MachineFacts& facts) {
-    if (!IsAllowed(run, "https"))
+    if (!HasProtocol(run, "HTTPS"))
         return;
     const passwd* account =
         facts.user && facts.group ? getpwnam(facts.user->name.toUtf8().constData()) : nullptr;

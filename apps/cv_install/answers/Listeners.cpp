@@ -46,10 +46,6 @@ std::optional<std::string> ParseAddress(const std::string& words) {
     return text.data();
 }
 
-bool IsAny(const std::string& address) {
-    return address == "0.0.0.0" || address == "::";
-}
-
 // An IPv4 address that an IPv6 socket listens at is in both forms the same.
 std::string WithoutMapping(const std::string& address) {
     constexpr const char* mapped = "::ffff:";
@@ -98,6 +94,10 @@ std::string DescribeHolder(const std::string& inode, uid_t serviceUser) {
 
 }  // namespace
 
+bool IsAnyAddress(const std::string& address) {
+    return address == "0.0.0.0" || address == "::";
+}
+
 std::vector<Listener> ParseListeners(const std::string& text) {
     constexpr size_t addressField = 1;
     constexpr size_t stateField = 3;
@@ -118,7 +118,7 @@ std::vector<Listener> ParseListeners(const std::string& text) {
         if (!address || colon == std::string::npos ||
             !ParseHexadecimal(place.substr(colon + 1), listener.port))
             continue;
-        listener.isAnyAddress = IsAny(*address);
+        listener.isAnyAddress = IsAnyAddress(*address);
         listener.address = *address;
         listener.inode = fields[inodeField];
         listeners.push_back(listener);
@@ -127,7 +127,7 @@ std::vector<Listener> ParseListeners(const std::string& text) {
 }
 
 bool IsInTheWay(const Listener& listener, const std::string& address, int port) {
-    return listener.port == port && (listener.isAnyAddress || IsAny(address) ||
+    return listener.port == port && (listener.isAnyAddress || IsAnyAddress(address) ||
                                      WithoutMapping(listener.address) == WithoutMapping(address));
 }
 

@@ -13,6 +13,9 @@ struct Listener {
     std::string inode;  // of the socket
 };
 
+// True for an address that means all addresses of the machine.
+bool IsAnyAddress(const std::string& address);
+
 // The sockets in the text of /proc/net/tcp or /proc/net/tcp6 that listen.
 std::vector<Listener> ParseListeners(const std::string& text);
 
@@ -23,7 +26,7 @@ bool IsInTheWay(const Listener& listener, const std::string& address, int port);
 // version's.
 bool IsOfComputeService(const std::string& cgroups);
 
-// Finds out who listens where a service could not. Empty if nobody does, or only the compute
-// service or a process of `serviceUser`; otherwise the number and name of the process, such as
-// "process 4711 (nginx)", or "another process" if it is unknown.
+// Returns the process that keeps the compute service from listening at an address and port, such as
+// "process 4711 (nginx)", or "another process" if it is unknown. Empty if there is none except the
+// compute service and processes of `serviceUser`.
 std::string FindPortHolder(const std::string& address, int port, uid_t serviceUser);

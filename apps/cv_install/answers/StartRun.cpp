@@ -1,5 +1,6 @@
 #include "answers/StartRun.h"
 
+#include "answers/Listeners.h"
 #include "answers/Members.h"
 #include "installation/Installation.h"
 #include "installation/SetupRun.h"
@@ -79,7 +80,7 @@ QString ListenersOf(const CInstallBase& run) {
     for (const QString& protocol : run.m_compSrvcAllow.split(u',')) {
         const bool isHttp = protocol == u"HTTP";
         const QString& address = isHttp ? run.m_compSrvcHttpAddr : run.m_compSrvcHttpsAddr;
-        const bool isEverywhere = address == u"0.0.0.0" || address == u"::";
+        const bool isEverywhere = IsAnyAddress(address.toStdString());
         listeners.append(
             QStringLiteral("%1 on %2, port %3%4")
                 .arg(protocol, isEverywhere ? QStringLiteral("all addresses") : address)

@@ -118,6 +118,7 @@ struct Entry {
     bool ownsAllBelow = false;  // the owner also receives everything below it
     Check check = Check::None;
     const char* reference = nullptr;  // see Check; for a link, its target, in the form of `path`
+    const char* source = nullptr;     // the product's file that it is made from
     Content content = Content::Setup;
     Removal removal = Removal::Remove;
     bool removesAllBelow = false;  // removal includes everything below it
