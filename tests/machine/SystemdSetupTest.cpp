@@ -154,12 +154,14 @@ TEST_F(SystemdSetup, RestartsServiceAndRestoresUnitOnRerun) {
 
 TEST_F(SystemdSetup, ReportsServiceThatCannotStart) {
     Shell("mv /opt/corvane26/cv_computeservice /opt/corvane26/away");
+    // The run script waits for this program, so the service is active for 2 seconds.
+    WriteProgram("/opt/corvane26/cv_arch", "#!/bin/sh\nsleep 2\n");
     const std::string out = RunSetup("--yes", 66);
     EXPECT_NE(out.find("cannot execute /opt/corvane26/cv_computeservice\n"), std::string::npos)
         << out;
     Shell(
         "for i in $(seq 100); do systemctl is-failed corvane26_service && break; sleep 0.1; done; "
-        "mv /opt/corvane26/away /opt/corvane26/cv_computeservice");
+        "rm /opt/corvane26/cv_arch; mv /opt/corvane26/away /opt/corvane26/cv_computeservice");
     EXPECT_EQ(Property("ExecMainStatus"), "5");
     EXPECT_EQ(Property("NRestarts"), "0");
 }

@@ -76,6 +76,7 @@ enum class Item {
     SambaScript,
     SshScript,
     RenderedUnit,
+    ServiceScript,
     Unit,
     AccountRecord,
     CommitScript,

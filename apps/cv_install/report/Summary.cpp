@@ -2,53 +2,16 @@
 
 #include <unistd.h>
 
-#include <QProcess>
-#include <QThread>
 #include <cstdio>
 
 #include "Console.h"
 #include "Problem.h"
 #include "apply/SetupLog.h"
+#include "installation/ServiceState.h"
 #include "installation/SetupRun.h"
 #include "setuprun/Schedulers.h"
 
 namespace {
-
-constexpr int longestQuery = 30000;
-constexpr qsizetype widestMessage = 200;
-
-// Empty when the tool cannot be run, or does not end.
-QStringList LinesOf(const QString& tool, const QStringList& arguments) {
-    QProcess process;
-    process.setStandardInputFile(QProcess::nullDevice());
-    process.setStandardErrorFile(QProcess::nullDevice());
-    process.start(tool, arguments);
-    if (!process.waitForFinished(longestQuery)) {
-        process.kill();
-        process.waitForFinished(1000);
-        return {};
-    }
-    return QString::fromUtf8(process.readAllStandardOutput()).split(u'\n', Qt::SkipEmptyParts);
-}
-
-// The answer of systemctl, such as "active" or "failed"; empty when it cannot be run.
-QString ServiceState() {
-    return LinesOf(QStringLiteral("systemctl"),
-                   {QStringLiteral("is-active"), QLatin1String(serviceUnit)})
-        .value(0)
-        .trimmed();
-}
-
-// The service user chooses what its service prints.
-QStringList ServiceMessages() {
-    QStringList messages = LinesOf(
-        QStringLiteral("journalctl"),
-        {QStringLiteral("--unit"), QLatin1String(serviceUnit), QStringLiteral("--lines=5"),
-         QStringLiteral("--no-pager"), QStringLiteral("--quiet"), QStringLiteral("--no-hostname")});
-    for (QString& message : messages)
-        message = Printable(message.left(widestMessage));
-    return messages;
-}
 
 // A name without a directory is searched for by its caller.
 bool IsExecutable(const QString& command) {
@@ -126,12 +89,7 @@ Failure CheckService(Summary& summary) {
     if (!summary.hasService || !summary.isManagerRunning)
         return {};
     QString& state = summary.serviceState;
-    state = ServiceState();
-    if (state == u"active") {
-        // A service that fails at once is active for a moment.
-        QThread::msleep(500);
-        state = ServiceState();
-    }
+    state = ServiceStateAfterStart();
     if (IsActiveOrUnknown(summary))
         return {};
     summary.serviceMessages = ServiceMessages();

@@ -1,0 +1,15 @@
+// The state of the compute service, as the service manager knows it.
+#pragma once
+
+#include <QString>
+#include <QStringList>
+
+// Such as "active" or "failed"; empty when systemctl cannot be run.
+QString ServiceState();
+
+// The same, but lets a service that is being started get as far as its program, for at most 10
+// seconds: until then it is active, although its program may be missing.
+QString ServiceStateAfterStart();
+
+// The last messages of the service in the journal, printable. The service user chooses them.
+QStringList ServiceMessages();
