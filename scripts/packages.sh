@@ -61,3 +61,10 @@ install_packages() {
     "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
         apt-get install --yes --no-install-recommends "${missing[@]}"
 }
+
+# Exits if the present directory, the working copy, is below /tmp.
+refuse_working_copy_in_tmp() {
+    [[ $(pwd -P)/ == /tmp/* ]] || return 0
+    echo "The working copy is below /tmp, which tests hide. Move it to another directory." >&2
+    exit 1
+}
