@@ -208,6 +208,54 @@ TEST(PreviousSetup, RecognizesRecordOfAnotherMachine) {
     });
 }
 
+// A change in the answers, or in the setup that recorded them.
+struct OtherRecord {
+    const char* name;
+    std::function<void(Answers&, SetupFacts&)> change;
+    bool isSame = false;
+};
+
+const OtherRecord otherRecords[] = {
+    {"time and caller",
+     [](Answers&, SetupFacts& facts) {
+         facts.time = "2026-01-01T00:00:00Z";
+         facts.user = "ann";
+         facts.command = "cv_install --yes";
+     },
+     true},
+    {"source",
+     [](Answers& answers, SetupFacts&) {
+         answers.Set(AnswerId::QueueName, QStringLiteral("chem"), AnswerSource::Typed);
+     },
+     true},
+    {"value", [](Answers& answers,
+                 SetupFacts&) { answers.Set(AnswerId::JobLimit, 3, AnswerSource::Default); }},
+    {"choice", [](Answers& answers,
+                  SetupFacts&) { answers.Set(AnswerId::JobLimit, 2, AnswerSource::Typed); }},
+    {"fewer answers", [](Answers& answers, SetupFacts&) { answers.Remove(AnswerId::HttpPort); }},
+    {"version", [](Answers&, SetupFacts& facts) { facts.version = "25.9.0"; }},
+    {"machine", [](Answers&, SetupFacts& facts) { facts.machineId = QString(32, u'b'); }},
+};
+
+TEST(PreviousSetup, FindsWhetherRecordWouldChange) {
+    HX_REQUIRE_THROWAWAY_ROOT();
+    HX_EXPECT_SCENARIO([] {
+        hx_test::WriteFile("/etc/machine-id", std::string(32, 'a') + '\n');
+        // Edited limits are answers that the record does not have.
+        for (const std::string& limits : {recordedLimits, std::string("MaxThreads: 3\n")}) {
+            LayOut(slurmLines, limits);
+            EXPECT_FALSE(IsRecorded(RecordedAnswers(), ReadPrevious()));
+            for (const OtherRecord& row : otherRecords) {
+                Answers answers = RecordedAnswers();
+                SetupFacts facts = FactsOf({"cv_install"}, "/var/corvane");
+                row.change(answers, facts);
+                Record(answers, facts);
+                EXPECT_EQ(IsRecorded(RecordedAnswers(), ReadPrevious()), row.isSame) << row.name;
+            }
+        }
+    });
+}
+
 TEST(PreviousSetup, RefusesDamagedRecordWithoutOtherFiles) {
     HX_REQUIRE_THROWAWAY_ROOT();
     HX_EXPECT_SCENARIO([] {

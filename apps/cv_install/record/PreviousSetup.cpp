@@ -188,6 +188,7 @@ Failure ReadRecord(const QString& installDir, PreviousSetup& previous) {
     if (!record)
         return directory.Damaged(Item::RecordedAnswers);
     previous.facts = record->facts;
+    previous.recordedAnswers = record->body;
     // Other versions may have other keys and limits.
     previous.answers = ParseAnswers(record->body, AnswersForm::Record).answers;
     const QString here = MachineId();
@@ -317,4 +318,10 @@ Answers AnswersToRepeat(const PreviousSetup& previous, CInstallBase& run) {
         taken.Set(id, answer.value, AnswerSource::Record);
     }
     return taken;
+}
+
+bool IsRecorded(const Answers& answers, const PreviousSetup& previous) {
+    return previous.source == PreviousSetup::Source::Record &&
+           previous.facts.version == QStringLiteral(HX_VERSION) &&
+           previous.recordedAnswers == WriteAnswers(answers, AnswersForm::Record);
 }

@@ -16,8 +16,9 @@ struct PreviousSetup {
     };
 
     Source source = Source::None;
-    SetupFacts facts;  // of a record
-    Answers answers;   // as far as they are known
+    SetupFacts facts;            // of a record
+    Answers answers;             // as far as they are known
+    QByteArray recordedAnswers;  // as the record contains them
 };
 
 // Reads the record of the setup that `run` has been constructed for. Without one, reads the run
@@ -34,3 +35,7 @@ Failure ReadPreviousSetup(const CInstallBase& run, int tree, PreviousSetup& prev
 // offer are set as those of the previous setup instead. Limits that were not chosen are measured
 // again.
 Answers AnswersToRepeat(const PreviousSetup& previous, CInstallBase& run);
+
+// True if a setup with these answers would leave the record as it is, except for its time, its
+// caller and its command line.
+bool IsRecorded(const Answers& answers, const PreviousSetup& previous);
