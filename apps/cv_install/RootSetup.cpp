@@ -93,6 +93,7 @@ Failure Stage(Arguments& arguments, const Answers& file, const Descriptor& liveT
         return failure;
     }
     WarnOfKeptPages(*run, liveTree.Number(), keptPages, packed);
+    staged.isRecorded = IsRecorded(answers, previous);
     staged.interactive = run->m_interactive;
     staged.serviceUser = run->m_serviceUser;
     staged.serviceGroup = run->m_serviceGroup;
@@ -142,7 +143,7 @@ Failure Complete(const Arguments& arguments, const SetupLock& lock, const Staged
     Failure failure = isDryRun ? ShowDifferences(staged, read, differences)
                                : Agree(staged, atStaging, read, differences);
     if (!failure)
-        JsonReport::NoteChanges(differences);
+        JsonReport::NoteChanges(differences, !staged.isRecorded);
     if (!failure)
         failure = SaveAnswersFile(arguments.TextOf(OwnOption::SaveAnswers), staged.answers);
     if (!failure && isDryRun)

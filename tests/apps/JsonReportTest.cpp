@@ -109,7 +109,7 @@ Problem ProblemWith(ExitStatus status, Changes changes) {
 
 // Reports a failure and ends as cv_install does.
 [[noreturn]] void FailWith(ExitStatus status, Changes changes) {
-    JsonReport::NoteChanges({});
+    JsonReport::NoteChanges({}, false);
     Report(ProblemWith(status, changes));
     std::exit(static_cast<int>(status));
 }
@@ -141,27 +141,37 @@ void PrintTo(const EndOfRun& end, std::ostream* out) {
 const EndOfRun ends[] = {
     {"Success", 0,
      R"("action": "setup", "status": 0, "install_dir": "/T", "log": "/dev/null", "problem": null,
-        "warnings": [], "changes": )" +
+        "warnings": [], "changed": true, "changes": )" +
          eachKindOfChange + R"(, "answers": )" + eachKindOfAnswer,
      [] {
          JsonReport::NoteInstallDirectory("/T");
          JsonReport::NoteLog("/dev/null");
          JsonReport::NoteAnswers(EachKindOfAnswer());
-         JsonReport::NoteChanges(EachKindOfChange());
+         JsonReport::NoteChanges(EachKindOfChange(), false);
      }},
     {"SuccessWithoutNotes", 0,
-     R"("install_dir": null, "answers": null, "warnings": [], "changes": null, "problem": null,
+     R"("install_dir": null, "answers": null, "warnings": [], "changed": null, "changes": null,
+        "problem": null,
         "log": null)",
      [] { JsonReport::NoteLog("/none"); }},
-    {"DryRun", 0, R"("action": "dry-run", "changes": [])", [] { JsonReport::NoteChanges({}); },
-     true},
-    {"FailureWithoutChanges", 9, R"("status": 9, "changes": [], )" + theProblem,
+    {"DryRun", 0, R"("action": "dry-run", "changed": false, "changes": [])",
+     [] { JsonReport::NoteChanges({}, false); }, true},
+    {"ChangeOfRecord", 0, R"("changed": true, "changes": [])",
+     [] { JsonReport::NoteChanges({}, true); }},
+    {"NothingToDo", 0, R"("changed": false, "log": null)",
+     [] {
+         JsonReport::NoteLog("/dev/null");
+         JsonReport::NoteChanges({}, false);
+         JsonReport::NoteLog({});
+     }},
+    {"FailureWithoutChanges", 9, R"("status": 9, "changed": false, "changes": [], )" + theProblem,
      [] { FailWith(ExitStatus::Declined, Changes::None); }},
-    {"FailureWithChanges", 10, R"("status": 10, "changes": null, )" + theProblem,
+    {"FailureWithChanges", 10, R"("status": 10, "changed": null, "changes": null, )" + theProblem,
      [] { FailWith(ExitStatus::Incomplete, Changes::Kept); }},
-    {"FailureOfDryRun", 67, R"("action": "dry-run", "changes": null, )" + theProblem,
+    {"FailureOfDryRun", 67,
+     R"("action": "dry-run", "changed": null, "changes": null, )" + theProblem,
      [] { FailWith(ExitStatus::NoDryRun, Changes::None); }, true},
-    {"ServiceThatDoesNotRun", 66, R"("changes": [], )" + theProblem,
+    {"ServiceThatDoesNotRun", 66, R"("changed": false, "changes": [], )" + theProblem,
      [] { FailWith(ExitStatus::ServiceNotRunning, Changes::Unknown); }},
     {"InvalidCommandLine", 3, R"("changes": [], )" + theProblem,
      [] { FailWith(ExitStatus::UnusableArguments, Changes::Unknown); }},
@@ -195,10 +205,10 @@ const EndOfRun ends[] = {
                     "remedy": "Read its messages on standard error."})",
      [] { _exit(2); }},
     {"Signal", 128 + SIGKILL,
-     R"("status": 137, "changes": null,
+     R"("status": 137, "changed": null, "changes": null,
         "problem": {"text": "terminated by signal: Killed", "remedy": "Run the setup again."})",
      [] {
-         JsonReport::NoteChanges({});
+         JsonReport::NoteChanges({}, false);
          Report(ProblemWith(ExitStatus::ValueRefused, Changes::Unknown));
          raise(SIGKILL);
      }}};

@@ -28,6 +28,7 @@ struct StagedMachine {
     bool isManagerRunning = true;  // the service manager of the machine, before the setup
     QStringList activeServices;    // names of the services that were active before the setup
     Answers answers;               // that the setup uses
+    bool isRecorded = false;       // the record has these answers, of this version
     std::vector<std::pair<QString, QString>> values;  // answers in use: label and value
     QByteArray script;                                // the commit script that ran
     QStringList missingCommands;  // commands of the scheduler that cannot be executed

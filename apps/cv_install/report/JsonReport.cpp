@@ -102,15 +102,21 @@ std::string ReadNotes() {
     return text;
 }
 
-// What the setup changed: nothing, what it noted, or null for unknown.
-Json ChangesOf(const Json& all, const Json& problem, int status, bool isDryRun) {
-    Json planned = all.value("changes", Json());
-    if (status == 0 || status == static_cast<int>(ExitStatus::ServiceNotRunning))
-        return planned;
+// Adds what the setup changed, and whether it did: what it noted, nothing, or null for unknown.
+void AddChanges(const Json& all, const Json& problem, bool isDryRun, Json& report) {
+    const int status = report["status"];
+    report["changed"] = nullptr;
+    report["changes"] = nullptr;
     const bool changedNothing =
         (!problem.is_null() && problem["changes"] == static_cast<int>(Changes::None)) ||
         status == static_cast<int>(ExitStatus::UnusableArguments);
-    return changedNothing && !isDryRun ? Json::array() : Json();
+    if (status == 0 || status == static_cast<int>(ExitStatus::ServiceNotRunning)) {
+        report["changed"] = all.value("changed", Json());
+        report["changes"] = all.value("changes", Json());
+    } else if (changedNothing && !isDryRun) {
+        report["changed"] = false;
+        report["changes"] = Json::array();
+    }
 }
 
 // `waitStatus` is the child's, as waitpid returns it.
@@ -164,17 +170,20 @@ Json Assemble(bool isDryRun, int status, int waitStatus) {
         message = problem["message"];
     if (!findings.empty())
         message["findings"] = std::move(findings);
-    return {{"schema", schemaVersion},
-            {"action", isDryRun ? "dry-run" : "setup"},
-            {"status", status},
-            {"version", HX_VERSION},
-            {"host", HostName().toStdString()},
-            {"install_dir", all.value("install_dir", Json())},
-            {"answers", all.value("answers", Json())},
-            {"warnings", std::move(warnings)},
-            {"changes", ChangesOf(all, problem, status, isDryRun)},
-            {"problem", ProblemOf(message, status, waitStatus)},
-            {"log", ExistingLog(all)}};
+    Json report = {
+        {"schema", schemaVersion},
+        {"action", isDryRun ? "dry-run" : "setup"},
+        {"status", status},
+        {"version", HX_VERSION},
+        {"host", HostName().toStdString()},
+        {"install_dir", all.value("install_dir", Json())},
+        {"answers", all.value("answers", Json())},
+        {"warnings", std::move(warnings)},
+    };
+    AddChanges(all, problem, isDryRun, report);
+    report["problem"] = ProblemOf(message, status, waitStatus);
+    report["log"] = ExistingLog(all);
+    return report;
 }
 
 [[noreturn]] void Fail(const Problem& problem) {
@@ -266,8 +275,7 @@ void JsonReport::NoteInstallDirectory(const QString& path) {
 }
 
 void JsonReport::NoteLog(const std::string& path) {
-    if (!path.empty())
-        Note("log", path);
+    Note("log", path);
 }
 
 void JsonReport::NoteAnswers(const Answers& answers) {
@@ -275,7 +283,9 @@ void JsonReport::NoteAnswers(const Answers& answers) {
         Note("answers", JsonOf(answers));
 }
 
-void JsonReport::NoteChanges(const Differences& differences) {
-    if (notes != -1)
-        Note("changes", JsonOf(differences));
+void JsonReport::NoteChanges(const Differences& differences, bool changesRecord) {
+    if (notes == -1)
+        return;
+    Note("changes", JsonOf(differences));
+    Note("changed", changesRecord || !differences.IsEmpty());
 }

@@ -29,7 +29,8 @@ void NoteInstallDirectory(const QString& path);
 void NoteLog(const std::string& path);  // empty: no log
 void NoteAnswers(const Answers& answers);
 
-// What the setup is about to change, or would change.
-void NoteChanges(const Differences& differences);
+// What the setup is about to change, or would change. Without any differences, `changesRecord`
+// tells whether the record changes except for its time.
+void NoteChanges(const Differences& differences, bool changesRecord);
 
 }  // namespace JsonReport

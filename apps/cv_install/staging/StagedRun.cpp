@@ -33,7 +33,7 @@ QByteArray Encode(const QString& impossible, const StagedMachine& staged) {
            << staged.serviceUser << staged.serviceGroup << staged.members.joining
            << staged.members.leaving << staged.isManagerRunning << staged.activeServices
            << QList<std::pair<QString, QString>>(staged.values.begin(), staged.values.end())
-           << staged.missingCommands << staged.answers << staged.script;
+           << staged.missingCommands << staged.answers << staged.isRecorded << staged.script;
     return message;
 }
 
@@ -43,7 +43,7 @@ void Decode(const QByteArray& message, QString& impossible, StagedMachine& stage
     stream >> impossible >> staged.interactive >> staged.conditions >> staged.installDir >>
         staged.serviceUser >> staged.serviceGroup >> staged.members.joining >>
         staged.members.leaving >> staged.isManagerRunning >> staged.activeServices >> values >>
-        staged.missingCommands >> staged.answers >> staged.script;
+        staged.missingCommands >> staged.answers >> staged.isRecorded >> staged.script;
     staged.values.assign(values.begin(), values.end());
 }
 
