@@ -18,6 +18,7 @@
 #include "apply/SetupLog.h"
 #include "installation/Installation.h"
 #include "installation/PackedPages.h"
+#include "installation/ServiceState.h"
 #include "installation/SetupRun.h"
 #include "installation/TimeLimit.h"
 #include "installation/TreeCheck.h"
@@ -129,33 +130,41 @@ Failure ReadLiveMachine(const StagedMachine& staged, const LiveRows& atStaging, 
     return failure;
 }
 
-Failure Complete(const Arguments& arguments, const SetupLock& lock, const StagedMachine& staged,
-                 const LiveRows& atStaging) {
-    if ((staged.conditions & WithoutClusterNode) == 0)
-        Console::SetDefaultLevel(Console::Level::Quiet);
-    // The comparison does not show whether the service runs with what was merged.
-    const bool alwaysRestart = arguments.Has(OwnOption::Restart) || lock.FoundIncompleteMerge();
-    const auto read = [&](LiveMachine& live) {
-        return ReadLiveMachine(staged, atStaging, alwaysRestart, live);
-    };
-    const bool isDryRun = arguments.Has(OwnOption::DryRun);
-    Differences differences;
-    Failure failure = isDryRun ? ShowDifferences(staged, read, differences)
-                               : Agree(staged, atStaging, read, differences);
-    if (!failure)
-        JsonReport::NoteChanges(differences, !staged.isRecorded);
-    if (!failure)
-        failure = SaveAnswersFile(arguments.TextOf(OwnOption::SaveAnswers), staged.answers);
-    if (!failure && isDryRun)
-        ShowSummaryOfDryRun(differences);
-    if (failure || isDryRun)
+// Whether the setup would change anything. If not, reports that. An administrator may have stopped
+// or disabled the service.
+Failure FindNeed(const StagedMachine& staged, const LiveReader& read, bool& isNeeded) {
+    LiveMachine live;
+    if (Failure failure = read(live))
         return failure;
+    Differences& differences = live.differences;
+    QString idleService;
+    if (!differences.services.empty())
+        idleService = StateOfIdleService();
+    if (!idleService.isEmpty())
+        KeepServiceIdle(differences);
+    isNeeded = !staged.isRecorded || !differences.IsEmpty();
+    if (isNeeded)
+        return {};
+    {
+        const Console::Printing report(Console::Importance::Detail);
+        PrintReport(staged, differences);
+    }
+    JsonReport::NoteChanges(differences, false);
+    SetupLog::Discard();
+    JsonReport::NoteLog({});
+    ShowNothingToDo(idleService);
+    return {};
+}
+
+Failure MergeAndReport(const SetupLock& lock, const StagedMachine& staged,
+                       const Differences& differences) {
     SetupRecord record(staged.installDir);
     SetupLog::Keep();
     // A merge ends by itself within seconds.
     Interruption::ComesTooLate();
     // A setup that is killed from here on leaves something that the next one replaces.
     lock.NoteMerge(true);
+    Failure failure;
     {
         const TimeLimit limit;
         failure = record.Prepare(FactsOf(CommandLine(), staged.installDir), staged.answers,
@@ -174,13 +183,45 @@ Failure Complete(const Arguments& arguments, const SetupLock& lock, const Staged
     return failure;
 }
 
+Failure Complete(const Arguments& arguments, const SetupLock& lock, const StagedMachine& staged,
+                 const LiveRows& atStaging) {
+    if ((staged.conditions & WithoutClusterNode) == 0)
+        Console::SetDefaultLevel(Console::Level::Quiet);
+    // The comparison does not show whether the service runs with what was merged.
+    const bool alwaysRestart = arguments.Has(OwnOption::Restart) || lock.FoundIncompleteMerge();
+    const auto read = [&](LiveMachine& live) {
+        return ReadLiveMachine(staged, atStaging, alwaysRestart, live);
+    };
+    const bool isDryRun = arguments.Has(OwnOption::DryRun);
+    Failure failure;
+    bool isNeeded = true;
+    if (arguments.Has(OwnOption::IfNeeded) && !alwaysRestart)
+        failure = FindNeed(staged, read, isNeeded);
+    Differences differences;
+    if (!failure && isNeeded) {
+        failure = isDryRun ? ShowDifferences(staged, read, differences)
+                           : Agree(staged, atStaging, read, differences);
+    }
+    if (!failure && isNeeded)
+        JsonReport::NoteChanges(differences, !staged.isRecorded);
+    if (!failure)
+        failure = SaveAnswersFile(arguments.TextOf(OwnOption::SaveAnswers), staged.answers);
+    if (failure || !isNeeded)
+        return failure;
+    if (!isDryRun)
+        return MergeAndReport(lock, staged, differences);
+    ShowSummaryOfDryRun(differences);
+    return {};
+}
+
 Failure RunWithoutStaging(Arguments& arguments, const Answers& file, const SetupLock& lock,
                           const QString& reason) {
-    if (arguments.Has(OwnOption::DryRun)) {
-        return Problem{ExitStatus::NoDryRun,
-                       QStringLiteral("cannot find out what a setup would change: %1").arg(reason),
-                       QStringLiteral("That needs private mounts. Run the setup without --dry-run, "
-                                      "or outside of the container or chroot.")};
+    if (arguments.Has(OwnOption::DryRun) || arguments.Has(OwnOption::IfNeeded)) {
+        return Problem{
+            ExitStatus::NoDryRun,
+            QStringLiteral("cannot find out what a setup would change: %1").arg(reason),
+            QStringLiteral("That needs private mounts. Run the setup without --dry-run and "
+                           "--if-needed, or outside of the container or chroot.")};
     }
     ReportWarning({ExitStatus::Complete,
                    QStringLiteral("cannot prepare the setup in private: %1").arg(reason),

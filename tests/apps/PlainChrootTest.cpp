@@ -86,9 +86,11 @@ TEST(PlainChroot, IsSetUpInPlaceWithoutMounts) {
         EXPECT_FALSE(fs::exists("/var/corvane"));
         EXPECT_EQ(ReadFile("/proc/self/mountinfo"), mounts);
 
-        const auto dry = RunInPlainRoot(setupInRoot + " --dry-run");
-        EXPECT_EQ(dry.status, 67) << dry.out;
-        ExpectHolds(dry.err, "cv_install: cannot find out what a setup would change: ");
+        for (const char* option : {" --dry-run", " --if-needed"}) {
+            const auto dry = RunInPlainRoot(setupInRoot + option);
+            EXPECT_EQ(dry.status, 67) << dry.out;
+            ExpectHolds(dry.err, "cv_install: cannot find out what a setup would change: ");
+        }
         EXPECT_EQ(ReadFile("/proc/self/mountinfo"), mounts);
     });
 }

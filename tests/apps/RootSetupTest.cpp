@@ -266,12 +266,37 @@ TEST(RootSetup, ShowsPlanOfUpgradeInPlace) {
         const std::string report = hx_test::ReadFile("/srv/report");
         ExpectReport(report, R"({"status": 8, "changes": []})");
         ExpectHolds(report, "cannot prepare the setup in private: Operation not permitted");
-        const auto dry = RunRootSetup({"--yes", "--dry-run"}, {}, RootMode::InPlace);
-        EXPECT_EQ(dry.status, 67) << dry.err;
+        for (const char* option : {"--dry-run", "--if-needed"}) {
+            const auto dry = RunRootSetup({"--yes", option}, {}, RootMode::InPlace);
+            EXPECT_EQ(dry.status, 67) << dry.err;
+        }
         ExpectHolds(refused.err,
                     "cv_install: cannot change the machine step by step: group corvsrvc has "
                     "members\n");
         ExpectHolds(refused.err, "    No changes were made.\n");
+    });
+}
+
+TEST(RootSetup, DoesNothingWithoutNeed) {
+    HX_REQUIRE_THROWAWAY_ROOT();
+    HX_EXPECT_SCENARIO([] {
+        LayOutRootSetup();
+        const auto setUp = [](const char* option, const char* report) {
+            const auto result =
+                RunRootSetup({"--yes", "--if-needed", option, "--json", "/srv/report"});
+            EXPECT_EQ(result.status, 0) << result.err;
+            ExpectReport(hx_test::ReadFile("/srv/report"), report);
+            return result.out;
+        };
+        const std::string path = "/var/log/corvane26_setup.log";
+        ExpectHolds(setUp("--setup", R"({"changed": true})"), "  Next step: ");
+        const std::string log = hx_test::ReadFile(path);
+        EXPECT_EQ(setUp("--quiet", R"({"changed": false, "changes": [], "log": null})"),
+                  "Nothing to do.\n");
+        EXPECT_EQ(hx_test::ReadFile(path), log);
+        // The default, but chosen: only the record changes.
+        const std::string chosen = setUp("--http-port=8080", R"({"changed": true, "changes": []})");
+        ExpectParts(chosen, {"No changes.\n", "  Next step: "});
     });
 }
 

@@ -5,6 +5,7 @@
 
 #include "commit/EarlierServices.h"
 #include "harness/TempDir.h"
+#include "installation/ServiceState.h"
 #include "machine/ServiceManager.h"
 #include "machine/ThrowawayRoot.h"
 #include "merge/Services.h"
@@ -190,6 +191,47 @@ Differences WithEarlierServices(const std::string& before) {
     }
     differences.services.push_back({Change::Create, ownUnit, "inactive", "active"});
     return differences;
+}
+
+// Lines of systemctl, as of systemd 252.
+struct IdleCase {
+    const char* name;
+    QStringList lines;
+    const char* state;
+};
+
+QStringList PropertiesOf(const QString& active, const QString& result, const QString& file,
+                         const QString& lastEnd) {
+    return {"Result=" + result, "ActiveState=" + active, "UnitFileState=" + file,
+            "InactiveEnterTimestampMonotonic=" + lastEnd};
+}
+
+const IdleCase idleCases[] = {
+    {"running", PropertiesOf("active", "success", "enabled", "0"), ""},
+    {"running, disabled", PropertiesOf("active", "success", "disabled", "71"), ""},
+    {"stopped", PropertiesOf("inactive", "success", "enabled", "71"), "stopped"},
+    {"disabled", PropertiesOf("inactive", "success", "disabled", "0"), "disabled"},
+    {"stopped and disabled", PropertiesOf("inactive", "success", "disabled", "71"), "disabled"},
+    {"never run", PropertiesOf("inactive", "success", "enabled", "0"), ""},
+    {"failed", PropertiesOf("failed", "exit-code", "enabled", "71"), ""},
+    {"failed, disabled", PropertiesOf("failed", "exit-code", "disabled", "71"), ""},
+    {"failing again and again", PropertiesOf("activating", "exit-code", "enabled", "71"), ""},
+    {"its condition failed", PropertiesOf("inactive", "exec-condition", "enabled", "71"), ""},
+    {"no answer", {}, ""},
+};
+
+TEST(Services, AreIdleIfStoppedOrDisabledWithoutFailure) {
+    for (const IdleCase& row : idleCases)
+        EXPECT_EQ(StateOfIdleService(row.lines), row.state) << row.name;
+}
+
+TEST(Services, StayIdleWithoutTheirStart) {
+    Differences differences = WithEarlierServices("active");
+    differences.services.push_back({Change::Modify, ownUnit, "active", "active"});
+    KeepServiceIdle(differences);
+    EXPECT_EQ(ServiceLines(differences),
+              (Texts{"delete corvane_service active ", "delete corvane20_service.service active ",
+                     "delete corvane24_service.service active ", restarted[0]}));
 }
 
 TEST(Services, StopAndStartAgainInUndo) {

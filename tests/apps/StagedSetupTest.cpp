@@ -257,6 +257,17 @@ std::multiset<std::string> ChangesOfDryRun(const SetupKind& kind, const Moment& 
     return changes;
 }
 
+// A setup that is not needed leaves no traces, and its calls change no service.
+void ExpectNothingToDo(const SetupKind& kind) {
+    const MachineState before = StateOfTouchedPaths();
+    const auto setup = RunSetup(kind, {"--if-needed"});
+    EXPECT_EQ(setup.status, 0) << setup.err;
+    EXPECT_TRUE(setup.out.ends_with("Nothing to do.\n")) << setup.out;
+    EXPECT_EQ(TracesOf(before), std::vector<std::string>{});
+    for (const std::string& call : TakeServiceCalls())
+        EXPECT_TRUE(call.starts_with("systemctl is-active ")) << call;
+}
+
 class StagedSetup : public testing::TestWithParam<Case> {};
 
 TEST_P(StagedSetup, MakesWhatBareScriptMakesAndDryRunLists) {
@@ -284,6 +295,8 @@ TEST_P(StagedSetup, MakesWhatBareScriptMakesAndDryRunLists) {
         AddServices(before, after, TakeServiceCalls(), made);
         EXPECT_EQ(OnlyIn(listed, made), std::vector<std::string>{}) << "listed, not made";
         EXPECT_EQ(OnlyIn(made, listed), std::vector<std::string>{}) << "made, not listed";
+        if (start.before == Before::SameSetup)
+            ExpectNothingToDo(kind);
         return WholeMachine();
     });
     EXPECT_GT(LinesOf(script).size(), 40u);

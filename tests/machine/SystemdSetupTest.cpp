@@ -73,6 +73,11 @@ protected:
             name);
     }
 
+    // The recorded verbs of systemctl that change something.
+    static std::string CallsOfManager() {
+        return Shell("grep -vE '^(is-active|show)$' /run/verbs");
+    }
+
     // Names, modes, owners, and link targets of the installation.
     static std::string Installation() {
         return Shell(
@@ -150,6 +155,61 @@ TEST_F(SystemdSetup, RestartsServiceAndRestoresUnitOnRerun) {
         }
         Shell("systemctl enable corvane26_service");
     }
+}
+
+// What happens to the service before a setup that is run only if needed.
+struct NeedCase {
+    const char* before;
+    const char* out;    // a part
+    const char* state;  // afterwards
+    bool isNeeded;
+};
+
+const NeedCase needCases[] = {
+    {"true", "Nothing to do.\n", "active", false},
+    {"systemctl stop corvane26_service", "Nothing to do.\n  Service:   stopped, not started\n",
+     "inactive", false},
+    {"systemctl disable corvane26_service", "Nothing to do.\n  Service:   disabled, not started\n",
+     "inactive", false},
+    {"systemctl enable corvane26_service; systemctl start corvane26_service; "
+     "systemctl kill --signal=KILL corvane26_service",
+     "  Service:   active\n", "active", true},
+};
+
+TEST_F(SystemdSetup, LeavesServiceAloneWithoutNeed) {
+    RunSetup();
+    RunFile("settings");
+    // No restart hides the failure.
+    Shell(
+        "mkdir -p /etc/systemd/system/corvane26_service.service.d; "
+        "printf '[Service]\\nRestart=no\\n' > "
+        "/etc/systemd/system/corvane26_service.service.d/test.conf; systemctl daemon-reload; "
+        "mv /usr/bin/systemctl /usr/bin/systemctl.real");
+    WriteProgram("/usr/bin/systemctl",
+                 "#!/bin/sh\necho \"$1\" >> /run/verbs\nexec /usr/bin/systemctl.real \"$@\"\n");
+    for (const NeedCase& row : needCases) {
+        SCOPED_TRACE(row.before);
+        Shell(row.before);
+        const std::string pid = Property("MainPID");
+        Shell("rm -f /run/verbs");
+        const std::string out = RunSetup("--yes --if-needed --json /run/report");
+        EXPECT_NE(out.find(row.out), std::string::npos) << out;
+        EXPECT_EQ(CallsOfManager() != "", row.isNeeded);
+        EXPECT_EQ(Property("ActiveState"), row.state);
+        EXPECT_EQ(Property("MainPID") != pid, row.isNeeded);
+        EXPECT_EQ(Shell("grep -o '\"changed\": [a-z]*' /run/report"),
+                  std::string("\"changed\": ") + (row.isNeeded ? "true" : "false"));
+    }
+    // A dry run of a setup that restarts the service.
+    const std::string pid = Property("MainPID");
+    Shell("echo >> /var/corvane/corvane26; rm -f /run/verbs");
+    const std::string out = RunSetup("--yes --dry-run");
+    EXPECT_NE(out.find("restart corvane26_service.service\n"), std::string::npos) << out;
+    EXPECT_EQ(CallsOfManager(), "");
+    EXPECT_EQ(Property("MainPID"), pid);
+    Shell(
+        "mv /usr/bin/systemctl.real /usr/bin/systemctl; "
+        "rm -r /etc/systemd/system/corvane26_service.service.d");
 }
 
 TEST_F(SystemdSetup, ReportsServiceThatCannotStart) {

@@ -28,6 +28,7 @@ enum class OwnOption {
     Yes,
     Wait,
     DryRun,
+    IfNeeded,
     Json,
     Restart,
     Quiet,

@@ -55,6 +55,10 @@ constexpr OptionUsage furtherOptions[] = {
     {"--dry-run", OptionValue::None, nullptr, "show what a setup would change, then end",
      "Only for root. The setup asks, checks and reports as usual, but changes nothing.",
      OwnOption::DryRun, true},
+    {"--if-needed", OptionValue::None, nullptr, "do nothing if a setup would change nothing",
+     "Only for root. The setup then ends with \"Nothing to do.\" A service that an administrator "
+     "stopped or disabled stays so, unless something else changes.",
+     OwnOption::IfNeeded, true},
     {"--json", OptionValue::File, "FILE", "write a report to FILE as JSON; - for stdout",
      "It is written at every end, also of a failing setup. An existing FILE is replaced. With -, "
      "all other output goes to standard error.",

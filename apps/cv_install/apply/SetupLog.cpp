@@ -245,6 +245,12 @@ void SetupLog::Keep() {
     }
 }
 
+void SetupLog::Discard() {
+    isLogStarted = false;
+    std::fflush(stdout);
+    CloseDescriptors();
+}
+
 void SetupLog::Append(const QByteArray& text) {
     std::fflush(stdout);
     WriteToLog(text.constData(), static_cast<size_t>(text.size()));

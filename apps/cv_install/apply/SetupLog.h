@@ -22,6 +22,9 @@ public:
     // anything.
     static void Keep();
 
+    // Ends the log of a setup that found nothing to do. The file gets nothing.
+    static void Discard();
+
     // Writes something to the log only.
     static void Append(const QByteArray& text);
 

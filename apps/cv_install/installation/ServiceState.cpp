@@ -80,6 +80,26 @@ QString ServiceStateAfterStart() {
     return ServiceState();
 }
 
+QString StateOfIdleService() {
+    return StateOfIdleService(LinesOf(QStringLiteral("systemctl"),
+                                      {QStringLiteral("show"), QStringLiteral("--property"),
+                                       QLatin1String(idleProperties), QLatin1String(serviceUnit)}));
+}
+
+QString StateOfIdleService(const QStringList& lines) {
+    if (!lines.contains(QStringLiteral("ActiveState=inactive")) ||
+        !lines.contains(QStringLiteral("Result=success")))
+        return {};
+    if (lines.contains(QStringLiteral("UnitFileState=disabled")))
+        return QStringLiteral("disabled");
+    // An enabled service that has not run since the machine was started was not stopped.
+    const QString lastEnd = QStringLiteral("InactiveEnterTimestampMonotonic=");
+    const bool hasRun = std::ranges::any_of(lines, [&](const QString& line) {
+        return line.startsWith(lastEnd) && line != lastEnd + u'0';
+    });
+    return hasRun ? QStringLiteral("stopped") : QString();
+}
+
 QStringList ServiceMessages() {
     QStringList messages = LinesOf(
         QStringLiteral("journalctl"),

@@ -11,5 +11,14 @@ QString ServiceState();
 // seconds: until then it is active, although its program may be missing.
 QString ServiceStateAfterStart();
 
+// Why the service does not run although nothing failed: "disabled", "stopped" since it last ran,
+// or, for any other service, empty.
+QString StateOfIdleService();
+
+// The same, from the lines that systemctl prints for the properties `idleProperties`.
+QString StateOfIdleService(const QStringList& lines);
+inline constexpr const char* idleProperties =
+    "ActiveState,Result,UnitFileState,InactiveEnterTimestampMonotonic";
+
 // The last messages of the service in the journal, printable. The service user chooses them.
 QStringList ServiceMessages();

@@ -132,6 +132,12 @@ Failure FindServiceDifferences(const StagedMachine& staged, bool alwaysRestart,
     return {};
 }
 
+void KeepServiceIdle(Differences& differences) {
+    std::erase_if(differences.services, [](const ServiceDifference& service) {
+        return service.change == Change::Create && service.name == serviceUnit;
+    });
+}
+
 void StopEarlierServices(const Differences& differences, Undo& undo) {
     for (const ServiceDifference& difference : differences.services) {
         const hx::EarlierService* service = FindEarlierService(difference.name);

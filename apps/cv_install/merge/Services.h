@@ -12,6 +12,9 @@
 Failure FindServiceDifferences(const StagedMachine& staged, bool alwaysRestart,
                                Differences& differences);
 
+// Removes the start of the service.
+void KeepServiceIdle(Differences& differences);
+
 // Stops services of earlier versions, while their files exist.
 void StopEarlierServices(const Differences& differences, Undo& undo);
 

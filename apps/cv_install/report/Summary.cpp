@@ -118,6 +118,14 @@ void ShowSummary(const Summary& summary) {
         PrintInQuiet(QStringLiteral("set up \"%1\"").arg(summary.installDir));
 }
 
+void ShowNothingToDo(const QString& idleService) {
+    const Console::Printing summary(Console::Importance::Needed);
+    std::printf("Nothing to do.\n");
+    if (!idleService.isEmpty())
+        std::printf("  Service:   %s, not started\n", qUtf8Printable(idleService));
+    std::fflush(stdout);
+}
+
 void ShowSummaryOfDryRun(const Differences& differences) {
     const size_t count = differences.accounts.size() + differences.members.size() +
                          differences.paths.size() + differences.services.size();

@@ -30,5 +30,9 @@ Failure CheckService(Summary& summary);
 // after those about commands.
 void ShowSummary(const Summary& summary);
 
+// Prints that a setup would change nothing. `idleService` is the state of a service that stays
+// idle, otherwise empty.
+void ShowNothingToDo(const QString& idleService);
+
 // Prints with --quiet how many changes a setup would make.
 void ShowSummaryOfDryRun(const Differences& differences);
