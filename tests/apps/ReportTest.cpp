@@ -6,6 +6,7 @@
 
 #include <sstream>
 
+#include "Console.h"
 #include "apps/RootSetup.h"
 #include "harness/Child.h"
 #include "harness/Expect.h"
@@ -74,16 +75,20 @@ constexpr const char* layOut = R"(
     mkdir -p /etc/hx/full/below && echo a > /etc/hx/a && echo b > /etc/hx/full/below/b
 )";
 
-// The differences as lines, and the text of a failure.
-Lines Found(unsigned conditions, int liveTree) {
+Failure FindDifferences(unsigned conditions, int liveTree, Differences& differences) {
     StagedMachine staged;
     staged.tree = Open("/srv/staged");
     staged.etc = Open("/srv/etc");
     staged.bin = Open("/srv/bin");
     staged.conditions = conditions;
     staged.installDir = "/T";
+    return FindPathDifferences(staged, liveTree, recordedAccount, differences);
+}
+
+// The differences as lines, and the text of a failure.
+Lines Found(unsigned conditions, int liveTree) {
     Differences differences;
-    const Failure failure = FindPathDifferences(staged, liveTree, recordedAccount, differences);
+    const Failure failure = FindDifferences(conditions, liveTree, differences);
     Lines lines;
     for (const PathDifference& difference : differences.paths)
         lines.push_back(Text(difference));
@@ -93,6 +98,16 @@ Lines Found(unsigned conditions, int liveTree) {
         return {failure->text.toStdString()};
     }
     return lines;
+}
+
+// The paths of rows that stay.
+Lines Kept(int liveTree) {
+    Differences differences;
+    EXPECT_FALSE(FindDifferences(serviceMachine, liveTree, differences));
+    Lines paths;
+    for (const Entry* entry : differences.kept)
+        paths.push_back(PathOf(*entry, "/T"));
+    return paths;
 }
 
 struct TreeCase {
@@ -218,6 +233,22 @@ TEST(PathDifferences, CreatesAllInNewTree) {
     });
 }
 
+TEST(PathDifferences, FindsRowsThatStay) {
+    HX_REQUIRE_THROWAWAY_ROOT();
+    HX_EXPECT_SCENARIO([] {
+        Shell(layOut);
+        Shell(
+            "cd /srv; rm -rf live/corvanerc /etc/corvane26 /usr/bin/corvane26*; "
+            "echo new > live/corvane26; ln -s x /usr/bin/corvane26; ln -s y bin/corvane26; "
+            "mkdir -p /etc/corvane26; rm -f /etc/systemd/system/corvane26_service.service; "
+            "touch live/corvane26_ssh");
+        EXPECT_EQ(Kept(-1), (Lines{"/etc/corvane26"}));
+        const Descriptor live = Open("/srv/live");
+        EXPECT_EQ(Kept(live.Number()), (Lines{"/T", "/T/corvane26_snapshot", "/T/QueueEntries",
+                                              "/T/QueueLimits", "/T/qchemrc", "/etc/corvane26"}));
+    });
+}
+
 TEST(PathDifferences, RefusesUnsafeDirectories) {
     HX_REQUIRE_THROWAWAY_ROOT();
     const std::string server = "/T/corvanerc/corvane26server";
@@ -291,7 +322,10 @@ TEST(PathDifferences, FindsChangesInLayers) {
 
 // Calls `body` in a child, without rights that the test does not have, for its output.
 ProcessResult Output(const std::function<void()>& body) {
-    return RunInChild({}, body);
+    return RunInChild({}, [&body] {
+        Console::Start();
+        body();
+    });
 }
 
 AccountDifference Group() {
@@ -348,7 +382,7 @@ Differences FirstSetup() {
     return differences;
 }
 
-TEST(Report, FitsScreenForFirstSetup) {
+TEST(Report, ShowsLineForEachChangeOfFirstSetup) {
     const auto result = Output([] {
         StagedMachine staged;
         staged.installDir = sharedDirectory;
@@ -368,23 +402,43 @@ TEST(Report, FitsScreenForFirstSetup) {
   Scratch per thread: 10 GB
   Queue:              internal
   Service account:    corvsrvc:corvsrvc
-Changes (relative paths are in /var/corvane):
-  Accounts     create group corvsrvc (GID 4001)
-               create user corvsrvc (UID 4001, shell /usr/sbin/nologin)
-  Members      add to corvsrvc: anna, bo
-  Directories  create /var/corvane, corvanerc, corvanerc/corvane26,
-                 corvanerc/corvane26server, qchemrc, /etc/corvane26
-  Files        create corvane26, corvane26_snapshot, QueueEntries, QueueLimits,
-                 qchemrc/qchemrc, qchemrc/qcscratch, corvane26_service.service,
-                 /usr/bin/corvane26_service_script,
-                 /etc/systemd/system/corvane26_service.service,
-                 /etc/corvane26/service
-               create 42 web pages
-  Links        create /usr/bin/corvane26, /usr/bin/corvane26_snapshot,
-                 /etc/systemd/system/multi-user.target.wants/corvane26_service.service
-  Services     start corvane26_service.service
+Accounts:
+  create group corvsrvc (GID 4001)
+  create user corvsrvc (UID 4001, shell /usr/sbin/nologin)
+  add anna to group corvsrvc
+  add bo to group corvsrvc
+Tree /var/corvane:
+  create directory /var/corvane
+  create directory corvanerc
+  create directory corvanerc/corvane26
+  create directory corvanerc/corvane26server
+  create directory corvanerc/corvane26server/resources with 20 web pages
+  create directory corvanerc/corvane26server/icons with 20 web pages
+  create file corvane26
+  create file corvane26_snapshot
+  create file QueueEntries
+  create file QueueLimits
+  create directory qchemrc
+  create file qchemrc/qchemrc
+  create file qchemrc/qcscratch
+  create file corvane26_service.service
+System:
+  create link /usr/bin/corvane26 to x
+  create link /usr/bin/corvane26_snapshot to x
+  create file /usr/bin/corvane26_service_script
+  create file /etc/systemd/system/corvane26_service.service
+  create link /etc/systemd/system/multi-user.target.wants/corvane26_service.service to x
+  create directory /etc/corvane26
+  create file /etc/corvane26/service
+Services:
+  start corvane26_service.service
+63 to create, 2 to add, 1 to start.
 )");
-    EXPECT_LE(std::count(result.out.begin(), result.out.end(), '\n'), 24);
+}
+
+const Entry& PagesRow() {
+    return *std::find_if(Entries().begin(), Entries().end(),
+                         [](const Entry& entry) { return entry.ownsAllBelow; });
 }
 
 TEST(Report, ShowsOldAndNewValues) {
@@ -395,10 +449,16 @@ TEST(Report, ShowsOldAndNewValues) {
     differences.accounts = {Group(), User()};
     differences.members = {{Change::Delete, "bo", "corvsrvc"}};
     const Entry& script = Find(Item::RunScript);
-    const auto pages = std::find_if(Entries().begin(), Entries().end(),
-                                    [](const Entry& entry) { return entry.ownsAllBelow; });
+    const Entry& pages = PagesRow();
+    const std::string pagesPath = PathOf(pages, "/T");
+    const auto directory = [](uid_t owner) { return StateOf(State::Kind::Directory, 0755, owner); };
     differences.paths = {
-        {Change::Modify, "/T/pages/a", file(0644, 0, ""), file(0644, createdAccount, ""), &*pages},
+        {Change::Modify, pagesPath, directory(0), directory(createdAccount), &pages},
+        {Change::Modify, pagesPath + "/a", file(0644, 0, ""), file(0644, createdAccount, ""),
+         &pages},
+        {Change::Modify, pagesPath + "/b", directory(0), directory(createdAccount), &pages},
+        {Change::Modify, pagesPath + "/c", file(0644, 1, ""), file(0644, createdAccount, ""),
+         &pages},
         {Change::Modify, "/T/corvane26", file(0755, 0, ""), file(0775, createdAccount, "b"),
          &script},
         {Change::Modify,
@@ -425,23 +485,65 @@ TEST(Report, ShowsOldAndNewValues) {
     });
     EXPECT_EQ(result.out, R"(Values in use:
   Queue: a?[2J
-Changes (relative paths are in /T):
-  Accounts     create group corvsrvc (GID 4001)
-               create user corvsrvc (UID 4001, shell /usr/sbin/nologin)
-  Members      remove from corvsrvc: bo
-  Directories  delete /etc/d
-  Files        change the owner of 1 web page
-               change corvane26: content, mode 0755 -> 0775,
-                 owner root:root -> corvsrvc:corvsrvc
-               change QueueLimits: MaxThreads: 8 -> 12,
-                 ThreadsPerMolecule: 4 -> none
-               change /etc/a: special file -> file
-  Links        create c -> ?[2J?/etc
-               change /etc/b: /old -> /new
-               delete /etc/d?[2J
-  Services     stop corvane24_service.service
-               restart corvane26_service.service
+Accounts:
+  create group corvsrvc (GID 4001)
+  create user corvsrvc (UID 4001, shell /usr/sbin/nologin)
+  remove bo from group corvsrvc
+Tree /T:
+  change corvanerc/corvane26server/resources: owner root:root -> corvsrvc:corvsrvc
+  change 2 web pages in corvanerc/corvane26server/resources: owner root:root -> corvsrvc:corvsrvc
+  change 1 web page in corvanerc/corvane26server/resources: owner daemon:daemon -> corvsrvc:corvsrvc
+  change corvane26: content, mode 0755 -> 0775, owner root:root -> corvsrvc:corvsrvc
+  change QueueLimits: MaxThreads: 8 -> 12, ThreadsPerMolecule: 4 -> none
+  create link c to ?[2J?/etc
+System:
+  change /etc/a: special file -> file
+  change /etc/b: /old -> /new
+  delete directory /etc/d
+  delete link /etc/d?[2J
+Services:
+  stop corvane24_service.service
+  restart corvane26_service.service
+3 to create, 8 to change, 2 to delete, 1 to remove, 1 to restart, 1 to stop.
 )");
+}
+
+// Of a service machine whose run script and unit change.
+TEST(Report, ShowsWhatIsKeptWithVerbose) {
+    Differences differences;
+    for (const Item item : {Item::RunScript, Item::Unit}) {
+        const Entry& entry = Find(item);
+        differences.paths.push_back({Change::Modify, PathOf(entry, "/T"),
+                                     StateOf(State::Kind::File, 0644, 0, "a"),
+                                     StateOf(State::Kind::File, 0644, 0, "b"), &entry});
+    }
+    differences.kept = {&Find(Item::InstallDirectory), &Find(Item::SnapshotScript), &PagesRow(),
+                        &Find(Item::AccountRecord)};
+    const std::string kept = R"(Kept:
+  keep group chem
+  keep user ada
+  keep directory /T
+  keep file corvane26_snapshot
+  keep directory corvanerc/corvane26server/resources with its web pages
+  keep file /etc/corvane26/service
+  keep corvane26_service.service active
+)";
+    for (const auto level : {Console::Level::Normal, Console::Level::Verbose}) {
+        const auto result = Output([&] {
+            Console::SetLevel(level);
+            StagedMachine staged;
+            staged.installDir = "/T";
+            staged.conditions = serviceMachine;
+            staged.serviceUser = "ada";
+            staged.serviceGroup = "chem";
+            staged.activeServices = {"corvane24_service", "corvane26_service"};
+            PrintReport(staged, differences);
+        });
+        EXPECT_EQ(result.out,
+                  "Tree /T:\n  change corvane26: content\n"
+                  "System:\n  change /etc/systemd/system/corvane26_service.service: content\n" +
+                      (level == Console::Level::Verbose ? kept : std::string()) + "2 to change.\n");
+    }
 }
 
 struct RowCase {
@@ -560,7 +662,7 @@ TEST(Agreement, IsAskedForOnceMoreAfterChanges) {
         const ProcessResult result = RunInChild(world, [&] { ExpectAgreement(test); });
         EXPECT_EQ(result.status, 0) << result.out;
         int reports = 0;
-        for (size_t at = 0; (at = result.out.find("Changes (", at)) != std::string::npos; ++at)
+        for (size_t at = 0; (at = result.out.find("3 to change.", at)) != std::string::npos; ++at)
             ++reports;
         EXPECT_EQ(reports, test.reports) << result.out;
         const char* name = test.page == "abb" ? "page" : "corvane26";

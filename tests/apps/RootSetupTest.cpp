@@ -58,13 +58,12 @@ TEST(RootSetup, ShowsPlanWithoutScriptOutput) {
     HX_REQUIRE_THROWAWAY_ROOT();
     HX_EXPECT_SCENARIO([] {
         const std::string out = ShownOnTerminal();
-        ExpectParts(
-            out,
-            {"\nValues in use:\n", "  Service account:   corvsrvc:corvsrvc\n",
-             "  Listeners:         HTTP on all addresses, port 8080 (not encrypted)\n",
-             "  Accounts     create group corvsrvc (GID ",
-             "               create user corvsrvc (UID ", "  Directories  create /var/corvane, ",
-             "  Services     start corvane26_service.service\n", summaryWithFailedService});
+        ExpectParts(out,
+                    {"\nValues in use:\n", "  Service account:   corvsrvc:corvsrvc\n",
+                     "  Listeners:         HTTP on all addresses, port 8080 (not encrypted)\n",
+                     "\nAccounts:\n  create group corvsrvc (GID ", "\n  create user corvsrvc (UID ",
+                     "\nTree /var/corvane:\n  create directory /var/corvane\n",
+                     "\nServices:\n  start corvane26_service.service\n", summaryWithFailedService});
         const std::string log = hx_test::ReadFile("/var/log/corvane26_setup.log");
         const std::string ofScript = "Wrote Corvane'26 run script, /var/corvane/corvane26\n";
         ExpectParts(log, {out.substr(out.find("Values in use:")).c_str(), ofScript.c_str()});
@@ -136,7 +135,8 @@ TEST(RootSetup, ChangesNothingWithoutConfirmation) {
         RootMode mode;
         std::string input;
         const char* shown;
-    } cases[] = {{RootMode::Staged, memberAnswers, "  Members      add to corvsrvc: ann, bob\n"},
+    } cases[] = {{RootMode::Staged, memberAnswers,
+                  "  add ann to group corvsrvc\n  add bob to group corvsrvc\n"},
                  {RootMode::InPlace, memberAnswers, "  Script     /tmp/corvane26_commit_"}};
     HX_EXPECT_SCENARIO([&] {
         LayOutRootSetup();
@@ -232,9 +232,9 @@ TEST(RootSetup, AppliesConfirmedPlanAndShowsPlanOfUpgrade) {
         EXPECT_EQ(declined.status, 9) << declined.err;
         EXPECT_EQ(declined.out.find("create"), std::string::npos) << declined.out;
         ExpectParts(declined.out,
-                    {" add to corvsrvc: root\n               remove from corvsrvc: ann\n",
-                     "  Files        delete /etc/systemd/system/corvane24_service.service\n",
-                     "  Links        change /usr/bin/corvane26_snapshot: /opt/elsewhere -> "
+                    {"  add root to group corvsrvc\n  remove ann from group corvsrvc\n",
+                     "  delete file /etc/systemd/system/corvane24_service.service\n",
+                     "  change /usr/bin/corvane26_snapshot: /opt/elsewhere -> "
                      "/var/corvane/corvane26_snapshot\n"});
     });
 }
@@ -343,7 +343,7 @@ TEST(RootSetup, HasMembersExactlyAsAnswered) {
             const char* members;
         } cases[] = {
             {"remote", RootMode::Staged, "[ann,only,remote]: ", "remote"},
-            {"none", RootMode::Staged, "remove from lab: remote\n", ""},
+            {"none", RootMode::Staged, "remove remote from group lab\n", ""},
             {"ann,remote", RootMode::InPlace, "added: ann remote\n", "ann,remote"},
         };
         for (const auto& [answer, mode, shown, members] : cases) {

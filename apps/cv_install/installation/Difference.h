@@ -57,6 +57,7 @@ struct Differences {
     std::vector<MemberDifference> members;
     std::vector<PathDifference> paths;  // directories before what is below them, deleted ones after
     std::vector<ServiceDifference> services;
+    std::vector<const Entry*> kept = {};  // rows of files, directories and links that stay
 
     bool IsEmpty() const {
         return accounts.empty() && members.empty() && paths.empty() && services.empty();

@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <cstring>
 #include <memory>
+#include <set>
 
 #include "installation/Limits.h"
 #include "installation/TreeOwners.h"
@@ -110,10 +111,12 @@ public:
           m_installDir(staged.installDir.toStdString()),
           m_liveTree(liveTree),
           m_recordedAccount(recordedAccount),
-          m_paths(differences.paths) {}
+          m_paths(differences.paths),
+          m_kept(differences.kept) {}
 
     Failure CompareTree();
     Failure CompareLayer(const Descriptor& layer, const std::string& path);
+    Failure FindKept();
 
 private:
     struct Place {
@@ -154,6 +157,7 @@ private:
     const uid_t m_recordedAccount;
     size_t m_pageCount = 0;
     std::vector<PathDifference>& m_paths;
+    std::vector<const Entry*>& m_kept;
 };
 
 Failure Comparison::Read(const Place& place, Reading reading, State& state) {
@@ -460,6 +464,28 @@ Failure Comparison::AddDeletedBelow(const Place& live, const Names& kept) {
     return {};
 }
 
+// The rows that exist and do not change.
+Failure Comparison::FindKept() {
+    std::set<std::string> changed;
+    for (const PathDifference& difference : m_paths)
+        changed.insert(difference.path);
+    const Descriptor root(open("/", O_PATH | O_DIRECTORY | O_CLOEXEC));
+    for (const Entry& entry : Entries()) {
+        const std::string path = PathOf(entry, m_installDir);
+        const int base = IsInTree(entry) ? m_liveTree : root.Number();
+        if (!IsStaged(entry) || !Applies(entry, m_staged.conditions) || base == -1 ||
+            changed.contains(path))
+            continue;
+        const std::optional<State> found =
+            ReadStateAt(base, IsInTree(entry) ? entry.path : entry.path + 1, Reading::Nothing);
+        if (!found)
+            return UnreadablePath(path, errno);
+        if (found->kind != State::Kind::Missing)
+            m_kept.push_back(&entry);
+    }
+    return {};
+}
+
 }  // namespace
 
 Failure FindPathDifferences(const StagedMachine& staged, int liveTree, uid_t recordedAccount,
@@ -470,5 +496,7 @@ Failure FindPathDifferences(const StagedMachine& staged, int liveTree, uid_t rec
         failure = comparison.CompareLayer(staged.etc, etcDirectory);
     if (!failure)
         failure = comparison.CompareLayer(staged.bin, binDirectory);
+    if (!failure)
+        failure = comparison.FindKept();
     return failure;
 }

@@ -3,44 +3,39 @@
 #include <QStringList>
 #include <algorithm>
 #include <map>
+#include <span>
+#include <string_view>
 
+#include "Console.h"
 #include "report/OwnerNames.h"
 
 namespace {
 
-// Lines after a label in a column of its own. Long ones are wrapped after commas.
+constexpr const char* creates = "create";
+
+// In the order of the counts.
+constexpr const char* pathVerbs[] = {creates, "change", "delete"};
+constexpr const char* memberVerbs[] = {"add", nullptr, "remove"};
+constexpr const char* serviceVerbs[] = {"start", "restart", "stop"};
+
+QString VerbOf(std::span<const char* const> verbs, Change change) {
+    return QLatin1String(verbs[static_cast<size_t>(change)]);
+}
+
+// Lines below a heading, which is printed before the first of them.
 class Group {
 public:
-    explicit Group(const char* label) : m_label(label) {}
+    explicit Group(QString heading) : m_heading(std::move(heading)) {}
 
-    void Add(const QString& text) {
-        constexpr qsizetype width = 64;
-        QString line;
-        for (const QString& part : Printable(text).split(QStringLiteral(", "))) {
-            const bool isFirst = line.isEmpty();
-            if (!isFirst && line.size() + part.size() + 3 > width) {
-                Print(line + u',');
-                line = QStringLiteral("  ") + part;
-            } else {
-                line += isFirst ? part : QStringLiteral(", ") + part;
-            }
-        }
-        Print(line);
-    }
-
-    // Adds the verb and all names, if there are any.
-    void AddList(const QString& verb, const QStringList& names) {
-        if (!names.isEmpty())
-            Add(verb + u' ' + names.join(QStringLiteral(", ")));
+    void Add(const QString& line) {
+        if (!m_heading.isEmpty())
+            std::printf("%s:\n", qUtf8Printable(Printable(m_heading)));
+        m_heading.clear();
+        std::printf("  %s\n", qUtf8Printable(Printable(line)));
     }
 
 private:
-    void Print(const QString& line) {
-        std::printf("  %-12s %s\n", m_label, qUtf8Printable(line));
-        m_label = "";
-    }
-
-    const char* m_label;
+    QString m_heading;
 };
 
 QString OfBytes(const std::string& text) {
@@ -68,40 +63,102 @@ QString NameOfKind(State::Kind kind) {
     }
 }
 
+QString NameOfKind(Kind kind) {
+    return NameOfKind(kind == Kind::Directory ? State::Kind::Directory
+                      : kind == Kind::Link    ? State::Kind::Link
+                                              : State::Kind::File);
+}
+
+QString CountOfPages(size_t count) {
+    return count == 1 ? QStringLiteral("1 web page") : QStringLiteral("%1 web pages").arg(count);
+}
+
+QStringList ContentChanges(const PathDifference& difference) {
+    QStringList changes;
+    for (const std::string& line : difference.changedLines)
+        changes.append(OfBytes(line));
+    return changes.isEmpty() ? QStringList(QStringLiteral("content")) : changes;
+}
+
+// Such as "14 to create, 2 to change, 1 to delete."
+QString CountsOf(const Differences& differences) {
+    std::map<QString, size_t> counts;
+    counts[QLatin1String(creates)] = differences.accounts.size();
+    for (const PathDifference& path : differences.paths)
+        ++counts[VerbOf(pathVerbs, path.change)];
+    for (const MemberDifference& member : differences.members)
+        ++counts[VerbOf(memberVerbs, member.change)];
+    for (const ServiceDifference& service : differences.services)
+        ++counts[VerbOf(serviceVerbs, service.change)];
+    QStringList shown;
+    for (const std::span<const char* const> verbs :
+         {std::span(pathVerbs), std::span(memberVerbs), std::span(serviceVerbs)}) {
+        for (const char* verb : verbs) {
+            if (const size_t count = counts[QLatin1String(verb)])
+                shown.append(QStringLiteral("%1 to %2").arg(count).arg(QLatin1String(verb)));
+        }
+    }
+    return shown.join(QStringLiteral(", ")) + u'.';
+}
+
 class Printer {
 public:
     Printer(const StagedMachine& staged, const Differences& differences)
-        : m_staged(staged), m_differences(differences), m_names(differences.accounts) {}
+        : m_staged(staged),
+          m_differences(differences),
+          m_installDir(staged.installDir.toStdString()),
+          m_names(differences.accounts) {
+        CountPages();
+    }
 
-    void PrintValues() const;
     void PrintAccounts() const;
-    void PrintPaths(const char* label, State::Kind kind) const;
+    void PrintTree();
+    void PrintSystem();
     void PrintServices() const;
+    void PrintKept() const;
 
 private:
-    QString NameOf(const PathDifference& difference) const;
-    QString CreatedName(const PathDifference& difference) const;
+    // The web pages below the directory of a row that change in the same way.
+    using PagesChange = std::pair<const Entry*, QString>;
+
+    void CountPages();
+    void AddPath(const PathDifference& difference, Group& group);
+    QString NameOf(const std::string& path) const;
+    QString OwnerChange(const PathDifference& difference) const;
     QString WhatDiffers(const PathDifference& difference) const;
+
+    bool IsInTree(const std::string& path) const {
+        return path == m_installDir || path.starts_with(m_installDir + '/');
+    }
+
+    // True for what is below a directory of web pages.
+    bool IsWebPage(const PathDifference& difference) const {
+        const Entry* entry = difference.entry;
+        return entry != nullptr && entry->ownsAllBelow &&
+               difference.path != PathOf(*entry, m_installDir);
+    }
 
     const StagedMachine& m_staged;
     const Differences& m_differences;
+    const std::string m_installDir;
     const OwnerNames m_names;
+    std::map<const Entry*, size_t> m_newPages;
+    std::map<PagesChange, size_t> m_changedPages;  // that were not printed yet
 };
 
-void Printer::PrintValues() const {
-    qsizetype width = 0;
-    for (const auto& [label, value] : m_staged.values)
-        width = std::max(width, label.size());
-    if (width > 0)
-        std::printf("Values in use:\n");
-    for (const auto& [label, value] : m_staged.values) {
-        const QString field = (Printable(label) + u':').leftJustified(width + 1);
-        std::printf("  %s %s\n", qUtf8Printable(field), qUtf8Printable(Printable(value)));
+void Printer::CountPages() {
+    for (const PathDifference& difference : m_differences.paths) {
+        if (!IsWebPage(difference))
+            continue;
+        if (difference.change != Change::Create)
+            ++m_changedPages[{difference.entry, OwnerChange(difference)}];
+        else if (difference.after.kind == State::Kind::File)
+            ++m_newPages[difference.entry];
     }
 }
 
 void Printer::PrintAccounts() const {
-    Group accounts("Accounts");
+    Group accounts(QStringLiteral("Accounts"));
     for (const AccountDifference& account : m_differences.accounts) {
         if (account.isGroup) {
             accounts.Add(QStringLiteral("create group %1 (GID %2)")
@@ -112,50 +169,25 @@ void Printer::PrintAccounts() const {
                                   OfBytes(account.shell)));
         }
     }
-    std::map<std::string, QStringList> joining;
-    std::map<std::string, QStringList> leaving;
     for (const MemberDifference& member : m_differences.members) {
-        auto& changed = member.change == Change::Delete ? leaving : joining;
-        changed[member.group].append(OfBytes(member.user));
+        const QString preposition = QLatin1String(member.change == Change::Delete ? "from" : "to");
+        accounts.Add(QStringLiteral("%1 %2 %3 group %4")
+                         .arg(VerbOf(memberVerbs, member.change), OfBytes(member.user), preposition,
+                              OfBytes(member.group)));
     }
-    Group members("Members");
-    for (const auto& [group, names] : joining)
-        members.AddList(QStringLiteral("add to %1:").arg(OfBytes(group)), names);
-    for (const auto& [group, names] : leaving)
-        members.AddList(QStringLiteral("remove from %1:").arg(OfBytes(group)), names);
 }
 
-// True for what is below a directory of web pages, and for that directory.
-bool IsWebPage(const PathDifference& difference) {
-    return difference.entry != nullptr && difference.entry->ownsAllBelow;
+// Relative to the heading's directory.
+QString Printer::NameOf(const std::string& path) const {
+    const std::string inside = m_installDir + '/';
+    return OfBytes(path.starts_with(inside) ? path.substr(inside.size()) : path);
 }
 
-State::Kind ShownKind(const PathDifference& difference) {
-    if (IsWebPage(difference))
-        return State::Kind::File;
-    const State& state = difference.change == Change::Delete ? difference.before : difference.after;
-    return state.kind == State::Kind::Special ? State::Kind::File : state.kind;
-}
-
-QString Printer::NameOf(const PathDifference& difference) const {
-    const QString path = OfBytes(difference.path);
-    const QString inside = m_staged.installDir + u'/';
-    return path.startsWith(inside) ? path.mid(inside.size()) : path;
-}
-
-// With the target of a link in the tree, because other users may have chosen it.
-QString Printer::CreatedName(const PathDifference& difference) const {
-    const bool isShort = difference.after.kind != State::Kind::Link ||
-                         (difference.entry != nullptr && !IsInTree(*difference.entry));
-    return isShort ? NameOf(difference)
-                   : OldAndNew(NameOf(difference), OfBytes(difference.after.target));
-}
-
-QStringList ContentChanges(const PathDifference& difference) {
-    QStringList changes;
-    for (const std::string& line : difference.changedLines)
-        changes.append(OfBytes(line));
-    return changes.isEmpty() ? QStringList(QStringLiteral("content")) : changes;
+QString Printer::OwnerChange(const PathDifference& difference) const {
+    const State& before = difference.before;
+    const State& after = difference.after;
+    return QStringLiteral("owner ") + OldAndNew(m_names.Both(before.owner, before.group),
+                                                m_names.Both(after.owner, after.group));
 }
 
 QString Printer::WhatDiffers(const PathDifference& difference) const {
@@ -172,70 +204,107 @@ QString Printer::WhatDiffers(const PathDifference& difference) const {
         all.append(QStringLiteral("mode ") +
                    OldAndNew(OctalMode(before.mode), OctalMode(after.mode)));
     if (before.owner != after.owner || before.group != after.group)
-        all.append(QStringLiteral("owner ") + OldAndNew(m_names.Both(before.owner, before.group),
-                                                        m_names.Both(after.owner, after.group)));
+        all.append(OwnerChange(difference));
     // A QueueEntries with several hard links goes aside.
     return all.isEmpty() ? QStringLiteral("new file") : all.join(QStringLiteral(", "));
 }
 
-QString CountOfPages(int count) {
-    return count == 1 ? QStringLiteral("1 web page") : QStringLiteral("%1 web pages").arg(count);
+void Printer::AddPath(const PathDifference& difference, Group& group) {
+    const QString verb = VerbOf(pathVerbs, difference.change) + u' ';
+    const QString name = NameOf(difference.path);
+    if (difference.change == Change::Modify && IsWebPage(difference)) {
+        const QString change = OwnerChange(difference);
+        auto counted = m_changedPages.extract({difference.entry, change});
+        if (!counted.empty())
+            group.Add(verb + CountOfPages(counted.mapped()) + QStringLiteral(" in ") +
+                      QLatin1String(difference.entry->path) + QStringLiteral(": ") + change);
+    } else if (difference.change == Change::Modify) {
+        group.Add(verb + name + QStringLiteral(": ") + WhatDiffers(difference));
+    } else if (difference.change == Change::Delete) {
+        group.Add(verb + NameOfKind(difference.before.kind) + u' ' + name);
+    } else if (!IsWebPage(difference)) {
+        const State& created = difference.after;
+        QString line = verb + NameOfKind(created.kind) + u' ' + name;
+        if (created.kind == State::Kind::Link)
+            line += QStringLiteral(" to ") + OfBytes(created.target);
+        if (const auto pages = m_newPages.find(difference.entry); pages != m_newPages.end())
+            line += QStringLiteral(" with ") + CountOfPages(pages->second);
+        group.Add(line);
+    }
 }
 
-void Printer::PrintPaths(const char* label, State::Kind kind) const {
-    QStringList created;
-    QStringList deleted;
-    int createdPages = 0;
-    int changedPages = 0;
+void Printer::PrintTree() {
+    Group tree(QStringLiteral("Tree ") + m_staged.installDir);
     for (const PathDifference& difference : m_differences.paths) {
-        if (ShownKind(difference) != kind)
-            continue;
-        if (IsWebPage(difference))
-            ++(difference.change == Change::Create ? createdPages : changedPages);
-        else if (difference.change == Change::Create)
-            created.append(CreatedName(difference));
-        else if (difference.change == Change::Delete)
-            deleted.append(NameOf(difference));
+        if (IsInTree(difference.path))
+            AddPath(difference, tree);
     }
-    Group group(label);
-    group.AddList(QStringLiteral("create"), created);
-    if (createdPages > 0)
-        group.Add(QStringLiteral("create ") + CountOfPages(createdPages));
-    if (changedPages > 0)
-        group.Add(QStringLiteral("change the owner of ") + CountOfPages(changedPages));
+}
+
+void Printer::PrintSystem() {
+    Group system(QStringLiteral("System"));
     for (const PathDifference& difference : m_differences.paths) {
-        if (ShownKind(difference) == kind && difference.change == Change::Modify &&
-            !IsWebPage(difference))
-            group.Add(QStringLiteral("change ") + NameOf(difference) + QStringLiteral(": ") +
-                      WhatDiffers(difference));
+        if (!IsInTree(difference.path))
+            AddPath(difference, system);
     }
-    group.AddList(QStringLiteral("delete"), deleted);
 }
 
 void Printer::PrintServices() const {
-    Group services("Services");
-    for (const ServiceDifference& service : m_differences.services) {
-        const char* verb = service.change == Change::Create   ? "start "
-                           : service.change == Change::Modify ? "restart "
-                                                              : "stop ";
-        services.Add(QLatin1String(verb) + OfBytes(service.name));
+    Group services(QStringLiteral("Services"));
+    for (const ServiceDifference& service : m_differences.services)
+        services.Add(VerbOf(serviceVerbs, service.change) + u' ' + OfBytes(service.name));
+}
+
+void Printer::PrintKept() const {
+    const auto& accounts = m_differences.accounts;
+    const auto isCreated = [&](bool isGroup) {
+        return std::any_of(accounts.begin(), accounts.end(), [=](const AccountDifference& account) {
+            return account.isGroup == isGroup;
+        });
+    };
+    Group kept(QStringLiteral("Kept"));
+    if ((m_staged.conditions & AsRoot) != 0 && !isCreated(true))
+        kept.Add(QStringLiteral("keep group ") + m_staged.serviceGroup);
+    if ((m_staged.conditions & AsRoot) != 0 && !isCreated(false))
+        kept.Add(QStringLiteral("keep user ") + m_staged.serviceUser);
+    for (const Entry* entry : m_differences.kept) {
+        kept.Add(QStringLiteral("keep ") + NameOfKind(entry->kind) + u' ' +
+                 NameOf(PathOf(*entry, m_installDir)) +
+                 QLatin1String(entry->ownsAllBelow ? " with its web pages" : ""));
+    }
+    const auto& services = m_differences.services;
+    const bool isServiceChanged =
+        std::any_of(services.begin(), services.end(),
+                    [](const ServiceDifference& service) { return service.name == serviceUnit; });
+    const QString unit = QLatin1String(serviceUnit);
+    for (const QString& service : m_staged.activeServices) {
+        if (unit.startsWith(service + u'.') && !isServiceChanged)
+            kept.Add(QStringLiteral("keep %1 active").arg(unit));
     }
 }
 
 }  // namespace
 
+void PrintValues(const std::vector<std::pair<QString, QString>>& values) {
+    qsizetype width = 0;
+    for (const auto& [label, value] : values)
+        width = std::max(width, label.size());
+    Group group(QStringLiteral("Values in use"));
+    for (const auto& [label, value] : values)
+        group.Add((label + u':').leftJustified(width + 2) + value);
+}
+
 void PrintReport(const StagedMachine& staged, const Differences& differences) {
-    const Printer printer(staged, differences);
-    printer.PrintValues();
-    if (differences.IsEmpty()) {
-        std::printf("No changes.\n");
-        return;
-    }
-    std::printf("Changes (relative paths are in %s):\n",
-                qUtf8Printable(Printable(staged.installDir)));
+    PrintValues(staged.values);
+    Printer printer(staged, differences);
     printer.PrintAccounts();
-    printer.PrintPaths("Directories", State::Kind::Directory);
-    printer.PrintPaths("Files", State::Kind::File);
-    printer.PrintPaths("Links", State::Kind::Link);
+    printer.PrintTree();
+    printer.PrintSystem();
     printer.PrintServices();
+    {
+        const Console::Printing kept(Console::Importance::Detail);
+        printer.PrintKept();
+    }
+    std::printf("%s\n",
+                differences.IsEmpty() ? "No changes." : qUtf8Printable(CountsOf(differences)));
 }

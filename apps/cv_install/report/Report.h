@@ -16,6 +16,9 @@
 Failure FindPathDifferences(const StagedMachine& staged, int liveTree, uid_t recordedAccount,
                             Differences& differences);
 
-// Prints the values in use and the changes, grouped, on one screen for an ordinary machine, with
-// old and new value where something differs.
+// Prints labels and values of the answers in use.
+void PrintValues(const std::vector<std::pair<QString, QString>>& values);
+
+// Prints the values in use, then one line for each change, in groups and with old and new value,
+// then their number. With --verbose, also what the setup keeps.
 void PrintReport(const StagedMachine& staged, const Differences& differences);
