@@ -29,17 +29,17 @@
 namespace {
 
 // Shows the plan of a setup as root and asks for confirmation, with the commit script to read.
-Failure Confirm(CInstallBase& run, unsigned conditions, const MemberChanges& members,
-                CommitScript& script) {
+Failure Confirm(CInstallBase& run, const Answers& previous, unsigned conditions,
+                const MemberChanges& members, CommitScript& script) {
     if (!run.m_interactive) {
-        ShowPlan(run, conditions, members, {});
+        ShowPlan(run, previous, conditions, members, {});
         return {};
     }
     if (Failure failure = WriteScript(run, script, Changes::None))
         return failure;
     const Console::Printing printing(Console::Importance::Needed);
     const bool confirmed = AskAboutScript(script, [&] {
-        ShowPlan(run, conditions, members, script.path);
+        ShowPlan(run, previous, conditions, members, script.path);
         return ConfirmPlan();
     });
     if (confirmed)
@@ -77,15 +77,15 @@ Failure PrepareRecord(const CInstallBase& run, const Answers& answers, const Com
 
 // Everything that changes the machine. In a setup as root the tree is checked again after the
 // confirmation and before the script, because other users can change it meanwhile.
-Failure CarryOut(CInstallBase& run, const Answers& answers, const MemberChanges& members,
-                 const SetupLock& lock, CommitScript& script) {
+Failure CarryOut(CInstallBase& run, const Answers& previous, const Answers& answers,
+                 const MemberChanges& members, const SetupLock& lock, CommitScript& script) {
     const unsigned conditions = ConditionsOf(run, answers) | InPlace;
     const bool root = IsRootSetup(run);
     HideMembersFromScript(run);
     PackedPages packed;
     Failure failure;
     if (root)
-        failure = Confirm(run, conditions, members, script);
+        failure = Confirm(run, previous, conditions, members, script);
     if (!failure)
         packed.Read(run, conditions);
     if (!failure && root)
@@ -139,13 +139,13 @@ Failure FindObstacle(const CInstallBase& run) {
 
 Failure RunInPlace(Arguments& arguments, const Answers& file, const SetupLock& lock) {
     Answers answers;
+    PreviousSetup previous;
     Failure failure;
     const std::unique_ptr<CInstallBase> run = StartRun(
         arguments, file,
         [&](CInstallBase& started) {
             const Descriptor tree(
                 open(started.m_installDir.toUtf8().constData(), O_PATH | O_DIRECTORY | O_CLOEXEC));
-            PreviousSetup previous;
             failure = ReadPreviousSetup(started, tree.Number(), previous);
             return AnswersToRepeat(previous, started);
         },
@@ -171,7 +171,7 @@ Failure RunInPlace(Arguments& arguments, const Answers& file, const SetupLock& l
     if (failure)
         return failure;
     CommitScript script;
-    failure = CarryOut(*run, answers, members, lock, script);
+    failure = CarryOut(*run, previous.answers, answers, members, lock, script);
     Summary summary = SummaryOf(*run);
     const bool isInstalled = !failure;
     if (isInstalled)

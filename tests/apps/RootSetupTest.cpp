@@ -84,7 +84,8 @@ TEST(RootSetup, ShowsPlanTitlesAndSummaryInPlace) {
                     {"cv_install: warning: cannot prepare the setup in private: Operation not "
                      "permitted\n    The setup changes the machine step by step, and a failure "
                      "leaves the changes made so far.\n",
-                     "The setup will make these changes:\n", "  Group      corvsrvc: create\n",
+                     "\nValues in use:\n  Job limit:  ", "The setup will make these changes:\n",
+                     "  Group      corvsrvc: create\n",
                      "  User       corvsrvc: create without a login shell\n",
                      "  Members    added: none\n  Members    removed: none\n",
                      "  Directory  /var/corvane: create (mode 775)\n",
@@ -250,7 +251,8 @@ TEST(RootSetup, ShowsPlanOfUpgradeInPlace) {
         EXPECT_EQ(upgrade.status, 9) << upgrade.err;
         ExpectParts(
             upgrade.out,
-            {"  Group      corvsrvc: keep (exists)\n", "  User       corvsrvc: keep (exists)\n",
+            {"  Memory limit:      600 MB per thread (was: ",
+             "  Group      corvsrvc: keep (exists)\n", "  User       corvsrvc: keep (exists)\n",
              "  Members    added: ann\n  Members    removed: none\n",
              "  Directory  /var/corvane: keep (exists)\n",
              "  Link       /usr/bin/corvane26: keep (exists)\n",

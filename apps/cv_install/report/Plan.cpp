@@ -9,7 +9,9 @@
 #include <cstdio>
 
 #include "answers/Conversation.h"
+#include "answers/StartRun.h"
 #include "installation/SetupRun.h"
+#include "report/Report.h"
 
 namespace {
 
@@ -83,12 +85,14 @@ void ShowService(unsigned conditions) {
 
 }  // namespace
 
-void ShowPlan(const CInstallBase& run, unsigned conditions, const MemberChanges& members,
-              const QString& scriptPath) {
+void ShowPlan(const CInstallBase& run, const Answers& previous, unsigned conditions,
+              const MemberChanges& members, const QString& scriptPath) {
     // Shows those that exist.
     conditions |= WithEarlierServices;
     CInstallBase::InstallSeparator();
-    std::printf("\nThe setup will make these changes:\n\n");
+    std::printf("\n");
+    PrintValues(ValuesOf(run, previous));
+    std::printf("The setup will make these changes:\n\n");
     ShowGroup(run);
     ShowUser(run);
     ShowMembers("added", members.joining);

@@ -2,13 +2,15 @@
 #pragma once
 
 #include "Problem.h"
+#include "answers/Answers.h"
 #include "installation/MemberChanges.h"
 #include "setuprun/CInstallBase.h"
 
-// Prints the plan: account, members, directories, links and services, and the path of the commit
-// script if there is one to read.
-void ShowPlan(const CInstallBase& run, unsigned conditions, const MemberChanges& members,
-              const QString& scriptPath);
+// Prints the plan: the values in use, account, members, directories, links and services, and the
+// path of the commit script if there is one to read. `previous` are the answers of the previous
+// setup.
+void ShowPlan(const CInstallBase& run, const Answers& previous, unsigned conditions,
+              const MemberChanges& members, const QString& scriptPath);
 
 // Asks whether to continue. Only an answer that begins with "y" is a yes.
 bool ConfirmPlan();
