@@ -2,6 +2,8 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <QJsonArray>
+#include <QJsonDocument>
 #include <cstdlib>
 #include <filesystem>
 
@@ -279,23 +281,40 @@ TEST(RootSetup, ShowsPlanOfUpgradeInPlace) {
     });
 }
 
+QJsonValue ChangesIn(const std::string& report) {
+    return QJsonDocument::fromJson(QByteArray::fromStdString(report))["changes"];
+}
+
+// Install directory and record are on file systems of their own.
 TEST(RootSetup, DoesNothingWithoutNeed) {
     HX_REQUIRE_THROWAWAY_ROOT();
     HX_EXPECT_SCENARIO([] {
         LayOutRootSetup();
-        const auto setUp = [](const char* option, const char* report) {
+        Shell(
+            "mount -t tmpfs -o mode=755 tmpfs /var; mkdir /var/log /var/lib /var/corvane; "
+            "mount -t tmpfs -o mode=755 tmpfs /var/corvane");
+        std::string report;
+        const auto setUp = [&](const char* option, const char* expected) {
             const auto result =
                 RunRootSetup({"--yes", "--if-needed", option, "--json", "/srv/report"});
             EXPECT_EQ(result.status, 0) << result.err;
-            ExpectReport(hx_test::ReadFile("/srv/report"), report);
+            report = hx_test::ReadFile("/srv/report");
+            ExpectReport(report, expected);
             return result.out;
         };
-        const std::string path = "/var/log/corvane26_setup.log";
+        const char* listing = "find /var -printf '%p %m %u %g %T@ %C@ %s\\n'; cat /etc/passwd";
+        const std::string before = Shell(listing);
+        setUp("--dry-run", R"({"changed": true})");
+        EXPECT_EQ(Shell(listing), before);
+        const QJsonValue planned = ChangesIn(report);
         ExpectHolds(setUp("--setup", R"({"changed": true})"), "  Next step: ");
-        const std::string log = hx_test::ReadFile(path);
+        EXPECT_EQ(ChangesIn(report), planned);
+        EXPECT_GT(planned.toArray().size(), 10);
+
+        const std::string after = Shell(listing);
         EXPECT_EQ(setUp("--quiet", R"({"changed": false, "changes": [], "log": null})"),
                   "Nothing to do.\n");
-        EXPECT_EQ(hx_test::ReadFile(path), log);
+        EXPECT_EQ(Shell(listing), after);
         // The default, but chosen: only the record changes.
         const std::string chosen = setUp("--http-port=8080", R"({"changed": true, "changes": []})");
         ExpectParts(chosen, {"No changes.\n", "  Next step: "});

@@ -104,7 +104,7 @@ Failure OpenLogOfRoot() {
     if (logFile == -1)
         return CannotOpenLog(ErrorText(error));
     // An existing file may have another mode.
-    if (fchmod(logFile, mode) != 0)
+    if ((found.st_mode & 07777U) != mode && fchmod(logFile, mode) != 0)
         return CannotOpenLog(ErrorText(errno));
     return {};
 }
