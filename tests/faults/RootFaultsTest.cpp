@@ -174,9 +174,11 @@ TEST(RootFaults, ReportsFullInstallDirectory) {
         LayOutRootSetup();
         std::filesystem::create_directory("/var/corvane");
         ASSERT_EQ(mount("tmpfs", "/var/corvane", "tmpfs", 0, "mode=775,size=16k"), 0);
-        const auto result = RunRootSetup({"--yes"});
-        EXPECT_EQ(result.status, 65);
-        ExpectHolds(result.err, "not enough space in directory \"/var/corvane\": ");
+        for (const char* option : {"--setup", "--dry-run", "--if-needed"}) {
+            const auto result = RunRootSetup({"--yes", option});
+            EXPECT_EQ(result.status, 65) << option;
+            ExpectHolds(result.err, "not enough space in directory \"/var/corvane\": ");
+        }
     });
 }
 
