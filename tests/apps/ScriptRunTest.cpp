@@ -5,7 +5,9 @@
 #include <csignal>
 #include <cstdlib>
 
+#include "apply/ScriptRun.h"
 #include "apps/UserSetup.h"
+#include "harness/Child.h"
 #include "harness/Terminal.h"
 
 namespace {
@@ -124,6 +126,45 @@ TEST_F(ScriptRun, RunsScriptToItsEndWhenSignalIsIgnored) {
         hx_test::WriteFile(m_setup.Root() + "/go", "");
         EXPECT_TRUE(terminal.WaitFor(report)) << terminal.Output();
         EXPECT_EQ(terminal.Finish(), 0);
+    }
+}
+
+struct HungScript {
+    const char* name;
+    const char* text;
+    const char* remedy;
+};
+
+// The second one ignores SIGTERM, as its tool does.
+const HungScript hungScripts[] = {
+    {"tool", "echo before; sleep 62; echo after\n", "Find out why \"sleep 62\" does not end"},
+    {"deaf tool", "trap '' TERM; sleep 63\n", "Find out why \"sleep 63\" does not end"},
+    {"tool that outlives it", "(trap '' TERM; exec sleep 64) & wait\n",
+     "Find out why \"sleep 64\" does not end"},
+};
+
+TEST(StagedScript, IsTerminatedWithItsToolsWhenItHangs) {
+    for (const HungScript& row : hungScripts) {
+        SCOPED_TRACE(row.name);
+        const hx_test::TempDir files;
+        CommitScript script;
+        script.path = QString::fromStdString(files / "script");
+        hx_test::WriteFile(files / "script", "echo $$ > " + files / "pid" + '\n' + row.text);
+        const auto result = hx_test::RunInChild({}, [&] {
+            const Failure failure = FollowScript(script, SetupLock(), ScriptOutput::Logged,
+                                                 std::chrono::milliseconds(500));
+            ASSERT_TRUE(failure);
+            EXPECT_EQ(failure->status, ExitStatus::Refused);
+            EXPECT_EQ(failure->text, "commit script \"" + script.path +
+                                         "\" did not end within 0.5 seconds; terminated it");
+            EXPECT_EQ(failure->remedy, QLatin1String(row.remedy) + ", then run the setup again.");
+        });
+        EXPECT_EQ(result.status, 0) << result.out;
+        const std::string group = hx_test::ReadFile(files / "pid");
+        EXPECT_EQ(hx_test::Run({"pgrep", "--runstates", "DRST", "--pgroup",
+                                group.substr(0, group.find('\n'))})
+                      .out,
+                  "");
     }
 }
 

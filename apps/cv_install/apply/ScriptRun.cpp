@@ -6,7 +6,9 @@
 #include <sys/types.h>
 #include <unistd.h>
 
+#include <QDeadlineTimer>
 #include <QThread>
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <climits>
@@ -18,6 +20,7 @@
 #include "Outcome.h"
 #include "WriteAll.h"
 #include "apply/Interruption.h"
+#include "apply/ProcessGroup.h"
 #include "apply/Progress.h"
 #include "apply/SetupLog.h"
 #include "commit/CCommitScript.h"
@@ -26,6 +29,8 @@
 #include "installation/SignalsHandled.h"
 
 namespace {
+
+using std::chrono::milliseconds;
 
 // What the handler shares with the rest: the script's process group and the last signal.
 std::atomic<pid_t> scriptGroup = 0;
@@ -130,13 +135,32 @@ Failure StartScript(CCommitScript& script, const QString& path) {
 }
 
 // A failing wait is not the script's end: it is tried again, for a few seconds.
-bool WaitForEnd(CCommitScript& script) {
-    for (int failures = 0; failures < 10; ++failures) {
-        if (script.waitForFinished(-1) || script.state() == QProcess::NotRunning)
+bool WaitForEnd(CCommitScript& script, const QDeadlineTimer& deadline) {
+    for (int failures = 0; failures < 10 && !deadline.hasExpired(); ++failures) {
+        if (script.waitForFinished(static_cast<int>(deadline.remainingTime())) ||
+            script.state() == QProcess::NotRunning)
             return true;
-        QThread::msleep(500);
+        if (!deadline.hasExpired())
+            QThread::msleep(500);
     }
     return false;
+}
+
+// A tool of the script waits, for a file server or a lock for example.
+Problem TerminateHung(CCommitScript& script, const QString& path, milliseconds longestRun) {
+    constexpr milliseconds longestEnd(5000);
+    const QString tool = NewestCommand(static_cast<pid_t>(script.processId()));
+    EndGroup(script, std::min(longestRun, longestEnd));
+    scriptGroup = 0;
+    return {ExitStatus::Refused,
+            QStringLiteral("commit script \"%1\" did not end within %2 seconds; terminated it")
+                .arg(path)
+                .arg(static_cast<double>(longestRun.count()) / 1000),
+            tool.isEmpty()
+                ? QStringLiteral("Find out what it waits for, then run the setup again.")
+                : QStringLiteral("Find out why \"%1\" does not end, then run the setup again.")
+                      .arg(tool),
+            Changes::Kept};
 }
 
 // A script whose output nothing reads would wait indefinitely.
@@ -197,7 +221,8 @@ QByteArray WriteForComparison(CInstallBase& run) {
     return text;
 }
 
-Failure FollowToEnd(CommitScript& file, const SetupLock& lock, ScriptOutput output) {
+Failure FollowToEnd(CommitScript& file, const SetupLock& lock, ScriptOutput output,
+                    milliseconds longestRun) {
     const SignalsHandled whileItRuns(PassOn);
     Progress progress(output == ScriptOutput::Shown && isatty(STDOUT_FILENO) != 0);
     QByteArray collected;
@@ -221,12 +246,16 @@ Failure FollowToEnd(CommitScript& file, const SetupLock& lock, ScriptOutput outp
     file.wasRun = true;
     PassSignalsTo(static_cast<pid_t>(script.processId()));
     script.closeWriteChannel();
-    const bool ended = WaitForEnd(script);
+    const QDeadlineTimer deadline = output == ScriptOutput::Logged
+                                        ? QDeadlineTimer(longestRun)
+                                        : QDeadlineTimer(QDeadlineTimer::Forever);
+    const bool ended = WaitForEnd(script, deadline);
     if (ended)
         scriptGroup = 0;
     progress.Finish();
-    Failure failure =
-        ended ? ResultOf(script, path, output) : Failure(TerminateUnmonitored(script, path));
+    Failure failure = ended                   ? ResultOf(script, path, output)
+                      : deadline.hasExpired() ? TerminateHung(script, path, longestRun)
+                                              : TerminateUnmonitored(script, path);
     {
         const Console::Printing printing(failure ? Console::Importance::Needed
                                                  : Console::Importance::Detail);
@@ -263,8 +292,9 @@ bool AskAboutScript(const CommitScript& script, const std::function<bool()>& ask
     return answer;
 }
 
-Failure FollowScript(CommitScript& script, const SetupLock& lock, ScriptOutput output) {
-    Failure failure = FollowToEnd(script, lock, output);
+Failure FollowScript(CommitScript& script, const SetupLock& lock, ScriptOutput output,
+                     milliseconds longestRun) {
+    Failure failure = FollowToEnd(script, lock, output, longestRun);
     // What the script has done in private is lost with this process.
     if (!failure && output == ScriptOutput::Logged && receivedSignal != 0)
         DieOf(receivedSignal);

@@ -3,6 +3,7 @@
 
 #include <QByteArray>
 #include <QString>
+#include <chrono>
 #include <functional>
 
 #include "Problem.h"
@@ -34,8 +35,11 @@ enum class ScriptOutput { Shown, Logged };
 // Runs the script, shows its output as it comes or logs it at the end, and passes SIGINT, SIGQUIT,
 // SIGTERM and SIGHUP on to it. The status of a failure is the script's, 128 plus the signal that
 // terminated it, or ScriptNotStarted. The script holds the lock too, so that it is not released
-// while a script runs whose setup was killed; that script gets SIGTERM.
-Failure FollowScript(CommitScript& script, const SetupLock& lock, ScriptOutput output);
+// while a script runs whose setup was killed; that script gets SIGTERM. With Logged, a script that
+// does not end within `longestRun` is terminated, with all its processes.
+inline constexpr std::chrono::minutes longestStagedRun(10);
+Failure FollowScript(CommitScript& script, const SetupLock& lock, ScriptOutput output,
+                     std::chrono::milliseconds longestRun = longestStagedRun);
 
 // At the end of a setup. Shows the closing lines if there is no failure, and otherwise logs them.
 // Removes the script that was run if the setup is complete, and otherwise notes that it was kept.
