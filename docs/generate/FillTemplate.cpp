@@ -52,9 +52,10 @@ bool SkipOldTable(std::istream& from) {
     return false;
 }
 
-// A line that looks like a mark but is none.
+// A line that looks like a mark but is none. A line with spaces is of a unified diff.
 bool IsUnknownMark(const std::string& line) {
-    return (line.size() > 2 && line.front() == '@' && line.back() == '@') ||
+    return (line.size() > 2 && line.front() == '@' && line.back() == '@' &&
+            line.find(' ') == std::string::npos) ||
            (line.starts_with("<!-- table ") && !tables.contains(line));
 }
 
