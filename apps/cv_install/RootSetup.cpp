@@ -32,6 +32,7 @@
 #include "report/Report.h"
 #include "report/ResultCheck.h"
 #include "report/Summary.h"
+#include "report/TextDifferences.h"
 #include "staging/PrivateMounts.h"
 #include "staging/StagedRun.h"
 
@@ -156,6 +157,21 @@ Failure FindNeed(const StagedMachine& staged, const LiveReader& read, bool& isNe
     return {};
 }
 
+// As it was asked for, it is shown with --quiet, too.
+void ShowContents(const StagedMachine& staged, const Differences& differences) {
+    const Console::Printing printing(Console::Importance::Needed);
+    Descriptor liveTree;
+    Failure failure;
+    {
+        const TimeLimit limit;
+        failure = OpenInstallDirectory(liveTree);
+    }
+    if (failure)
+        ReportWarning(*failure);
+    else
+        PrintTextDifferences(staged, liveTree.Number(), differences);
+}
+
 Failure MergeAndReport(const SetupLock& lock, const StagedMachine& staged,
                        const Differences& differences) {
     SetupRecord record(staged.installDir);
@@ -192,6 +208,9 @@ Failure Complete(const Arguments& arguments, const SetupLock& lock, const Staged
     const auto read = [&](LiveMachine& live) {
         return ReadLiveMachine(staged, atStaging, alwaysRestart, live);
     };
+    const auto showContents = [&](const Differences& differences) {
+        ShowContents(staged, differences);
+    };
     const bool isDryRun = arguments.Has(OwnOption::DryRun);
     Failure failure;
     bool isNeeded = true;
@@ -200,8 +219,10 @@ Failure Complete(const Arguments& arguments, const SetupLock& lock, const Staged
     Differences differences;
     if (!failure && isNeeded) {
         failure = isDryRun ? ShowDifferences(staged, read, differences)
-                           : Agree(staged, atStaging, read, differences);
+                           : Agree(staged, atStaging, read, showContents, differences);
     }
+    if (!failure && isNeeded && arguments.Has(OwnOption::Diff))
+        showContents(differences);
     if (!failure && isNeeded)
         JsonReport::NoteChanges(differences, !staged.isRecorded);
     if (!failure)

@@ -10,6 +10,7 @@
 #include "apps/RootSetup.h"
 #include "harness/Child.h"
 #include "harness/Expect.h"
+#include "harness/Pattern.h"
 #include "harness/TempDir.h"
 #include "machine/ThrowawayRoot.h"
 #include "report/Agreement.h"
@@ -597,6 +598,7 @@ struct AgreementCase {
     std::string page;
     std::string end;  // the contents of what is merged, or the failure
     int reports;
+    std::string contents = {};  // those that the answer d shows
 };
 
 // A difference with such a content.
@@ -626,7 +628,10 @@ void ExpectAgreement(const AgreementCase& test) {
         return Failure();
     };
     Differences agreed;
-    const Failure failure = Agree(staged, rowsAt(0), read, agreed);
+    const auto showContents = [](const Differences& shown) {
+        std::printf("content %s\n", shown.paths[0].before.digest.c_str());
+    };
+    const Failure failure = Agree(staged, rowsAt(0), read, showContents, agreed);
     std::string end;
     if (failure) {
         EXPECT_EQ(failure->status, ExitStatus::Declined);
@@ -643,6 +648,9 @@ TEST(Agreement, IsAskedForOnceMoreAfterChanges) {
     const AgreementCase cases[] = {
         {"y\n", "aaa", "aa", "aa", "aaa", 1},
         {"n\n", "aaa", "aa", "aa", declined, 1},
+        {"d\nD\ny\n", "aaa", "aa", "aa", "aaa", 1, "content a\ncontent a\n"},
+        {"d\n", "aaa", "aa", "aa", declined, 1, "content a\n"},
+        {"y\nd\nn\n", "abbb", "aaa", "aaa", declined, 2, "content b\n"},
         // Lines of the programs in QueueLimits. What was shown is merged.
         {"y\n", "aaa", "ab", "aa", "aaa", 1},
         // After staging, and after the plan was shown.
@@ -664,6 +672,10 @@ TEST(Agreement, IsAskedForOnceMoreAfterChanges) {
         int reports = 0;
         for (size_t at = 0; (at = result.out.find("3 to change.", at)) != std::string::npos; ++at)
             ++reports;
+        std::string contents;
+        for (const auto& match : hx_test::AllMatches(result.out, "content [a-z]\n"))
+            contents += match[0];
+        EXPECT_EQ(contents, test.contents);
         EXPECT_EQ(reports, test.reports) << result.out;
         const char* name = test.page == "abb" ? "page" : "corvane26";
         EXPECT_EQ(result.err, reports == 1 ? ""

@@ -152,7 +152,8 @@ TEST(RootSetup, ChangesNothingWithoutConfirmation) {
                 const auto result = RunRootSetup({}, input + answer, mode);
                 EXPECT_EQ(result.status, 9) << result.err;
                 ExpectHolds(result.out, shown);
-                ExpectHolds(result.out, "Continue? [y/N] ");
+                ExpectHolds(result.out,
+                            mode == RootMode::Staged ? "Continue? [y/N/d] " : "Continue? [y/N] ");
                 EXPECT_TRUE(
                     result.err.ends_with("cv_install: setup canceled: plan not confirmed\n"
                                          "    No changes were made.\n" +
@@ -211,7 +212,7 @@ TEST(RootSetup, AsksAgainAfterChangesSinceStaging) {
         ExpectHolds(result.out,
                     "machine changed during the setup: /var/corvane/corvane26\n"
                     "Values in use:\n");
-        ExpectHolds(result.out.substr(result.out.find("machine changed")), "Continue? [y/N] ");
+        ExpectHolds(result.out.substr(result.out.find("machine changed")), "Continue? [y/N/d] ");
     });
 }
 
@@ -228,9 +229,9 @@ TEST(RootSetup, AppliesConfirmedPlanAndShowsPlanOfUpgrade) {
         EXPECT_EQ(Shell("cat /var/corvane/QueueLimits"),
                   "MaxThreads: 2\nMemoryPerThreadMB: 600\nScratch: /tmp\nDiskPerThreadGB: 3");
 
-        Shell("touch /etc/systemd/system/corvane24_service.service");
+        Shell("echo unit > /etc/systemd/system/corvane24_service.service");
         Shell("ln -sf /opt/elsewhere /usr/bin/corvane26_snapshot");
-        const std::string upgrade = limitAnswers + "bob,root\nn\n";
+        const std::string upgrade = limitAnswers + "bob,root\nd\nn\n";
         const auto declined = RunRootSetup({}, upgrade);
         EXPECT_EQ(declined.status, 9) << declined.err;
         EXPECT_EQ(declined.out.find("create"), std::string::npos) << declined.out;
@@ -238,7 +239,9 @@ TEST(RootSetup, AppliesConfirmedPlanAndShowsPlanOfUpgrade) {
                     {"  add root to group corvsrvc\n  remove ann from group corvsrvc\n",
                      "  delete file /etc/systemd/system/corvane24_service.service\n",
                      "  change /usr/bin/corvane26_snapshot: /opt/elsewhere -> "
-                     "/var/corvane/corvane26_snapshot\n"});
+                     "/var/corvane/corvane26_snapshot\n",
+                     "Continue? [y/N/d] --- /etc/systemd/system/corvane24_service.service\n"
+                     "+++ /dev/null\n@@ -1 +0,0 @@\n-unit\nContinue? [y/N/d] "});
     });
 }
 
@@ -417,8 +420,13 @@ TEST(RootSetup, ReportsAllFailedChecksAndChangesNothing) {
             EXPECT_EQ(Shell(state), before);
         }
         Shell("rm /usr/bin/corvane26");
-        const auto named = RunRootSetup({"--yes", "-u", "corvsrvc", "-p", "long", "--dry-run"});
+        const auto named = RunRootSetup(
+            {"--yes", "-u", "corvsrvc", "-p", "long", "--dry-run", "--diff", "--quiet"});
         EXPECT_EQ(named.status, 0) << named.err;
+        EXPECT_TRUE(named.out.starts_with("--- /dev/null\n+++ /var/corvane/corvane26\n@@ -0,0 +1,"))
+            << named.out;
+        ExpectParts(named.out, {"\n--- /dev/null\n+++ /usr/bin/corvane26_service_script\n",
+                                "\ncv_install: changes of a setup: "});
     });
 }
 

@@ -226,7 +226,7 @@ others = {
     "[Press \"Enter\" key to continue]", "the setup ended with exit status %1",
     "terminated by signal: %1", "Choose another directory? [Y/n]", "Keep the %1? [Y/n]",
     "job limit of the previous setup (%1)", "queue of the previous setup (%1)", "# For cv_install --answers.", "# Answers for the next setup",
-    "Please answer y or n.", "Commit script: %s", "Did you mean", "program directory",
+    "Please answer %s.", "y or n", "y, n or d", "Commit script: %s", "Did you mean", "program directory",
     "scratch directory of the previous setup", "service group member",
     "Missing command", "Number of the answer to change, q to quit, or Enter to continue:",
     "Please enter a number from 1 to %zu, or q.",

@@ -169,6 +169,9 @@ void Arguments::PassOn(const OptionUsage& option, const char* value) {
 }
 
 void Arguments::CheckTogether() const {
+    if (Has(OwnOption::Diff) && !Has(OwnOption::DryRun))
+        Refuse(R"(option "--diff" requires option "--dry-run")",
+               "Use --dry-run --diff, or answer d when the setup asks whether to continue.");
     if (UsesStream(OwnOption::Answers) && !Has(OwnOption::Yes))
         Refuse(R"(option "--answers -" requires option "--yes")",
                "Standard input cannot also contain the answers to questions.");

@@ -410,7 +410,7 @@ bool InputEnded(const CInstallBase& run) {
     return OnTerminal(run) && std::feof(stdin) != 0;
 }
 
-bool AskYesNo(const char* question, bool preset) {
+bool AskYesNo(const char* question, bool preset, const std::function<void()>& details) {
     for (;;) {
         std::fputs(question, stdout);
         std::fflush(stdout);
@@ -421,8 +421,12 @@ bool AskYesNo(const char* question, bool preset) {
             return preset;
         if (answer == "y" || answer == "yes")
             return true;
+        if (details && answer == "d") {
+            details();
+            continue;
+        }
         if (answer == "n" || answer == "no" || isatty(STDIN_FILENO) == 0)
             return false;
-        std::printf("Please answer y or n.\n");
+        std::printf("Please answer %s.\n", details ? "y, n or d" : "y or n");
     }
 }

@@ -24,5 +24,5 @@ Problem EndOfInput();
 
 // Prints `question` and returns the answer: y, yes, n or no, in upper or lower case. An empty
 // answer and the end of input mean `preset`. Another answer is asked again on a terminal, and means
-// no elsewhere.
-bool AskYesNo(const char* question, bool preset);
+// no elsewhere. The answer d calls `details`, if there are any, and asks again.
+bool AskYesNo(const char* question, bool preset, const std::function<void()>& details = {});

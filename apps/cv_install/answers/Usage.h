@@ -28,6 +28,7 @@ enum class OwnOption {
     Yes,
     Wait,
     DryRun,
+    Diff,
     IfNeeded,
     Json,
     Restart,

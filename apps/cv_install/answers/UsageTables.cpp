@@ -55,6 +55,12 @@ constexpr OptionUsage furtherOptions[] = {
     {"--dry-run", OptionValue::None, nullptr, "show what a setup would change, then end",
      "Only for root. The setup asks, checks and reports as usual, but changes nothing.",
      OwnOption::DryRun, true},
+    {"--diff", OptionValue::None, nullptr,
+     "with --dry-run, also show how the contents of files change",
+     "Text files as unified diffs, other files by size and checksum. Without --dry-run, answer d "
+     "at "
+     "the plan.",
+     OwnOption::Diff},
     {"--if-needed", OptionValue::None, nullptr, "do nothing if a setup would change nothing",
      "Only for root. The setup then ends with \"Nothing to do.\" A service that an administrator "
      "stopped or disabled stays so, unless something else changes.",

@@ -41,31 +41,40 @@ std::optional<std::string> ReadTarget(const Descriptor& link) {
     return std::string(text.data(), static_cast<size_t>(length));
 }
 
+constexpr off_t largestPublicFile = off_t{64} << 20;
+
 bool IsRead(const struct stat& file, Reading reading) {
-    constexpr off_t largestPublicFile = off_t{64} << 20;
     if (reading == Reading::PublicFiles)
         return (file.st_mode & S_IROTH) != 0 && file.st_size <= largestPublicFile;
     return reading == Reading::AllFiles;
 }
 
-// O_NONBLOCK: does not wait for a process that has a lease on the file. Stops at `size`, because
-// another process may append without end.
-std::optional<std::string> ReadDigest(const Descriptor& file, off_t size) {
+// Calls `take` with one block after the other. O_NONBLOCK: does not wait for a process that has a
+// lease on the file. Stops at `size`, because another process may append without end. Returns false
+// with errno set on a failure.
+template <class Take>
+bool ReadBlocks(const Descriptor& file, off_t size, const Take& take) {
     const Descriptor content = OpenAgain(file, O_RDONLY | O_NONBLOCK | O_NOATIME);
     if (!content)
-        return {};
-    QCryptographicHash hash(QCryptographicHash::Sha256);
+        return false;
     std::array<char, 65536> block = {};
     for (off_t rest = size; rest > 0;) {
         const ssize_t length =
             read(content.Number(), block.data(), std::min(block.size(), static_cast<size_t>(rest)));
         if (length < 0)
-            return {};
+            return false;
         if (length == 0)
             break;
-        hash.addData(QByteArrayView(block.data(), length));
+        take(QByteArrayView(block.data(), length));
         rest -= length;
     }
+    return true;
+}
+
+std::optional<std::string> ReadDigest(const Descriptor& file, off_t size) {
+    QCryptographicHash hash(QCryptographicHash::Sha256);
+    if (!ReadBlocks(file, size, [&hash](QByteArrayView block) { hash.addData(block); }))
+        return {};
     return hash.result().toHex().toStdString();
 }
 
@@ -113,6 +122,17 @@ std::optional<State> ReadEntry(int directory, const std::string& name, Reading r
         return {};
     state->digest = *content;
     return state;
+}
+
+struct PathParts {
+    std::string directory;  // empty for a single component
+    std::string name;
+};
+
+PathParts Split(const std::string& path) {
+    const size_t slash = path.rfind('/');
+    return slash == std::string::npos ? PathParts{"", path}
+                                      : PathParts{path.substr(0, slash), path.substr(slash + 1)};
 }
 
 }  // namespace
@@ -175,17 +195,37 @@ std::optional<State> ReadState(int directory, const std::string& name, Reading r
 }
 
 std::optional<State> ReadStateAt(int base, const std::string& path, Reading reading) {
-    const size_t slash = path.rfind('/');
-    const bool isNested = slash != std::string::npos;
+    const PathParts parts = Split(path);
     bool isPublic = false;
-    const Descriptor directory = OpenSteps(base, isNested ? path.substr(0, slash) : "", isPublic);
+    const Descriptor directory = OpenSteps(base, parts.directory, isPublic);
     if (!directory && (errno == ENOENT || errno == ENOTDIR || errno == ELOOP))
         return State();
     if (!directory)
         return {};
     if (reading == Reading::PublicFiles && !isPublic)
         reading = Reading::Nothing;
-    return ReadEntry(directory.Number(), isNested ? path.substr(slash + 1) : path, reading);
+    return ReadEntry(directory.Number(), parts.name, reading);
+}
+
+std::optional<PublicContent> ReadPublicContent(int base, const std::string& path) {
+    const PathParts parts = Split(path);
+    bool isPublic = false;
+    const Descriptor directory = OpenSteps(base, parts.directory, isPublic);
+    const Descriptor entry = directory ? OpenEntry(directory.Number(), parts.name) : Descriptor();
+    struct stat found = {};
+    if (!entry || fstatat(entry.Number(), "", &found, AT_EMPTY_PATH) != 0)
+        return {};
+    PublicContent content;
+    if (!S_ISREG(found.st_mode))
+        content.refusal = "it is not a regular file";
+    else if (!isPublic || (found.st_mode & S_IROTH) == 0)
+        content.refusal = "other users cannot read it";
+    else if (!IsRead(found, Reading::PublicFiles))
+        content.refusal = "it is larger than 64 MB";
+    else if (!ReadBlocks(entry, found.st_size,
+                         [&](QByteArrayView block) { content.bytes.append(block); }))
+        return {};
+    return content;
 }
 
 Descriptor OpenRegularFile(int directory, const std::string& name) {

@@ -3,6 +3,7 @@
 
 #include <sys/types.h>
 
+#include <QByteArray>
 #include <optional>
 #include <string>
 #include <utility>
@@ -78,6 +79,14 @@ std::optional<State> ReadState(int directory, const std::string& name,
 // not a directory.
 std::optional<State> ReadStateAt(int base, const std::string& path,
                                  Reading reading = Reading::PublicFiles);
+
+struct PublicContent {
+    QByteArray bytes;
+    const char* refusal = nullptr;  // why it was not read; null if it was
+};
+
+// The content of a file that Reading::PublicFiles includes. Empty, with errno set, on a failure.
+std::optional<PublicContent> ReadPublicContent(int base, const std::string& path);
 
 // Opens a regular file for reading, without following links, waiting, or changing a device that was
 // put in its place. Invalid, with errno set, for anything else.

@@ -115,7 +115,7 @@ QString ReadMessages(int file) {
 
 // As RunTool, with stdout to `output` unless that is -1.
 std::optional<QString> RunWithin(const std::vector<std::string>& command, Messages messages,
-                                 int output, seconds longest) {
+                                 int output, seconds longest, int lastSuccess = 0) {
     // A file in memory, because background processes of the tool can keep a pipe open.
     const Descriptor errors(messages == Messages::Shown ? memfd_create("errors", MFD_CLOEXEC) : -1);
     pid_t process = 0;
@@ -126,7 +126,7 @@ std::optional<QString> RunWithin(const std::vector<std::string>& command, Messag
         End(process);
         return QStringLiteral("the process did not end within %1 seconds").arg(longest.count());
     }
-    if (*status == 0)
+    if (WIFEXITED(*status) && WEXITSTATUS(*status) <= lastSuccess)
         return {};
     const QString text = ReadMessages(errors.Number());
     if (!text.isEmpty())
@@ -141,14 +141,13 @@ std::optional<QString> RunTool(const std::vector<std::string>& command, Messages
     return RunWithin(command, messages, -1, longestRun);
 }
 
-ToolOutput ReadTool(const std::vector<std::string>& command, seconds longest) {
-    constexpr qsizetype longestOutput = 1 << 20;
+ToolOutput ReadTool(const std::vector<std::string>& command, seconds longest, int lastSuccess) {
     const Descriptor output(memfd_create("output", MFD_CLOEXEC));
     ToolOutput result;
-    result.failure = RunWithin(command, Messages::Shown, output.Number(), longest);
-    result.text.resize(longestOutput);
+    result.failure = RunWithin(command, Messages::Shown, output.Number(), longest, lastSuccess);
+    result.text.resize(longestToolOutput);
     const ssize_t length =
-        pread(output.Number(), result.text.data(), static_cast<size_t>(longestOutput), 0);
+        pread(output.Number(), result.text.data(), static_cast<size_t>(longestToolOutput), 0);
     result.text.truncate(length > 0 ? length : 0);
     return result;
 }

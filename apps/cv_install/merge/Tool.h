@@ -15,10 +15,14 @@ enum class Messages { Shown, Discarded };
 // on stderr if messages are shown.
 std::optional<QString> RunTool(const std::vector<std::string>& command, Messages messages);
 
+inline constexpr qsizetype longestToolOutput = 1 << 20;
+
 struct ToolOutput {
     std::optional<QString> failure;  // as of RunTool
-    QByteArray text;                 // from stdout; at most 1 MB
+    QByteArray text;                 // from stdout; at most longestToolOutput
 };
 
-// Runs a program for at most `longest` and returns what it printed.
-ToolOutput ReadTool(const std::vector<std::string>& command, std::chrono::seconds longest);
+// Runs a program for at most `longest` and returns what it printed. Any status up to `lastSuccess`
+// is a success.
+ToolOutput ReadTool(const std::vector<std::string>& command, std::chrono::seconds longest,
+                    int lastSuccess = 0);

@@ -69,14 +69,14 @@ Failure ShowDifferences(const StagedMachine& staged, const LiveReader& read,
 }
 
 Failure Agree(const StagedMachine& staged, const LiveRows& atStaging, const LiveReader& read,
-              Differences& differences) {
+              const ContentPrinter& showContents, Differences& differences) {
     const Console::Printing printing(staged.interactive ? Console::Importance::Needed
                                                         : Console::Importance::Usual);
     if (Failure failure = ShowDifferences(staged, read, differences))
         return failure;
     LiveRows before = atStaging;
     for (int question = 1;; ++question) {
-        if (staged.interactive && !ConfirmPlan())
+        if (staged.interactive && !ConfirmPlan([&] { showContents(differences); }))
             return PlanDeclined();
         LiveMachine now;
         if (Failure failure = read(now))

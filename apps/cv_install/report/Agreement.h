@@ -20,9 +20,12 @@ using LiveReader = std::function<Failure(LiveMachine&)>;
 Failure ShowDifferences(const StagedMachine& staged, const LiveReader& read,
                         Differences& differences);
 
-// Shows what differs and asks. Then compares the live machine with `atStaging`, its state when the
-// setup was staged: a difference is shown and asked about once more, and a further one is a
-// failure. A setup without questions reports it and continues. `differences` becomes what was shown
-// last.
+// Shows the contents of files that differ.
+using ContentPrinter = std::function<void(const Differences&)>;
+
+// Shows what differs and asks; the answer d calls `showContents`. Then compares the live machine
+// with `atStaging`, its state when the setup was staged: a difference is shown and asked about once
+// more, and a further one is a failure. A setup without questions reports it and continues.
+// `differences` becomes what was shown last.
 Failure Agree(const StagedMachine& staged, const LiveRows& atStaging, const LiveReader& read,
-              Differences& differences);
+              const ContentPrinter& showContents, Differences& differences);

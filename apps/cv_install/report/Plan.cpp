@@ -108,8 +108,8 @@ void ShowPlan(const CInstallBase& run, const Answers& previous, unsigned conditi
     std::printf("\n");
 }
 
-bool ConfirmPlan() {
-    return AskYesNo("Continue? [y/N] ", false);
+bool ConfirmPlan(const std::function<void()>& details) {
+    return AskYesNo(details ? "Continue? [y/N/d] " : "Continue? [y/N] ", false, details);
 }
 
 Problem PlanDeclined() {

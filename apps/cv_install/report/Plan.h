@@ -1,6 +1,8 @@
 // The plan of a setup as root: what it is about to do, on one screen.
 #pragma once
 
+#include <functional>
+
 #include "Problem.h"
 #include "answers/Answers.h"
 #include "installation/MemberChanges.h"
@@ -12,8 +14,9 @@
 void ShowPlan(const CInstallBase& run, const Answers& previous, unsigned conditions,
               const MemberChanges& members, const QString& scriptPath);
 
-// Asks whether to continue. Only an answer that begins with "y" is a yes.
-bool ConfirmPlan();
+// Asks whether to continue. Only an answer that begins with "y" is a yes. The answer d calls
+// `details`, if there are any, and asks again.
+bool ConfirmPlan(const std::function<void()>& details = {});
 
 // The problem of a plan that was not confirmed.
 Problem PlanDeclined();

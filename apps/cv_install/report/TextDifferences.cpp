@@ -1,0 +1,211 @@
+#include "report/TextDifferences.h"
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <QCryptographicHash>
+#include <QStringList>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include "Problem.h"
+#include "WriteAll.h"
+#include "installation/TimeLimit.h"
+#include "merge/Tool.h"
+
+namespace {
+
+// A file before or after the setup.
+struct Side {
+    bool exists = false;
+    QByteArray bytes;
+    QString reason;  // why it cannot be shown
+};
+
+void PrintLine(const QString& line) {
+    std::printf("%s\n", qUtf8Printable(line));
+}
+
+// Tabs are harmless, and part of many files.
+QString PrintableText(const QString& line) {
+    QStringList parts = line.split(u'\t');
+    for (QString& part : parts)
+        part = Printable(part);
+    return parts.join(u'\t');
+}
+
+QString WhyUnread(int error) {
+    // The setup's timer interrupts system calls that wait.
+    return QString::fromUtf8(error == EINTR ? "timed out" : std::strerror(error));
+}
+
+std::string Sha256Of(const QByteArray& bytes) {
+    return QCryptographicHash::hash(bytes, QCryptographicHash::Sha256).toHex().toStdString();
+}
+
+// The content that the comparison found. Another process may have put a different file there.
+Side ReadSide(int base, const std::string& path, const State& compared) {
+    Side side;
+    if (compared.kind != State::Kind::File)
+        return side;
+    side.exists = true;
+    const TimeLimit limit;
+    std::optional<PublicContent> content = ReadPublicContent(base, path);
+    if (!content)
+        side.reason = WhyUnread(errno);
+    else if (content->refusal != nullptr)
+        side.reason = QLatin1String(content->refusal);
+    else if (Sha256Of(content->bytes) != compared.digest)
+        side.reason = QStringLiteral("it changed after the comparison");
+    else
+        side.bytes = std::move(content->bytes);
+    return side;
+}
+
+QString SizeAndDigest(const Side& side) {
+    if (!side.exists)
+        return QStringLiteral("none");
+    return QStringLiteral("%1 bytes, SHA-256 %2")
+        .arg(QString::number(side.bytes.size()), QString::fromStdString(Sha256Of(side.bytes)));
+}
+
+// A file for diff that no other process can change; as long as the object exists.
+class TemporaryFile {
+public:
+    explicit TemporaryFile(const Side& side) {
+        if (!side.exists)
+            return;
+        m_file = Descriptor(memfd_create("content", MFD_CLOEXEC));
+        if (!m_file || WriteAll(m_file.Number(), {side.bytes.constData(),
+                                                  static_cast<size_t>(side.bytes.size())}) != 0) {
+            m_error = errno;
+            return;
+        }
+        m_path = "/proc/" + std::to_string(getpid()) + "/fd/" + std::to_string(m_file.Number());
+    }
+
+    const std::string& Path() const { return m_path; }
+    int Error() const { return m_error; }
+
+private:
+    Descriptor m_file;
+    std::string m_path = "/dev/null";
+    int m_error = 0;
+};
+
+class TextPrinter {
+public:
+    TextPrinter(const StagedMachine& staged, int liveTree, std::chrono::seconds longest)
+        : m_staged(staged), m_liveTree(liveTree), m_longest(longest) {}
+
+    void Print(const PathDifference& difference) const;
+
+private:
+    // The directories, live and staged, that contain a path.
+    struct Bases {
+        Descriptor opened;
+        int live = -1;
+        int staged = -1;
+        std::string path;  // relative to them
+    };
+
+    Bases BasesOf(const std::string& path) const;
+    QString PrintDiff(const QString& path, const Side& before, const Side& after) const;
+
+    const StagedMachine& m_staged;
+    const int m_liveTree;
+    const std::chrono::seconds m_longest;
+};
+
+TextPrinter::Bases TextPrinter::BasesOf(const std::string& path) const {
+    Bases bases;
+    std::string directory = m_staged.installDir.toStdString();
+    if (path.starts_with(directory + '/')) {
+        bases.live = m_liveTree;
+        bases.staged = m_staged.tree.Number();
+    } else {
+        const bool isInBin = path.starts_with(std::string(binDirectory) + '/');
+        directory = isInBin ? binDirectory : etcDirectory;
+        bases.opened = Descriptor(open(directory.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+        bases.live = bases.opened.Number();
+        bases.staged = (isInBin ? m_staged.bin : m_staged.etc).Number();
+    }
+    bases.path = path.substr(directory.size() + 1);
+    return bases;
+}
+
+// Returns why there is none; empty when it was printed.
+QString TextPrinter::PrintDiff(const QString& path, const Side& before, const Side& after) const {
+    const TemporaryFile old(before);
+    const TemporaryFile now(after);
+    if (const int error = old.Error() != 0 ? old.Error() : now.Error())
+        return WhyUnread(error);
+    const auto label = [&](const Side& side) {
+        return side.exists ? path.toStdString() : std::string("/dev/null");
+    };
+    constexpr int filesDiffer = 1;
+    const ToolOutput diff = ReadTool({"diff", "--text", "--unified", "--label", label(before),
+                                      "--label", label(after), old.Path(), now.Path()},
+                                     m_longest, filesDiffer);
+    if (diff.failure)
+        return QStringLiteral("diff failed: ") + *diff.failure;
+    QStringList lines = QString::fromUtf8(diff.text).split(u'\n');
+    // What follows the last newline: nothing, or the beginning of a line.
+    lines.removeLast();
+    for (const QString& line : lines)
+        PrintLine(PrintableText(line));
+    if (diff.text.size() == longestToolOutput)
+        PrintLine(path + QStringLiteral(": the rest is not shown"));
+    return {};
+}
+
+void TextPrinter::Print(const PathDifference& difference) const {
+    const QString path = Printable(QString::fromStdString(difference.path));
+    const Bases bases = BasesOf(difference.path);
+    const Side before = ReadSide(bases.live, bases.path, difference.before);
+    const Side after = ReadSide(bases.staged, bases.path, difference.after);
+    QString reason = before.reason.isEmpty() ? after.reason : before.reason;
+    if (reason.isEmpty() && (before.bytes.contains('\0') || after.bytes.contains('\0'))) {
+        PrintLine(path + QStringLiteral(": binary file"));
+        PrintLine(QStringLiteral("  before: ") + SizeAndDigest(before));
+        PrintLine(QStringLiteral("  after:  ") + SizeAndDigest(after));
+        return;
+    }
+    if (reason.isEmpty())
+        reason = PrintDiff(path, before, after);
+    if (!reason.isEmpty())
+        PrintLine(path + QStringLiteral(": content not shown: ") + Printable(reason));
+}
+
+// True if the content of a file is created, changed or deleted. Of QueueEntries, no content is
+// read.
+bool ChangesContent(const PathDifference& difference) {
+    const State& before = difference.before;
+    const State& after = difference.after;
+    if (after.kind == State::Kind::File)
+        return !after.digest.empty() && before.digest != after.digest;
+    return before.kind == State::Kind::File;
+}
+
+// They are files of the product, created with their directory.
+bool IsNewWebPage(const PathDifference& difference) {
+    return difference.entry != nullptr && difference.entry->ownsAllBelow;
+}
+
+}  // namespace
+
+void PrintTextDifferences(const StagedMachine& staged, int liveTree, const Differences& differences,
+                          std::chrono::seconds longest) {
+    const TextPrinter printer(staged, liveTree, longest);
+    bool isAny = false;
+    for (const PathDifference& difference : differences.paths) {
+        if (!ChangesContent(difference) || IsNewWebPage(difference))
+            continue;
+        isAny = true;
+        printer.Print(difference);
+    }
+    if (!isAny)
+        std::printf("No file content changes.\n");
+}
