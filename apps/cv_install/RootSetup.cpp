@@ -80,6 +80,7 @@ Failure Stage(Arguments& arguments, const Answers& file, const Descriptor& liveT
         failure = WriteRunTimeFiles(*run, staged.conditions);
     }
     CommitScript script;
+    script.isDryRun = arguments.Has(OwnOption::DryRun);
     if (!failure)
         failure = WriteScript(*run, script, Changes::None);
     const EntryList keptPages = FindKeptPages(*run, staged.conditions);
@@ -90,7 +91,8 @@ Failure Stage(Arguments& arguments, const Answers& file, const Descriptor& liveT
     if (!failure)
         failure = RecordServiceAccount(run->m_serviceUser, run->m_serviceGroup);
     if (failure) {
-        if (!arguments.Has(OwnOption::DryRun))
+        DescribeForecast(script, failure);
+        if (!script.isDryRun)
             SaveScript(script, scripts);
         return failure;
     }

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include "apply/ScriptMessages.h"
 #include "harness/Child.h"
 
 namespace {
@@ -56,6 +57,31 @@ TEST(Progress, RecognizesLineThatComesInPieces) {
 
 TEST(Progress, WritesUnfinishedLastLine) {
     EXPECT_EQ(Shown(true, {"first\nicons/"}), "first\nicons/");
+}
+
+TEST(ScriptMessages, AreErrorAndMessagesOfToolsBefore) {
+    const struct {
+        const char* output;
+        const char* error;
+        const char* cause;
+    } cases[] = {
+        {"", "", ""},
+        {"Created directory /a\n", "Created directory /a", ""},
+        {"Created directory /a\n\nError, creating /b\n", "Error, creating /b", ""},
+        {"tar: a: old\nWrote a\n/bin/tar: b: Cannot open\ntar: exiting\nError, unpacking "
+         "/b\nmore\n",
+         "Error, unpacking /b", "/bin/tar: b: Cannot open; tar: exiting"},
+        {"Error, first\nUpdating /a: 755 -> 775\nError, second", "Error, second", ""},
+        {"/tmp/script: line 3: ln: not found\nError, creating /b\n", "Error, creating /b",
+         "/tmp/script: line 3: ln: not found"},
+    };
+    for (const auto& [output, error, cause] : cases) {
+        const ScriptMessages messages = FindScriptMessages(output);
+        EXPECT_EQ(messages.error, error) << output;
+        EXPECT_EQ(messages.cause, cause) << output;
+    }
+    const ScriptMessages longOnes = FindScriptMessages(QByteArray(5000, 'x'));
+    EXPECT_EQ(longOnes.error.size(), 1000);
 }
 
 }  // namespace

@@ -473,4 +473,32 @@ TEST(RootSetup, ReportsOwnerThatWasNotSet) {
     });
 }
 
+TEST(RootSetup, ReportsWhereSetupWouldFailInDryRun) {
+    HX_REQUIRE_THROWAWAY_ROOT();
+    const struct {
+        const char* tool;
+        const char* script;
+        int status;
+        const char* error;
+    } cases[] = {
+        {"/usr/bin/touch", "echo 'touch: no inodes' >&2; exit 7", 1,
+         "commit script ends with exit status 1: Error, creating /var/corvane/QueueEntries\n"
+         "    Cause: touch: no inodes. Fix it, then run the setup.\n    No changes were made.\n"},
+        {"/usr/bin/chown", "exit 1", 10,
+         "the owner of \"/var/corvane\" is root:root, expected corvsrvc:corvsrvc\n"}};
+    HX_EXPECT_SCENARIO([&] {
+        LayOutRootSetup();
+        for (const auto& [tool, script, status, error] : cases) {
+            const std::string path = tool;
+            Shell("cp " + path + " /srv/kept");
+            hx_test::WriteFile(path, std::string("#!/bin/sh\n") + script + "\n");
+            const auto result = RunRootSetup({"--yes", "--dry-run"});
+            Shell("cp /srv/kept " + path);
+            EXPECT_EQ(result.status, status);
+            ExpectHolds(result.err, std::string("cv_install: a setup would fail here: ") + error);
+            EXPECT_EQ(result.out.find("Error,"), std::string::npos) << result.out;
+        }
+    });
+}
+
 }  // namespace

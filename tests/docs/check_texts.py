@@ -232,7 +232,7 @@ others = {
     "Please enter a number from 1 to %zu, or q.",
 }
 remedy = re.compile(
-    r"(?:%s  )?(?:At most|Change (?:them|to)|Changes made|Copy|Correct|Create|Did you mean|Enter|Find out|Fix|"
+    r"(?:%s  )?(?:At most|Cause|Change (?:them|to)|Changes made|Copy|Correct|Create|Did you mean|Enter|Find out|Fix|"
     r"Free up|If it|Inspect|Install|Make|Move|No changes|Others could|Raise|Read|Remount|Remove|Root would|Run|Set|Some output|"
     r"Specify|Standard input cannot|Stop that|That needs|The keys|The setup (?:changes|continues)|To|Use|Write one)\b.*[.?]$")
 # The library's texts are fixed, so their beginnings are too.

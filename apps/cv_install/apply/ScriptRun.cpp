@@ -256,9 +256,12 @@ Failure FollowToEnd(CommitScript& file, const SetupLock& lock, ScriptOutput outp
     Failure failure = ended                   ? ResultOf(script, path, output)
                       : deadline.hasExpired() ? TerminateHung(script, path, longestRun)
                                               : TerminateUnmonitored(script, path);
+    if (failure && ended && script.exitStatus() == QProcess::NormalExit)
+        file.messages = FindScriptMessages(collected);
     {
-        const Console::Printing printing(failure ? Console::Importance::Needed
-                                                 : Console::Importance::Detail);
+        const bool isNeeded = failure && (!file.isDryRun || file.messages.error.isEmpty());
+        const Console::Printing printing(isNeeded ? Console::Importance::Needed
+                                                  : Console::Importance::Detail);
         progress.Show(collected);
         progress.Finish();
     }
@@ -299,6 +302,22 @@ Failure FollowScript(CommitScript& script, const SetupLock& lock, ScriptOutput o
     if (!failure && output == ScriptOutput::Logged && receivedSignal != 0)
         DieOf(receivedSignal);
     return failure;
+}
+
+void DescribeForecast(const CommitScript& script, Failure& failure) {
+    if (!failure || !script.isDryRun || !script.wasRun || failure->status >= ExitStatus::SignalBase)
+        return;
+    const ScriptMessages& messages = script.messages;
+    if (!messages.error.isEmpty()) {
+        failure->text =
+            QStringLiteral("commit script ends with exit status %1: %2")
+                .arg(QString::number(static_cast<int>(failure->status)), messages.error);
+        failure->remedy =
+            messages.cause.isEmpty()
+                ? QStringLiteral("To find the cause, add --verbose.")
+                : QStringLiteral("Cause: %1. Fix it, then run the setup.").arg(messages.cause);
+    }
+    failure->text.prepend(QStringLiteral("a setup would fail here: "));
 }
 
 void FinishScript(const CommitScript& script, const Failure& failure) {

@@ -7,6 +7,7 @@
 #include <functional>
 
 #include "Problem.h"
+#include "apply/ScriptMessages.h"
 #include "installation/SetupLock.h"
 #include "installation/State.h"
 #include "setuprun/CInstallBase.h"
@@ -14,8 +15,10 @@
 struct CommitScript {
     QString path;
     QByteArray text;  // empty: not written yet
+    bool isDryRun = false;
     bool wasRun = false;
-    QByteArray closing;  // what it printed at its end, which is shown after a complete setup
+    ScriptMessages messages;  // of a script that ended with another status than 0
+    QByteArray closing;       // what it printed at its end, which is shown after a complete setup
 };
 
 // Writes the commit script to a new file and compares it with the text that `script` already has
@@ -28,8 +31,8 @@ Failure WriteScript(CInstallBase& run, CommitScript& script, Changes changes);
 bool AskAboutScript(const CommitScript& script, const std::function<bool()>& ask);
 
 // What happens to the script's output. Shown: on a terminal with a title for each section. Logged:
-// only the log gets it, unless the script fails or --verbose is given. In both cases, its closing
-// lines, which report success, are not shown.
+// only the log gets it, unless the script fails or --verbose is given; in a dry run, only --verbose
+// shows it. In all cases, its closing lines, which report success, are not shown.
 enum class ScriptOutput { Shown, Logged };
 
 // Runs the script, shows its output as it comes or logs it at the end, and passes SIGINT, SIGQUIT,
@@ -40,6 +43,10 @@ enum class ScriptOutput { Shown, Logged };
 inline constexpr std::chrono::minutes longestStagedRun(10);
 Failure FollowScript(CommitScript& script, const SetupLock& lock, ScriptOutput output,
                      std::chrono::milliseconds longestRun = longestStagedRun);
+
+// Describes a failure after the script's start in a dry run as what a setup would do, with the last
+// messages of the script.
+void DescribeForecast(const CommitScript& script, Failure& failure);
 
 // At the end of a setup. Shows the closing lines if there is no failure, and otherwise logs them.
 // Removes the script that was run if the setup is complete, and otherwise notes that it was kept.
