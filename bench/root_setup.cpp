@@ -1,5 +1,6 @@
 // Compares a whole setup as root with default answers with bash running its commit script alone,
-// both over an existing installation in a throwaway copy of this system. Run it as root.
+// and a dry run with a setup up to its confirmation, all over an existing installation in a
+// throwaway copy of this system. Run it as root.
 #include <sched.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
@@ -86,5 +87,17 @@ int main() {
         console,
         "setup as root / its commit script alone: %.2f (%.0f ms / %.0f ms, medians of %d)\n",
         times.ratio, times.subject, times.reference, Rounds);
+    // Without input, the questions get their defaults, and the plan is not confirmed.
+    const auto timeOf = [&](const std::string& option, int status) {
+        return hx_bench::TimeOf({"/bin/sh", "-c",
+                                 setup[0] + " --setup --queue=internal " + option + "; [ $? -eq " +
+                                     std::to_string(status) + " ]"});
+    };
+    const hx_bench::Comparison dryRun = hx_bench::Compare(
+        Rounds, [&] { return timeOf("--dry-run", 0); }, [&] { return timeOf("", 9); });
+    std::fprintf(
+        console,
+        "dry run as root / setup up to the confirmation: %.2f (%.0f ms / %.0f ms, medians of %d)\n",
+        dryRun.ratio, dryRun.subject, dryRun.reference, Rounds);
     std::fclose(console);
 }
