@@ -1,22 +1,23 @@
-// Replays the session that README.md shows, on a machine of 8 cores, 15.6 GB of memory and 120 GB
-// of free scratch space.
+// Replays the sessions that the documents show.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <filesystem>
 
+#include "apps/RootSetup.h"
 #include "apps/UserSetup.h"
 #include "docs/Texts.h"
 #include "harness/Pattern.h"
 #include "harness/Terminal.h"
+#include "machine/ThrowawayRoot.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 using hx_test::Terminal;
 
-// Replaces omitted lines in the README.
+// Replaces omitted lines in the documents.
 const std::string cut = "…";
 
 // The questions, and the answers that the README shows.
@@ -33,6 +34,7 @@ const std::pair<std::string, std::string> answers[] = {
     {"Enter to continue: ", ""},
 };
 
+// A machine of 8 cores, 15.6 GB of memory and 120 GB of free scratch space.
 class Session : public testing::Test {
 protected:
     void SetUp() override {
@@ -100,23 +102,31 @@ protected:
 };
 
 // Drops what differs between runs: the names of temporary files, and headings, whose place depends
-// on how far bash has read. The README has no spaces at the ends of lines.
+// on how far bash has read. Drops what the machine decides: numbers of new accounts and the amount
+// of memory. The documents have no spaces at the ends of lines.
 std::vector<std::string> ComparableLines(const std::string& text) {
-    const std::string named = hx_test::ReplaceMatches(
-        text, "/corvane26_(commit|setup)_[A-Za-z0-9]{6}", "/corvane26_$1_XXXXXX");
-    const std::string plain = hx_test::ReplaceMatches(named, "==> [^\n]*\n", "");
-    return hx_docs::Lines(hx_test::ReplaceMatches(plain, " +\n", "\n"));
+    constexpr std::pair<const char*, const char*> replaced[] = {
+        {"/corvane26_(commit|setup)_[A-Za-z0-9]{6}", "/corvane26_$1_XXXXXX"},
+        {"==> [^\n]*\n", ""},
+        {" \\(([GU]ID) \\d+", " ($1 N"},
+        {" MB = (\\d+) of \\d+ MB", " MB = $1 of N MB"},
+        {" +\n", "\n"}};
+    std::string plain = text;
+    for (const auto& [pattern, replacement] : replaced)
+        plain = hx_test::ReplaceMatches(plain, pattern, replacement);
+    return hx_docs::Lines(plain);
 }
 
-TEST_F(Session, MatchesReadme) {
-    const std::string readme = hx_test::ReadFile(HX_README);
-    const std::string shown = hx_docs::Between(readme, "```console\n", "```\n");
+// Returns the command lines after the prompt, "$" or "#".
+std::vector<std::string> CommandsIn(const std::string& shown, const std::string& prompt) {
     std::vector<std::string> commands;
-    for (const hx_test::Match& match : hx_test::AllMatches("\n" + shown, "\n\\$ ([^\n]*)"))
+    for (const hx_test::Match& match :
+         hx_test::AllMatches("\n" + shown, "\n" + prompt + " ([^\n]*)"))
         commands.push_back(match[1]);
-    ASSERT_GE(commands.size(), 2U);
-    const std::string recorded = Record(commands);
+    return commands;
+}
 
+void ExpectSession(const std::string& shown, const std::string& recorded) {
     const std::vector<std::string> lines = ComparableLines(recorded);
     auto line = lines.begin();
     bool maySkip = false;
@@ -134,7 +144,57 @@ TEST_F(Session, MatchesReadme) {
         ASSERT_EQ(*line, wanted) << recorded;
         ++line;
     }
-    EXPECT_EQ(line, lines.end()) << "the README ends before\n" << *line;
+    if (!maySkip) {
+        EXPECT_EQ(line, lines.end()) << "the document ends before\n" << *line;
+    }
+}
+
+TEST_F(Session, MatchesReadme) {
+    const std::string readme = hx_test::ReadFile(HX_README);
+    const std::string shown = hx_docs::Between(readme, "```console\n", "```\n");
+    const std::vector<std::string> commands = CommandsIn(shown, "\\$");
+    ASSERT_GE(commands.size(), 2U);
+    ExpectSession(shown, Record(commands));
+}
+
+// Stands for systemctl. The real one enables units.
+constexpr const char* serviceManager = R"sh(#!/bin/sh
+case $1 in
+start|restart) : > /run/service;;
+is-active) [ -e /run/service ] || { echo inactive; exit 3; }; echo active;;
+enable) exec env SYSTEMD_OFFLINE=1 /usr/bin/systemctl.real "$@";;
+esac
+exit 0
+)sh";
+
+// A machine with the package, on which nothing is set up.
+void LayOutPackage() {
+    LayOutRootSetup();
+    fs::remove_all("/usr/lib/corvane26");
+    Shell("mv /opt/corvane26 /usr/lib/; mv /usr/bin/systemctl /usr/bin/systemctl.real");
+    hx_test::WriteFile("/usr/bin/systemctl", serviceManager);
+    hx_test::WriteFile("/usr/sbin/cv_install",
+                       "#!/bin/sh\nexec /usr/lib/corvane26/cv_install \"$@\"\n");
+    Shell("chmod 755 /usr/bin/systemctl /usr/sbin/cv_install");
+}
+
+TEST(GuideSession, MatchesFirstPage) {
+    HX_REQUIRE_THROWAWAY_ROOT();
+    HX_EXPECT_SCENARIO([] {
+        const std::string guide = hx_test::ReadFile(HX_DOCS "/administrator.md");
+        const std::string shown = hx_docs::Between(guide, "```console\n", "```\n");
+        const std::vector<std::string> commands = CommandsIn(shown, "#");
+        ASSERT_GE(commands.size(), 4U);
+        LayOutPackage();
+        std::string recorded;
+        for (const std::string& line : commands) {
+            const auto result = hx_test::Run({"/bin/sh", "-c", "cd /; exec " + line});
+            EXPECT_EQ(result.status, 0) << line;
+            EXPECT_EQ(result.err, "") << line;
+            recorded += "# " + line + "\n" + result.out;
+        }
+        ExpectSession(shown, recorded);
+    });
 }
 
 }  // namespace
