@@ -4,6 +4,7 @@
 
 #include "Console.h"
 #include "Outcome.h"
+#include "UserStaging.h"
 #include "answers/AnswersFile.h"
 #include "answers/Checks.h"
 #include "answers/Conversation.h"
@@ -131,13 +132,19 @@ Failure CheckInPlace(const CInstallBase& run, const Answers& answers,
 }
 
 // What must hold before the first question, whose answer would be lost.
-Failure FindObstacle(const CInstallBase& run) {
-    return IsRootSetup(run) ? FindRiskInPlace(run) : FindObstacleForUser(run);
+Failure FindObstacle(const CInstallBase& run, unsigned conditions, bool isStaged) {
+    if (IsRootSetup(run))
+        return FindRiskInPlace(run);
+    Failure failure = FindObstacleForUser(run);
+    if (!failure && isStaged)
+        failure = FindObstacleToStaging(run, conditions);
+    return failure;
 }
 
 }  // namespace
 
 Failure RunInPlace(Arguments& arguments, const Answers& file, const SetupLock& lock) {
+    const bool isStaged = IsStagedForUser(arguments);
     Answers answers;
     PreviousSetup previous;
     Failure failure;
@@ -151,24 +158,28 @@ Failure RunInPlace(Arguments& arguments, const Answers& file, const SetupLock& l
         },
         answers);
     // That of root was started before.
-    if (!IsRootSetup(*run))
+    if (!IsRootSetup(*run) && !arguments.Has(OwnOption::DryRun))
         SetupLog::Start(false);
     JsonReport::NoteLog(SetupLog::Path());
     if (run->m_clusterNode)
         Console::SetDefaultLevel(Console::Level::Quiet);
     if (!failure)
-        failure = FindObstacle(*run);
+        failure = FindObstacle(*run, ConditionsOf(*run, answers), isStaged);
     if (!failure)
         failure = AskQuestions(*run, answers);
     const MemberChanges members = FindMemberChanges(*run);
     if (!failure) {
         JsonReport::NoteAnswers(answers);
         Outcome::NoteAnswers(answers);
-        failure = SaveAnswersFile(arguments.TextOf(OwnOption::SaveAnswers), answers);
+        if (!isStaged)
+            failure = SaveAnswersFile(arguments.TextOf(OwnOption::SaveAnswers), answers);
     }
     if (!failure)
         failure = CheckInPlace(*run, answers, members);
-    if (failure)
+    bool continues = true;
+    if (!failure && isStaged)
+        failure = StageForUser(arguments, *run, previous, answers, lock, continues);
+    if (failure || !continues)
         return failure;
     CommitScript script;
     failure = CarryOut(*run, previous.answers, answers, members, lock, script);

@@ -6,5 +6,6 @@
 #include "answers/Arguments.h"
 #include "installation/SetupLock.h"
 
-// Asks, writes the files, runs the commit script, checks the result and shows the summary.
+// Asks, writes the files, runs the commit script, checks the result and shows the summary. A user's
+// setup is staged and compared before, with --if-needed, or instead, with --dry-run.
 Failure RunInPlace(Arguments& arguments, const Answers& file, const SetupLock& lock);

@@ -6,20 +6,16 @@
 #include "Console.h"
 #include "InPlace.h"
 #include "Outcome.h"
-#include "answers/AnswersFile.h"
+#include "StagedSetup.h"
 #include "answers/Checks.h"
 #include "answers/Conversation.h"
 #include "answers/Facts.h"
 #include "answers/Members.h"
 #include "answers/StartRun.h"
 #include "apply/Interruption.h"
-#include "apply/RunTimeFiles.h"
 #include "apply/ScriptRun.h"
 #include "apply/SetupLog.h"
 #include "installation/Installation.h"
-#include "installation/PackedPages.h"
-#include "installation/ServiceState.h"
-#include "installation/SetupRun.h"
 #include "installation/TimeLimit.h"
 #include "installation/TreeCheck.h"
 #include "merge/Accounts.h"
@@ -30,7 +26,6 @@
 #include "report/Agreement.h"
 #include "report/JsonReport.h"
 #include "report/Report.h"
-#include "report/ResultCheck.h"
 #include "report/Summary.h"
 #include "report/TextDifferences.h"
 #include "staging/PrivateMounts.h"
@@ -71,42 +66,15 @@ Failure Stage(Arguments& arguments, const Answers& file, const Descriptor& liveT
         failure = ReportFindings(
             RunChecks(FindFacts(*run, answers, staged.members, places, liveTree.Number())));
     }
-    HideMembersFromScript(*run);
     if (!failure)
         failure = PrivateMounts::CoverTemporaryFiles();
-    PackedPages packed;
-    if (!failure) {
-        packed.Read(*run, staged.conditions);
-        failure = WriteRunTimeFiles(*run, staged.conditions);
-    }
     CommitScript script;
     script.isDryRun = arguments.Has(OwnOption::DryRun);
     if (!failure)
-        failure = WriteScript(*run, script, Changes::None);
-    const EntryList keptPages = FindKeptPages(*run, staged.conditions);
-    if (!failure)
-        failure = FollowScript(script, lock, ScriptOutput::Logged);
-    if (!failure)
-        failure = CheckResult(*run, staged.conditions, keptPages, packed);
-    if (!failure)
-        failure = RecordServiceAccount(run->m_serviceUser, run->m_serviceGroup);
-    if (failure) {
-        DescribeForecast(script, failure);
-        if (!script.isDryRun)
-            SaveScript(script, scripts);
-        return failure;
-    }
-    WarnOfKeptPages(*run, liveTree.Number(), keptPages, packed);
-    staged.isRecorded = IsRecorded(answers, previous);
-    staged.interactive = run->m_interactive;
-    staged.serviceUser = run->m_serviceUser;
-    staged.serviceGroup = run->m_serviceGroup;
-    staged.script = script.text;
-    staged.values = ValuesOf(*run, previous.answers);
-    staged.missingCommands = SummaryOf(*run).missingCommands;
-    for (const QString& command : staged.missingCommands)
-        staged.values.emplace_back(QStringLiteral("Missing command"), command);
-    return {};
+        failure = StageFiles(*run, previous, liveTree, lock, staged, script);
+    if (failure)
+        FinishFailedStage(script, scripts, failure);
+    return failure;
 }
 
 uid_t UidOf(const std::optional<ServiceAccount>& account) {
@@ -131,32 +99,6 @@ Failure ReadLiveMachine(const StagedMachine& staged, const LiveRows& atStaging, 
     if (!failure)
         failure = FindServiceDifferences(staged, alwaysRestart, differences);
     return failure;
-}
-
-// Whether the setup would change anything. If not, reports that. An administrator may have stopped
-// or disabled the service.
-Failure FindNeed(const StagedMachine& staged, const LiveReader& read, bool& isNeeded) {
-    LiveMachine live;
-    if (Failure failure = read(live))
-        return failure;
-    Differences& differences = live.differences;
-    QString idleService;
-    if (!differences.services.empty())
-        idleService = StateOfIdleService();
-    if (!idleService.isEmpty())
-        KeepServiceIdle(differences);
-    isNeeded = !staged.isRecorded || !differences.IsEmpty();
-    if (isNeeded)
-        return {};
-    {
-        const Console::Printing report(Console::Importance::Detail);
-        PrintReport(staged, differences);
-    }
-    JsonReport::NoteChanges(differences, false);
-    SetupLog::Discard();
-    JsonReport::NoteLog({});
-    ShowNothingToDo(idleService);
-    return {};
 }
 
 // As it was asked for, it is shown with --quiet, too.
@@ -213,28 +155,16 @@ Failure Complete(const Arguments& arguments, const SetupLock& lock, const Staged
     const auto showContents = [&](const Differences& differences) {
         ShowContents(staged, differences);
     };
-    const bool isDryRun = arguments.Has(OwnOption::DryRun);
-    Failure failure;
-    bool isNeeded = true;
-    if (arguments.Has(OwnOption::IfNeeded) && !alwaysRestart)
-        failure = FindNeed(staged, read, isNeeded);
+    const auto agree = [&](Differences& differences) {
+        return Agree(staged, atStaging, read, showContents, differences);
+    };
     Differences differences;
-    if (!failure && isNeeded) {
-        failure = isDryRun ? ShowDifferences(staged, read, differences)
-                           : Agree(staged, atStaging, read, showContents, differences);
-    }
-    if (!failure && isNeeded && arguments.Has(OwnOption::Diff))
-        showContents(differences);
-    if (!failure && isNeeded)
-        JsonReport::NoteChanges(differences, !staged.isRecorded);
-    if (!failure)
-        failure = SaveAnswersFile(arguments.TextOf(OwnOption::SaveAnswers), staged.answers);
-    if (failure || !isNeeded)
-        return failure;
-    if (!isDryRun)
-        return MergeAndReport(lock, staged, differences);
-    ShowSummaryOfDryRun(differences);
-    return {};
+    bool continues = false;
+    Failure failure = ReportStaged(arguments, staged, {read, showContents, agree, alwaysRestart},
+                                   differences, continues);
+    if (!failure && continues)
+        failure = MergeAndReport(lock, staged, differences);
+    return failure;
 }
 
 Failure RunWithoutStaging(Arguments& arguments, const Answers& file, const SetupLock& lock,
@@ -274,7 +204,8 @@ ExitStatus RunAsRoot(Arguments& arguments, const Answers& file, const SetupLock&
         }
     }
     if (!failure) {
-        const StagedResult result = RunStaged(liveTree, [&](StagedMachine& staged) {
+        const QString installDir = QLatin1String(sharedDirectory);
+        const StagedResult result = RunStaged(installDir, liveTree, [&](StagedMachine& staged) {
             return Stage(arguments, file, liveTree, places, lock, staged);
         });
         if (result.signal != 0)

@@ -85,6 +85,11 @@ TEST_F(SetupLock, IsReleasedWhenKilledSetupsScriptHasEnded) {
 
 // As on some network file systems, the first call fails: the one that locks a directory.
 TEST_F(SetupLock, IsFileWhereDirectoriesCannotBeLocked) {
+    std::vector<std::string> arguments = m_yes;
+    arguments.emplace_back("--dry-run");
+    const auto dry = m_setup.RunProgram(m_setup.Command({"HX_TEST_FAIL=flock:1=9"}, arguments));
+    EXPECT_EQ(dry.status, 0) << dry.err;
+    EXPECT_FALSE(m_setup.Has(".corvane26_setup.lock"));
     const auto result = m_setup.RunProgram(m_setup.Command({"HX_TEST_FAIL=flock:1=9"}, m_yes));
     EXPECT_EQ(result.status, 0) << result.err;
     EXPECT_EQ(std::filesystem::status(m_setup.Outside(".corvane26_setup.lock")).permissions(),

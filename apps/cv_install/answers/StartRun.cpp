@@ -141,7 +141,8 @@ std::vector<std::pair<QString, QString>> ValuesOf(const CInstallBase& run,
     values.emplace_back(QStringLiteral("Scratch in total"),
                         SumOf(run.m_jobLimit, run.m_scratchLimitGB, "GB") + QStringLiteral(" GB"));
     AddQueue(run, previous, values);
-    AddServiceAccount(run, previous, values);
+    if (IsRootSetup(run))
+        AddServiceAccount(run, previous, values);
     if (IsRootSetup(run) && !run.m_clusterNode)
         values.emplace_back(QStringLiteral("Listeners"), ListenersOf(run));
     for (const AnswerRow& row : AnswerRows()) {

@@ -53,8 +53,7 @@ constexpr OptionUsage furtherOptions[] = {
      "Without it, the setup ends at once with exit status 64 while another one is running.",
      OwnOption::Wait},
     {"--dry-run", OptionValue::None, nullptr, "show what a setup would change, then end",
-     "Only for root. The setup asks, checks and reports as usual, but changes nothing.",
-     OwnOption::DryRun, true},
+     "The setup asks, checks and reports as usual, but changes nothing.", OwnOption::DryRun},
     {"--diff", OptionValue::None, nullptr,
      "with --dry-run, also show how the contents of files change",
      "Text files as unified diffs, other files by size and checksum. Without --dry-run, answer d "
@@ -62,9 +61,9 @@ constexpr OptionUsage furtherOptions[] = {
      "the plan.",
      OwnOption::Diff},
     {"--if-needed", OptionValue::None, nullptr, "do nothing if a setup would change nothing",
-     "Only for root. The setup then ends with \"Nothing to do.\" A service that an administrator "
-     "stopped or disabled stays so, unless something else changes.",
-     OwnOption::IfNeeded, true},
+     "The setup then ends with \"Nothing to do.\" A service that an administrator stopped or "
+     "disabled stays so, unless something else changes.",
+     OwnOption::IfNeeded},
     {"--json", OptionValue::File, "FILE", "write a report to FILE as JSON; - for stdout",
      "It is written at every end, also of a failing setup. An existing FILE is replaced. With -, "
      "all other output goes to standard error.",

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <sys/types.h>
 #include <unistd.h>
 
@@ -221,6 +222,18 @@ QByteArray WriteForComparison(CInstallBase& run) {
     return text;
 }
 
+Problem ScriptNotWritten(Changes changes) {
+    return {
+        ExitStatus::ScriptNotWritten, QStringLiteral("cannot write the commit script"),
+        QStringLiteral("Make sure that /tmp is writable and not full, then run the setup again."),
+        changes};
+}
+
+std::string ScriptDirectory() {
+    const std::string path = Find(Item::CommitScript).path;
+    return path.substr(0, path.rfind('/'));
+}
+
 Failure FollowToEnd(CommitScript& file, const SetupLock& lock, ScriptOutput output,
                     milliseconds longestRun) {
     const SignalsHandled whileItRuns(PassOn);
@@ -281,10 +294,7 @@ Failure WriteScript(CInstallBase& run, CommitScript& script, Changes changes) {
         return {};
     }
     Remove(script.path);
-    return Problem{
-        ExitStatus::ScriptNotWritten, QStringLiteral("cannot write the commit script"),
-        QStringLiteral("Make sure that /tmp is writable and not full, then run the setup again."),
-        changes};
+    return ScriptNotWritten(changes);
 }
 
 bool AskAboutScript(const CommitScript& script, const std::function<bool()>& ask) {
@@ -336,9 +346,18 @@ void FinishScript(const CommitScript& script, const Failure& failure) {
 }
 
 Descriptor OpenScriptDirectory() {
-    const std::string path = Find(Item::CommitScript).path;
-    return Descriptor(
-        open(path.substr(0, path.rfind('/')).c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    return Descriptor(open(ScriptDirectory().c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+}
+
+Failure CheckScriptDirectory() {
+    const std::string directory = ScriptDirectory();
+    constexpr std::uint64_t largestScript = 65536;
+    struct statvfs system = {};
+    const bool isFull = statvfs(directory.c_str(), &system) == 0 &&
+                        std::uint64_t{system.f_bavail} * system.f_frsize < largestScript;
+    if (!isFull && access(directory.c_str(), W_OK | X_OK) == 0)
+        return {};
+    return ScriptNotWritten(Changes::None);
 }
 
 void SaveScript(const CommitScript& script, const Descriptor& directory) {

@@ -55,6 +55,9 @@ void FinishScript(const CommitScript& script, const Failure& failure);
 // The directory of commit scripts.
 Descriptor OpenScriptDirectory();
 
+// For a script that is written in private: fails if that directory could not take one.
+Failure CheckScriptDirectory();
+
 // After a failure in private, writes the script that was run to a new file of its name in
 // `directory`.
 void SaveScript(const CommitScript& script, const Descriptor& directory);

@@ -152,6 +152,7 @@ bool IsDeclinedOrRefused(int status) {
         case ExitStatus::NoWorkingDirectory:
         case ExitStatus::Locked:
         case ExitStatus::ChecksFailed:
+        case ExitStatus::NoDryRun:
             return true;
         default:
             return false;
@@ -248,6 +249,8 @@ void SetupLog::Keep() {
 void SetupLog::Discard() {
     isLogStarted = false;
     std::fflush(stdout);
+    if (logFile != -1 && !isOfRoot)
+        unlink(logPath.c_str());
     CloseDescriptors();
 }
 

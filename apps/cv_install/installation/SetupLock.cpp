@@ -14,6 +14,7 @@
 #include <cstdio>
 #include <cstring>
 #include <thread>
+#include <utility>
 
 #include "installation/Installation.h"
 #include "installation/Owners.h"
@@ -129,18 +130,24 @@ int SetupLock::TryLock() const {
 
 Failure SetupLock::Take(const QString& installDir, std::chrono::seconds limit, Purpose purpose) {
     const Entry& entry = Find(Item::RootLock);
-    if (purpose == Purpose::DryRun && access(entry.path, F_OK) != 0)
-        return {};
     const bool isRoot = getuid() == 0;
+    const auto isUntaken = [purpose](const std::string& path) {
+        return purpose == Purpose::DryRun && access(path.c_str(), F_OK) != 0;
+    };
+    if (isRoot && isUntaken(entry.path))
+        return {};
     if (Failure failure =
             isRoot ? OpenFile(entry.path, entry.rootMode) : OpenDirectory(installDir.toStdString()))
         return failure;
     int error = TryLock();
     // Some network file systems lock only files that are open for writing.
     if (!isRoot && error != 0 && error != EWOULDBLOCK) {
-        close(m_descriptor);
+        close(std::exchange(m_descriptor, -1));
         const Entry& file = Find(Item::UserLock);
-        if (Failure failure = OpenFile(PathOf(file, installDir.toStdString()), file.userMode))
+        const std::string path = PathOf(file, installDir.toStdString());
+        if (isUntaken(path))
+            return {};
+        if (Failure failure = OpenFile(path, file.userMode))
             return failure;
         error = TryLock();
     }

@@ -19,8 +19,7 @@ public:
     SetupLock(const SetupLock&) = delete;
     SetupLock& operator=(const SetupLock&) = delete;
 
-    // A dry run changes nothing, so it does not create the file of a lock that no setup has taken
-    // since the machine was started.
+    // A dry run changes nothing, so it does not create the file of a lock that no setup has taken.
     enum class Purpose { Setup, DryRun };
 
     // Takes the lock of the tree, after waiting up to `limit` for another setup. Fails with Locked

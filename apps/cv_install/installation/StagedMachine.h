@@ -1,6 +1,7 @@
 // The result of the commit script, as it is in staging.
 #pragma once
 
+#include <QList>
 #include <QString>
 #include <QStringList>
 #include <utility>
@@ -10,7 +11,8 @@
 #include "installation/MemberChanges.h"
 #include "installation/State.h"
 
-// The directories are below one tmpfs that no other process can reach.
+// The directories are below one tmpfs that no other process can reach. A user's dry run has only
+// the tree.
 struct StagedMachine {
     Descriptor tree;  // what took the place of the install directory
     // Upper layers of the overlays over /etc and /usr/bin: what the script created or changed is
@@ -18,6 +20,10 @@ struct StagedMachine {
     Descriptor etc;
     Descriptor bin;
     Descriptor calls;  // a file: the calls of systemctl, service and chkconfig, one on a line
+
+    // A user owns everything in staging. The inodes of copies of the install tree's entries: on the
+    // machine, they have another owner or group.
+    QList<quint64> copies;
 
     bool interactive = false;
     unsigned conditions = 0;  // of the setup, see Installation.h

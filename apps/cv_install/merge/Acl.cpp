@@ -65,3 +65,21 @@ bool HasLimitedAcl(int descriptor, uid_t owner) {
     const std::string path = AclPath(descriptor);
     return IsLimited(path, aclAttributes[0], owner) && IsLimited(path, aclAttributes[1], owner);
 }
+
+bool CopyDefaultAcl(int descriptor, const std::string& copy) {
+    const char* attribute = aclAttributes[1];
+    std::array<char, 65536> list = {};
+    const ssize_t length =
+        getxattr(AclPath(descriptor).c_str(), attribute, list.data(), list.size());
+    if (length < 0)
+        return IsAbsent(errno);
+    std::string kept(list.data(), std::min(aclVersionSize, static_cast<size_t>(length)));
+    for (size_t at = aclVersionSize; at + sizeof(AclEntry) <= static_cast<size_t>(length);
+         at += sizeof(AclEntry)) {
+        AclEntry entry = {};
+        std::memcpy(&entry, list.data() + at, sizeof entry);
+        if (entry.tag != aclUser && entry.tag != aclGroup)
+            kept.append(list.data() + at, sizeof entry);
+    }
+    return setxattr(copy.c_str(), attribute, kept.data(), kept.size(), 0) == 0;
+}

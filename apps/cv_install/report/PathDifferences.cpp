@@ -109,6 +109,7 @@ public:
                Differences& differences)
         : m_staged(staged),
           m_installDir(staged.installDir.toStdString()),
+          m_isRoot((staged.conditions & AsRoot) != 0),
           m_liveTree(liveTree),
           m_recordedAccount(recordedAccount),
           m_paths(differences.paths),
@@ -134,13 +135,20 @@ private:
         return {after.owner, after.group, m_recordedAccount};
     }
 
+    bool IsCopy(const State& staged) const {
+        return m_staged.copies.contains(static_cast<quint64>(staged.inode));
+    }
+
+    gid_t GroupBelow(const std::string& directory, gid_t group) const;
+    State OnMachine(const std::string& path, State staged, const State& live) const;
+
     static Failure Read(const Place& place, Reading reading, State& state);
     static Failure List(const Place& place, Descriptor& directory, Names& names);
 
     Failure CompareEntry(const Entry& entry);
     Failure CompareDirectory(const Place& live, const State& before, const State& after);
     void CompareKeptFile(const Place& live, const State& before, const State& after);
-    Failure AddCreatedBelow(const Place& staged);
+    Failure AddCreatedBelow(const Place& staged, gid_t group);
     Failure AddOwnersBelow(const Place& live, const State& owner, int depth);
     Failure AddOwner(const Place& live, const State& owner, int depth);
 
@@ -153,6 +161,7 @@ private:
 
     const StagedMachine& m_staged;
     const std::string m_installDir;
+    const bool m_isRoot;
     const int m_liveTree;
     const uid_t m_recordedAccount;
     size_t m_pageCount = 0;
@@ -177,6 +186,33 @@ Failure Comparison::List(const Place& place, Descriptor& directory, Names& names
     return UnreadablePath(place.path, errno);
 }
 
+std::string ParentOf(const std::string& path) {
+    const size_t slash = path.rfind('/');
+    return slash == std::string::npos ? std::string() : path.substr(0, slash);
+}
+
+// The group of what a user creates in a directory of the tree: that of the directory if it has the
+// setgid bit, otherwise `group`. Staged directories have the bit, but not always that group.
+gid_t Comparison::GroupBelow(const std::string& directory, gid_t group) const {
+    const auto staged = ReadStateAt(m_staged.tree.Number(), directory, Reading::Nothing);
+    if (!staged || (staged->mode & S_ISGID) == 0)
+        return group;
+    if (!IsCopy(*staged) && !directory.empty())
+        return GroupBelow(ParentOf(directory), group);
+    const auto live = ReadStateAt(m_liveTree, directory, Reading::Nothing);
+    return live ? live->group : group;
+}
+
+// What a staged entry is on the machine. What a user's setup rewrites keeps its owner.
+State Comparison::OnMachine(const std::string& path, State staged, const State& live) const {
+    if (m_isRoot || staged.kind == State::Kind::Missing)
+        return staged;
+    if (IsCopy(staged))
+        return WithOwnerOf(staged, live);
+    staged.group = GroupBelow(ParentOf(path), staged.group);
+    return staged;
+}
+
 Failure Comparison::CompareTree() {
     // The staged link, not the condition, shows whether the earlier repository exists.
     const unsigned conditions = m_staged.conditions | WithEarlierRepository;
@@ -197,24 +233,28 @@ Failure Comparison::CompareEntry(const Entry& entry) {
     std::optional<State> found = State();
     if (staged && m_liveTree != -1)
         found = ReadStateAt(m_liveTree, entry.path,
-                            isContentKept ? Reading::Nothing : Reading::PublicFiles);
+                            isContentKept ? Reading::Nothing
+                            : m_isRoot    ? Reading::PublicFiles
+                                          : Reading::AllFiles);
     if (!staged || !found)
         return UnreadablePath(path, errno);
     if (staged->kind == State::Kind::Missing)
         return {};
+    const State after = OnMachine(entry.path, *staged, *found);
     if (found->kind == State::Kind::Missing) {
-        Add(Change::Create, {-1, "", path, &entry}, *found, *staged);
+        Add(Change::Create, {-1, "", path, &entry}, *found, after);
         return entry.ownsAllBelow
-                   ? AddCreatedBelow({m_staged.tree.Number(), entry.path, path, &entry})
+                   ? AddCreatedBelow({m_staged.tree.Number(), entry.path, path, &entry},
+                                     after.group)
                    : Failure();
     }
     const Place live = {m_liveTree, entry.path, path, &entry};
     if (entry.kind == Kind::Directory)
-        return CompareDirectory(live, *found, *staged);
+        return CompareDirectory(live, *found, after);
     if (isContentKept) {
-        CompareKeptFile(live, *found, *staged);
-    } else if (entry.later != Later::Keeps && *found != *staged) {
-        Add(Change::Modify, live, *found, *staged);
+        CompareKeptFile(live, *found, after);
+    } else if (entry.later != Later::Keeps && *found != after) {
+        Add(Change::Modify, live, *found, after);
         if (entry.item == Item::QueueLimits)
             m_paths.back().changedLines = FindChangedLines(m_liveTree, m_staged.tree.Number());
     }
@@ -226,10 +266,12 @@ Problem RefusePrivate(const std::string& path) {
     return RefusedPath(QStringLiteral("other users cannot read directory \"%1\""), path);
 }
 
-// Of a directory that exists, a setup sets only the owner.
+// Of a directory that exists, a setup as root sets only the owner, and a user's setup nothing.
 Failure Comparison::CompareDirectory(const Place& live, const State& before, const State& after) {
     if (before.kind != State::Kind::Directory)
         return RefusedPath(QStringLiteral("\"%1\" is not a directory"), live.path);
+    if (!m_isRoot)
+        return {};
     const Takeover takeover = CheckTakeover(live.entry, before, false, OwnersAfter(after));
     if (takeover == Takeover::NotRoots || takeover == Takeover::OtherOwner)
         return RefusedPath(QStringLiteral("directory \"%1\" is owned by another user"), live.path);
@@ -251,7 +293,10 @@ Failure Comparison::CompareDirectory(const Place& live, const State& before, con
 // The merge changes at most the mode of a file that is certainly that of an earlier setup, and
 // replaces any other. An owner of an earlier setup stays.
 void Comparison::CompareKeptFile(const Place& live, const State& before, const State& after) {
-    if (!IsQueueFileOfSetup(before, OwnersAfter(after))) {
+    if (!m_isRoot) {
+        if (before != after)
+            Add(Change::Modify, live, before, after);
+    } else if (!IsQueueFileOfSetup(before, OwnersAfter(after))) {
         Add(Change::Modify, live, before, after);
     } else if (before.mode != after.mode) {
         State changed = before;
@@ -260,8 +305,9 @@ void Comparison::CompareKeptFile(const Place& live, const State& before, const S
     }
 }
 
-// Everything below a new directory of web pages. In staging, no other user can reach it.
-Failure Comparison::AddCreatedBelow(const Place& staged) {
+// Everything below a new directory of web pages. In staging, no other user can reach it. All of a
+// user's pages get the group of their directory: they are unpacked before its mode is set.
+Failure Comparison::AddCreatedBelow(const Place& staged, gid_t group) {
     Names names;
     const Descriptor directory = OpenDirectory(staged.directory, staged.name);
     if (!directory || !ReadNames(OpenForNames(directory.Number(), ""), names))
@@ -272,9 +318,11 @@ Failure Comparison::AddCreatedBelow(const Place& staged) {
         Failure failure = Read(below, Reading::AllFiles, state);
         if (failure)
             return failure;
+        if (!m_isRoot)
+            state.group = group;
         Add(Change::Create, below, State(), state);
         if (state.kind == State::Kind::Directory)
-            failure = AddCreatedBelow(below);
+            failure = AddCreatedBelow(below, group);
         if (failure)
             return failure;
     }

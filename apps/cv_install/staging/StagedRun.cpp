@@ -21,6 +21,7 @@
 
 namespace {
 
+// Of root's setup; a user's has only the first.
 constexpr size_t descriptorCount = 4;
 
 // A message holds everything but the descriptors, which go with it.
@@ -33,7 +34,8 @@ QByteArray Encode(const QString& impossible, const StagedMachine& staged) {
            << staged.serviceUser << staged.serviceGroup << staged.members.joining
            << staged.members.leaving << staged.isManagerRunning << staged.activeServices
            << QList<std::pair<QString, QString>>(staged.values.begin(), staged.values.end())
-           << staged.missingCommands << staged.answers << staged.isRecorded << staged.script;
+           << staged.missingCommands << staged.answers << staged.isRecorded << staged.script
+           << staged.copies;
     return message;
 }
 
@@ -43,7 +45,8 @@ void Decode(const QByteArray& message, QString& impossible, StagedMachine& stage
     stream >> impossible >> staged.interactive >> staged.conditions >> staged.installDir >>
         staged.serviceUser >> staged.serviceGroup >> staged.members.joining >>
         staged.members.leaving >> staged.isManagerRunning >> staged.activeServices >> values >>
-        staged.missingCommands >> staged.answers >> staged.isRecorded >> staged.script;
+        staged.missingCommands >> staged.answers >> staged.isRecorded >> staged.script >>
+        staged.copies;
     staged.values.assign(values.begin(), values.end());
 }
 
@@ -68,11 +71,13 @@ bool Send(int socket, QByteArray bytes, const StagedMachine* staged) {
     } else {
         const int descriptors[descriptorCount] = {staged->tree.Number(), staged->etc.Number(),
                                                   staged->bin.Number(), staged->calls.Number()};
+        const size_t size = staged->etc ? sizeof descriptors : sizeof descriptors[0];
+        message.header.msg_controllen = CMSG_SPACE(size);
         cmsghdr* control = CMSG_FIRSTHDR(&message.header);
         control->cmsg_level = SOL_SOCKET;
         control->cmsg_type = SCM_RIGHTS;
-        control->cmsg_len = CMSG_LEN(sizeof descriptors);
-        std::memcpy(CMSG_DATA(control), descriptors, sizeof descriptors);
+        control->cmsg_len = CMSG_LEN(size);
+        std::memcpy(CMSG_DATA(control), descriptors, size);
     }
     return sendmsg(socket, &message.header, MSG_NOSIGNAL) == bytes.size();
 }
@@ -90,10 +95,10 @@ void Receive(int socket, StagedResult& result) {
     StagedMachine staged;
     Decode(bytes.first(length), result.impossible, staged);
     const cmsghdr* control = CMSG_FIRSTHDR(&message.header);
-    int descriptors[descriptorCount] = {};
-    if (control == nullptr || control->cmsg_len != CMSG_LEN(sizeof descriptors))
+    int descriptors[descriptorCount] = {-1, -1, -1, -1};
+    if (control == nullptr || control->cmsg_len > CMSG_LEN(sizeof descriptors))
         return;
-    std::memcpy(descriptors, CMSG_DATA(control), sizeof descriptors);
+    std::memcpy(descriptors, CMSG_DATA(control), control->cmsg_len - CMSG_LEN(0));
     staged.tree = Descriptor(descriptors[0]);
     staged.etc = Descriptor(descriptors[1]);
     staged.bin = Descriptor(descriptors[2]);
@@ -101,22 +106,28 @@ void Receive(int socket, StagedResult& result) {
     result.staged = std::move(staged);
 }
 
-ExitStatus RunChild(int socket, Descriptor& liveTree,
-                    const std::function<Failure(StagedMachine&)>& setup) {
-    StagedMachine staged;
+Failure EnterPrivateMounts(Descriptor& liveTree, StagedMachine& staged, QString& impossible) {
     const ServiceStates services = FindServiceStates();
     staged.isManagerRunning = services.isManagerRunning;
     staged.activeServices = services.active;
-    const QString impossible = PrivateMounts::Enter(liveTree, staged.activeServices);
+    impossible = PrivateMounts::Enter(liveTree, staged.activeServices);
+    if (!impossible.isEmpty())
+        return {};
+    const TimeLimit limit;
+    return PrivateMounts::Fill(liveTree, staged);
+}
+
+ExitStatus RunChild(int socket, const QString& installDir, Descriptor& liveTree,
+                    const std::function<Failure(StagedMachine&)>& setup) {
+    StagedMachine staged;
+    staged.installDir = installDir;
+    QString impossible;
+    Failure failure;
+    if (getuid() == 0)
+        failure = EnterPrivateMounts(liveTree, staged, impossible);
     if (!impossible.isEmpty()) {
         Send(socket, Encode(impossible, staged), nullptr);
         return ExitStatus::Complete;
-    }
-    staged.installDir = QLatin1String(sharedDirectory);
-    Failure failure;
-    {
-        const TimeLimit limit;
-        failure = PrivateMounts::Fill(liveTree, staged);
     }
     if (!failure)
         failure = setup(staged);
@@ -135,7 +146,8 @@ ExitStatus RunChild(int socket, Descriptor& liveTree,
 
 }  // namespace
 
-StagedResult RunStaged(Descriptor& liveTree, const std::function<Failure(StagedMachine&)>& setup) {
+StagedResult RunStaged(const QString& installDir, Descriptor& liveTree,
+                       const std::function<Failure(StagedMachine&)>& setup) {
     StagedResult result;
     int sockets[2] = {-1, -1};
     if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, sockets) != 0) {
@@ -151,7 +163,7 @@ StagedResult RunStaged(Descriptor& liveTree, const std::function<Failure(StagedM
         return result;
     }
     if (forked == 0)
-        std::exit(static_cast<int>(RunChild(sender.Number(), liveTree, setup)));
+        std::exit(static_cast<int>(RunChild(sender.Number(), installDir, liveTree, setup)));
     sender = Descriptor();
     Receive(receiver.Number(), result);
     const int status = ChildProcess::Wait();

@@ -19,8 +19,10 @@ struct StagedResult {
     QString impossible;
 };
 
-// Forks. The child enters the private view and calls `setup`, which completes its argument or
-// fails; the parent waits. A signal that asks this process to end goes to the child, whose end
-// it waits for. When this process is killed, the child gets SIGTERM. The process must have one
-// thread. `liveTree` is the install directory, or invalid when it does not exist.
-StagedResult RunStaged(Descriptor& liveTree, const std::function<Failure(StagedMachine&)>& setup);
+// Forks. The child calls `setup`, which completes its argument or fails; the parent waits. As root,
+// the child enters the private view before. A signal that asks this process to end goes to the
+// child, whose end it waits for. When this process is killed, the child gets SIGTERM. The process
+// must have one thread. `liveTree` is the install directory `installDir`, or invalid when it does
+// not exist.
+StagedResult RunStaged(const QString& installDir, Descriptor& liveTree,
+                       const std::function<Failure(StagedMachine&)>& setup);
