@@ -11,6 +11,7 @@
 #include "harness/Child.h"
 #include "harness/Expect.h"
 #include "harness/TempDir.h"
+#include "machine/ThrowawayRoot.h"
 
 namespace {
 
@@ -61,6 +62,7 @@ protected:
     std::string Output(std::chrono::seconds longest = std::chrono::seconds(60)) const {
         StagedMachine staged;
         staged.installDir = "/T";
+        staged.conditions = m_conditions;
         staged.tree = Open(At("staged"));
         staged.etc = Open(At("etc"));
         const Descriptor live = Open(At("live"));
@@ -72,6 +74,7 @@ protected:
     }
 
     hx_test::TempDir m_directory;
+    unsigned m_conditions = AsRoot;
     Differences m_differences;
 };
 
@@ -207,22 +210,42 @@ TEST_F(TextDifferences, ShowsNothingOfPrivateDirectoriesAndFiles) {
               "/T/file: content not shown: other users cannot read it\n");
 }
 
-TEST_F(TextDifferences, TruncatesLongOutput) {
-    AddFile("long", std::string(3 << 19, 'x') + "\n", "a\n");
-    AddFile(
-        "lines",
-        [] {
-            std::string lines;
-            for (int i = 0; i < 200000; ++i)
-                lines += "line x\n";
-            return lines;
-        }(),
-        "");
+TEST_F(TextDifferences, ShowsPrivateFilesToTheirUser) {
+    m_conditions = Condition::AsUser;
+    for (const char* name : {"live/private", "staged/private"}) {
+        fs::create_directories(At(name));
+        chmod(At(name).c_str(), 0700);
+    }
+    WriteFile(At("live/private/file"), "old\n");
+    WriteFile(At("staged/private/file"), "new\n");
+    m_differences.paths.push_back({Change::Modify, "/T/private/file",
+                                   StateOf("live", "private/file"),
+                                   StateOf("staged", "private/file")});
+    EXPECT_EQ(Output(), "--- /T/private/file\n+++ /T/private/file\n@@ -1 +1 @@\n-old\n+new\n");
+}
+
+TEST_F(TextDifferences, ReadsFilesOfOtherUsersAsUser) {
+    HX_REQUIRE_THROWAWAY_ROOT();
+    HX_EXPECT_SCENARIO([] {
+        WriteFile("/srv/file", "a");
+        const Descriptor directory = Open("/srv");
+        ASSERT_EQ(seteuid(4001), 0);
+        const auto content = ReadContent(directory.Number(), "file", Reading::AllFiles);
+        ASSERT_TRUE(content);
+        EXPECT_EQ(content->bytes, "a");
+    });
+}
+
+TEST_F(TextDifferences, LimitsDiffAndItsOutputToOneMegabyte) {
+    const std::string newlines(1 << 20, '\n');
+    AddFile("large", newlines + '\n', "");
+    AddFile("lines", newlines, "");
     const std::string out = Output();
-    EXPECT_LE(out.size(), 1100000U);
-    hx_test::ExpectHolds(out,
-                         "--- /T/long\n+++ /T/long\n@@ -1 +1 @@\n/T/long: the rest is not shown\n");
-    hx_test::ExpectHolds(out, "-line x\n-line x\n/T/lines: the rest is not shown\n");
+    EXPECT_TRUE(out.starts_with("/T/large: large file\n  before: 1048577 bytes, SHA-256 "))
+        << out.substr(0, 200);
+    hx_test::ExpectHolds(out, "--- /T/lines\n+++ /T/lines\n@@ -1,1048576 +0,0 @@\n-\n-\n");
+    EXPECT_TRUE(out.ends_with("-\n-\n/T/lines: the rest is not shown\n"));
+    EXPECT_LE(out.size(), 1050000U);
 }
 
 TEST_F(TextDifferences, NamesFilesForWhichDiffFails) {

@@ -41,11 +41,11 @@ std::optional<std::string> ReadTarget(const Descriptor& link) {
     return std::string(text.data(), static_cast<size_t>(length));
 }
 
-constexpr off_t largestPublicFile = off_t{64} << 20;
+constexpr off_t largestContent = off_t{64} << 20;
 
 bool IsRead(const struct stat& file, Reading reading) {
     if (reading == Reading::PublicFiles)
-        return (file.st_mode & S_IROTH) != 0 && file.st_size <= largestPublicFile;
+        return (file.st_mode & S_IROTH) != 0 && file.st_size <= largestContent;
     return reading == Reading::AllFiles;
 }
 
@@ -54,7 +54,10 @@ bool IsRead(const struct stat& file, Reading reading) {
 // with errno set on a failure.
 template <class Take>
 bool ReadBlocks(const Descriptor& file, off_t size, const Take& take) {
-    const Descriptor content = OpenAgain(file, O_RDONLY | O_NONBLOCK | O_NOATIME);
+    Descriptor content = OpenAgain(file, O_RDONLY | O_NONBLOCK | O_NOATIME);
+    // Only the owner and root can keep the time of access.
+    if (!content && errno == EPERM)
+        content = OpenAgain(file, O_RDONLY | O_NONBLOCK);
     if (!content)
         return false;
     std::array<char, 65536> block = {};
@@ -207,7 +210,7 @@ std::optional<State> ReadStateAt(int base, const std::string& path, Reading read
     return ReadEntry(directory.Number(), parts.name, reading);
 }
 
-std::optional<PublicContent> ReadPublicContent(int base, const std::string& path) {
+std::optional<FileContent> ReadContent(int base, const std::string& path, Reading reading) {
     const PathParts parts = Split(path);
     bool isPublic = false;
     const Descriptor directory = OpenSteps(base, parts.directory, isPublic);
@@ -215,12 +218,12 @@ std::optional<PublicContent> ReadPublicContent(int base, const std::string& path
     struct stat found = {};
     if (!entry || fstatat(entry.Number(), "", &found, AT_EMPTY_PATH) != 0)
         return {};
-    PublicContent content;
+    FileContent content;
     if (!S_ISREG(found.st_mode))
         content.refusal = "it is not a regular file";
-    else if (!isPublic || (found.st_mode & S_IROTH) == 0)
+    else if (reading != Reading::AllFiles && (!isPublic || (found.st_mode & S_IROTH) == 0))
         content.refusal = "other users cannot read it";
-    else if (!IsRead(found, Reading::PublicFiles))
+    else if (found.st_size > largestContent)
         content.refusal = "it is larger than 64 MB";
     else if (!ReadBlocks(entry, found.st_size,
                          [&](QByteArrayView block) { content.bytes.append(block); }))

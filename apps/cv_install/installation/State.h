@@ -80,13 +80,14 @@ std::optional<State> ReadState(int directory, const std::string& name,
 std::optional<State> ReadStateAt(int base, const std::string& path,
                                  Reading reading = Reading::PublicFiles);
 
-struct PublicContent {
+struct FileContent {
     QByteArray bytes;
     const char* refusal = nullptr;  // why it was not read; null if it was
 };
 
-// The content of a file that Reading::PublicFiles includes. Empty, with errno set, on a failure.
-std::optional<PublicContent> ReadPublicContent(int base, const std::string& path);
+// The content of a regular file of at most 64 MB that `reading` includes. Empty, with errno set, on
+// a failure.
+std::optional<FileContent> ReadContent(int base, const std::string& path, Reading reading);
 
 // Opens a regular file for reading, without following links, waiting, or changing a device that was
 // put in its place. Invalid, with errno set, for anything else.

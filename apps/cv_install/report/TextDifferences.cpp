@@ -46,13 +46,13 @@ std::string Sha256Of(const QByteArray& bytes) {
 }
 
 // The content that the comparison found. Another process may have put a different file there.
-Side ReadSide(int base, const std::string& path, const State& compared) {
+Side ReadSide(int base, const std::string& path, Reading reading, const State& compared) {
     Side side;
     if (compared.kind != State::Kind::File)
         return side;
     side.exists = true;
     const TimeLimit limit;
-    std::optional<PublicContent> content = ReadPublicContent(base, path);
+    std::optional<FileContent> content = ReadContent(base, path, reading);
     if (!content)
         side.reason = WhyUnread(errno);
     else if (content->refusal != nullptr)
@@ -62,6 +62,16 @@ Side ReadSide(int base, const std::string& path, const State& compared) {
     else
         side.bytes = std::move(content->bytes);
     return side;
+}
+
+// diff would need much memory for its lines.
+bool IsLarge(const Side& side) {
+    constexpr qsizetype largestText = 1 << 20;
+    return side.bytes.size() > largestText;
+}
+
+bool IsBinary(const Side& side) {
+    return side.bytes.contains('\0');
 }
 
 QString SizeAndDigest(const Side& side) {
@@ -164,11 +174,17 @@ QString TextPrinter::PrintDiff(const QString& path, const Side& before, const Si
 void TextPrinter::Print(const PathDifference& difference) const {
     const QString path = Printable(QString::fromStdString(difference.path));
     const Bases bases = BasesOf(difference.path);
-    const Side before = ReadSide(bases.live, bases.path, difference.before);
-    const Side after = ReadSide(bases.staged, bases.path, difference.after);
+    // A user sees what that user can read.
+    const bool isRoot = (m_staged.conditions & AsRoot) != 0;
+    const Reading reading = isRoot ? Reading::PublicFiles : Reading::AllFiles;
+    const Side before = ReadSide(bases.live, bases.path, reading, difference.before);
+    const Side after = ReadSide(bases.staged, bases.path, reading, difference.after);
     QString reason = before.reason.isEmpty() ? after.reason : before.reason;
-    if (reason.isEmpty() && (before.bytes.contains('\0') || after.bytes.contains('\0'))) {
-        PrintLine(path + QStringLiteral(": binary file"));
+    const QString kind = IsLarge(before) || IsLarge(after)     ? QStringLiteral(": large file")
+                         : IsBinary(before) || IsBinary(after) ? QStringLiteral(": binary file")
+                                                               : QString();
+    if (reason.isEmpty() && !kind.isEmpty()) {
+        PrintLine(path + kind);
         PrintLine(QStringLiteral("  before: ") + SizeAndDigest(before));
         PrintLine(QStringLiteral("  after:  ") + SizeAndDigest(after));
         return;
