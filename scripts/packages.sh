@@ -9,11 +9,11 @@ server_packages=(curl nginx openssl tinyproxy-bin)
 # For the tests of setups on a cluster.
 cluster_packages=(iproute2 munge slurm-client slurm-wlm-torque slurmctld slurmd)
 # llvm brings the symbolizer, whose function names the leak suppressions match.
-test_packages=(clang clang-format clang-tidy cppcheck gdb git libclang-rt-dev libgmp-dev
-    libgtest-dev libnss-extrausers libxml2-utils lld llvm make mandoc pkg-config python3-jsonschema
+test_packages=(clang clang-format clang-tidy cppcheck gdb git libarchive-tools libclang-rt-dev libgmp-dev
+    libgtest-dev libnss-extrausers libxml2-utils lld llvm make mandoc mtree-netbsd pkg-config python3-jsonschema
     python3-minimal shellcheck strace
     systemd-container valgrind "${packaging_packages[@]}" "${cluster_packages[@]}" "${server_packages[@]}")
-bench_packages=(libgmp-dev libssl-dev python3-minimal "${server_packages[@]}")
+bench_packages=(libgmp-dev libssl-dev mtree-netbsd python3-minimal "${server_packages[@]}")
 export build_packages packaging_packages test_packages bench_packages
 
 is_installed() {

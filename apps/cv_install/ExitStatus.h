@@ -19,5 +19,7 @@ enum class ExitStatus {
     ServiceNotRunning = 66,
     NoDryRun = 67,
     RecordUnusable = 68,
+    Differs = 1,      // of --verify: not as the setup left it
+    NotVerified = 2,  // of --verify
     SignalBase = 128  // plus the number of the signal that terminated the commit script
 };

@@ -100,7 +100,11 @@ Failure CarryOut(CInstallBase& run, const Answers& previous, const Answers& answ
         failure = FindUnsafePath(run.m_installDir, Changes::RunTimeFiles);
     if (!failure)
         failure = WriteScript(run, script, Changes::RunTimeFiles);
-    SetupRecord record(run.m_installDir);
+    SetupRecord record({.installDir = run.m_installDir,
+                        .productDir = run.m_binariesDir,
+                        .conditions = conditions,
+                        .serviceUser = run.m_serviceUser,
+                        .serviceGroup = run.m_serviceGroup});
     if (!failure)
         failure = PrepareRecord(run, answers, script, record);
     if (failure)

@@ -118,7 +118,11 @@ void ShowContents(const StagedMachine& staged, const Differences& differences) {
 
 Failure MergeAndReport(const SetupLock& lock, const StagedMachine& staged,
                        const Differences& differences) {
-    SetupRecord record(staged.installDir);
+    SetupRecord record({.installDir = staged.installDir,
+                        .productDir = staged.productDir,
+                        .conditions = staged.conditions,
+                        .serviceUser = staged.serviceUser,
+                        .serviceGroup = staged.serviceGroup});
     SetupLog::Keep();
     // A merge ends by itself within seconds.
     Interruption::ComesTooLate();

@@ -70,6 +70,7 @@ Failure StageFiles(CInstallBase& run, const PreviousSetup& previous, const Descr
     WarnOfKeptPages(run, liveTree.Number(), keptPages, packed);
     staged.isRecorded = IsRecorded(staged.answers, previous);
     staged.interactive = run.m_interactive;
+    staged.productDir = run.m_binariesDir;
     staged.serviceUser = run.m_serviceUser;
     staged.serviceGroup = run.m_serviceGroup;
     staged.script = script.text;

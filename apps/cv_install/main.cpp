@@ -18,6 +18,8 @@
 #include "installation/SetupLock.h"
 #include "installation/TreeCheck.h"
 #include "report/JsonReport.h"
+#include "verify/StatusReport.h"
+#include "verify/Verification.h"
 
 namespace {
 
@@ -51,11 +53,13 @@ ExitStatus RunSetup(Arguments& arguments) {
     return failure->status;
 }
 
-// Known before the other arguments are.
-bool IsDryRun(char** argv) {
+// True for a run that changes nothing and has no log. Known before the other arguments are.
+bool HasNoLog(char** argv) {
     for (; *argv != nullptr; ++argv) {
-        if (std::strcmp(*argv, "--dry-run") == 0)
-            return true;
+        for (const char* option : {"--dry-run", "--verify", "--status"}) {
+            if (std::strcmp(*argv, option) == 0)
+                return true;
+        }
     }
     return false;
 }
@@ -67,7 +71,7 @@ int main(int argc, char** argv) {
     JsonReport::Start(JsonReport::RequestIn(argc, argv));
     Console::Start();
     Outcome::Begin(argc, argv);
-    if (!IsDryRun(argv))
+    if (!HasNoLog(argv))
         SetupLog::WriteOutcomeAtExit();
     Arguments arguments(argc, argv);
     if (arguments.Has(OwnOption::Verbose))
@@ -79,6 +83,10 @@ int main(int argc, char** argv) {
         PrintHelp();
     else if (arguments.Has(OwnOption::Version))
         PrintVersion();
+    else if (arguments.Has(OwnOption::Verify))
+        status = RunVerification(arguments);
+    else if (arguments.Has(OwnOption::Status))
+        status = RunStatus(arguments);
     else
         status = RunSetup(arguments);
     Interruption::ReportLateSignal();

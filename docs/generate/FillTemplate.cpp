@@ -33,12 +33,16 @@ const std::map<std::string, Writer> marks = {
     {"@STATUS_LIST@", WriteStatusList},
     {"@VALUE_BRANCHES@", WriteValueBranches},
     {"@VARIABLE_LIST@", WriteVariableList},
+    {"@VERIFICATION_LIST@", WriteVerificationList},
 };
 
 const std::map<std::string, Writer> tables = {
-    {"<!-- table elsewhere -->", WriteElsewhereTable}, {"<!-- table options -->", WriteOptionTable},
-    {"<!-- table statuses -->", WriteStatusTable},     {"<!-- table tree -->", WriteTreeTable},
+    {"<!-- table elsewhere -->", WriteElsewhereTable},
+    {"<!-- table options -->", WriteOptionTable},
+    {"<!-- table statuses -->", WriteStatusTable},
+    {"<!-- table tree -->", WriteTreeTable},
     {"<!-- table variables -->", WriteVariableTable},
+    {"<!-- table verification -->", WriteVerificationTable},
 };
 
 constexpr const char* tableEnd = "<!-- end -->";

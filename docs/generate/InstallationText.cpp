@@ -47,7 +47,8 @@ std::string ConditionsOf(const Entry& entry) {
         {WithEarlierServices, "if it exists"},
         {WithFileLocksOnly, "on a file system that cannot lock directories"},
         {DuringMerge, "while it changes the machine"},
-        {InPlace, "setup as a user, or as root without private mounts"}};
+        {InPlace, "setup as a user, or as root without private mounts"},
+        {ByVerification, "by `--verify`"}};
     std::string conditions;
     for (const auto& [condition, text] : texts) {
         if ((entry.conditions & condition) != 0)

@@ -6,6 +6,7 @@
 // For the manual page and the completion.
 void WriteOptionList(std::ostream& page);
 void WriteStatusList(std::ostream& page);
+void WriteVerificationList(std::ostream& page);
 void WriteVariableList(std::ostream& page);
 void WriteOptionWords(std::ostream& script);
 void WriteValueBranches(std::ostream& script);
@@ -13,6 +14,7 @@ void WriteValueBranches(std::ostream& script);
 // For the guide, as tables in Markdown.
 void WriteOptionTable(std::ostream& guide);
 void WriteStatusTable(std::ostream& guide);
+void WriteVerificationTable(std::ostream& guide);
 void WriteVariableTable(std::ostream& guide);
 void WriteTreeTable(std::ostream& guide);       // what a setup creates below the install directory
 void WriteElsewhereTable(std::ostream& guide);  // and outside it

@@ -86,6 +86,21 @@ const char* TextOf(VariableUse use) {
     return use == VariableUse::Set ? "set" : use == VariableUse::Kept ? "kept" : "removed";
 }
 
+void WriteStatusItems(std::ostream& page, std::span<const StatusUsage> statuses) {
+    page << ".Bl -tag -width errno\n";
+    for (const StatusUsage& usage : statuses) {
+        page << ".It " << Label(usage) << '\n';
+        WriteSentences(page, AsSentence(usage.meaning));
+    }
+    page << ".El\n";
+}
+
+void WriteStatuses(std::ostream& guide, std::span<const StatusUsage> statuses) {
+    guide << "| Status | Meaning |\n| --- | --- |\n";
+    for (const StatusUsage& usage : statuses)
+        guide << "| " << Label(usage) << " | " << usage.meaning << " |\n";
+}
+
 }  // namespace
 
 void WriteOptionList(std::ostream& page) {
@@ -96,12 +111,11 @@ void WriteOptionList(std::ostream& page) {
 }
 
 void WriteStatusList(std::ostream& page) {
-    page << ".Bl -tag -width errno\n";
-    for (const StatusUsage& usage : Statuses()) {
-        page << ".It " << Label(usage) << '\n';
-        WriteSentences(page, AsSentence(usage.meaning));
-    }
-    page << ".El\n";
+    WriteStatusItems(page, Statuses());
+}
+
+void WriteVerificationList(std::ostream& page) {
+    WriteStatusItems(page, VerificationStatuses());
 }
 
 // Neighbors with the same text are one item.
@@ -168,9 +182,11 @@ void WriteOptionTable(std::ostream& guide) {
 }
 
 void WriteStatusTable(std::ostream& guide) {
-    guide << "| Status | Meaning |\n| --- | --- |\n";
-    for (const StatusUsage& usage : Statuses())
-        guide << "| " << Label(usage) << " | " << usage.meaning << " |\n";
+    WriteStatuses(guide, Statuses());
+}
+
+void WriteVerificationTable(std::ostream& guide) {
+    WriteStatuses(guide, VerificationStatuses());
 }
 
 void WriteVariableTable(std::ostream& guide) {

@@ -3,8 +3,10 @@
 
 #include <algorithm>
 #include <cstring>
+#include <filesystem>
 #include <map>
 #include <set>
+#include <sstream>
 
 #include "apps/RootSetup.h"
 #include "harness/Pattern.h"
@@ -12,6 +14,8 @@
 #include "machine/ThrowawayRoot.h"
 
 namespace {
+
+namespace fs = std::filesystem;
 
 struct Case {
     const char* name;
@@ -52,13 +56,16 @@ const Case setups[] = {
      AsUser | InPlace | WithoutClusterNode | WithSubmissionScripts},
 };
 
-std::string CommandOf(const Case& test) {
+// How a setup is run, or another action.
+std::string CommandOf(const Case& test, const std::string& action = {}) {
     const std::string user =
         (test.conditions & AsRoot) != 0 ? "" : "setpriv --reuid=4321 --regid=4321 --clear-groups ";
     return "env -u XDG_STATE_HOME LSAN_OPTIONS=detect_leaks=0 " + user +
            ((test.conditions & InPlaceAsRoot) == InPlaceAsRoot ? withoutMounts : "") +
-           "/opt/corvane26/cv_install --setup --yes " + (user.empty() ? "" : "--user-mode ") +
-           test.setup;
+           "/opt/corvane26/cv_install " +
+           (action.empty()
+                ? std::string("--setup --yes ") + (user.empty() ? "" : "--user-mode ") + test.setup
+                : action);
 }
 
 // A path with random characters in their place in the table.
@@ -167,6 +174,64 @@ void ExpectRewritten(const Case& test, const std::vector<std::string>& changes) 
     EXPECT_EQ(changed, expected);
 }
 
+// True for what stays as the setup left it: not for logs, locks and temporary files.
+bool IsPermanent(const Entry& entry) {
+    const std::string path = entry.path;
+    const bool isElsewhere =
+        path.starts_with("/tmp/") || path.starts_with("/run/") || path.starts_with("/var/log/");
+    return !IsAccount(entry) && !isElsewhere && entry.later != Later::Removes;
+}
+
+// What the manifest should list, relative to its top: rows of the table, the members of the
+// archives, and for root the directories above.
+std::set<std::string> ListedPaths(const Case& test) {
+    const std::string top = (test.conditions & AsRoot) != 0 ? "/" : std::string(test.installDir);
+    std::set<std::string> paths = {"."};
+    const auto add = [&](fs::path path) {
+        for (; path != top; path = path.parent_path())
+            paths.insert("./" + path.lexically_relative(top).string());
+    };
+    for (const Entry& entry : Entries()) {
+        const std::string path = RealPath(entry, test);
+        if (!Applies(entry, test.conditions) || !IsPermanent(entry) ||
+            !(path + '/').starts_with(top))
+            continue;
+        add(path);
+        if (entry.check != Check::Archive)
+            continue;
+        const std::string archive = std::string("/opt/corvane26/") + entry.reference;
+        std::istringstream members(Shell("tar tf " + archive));
+        for (std::string member; std::getline(members, member);)
+            add((fs::path(path).parent_path() / member / "").parent_path());
+    }
+    return paths;
+}
+
+std::set<std::string> LinesOf(const std::string& text) {
+    std::istringstream stream(text);
+    std::set<std::string> lines;
+    for (std::string line; std::getline(stream, line);)
+        lines.insert(line);
+    return lines;
+}
+
+// Other programs read the manifest, and find no difference.
+void ExpectManifest(const Case& test) {
+    const bool root = (test.conditions & AsRoot) != 0;
+    const std::string manifest = root ? "/var/lib/corvane26/manifest"
+                                      : "/home/dora/.local/state/corvane26/opt-corvane26/manifest";
+    const std::string top = root ? "/" : test.installDir;
+    // mtree also lists what is not in the manifest, but not with -e.
+    EXPECT_EQ(Shell("mtree -e -f " + manifest + " -p " + top + " 2>&1"), "");
+    const std::string listed = Shell("bsdtar -tf " + manifest + " 2>&1 | sed 's:\\(.\\)/$:\\1:'");
+    EXPECT_EQ(LinesOf(listed), ListedPaths(test));
+    const auto verification = hx_test::Run({"/bin/sh", "-c", CommandOf(test, "--verify")});
+    EXPECT_EQ(verification.status, 0) << verification.err;
+    EXPECT_TRUE(verification.out.starts_with("No differences from ") ||
+                verification.out.starts_with("Not checked: "))
+        << verification.out;
+}
+
 class Installation : public testing::TestWithParam<Case> {};
 
 // What a setup of this kind changes.
@@ -184,7 +249,9 @@ TEST_P(Installation, TableSaysWhatFirstAndLaterSetupWrite) {
         LayOutRootSetup();
         Shell(test.prepare);
         ExpectTable(test, ChangesOf(test));
+        ExpectManifest(test);
         ExpectRewritten(test, ChangesOf(test));
+        ExpectManifest(test);
     });
 }
 

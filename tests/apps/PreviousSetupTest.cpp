@@ -28,7 +28,11 @@ void LayOut(const std::string& runScript, const std::string& limits) {
 }
 
 void Record(const Answers& answers, SetupFacts facts = FactsOf({"cv_install"}, "/var/corvane")) {
-    SetupRecord record(QString::fromStdString(tree));
+    SetupRecord record({.installDir = QString::fromStdString(tree),
+                        .productDir = "/opt",
+                        .conditions = AsRoot,
+                        .serviceUser = "root",
+                        .serviceGroup = "root"});
     EXPECT_FALSE(record.Prepare(facts, answers, "exit 0\n"));
     EXPECT_FALSE(record.Place());
 }

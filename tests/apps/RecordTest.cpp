@@ -33,8 +33,21 @@ Answers SomeAnswers() {
     return answers;
 }
 
-Failure Write(const QByteArray& script = "exit 0\n") {
-    SetupRecord record(shared);
+constexpr unsigned usersSetup = AsUser;
+
+// Of a machine on which nothing is installed.
+InstalledSetup SetupAs(unsigned conditions) {
+    return {.installDir = shared,
+            .productDir = "/opt",
+            .conditions = conditions,
+            .serviceUser = "root",
+            .serviceGroup = "root"};
+}
+
+Failure Write(const QByteArray& script = "exit 0\n", unsigned conditions = AsRoot) {
+    if (getuid() == 0)
+        Shell("mkdir -p /var/corvane");
+    SetupRecord record(SetupAs(conditions));
     if (Failure failure = record.Prepare(facts, SomeAnswers(), script))
         return failure;
     return record.Place();
@@ -86,6 +99,7 @@ TEST(RecordDirectory, WritesFilesForRootAlone) {
     HX_REQUIRE_THROWAWAY_ROOT();
     HX_EXPECT_SCENARIO([] {
         umask(0077);
+        Shell("mkdir -p -m 755 /var/corvane");
         hx_test::MarkChanges();
         EXPECT_FALSE(Write("first\n"));
         EXPECT_EQ(hx_test::ChangedPaths(),
@@ -106,7 +120,7 @@ TEST(RecordDirectory, KeepsOldRecordUntilNewOneIsPlaced) {
     HX_REQUIRE_THROWAWAY_ROOT();
     HX_EXPECT_SCENARIO([] {
         {
-            SetupRecord first(shared);
+            SetupRecord first(SetupAs(AsRoot));
             EXPECT_FALSE(first.Prepare(facts, SomeAnswers(), "first\n"));
         }
         EXPECT_FALSE(fs::exists("/var/lib/corvane26"));
@@ -114,7 +128,7 @@ TEST(RecordDirectory, KeepsOldRecordUntilNewOneIsPlaced) {
         // As a killed setup leaves it.
         hx_test::WriteFile("/var/lib/corvane26/private/answers.new", "torn");
         {
-            SetupRecord second(shared);
+            SetupRecord second(SetupAs(AsRoot));
             EXPECT_FALSE(second.Prepare(facts, SomeAnswers(), "second\n"));
             EXPECT_EQ(hx_test::ReadFile("/var/lib/corvane26/private/commit_script"), "first\n");
         }
@@ -179,7 +193,7 @@ class AsUser {
 public:
     explicit AsUser(const std::string& home) {
         Shell("useradd -M -u 4321 -d " + home +
-              " dora; mkdir -p /home/dora; chown dora /home/dora");
+              " dora; mkdir -p /home/dora /var/corvane; chown dora /home/dora");
         unsetenv("XDG_STATE_HOME");
         EXPECT_EQ(setresgid(4321, 4321, 0), 0);
         EXPECT_EQ(setresuid(4321, 4321, 0), 0);
@@ -197,7 +211,7 @@ TEST(RecordDirectory, IsBelowTheUsersOwnHome) {
     HX_EXPECT_SCENARIO([] {
         const AsUser user("/home/dora");
         setenv("HOME", "/root", 1);
-        EXPECT_FALSE(Write());
+        EXPECT_FALSE(Write("exit 0\n", usersSetup));
         const std::string record = "/home/dora/.local/state/corvane26/var-corvane";
         EXPECT_EQ(Shell("cd " + record + "; find . -printf '%p %m\\n' | sort"),
                   ". 700\n./manifest 644\n./private 700\n./private/answers 600\n"
@@ -209,7 +223,7 @@ TEST(RecordDirectory, IsBelowTheUsersOwnHome) {
         EXPECT_EQ(failure->text.toStdString(),
                   "cannot use record \"" + record + "\": its mode is not 700");
         setenv("XDG_STATE_HOME", "/home/dora/state", 1);
-        EXPECT_FALSE(Write());
+        EXPECT_FALSE(Write("exit 0\n", usersSetup));
         EXPECT_TRUE(fs::exists("/home/dora/state/corvane26/var-corvane/manifest"));
     });
 }
@@ -218,7 +232,7 @@ TEST(RecordDirectory, IsMissingWithoutHomeDirectory) {
     HX_REQUIRE_THROWAWAY_ROOT();
     HX_EXPECT_SCENARIO([] {
         const AsUser user("/nonexistent");
-        EXPECT_FALSE(Write());
+        EXPECT_FALSE(Write("exit 0\n", usersSetup));
         RecordDirectory directory(shared);
         EXPECT_FALSE(directory.Create());
         EXPECT_FALSE(directory.IsOpen());

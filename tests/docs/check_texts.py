@@ -220,12 +220,13 @@ def check_guide_quotes_texts():
 # Texts of apps/ that are not failures: reports, names of fields, beginnings of lines, a script, and
 # remedies, which are sentences that begin with one of these words. The guide must explain all other
 # texts.
-reports = ("AnswerTable", "Installation", "Outcome", "Plan", "Progress", "Recorder", "Report", "StartRun", "Summary", "Usage",
-           "UsageTables")
+reports = ("AnswerTable", "Installation", "Outcome", "Plan", "Progress", "Recorder", "Report", "StartRun", "StatusReport",
+           "Summary", "Usage", "UsageTables", "VerifyReport")
 others = {
     "[Press \"Enter\" key to continue]", "the setup ended with exit status %1",
     "terminated by signal: %1", "Choose another directory? [Y/n]", "Keep the %1? [Y/n]",
-    "job limit of the previous setup (%1)", "queue of the previous setup (%1)", "# For cv_install --answers.", "# Answers for the next setup",
+    "job limit of the previous setup (%1)", "queue of the previous setup (%1)", "# For cv_install --answers.", "# Answers for the next setup", "# Result of the previous verification",
+    "restarting after a failure",
     "Please answer %s.", "y or n", "y, n or d", "Commit script: %s", "Did you mean", "program directory",
     "scratch directory of the previous setup", "service group member",
     "Missing command", "Number of the answer to change, q to quit, or Enter to continue:",

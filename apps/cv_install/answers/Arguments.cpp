@@ -172,6 +172,8 @@ void Arguments::CheckTogether() const {
     if (Has(OwnOption::Diff) && !Has(OwnOption::DryRun))
         Refuse(R"(option "--diff" requires option "--dry-run")",
                "Use --dry-run --diff, or answer d when the setup asks whether to continue.");
+    if (Has(OwnOption::Verify) && Has(OwnOption::Status))
+        Refuse(R"(options "--verify" and "--status" exclude each other)", "Use one of them.");
     if (UsesStream(OwnOption::Answers) && !Has(OwnOption::Yes))
         Refuse(R"(option "--answers -" requires option "--yes")",
                "Standard input cannot also contain the answers to questions.");

@@ -15,6 +15,12 @@ void PrintOption(const OptionUsage& option) {
     std::printf("  %-38s %s\n", left, option.meaning);
 }
 
+void PrintStatuses(const char* title, std::span<const StatusUsage> statuses) {
+    std::printf("\n%s\n", title);
+    for (const StatusUsage& usage : statuses)
+        std::printf("  %4s  %s\n", Label(usage).c_str(), usage.meaning);
+}
+
 }  // namespace
 
 void PrintHelp() {
@@ -31,9 +37,8 @@ is writable.
                 sharedDirectory, sharedDirectory);
     for (const OptionUsage& option : Options())
         PrintOption(option);
-    std::fputs("\nExit status:\n", stdout);
-    for (const StatusUsage& usage : Statuses())
-        std::printf("  %4s  %s\n", Label(usage).c_str(), usage.meaning);
+    PrintStatuses("Exit status:", Statuses());
+    PrintStatuses("Exit status of --verify:", VerificationStatuses());
 }
 
 void PrintVersion() {

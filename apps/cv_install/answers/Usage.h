@@ -35,7 +35,9 @@ enum class OwnOption {
     Quiet,
     Verbose,
     Answers,
-    SaveAnswers
+    SaveAnswers,
+    Verify,
+    Status
 };
 
 // The options for the queue that the library reads.
@@ -78,6 +80,9 @@ std::span<const OptionUsage> Options();
 
 // Every exit status, in the order of --help.
 std::span<const StatusUsage> Statuses();
+
+// Those of --verify.
+std::span<const StatusUsage> VerificationStatuses();
 
 // The variables that matter to a setup; the first match decides. A setup as root removes all
 // others.

@@ -80,6 +80,13 @@ constexpr OptionUsage furtherOptions[] = {
     {"-c, -cd, --cd-install"},
     {"-cli, --cli"},
     {"-gui, --gui"},
+    {"--verify", OptionValue::None, nullptr,
+     "compare the machine with what the previous setup left, then end",
+     "For root and regular users. It takes no lock and sets nothing up. It has exit statuses of "
+     "its own.",
+     OwnOption::Verify},
+    {"--status", OptionValue::None, nullptr, "show what is installed, then end",
+     "For root and regular users. It takes no lock and changes nothing.", OwnOption::Status},
     {"-h, --help", OptionValue::None, nullptr, "print this text", nullptr, OwnOption::Help},
     {"--version", OptionValue::None, nullptr, "print the version", nullptr, OwnOption::Version},
 };
@@ -134,6 +141,12 @@ constexpr StatusUsage statuses[] = {
     {std::nullopt, "errno", "cannot open a submission script, for this reason"},
 };
 
+constexpr StatusUsage verificationStatuses[] = {
+    {ExitStatus::Complete, "", "as the previous setup left it"},
+    {ExitStatus::Differs, "", "differences"},
+    {ExitStatus::NotVerified, "", "cannot be verified: no record, a damaged one, or a failure"},
+};
+
 constexpr VariableUsage variables[] = {
     {"PATH", VariableUse::Kept, "directories in which df is searched for",
      "/usr/sbin:/usr/bin:/sbin:/bin"},
@@ -167,6 +180,10 @@ std::span<const OptionUsage> Options() {
 
 std::span<const StatusUsage> Statuses() {
     return statuses;
+}
+
+std::span<const StatusUsage> VerificationStatuses() {
+    return verificationStatuses;
 }
 
 std::span<const VariableUsage> Variables() {

@@ -71,7 +71,7 @@ constexpr Entry CommandLink(Entry entry) {
 // A directory or file of a record, as root at `path`, as a user below the user's directory.
 constexpr Entry RecordRow(Entry entry) {
     const bool root = entry.rootMode != 0;
-    entry.conditions = root ? AsRoot : AsUser;
+    entry.conditions |= root ? AsRoot : AsUser;
     entry.removal = root ? Removal::Purge : Removal::Keep;
     if (entry.kind == Kind::Directory)
         entry.later = Later::Keeps;
@@ -218,8 +218,13 @@ constexpr Entry createdEntries[] = {
                .removesAllBelow = true}),
     RecordRow({.item = Item::Manifest,
                .path = "/var/lib/corvane26/manifest",
-               .purpose = "when, by whom, and with which answers",
+               .purpose = "when, by whom, with which answers, and what was installed",
                .rootMode = 0644}),
+    RecordRow({.item = Item::Verification,
+               .path = "/var/lib/corvane26/verification",
+               .purpose = "result of the previous verification",
+               .rootMode = 0644,
+               .conditions = ByVerification}),
     RecordRow({.item = Item::RecordPrivate,
                .path = "/var/lib/corvane26/private",
                .kind = Kind::Directory,
@@ -239,6 +244,9 @@ constexpr Entry createdEntries[] = {
                .kind = Kind::Directory,
                .userMode = 0700}),
     RecordRow({.path = "~/.local/state/corvane26/INSTALL-DIRECTORY/manifest", .userMode = 0644}),
+    RecordRow({.path = "~/.local/state/corvane26/INSTALL-DIRECTORY/verification",
+               .userMode = 0644,
+               .conditions = ByVerification}),
     RecordRow({.path = "~/.local/state/corvane26/INSTALL-DIRECTORY/private",
                .kind = Kind::Directory,
                .userMode = 0700}),

@@ -59,7 +59,8 @@ enum Condition : unsigned {
     WithEarlierServices = 32,    // services of earlier versions
     WithFileLocksOnly = 64,      // on a file system that cannot lock directories
     DuringMerge = 128,           // removed at the end of the setup
-    InPlace = 256                // not of a staged setup
+    InPlace = 256,               // not of a staged setup
+    ByVerification = 512         // not of a setup
 };
 
 // Names an entry that code refers to on its own.
@@ -85,6 +86,7 @@ enum class Item {
     RecordPrivate,
     RecordedAnswers,
     RecordedScript,
+    Verification,
     UserRecord,
     RootLog,
     UserLog,

@@ -97,12 +97,16 @@ Problem IncompletePage(const QString& page, const QString& directory, Written wr
 }  // namespace
 
 void PackedPages::Read(const CInstallBase& run, unsigned conditions) {
+    Read(run.m_binariesDir, conditions);
+}
+
+void PackedPages::Read(const QString& productDir, unsigned conditions) {
     for (const Entry& entry : Entries()) {
         if (entry.check != Check::Archive || !Applies(entry, conditions))
             continue;
         Archive& archive = m_archives[&entry];
         archive.failure =
-            ReadArchive(run.m_binariesDir + u'/' + QLatin1String(entry.reference), archive.pages);
+            ReadArchive(productDir + u'/' + QLatin1String(entry.reference), archive.pages);
     }
 }
 

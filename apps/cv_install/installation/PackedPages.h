@@ -20,6 +20,7 @@ class PackedPages {
 public:
     // Reads the archives of a setup that meets `conditions`. Check reports a failure.
     void Read(const CInstallBase& run, unsigned conditions);
+    void Read(const QString& productDir, unsigned conditions);
 
     // Checks a directory of web pages below the install directory `tree`. Edited pages pass;
     // missing and truncated ones do not. Follows no links in the tree. The status of a failure is
@@ -30,6 +31,11 @@ public:
         std::string path;  // relative to the install directory
         QByteArray text;
     };
+
+    // The pages of a directory, as far as its archive could be read.
+    const std::vector<Page>& PagesOf(const Entry& entry) const {
+        return m_archives.at(&entry).pages;
+    }
 
 private:
     struct Archive {

@@ -8,6 +8,7 @@
 
 #include <QDateTime>
 #include <QFile>
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdint>
@@ -18,6 +19,7 @@
 
 #include "installation/Installation.h"
 #include "installation/Owners.h"
+#include "installation/State.h"
 
 namespace {
 
@@ -59,22 +61,30 @@ bool IsSetup(const QByteArray& process) {
     return name.open(QIODevice::ReadOnly) && name.readAll() == "cv_install\n";
 }
 
-// The process that took the lock; empty when it ended and left the lock to a child, or is unknown.
-QByteArray FindHolder(int descriptor) {
+// The processes that took the lock; some of them may have ended and left it to a child.
+QList<QByteArray> FindHolders(int descriptor) {
+    QList<QByteArray> holders;
     struct stat found = {};
     QFile locks(QStringLiteral("/proc/locks"));
     if (fstat(descriptor, &found) != 0 || !locks.open(QIODevice::ReadOnly))
-        return {};
+        return holders;
     std::array<char, 64> file = {};
     std::snprintf(file.data(), file.size(), "%02x:%02x:%ju", major(found.st_dev),
                   minor(found.st_dev), static_cast<uintmax_t>(found.st_ino));
     for (const QByteArray& line : locks.readAll().split('\n')) {
         // 1: FLOCK  ADVISORY  WRITE 1234 08:01:5678 0 EOF
         const QList<QByteArray> words = line.simplified().split(' ');
-        if (words.size() > 5 && words[1] == "FLOCK" && words[5] == file.data() && IsSetup(words[4]))
-            return words[4];
+        if (words.size() > 5 && words[1] == "FLOCK" && words[5] == file.data())
+            holders.push_back(words[4]);
     }
-    return {};
+    return holders;
+}
+
+// The setup that took the lock; empty when it ended and left the lock to a child, or is unknown.
+QByteArray FindHolder(int descriptor) {
+    const QList<QByteArray> holders = FindHolders(descriptor);
+    const auto setup = std::ranges::find_if(holders, IsSetup);
+    return setup == holders.end() ? QByteArray() : *setup;
 }
 
 QString Describe(int descriptor) {
@@ -176,4 +186,22 @@ void SetupLock::NoteMerge(bool begins) const {
 bool SetupLock::FoundIncompleteMerge() const {
     struct stat found = {};
     return fstat(m_descriptor, &found) == 0 && found.st_size > 0;
+}
+
+LockState SetupLock::Look(const QString& installDir, bool isRoots) {
+    const std::string directory = installDir.toStdString();
+    const std::string file = PathOf(Find(isRoots ? Item::RootLock : Item::UserLock), directory);
+    LockState state;
+    // Other users can lock the directory of root's installation.
+    for (const std::string& path : {file, isRoots ? file : directory}) {
+        const Descriptor lock(open(path.c_str(), O_PATH | O_CLOEXEC));
+        struct stat found = {};
+        if (!lock || fstat(lock.Number(), &found) != 0)
+            continue;
+        if (!FindHolders(lock.Number()).isEmpty())
+            state.runningSetup = Describe(lock.Number());
+        else if (S_ISREG(found.st_mode) && isRoots)
+            state.isIncomplete = found.st_size > 0;
+    }
+    return state;
 }

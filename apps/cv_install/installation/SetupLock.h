@@ -6,6 +6,12 @@
 
 #include "Problem.h"
 
+// What a lock shows to others.
+struct LockState {
+    QString runningSetup;       // empty if no setup is running
+    bool isIncomplete = false;  // of root's: as FoundIncompleteMerge, unless a setup is running
+};
+
 // The lock of a setup as root is a file that only root can open. A user's lock is the install
 // directory itself or, on file systems that cannot lock directories, a file in it. A setup as root
 // and a user's setup do not exclude each other. No setup removes a file, because another one may be
@@ -33,6 +39,9 @@ public:
     // True when the previous setup since the machine was started began a merge and did not complete
     // it.
     bool FoundIncompleteMerge() const;
+
+    // The state of the lock of root or of a user's install directory, without taking it.
+    static LockState Look(const QString& installDir, bool isRoots);
 
     // For a child process between fork and exec: lets it hold the lock too.
     void Inherit() const;

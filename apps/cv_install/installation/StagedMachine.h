@@ -28,6 +28,7 @@ struct StagedMachine {
     bool interactive = false;
     unsigned conditions = 0;  // of the setup, see Installation.h
     QString installDir;       // absolute
+    QString productDir;       // likewise
     QString serviceUser;
     QString serviceGroup;
     MemberChanges members;         // of the service group

@@ -177,6 +177,7 @@ std::optional<State> ReadAttributes(const Descriptor& entry) {
     state.device = found.st_dev;
     state.inode = found.st_ino;
     state.links = found.st_nlink;
+    state.size = state.kind == State::Kind::File ? found.st_size : 0;
     if (state.kind != State::Kind::Link)
         return state;
     const std::optional<std::string> target = ReadTarget(entry);

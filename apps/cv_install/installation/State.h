@@ -39,10 +39,11 @@ struct State {
     std::string target;  // of a link
     std::string digest;  // SHA-256 of a file's content in hexadecimal digits; empty if not read
 
-    // Which inode it is, and its number of hard links. Not compared.
+    // Which inode it is, its number of hard links, and the size of a file. Not compared.
     dev_t device = 0;
     ino_t inode = 0;
     nlink_t links = 0;
+    off_t size = 0;
 
     bool IsSameInode(const State& other) const {
         return device == other.device && inode == other.inode;

@@ -160,13 +160,16 @@ void AddQueue(Answers& answers, const Variables& exported) {
         AddFromText(answers, AnswerId::Queue, type.toLower());
 }
 
+const char* KeyOf(const LimitRow& row) {
+    return std::find_if(hx::queueLimitsLines.begin(), hx::queueLimitsLines.end(),
+                        [&](const hx::QueueLimitsLine& each) { return each.number == row.number; })
+        ->key;
+}
+
 // Adds the limits, unless they are those of the record.
 void AddLimits(Answers& answers, const Limits& limits) {
     for (const LimitRow& row : limitRows) {
-        const auto* line = std::find_if(
-            hx::queueLimitsLines.begin(), hx::queueLimitsLines.end(),
-            [&](const hx::QueueLimitsLine& each) { return each.number == row.number; });
-        const auto found = limits.find(QString::fromLatin1(line->key).toLower());
+        const auto found = limits.find(QString::fromLatin1(KeyOf(row)).toLower());
         const Answer* recorded = answers.Find(row.id);
         if (found == limits.end() ||
             (recorded != nullptr && ExportedValue(RowOf(row.id), found->second) == recorded->value))
@@ -324,4 +327,17 @@ bool IsRecorded(const Answers& answers, const PreviousSetup& previous) {
     return previous.source == PreviousSetup::Source::Record &&
            previous.facts.version == QStringLiteral(HX_VERSION) &&
            previous.recordedAnswers == WriteAnswers(answers, AnswersForm::Record);
+}
+
+std::vector<std::pair<const char*, QString>> LimitsOf(const Answers& answers) {
+    std::vector<std::pair<const char*, QString>> limits;
+    for (const LimitRow& row : limitRows) {
+        const Answer* answer = answers.Find(row.id);
+        if (answer == nullptr)
+            continue;
+        const int* number = std::get_if<int>(&answer->value);
+        limits.emplace_back(KeyOf(row), number == nullptr ? std::get<QString>(answer->value)
+                                                          : QString::number(*number));
+    }
+    return limits;
 }

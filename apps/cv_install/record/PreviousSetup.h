@@ -39,3 +39,6 @@ Answers AnswersToRepeat(const PreviousSetup& previous, CInstallBase& run);
 // True if a setup with these answers would leave the record as it is, except for its time, its
 // caller and its command line.
 bool IsRecorded(const Answers& answers, const PreviousSetup& previous);
+
+// The lines of QueueLimits that a setup with these answers writes: keys and values.
+std::vector<std::pair<const char*, QString>> LimitsOf(const Answers& answers);

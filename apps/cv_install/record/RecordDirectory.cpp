@@ -32,25 +32,11 @@ std::string LastComponent(Item item) {
     return std::filesystem::path(Find(item).path).filename();
 }
 
-// The user's directory of records; empty without a home directory.
-QString UserRecords() {
-    const char* fromEnvironment = std::getenv("XDG_STATE_HOME");
-    if (fromEnvironment != nullptr && fromEnvironment[0] == '/')
-        return QString::fromUtf8(fromEnvironment);
-    const passwd* user = getpwuid(getuid());
-    if (user == nullptr || !QFileInfo(QString::fromUtf8(user->pw_dir)).isDir())
-        return {};
-    return QString::fromUtf8(user->pw_dir) + QLatin1String(userRecords + 1);
-}
-
 QString UserRecordPath(const QString& installDir) {
     const QString records = UserRecords();
-    if (records.isEmpty())
-        return {};
-    QString path = QLatin1String(Find(Item::UserRecord).path);
-    path.replace(QLatin1String(userRecords), records);
-    path.replace(QLatin1String(escapedPart), QString::fromStdString(EscapedPath(installDir)));
-    return path;
+    return records.isEmpty()
+               ? QString()
+               : records + u'/' + PathInUserRecords(Find(Item::UserRecord), installDir);
 }
 
 Descriptor OpenRecordDirectoryAt(int parent, const std::string& name) {
@@ -58,12 +44,12 @@ Descriptor OpenRecordDirectoryAt(int parent, const std::string& name) {
         openat(parent, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
 }
 
-// Returns why a directory or file of the record cannot be trusted; empty if it can.
-QString ReasonAgainstTrust(const Descriptor& opened) {
+// Returns why a directory or file of the record of `owner` cannot be trusted; empty if it can.
+QString ReasonAgainstTrust(const Descriptor& opened, uid_t owner) {
     struct stat found = {};
     if (fstat(opened.Number(), &found) != 0)
         return CauseOf(errno);
-    if (found.st_uid != getuid())
+    if (found.st_uid != owner)
         return QStringLiteral("it is owned by user %1").arg(UserName(found.st_uid));
     if ((found.st_mode & (S_IWGRP | S_IWOTH)) != 0)
         return QStringLiteral("other users can write to it");
@@ -90,6 +76,22 @@ QString TextOf(const Unresolved& unresolved) {
 
 }  // namespace
 
+QString UserRecords() {
+    const char* fromEnvironment = std::getenv("XDG_STATE_HOME");
+    if (fromEnvironment != nullptr && fromEnvironment[0] == '/')
+        return QString::fromUtf8(fromEnvironment);
+    const passwd* user = getpwuid(getuid());
+    if (user == nullptr || !QFileInfo(QString::fromUtf8(user->pw_dir)).isDir())
+        return {};
+    return QString::fromUtf8(user->pw_dir) + QLatin1String(userRecords + 1);
+}
+
+QString PathInUserRecords(const Entry& entry, const QString& installDir) {
+    QString path = QLatin1String(entry.path + std::strlen(userRecords) + 1);
+    return path.replace(QLatin1String(escapedPart),
+                        QString::fromStdString(EscapedPath(installDir)));
+}
+
 std::string EscapedPath(const QString& installDir) {
     QString path = QFileInfo(installDir).canonicalFilePath();
     if (path.isEmpty())
@@ -112,8 +114,13 @@ std::string EscapedPath(const QString& installDir) {
     return escaped.empty() ? "-" : escaped;
 }
 
-RecordDirectory::RecordDirectory(const QString& installDir)
-    : m_path(getuid() == 0 ? QLatin1String(Find(Item::Record).path) : UserRecordPath(installDir)) {}
+RecordDirectory::RecordDirectory(const QString& installDir, Whose whose)
+    : m_owner(whose == Whose::Roots ? 0 : getuid()),
+      m_path(m_owner == 0 ? QLatin1String(Find(Item::Record).path) : UserRecordPath(installDir)) {}
+
+bool RecordDirectory::IsOwn() const {
+    return m_owner == getuid();
+}
 
 RecordDirectory::~RecordDirectory() {
     for (const Name& file : m_prepared)
@@ -189,7 +196,7 @@ Failure RecordDirectory::OpenForUser(bool creates) {
     Descriptor opened = OpenOrCreate(base, parent.filename(), modeOfPrivate, creates);
     if (!opened)
         return {};
-    const QString reason = ReasonAgainstTrust(opened);
+    const QString reason = ReasonAgainstTrust(opened, m_owner);
     if (!reason.isEmpty())
         return Unusable(QString::fromStdString(parent), reason, creates);
     m_parents.push_back(std::move(opened));
@@ -206,16 +213,17 @@ Failure RecordDirectory::OpenAll(bool creates) {
     if (m_path.isEmpty())
         return {};
     errno = 0;
-    if (Failure failure = getuid() == 0 ? OpenForRoot(creates) : OpenForUser(creates))
+    if (Failure failure = m_owner == 0 ? OpenForRoot(creates) : OpenForUser(creates))
         return failure;
     if (!m_record)
         return errno == ENOENT && !creates ? Failure() : Unusable(m_path, CauseOf(errno), creates);
     m_private =
         OpenOrCreate(m_record.Number(), LastComponent(Item::RecordPrivate), modeOfPrivate, creates);
-    if (!m_private && (errno != ENOENT || creates))
+    const bool isMissing = errno == ENOENT || (errno == EACCES && !IsOwn());
+    if (!m_private && (!isMissing || creates))
         return Unusable(PathOf(Item::RecordPrivate), CauseOf(errno), creates);
     for (const Descriptor* opened : {&m_record, &m_private}) {
-        const QString reason = *opened ? ReasonAgainstTrust(*opened) : QString();
+        const QString reason = *opened ? ReasonAgainstTrust(*opened, m_owner) : QString();
         if (!reason.isEmpty()) {
             return Unusable(opened == &m_record ? m_path : PathOf(Item::RecordPrivate), reason,
                             creates);
@@ -233,7 +241,8 @@ Failure RecordDirectory::Create() {
 }
 
 int RecordDirectory::DirectoryOf(Item item) const {
-    return item == Item::Manifest ? m_record.Number() : m_private.Number();
+    const bool isPublic = item == Item::Manifest || item == Item::Verification;
+    return isPublic ? m_record.Number() : m_private.Number();
 }
 
 Failure RecordDirectory::Read(Item item, qsizetype most, std::optional<QByteArray>& content) const {
@@ -246,7 +255,7 @@ Failure RecordDirectory::Read(Item item, qsizetype most, std::optional<QByteArra
         return errno == ENOENT ? Failure() : Unusable(PathOf(item), CauseOf(errno), false);
     }
     struct stat found = {};
-    QString reason = ReasonAgainstTrust(opened);
+    QString reason = ReasonAgainstTrust(opened, m_owner);
     if (reason.isEmpty() && (fstat(opened.Number(), &found) != 0 || !S_ISREG(found.st_mode)))
         reason = QStringLiteral("it is not a regular file");
     if (reason.isEmpty() && found.st_size > most)
@@ -286,8 +295,10 @@ Failure RecordDirectory::Replace() {
                               file.name.c_str()) == 0;
     }
     m_created.clear();
-    if (!IsOpen() ||
-        (isReplaced && fsync(m_private.Number()) == 0 && fsync(m_record.Number()) == 0))
+    const auto isOnDisk = [](const Descriptor& directory) {
+        return !directory || fsync(directory.Number()) == 0;
+    };
+    if (isReplaced && isOnDisk(m_private) && isOnDisk(m_record))
         return {};
     Problem problem = Unusable(m_path, CauseOf(errno), true);
     problem.changes = Changes::Kept;

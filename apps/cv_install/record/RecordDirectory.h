@@ -9,6 +9,12 @@
 #include "installation/Installation.h"
 #include "installation/State.h"
 
+// The directory of a user's records, which XDG_STATE_HOME can name; empty without a home directory.
+QString UserRecords();
+
+// The path of a row of a user's record, relative to that directory.
+QString PathInUserRecords(const Entry& entry, const QString& installDir);
+
 // The name of a user's record, as systemd-escape --path writes the path of the install directory.
 // Links in the path are resolved.
 std::string EscapedPath(const QString& installDir);
@@ -19,7 +25,10 @@ std::string EscapedPath(const QString& installDir);
 // because of the setup's lock.
 class RecordDirectory {
 public:
-    explicit RecordDirectory(const QString& installDir);
+    // The record of this user, or that of root. Other users can read a part of that.
+    enum class Whose { Own, Roots };
+
+    explicit RecordDirectory(const QString& installDir, Whose whose = Whose::Own);
 
     // Removes what Prepare wrote and Replace did not place.
     ~RecordDirectory();
@@ -34,7 +43,8 @@ public:
     // The same, but creates what is missing, except for a user without a home directory.
     Failure Create();
 
-    bool IsOpen() const { return static_cast<bool>(m_private); }
+    bool IsOpen() const { return static_cast<bool>(m_record); }
+    bool IsOwn() const;
 
     // Reads a file of at most `most` bytes; empty if it does not exist. `item` is a row of root's
     // record.
@@ -63,6 +73,7 @@ private:
     Descriptor OpenOrCreate(int parent, const std::string& name, mode_t mode, bool creates);
     Problem Unusable(const QString& path, const QString& reason, bool isWritten) const;
 
+    uid_t m_owner;
     QString m_path;  // of the record; empty if there cannot be one
     std::vector<Descriptor> m_parents;
     Descriptor m_record;   // invalid if there is no record

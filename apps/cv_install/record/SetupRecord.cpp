@@ -1,14 +1,19 @@
 #include "record/SetupRecord.h"
 
+#include <QCryptographicHash>
+#include <filesystem>
+
 #include "answers/AnswersFile.h"
+#include "installation/TimeLimit.h"
 
 namespace {
 
-QByteArray Commented(const QByteArray& text) {
-    QByteArray commented;
-    for (const QByteArray& line : text.split('\n'))
-        commented += line.isEmpty() ? QByteArray() : "# " + line + '\n';
-    return commented;
+// More than any setup writes.
+constexpr qsizetype longestManifest = 4 << 20;
+
+RecordedDigest DigestOf(Item item, const QByteArray& content) {
+    return {std::filesystem::path(Find(item).path).filename(),
+            QCryptographicHash::hash(content, QCryptographicHash::Sha256).toHex().toStdString()};
 }
 
 }  // namespace
@@ -18,17 +23,48 @@ Failure SetupRecord::Prepare(const SetupFacts& facts, const Answers& answers,
     Failure failure = m_directory.Create();
     if (failure || !m_directory.IsOpen())
         return failure;
+    const QByteArray recorded = RecordText("# Answers for the next setup", facts,
+                                           WriteAnswers(answers, AnswersForm::Record));
     failure = m_directory.Prepare(Item::RecordedScript, script);
-    if (!failure) {
-        failure = m_directory.Prepare(Item::RecordedAnswers,
-                                      RecordText("# Answers for the next setup", facts,
-                                                 WriteAnswers(answers, AnswersForm::Record)));
+    if (!failure)
+        failure = m_directory.Prepare(Item::RecordedAnswers, recorded);
+    if (failure)
+        return failure;
+    std::optional<Manifest> previous;
+    // A damaged one is replaced.
+    if (ReadManifest(m_directory, previous))
+        previous.reset();
+    m_entries.emplace(m_setup, std::move(previous));
+    m_manifest.facts = facts;
+    m_manifest.answers = answers;
+    if ((m_setup.conditions & AsUser) != 0) {
+        m_manifest.digests = {DigestOf(Item::RecordedScript, script),
+                              DigestOf(Item::RecordedAnswers, recorded)};
     }
-    // In mtree(5) format, where the facts and answers are comments.
+    return {};
+}
+
+Failure SetupRecord::Place() {
+    if (!m_directory.IsOpen())
+        return {};
+    Failure failure = m_directory.Replace();
     if (!failure) {
-        failure = m_directory.Prepare(
-            Item::Manifest,
-            RecordText("#mtree", facts, Commented(WriteAnswers(answers, AnswersForm::File))));
+        const TimeLimit limit;
+        failure = m_entries->Read(m_manifest);
     }
-    return failure;
+    if (!failure)
+        failure = m_directory.Prepare(Item::Manifest, WriteManifest(m_manifest));
+    if (failure)
+        failure->changes = Changes::Kept;
+    return failure ? failure : m_directory.Replace();
+}
+
+Failure ReadManifest(const RecordDirectory& directory, std::optional<Manifest>& manifest) {
+    std::optional<QByteArray> text;
+    if (Failure failure = directory.Read(Item::Manifest, longestManifest, text))
+        return failure;
+    if (!text)
+        return {};
+    manifest = ParseManifest(*text);
+    return manifest ? Failure() : directory.Damaged(Item::Manifest);
 }

@@ -30,6 +30,12 @@ constexpr int schemaVersion = 1;
 // even if a process is killed.
 int notes = -1;
 
+// Of a run that sets nothing up; otherwise null.
+const char* otherAction = nullptr;
+
+// What only such a run notes.
+constexpr const char* otherMembers[] = {"differences", "unchecked", "installation"};
+
 // Bytes that are not valid UTF-8 become U+FFFD.
 std::string TextOf(const Json& json, int indent) {
     return json.dump(indent, ' ', false, Json::error_handler_t::replace);
@@ -108,9 +114,12 @@ void AddChanges(const Json& all, const Json& problem, bool isDryRun, Json& repor
     report["changed"] = nullptr;
     report["changes"] = nullptr;
     const bool changedNothing =
+        otherAction != nullptr ||
         (!problem.is_null() && problem["changes"] == static_cast<int>(Changes::None)) ||
         status == static_cast<int>(ExitStatus::UnusableArguments);
-    if (status == 0 || status == static_cast<int>(ExitStatus::ServiceNotRunning)) {
+    const bool isComplete =
+        status == 0 || status == static_cast<int>(ExitStatus::ServiceNotRunning);
+    if (isComplete && otherAction == nullptr) {
         report["changed"] = all.value("changed", Json());
         report["changes"] = all.value("changes", Json());
     } else if (changedNothing && !isDryRun) {
@@ -170,9 +179,10 @@ Json Assemble(bool isDryRun, int status, int waitStatus) {
         message = problem["message"];
     if (!findings.empty())
         message["findings"] = std::move(findings);
+    const char* action = isDryRun ? "dry-run" : "setup";
     Json report = {
         {"schema", schemaVersion},
-        {"action", isDryRun ? "dry-run" : "setup"},
+        {"action", otherAction == nullptr ? action : otherAction},
         {"status", status},
         {"version", HX_VERSION},
         {"host", HostName().toStdString()},
@@ -183,6 +193,10 @@ Json Assemble(bool isDryRun, int status, int waitStatus) {
     AddChanges(all, problem, isDryRun, report);
     report["problem"] = ProblemOf(message, status, waitStatus);
     report["log"] = ExistingLog(all);
+    for (const char* member : otherMembers) {
+        if (all.contains(member))
+            report[member] = all[member];
+    }
     return report;
 }
 
@@ -242,6 +256,8 @@ JsonReport::Request JsonReport::RequestIn(int argc, char** argv) {
         if (option->own == OwnOption::Help || option->own == OwnOption::Version)
             return {};
         request.isDryRun = request.isDryRun || option->own == OwnOption::DryRun;
+        if (option->own == OwnOption::Verify || option->own == OwnOption::Status)
+            request.action = option->own == OwnOption::Verify ? "verify" : "status";
         if (option->own == OwnOption::Json && value != nullptr && IsFileName(value))
             request.file = value;
     }
@@ -251,6 +267,7 @@ JsonReport::Request JsonReport::RequestIn(int argc, char** argv) {
 void JsonReport::Start(const Request& request) {
     if (request.file == nullptr)
         return;
+    otherAction = request.action;
     if (request.file == std::string("-"))
         ReserveStandardOutput();
     // Other users may read the report.
@@ -288,4 +305,8 @@ void JsonReport::NoteChanges(const Differences& differences, bool changesRecord)
         return;
     Note("changes", JsonOf(differences));
     Note("changed", changesRecord || !differences.IsEmpty());
+}
+
+void JsonReport::NoteMember(const char* name, const nlohmann::ordered_json& value) {
+    Note(name, value);
 }

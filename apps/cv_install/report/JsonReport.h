@@ -1,6 +1,7 @@
 // The JSON report of a run of cv_install, for programs.
 #pragma once
 
+#include <nlohmann/json_fwd.hpp>
 #include <string>
 
 #include "Problem.h"
@@ -15,6 +16,7 @@ namespace JsonReport {
 struct Request {
     const char* file = nullptr;  // null: no report
     bool isDryRun = false;
+    const char* action = nullptr;  // null: of a setup or dry run
 };
 
 // Reads the command line as far as it is valid. Help and version have no report.
@@ -32,5 +34,8 @@ void NoteAnswers(const Answers& answers);
 // What the setup is about to change, or would change. Without any differences, `changesRecord`
 // tells whether the record changes except for its time.
 void NoteChanges(const Differences& differences, bool changesRecord);
+
+// A member of the report of another action than a setup.
+void NoteMember(const char* name, const nlohmann::ordered_json& value);
 
 }  // namespace JsonReport

@@ -1,7 +1,5 @@
 #include "report/Summary.h"
 
-#include <unistd.h>
-
 #include <cstdio>
 
 #include "Console.h"
@@ -9,14 +7,10 @@
 #include "apply/SetupLog.h"
 #include "installation/ServiceState.h"
 #include "installation/SetupRun.h"
+#include "record/InstalledEntries.h"
 #include "setuprun/Schedulers.h"
 
 namespace {
-
-// A name without a directory is searched for by its caller.
-bool IsExecutable(const QString& command) {
-    return !command.contains(u'/') || access(command.toUtf8().constData(), X_OK) == 0;
-}
 
 // The library does not check the scheduler's commands, and no option sets them.
 QStringList FindMissingCommands(const CInstallBase& run) {

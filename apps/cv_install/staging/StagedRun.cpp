@@ -31,8 +31,9 @@ QByteArray Encode(const QString& impossible, const StagedMachine& staged) {
     QByteArray message;
     QDataStream stream(&message, QIODevice::WriteOnly);
     stream << impossible << staged.interactive << staged.conditions << staged.installDir
-           << staged.serviceUser << staged.serviceGroup << staged.members.joining
-           << staged.members.leaving << staged.isManagerRunning << staged.activeServices
+           << staged.productDir << staged.serviceUser << staged.serviceGroup
+           << staged.members.joining << staged.members.leaving << staged.isManagerRunning
+           << staged.activeServices
            << QList<std::pair<QString, QString>>(staged.values.begin(), staged.values.end())
            << staged.missingCommands << staged.answers << staged.isRecorded << staged.script
            << staged.copies;
@@ -43,7 +44,7 @@ void Decode(const QByteArray& message, QString& impossible, StagedMachine& stage
     QDataStream stream(message);
     QList<std::pair<QString, QString>> values;
     stream >> impossible >> staged.interactive >> staged.conditions >> staged.installDir >>
-        staged.serviceUser >> staged.serviceGroup >> staged.members.joining >>
+        staged.productDir >> staged.serviceUser >> staged.serviceGroup >> staged.members.joining >>
         staged.members.leaving >> staged.isManagerRunning >> staged.activeServices >> values >>
         staged.missingCommands >> staged.answers >> staged.isRecorded >> staged.script >>
         staged.copies;

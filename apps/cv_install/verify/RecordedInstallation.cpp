@@ -1,0 +1,81 @@
+#include "verify/RecordedInstallation.h"
+
+#include <unistd.h>
+
+#include "installation/TimeLimit.h"
+#include "installation/TreeCheck.h"
+#include "record/SetupRecord.h"
+
+namespace {
+
+constexpr qsizetype longestVerification = 65536;
+constexpr const char* differencesFact = "differences: ";
+
+Problem NoRecord(const QString& installDir) {
+    return {ExitStatus::RecordUnusable,
+            QStringLiteral("no setup of \"%1\" is recorded").arg(installDir),
+            QStringLiteral("Run the setup, which creates a record."), Changes::Unknown};
+}
+
+// A text that is damaged or of another form counts as none.
+std::optional<LastVerification> ReadVerification(const RecordDirectory& record) {
+    std::optional<QByteArray> text;
+    if (record.Read(Item::Verification, longestVerification, text) || !text)
+        return {};
+    const std::optional<ParsedRecord> parsed = ParseRecordText(*text);
+    if (!parsed || !parsed->body.startsWith(differencesFact))
+        return {};
+    return LastVerification{
+        parsed->facts.time,
+        parsed->body.mid(static_cast<qsizetype>(qstrlen(differencesFact))).trimmed().toInt()};
+}
+
+// Leaves `isFound` false without a manifest.
+Failure ReadInstallation(const QString& installDir, RecordDirectory::Whose owner,
+                         RecordedInstallation& installation, bool& isFound) {
+    auto record = std::make_unique<RecordDirectory>(installDir, owner);
+    std::optional<Manifest> manifest;
+    Failure failure = record->Open();
+    if (!failure)
+        failure = ReadManifest(*record, manifest);
+    if (failure)
+        failure->changes = Changes::Unknown;
+    if (failure || !manifest)
+        return failure;
+    isFound = true;
+    installation.installDir = installDir;
+    installation.manifest = std::move(*manifest);
+    installation.lastVerification = ReadVerification(*record);
+    installation.record = std::move(record);
+    return {};
+}
+
+}  // namespace
+
+Failure FindInstallation(const char* argv0, RecordedInstallation& installation) {
+    const TimeLimit limit;
+    QString installDir;
+    bool isFound = false;
+    Failure failure = FindInstallDirectory(argv0, installDir);
+    if (!failure)
+        failure = ReadInstallation(installDir, RecordDirectory::Whose::Own, installation, isFound);
+    if (!failure && !isFound && getuid() != 0) {
+        installDir = QLatin1String(sharedDirectory);
+        failure =
+            ReadInstallation(installDir, RecordDirectory::Whose::Roots, installation, isFound);
+    }
+    if (failure || isFound)
+        return failure;
+    return NoRecord(installDir);
+}
+
+Failure RecordVerification(const RecordedInstallation& installation, int differences) {
+    RecordDirectory& record = *installation.record;
+    if (!record.IsOwn())
+        return {};
+    const SetupFacts facts = FactsOf(CommandLine(), installation.installDir);
+    Failure failure = record.Prepare(
+        Item::Verification, RecordText("# Result of the previous verification", facts,
+                                       differencesFact + QByteArray::number(differences) + '\n'));
+    return failure ? failure : record.Replace();
+}

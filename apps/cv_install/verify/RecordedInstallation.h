@@ -1,0 +1,31 @@
+// The installation that --verify and --status are about, as its record describes it.
+#pragma once
+
+#include <memory>
+
+#include "record/Manifest.h"
+#include "record/RecordDirectory.h"
+
+// When an installation was last verified, and what was found.
+struct LastVerification {
+    QString time;  // UTC, such as 2026-11-22T14:05:09Z
+    int differences = 0;
+};
+
+struct RecordedInstallation {
+    QString installDir;
+    std::unique_ptr<RecordDirectory> record;  // open
+    Manifest manifest;
+    std::optional<LastVerification> lastVerification;
+
+    bool IsRoots() const { return manifest.account.has_value(); }
+};
+
+// For root, the installation for all users; for another user, the private copy of this product
+// directory if it is recorded, and otherwise that for all users. Takes no lock and changes nothing.
+// Fails with RecordUnusable if there is no record, or a damaged one. `argv0` is that of the
+// process.
+Failure FindInstallation(const char* argv0, RecordedInstallation& installation);
+
+// Records a verification, unless the record is another user's.
+Failure RecordVerification(const RecordedInstallation& installation, int differences);
