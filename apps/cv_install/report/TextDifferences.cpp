@@ -175,8 +175,8 @@ void TextPrinter::Print(const PathDifference& difference) const {
     const QString path = Printable(QString::fromStdString(difference.path));
     const Bases bases = BasesOf(difference.path);
     // A user sees what that user can read.
-    const bool isRoot = (m_staged.conditions & AsRoot) != 0;
-    const Reading reading = isRoot ? Reading::PublicFiles : Reading::AllFiles;
+    const bool isUser = (m_staged.conditions & AsUser) != 0;
+    const Reading reading = isUser ? Reading::AllFiles : Reading::PublicFiles;
     const Side before = ReadSide(bases.live, bases.path, reading, difference.before);
     const Side after = ReadSide(bases.staged, bases.path, reading, difference.after);
     QString reason = before.reason.isEmpty() ? after.reason : before.reason;
