@@ -2,6 +2,7 @@
 
 #include "Console.h"
 #include "answers/AnswersFile.h"
+#include "answers/Members.h"
 #include "answers/StartRun.h"
 #include "apply/RunTimeFiles.h"
 #include "apply/SetupLog.h"

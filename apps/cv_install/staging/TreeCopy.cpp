@@ -9,6 +9,7 @@
 #include <cstring>
 #include <filesystem>
 
+#include "installation/Installation.h"
 #include "installation/TreeCheck.h"
 #include "merge/Acl.h"
 #include "staging/UserView.h"

@@ -152,9 +152,9 @@ QString UserView::RemedyFor(const std::string& settings) {
                {"user.max_user_namespaces", "0", "10000"},
                {"kernel.apparmor_restrict_unprivileged_userns", "1", "0"}};
     for (const auto& [name, value, wanted] : all) {
-        std::string path = name;
+        std::string path = std::string("/") + name;
         std::ranges::replace(path, '.', '/');
-        if (IsSetTo(settings + '/' + path, value)) {
+        if (IsSetTo(settings + path, value)) {
             return QStringLiteral("Run as root: sysctl --write %1=%2.")
                 .arg(QLatin1String(name), QLatin1String(wanted));
         }
