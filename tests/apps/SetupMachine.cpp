@@ -11,7 +11,6 @@
 #include <cstdio>
 #include <filesystem>
 #include <iomanip>
-#include <regex>
 #include <set>
 #include <sstream>
 #include <thread>
@@ -173,9 +172,8 @@ const ExceptedPaths exceptedPaths[] = {
 };
 
 bool IsExcepted(const std::string& path) {
-    return std::any_of(
-        std::begin(exceptedPaths), std::end(exceptedPaths),
-        [&](const ExceptedPaths& row) { return std::regex_match(path, std::regex(row.pattern)); });
+    return std::any_of(std::begin(exceptedPaths), std::end(exceptedPaths),
+                       [&](const ExceptedPaths& row) { return IsMatch(path, row.pattern); });
 }
 
 }  // namespace
@@ -381,12 +379,13 @@ std::vector<std::string> TracesOf(const MachineState& before,
 }
 
 std::vector<std::string> AccountLines() {
-    static const std::regex date("^([^:]*:[^:]*:)[0-9]*:");
     std::vector<std::string> lines;
     for (const std::string name : {"passwd", "group", "gshadow", "shadow"}) {
         for (const std::string& line : LinesOf(ReadFile("/etc/" + name)))
             lines.push_back("/etc/" + name + ' ' +
-                            (name == "shadow" ? std::regex_replace(line, date, "$1DATE:") : line));
+                            (name == "shadow"
+                                 ? ReplaceMatches(line, "^([^:]*:[^:]*:)[0-9]*:", "$1DATE:")
+                                 : line));
     }
     return lines;
 }

@@ -215,7 +215,7 @@ TEST_F(Setup, PrintsPathOfLogAfterFailure) {
         const std::string err =
             setup.Run({"--setup", "--user-mode", "--yes", "--submission-scripts"}).err;
         const hx_test::Match found =
-            hx_test::FirstMatch(err, "\n    Log: /tmp/(corvane26_setup_\\w{6}\\.log)\n$");
+            hx_test::FirstMatch(err, "\n    Log: /tmp/(corvane26_setup_\\w{6}\\.log)\n\\z");
         ASSERT_FALSE(found.empty()) << err;
         ExpectHolds(hx_test::ReadFile(setup.Root() + "/" + found[1]), message);
     }

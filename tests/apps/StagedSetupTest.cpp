@@ -8,13 +8,13 @@
 #include <QJsonObject>
 #include <algorithm>
 #include <filesystem>
-#include <regex>
 #include <set>
 
 #include "apps/JsonSchema.h"
 #include "apps/RootSetup.h"
 #include "apps/SetupMachine.h"
 #include "harness/Effort.h"
+#include "harness/Pattern.h"
 #include "harness/TempDir.h"
 #include "machine/ThrowawayRoot.h"
 
@@ -144,10 +144,10 @@ struct Moment {
 };
 
 bool IsNotInJson(const std::string& path) {
-    static const std::regex notListed(
-        "/etc/((passwd|group|shadow|gshadow|subuid|subgid)-?|\\.pwd\\.lock)|"
-        "/var/lib/corvane26(/.*)?");
-    return std::regex_match(path, notListed) || path.starts_with(runningServices);
+    return IsMatch(path,
+                   "/etc/((passwd|group|shadow|gshadow|subuid|subgid)-?|\\.pwd\\.lock)|"
+                   "/var/lib/corvane26(/.*)?") ||
+           path.starts_with(runningServices);
 }
 
 void AddPaths(const Moment& before, const Moment& after, std::multiset<std::string>& changes) {

@@ -1,4 +1,4 @@
-// Regular expressions. Compiled once for all tests, because each use of <regex> takes seconds.
+// Regular expressions of Perl. <regex> takes seconds to compile.
 #pragma once
 
 #include <string>
