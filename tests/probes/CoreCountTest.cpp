@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
-#include <cstdlib>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -208,24 +207,6 @@ TEST_F(CoreCount, FailsWithUnreadableFile) {
     const auto traced = CountCores(machine, 1);
     EXPECT_EQ(traced.out, "-1 0");
     EXPECT_EQ(traced.err, Reported(4) + error);
-}
-
-TEST_F(CoreCount, SkipsStanzaWithoutMemory) {
-#ifdef HX_TEST_KEEP_MALLOC
-    GTEST_SKIP() << "the malloc of a sanitizer cannot be made to fail";
-#else
-    FakeMachine machine;
-    Configure(machine, Stanzas("0:4 1:4"), 6);
-    const auto result = machine.Run([] {
-        unsigned int count = 4711;
-        setenv("HX_TEST_NO_MEMORY", "16", 1);
-        const int answer = hx_cpu_count(&count, 1);
-        unsetenv("HX_TEST_NO_MEMORY");
-        std::printf("%d %u", answer, count);
-    });
-    EXPECT_EQ(result.out, "0 6");
-    EXPECT_EQ(result.err, Reported(6) + Found(0));
-#endif
 }
 
 }  // namespace

@@ -1,6 +1,5 @@
 // The questions for the job, the memory, and the scratch limit.
 #include <algorithm>
-#include <csignal>
 
 #include "prompts/PromptTest.h"
 #include "prompts/Texts.h"
@@ -317,22 +316,6 @@ TEST_P(Limits, SkipScratchQuestionWithOption) {
             {"", 0, 100, {"\n"}, {.previous = previous, .options = {"-s", "100"}}},
             {"", 0, 100, {"\n"}, {.options = {"--cluster-node", "--scratch-limit", "100"}}}});
     EXPECT_FALSE(DfWasRun());
-}
-
-TEST(MemoryLimit, CrashesWithoutJobLimit) {
-#if defined(HX_TEST_KEEP_MALLOC) || !defined(__x86_64__)
-    GTEST_SKIP() << "the division does not end the process by a signal here";
-#endif
-    HX_REQUIRE_NAMESPACES();
-    const World world{.identity = World::Identity::User};
-    const auto result = RunInChild(world, [] {
-        char name[] = "/nowhere/cv_install";
-        char* argv[] = {name, nullptr};
-        CInstallBase run(true, 1, argv);
-        run.m_jobLimit = 0;
-        run.PromptMemoryLimit();
-    });
-    EXPECT_EQ(result.status, 128 + SIGFPE);
 }
 
 }  // namespace

@@ -2,7 +2,6 @@
 #include "support/storeFile.h"
 
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 
 #include <cstdio>
 #include <cstring>
@@ -10,7 +9,6 @@
 #include <string>
 #include <vector>
 
-#include "harness/Child.h"
 #include "harness/TempDir.h"
 
 namespace {
@@ -97,20 +95,6 @@ TEST(StoreFile, StartsAtPositionAndKeepsStream) {
 TEST(StoreFile, ReturnsNullOnReadError) {
     const hx_test::TempDir dir;
     EXPECT_EQ(Stored(dir.path()), std::nullopt);
-}
-
-TEST(StoreFile, ReturnsNullWhenMemoryRunsOut) {
-#ifdef HX_TEST_KEEP_MALLOC
-    GTEST_SKIP() << "a sanitizer reserves more address space than the limit allows";
-#else
-    // A line without an end exhausts the address space.
-    const auto result = hx_test::RunInChild({}, [] {
-        const rlimit limit = {512u << 20, 512u << 20};
-        ASSERT_EQ(setrlimit(RLIMIT_AS, &limit), 0);
-        EXPECT_EQ(Stored("/dev/zero"), std::nullopt);
-    });
-    EXPECT_EQ(result.status, 0) << result.out << result.err;
-#endif
 }
 
 TEST(FreeStoredFile, AcceptsNull) {
