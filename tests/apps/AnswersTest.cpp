@@ -430,6 +430,7 @@ protected:
 };
 
 TEST_F(AnswersOfSetup, ComeFromFileAndCanBeSaved) {
+    const CheckedLeaks leaks;
     const std::string commands = m_setup.Root() + "/s/";
     std::filesystem::create_directory(commands);
     for (const char* name : {"sbatch", "scancel"})

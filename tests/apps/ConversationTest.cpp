@@ -3,6 +3,7 @@
 
 #include <csignal>
 
+#include "apps/Leaks.h"
 #include "apps/UserSetup.h"
 #include "harness/Expect.h"
 #include "harness/Terminal.h"
@@ -61,6 +62,7 @@ protected:
 };
 
 TEST_F(Conversation, CancelsSetupAtEndOfInput) {
+    const CheckedLeaks leaks;
     Dialog before;
     for (const Step& last : limitQuestions) {
         before.push_back(last);
@@ -137,6 +139,7 @@ TEST_F(Conversation, AsksAgainAfterInvalidOrUnsuitableAnswer) {
 }
 
 TEST_F(Conversation, ChangesAnswersInReview) {
+    const CheckedLeaks leaks;
     Terminal terminal = Start({"--internal-default-queue", "-m", "600"});
     const Dialog questions = {
         {"Job thread limit [", "2"}, {"Scratch directory [", "/tmp"}, {"Scratch limit per", ""}};

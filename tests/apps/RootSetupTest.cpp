@@ -80,6 +80,7 @@ TEST(RootSetup, ShowsPlanWithoutScriptOutput) {
 
 TEST(RootSetup, ShowsPlanTitlesAndSummaryInPlace) {
     HX_REQUIRE_THROWAWAY_ROOT();
+    const CheckedLeaks leaks;
     HX_EXPECT_SCENARIO([] {
         const std::string out = ShownOnTerminal(withoutMounts);
         ExpectParts(out,
@@ -218,6 +219,7 @@ TEST(RootSetup, AsksAgainAfterChangesSinceStaging) {
 
 TEST(RootSetup, AppliesConfirmedPlanAndShowsPlanOfUpgrade) {
     HX_REQUIRE_THROWAWAY_ROOT();
+    const CheckedLeaks leaks;
     HX_EXPECT_SCENARIO([] {
         LayOutRootSetup();
         Shell("useradd --create-home ann; useradd --create-home bob");

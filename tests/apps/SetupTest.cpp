@@ -5,6 +5,7 @@
 #include <filesystem>
 
 #include "apps/JsonSchema.h"
+#include "apps/Leaks.h"
 #include "apps/UserSetup.h"
 #include "harness/Expect.h"
 #include "harness/Pattern.h"
@@ -22,6 +23,7 @@ protected:
 };
 
 TEST_F(Setup, CreatesPrivateCopyWithSummaryAndLog) {
+    const CheckedLeaks leaks;
     const UserSetup setup("product with spaces and ümlaut");
     std::vector<std::string> arguments = m_yes;
     arguments.insert(arguments.end(), {"-s", "5", "--json", "/tmp/report"});
@@ -151,6 +153,7 @@ TEST_F(Setup, WarnsOfLimitsOfZero) {
 }
 
 TEST_F(Setup, ReportsAllFailedChecks) {
+    const CheckedLeaks leaks;
     UserSetup setup;
     fs::remove(setup.Outside("corvane26.template"));
     const auto result = setup.Run({"--setup", "--user-mode"}, "\n\n\n\n2\n2\n\n/gone/sbatch\n\n");
@@ -222,6 +225,7 @@ TEST_F(Setup, PrintsPathOfLogAfterFailure) {
 }
 
 TEST_F(Setup, CompletesOnRerunAfterFailureOfScript) {
+    const CheckedLeaks leaks;
     const UserSetup setup;
     const std::string obstacle = setup.Outside("corvane26");
     fs::create_directory(obstacle);

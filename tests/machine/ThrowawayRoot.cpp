@@ -331,7 +331,8 @@ bool RanThroughSudo() {
     const std::string filter =
         std::string("--gtest_filter=") + test->test_suite_name() + "." + test->name();
     std::vector<std::string> command = {"sudo", "-n", "env"};
-    for (const char* name : {"LSAN_OPTIONS", "HX_TEST_ROUNDS", "HX_TEST_EVERY_FAULT"}) {
+    for (const char* name :
+         {"LSAN_OPTIONS", "HX_TEST_ROUNDS", "HX_TEST_EVERY_FAULT", "HX_TEST_LEAKS"}) {
         if (const char* value = std::getenv(name))
             command.push_back(std::string(name) + '=' + value);
     }
