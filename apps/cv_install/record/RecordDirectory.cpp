@@ -114,8 +114,8 @@ std::string EscapedPath(const QString& installDir) {
     return escaped.empty() ? "-" : escaped;
 }
 
-RecordDirectory::RecordDirectory(const QString& installDir, Whose whose)
-    : m_owner(whose == Whose::Roots ? 0 : getuid()),
+RecordDirectory::RecordDirectory(const QString& installDir, Whose owner)
+    : m_owner(owner == Whose::Roots ? 0 : getuid()),
       m_path(m_owner == 0 ? QLatin1String(Find(Item::Record).path) : UserRecordPath(installDir)) {}
 
 bool RecordDirectory::IsOwn() const {

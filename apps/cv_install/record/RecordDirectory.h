@@ -28,7 +28,7 @@ public:
     // The record of this user, or that of root. Other users can read a part of that.
     enum class Whose { Own, Roots };
 
-    explicit RecordDirectory(const QString& installDir, Whose whose = Whose::Own);
+    explicit RecordDirectory(const QString& installDir, Whose owner = Whose::Own);
 
     // Removes what Prepare wrote and Replace did not place.
     ~RecordDirectory();
