@@ -117,12 +117,14 @@ TEST_F(TextDifferences, LeavesOutWhatHasNoContent) {
 }
 
 TEST_F(TextDifferences, LeavesOutNewWebPages) {
+    WriteFile(At("staged/page"), "a\n");
     for (const Entry& entry : Entries()) {
-        WriteFile(At("staged/page"), "a\n");
-        Add("page").entry = &entry;
-        EXPECT_EQ(Output() == "No file content changes.\n", entry.ownsAllBelow) << entry.path;
-        m_differences.paths.clear();
+        if (entry.ownsAllBelow)
+            Add("page").entry = &entry;
     }
+    EXPECT_EQ(Output(), "No file content changes.\n");
+    Add("page").entry = &Find(Item::RunScript);
+    EXPECT_EQ(Output(), "--- /dev/null\n+++ /T/page\n@@ -0,0 +1 @@\n+a\n");
 }
 
 TEST_F(TextDifferences, ShowsSizeAndChecksumOfBinaryFiles) {
