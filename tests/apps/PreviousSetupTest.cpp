@@ -164,6 +164,10 @@ TEST(PreviousSetup, RepeatsWhatSomebodyChose) {
         // Members of an existing group may have been changed since.
         Shell("groupadd corvsrvc");
         EXPECT_EQ(Repeated(), chosen);
+        Shell("useradd ann; useradd bob; gpasswd --add bob corvsrvc; gpasswd --add ann corvsrvc");
+        EXPECT_EQ(Repeated(), chosen + " members=ann,bob");
+        Shell("gpasswd --delete bob corvsrvc");
+        EXPECT_EQ(Repeated(), chosen);
         // The file was edited.
         LayOut("", "MaxThreads: 1\nMemoryPerThreadMB: 4000\nScratch: /srv\nDiskPerThreadGB: 9\n");
         Record(RecordedAnswers());

@@ -222,14 +222,27 @@ void ReadRunScriptOf(int tree, PreviousSetup& previous) {
     AddServiceAccount(previous.answers);
 }
 
+// True if the service group exists with other members than the recorded ones. The library's
+// question offers those of a group that exists.
+bool HasOtherMembers(const Answers& answers, bool isAsked) {
+    const Answer* name = answers.Find(AnswerId::ServiceGroup);
+    const group* found = getgrnam(
+        name == nullptr ? accountName : std::get<QString>(name->value).toUtf8().constData());
+    if (found == nullptr || isAsked)
+        return found != nullptr;
+    QStringList present;
+    for (char** member = found->gr_mem; *member != nullptr; ++member)
+        present.append(QString::fromUtf8(*member));
+    QStringList recorded = std::get<QStringList>(answers.Find(AnswerId::Members)->value);
+    present.sort();
+    recorded.sort();
+    return present != recorded;
+}
+
 // True for an answer that the machine or its users know better than the record.
-bool IsReadFromMachine(AnswerId id, const Answers& answers) {
-    if (id == AnswerId::SubmissionScripts)
-        return true;
-    const Answer* group = answers.Find(AnswerId::ServiceGroup);
-    const QByteArray name =
-        group == nullptr ? QByteArray(accountName) : std::get<QString>(group->value).toUtf8();
-    return id == AnswerId::Members && getgrnam(name.constData()) != nullptr;
+bool IsReadFromMachine(AnswerId id, const Answers& answers, bool isAsked) {
+    return id == AnswerId::SubmissionScripts ||
+           (id == AnswerId::Members && HasOtherMembers(answers, isAsked));
 }
 
 // A limit that is measured for each thread.
@@ -314,7 +327,7 @@ Answers AnswersToRepeat(const PreviousSetup& previous, CInstallBase& run) {
     const bool hasRecord = previous.source != PreviousSetup::Source::Files;
     OfferLimits(previous.answers, run);
     for (const auto& [id, answer] : previous.answers.All()) {
-        if (!answer.chosen || IsReadFromMachine(id, previous.answers) ||
+        if (!answer.chosen || IsReadFromMachine(id, previous.answers, run.m_interactive) ||
             (run.m_interactive && IsOfferedByLibrary(id)) ||
             (!hasRecord && IsDefault(id, previous.answers, run)))
             continue;

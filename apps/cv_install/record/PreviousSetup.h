@@ -29,11 +29,10 @@ struct PreviousSetup {
 Failure ReadPreviousSetup(const CInstallBase& run, int tree, PreviousSetup& previous);
 
 // Returns the answers that the next setup repeats, with the source Record. `run` has just been
-// constructed. These are the chosen answers, and limits that were edited in
-// QueueLimits since. The submission scripts are not repeated, because users edit them, nor the
-// members of a group that exists. If the setup asks, limits that a question of the library can
-// offer are set as those of the previous setup instead. Limits that were not chosen are measured
-// again.
+// constructed. These are the chosen answers, and limits that were edited in QueueLimits since. The
+// submission scripts are not repeated, because users edit them, nor are members if others are in
+// the group now. If the setup asks, values that a question of the library can offer are set as
+// those of the previous setup instead. Limits that were not chosen are measured again.
 Answers AnswersToRepeat(const PreviousSetup& previous, CInstallBase& run);
 
 // True if a setup with these answers would leave the record as it is, except for its time, its
