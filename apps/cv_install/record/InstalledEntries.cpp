@@ -109,8 +109,8 @@ bool IsExecutable(const QString& command) {
     return !command.contains(u'/') || access(command.toUtf8().constData(), X_OK) == 0;
 }
 
-InstalledEntries::InstalledEntries(const InstalledSetup& setup, std::optional<Manifest> previous)
-    : m_setup(setup), m_previous(std::move(previous)) {
+InstalledEntries::InstalledEntries(InstalledSetup setup, std::optional<Manifest> previous)
+    : m_setup(std::move(setup)), m_previous(std::move(previous)) {
     m_packed.Read(m_setup.productDir, m_setup.conditions);
     const std::string installDir = m_setup.installDir.toStdString();
     for (const Entry& entry : Entries()) {

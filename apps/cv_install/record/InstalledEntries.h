@@ -19,7 +19,7 @@ struct InstalledSetup {
 class InstalledEntries {
 public:
     // Before the setup changes anything. `previous` is the manifest of the previous setup.
-    InstalledEntries(const InstalledSetup& setup, std::optional<Manifest> previous);
+    InstalledEntries(InstalledSetup setup, std::optional<Manifest> previous);
 
     // After the setup. Adds everything except the facts, the answers and the digests. Of web pages
     // that the setup kept, `manifest` gets what the previous one has. Contents are read under the

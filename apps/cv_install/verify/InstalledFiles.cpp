@@ -72,7 +72,7 @@ private:
 
     Place PlaceOf(const std::string& path) const;
     static bool IsAtOrBelow(const std::vector<std::string>& paths, const std::string& shown);
-    void Compare(const ManifestEntry& expected, const Place& place);
+    void Compare(const ManifestEntry& entry, const Place& place);
     void CompareAttributes(const State& expected, const State& found, const Place& place);
     void CompareContent(const State& expected, const State& found, const Place& place);
     void Add(const Place& place, const State& expected, const char* attribute,
@@ -255,7 +255,8 @@ void FileComparison::CompareUserRecord() {
         if (!std::string(row.path).starts_with(userRecords) || !Applies(row, AsUser))
             continue;
         const std::string path = PathInUserRecords(row, m_installation.installDir).toStdString();
-        const Place place = {top.Number(), path, records + '/' + path, Reading::AllFiles};
+        const Place place = {top.Number(), path, std::filesystem::path(records) / path,
+                             Reading::AllFiles};
         if (IsAtOrBelow(m_reported, place.shown))
             continue;
         ManifestEntry expected = {path, {}, true};
