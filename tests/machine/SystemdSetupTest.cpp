@@ -212,6 +212,42 @@ TEST_F(SystemdSetup, LeavesServiceAloneWithoutNeed) {
         "rm -r /etc/systemd/system/corvane26_service.service.d");
 }
 
+struct VerifiedCase {
+    const char* before;
+    const char* output;  // its beginning
+};
+
+const VerifiedCase verifiedCases[] = {
+    {"true", "No differences"},
+    {"mkdir -p /etc/systemd/system/corvane26_service.service.d; "
+     "printf '[Service]\\nNice=5\\nRestart=no\\n' > "
+     "/etc/systemd/system/corvane26_service.service.d/override.conf; systemctl daemon-reload; "
+     "systemctl restart corvane26_service",
+     "No differences"},
+    {"systemctl stop corvane26_service", "No differences"},
+    {"systemctl start corvane26_service; systemctl kill --signal=KILL corvane26_service",
+     "service corvane26_service.service: state: expected active, found failed\n"},
+    {"systemctl restart corvane26_service; systemctl --quiet disable corvane26_service",
+     "/etc/systemd/system/multi-user.target.wants/corvane26_service.service: kind: expected link, "
+     "found missing\n"},
+};
+
+TEST_F(SystemdSetup, VerifiesServiceAsSystemdKnowsIt) {
+    RunSetup();
+    for (const VerifiedCase& row : verifiedCases) {
+        SCOPED_TRACE(row.before);
+        RunFile("settings");
+        Shell(row.before);
+        const auto found = Machine().Shell("/opt/corvane26/cv_install --verify");
+        const bool isSame = std::string(row.output).starts_with("No");
+        EXPECT_EQ(found.status, isSame ? 0 : 1);
+        EXPECT_EQ(found.out.substr(0, isSame ? 14 : std::string::npos), row.output) << found.err;
+    }
+    const std::string status = Shell("/opt/corvane26/cv_install --status");
+    EXPECT_NE(status.find("  Service:        active, disabled\n"), std::string::npos) << status;
+    EXPECT_NE(status.find("corvane26_service.service.d/override.conf\n"), std::string::npos);
+}
+
 TEST_F(SystemdSetup, ReportsServiceThatCannotStart) {
     Shell("mv /opt/corvane26/cv_computeservice /opt/corvane26/away");
     // The run script waits for this program, so the service is active for 2 seconds.
