@@ -40,14 +40,23 @@ bool IsControl(char32_t character) {
     }
 }
 
+// Without QString::toUcs4, which crashes when memory runs out.
 QString Printable(const QString& text) {
-    QList<uint> characters = text.toUcs4();
-    for (uint& character : characters) {
-        if (IsControl(character))
-            character = '?';
+    QString printable;
+    printable.reserve(text.size());
+    for (qsizetype i = 0; i < text.size(); ++i) {
+        const QChar first = text[i];
+        const bool isPair =
+            first.isHighSurrogate() && i + 1 < text.size() && text[i + 1].isLowSurrogate();
+        if (IsControl(isPair ? QChar::surrogateToUcs4(first, text[i + 1]) : first.unicode()))
+            printable += u'?';
+        else if (isPair)
+            printable += QStringView(text).mid(i, 2);
+        else
+            printable += first.isSurrogate() ? QChar(QChar::ReplacementCharacter) : first;
+        i += isPair ? 1 : 0;
     }
-    return QString::fromUcs4(reinterpret_cast<const char32_t*>(characters.constData()),
-                             characters.size());
+    return printable;
 }
 
 void ObserveProblems(ProblemObserver observe) {
