@@ -62,17 +62,11 @@ Failure ChangeMembers(const CInstallBase& run, const MemberChanges& changes) {
 
 // A user's setup continues without a record, such as with a home directory that cannot be written
 // to.
-Failure PrepareRecord(const CInstallBase& run, const Answers& answers, const CommitScript& script,
-                      SetupRecord& record) {
-    Failure failure =
-        record.Prepare(FactsOf(CommandLine(), run.m_installDir), answers, script.text);
-    if (!failure)
-        return {};
-    failure->changes = Changes::RunTimeFiles;
-    if (IsRootSetup(run))
+Failure AcceptWithoutRecord(const CInstallBase& run, const Failure& failure) {
+    if (!failure || IsRootSetup(run))
         return failure;
     ReportWarning({failure->status, failure->text,
-                   QStringLiteral("The setup continues. The next one does not find its answers.")});
+                   QStringLiteral("The setup continues. Its record is missing or incomplete.")});
     return {};
 }
 
@@ -104,11 +98,16 @@ Failure CarryOut(CInstallBase& run, const Answers& previous, const Answers& answ
                         .productDir = run.m_binariesDir,
                         .conditions = conditions,
                         .serviceUser = run.m_serviceUser,
-                        .serviceGroup = run.m_serviceGroup});
-    if (!failure)
-        failure = PrepareRecord(run, answers, script, record);
-    if (failure)
+                        .serviceGroup = run.m_serviceGroup,
+                        .packed = &packed});
+    if (!failure) {
+        failure = AcceptWithoutRecord(
+            run, record.Prepare(FactsOf(CommandLine(), run.m_installDir), answers, script.text));
+    }
+    if (failure) {
+        failure->changes = Changes::RunTimeFiles;
         return failure;
+    }
     const EntryList keptPages = FindKeptPages(run, conditions);
     Interruption::ComesTooLate();
     failure = FollowScript(script, lock, ScriptOutput::Shown);
@@ -119,7 +118,7 @@ Failure CarryOut(CInstallBase& run, const Answers& previous, const Answers& answ
     if (!failure && root)
         failure = RecordServiceAccount(run.m_serviceUser, run.m_serviceGroup);
     if (!failure)
-        failure = record.Place();
+        failure = AcceptWithoutRecord(run, record.Place());
     if (failure || keptPages.empty())
         return failure;
     const Descriptor tree(open(run.m_installDir.toUtf8().constData(), O_PATH | O_CLOEXEC));

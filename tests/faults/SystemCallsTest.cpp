@@ -2,6 +2,7 @@
 // table, or none at all.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <csignal>
 #include <set>
 
@@ -34,6 +35,8 @@ struct Outcome {
 };
 
 const std::string errorText = "Corvane Install: Error\n    ";
+
+const std::string opensTree = R"("/tmp/product", O_RDONLY|O_CLOEXEC|O_PATH|O_DIRECTORY)";
 
 // The first match counts.
 const std::vector<Outcome> outcomes = {
@@ -144,6 +147,10 @@ std::string Describe(const FaultyResult& result, const FaultyRun::Call& whole) {
     return result.call + " instead of " + whole.text.substr(whole.text.rfind(" = ") + 3);
 }
 
+// Begins the text of a call after the answers have been recorded. The setup is complete then. At
+// most the manifest is missing, of which it warns.
+const std::string recorded = "recorded: ";
+
 const Outcome& OutcomeOf(const std::string& call) {
     static const Outcome none = {"", 0, "", Created::Everything};
     for (const Outcome& outcome : outcomes) {
@@ -199,6 +206,14 @@ void ExpectCreated(const FaultyResult& result, const FaultyResult& whole, Create
 
 void ExpectOutcome(const FaultyResult& result, const std::string& call, const FaultyResult& whole) {
     SCOPED_TRACE(call + "\n" + result.err);
+    // The number of reads varies, so an earlier one may have failed.
+    if (call.starts_with(recorded) && result.status != 0)
+        return ExpectOutcome(result, call.substr(recorded.size()), whole);
+    if (call.starts_with(recorded)) {
+        EXPECT_TRUE(result.err.empty() || result.err.starts_with("cv_install: "));
+        ExpectCreated(result, whole, Created::Everything);
+        return;
+    }
     const Outcome& outcome = OutcomeOf(call);
     EXPECT_EQ(result.status, outcome.status);
     if (outcome.err.empty())
@@ -226,16 +241,23 @@ TEST(SystemCalls, FailWithExpectedOutcome) {
     const bool every = hx_test::TriesEveryFault();
     std::set<std::string> groups;
     int failed = 0;
-    for (const FaultyRun::Call& call : run.CallsOfSetup()) {
+    const std::vector<FaultyRun::Call> calls = run.CallsOfSetup();
+    // The last one opens the install directory for the manifest.
+    const auto manifest = std::find_if(calls.rbegin(), calls.rend(), [](const auto& call) {
+        return call.text.find(opensTree) != std::string::npos;
+    });
+    ASSERT_NE(manifest, calls.rend());
+    for (const FaultyRun::Call& call : calls) {
+        const std::string phase = &call < &*manifest ? "" : recorded;
         const auto error = errors.find(call.name);
         if (error == errors.end() || call.text.find("AT_EMPTY_PATH") != std::string::npos ||
-            (!groups.insert(GroupOf(call)).second && !every))
+            (!groups.insert(phase + GroupOf(call)).second && !every))
             continue;
         const FaultyResult result = run.Run(call.name, call.number, error->second);
         // The number of calls that read the script's output varies.
         failed += result.call.empty() ? 0 : 1;
         if (!LosesNothing(result, whole, every))
-            ExpectOutcome(result, Describe(result, call), whole);
+            ExpectOutcome(result, phase + Describe(result, call), whole);
     }
     RecordProperty("failures", failed);
     EXPECT_GT(failed, 50);

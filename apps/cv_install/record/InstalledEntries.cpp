@@ -110,8 +110,11 @@ bool IsExecutable(const QString& command) {
 }
 
 InstalledEntries::InstalledEntries(InstalledSetup setup, std::optional<Manifest> previous)
-    : m_setup(std::move(setup)), m_previous(std::move(previous)) {
-    m_packed.Read(m_setup.productDir, m_setup.conditions);
+    : m_setup(std::move(setup)),
+      m_previous(std::move(previous)),
+      m_packed(m_setup.packed != nullptr ? m_setup.packed : &m_readPages) {
+    if (m_setup.packed == nullptr)
+        m_readPages.Read(m_setup.productDir, m_setup.conditions);
     const std::string installDir = m_setup.installDir.toStdString();
     for (const Entry& entry : Entries()) {
         if (entry.check == Check::Archive && Applies(entry, m_setup.conditions) &&
@@ -196,7 +199,7 @@ Failure InstalledEntries::AddPages(const Entry& entry, const Base& base, Manifes
     if (m_keptPages.contains(&entry) && TakeKeptPages(entry, base, manifest))
         return {};
     std::set<std::string> paths;
-    for (const PackedPages::Page& page : m_packed.PagesOf(entry)) {
+    for (const PackedPages::Page& page : m_packed->PagesOf(entry)) {
         for (fs::path path = page.path; path.string() != entry.path && path.has_relative_path();
              path = path.parent_path())
             paths.insert(path.string());

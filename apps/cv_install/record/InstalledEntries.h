@@ -14,12 +14,15 @@ struct InstalledSetup {
     unsigned conditions = 0;  // see Installation.h
     QString serviceUser;      // in a setup as root
     QString serviceGroup;
+    const PackedPages* packed = nullptr;  // if they have been read
 };
 
 class InstalledEntries {
 public:
     // Before the setup changes anything. `previous` is the manifest of the previous setup.
     InstalledEntries(InstalledSetup setup, std::optional<Manifest> previous);
+    InstalledEntries(const InstalledEntries&) = delete;
+    InstalledEntries& operator=(const InstalledEntries&) = delete;
 
     // After the setup. Adds everything except the facts, the answers and the digests. Of web pages
     // that the setup kept, `manifest` gets what the previous one has. Contents are read under the
@@ -45,7 +48,8 @@ private:
     InstalledSetup m_setup;
     std::optional<Manifest> m_previous;
     std::set<const Entry*> m_keptPages;
-    PackedPages m_packed;
+    PackedPages m_readPages;
+    const PackedPages* m_packed;
 };
 
 // True for a row that a manifest lists: not for logs, locks and what setups remove.

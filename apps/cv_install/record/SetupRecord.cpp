@@ -45,7 +45,7 @@ Failure SetupRecord::Prepare(const SetupFacts& facts, const Answers& answers,
 }
 
 Failure SetupRecord::Place() {
-    if (!m_directory.IsOpen())
+    if (!m_entries)
         return {};
     Failure failure = m_directory.Replace();
     if (!failure) {

@@ -18,7 +18,7 @@ public:
     Failure Prepare(const SetupFacts& facts, const Answers& answers, const QByteArray& script);
 
     // Replaces the present record, after the setup. The manifest, which lists what is on the
-    // machine then, comes last.
+    // machine then, comes last. Does nothing after a failure of Prepare.
     Failure Place();
 
 private:
