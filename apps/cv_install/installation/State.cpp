@@ -150,6 +150,21 @@ bool State::operator==(const State& other) const {
            std::tie(other.kind, other.mode, other.owner, other.group, other.target, other.digest);
 }
 
+const char* WordOf(State::Kind kind) {
+    switch (kind) {
+        case State::Kind::File:
+            return "file";
+        case State::Kind::Directory:
+            return "directory";
+        case State::Kind::Link:
+            return "link";
+        case State::Kind::Special:
+            return "special";
+        default:
+            return "missing";
+    }
+}
+
 Descriptor OpenEntry(int directory, const std::string& name, int flags) {
     constexpr int always = O_PATH | O_NOFOLLOW | O_CLOEXEC;
     Descriptor entry(openat(directory, name.empty() ? "." : name.c_str(), always | flags));

@@ -53,6 +53,9 @@ struct State {
     bool operator==(const State& other) const;
 };
 
+// In reports: "file", "directory", "link", "special", or "missing".
+const char* WordOf(State::Kind kind);
+
 // Of which files the content is read. Where other users can rename files, root reads only what they
 // can read already: a file and its directories are public. It reads at most 64 MB.
 enum class Reading { Nothing, PublicFiles, AllFiles };

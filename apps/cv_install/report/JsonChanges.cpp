@@ -18,19 +18,6 @@ const char* ChangeWord(Change change) {
     return change == Change::Create ? "create" : change == Change::Modify ? "modify" : "delete";
 }
 
-const char* KindWord(State::Kind kind) {
-    switch (kind) {
-        case State::Kind::Directory:
-            return "directory";
-        case State::Kind::Link:
-            return "link";
-        case State::Kind::Special:
-            return "special";
-        default:
-            return "file";
-    }
-}
-
 // Other users may read the JSON: it has no digest of a file that they cannot read.
 bool HasPublicDigest(const State& state) {
     return !state.digest.empty() && (state.mode & S_IROTH) != 0;
@@ -42,7 +29,7 @@ Json ObjectOf(const State& state, State::Kind kind, const OwnerNames& names) {
         return nullptr;
     Json object = Json::object();
     if (state.kind != kind)
-        object["kind"] = KindWord(state.kind);
+        object["kind"] = WordOf(state.kind);
     object["owner"] = Utf8(names.User(state.owner));
     object["group"] = Utf8(names.Group(state.group));
     object["uid"] = state.owner;
@@ -69,7 +56,7 @@ Json ChangeObject(const char* name, const std::string& value, const char* kind, 
 Json ObjectOf(const PathDifference& difference, const OwnerNames& names) {
     const State& described =
         difference.change == Change::Delete ? difference.before : difference.after;
-    return ChangeObject("path", difference.path, KindWord(described.kind), difference.change,
+    return ChangeObject("path", difference.path, WordOf(described.kind), difference.change,
                         ObjectOf(difference.before, described.kind, names),
                         ObjectOf(difference.after, described.kind, names));
 }

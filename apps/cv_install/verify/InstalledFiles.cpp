@@ -16,21 +16,6 @@
 
 namespace {
 
-constexpr const char* WordOf(State::Kind kind) {
-    switch (kind) {
-        case State::Kind::File:
-            return "file";
-        case State::Kind::Directory:
-            return "directory";
-        case State::Kind::Link:
-            return "link";
-        case State::Kind::Special:
-            return "special";
-        default:
-            return "missing";
-    }
-}
-
 QString ModeText(mode_t mode) {
     return QStringLiteral("%1").arg(mode, 4, 8, QLatin1Char('0'));
 }
