@@ -30,6 +30,6 @@ struct StagedReport {
 };
 
 // In the parent process, with --dry-run and --if-needed, and before root's merge: compares,
-// reports, and saves the answers. `continues` tells whether the setup goes on.
+// reports, and saves the answers. Sets `continues` to true if the setup goes on.
 Failure ReportStaged(const Arguments& arguments, const StagedMachine& staged,
                      const StagedReport& report, Differences& differences, bool& continues);

@@ -12,7 +12,7 @@ bool IsStagedForUser(const Arguments& arguments);
 Failure FindObstacleToStaging(const CInstallBase& run, unsigned conditions);
 
 // Stages the setup, whose questions have been asked, in a child process, compares the copies with
-// the machine, and reports. `continues` tells whether the setup in place follows. Ends the process
-// if the child failed, which has reported that.
+// the machine, and reports. Sets `continues` to true if the setup in place follows. Ends the
+// process if the child failed, which has reported that.
 Failure StageForUser(const Arguments& arguments, CInstallBase& run, const PreviousSetup& previous,
                      const Answers& answers, const SetupLock& lock, bool& continues);

@@ -31,8 +31,8 @@ void NoteInstallDirectory(const QString& path);
 void NoteLog(const std::string& path);  // empty: no log
 void NoteAnswers(const Answers& answers);
 
-// What the setup is about to change, or would change. Without any differences, `changesRecord`
-// tells whether the record changes except for its time.
+// What the setup is about to change, or would change. `changesRecord`: whether more than
+// the time changes in the record.
 void NoteChanges(const Differences& differences, bool changesRecord);
 
 // A member of the report of another action than a setup.
