@@ -27,7 +27,7 @@ Failure FindNeed(const StagedMachine& staged, const LiveReader& read, bool& isNe
     Differences& differences = live.differences;
     QString idleService;
     if (!differences.services.empty())
-        idleService = StateOfIdleService();
+        idleService = StateOfIdleService(ServiceProperties());
     if (!idleService.isEmpty())
         KeepServiceIdle(differences);
     isNeeded = !staged.isRecorded || !differences.IsEmpty();

@@ -12,9 +12,9 @@
 #include "answers/Listeners.h"
 #include "apps/RootSetup.h"
 #include "harness/TempDir.h"
+#include "installation/Tool.h"
 #include "machine/Accounts.h"
 #include "machine/ThrowawayRoot.h"
-#include "merge/Tool.h"
 
 namespace {
 

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "installation/RootPath.h"
-#include "merge/Tool.h"
+#include "installation/Tool.h"
 #include "setuprun/Schedulers.h"
 
 namespace {

@@ -4,10 +4,10 @@
 #include <QProcess>
 #include <QThread>
 #include <algorithm>
-#include <filesystem>
 
 #include "Problem.h"
 #include "installation/Installation.h"
+#include "installation/PathParts.h"
 
 namespace {
 
@@ -31,18 +31,10 @@ QStringList LinesOf(const QString& tool, const QStringList& arguments) {
     return QString::fromUtf8(process.readAllStandardOutput()).split(u'\n', Qt::SkipEmptyParts);
 }
 
-std::filesystem::path NameIn(const std::filesystem::path& path) {
-    return path.filename();
-}
-
 // True while the main process is the service manager's, which is about to run the service script,
 // or that script or the run script, which its program replaces.
 bool IsBeingStarted() {
-    const QString process =
-        LinesOf(QStringLiteral("systemctl"),
-                {QStringLiteral("show"), QStringLiteral("--value"), QStringLiteral("--property"),
-                 QStringLiteral("MainPID"), QLatin1String(serviceUnit)})
-            .value(0);
+    const QString process = PropertyOf(ServiceProperties(), "MainPID");
     const QString directory = QStringLiteral("/proc/") + process;
     QFile file(directory + QStringLiteral("/cmdline"));
     if (process.isEmpty() || !file.open(QIODevice::ReadOnly))
@@ -51,9 +43,9 @@ bool IsBeingStarted() {
     if (program.contains(QLatin1String("/systemd")))
         return true;
     const auto isScript = [](const QByteArray& argument) {
-        const std::filesystem::path name = NameIn(argument.toStdString());
-        return name == NameIn(Find(Item::ServiceScript).path) ||
-               name == NameIn(Find(Item::RunScript).path);
+        const std::string name = BaseNameOf(argument.toStdString());
+        return name == BaseNameOf(Find(Item::ServiceScript).path) ||
+               name == BaseNameOf(Find(Item::RunScript).path);
     };
     return std::ranges::any_of(file.readAll().split('\0'), isScript);
 }
@@ -80,24 +72,30 @@ QString ServiceStateAfterStart() {
     return ServiceState();
 }
 
-QString StateOfIdleService() {
-    return StateOfIdleService(LinesOf(QStringLiteral("systemctl"),
-                                      {QStringLiteral("show"), QStringLiteral("--property"),
-                                       QLatin1String(idleProperties), QLatin1String(serviceUnit)}));
+QStringList ServiceProperties() {
+    return LinesOf(QStringLiteral("systemctl"),
+                   {QStringLiteral("show"),
+                    QStringLiteral("--property=ActiveState,SubState,Result,UnitFileState,"
+                                   "InactiveEnterTimestampMonotonic,MainPID,DropInPaths"),
+                    QLatin1String(serviceUnit)});
 }
 
-QString StateOfIdleService(const QStringList& lines) {
-    if (!lines.contains(QStringLiteral("ActiveState=inactive")) ||
-        !lines.contains(QStringLiteral("Result=success")))
+QString PropertyOf(const QStringList& properties, const char* name) {
+    const QString start = QLatin1String(name) + u'=';
+    const auto found = std::ranges::find_if(
+        properties, [&](const QString& line) { return line.startsWith(start); });
+    return found == properties.end() ? QString() : found->mid(start.size());
+}
+
+QString StateOfIdleService(const QStringList& properties) {
+    if (PropertyOf(properties, "ActiveState") != u"inactive" ||
+        PropertyOf(properties, "Result") != u"success")
         return {};
-    if (lines.contains(QStringLiteral("UnitFileState=disabled")))
+    if (PropertyOf(properties, "UnitFileState") == u"disabled")
         return QStringLiteral("disabled");
     // An enabled service that has not run since the machine was started was not stopped.
-    const QString lastEnd = QStringLiteral("InactiveEnterTimestampMonotonic=");
-    const bool hasRun = std::ranges::any_of(lines, [&](const QString& line) {
-        return line.startsWith(lastEnd) && line != lastEnd + u'0';
-    });
-    return hasRun ? QStringLiteral("stopped") : QString();
+    const QString lastEnd = PropertyOf(properties, "InactiveEnterTimestampMonotonic");
+    return lastEnd.isEmpty() || lastEnd == u"0" ? QString() : QStringLiteral("stopped");
 }
 
 QStringList ServiceMessages() {

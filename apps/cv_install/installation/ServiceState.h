@@ -11,14 +11,16 @@ QString ServiceState();
 // seconds: until then it is active, although its program may be missing.
 QString ServiceStateAfterStart();
 
+// What the service manager knows about the service, one property on a line, such as
+// "ActiveState=active". Empty without a service manager.
+QStringList ServiceProperties();
+
+// The value of a property; empty without it.
+QString PropertyOf(const QStringList& properties, const char* name);
+
 // Why the service does not run although nothing failed: "disabled", "stopped" since it last ran,
 // or, for any other service, empty.
-QString StateOfIdleService();
-
-// The same, from the lines that systemctl prints for the properties `idleProperties`.
-QString StateOfIdleService(const QStringList& lines);
-inline constexpr const char* idleProperties =
-    "ActiveState,Result,UnitFileState,InactiveEnterTimestampMonotonic";
+QString StateOfIdleService(const QStringList& properties);
 
 // The last messages of the service in the journal, printable. The service user chooses them.
 QStringList ServiceMessages();

@@ -40,3 +40,11 @@ struct StagedMachine {
     QByteArray script;                                // the commit script that ran
     QStringList missingCommands;  // commands of the scheduler that cannot be executed
 };
+
+// Where the staged machine has what belongs at a path.
+struct LayerPath {
+    int base = -1;     // the tree or a layer; -1 for a path that is in none
+    std::string path;  // relative to it; empty for the directory itself
+};
+
+LayerPath PathIn(const StagedMachine& staged, const std::string& path);

@@ -165,6 +165,10 @@ const char* WordOf(State::Kind kind) {
     }
 }
 
+QString ModeText(mode_t mode) {
+    return QStringLiteral("%1").arg(mode, 4, 8, QLatin1Char('0'));
+}
+
 Descriptor OpenEntry(int directory, const std::string& name, int flags) {
     constexpr int always = O_PATH | O_NOFOLLOW | O_CLOEXEC;
     Descriptor entry(openat(directory, name.empty() ? "." : name.c_str(), always | flags));

@@ -4,6 +4,7 @@
 #include <sys/types.h>
 
 #include <QByteArray>
+#include <QString>
 #include <optional>
 #include <string>
 #include <utility>
@@ -55,6 +56,9 @@ struct State {
 
 // In reports: "file", "directory", "link", "special", or "missing".
 const char* WordOf(State::Kind kind);
+
+// Four octal digits, such as "0755".
+QString ModeText(mode_t mode);
 
 // Of which files the content is read. Where other users can rename files, root reads only what they
 // can read already: a file and its directories are public. It reads at most 64 MB.

@@ -13,8 +13,8 @@
 #include <set>
 #include <sstream>
 
+#include "installation/Tool.h"
 #include "merge/AccountNumber.h"
-#include "merge/Tool.h"
 
 namespace {
 

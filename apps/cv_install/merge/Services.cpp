@@ -10,7 +10,7 @@
 #include <sstream>
 
 #include "commit/EarlierServices.h"
-#include "merge/Tool.h"
+#include "installation/Tool.h"
 
 namespace {
 

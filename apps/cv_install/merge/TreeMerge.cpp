@@ -93,19 +93,11 @@ TreeMerge::Impl::~Impl() {
 }
 
 Failure TreeMerge::Impl::FindStaged(const PathDifference& difference, StagedEntry& staged) const {
-    const std::string& path = difference.path;
-    staged.difference = &difference;
-    for (const auto& [directory, base] :
-         {std::pair<std::string, const Descriptor*>(m_installDir, &m_staged.tree),
-          {etcDirectory, &m_staged.etc},
-          {binDirectory, &m_staged.bin}}) {
-        if (path == directory || IsBelow(path, directory)) {
-            staged.base = base->Number();
-            staged.path = path == directory ? "" : path.substr(directory.size() + 1);
-            return {};
-        }
-    }
-    return FailedInMerge(path, ENOTSUP);
+    const LayerPath place = PathIn(m_staged, difference.path);
+    if (place.base == -1)
+        return FailedInMerge(difference.path, ENOTSUP);
+    staged = {&difference, place.base, place.path};
+    return {};
 }
 
 // A difference and those below it.

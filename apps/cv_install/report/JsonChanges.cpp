@@ -37,7 +37,7 @@ Json ObjectOf(const State& state, State::Kind kind, const OwnerNames& names) {
     if (state.kind == State::Kind::Link)
         object["target"] = state.target;
     else
-        object["mode"] = Utf8(QStringLiteral("%1").arg(state.mode, 4, 8, QLatin1Char('0')));
+        object["mode"] = Utf8(ModeText(state.mode));
     if (HasPublicDigest(state))
         object["sha256"] = state.digest;
     return object;

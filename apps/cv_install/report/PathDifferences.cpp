@@ -14,6 +14,7 @@
 #include <set>
 
 #include "installation/Limits.h"
+#include "installation/PathParts.h"
 #include "installation/TreeOwners.h"
 #include "report/Report.h"
 
@@ -184,11 +185,6 @@ Failure Comparison::List(const Place& place, Descriptor& directory, Names& names
     if (directory && ReadNames(directory, names))
         return {};
     return UnreadablePath(place.path, errno);
-}
-
-std::string ParentOf(const std::string& path) {
-    const size_t slash = path.rfind('/');
-    return slash == std::string::npos ? std::string() : path.substr(0, slash);
 }
 
 // The group of what a user creates in a directory of the tree: that of the directory if it has the

@@ -46,10 +46,6 @@ QString OldAndNew(const QString& before, const QString& after) {
     return before + QStringLiteral(" -> ") + after;
 }
 
-QString OctalMode(mode_t mode) {
-    return QStringLiteral("%1").arg(mode, 4, 8, QLatin1Char('0'));
-}
-
 QString NameOfKind(State::Kind kind) {
     switch (kind) {
         case State::Kind::File:
@@ -202,7 +198,7 @@ QString Printer::WhatDiffers(const PathDifference& difference) const {
         all.append(OldAndNew(OfBytes(before.target), OfBytes(after.target)));
     if (before.kind == after.kind && before.mode != after.mode)
         all.append(QStringLiteral("mode ") +
-                   OldAndNew(OctalMode(before.mode), OctalMode(after.mode)));
+                   OldAndNew(ModeText(before.mode), ModeText(after.mode)));
     if (before.owner != after.owner || before.group != after.group)
         all.append(OwnerChange(difference));
     // A QueueEntries with several hard links goes aside.

@@ -13,7 +13,7 @@
 #include "Problem.h"
 #include "WriteAll.h"
 #include "installation/TimeLimit.h"
-#include "merge/Tool.h"
+#include "installation/Tool.h"
 
 namespace {
 
@@ -113,38 +113,13 @@ public:
     void Print(const PathDifference& difference) const;
 
 private:
-    // The directories, live and staged, that contain a path.
-    struct Bases {
-        Descriptor opened;
-        int live = -1;
-        int staged = -1;
-        std::string path;  // relative to them
-    };
-
-    Bases BasesOf(const std::string& path) const;
     QString PrintDiff(const QString& path, const Side& before, const Side& after) const;
 
     const StagedMachine& m_staged;
     const int m_liveTree;
+    const Descriptor m_root = Descriptor(open("/", O_PATH | O_DIRECTORY | O_CLOEXEC));
     const std::chrono::seconds m_longest;
 };
-
-TextPrinter::Bases TextPrinter::BasesOf(const std::string& path) const {
-    Bases bases;
-    std::string directory = m_staged.installDir.toStdString();
-    if (path.starts_with(directory + '/')) {
-        bases.live = m_liveTree;
-        bases.staged = m_staged.tree.Number();
-    } else {
-        const bool isInBin = path.starts_with(std::string(binDirectory) + '/');
-        directory = isInBin ? binDirectory : etcDirectory;
-        bases.opened = Descriptor(open(directory.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
-        bases.live = bases.opened.Number();
-        bases.staged = (isInBin ? m_staged.bin : m_staged.etc).Number();
-    }
-    bases.path = path.substr(directory.size() + 1);
-    return bases;
-}
 
 // Returns why there is none; empty when it was printed.
 QString TextPrinter::PrintDiff(const QString& path, const Side& before, const Side& after) const {
@@ -173,12 +148,15 @@ QString TextPrinter::PrintDiff(const QString& path, const Side& before, const Si
 
 void TextPrinter::Print(const PathDifference& difference) const {
     const QString path = Printable(QString::fromStdString(difference.path));
-    const Bases bases = BasesOf(difference.path);
+    const LayerPath place = PathIn(m_staged, difference.path);
+    const bool isInTree = place.base == m_staged.tree.Number();
+    const std::string livePath = isInTree ? place.path : difference.path.substr(1);
     // A user sees what that user can read.
     const bool isUser = (m_staged.conditions & AsUser) != 0;
     const Reading reading = isUser ? Reading::AllFiles : Reading::PublicFiles;
-    const Side before = ReadSide(bases.live, bases.path, reading, difference.before);
-    const Side after = ReadSide(bases.staged, bases.path, reading, difference.after);
+    const Side before =
+        ReadSide(isInTree ? m_liveTree : m_root.Number(), livePath, reading, difference.before);
+    const Side after = ReadSide(place.base, place.path, reading, difference.after);
     QString reason = before.reason.isEmpty() ? after.reason : before.reason;
     const QString kind = IsLarge(before) || IsLarge(after)     ? QStringLiteral(": large file")
                          : IsBinary(before) || IsBinary(after) ? QStringLiteral(": binary file")

@@ -16,10 +16,6 @@
 
 namespace {
 
-QString ModeText(mode_t mode) {
-    return QStringLiteral("%1").arg(mode, 4, 8, QLatin1Char('0'));
-}
-
 QString BytesText(off_t size) {
     return QStringLiteral("%1 bytes").arg(size);
 }

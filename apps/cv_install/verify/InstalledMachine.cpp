@@ -11,7 +11,7 @@
 
 #include "installation/RootPath.h"
 #include "installation/ServiceState.h"
-#include "merge/Tool.h"
+#include "installation/Tool.h"
 #include "record/InstalledEntries.h"
 
 namespace {
@@ -99,24 +99,6 @@ void CompareAccount(const AccountFacts& expected, VerifyResult& result) {
     } else {
         group.AddMissing();
     }
-}
-
-QStringList ReadServiceProperties() {
-    const ToolOutput output = ReadTool(
-        {"systemctl", "show", std::string("--property=") + idleProperties + ",SubState,DropInPaths",
-         serviceUnit},
-        longestReply);
-    return output.failure ? QStringList()
-                          : QString::fromUtf8(output.text).split(u'\n', Qt::SkipEmptyParts);
-}
-
-QString PropertyOf(const QStringList& lines, const char* name) {
-    const QString start = QLatin1String(name) + u'=';
-    for (const QString& line : lines) {
-        if (line.startsWith(start))
-            return line.mid(start.size());
-    }
-    return {};
 }
 
 void CompareService(const QStringList& lines, VerifyResult& result) {

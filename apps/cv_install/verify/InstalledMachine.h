@@ -8,16 +8,9 @@
 
 void CompareAccount(const AccountFacts& expected, VerifyResult& result);
 
-// The properties of the service, one on a line, such as "ActiveState=active". Empty without a
-// service manager.
-QStringList ReadServiceProperties();
-
 // A service that an administrator stopped or disabled is as it should be. `lines` are its
 // properties.
 void CompareService(const QStringList& lines, VerifyResult& result);
-
-// The value of a property; empty without it.
-QString PropertyOf(const QStringList& lines, const char* name);
 
 void CompareCommands(const std::vector<std::string>& commands, VerifyResult& result);
 

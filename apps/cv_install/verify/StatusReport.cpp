@@ -5,6 +5,7 @@
 #include <nlohmann/json.hpp>
 
 #include "Console.h"
+#include "installation/ServiceState.h"
 #include "installation/SetupLock.h"
 #include "report/JsonReport.h"
 #include "verify/InstalledMachine.h"
@@ -33,7 +34,7 @@ InstallationStatus ReadStatus(const RecordedInstallation& installation) {
     InstallationStatus status;
     status.productVersion = VersionOf(installation.manifest.productDir, status.productReason);
     if (HasService(installation.manifest)) {
-        const QStringList lines = ReadServiceProperties();
+        const QStringList lines = ServiceProperties();
         status.service = ServiceText(lines);
         status.dropIns = PropertyOf(lines, "DropInPaths");
     }

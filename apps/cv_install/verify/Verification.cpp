@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <nlohmann/json.hpp>
 
+#include "installation/ServiceState.h"
 #include "installation/SetupLock.h"
 #include "installation/TimeLimit.h"
 #include "report/JsonReport.h"
@@ -84,7 +85,7 @@ Failure FindInstalledDifferences(const RecordedInstallation& installation, Verif
         CompareCommands(manifest.commands, result);
     }
     if (HasService(manifest))
-        CompareService(ReadServiceProperties(), result);
+        CompareService(ServiceProperties(), result);
     CompareProduct(manifest, result);
     return {};
 }

@@ -1,4 +1,4 @@
-#include "merge/Tool.h"
+#include "installation/Tool.h"
 
 #include <fcntl.h>
 #include <poll.h>
