@@ -169,7 +169,7 @@ Failure RunInPlace(Arguments& arguments, const Answers& file, const SetupLock& l
     if (!failure)
         failure = FindObstacle(*run, ConditionsOf(*run, answers), isStaged);
     if (!failure)
-        failure = AskQuestions(*run, answers);
+        failure = AskQuestions(*run, answers, previous.answers);
     const MemberChanges members = FindMemberChanges(*run);
     if (!failure) {
         JsonReport::NoteAnswers(answers);

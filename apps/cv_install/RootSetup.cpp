@@ -52,7 +52,7 @@ Failure Stage(Arguments& arguments, const Answers& file, const Descriptor& liveT
     if (!failure)
         failure = CheckPlaces(run->m_binariesDir, run->m_installDir);
     if (!failure) {
-        failure = AskQuestions(*run, answers, [&](const QString& scratch) {
+        failure = AskQuestions(*run, answers, previous.answers, [&](const QString& scratch) {
             PrivateMounts::ShowScratchDirectory(liveTree, scratch);
         });
     }

@@ -344,11 +344,12 @@ TEST(AnswersFile, RefusesFileThatIsTooLong) {
 }
 
 // The answers after the questions, with these lines of input.
-Answers AnswersAfter(CInstallBase& run, Answers answers, std::string input) {
+Answers AnswersAfter(CInstallBase& run, Answers answers, std::string input,
+                     const Answers& previous = {}) {
     FILE* const kept = stdin;
     stdin = fmemopen(input.data(), input.size(), "r");
     testing::internal::CaptureStdout();
-    const Failure failure = AskQuestions(run, answers);
+    const Failure failure = AskQuestions(run, answers, previous);
     testing::internal::GetCapturedStdout();
     std::fclose(stdin);
     stdin = kept;
@@ -374,6 +375,21 @@ TEST(Questions, NoteWhatWasTyped) {
     EXPECT_EQ(answers.Find(AnswerId::ScratchDirectory)->source, AnswerSource::Default);
     EXPECT_EQ(*answers.Find(AnswerId::ScratchLimit), (Answer{5, AnswerSource::Typed, true}));
     EXPECT_EQ(answers.Find(AnswerId::QsubCommand)->source, AnswerSource::Default);
+}
+
+TEST(Questions, KeepAcceptedChoiceOfPreviousSetup) {
+    CommandLine line({"--internal-default-queue"});
+    CInstallBase run(true, line.argc(), line.argv());
+    run.m_prevJobLimit = run.m_coreCount;
+    run.m_prevMemoryLimitMB = 600;
+    run.m_prevScratchDir = "/tmp";
+    run.m_prevScratchLimitGB = 5;
+    Answers previous;
+    previous.Set(AnswerId::MemoryLimit, 600, AnswerSource::Record);
+    previous.Set(AnswerId::ScratchLimit, 5, AnswerSource::Default);
+    const Answers answers = AnswersAfter(run, {}, "", previous);
+    EXPECT_EQ(*answers.Find(AnswerId::MemoryLimit), (Answer{600, AnswerSource::Record, true}));
+    EXPECT_EQ(*answers.Find(AnswerId::ScratchLimit), (Answer{5, AnswerSource::Default, false}));
 }
 
 // A script answers the library's questions, and does not expect others.

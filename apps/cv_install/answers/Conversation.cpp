@@ -140,7 +140,8 @@ void ShowGiven(const Answers& answers, AnswerId id) {
 // The answers so far, and how the questions for the others are asked.
 class Questions {
 public:
-    Questions(CInstallBase& run, Answers& answers) : m_run(run), m_answers(answers) {}
+    Questions(CInstallBase& run, Answers& answers, const Answers& previous)
+        : m_run(run), m_answers(answers), m_previous(previous) {}
 
     bool IsGiven(AnswerId id) const { return m_answers.Find(id) != nullptr; }
 
@@ -207,12 +208,16 @@ public:
 private:
     void NoteTyped(AnswerId id, const AnswerValue& offered) {
         AnswerValue value = RowOf(id).read(m_run);
+        const Answer* previous = m_previous.Find(id);
         if (value != offered)
             m_answers.Set(id, std::move(value), AnswerSource::Typed);
+        else if (previous != nullptr && previous->chosen && previous->value == value)
+            m_answers.Set(id, std::move(value), AnswerSource::Record);
     }
 
     CInstallBase& m_run;
     Answers& m_answers;
+    const Answers& m_previous;
 };
 
 // Returns why jobs will fail in this directory; empty when it is suitable.
@@ -309,13 +314,13 @@ QString QueueText(const Answers& answers) {
     return text;
 }
 
-Failure AskAll(CInstallBase& run, Answers& answers,
+Failure AskAll(CInstallBase& run, Answers& answers, const Answers& previous,
                const std::function<void(const QString&)>& scratchChosen) {
     const Console::Printing printing(run.m_interactive ? Console::Importance::Needed
                                                        : Console::Importance::Usual);
     // Options and the previous setup's answers are checked before any question.
     Failure failure = FindInvalidValue(run);
-    Questions questions(run, answers);
+    Questions questions(run, answers, previous);
     if (!failure) {
         failure = questions.AskToKeep({AnswerId::JobLimit},
                                       QStringLiteral("job limit of the previous setup (%1)")
@@ -370,28 +375,29 @@ void MeasureLimits(CInstallBase& run, const Answers& answers) {
     }
 }
 
-Failure Review(CInstallBase& run, Answers& answers,
+Failure Review(CInstallBase& run, Answers& answers, const Answers& previous,
                const std::function<void(const QString&)>& scratchChosen) {
-    return ReviewAnswers(run, answers,
-                         {.askForQueue = [&] { return Questions(run, answers).AskForQueue(); },
-                          .measureLimits = [&] { MeasureLimits(run, answers); },
-                          .scratchChosen =
-                              [&](const QString& directory) {
-                                  if (scratchChosen)
-                                      scratchChosen(directory);
-                                  const QString reason = DescribeUnsuitableScratch(directory);
-                                  if (!reason.isEmpty())
-                                      WarnOfScratch(run, reason);
-                              }});
+    return ReviewAnswers(
+        run, answers,
+        {.askForQueue = [&] { return Questions(run, answers, previous).AskForQueue(); },
+         .measureLimits = [&] { MeasureLimits(run, answers); },
+         .scratchChosen =
+             [&](const QString& directory) {
+                 if (scratchChosen)
+                     scratchChosen(directory);
+                 const QString reason = DescribeUnsuitableScratch(directory);
+                 if (!reason.isEmpty())
+                     WarnOfScratch(run, reason);
+             }});
 }
 
 }  // namespace
 
-Failure AskQuestions(CInstallBase& run, Answers& answers,
+Failure AskQuestions(CInstallBase& run, Answers& answers, const Answers& previous,
                      const std::function<void(const QString&)>& scratchChosen) {
-    Failure failure = AskAll(run, answers, scratchChosen);
+    Failure failure = AskAll(run, answers, previous, scratchChosen);
     if (!failure && OnTerminal(run))
-        failure = Review(run, answers, scratchChosen);
+        failure = Review(run, answers, previous, scratchChosen);
     if (failure)
         return failure;
     WarnOfLimitsOfZero(run);

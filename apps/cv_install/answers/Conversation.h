@@ -8,11 +8,12 @@
 #include "setuprun/CInstallBase.h"
 
 // Asks everything that `answers` does not contain, and completes it. Succeeds when the answers can
-// be written to the commit script. On a terminal, an invalid answer is asked again, and an
-// unsuitable scratch directory can be changed; elsewhere the former ends the setup, and the latter
-// is a warning. Changes nothing on the machine. Calls `scratchChosen` before the free space of the
+// be written to the commit script. A default that `previous`, the previous setup's answers, lists
+// as chosen remains chosen. On a terminal, an invalid answer is asked again, and an unsuitable
+// scratch directory can be changed; elsewhere the former ends the setup, and the latter is a
+// warning. Changes nothing on the machine. Calls `scratchChosen` before the free space of the
 // scratch directory is measured.
-Failure AskQuestions(CInstallBase& run, Answers& answers,
+Failure AskQuestions(CInstallBase& run, Answers& answers, const Answers& previous,
                      const std::function<void(const QString&)>& scratchChosen = {});
 
 // True at the end of input on a terminal, where it cancels the setup. On a pipe it is an empty

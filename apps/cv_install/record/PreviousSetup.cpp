@@ -272,6 +272,14 @@ bool IsDefault(AnswerId id, const Answers& answers, const CInstallBase& run) {
     }
 }
 
+void MarkDefaults(Answers& answers, const CInstallBase& run) {
+    const Answers all = answers;
+    for (const auto& [id, answer] : all.All()) {
+        if (IsDefault(id, all, run))
+            answers.Set(id, answer.value, AnswerSource::Default);
+    }
+}
+
 // The library's questions offer the limits of QueueLimits. Without that file, those of the record.
 // A limit that was not chosen is not offered.
 void OfferLimits(const Answers& answers, CInstallBase& run) {
@@ -304,6 +312,8 @@ Failure ReadPreviousSetup(const CInstallBase& run, int tree, PreviousSetup& prev
                 previous.source = PreviousSetup::Source::Files;
         }
     }
+    if (previous.source == PreviousSetup::Source::Files)
+        MarkDefaults(previous.answers, run);
     if (previous.source == PreviousSetup::Source::Copy) {
         ReportWarning(
             {ExitStatus::Complete,
@@ -324,12 +334,10 @@ Answers AnswersToRepeat(const PreviousSetup& previous, CInstallBase& run) {
     Answers taken;
     if (previous.source == PreviousSetup::Source::None)
         return taken;
-    const bool hasRecord = previous.source != PreviousSetup::Source::Files;
     OfferLimits(previous.answers, run);
     for (const auto& [id, answer] : previous.answers.All()) {
         if (!answer.chosen || IsReadFromMachine(id, previous.answers, run.m_interactive) ||
-            (run.m_interactive && IsOfferedByLibrary(id)) ||
-            (!hasRecord && IsDefault(id, previous.answers, run)))
+            (run.m_interactive && IsOfferedByLibrary(id)))
             continue;
         taken.Set(id, answer.value, AnswerSource::Record);
     }

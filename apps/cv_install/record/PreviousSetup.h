@@ -17,7 +17,7 @@ struct PreviousSetup {
 
     Source source = Source::None;
     SetupFacts facts;            // of a record
-    Answers answers;             // as far as they are known
+    Answers answers;             // as far as they are known, with those that were chosen
     QByteArray recordedAnswers;  // as the record contains them
 };
 
