@@ -1,6 +1,7 @@
 #include "installation/StagedMachine.h"
 
 #include "installation/Installation.h"
+#include "installation/PathParts.h"
 
 LayerPath PathIn(const StagedMachine& staged, const std::string& path) {
     for (const auto& [directory, base] :
@@ -9,7 +10,7 @@ LayerPath PathIn(const StagedMachine& staged, const std::string& path) {
           {binDirectory, &staged.bin}}) {
         if (path == directory)
             return {base->Number(), ""};
-        if (path.starts_with(directory + '/'))
+        if (IsBelow(path, directory))
             return {base->Number(), path.substr(directory.size() + 1)};
     }
     return {};
