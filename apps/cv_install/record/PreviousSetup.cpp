@@ -272,6 +272,7 @@ bool IsDefault(AnswerId id, const Answers& answers, const CInstallBase& run) {
     }
 }
 
+// Nobody recorded which of these answers were chosen.
 void MarkDefaults(Answers& answers, const CInstallBase& run) {
     const Answers all = answers;
     for (const auto& [id, answer] : all.All()) {

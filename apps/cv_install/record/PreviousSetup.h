@@ -17,7 +17,7 @@ struct PreviousSetup {
 
     Source source = Source::None;
     SetupFacts facts;            // of a record
-    Answers answers;             // as far as they are known, with those that were chosen
+    Answers answers;             // as far as they are known; chosen ones are marked
     QByteArray recordedAnswers;  // as the record contains them
 };
 
