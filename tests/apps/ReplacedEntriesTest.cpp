@@ -125,7 +125,9 @@ TEST_P(ReplacedEntries, ReachNothingAtAnyStepOfMerge) {
     std::printf("%s: %zu steps, %zu setups refused\n", planted.name, points, refused);
 }
 
-INSTANTIATE_TEST_SUITE_P(Kinds, ReplacedEntries, testing::Range(size_t{0}, PlantedEntries().size()),
+const std::vector<size_t> kindNumbers = {0, 1, 2, 3, 4, 5};
+
+INSTANTIATE_TEST_SUITE_P(Kinds, ReplacedEntries, testing::ValuesIn(TriedRows(kindNumbers)),
                          [](const auto& test) {
                              return std::string(PlantedEntries()[test.param].name);
                          });

@@ -9,15 +9,15 @@
 
 namespace hx_test {
 
-// True in scripts/soak. Otherwise the tests try each kind of fault, and a fixed part of the points
-// at which a setup can be killed.
+// True in scripts/soak. Otherwise the tests try a fixed part of the faults, and of the points at
+// which a setup can be killed.
 inline bool TriesEveryFault() {
     return std::getenv("HX_TEST_EVERY_FAULT") != nullptr;
 }
 
 // The distance of the points of a setup that are tried.
 inline size_t PointStep() {
-    return TriesEveryFault() ? 1 : 30;
+    return TriesEveryFault() ? 1 : 90;
 }
 
 // The rows that a test tries if each of them needs whole setups: all in scripts/soak, otherwise

@@ -10,6 +10,7 @@
 #include <functional>
 #include <thread>
 
+#include "harness/Effort.h"
 #include "harness/Pattern.h"
 #include "harness/TempDir.h"
 #include "machine/Accounts.h"
@@ -471,7 +472,7 @@ TEST(ServiceScript, UsesNoAccountOfExchangedRunScript) {
         fs::permissions("/records/ids", fs::perms(0666));
         AddProgram(runScript, "#!/bin/sh\nid -u >> /records/ids\n");
         const Exchange exchange(runScript, "/var/corvane/other");
-        for (int starts = 0; starts < 40; ++starts)
+        for (int starts = 0; starts < 10 * RaceRounds(); ++starts)
             EXPECT_NE(Service("start").status, 0);
         const std::string service = FirstLine({"id", "-u", "corvsrvc"});
         EXPECT_EQ(FirstLine({"sh", "-c", "sort -u /records/ids | xargs"}), service);
