@@ -96,11 +96,17 @@ bool BuildRoot() {
                  "lowerdir=/,upperdir=/tmp/upper,workdir=/tmp/work");
 }
 
-// With an empty id the machine generates one. Without wants, only basic units start.
+// With an empty id the machine generates one. Without wants, only basic units start. Of the
+// generators, which take most of the time of a reload, the one for init scripts is enough.
 void MakeNeutral() {
     const fs::path etc = fs::path(mergedRoot) / "etc";
     std::ofstream(etc / "machine-id", std::ios::trunc).flush();
     std::error_code ignored;
+    for (const fs::directory_entry& entry : fs::directory_iterator(
+             fs::path(mergedRoot) / "usr/lib/systemd/system-generators", ignored)) {
+        if (entry.path().filename() != "systemd-sysv-generator")
+            fs::remove(entry.path(), ignored);
+    }
     for (const fs::directory_entry& entry :
          fs::directory_iterator(etc / "systemd/system", ignored)) {
         if (entry.path().extension() == ".wants")
