@@ -21,7 +21,7 @@ using namespace hx_test;
 
 const std::string plainRoot = "/srv/outer/root";
 
-// An overlay with a directory whose entries stand for those of the throwaway root, so that nothing
+// An overlay with a directory whose entries represent those of the throwaway root, so that nothing
 // has to be copied.
 void MakePlainRoot() {
     ASSERT_EQ(mount("tmpfs", "/srv", "tmpfs", 0, nullptr), 0);

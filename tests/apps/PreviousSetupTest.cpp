@@ -153,7 +153,7 @@ Answers RecordedAnswers() {
 const std::string recordedLimits =
     "MaxThreads: 2\nMemoryPerThreadMB: 4000\nScratch: /srv\nDiskPerThreadGB: 5\n";
 
-TEST(PreviousSetup, RepeatsWhatSomebodyChose) {
+TEST(PreviousSetup, RepeatsChosenAnswers) {
     HX_REQUIRE_THROWAWAY_ROOT();
     HX_EXPECT_SCENARIO([] {
         Shell("groupdel corvsrvc || true");
@@ -177,7 +177,7 @@ TEST(PreviousSetup, RepeatsWhatSomebodyChose) {
     });
 }
 
-TEST(PreviousSetup, OffersLimitsOnlyIfSomebodyChoseThem) {
+TEST(PreviousSetup, OffersOnlyChosenLimits) {
     HX_REQUIRE_THROWAWAY_ROOT();
     HX_EXPECT_SCENARIO([] {
         Answers answers = RecordedAnswers();

@@ -204,7 +204,7 @@ TEST(UserDryRun, IsRefusedInSharedTree) {
     EXPECT_EQ(copy.List(), before);
 }
 
-// Below `directory`, what stands for the install directory.
+// `directory` represents the install directory.
 std::string ReasonAgainst(const std::string& directory, unsigned conditions) {
     const Descriptor tree(open(directory.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
     const Failure failure = FindUnstagedEntry(tree, QStringLiteral("/T"), conditions);

@@ -155,7 +155,7 @@ void CleanUpPrivate(const LiveDirectory& parent, const std::string& name) {
     RemoveEmptyDirectory(parent.descriptor.Number(), directory);
 }
 
-// Without RENAME_EXCHANGE: what is there gets a second name there, before the entry of
+// Without RENAME_EXCHANGE: what is there gets another hard link there, before the entry of
 // the slot replaces it. Directories cannot have one.
 bool ReplaceByRename(int slotDirectory, const std::string& slot, int directory,
                      const std::string& name) {

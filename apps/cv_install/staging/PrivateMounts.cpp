@@ -34,7 +34,7 @@ constexpr Layer binLayer = {binDirectory, "bin"};
 constexpr Layer tmpLayer = {"/tmp", "tmp"};
 constexpr Layer varLayer = {"/var", "var"};
 
-// Services and files of the machine that the account tools would otherwise tell about accounts
+// Services and files of the machine that the account tools would otherwise notify of accounts
 // that do not exist yet.
 constexpr const char* hiddenSockets[] = {"/run/nscd/socket", "/var/run/nscd/socket", "/dev/log"};
 constexpr const char* hiddenFiles[] = {"/var/log/lastlog", "/var/log/faillog"};
