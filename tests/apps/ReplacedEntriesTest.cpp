@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <functional>
+#include <numeric>
 #include <set>
 #include <vector>
 
@@ -125,9 +126,13 @@ TEST_P(ReplacedEntries, ReachNothingAtAnyStepOfMerge) {
     std::printf("%s: %zu steps, %zu setups refused\n", planted.name, points, refused);
 }
 
-const std::vector<size_t> kindNumbers = {0, 1, 2, 3, 4, 5};
+std::vector<size_t> KindNumbers() {
+    std::vector<size_t> numbers(PlantedEntries().size());
+    std::iota(numbers.begin(), numbers.end(), 0);
+    return numbers;
+}
 
-INSTANTIATE_TEST_SUITE_P(Kinds, ReplacedEntries, testing::ValuesIn(TriedRows(kindNumbers)),
+INSTANTIATE_TEST_SUITE_P(Kinds, ReplacedEntries, testing::ValuesIn(TriedRows(KindNumbers())),
                          [](const auto& test) {
                              return std::string(PlantedEntries()[test.param].name);
                          });
