@@ -272,7 +272,7 @@ bool IsDefault(AnswerId id, const Answers& answers, const CInstallBase& run) {
     }
 }
 
-// Nobody recorded which of these answers were chosen.
+// Which of these answers were chosen is not recorded.
 void MarkDefaults(Answers& answers, const CInstallBase& run) {
     const Answers all = answers;
     for (const auto& [id, answer] : all.All()) {
