@@ -25,17 +25,19 @@ bool IsQueueFile(const PathDifference& difference) {
     return difference.entry != nullptr && difference.entry->item == Item::QueueEntries;
 }
 
-// A directory that exists gets at most another owner or mode. So does a web page, because its
-// content is not staged.
-bool IsChangedInPlace(const PathDifference& difference, const std::string& installDir) {
+// A directory that exists gets at most another owner or mode. So does a web page in a setup,
+// because its content is not staged.
+bool IsChangedInPlace(const PathDifference& difference, const std::string& installDir,
+                      MergePurpose purpose) {
     const State& before = difference.before;
     const State& after = difference.after;
     if (before.kind != after.kind)
         return false;
     if (after.kind == State::Kind::Directory)
         return true;
-    return difference.entry != nullptr && difference.entry->ownsAllBelow &&
-           before.digest == after.digest && before.target == after.target &&
+    return purpose == MergePurpose::Setup && difference.entry != nullptr &&
+           difference.entry->ownsAllBelow && before.digest == after.digest &&
+           before.target == after.target &&
            IsBelow(difference.path, PathOf(*difference.entry, installDir));
 }
 
@@ -48,8 +50,9 @@ bool HasAccessOf(const State& found, const State& wanted) {
 
 class TreeMerge::Impl {
 public:
-    Impl(const StagedMachine& staged, const TreeOwners& owners)
+    Impl(const StagedMachine& staged, const TreeOwners& owners, MergePurpose purpose)
         : m_staged(staged),
+          m_purpose(purpose),
           m_installDir(staged.installDir.toStdString()),
           m_owners(owners),
           m_places(m_installDir, owners) {}
@@ -75,13 +78,19 @@ private:
     Failure Delete(const PathDifference& difference, Undo& undo);
     Failure VerifyEntry(const NewEntry& expected, bool isCreated) const;
 
+    bool IsExpected(const PathDifference& difference, const Descriptor& entry) const;
+    Failure CheckTaken(const PathDifference& difference, const PlacedEntry& placed) const;
+    void RemoveDirectory(const std::string& path) const;
+
     const StagedMachine& m_staged;
+    const MergePurpose m_purpose;
     const std::string m_installDir;
     const TreeOwners m_owners;
     LivePlaces m_places;
     std::vector<std::shared_ptr<PlacedEntry>> m_placed;
     std::set<std::string> m_created;  // paths
     std::vector<NewEntry> m_changed;  // in place
+    std::vector<std::string> m_deletedDirectories;
 };
 
 // What was neither discarded nor restored goes back, whatever it is.
@@ -145,6 +154,23 @@ Failure TreeMerge::Impl::PlaceNew(const std::vector<const PathDifference*>& diff
     undo.Add([placed] { TakeBack(*placed); });
     if (path == m_installDir)
         m_places.OpenNewTree(*placed);
+    return CheckTaken(*differences.front(), *placed);
+}
+
+// An undo takes only what was compared.
+bool TreeMerge::Impl::IsExpected(const PathDifference& difference, const Descriptor& entry) const {
+    const std::optional<State> found = entry ? ReadAttributes(entry) : std::nullopt;
+    return m_purpose == MergePurpose::Setup || (found && found->IsSameInode(difference.before));
+}
+
+Failure TreeMerge::Impl::CheckTaken(const PathDifference& difference,
+                                    const PlacedEntry& placed) const {
+    if (!placed.isReplacing)
+        return {};
+    const Descriptor entry = OpenEntry(placed.holder->Slots(), placed.slot);
+    if (!IsExpected(difference, entry) ||
+        (m_purpose == MergePurpose::Undo && HasJobs(placed.holder->Slots(), placed.slot)))
+        return RefusedInMerge(difference.path, "was changed during the setup");
     return {};
 }
 
@@ -160,6 +186,9 @@ Failure TreeMerge::Impl::PlaceQueueFile(const PathDifference& difference, Undo& 
         m_changed.push_back({difference.path, *now});
         return ChangeMode(std::move(entry), difference.after.mode, m_changed.back().state, undo);
     }
+    // Jobs are never restored.
+    if (m_purpose == MergePurpose::Undo)
+        return RefusedInMerge(difference.path, "was changed during the setup");
     const size_t count = m_placed.size();
     if (Failure failure = PlaceNew({&difference}, undo))
         return failure;
@@ -184,6 +213,8 @@ Failure TreeMerge::Impl::ChangeInPlace(const PathDifference& difference, Undo& u
         return RefusedInMerge(difference.path, "is on a FUSE file system");
     if (!entry.descriptor)
         return FailedInMerge(difference.path, errno);
+    if (!IsExpected(difference, entry.descriptor))
+        return RefusedInMerge(difference.path, "was changed during the setup");
     entry.isMountPoint = MountOf(entry.descriptor.Number()) != MountOf(parent.descriptor.Number());
     m_changed.push_back({difference.path, {}});
     return ChangeEntry(difference, std::move(entry), m_installDir, m_owners, m_changed.back().state,
@@ -191,6 +222,11 @@ Failure TreeMerge::Impl::ChangeInPlace(const PathDifference& difference, Undo& u
 }
 
 Failure TreeMerge::Impl::Delete(const PathDifference& difference, Undo& undo) {
+    // At the end, when the private directories are gone.
+    if (difference.before.kind == State::Kind::Directory) {
+        m_deletedDirectories.push_back(difference.path);
+        return {};
+    }
     const auto placed = std::make_shared<PlacedEntry>();
     if (Failure failure = m_places.FindPlace(difference.path, *placed))
         return failure;
@@ -204,7 +240,7 @@ Failure TreeMerge::Impl::Delete(const PathDifference& difference, Undo& undo) {
     placed->isReplacing = true;
     m_placed.push_back(placed);
     undo.Add([placed] { TakeBack(*placed); });
-    return {};
+    return CheckTaken(difference, *placed);
 }
 
 // Places the difference `next` and, if it is a new directory, those below it.
@@ -214,7 +250,7 @@ Failure TreeMerge::Impl::Place(const PathDifferences& differences, size_t next, 
         return {};
     if (IsQueueFile(difference))
         return PlaceQueueFile(difference, undo);
-    if (IsChangedInPlace(difference, m_installDir))
+    if (IsChangedInPlace(difference, m_installDir, m_purpose))
         return ChangeInPlace(difference, undo);
     return PlaceNew(WithBelow(differences, next), undo);
 }
@@ -230,9 +266,11 @@ Failure TreeMerge::Impl::PlaceInTree(const PathDifferences& differences, Undo& u
             inTree.push_back(difference);
     }
     for (size_t next = 0; next < inTree.size(); ++next) {
-        if (inTree[next].change == Change::Delete)
-            return FailedInMerge(inTree[next].path, ENOTSUP);
-        if (Failure failure = Place(inTree, next, undo))
+        const PathDifference& difference = inTree[next];
+        const bool deletes = difference.change == Change::Delete;
+        if (deletes && m_purpose == MergePurpose::Setup)
+            return FailedInMerge(difference.path, ENOTSUP);
+        if (Failure failure = deletes ? Delete(difference, undo) : Place(inTree, next, undo))
             return failure;
     }
     return {};
@@ -258,8 +296,6 @@ Failure TreeMerge::Impl::PlaceOutside(const PathDifferences& differences, Undo& 
         if (Failure failure = Place(outside, next, undo))
             return failure;
     }
-    // What is below a directory goes before it.
-    std::reverse(deleted.begin(), deleted.end());
     for (const PathDifference* difference : deleted) {
         if (Failure failure = Delete(*difference, undo))
             return failure;
@@ -297,17 +333,38 @@ Failure TreeMerge::Impl::Verify() const {
     return {};
 }
 
+void TreeMerge::Impl::RemoveDirectory(const std::string& path) const {
+    LiveDirectory parent;
+    std::string name;
+    Failure failure = m_places.OpenParent(path, parent, name);
+    if (!failure && unlinkat(parent.descriptor.Number(), name.c_str(), AT_REMOVEDIR) != 0 &&
+        errno != ENOENT)
+        failure = FailedInMerge(path, errno);
+    if (!failure)
+        return;
+    ReportWarning(
+        {ExitStatus::Complete,
+         QStringLiteral("cannot remove directory \"%1\"").arg(QString::fromStdString(path)),
+         QStringLiteral("Inspect what is in it, then remove it.")});
+}
+
 void TreeMerge::Impl::Finish() {
     for (const auto& placed : m_placed) {
-        if (placed->isReplacing)
+        if (placed->isReplacing && HasJobs(placed->holder->Slots(), placed->slot))
+            placed->holder->MoveBack(placed->slot);
+        else if (placed->isReplacing)
             placed->holder->Discard(placed->slot);
         placed->isReplacing = false;
     }
     m_places.RemoveHolders();
+    for (const std::string& path : m_deletedDirectories)
+        RemoveDirectory(path);
 }
 
-TreeMerge::TreeMerge(const StagedMachine& staged, uid_t account, gid_t group, uid_t recordedAccount)
-    : m_impl(std::make_unique<Impl>(staged, TreeOwners{account, group, recordedAccount})) {}
+TreeMerge::TreeMerge(const StagedMachine& staged, uid_t account, gid_t group, uid_t recordedAccount,
+                     MergePurpose purpose)
+    : m_impl(std::make_unique<Impl>(staged, TreeOwners{account, group, recordedAccount}, purpose)) {
+}
 
 TreeMerge::~TreeMerge() = default;
 

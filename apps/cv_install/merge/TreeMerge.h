@@ -11,17 +11,22 @@
 // Members of the service group and the service account can rename, exchange, link and plant
 // anything in the install tree at any moment. New content is therefore made in a private directory
 // of root's and goes to its place by an exchange; what was there is looked at only then.
+// An undo also deletes entries of the tree and empty directories. It fails if an entry is no longer
+// the one that was compared, and creates files and links again rather than changing their owner.
+enum class MergePurpose { Setup, Undo };
+
 class TreeMerge {
 public:
     // `account` and `group` are the ids of the service account, which must exist by then;
     // `recordedAccount` is that of the last setup, or -1. Steps in an Undo use the object.
-    TreeMerge(const StagedMachine& staged, uid_t account, gid_t group, uid_t recordedAccount);
+    TreeMerge(const StagedMachine& staged, uid_t account, gid_t group, uid_t recordedAccount,
+              MergePurpose purpose = MergePurpose::Setup);
     ~TreeMerge();
     TreeMerge(const TreeMerge&) = delete;
     TreeMerge& operator=(const TreeMerge&) = delete;
 
-    // Places the differences inside the install directory, in order. Deletes nothing there. First
-    // removes what a killed setup left, so call it without differences too.
+    // Places the differences inside the install directory, in order. A setup deletes nothing there.
+    // First removes what a killed setup left, so call it without differences too.
     Failure PlaceInTree(const std::vector<PathDifference>& differences, Undo& undo);
 
     // Places, replaces and deletes the differences outside the install directory.
@@ -31,8 +36,9 @@ public:
     // placed, with its mode, owner and access control list.
     Failure Verify() const;
 
-    // After the merge is complete: discards what was replaced. A directory that is not empty goes
-    // back into the tree under a dated name, which is reported.
+    // After the merge is complete: discards what was replaced, and removes directories. A replaced
+    // directory that is not empty goes back into the tree under a dated name, which is reported. A
+    // deleted one that is not empty stays, which is reported too.
     void Finish();
 
 private:
