@@ -23,13 +23,14 @@ struct PathDifference {
     bool operator==(const PathDifference&) const = default;
 };
 
-// A user or group that is created. A setup changes and deletes no account.
+// A user or group that is created, or deleted by an undo. No account is changed.
 struct AccountDifference {
     bool isGroup = false;
     std::string name;
     uid_t uid = 0;  // of a user
     gid_t gid = 0;
     std::string comment, home, shell;  // of a user
+    Change change = Change::Create;
 
     bool operator==(const AccountDifference&) const = default;
 };

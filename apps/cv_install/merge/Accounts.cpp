@@ -201,13 +201,17 @@ Problem AccountProblem(const QString& action, const QString& reason) {
             QStringLiteral("Fix the cause, then run the setup again.")};
 }
 
-// A step of the undo. The administrator repeats what failed.
+// The administrator repeats what failed.
+void WarnNotTakenBack(const Words& command, const QString& reason) {
+    ReportWarning({ExitStatus::Complete,
+                   QStringLiteral("cannot undo a change of the accounts: %1").arg(reason),
+                   QStringLiteral("Run: %1.").arg(Text(Join(command)).replace(u',', u' '))});
+}
+
+// A step of the undo.
 void TakeBack(const Words& command) {
-    if (const auto reason = RunTool(command, Messages::Shown)) {
-        ReportWarning({ExitStatus::Complete,
-                       QStringLiteral("cannot undo a change of the accounts: %1").arg(*reason),
-                       QStringLiteral("Run: %1.").arg(Text(Join(command)).replace(u',', u' '))});
-    }
+    if (const auto reason = RunTool(command, Messages::Shown))
+        WarnNotTakenBack(command, *reason);
 }
 
 Failure CreateGroup(const AccountDifference& group, Undo& undo) {
@@ -229,14 +233,15 @@ Failure CreateGroup(const AccountDifference& group, Undo& undo) {
 }
 
 // userdel also deletes an empty group of the user's name. A member keeps one that existed before.
-void DeleteUser(const AccountDifference& user, bool keepsGroup) {
+std::optional<QString> DeleteUser(const AccountDifference& user, bool keepsGroup) {
     const struct group* own = getgrnam(user.name.c_str());
     const bool needsMember = keepsGroup && own != nullptr && own->gr_mem[0] == nullptr;
     if (needsMember)
         TakeBack({"gpasswd", "--add", "root", user.name});
-    TakeBack({"userdel", user.name});
+    auto reason = RunTool({"userdel", user.name}, Messages::Shown);
     if (needsMember)
         TakeBack({"gpasswd", "--delete", "root", user.name});
+    return reason;
 }
 
 Failure CreateUser(const AccountDifference& user, bool keepsGroup, Undo& undo) {
@@ -249,7 +254,10 @@ Failure CreateUser(const AccountDifference& user, bool keepsGroup, Undo& undo) {
                                      "-M", "--home", user.home, "--shell", user.shell, user.name},
                                     Messages::Shown))
         return AccountProblem(action, *reason);
-    undo.Add([user, keepsGroup] { DeleteUser(user, keepsGroup); });
+    undo.Add([user, keepsGroup] {
+        if (const auto reason = DeleteUser(user, keepsGroup))
+            WarnNotTakenBack({"userdel", user.name}, *reason);
+    });
     return {};
 }
 
@@ -347,4 +355,46 @@ std::optional<QStringList> LocalMembers(const std::string& group) {
     for (const std::string& member : *members)
         names.append(Text(member));
     return names;
+}
+
+CreatedAccount FindCreatedAccount(const AccountDifference& account,
+                                  const std::vector<MemberDifference>& joined) {
+    Records records;
+    if (LoadLive(account.isGroup ? groups : users, records))
+        return CreatedAccount::Changed;
+    const auto record = std::find_if(records.begin(), records.end(),
+                                     [&](const Words& each) { return each[0] == account.name; });
+    if (record == records.end())
+        return CreatedAccount::Missing;
+    AccountDifference found;
+    found.name = account.name;
+    found.change = account.change;
+    const bool isParsed = account.isGroup ? ParseGroup(*record, found) : ParseUser(*record, found);
+    if (!isParsed || found != account)
+        return CreatedAccount::Changed;
+    for (const std::string& member : account.isGroup ? MembersOf(*record) : Words()) {
+        if (std::find(joined.begin(), joined.end(),
+                      MemberDifference{Change::Create, member, account.name}) == joined.end())
+            return CreatedAccount::Changed;
+    }
+    return CreatedAccount::Unchanged;
+}
+
+std::optional<QString> DeleteAccount(const AccountDifference& account, bool keepsGroup) {
+    if (!account.isGroup)
+        return DeleteUser(account, keepsGroup);
+    // userdel may have deleted it.
+    if (getgrnam(account.name.c_str()) == nullptr)
+        return {};
+    return RunTool({"groupdel", account.name}, Messages::Shown);
+}
+
+void RestoreOrderOfMembers(const std::string& group, const QStringList& members) {
+    Words wanted;
+    for (const QString& name : members)
+        wanted.push_back(name.toStdString());
+    const std::optional<Words> listed = ListedMembers(group);
+    if (listed && *listed != wanted &&
+        std::is_permutation(listed->begin(), listed->end(), wanted.begin(), wanted.end()))
+        TakeBack({"gpasswd", "--members", Join(wanted), group});
 }

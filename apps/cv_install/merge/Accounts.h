@@ -29,3 +29,15 @@ Failure FindMemberDifferences(const std::string& group, const MemberChanges& cha
 
 // The members of a group that /etc/group lists; empty if it does not list the group.
 std::optional<QStringList> LocalMembers(const std::string& group);
+
+// What became of an account that a setup created. A group may have the members of `joined`.
+enum class CreatedAccount { Unchanged, Changed, Missing };
+CreatedAccount FindCreatedAccount(const AccountDifference& account,
+                                  const std::vector<MemberDifference>& joined);
+
+// Deletes an account that a setup created, by userdel or groupdel. With `keepsGroup`, the group of
+// the user's name stays. Returns why it failed; empty on success.
+std::optional<QString> DeleteAccount(const AccountDifference& account, bool keepsGroup);
+
+// Lists the members of a group in this order again, if it has the same ones.
+void RestoreOrderOfMembers(const std::string& group, const QStringList& members);

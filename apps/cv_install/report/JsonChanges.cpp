@@ -62,15 +62,16 @@ Json ObjectOf(const PathDifference& difference, const OwnerNames& names) {
 }
 
 Json ObjectOf(const AccountDifference& account) {
-    if (account.isGroup)
-        return ChangeObject("name", account.name, "group", Change::Create, nullptr,
-                            {{"gid", account.gid}});
-    return ChangeObject("name", account.name, "user", Change::Create, nullptr,
-                        {{"uid", account.uid},
-                         {"gid", account.gid},
-                         {"comment", account.comment},
-                         {"home", account.home},
-                         {"shell", account.shell}});
+    Json record = account.isGroup ? Json{{"gid", account.gid}}
+                                  : Json{{"uid", account.uid},
+                                         {"gid", account.gid},
+                                         {"comment", account.comment},
+                                         {"home", account.home},
+                                         {"shell", account.shell}};
+    const char* kind = account.isGroup ? "group" : "user";
+    return account.change == Change::Delete
+               ? ChangeObject("name", account.name, kind, account.change, record, nullptr)
+               : ChangeObject("name", account.name, kind, account.change, nullptr, record);
 }
 
 Json ObjectOf(const MemberDifference& member) {

@@ -11,10 +11,8 @@
 
 namespace {
 
-constexpr const char* creates = "create";
-
 // In the order of the counts.
-constexpr const char* pathVerbs[] = {creates, "change", "delete"};
+constexpr const char* pathVerbs[] = {"create", "change", "delete"};
 constexpr const char* memberVerbs[] = {"add", nullptr, "remove"};
 constexpr const char* serviceVerbs[] = {"start", "restart", "stop"};
 
@@ -79,7 +77,8 @@ QStringList ContentChanges(const PathDifference& difference) {
 // Such as "14 to create, 2 to change, 1 to delete."
 QString CountsOf(const Differences& differences) {
     std::map<QString, size_t> counts;
-    counts[QLatin1String(creates)] = differences.accounts.size();
+    for (const AccountDifference& account : differences.accounts)
+        ++counts[VerbOf(pathVerbs, account.change)];
     for (const PathDifference& path : differences.paths)
         ++counts[VerbOf(pathVerbs, path.change)];
     for (const MemberDifference& member : differences.members)
@@ -139,14 +138,18 @@ private:
     const std::string m_installDir;
     const OwnerNames m_names;
     std::map<const Entry*, size_t> m_newPages;
-    std::map<PagesChange, size_t> m_changedPages;  // that were not printed yet
+    std::map<PagesChange, size_t> m_changedPages;   // that were not printed yet
+    std::map<const Entry*, size_t> m_deletedPages;  // likewise
 };
 
 void Printer::CountPages() {
     for (const PathDifference& difference : m_differences.paths) {
         if (!IsWebPage(difference))
             continue;
-        if (difference.change != Change::Create)
+        if (difference.change == Change::Delete)
+            m_deletedPages[difference.entry] +=
+                difference.before.kind == State::Kind::Directory ? 0 : 1;
+        else if (difference.change == Change::Modify)
             ++m_changedPages[{difference.entry, OwnerChange(difference)}];
         else if (difference.after.kind == State::Kind::File)
             ++m_newPages[difference.entry];
@@ -156,12 +159,13 @@ void Printer::CountPages() {
 void Printer::PrintAccounts() const {
     Group accounts(QStringLiteral("Accounts"));
     for (const AccountDifference& account : m_differences.accounts) {
+        const QString verb = VerbOf(pathVerbs, account.change);
         if (account.isGroup) {
-            accounts.Add(QStringLiteral("create group %1 (GID %2)")
-                             .arg(OfBytes(account.name), QString::number(account.gid)));
+            accounts.Add(QStringLiteral("%1 group %2 (GID %3)")
+                             .arg(verb, OfBytes(account.name), QString::number(account.gid)));
         } else {
-            accounts.Add(QStringLiteral("create user %1 (UID %2, shell %3)")
-                             .arg(OfBytes(account.name), QString::number(account.uid),
+            accounts.Add(QStringLiteral("%1 user %2 (UID %3, shell %4)")
+                             .arg(verb, OfBytes(account.name), QString::number(account.uid),
                                   OfBytes(account.shell)));
         }
     }
@@ -216,6 +220,11 @@ void Printer::AddPath(const PathDifference& difference, Group& group) {
                       QLatin1String(difference.entry->path) + QStringLiteral(": ") + change);
     } else if (difference.change == Change::Modify) {
         group.Add(verb + name + QStringLiteral(": ") + WhatDiffers(difference));
+    } else if (difference.change == Change::Delete && IsWebPage(difference)) {
+        auto counted = m_deletedPages.extract(difference.entry);
+        if (!counted.empty())
+            group.Add(verb + CountOfPages(counted.mapped()) + QStringLiteral(" in ") +
+                      QLatin1String(difference.entry->path));
     } else if (difference.change == Change::Delete) {
         group.Add(verb + NameOfKind(difference.before.kind) + u' ' + name);
     } else if (!IsWebPage(difference)) {
