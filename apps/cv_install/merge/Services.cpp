@@ -55,6 +55,12 @@ std::string CallOf(const std::vector<std::string>& command) {
     return command[0] + ' ' + command[1] + ' ' + command[2];
 }
 
+// The service's name in StagedMachine.
+QString ShortNameOfService() {
+    return QString::fromLatin1(serviceUnit)
+        .chopped(static_cast<qsizetype>(std::strlen(unitSuffix)));
+}
+
 // True if a running service has to be restarted.
 bool UsesChanges(const StagedMachine& staged, const Differences& differences) {
     const std::string user = staged.serviceUser.toStdString();
@@ -74,9 +80,7 @@ bool CreatesUnit(const Differences& differences) {
 }
 
 void AddService(const StagedMachine& staged, bool alwaysRestart, Differences& differences) {
-    const QString name =
-        QString::fromLatin1(serviceUnit).chopped(static_cast<qsizetype>(std::strlen(unitSuffix)));
-    if (!staged.activeServices.contains(name)) {
+    if (!staged.activeServices.contains(ShortNameOfService())) {
         differences.services.push_back(
             {Change::Create, serviceUnit, CreatesUnit(differences) ? "" : isInactive, isActive});
     } else if (alwaysRestart || UsesChanges(staged, differences)) {
@@ -106,6 +110,11 @@ void StartAgain(const hx::EarlierService& service) {
     ReloadManager();
     if (const auto reason = RunTool(Command(service, "start"), Messages::Discarded))
         ReportFailure("start", NameOf(service), *reason);
+}
+
+void ControlService(const char* verb) {
+    if (const auto reason = RunTool({"systemctl", verb, serviceUnit}, Messages::Discarded))
+        ReportFailure(verb, serviceUnit, *reason);
 }
 
 }  // namespace
@@ -164,8 +173,51 @@ void StartService(const Differences& differences) {
     for (const ServiceDifference& difference : differences.services) {
         if (difference.name != serviceUnit)
             continue;
-        const char* verb = difference.change == Change::Modify ? "restart" : "start";
-        if (const auto reason = RunTool({"systemctl", verb, serviceUnit}, Messages::Discarded))
-            ReportFailure(verb, serviceUnit, *reason);
+        ControlService(difference.change == Change::Modify ? "restart" : "start");
+    }
+}
+
+void FindServicesToUndo(const std::vector<ServiceDifference>& changed, const QStringList& active,
+                        bool wasInterrupted, Differences& differences) {
+    for (const ServiceDifference& service : changed) {
+        const hx::EarlierService* earlier = FindEarlierService(service.name);
+        const bool isNow = active.contains(earlier == nullptr ? ShortNameOfService()
+                                                              : QLatin1String(earlier->name));
+        const bool wasBefore = service.before == isActive;
+        const bool mayRunFormerFiles = wasInterrupted || !differences.paths.empty();
+        if (wasBefore && !isNow && (earlier != nullptr || wasInterrupted))
+            differences.services.push_back({Change::Create, service.name, isInactive, isActive});
+        else if (wasBefore && isNow && earlier == nullptr && mayRunFormerFiles)
+            differences.services.push_back({Change::Modify, service.name, isActive, isActive});
+        else if (!wasBefore && isNow && earlier == nullptr)
+            differences.services.push_back(
+                {Change::Delete, service.name, isActive, service.before});
+    }
+}
+
+void StopServiceForUndo(const Differences& differences, Undo& undo) {
+    for (const ServiceDifference& difference : differences.services) {
+        if (difference.change != Change::Delete)
+            continue;
+        ControlService("stop");
+        undo.Add([] {
+            ReloadManager();
+            ControlService("start");
+        });
+    }
+}
+
+void StartServicesAfterUndo(const Differences& differences) {
+    if (!differences.services.empty() ||
+        std::any_of(differences.paths.begin(), differences.paths.end(), ConcernsManager))
+        ReloadManager();
+    for (const ServiceDifference& difference : differences.services) {
+        const hx::EarlierService* earlier = FindEarlierService(difference.name);
+        if (difference.change == Change::Modify)
+            ControlService("restart");
+        else if (difference.change == Change::Create && earlier != nullptr)
+            StartAgain(*earlier);
+        else if (difference.change == Change::Create)
+            ControlService("start");
     }
 }

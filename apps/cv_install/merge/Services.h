@@ -21,3 +21,15 @@ void StopEarlierServices(const Differences& differences, Undo& undo);
 // Reloads the service manager if units changed, and starts or restarts the service. A manager that
 // does not run is not a failure, as for the commit script.
 void StartService(const Differences& differences);
+
+// Adds to `services` of `differences`, whose paths are known, what an undo does so that the
+// services are active again as before a setup, which are the differences `changed`. `active` is as
+// in StagedMachine. After an interrupted setup or undo, nothing is certain of the service.
+void FindServicesToUndo(const std::vector<ServiceDifference>& changed, const QStringList& active,
+                        bool wasInterrupted, Differences& differences);
+
+// Stops the service, while its files exist, if it was not active before the setup.
+void StopServiceForUndo(const Differences& differences, Undo& undo);
+
+// Starts services of earlier versions, and starts or restarts the service.
+void StartServicesAfterUndo(const Differences& differences);
