@@ -26,6 +26,7 @@
 #include "report/Plan.h"
 #include "report/ResultCheck.h"
 #include "report/Summary.h"
+#include "undo/SavedStates.h"
 
 namespace {
 
@@ -104,6 +105,9 @@ Failure CarryOut(CInstallBase& run, const Answers& previous, const Answers& answ
         failure = AcceptWithoutRecord(
             run, record.Prepare(FactsOf(CommandLine(), run.m_installDir), answers, script.text));
     }
+    // They are not those before this setup.
+    if (!failure && root)
+        failure = SavedStates::RemoveAll();
     if (failure) {
         failure->changes = Changes::RunTimeFiles;
         return failure;

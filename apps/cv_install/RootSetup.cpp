@@ -30,6 +30,7 @@
 #include "report/TextDifferences.h"
 #include "staging/PrivateMounts.h"
 #include "staging/StagedRun.h"
+#include "undo/SavedStates.h"
 
 namespace {
 
@@ -116,6 +117,12 @@ void ShowContents(const StagedMachine& staged, const Differences& differences) {
         PrintTextDifferences(staged, liveTree.Number(), differences);
 }
 
+Failure SaveState(const SetupFacts& facts, const Differences& differences, SavedStates& states) {
+    Descriptor liveTree;
+    Failure failure = OpenInstallDirectory(liveTree);
+    return failure ? failure : states.Begin(facts, differences, liveTree.Number());
+}
+
 Failure MergeAndReport(const SetupLock& lock, const StagedMachine& staged,
                        const Differences& differences) {
     SetupRecord record({.installDir = staged.installDir,
@@ -123,6 +130,7 @@ Failure MergeAndReport(const SetupLock& lock, const StagedMachine& staged,
                         .conditions = staged.conditions,
                         .serviceUser = staged.serviceUser,
                         .serviceGroup = staged.serviceGroup});
+    SavedStates states;
     SetupLog::Keep();
     // A merge ends by itself within seconds.
     Interruption::ComesTooLate();
@@ -131,13 +139,20 @@ Failure MergeAndReport(const SetupLock& lock, const StagedMachine& staged,
     Failure failure;
     {
         const TimeLimit limit;
-        failure = record.Prepare(FactsOf(CommandLine(), staged.installDir), staged.answers,
-                                 staged.script);
+        const SetupFacts facts = FactsOf(CommandLine(), staged.installDir);
+        failure = record.Prepare(facts, staged.answers, staged.script);
+        if (!failure)
+            failure = SaveState(facts, differences, states);
+    }
+    if (!failure) {
+        failure = Merge(staged, differences);
+        if (failure)
+            states.Discard();
     }
     if (!failure)
-        failure = Merge(staged, differences);
-    if (!failure)
         failure = record.Place();
+    if (!failure)
+        states.Complete();
     lock.NoteMerge(false);
     if (failure)
         return failure;

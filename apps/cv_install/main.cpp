@@ -18,6 +18,7 @@
 #include "installation/SetupLock.h"
 #include "installation/TreeCheck.h"
 #include "report/JsonReport.h"
+#include "undo/UndoSetup.h"
 #include "verify/StatusReport.h"
 #include "verify/Verification.h"
 
@@ -41,6 +42,8 @@ ExitStatus RunSetup(Arguments& arguments) {
                             arguments.Has(OwnOption::DryRun) ? SetupLock::Purpose::DryRun
                                                              : SetupLock::Purpose::Setup);
     }
+    if (!failure && arguments.Has(OwnOption::Undo))
+        return UndoAsRoot(arguments, lock);
     if (!failure && isRoot)
         return RunAsRoot(arguments, file, lock);
     if (!failure)

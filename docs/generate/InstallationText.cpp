@@ -48,7 +48,8 @@ std::string ConditionsOf(const Entry& entry) {
         {WithFileLocksOnly, "on a file system that cannot lock directories"},
         {DuringMerge, "while it changes the machine"},
         {InPlace, "setup as a user, or as root without private mounts"},
-        {ByVerification, "by `--verify`"}};
+        {ByVerification, "by `--verify`"},
+        {Staged, "with private mounts"}};
     std::string conditions;
     for (const auto& [condition, text] : texts) {
         if ((entry.conditions & condition) != 0)

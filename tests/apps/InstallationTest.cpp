@@ -26,6 +26,7 @@ struct Case {
 };
 
 constexpr unsigned InPlaceAsRoot = AsRoot | InPlace;
+constexpr unsigned StagedAsRoot = AsRoot | Staged;
 
 constexpr const char* earlierVersion =
     "umask 002; mkdir -p /var/corvane/corvanerc/corvane24server/CorvaneServerRepository; "
@@ -35,19 +36,19 @@ constexpr const char* earlierVersion =
 
 const Case setups[] = {
     {"HeadNodeWithInternalQueue", "", "--internal-default-queue", sharedDirectory,
-     AsRoot | WithoutClusterNode},
+     StagedAsRoot | WithoutClusterNode},
     {"HeadNodeInPlace", "", "--internal-default-queue", sharedDirectory,
      InPlaceAsRoot | WithoutClusterNode},
-    {"HeadNodeWithSlurm", "", "-p chem", sharedDirectory, AsRoot | WithoutClusterNode},
+    {"HeadNodeWithSlurm", "", "-p chem", sharedDirectory, StagedAsRoot | WithoutClusterNode},
     {"HeadNodeWithTorqueOverEarlierVersion", earlierVersion, "-q batch --submission-scripts",
      sharedDirectory,
-     AsRoot | WithoutClusterNode | WithSubmissionScripts | WithEarlierRepository |
+     StagedAsRoot | WithoutClusterNode | WithSubmissionScripts | WithEarlierRepository |
          WithEarlierServices},
     {"HeadNodeInPlaceOverEarlierVersion", earlierVersion, "-q batch --submission-scripts",
      sharedDirectory,
      InPlaceAsRoot | WithoutClusterNode | WithSubmissionScripts | WithEarlierRepository |
          WithEarlierServices},
-    {"ClusterNode", "", "--cluster-node", sharedDirectory, AsRoot},
+    {"ClusterNode", "", "--cluster-node", sharedDirectory, StagedAsRoot},
     {"ClusterNodeInPlace", "", "--cluster-node", sharedDirectory, InPlaceAsRoot},
     {"PrivateCopy",
      "useradd -u 4321 -m dora; mkdir -p /home/dora/.local/state;"
@@ -121,7 +122,8 @@ bool IsInTable(const std::string& path, const Case& test) {
                const std::string own = RealPath(entry, test);
                return Applies(entry, test.conditions) && !IsAccount(entry) &&
                       (own == path ||
-                       (entry.check == Check::Archive && path.starts_with(own + "/")));
+                       ((entry.check == Check::Archive || entry.item == Item::SavedStates) &&
+                        path.starts_with(own + "/")));
            });
 }
 
@@ -193,8 +195,9 @@ std::set<std::string> ListedPaths(const Case& test) {
     };
     for (const Entry& entry : Entries()) {
         const std::string path = RealPath(entry, test);
-        if (!Applies(entry, test.conditions) || !IsPermanent(entry) ||
-            !(path + '/').starts_with(top))
+        // Saved states are not part of the installation.
+        if (!Applies(entry, test.conditions & ~static_cast<unsigned>(Staged)) ||
+            !IsPermanent(entry) || !(path + '/').starts_with(top))
             continue;
         add(path);
         if (entry.check != Check::Archive)

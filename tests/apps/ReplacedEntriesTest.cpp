@@ -1,10 +1,13 @@
-// Setups as root in whose merge an entry of the install tree is replaced, at every step.
+// Setups as root, and their undo, in whose merge an entry of the install tree is replaced, at every
+// step.
 #include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <filesystem>
 #include <functional>
-#include <numeric>
+#include <map>
 #include <set>
 #include <vector>
 
@@ -61,9 +64,26 @@ std::multiset<std::string> OutsideOfTree(const std::string& machine) {
     return lines;
 }
 
-std::multiset<std::string> OutsideOfTreeAfter(const std::function<void()>& action) {
+// What is done on a machine with an earlier version.
+struct Merging {
+    const char* name;
+    bool isUndo;  // of a setup
+};
+
+const Merging mergings[] = {{"Setup", false}, {"Undo", true}};
+
+std::vector<std::string> CommandOf(const Merging& merging) {
+    return merging.isUndo ? std::vector<std::string>{"/opt/corvane26/cv_install", "--undo", "--yes"}
+                          : SetupCommand(internalQueue);
+}
+
+std::multiset<std::string> OutsideOfTreeAfter(const Merging& merging,
+                                              const std::function<void()>& action) {
     return OutsideOfTree(ResultInRoot([&] {
         PrepareMachine(internalQueue, Before::EarlierVersion);
+        if (merging.isUndo) {
+            EXPECT_EQ(RunSetup(internalQueue).status, 0);
+        }
         action();
         return WholeMachine();
     }));
@@ -75,10 +95,24 @@ struct Undisturbed {
     std::multiset<std::string> after;
 };
 
-const Undisturbed& WithoutReplacement() {
-    static const Undisturbed undisturbed = {
-        TraceUndisturbed(internalQueue, Before::EarlierVersion), OutsideOfTreeAfter([] {}),
-        OutsideOfTreeAfter([] { EXPECT_EQ(RunSetup(internalQueue).status, 0); })};
+const Undisturbed& WithoutReplacement(const Merging& merging) {
+    static std::map<const Merging*, Undisturbed> all;
+    if (const auto known = all.find(&merging); known != all.end())
+        return known->second;
+    Undisturbed& undisturbed = all[&merging];
+    undisturbed.before = OutsideOfTreeAfter(merging, [] {});
+    const int counts = memfd_create("counts", 0);
+    undisturbed.after = OutsideOfTreeAfter(merging, [&] {
+        const TracedResult result = RunTraced(CommandOf(merging));
+        EXPECT_EQ(result.status, 0) << result.output;
+        const size_t numbers[] = {result.callsBeforeMerge, result.calls[0]};
+        EXPECT_EQ(write(counts, numbers, sizeof numbers), static_cast<ssize_t>(sizeof numbers));
+    });
+    size_t numbers[2] = {};
+    EXPECT_EQ(pread(counts, numbers, sizeof numbers, 0), static_cast<ssize_t>(sizeof numbers));
+    close(counts);
+    undisturbed.calls.callsBeforeMerge = numbers[0];
+    undisturbed.calls.calls[0] = numbers[1];
     return undisturbed;
 }
 
@@ -90,31 +124,33 @@ void Replace(const std::string& path, const PlantedEntry& planted) {
     planted.put(path, victims);
 }
 
-class ReplacedEntries : public testing::TestWithParam<size_t> {};
+class ReplacedEntries : public testing::TestWithParam<std::tuple<size_t, size_t>> {};
 
 // Root writes neither to what is planted nor through it. The rest of the machine is as after the
-// setup, or as before it if the setup is refused.
+// merge, or as before it if it is refused.
 TEST_P(ReplacedEntries, ReachNothingAtAnyStepOfMerge) {
     HX_REQUIRE_THROWAWAY_ROOT();
-    const PlantedEntry& planted = PlantedEntries()[GetParam()];
+    const auto [merges, kind] = GetParam();
+    const Merging& merging = mergings[merges];
+    const PlantedEntry& planted = PlantedEntries()[kind];
     const std::vector<std::string> paths = PathsInTree();
     ASSERT_GT(paths.size(), 10u);
-    const Undisturbed& undisturbed = WithoutReplacement();
+    const Undisturbed& undisturbed = WithoutReplacement(merging);
     const size_t begin = undisturbed.calls.callsBeforeMerge + 1;
     const size_t end = undisturbed.calls.calls[0] + 1;
+    ASSERT_GT(end, begin + 20);
     const size_t step =
         TriesEveryFault() ? 1 : (end - begin) / static_cast<size_t>(RaceRounds()) + 1;
     size_t points = 0;
     size_t refused = 0;
     for (size_t call = begin; call < end; call += step) {
-        const std::string& path = paths[(GetParam() + points++) % paths.size()];
+        const std::string& path = paths[(kind + points++) % paths.size()];
         SCOPED_TRACE(path + " before call " + std::to_string(call));
-        const auto machine = OutsideOfTreeAfter([&] {
+        const auto machine = OutsideOfTreeAfter(merging, [&, &planted = planted] {
             PlaceVictims();
             const std::string before = StateOfVictims(!planted.changesTimeOfFile);
-            const auto result =
-                RunTraced(SetupCommand(internalQueue),
-                          {SetupProcess::Parent, call, 0, [&] { Replace(path, planted); }});
+            const auto result = RunTraced(CommandOf(merging), {SetupProcess::Parent, call, 0,
+                                                               [&] { Replace(path, planted); }});
             EXPECT_EQ(StateOfVictims(!planted.changesTimeOfFile), before) << result.output;
             EXPECT_EQ(OtherProcesses(), std::vector<std::string>{});
             EXPECT_TRUE(result.status == 0 || result.status == 8) << result.output;
@@ -123,18 +159,24 @@ TEST_P(ReplacedEntries, ReachNothingAtAnyStepOfMerge) {
             << JoinLines({machine.begin(), machine.end()});
         refused += machine == undisturbed.before ? 1U : 0U;
     }
-    std::printf("%s: %zu steps, %zu setups refused\n", planted.name, points, refused);
+    std::printf("%s, %s: %zu steps, %zu refused\n", merging.name, planted.name, points, refused);
 }
 
-std::vector<size_t> KindNumbers() {
-    std::vector<size_t> numbers(PlantedEntries().size());
-    std::iota(numbers.begin(), numbers.end(), 0);
-    return numbers;
+using Kinds = testing::TestParamInfo<std::tuple<size_t, size_t>>;
+
+std::string NameOfKinds(const Kinds& test) {
+    const auto [merges, kind] = test.param;
+    return std::string(mergings[merges].name) + PlantedEntries()[kind].name;
 }
 
-INSTANTIATE_TEST_SUITE_P(Kinds, ReplacedEntries, testing::ValuesIn(TriedRows(KindNumbers())),
-                         [](const auto& test) {
-                             return std::string(PlantedEntries()[test.param].name);
-                         });
+INSTANTIATE_TEST_SUITE_P(Setup, ReplacedEntries,
+                         testing::Combine(testing::Values(size_t{0}),
+                                          testing::Range(size_t{0}, PlantedEntries().size())),
+                         NameOfKinds);
+INSTANTIATE_TEST_SUITE_P(Undo, ReplacedEntries,
+                         testing::Combine(testing::Values(size_t{1}),
+                                          testing::ValuesIn(TriedRows(std::vector<size_t>{
+                                              0, 1, 2, 3, 4, 5}))),
+                         NameOfKinds);
 
 }  // namespace

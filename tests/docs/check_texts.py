@@ -230,7 +230,10 @@ others = {
     "Please answer %s.", "y or n", "y, n or d", "Commit script: %s", "Did you mean", "program directory",
     "scratch directory of the previous setup", "service group member",
     "Missing command", "Number of the answer to change, q to quit, or Enter to continue:",
-    "Please enter a number from 1 to %zu, or q.",
+    "Please enter a number from 1 to %zu, or q.", "# State before a setup", "all other directories",
+    "Undo of the setup of %s by %s:", "Kept as it is now:", "cv_install: undid the setup of %s",
+    "Files of %s %s were searched for in: %s. Not searched: %s.", "(not a local file system)",
+    "(only in part: time limit)", "file systems that are mounted below", "un the undo again",
 }
 remedy = re.compile(
     r"(?:%s  )?(?:At most|Cause|Change (?:them|to)|Changes made|Copy|Correct|Create|Did you mean|Enter|Find out|Fix|"

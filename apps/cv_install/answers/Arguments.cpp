@@ -174,6 +174,8 @@ void Arguments::CheckTogether() const {
                "Use --dry-run --diff, or answer d when the setup asks whether to continue.");
     if (Has(OwnOption::Verify) && Has(OwnOption::Status))
         Refuse(R"(options "--verify" and "--status" exclude each other)", "Use one of them.");
+    if (Has(OwnOption::Force) && !Has(OwnOption::Undo))
+        Refuse(R"(option "--force" requires option "--undo")", "Use: --undo --force");
     if (UsesStream(OwnOption::Answers) && !Has(OwnOption::Yes))
         Refuse(R"(option "--answers -" requires option "--yes")",
                "Standard input cannot also contain the answers to questions.");

@@ -32,6 +32,8 @@ enum class OwnOption {
     IfNeeded,
     Json,
     Restart,
+    Undo,
+    Force,
     Quiet,
     Verbose,
     Answers,

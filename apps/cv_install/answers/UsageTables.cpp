@@ -77,6 +77,12 @@ constexpr OptionUsage furtherOptions[] = {
      "restart the service even if nothing that it uses has changed",
      "Only for root. Without it, the setup restarts the service only after such a change.",
      OwnOption::Restart, true},
+    {"--undo", OptionValue::None, nullptr, "restore the state before the last setup, then end",
+     "Only for root. What was changed after the setup is listed and kept. The plan is shown and "
+     "confirmed, as that of a setup.",
+     OwnOption::Undo, true},
+    {"--force", OptionValue::None, nullptr,
+     "with --undo, also restore what was changed after the setup", nullptr, OwnOption::Force, true},
     {"-c, -cd, --cd-install"},
     {"-cli, --cli"},
     {"-gui, --gui"},

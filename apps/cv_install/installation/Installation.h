@@ -60,7 +60,8 @@ enum Condition : unsigned {
     WithFileLocksOnly = 64,      // on a file system that cannot lock directories
     DuringMerge = 128,           // removed at the end of the setup
     InPlace = 256,               // not of a staged setup
-    ByVerification = 512         // not of a setup
+    ByVerification = 512,        // not of a setup
+    Staged = 1024                // only of a staged setup as root
 };
 
 // Names an entry that code refers to on its own.
@@ -87,6 +88,7 @@ enum class Item {
     RecordedAnswers,
     RecordedScript,
     Verification,
+    SavedStates,
     UserRecord,
     RootLog,
     UserLog,

@@ -304,3 +304,13 @@ Failure RecordDirectory::Replace() {
     problem.changes = Changes::Kept;
     return problem;
 }
+
+void RecordDirectory::RemoveIfEmpty() {
+    if (!m_record)
+        return;
+    // A killed setup may have left them.
+    for (const Item item : {Item::Manifest, Item::RecordedAnswers, Item::RecordedScript})
+        unlinkat(DirectoryOf(item), (LastComponent(item) + newSuffix).c_str(), 0);
+    unlinkat(m_record.Number(), LastComponent(Item::RecordPrivate).c_str(), AT_REMOVEDIR);
+    unlinkat(m_parents.back().Number(), LastComponent(Item::Record).c_str(), AT_REMOVEDIR);
+}

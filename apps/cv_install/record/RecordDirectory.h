@@ -46,6 +46,13 @@ public:
     bool IsOpen() const { return static_cast<bool>(m_record); }
     bool IsOwn() const;
 
+    // The directories, for what has no row of its own; -1 if they do not exist.
+    int Public() const { return m_record.Number(); }
+    int Private() const { return m_private.Number(); }
+
+    // Removes new files that a killed setup left, and the directories if they are empty.
+    void RemoveIfEmpty();
+
     // Reads a file of at most `most` bytes; empty if it does not exist. `item` is a row of root's
     // record.
     Failure Read(Item item, qsizetype most, std::optional<QByteArray>& content) const;

@@ -33,6 +33,9 @@ int notes = -1;
 // Of a run that sets nothing up; otherwise null.
 const char* otherAction = nullptr;
 
+// True for such a run that also changes nothing.
+bool onlyReads = false;
+
 // What only such a run notes.
 constexpr const char* otherMembers[] = {"differences", "unchecked", "installation"};
 
@@ -114,12 +117,12 @@ void AddChanges(const Json& all, const Json& problem, bool isDryRun, Json& repor
     report["changed"] = nullptr;
     report["changes"] = nullptr;
     const bool changedNothing =
-        otherAction != nullptr ||
+        onlyReads ||
         (!problem.is_null() && problem["changes"] == static_cast<int>(Changes::None)) ||
         status == static_cast<int>(ExitStatus::UnusableArguments);
     const bool isComplete =
         status == 0 || status == static_cast<int>(ExitStatus::ServiceNotRunning);
-    if (isComplete && otherAction == nullptr) {
+    if (isComplete && !onlyReads) {
         report["changed"] = all.value("changed", Json());
         report["changes"] = all.value("changes", Json());
     } else if (changedNothing && !isDryRun) {
@@ -256,8 +259,12 @@ JsonReport::Request JsonReport::RequestIn(int argc, char** argv) {
         if (option->own == OwnOption::Help || option->own == OwnOption::Version)
             return {};
         request.isDryRun = request.isDryRun || option->own == OwnOption::DryRun;
+        if (option->own == OwnOption::Undo)
+            request.action = "undo";
         if (option->own == OwnOption::Verify || option->own == OwnOption::Status)
             request.action = option->own == OwnOption::Verify ? "verify" : "status";
+        request.onlyReads = request.onlyReads || option->own == OwnOption::Verify ||
+                            option->own == OwnOption::Status;
         if (option->own == OwnOption::Json && value != nullptr && IsFileName(value))
             request.file = value;
     }
@@ -268,6 +275,7 @@ void JsonReport::Start(const Request& request) {
     if (request.file == nullptr)
         return;
     otherAction = request.action;
+    onlyReads = request.onlyReads;
     if (request.file == std::string("-"))
         ReserveStandardOutput();
     // Other users may read the report.

@@ -17,6 +17,7 @@ struct Request {
     const char* file = nullptr;  // null: no report
     bool isDryRun = false;
     const char* action = nullptr;  // null: of a setup or dry run
+    bool onlyReads = false;        // the action changes nothing
 };
 
 // Reads the command line as far as it is valid. Help and version have no report.

@@ -1,0 +1,185 @@
+#include "undo/AccountUse.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <linux/magic.h>
+#include <sys/stat.h>
+#include <sys/vfs.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+#include <memory>
+#include <sstream>
+
+#include "installation/State.h"
+#include "merge/AccountNumber.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr const char* crontabs[] = {"/var/spool/cron/crontabs/", "/var/spool/cron/tabs/",
+                                    "/var/spool/cron/"};
+
+constexpr std::array<unsigned, 8> remoteTypes = {
+    NFS_SUPER_MAGIC,  SMB_SUPER_MAGIC, CIFS_SUPER_MAGIC, SMB2_SUPER_MAGIC,
+    FUSE_SUPER_MAGIC, V9FS_MAGIC,      AFS_SUPER_MAGIC,  CEPH_SUPER_MAGIC};
+
+using Stream = std::unique_ptr<DIR, int (*)(DIR*)>;
+
+Stream OpenStream(int parent, const char* name) {
+    const int opened = openat(
+        parent, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_NONBLOCK | O_NOATIME | O_CLOEXEC);
+    DIR* stream = opened == -1 ? nullptr : fdopendir(opened);
+    if (stream == nullptr && opened != -1)
+        close(opened);
+    return {stream, closedir};
+}
+
+bool IsDot(const char* name) {
+    return std::strcmp(name, ".") == 0 || std::strcmp(name, "..") == 0;
+}
+
+// True if a line of /proc/PID/status, such as "Uid:\t0\t0\t0\t0", has the number.
+bool HasNumber(const std::string& line, id_t number) {
+    std::istringstream words(line.substr(line.find(':') + 1));
+    for (id_t found = 0; words >> found;) {
+        if (found == number)
+            return true;
+    }
+    return false;
+}
+
+bool IsProcessOf(const AccountDifference& account, const std::string& process) {
+    std::ifstream status("/proc/" + process + "/status");
+    for (std::string line; std::getline(status, line);) {
+        const bool isUsers = line.starts_with("Uid:");
+        const bool isGroups = line.starts_with("Gid:") || line.starts_with("Groups:");
+        if (account.isGroup ? isGroups && HasNumber(line, account.gid)
+                            : isUsers && HasNumber(line, account.uid))
+            return true;
+    }
+    return false;
+}
+
+QString FindProcess(const AccountDifference& account) {
+    const Stream processes = OpenStream(AT_FDCWD, "/proc");
+    while (const dirent* entry = processes ? readdir(processes.get()) : nullptr) {
+        id_t number = 0;
+        if (ParseNumber(entry->d_name, number) && IsProcessOf(account, entry->d_name))
+            return QStringLiteral("process %1").arg(number);
+    }
+    return {};
+}
+
+QString FindCrontab(const AccountDifference& account) {
+    for (const char* directory : crontabs) {
+        const std::string path = directory + account.name;
+        struct stat found = {};
+        if (!account.isGroup && lstat(path.c_str(), &found) == 0 && S_ISREG(found.st_mode))
+            return QString::fromStdString(path);
+    }
+    return {};
+}
+
+class TreeSearch {
+public:
+    TreeSearch(const AccountDifference& account, Clock::time_point end)
+        : m_account(account), m_end(end) {}
+
+    // Below a directory that is open.
+    void Search(const Stream& directory, const std::string& path) {
+        while (const dirent* entry = m_use.isEmpty() ? readdir(directory.get()) : nullptr) {
+            if (IsDot(entry->d_name))
+                continue;
+            if (Clock::now() > m_end) {
+                m_isLate = true;
+                return;
+            }
+            Check(dirfd(directory.get()), entry->d_name, path + '/' + entry->d_name);
+        }
+    }
+
+    // Checks an entry of a directory, and what is below it.
+    void Check(int directory, const char* name, const std::string& path) {
+        constexpr size_t deepest = 200;
+        struct statx found = {};
+        constexpr int flags = AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT | AT_STATX_DONT_SYNC;
+        if (statx(directory, name, flags, STATX_TYPE | STATX_UID | STATX_GID, &found) != 0)
+            return;
+        if (m_depth > 0 && (found.stx_attributes & STATX_ATTR_MOUNT_ROOT) != 0) {
+            m_missedMount = true;
+            return;
+        }
+        if (m_account.isGroup ? found.stx_gid == m_account.gid : found.stx_uid == m_account.uid) {
+            m_use = QString::fromStdString(path);
+            return;
+        }
+        if (!S_ISDIR(found.stx_mode) || m_depth == deepest)
+            return;
+        ++m_depth;
+        if (const Stream below = OpenStream(directory, name))
+            Search(below, path);
+        --m_depth;
+    }
+
+    QString Use() const { return m_use; }
+    bool IsLate() const { return m_isLate; }
+    bool MissedMount() const { return m_missedMount; }
+
+private:
+    const AccountDifference& m_account;
+    const Clock::time_point m_end;
+    QString m_use;
+    bool m_isLate = false;
+    bool m_missedMount = false;
+    size_t m_depth = 0;
+};
+
+bool IsLocal(const std::string& path) {
+    struct statfs found = {};
+    if (statfs(path.c_str(), &found) != 0)
+        return false;
+    const auto type = static_cast<unsigned>(found.f_type);
+    return std::find(remoteTypes.begin(), remoteTypes.end(), type) == remoteTypes.end();
+}
+
+void SearchDirectory(const AccountDifference& account, const std::string& path,
+                     Clock::time_point end, AccountUse& found) {
+    struct stat top = {};
+    if (lstat(path.c_str(), &top) != 0)
+        return;
+    const QString shown = QString::fromStdString(path);
+    if (!IsLocal(path)) {
+        found.notSearched.append(shown + QStringLiteral(" (not a local file system)"));
+        return;
+    }
+    TreeSearch search(account, end);
+    search.Check(AT_FDCWD, path.c_str(), path);
+    found.use = search.Use();
+    if (search.IsLate())
+        found.notSearched.append(shown + QStringLiteral(" (only in part: time limit)"));
+    else
+        found.searched.append(shown);
+    if (search.MissedMount())
+        found.notSearched.append(QStringLiteral("file systems that are mounted below ") + shown);
+}
+
+}  // namespace
+
+AccountUse FindAccountUse(const AccountDifference& account,
+                          const std::vector<std::string>& directories, std::chrono::seconds limit) {
+    const Clock::time_point end = Clock::now() + limit;
+    AccountUse found;
+    found.use = FindProcess(account);
+    if (found.use.isEmpty())
+        found.use = FindCrontab(account);
+    for (const std::string& directory : directories) {
+        if (found.use.isEmpty())
+            SearchDirectory(account, directory, end, found);
+    }
+    return found;
+}

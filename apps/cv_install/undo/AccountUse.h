@@ -1,0 +1,20 @@
+// What still uses an account that an undo would delete.
+#pragma once
+
+#include <QStringList>
+#include <chrono>
+#include <string>
+#include <vector>
+
+#include "installation/Difference.h"
+
+struct AccountUse {
+    QString use;              // such as "process 4711"; empty if nothing was found
+    QStringList searched;     // directories
+    QStringList notSearched;  // directories, with the reason
+};
+
+// Searches processes, crontabs and `directories` for the user or group. Directories are read
+// without following links, on local file systems only, and not beyond mount points or `limit`.
+AccountUse FindAccountUse(const AccountDifference& account,
+                          const std::vector<std::string>& directories, std::chrono::seconds limit);

@@ -1,0 +1,39 @@
+// What a setup as root changed, as its record keeps it to undo the setup.
+#pragma once
+
+#include <QByteArray>
+#include <QStringList>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "installation/Difference.h"
+
+struct SavedSetup {
+    bool isComplete = false;            // neither the setup nor its undo was interrupted
+    std::vector<Differences> attempts;  // more than one after interrupted setups
+    std::vector<std::string> record;    // names of the files of the record before the setup
+    std::map<std::string, QStringList> members;  // before the setup, of groups that it changes
+};
+
+// A path that the attempts changed.
+struct SavedPath {
+    std::string path;
+    const Entry* entry = nullptr;  // as in PathDifference
+    State before;                  // of the first attempt
+    std::vector<State> after;      // states that an attempt produced, or found and replaced
+};
+
+std::vector<SavedPath> PathsOf(const SavedSetup& saved);
+
+// Each account, member and service once, as the first attempt found it.
+std::vector<AccountDifference> AccountsOf(const SavedSetup& saved);
+std::vector<MemberDifference> MembersOf(const SavedSetup& saved);
+std::vector<ServiceDifference> ServicesOf(const SavedSetup& saved);
+
+// The body of a record's file: JSON.
+QByteArray TextOf(const SavedSetup& saved);
+
+// Empty if the text is not what TextOf returns.
+std::optional<SavedSetup> ParseSavedSetup(const QByteArray& text);

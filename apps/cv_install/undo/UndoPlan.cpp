@@ -1,0 +1,277 @@
+#include "undo/UndoPlan.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <pwd.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <memory>
+#include <set>
+
+#include "merge/Accounts.h"
+#include "merge/MergePaths.h"
+#include "merge/Services.h"
+
+namespace {
+
+constexpr const char* changedSince = "changed after the setup; --force restores it";
+
+Problem UnreadableInUndo(const std::string& path, int error) {
+    const char* reason = error == EINTR ? "timed out" : std::strerror(error);
+    return {ExitStatus::SystemCallFailed,
+            QStringLiteral("cannot read \"%1\": %2")
+                .arg(QString::fromStdString(path), QString::fromUtf8(reason)),
+            QStringLiteral("Make sure that no other process uses it, then run the undo again.")};
+}
+
+Problem DamagedContent(const std::string& path) {
+    return {
+        ExitStatus::RecordUnusable,
+        QStringLiteral("the saved content of \"%1\" is damaged").arg(QString::fromStdString(path)),
+        QStringLiteral("To go back, run the setup with the former answers.")};
+}
+
+bool IsItem(const SavedPath& path, Item item) {
+    return path.entry != nullptr && path.entry->item == item;
+}
+
+class PathUndo {
+public:
+    PathUndo(const StagedMachine& content, int liveTree, bool forces, UndoPlan& plan)
+        : m_content(content),
+          m_root(open("/", O_PATH | O_DIRECTORY | O_CLOEXEC)),
+          m_liveTree(liveTree),
+          m_forces(forces),
+          m_plan(plan) {}
+
+    Failure Add(const SavedPath& path);
+
+    // Children before their parents, so that a directory can be empty by then.
+    void AddDeletedDirectories();
+
+private:
+    struct LivePath {
+        int directory;
+        std::string path;
+        bool isInTree;
+    };
+
+    LivePath PlaceOf(const std::string& path) const;
+    Failure ReadLive(const SavedPath& path, State& live) const;
+    const char* WhyKept(const SavedPath& path, const State& live) const;
+    bool IsDamaged(const SavedPath& path) const;
+    bool HasOtherEntries(const std::string& path) const;
+    void Keep(const std::string& path, const char* reason);
+
+    const StagedMachine& m_content;
+    const Descriptor m_root;
+    const int m_liveTree;
+    const bool m_forces;
+    UndoPlan& m_plan;
+    std::vector<PathDifference> m_directories;  // to delete, parents first
+    std::set<std::string> m_deleted;
+};
+
+PathUndo::LivePath PathUndo::PlaceOf(const std::string& path) const {
+    const LayerPath staged = PathIn(m_content, path);
+    if (staged.base == m_content.tree.Number())
+        return {m_liveTree, staged.path, true};
+    return {m_root.Number(), path.substr(1), false};
+}
+
+// As the setup read it.
+Failure PathUndo::ReadLive(const SavedPath& path, State& live) const {
+    const LivePath place = PlaceOf(path.path);
+    if (place.directory == -1)
+        return {};
+    const Reading reading = IsItem(path, Item::QueueEntries) ? Reading::Nothing
+                            : place.isInTree                 ? Reading::PublicFiles
+                                                             : Reading::AllFiles;
+    const std::optional<State> found = ReadStateAt(place.directory, place.path, reading);
+    if (!found)
+        return UnreadableInUndo(path.path, errno);
+    live = *found;
+    return {};
+}
+
+bool HasContent(int top, const std::string& path) {
+    const Descriptor directory = OpenDirectory(top, ParentOf(path));
+    struct stat found = {};
+    return directory &&
+           fstatat(directory.Number(), BaseNameOf(path).c_str(), &found, AT_SYMLINK_NOFOLLOW) ==
+               0 &&
+           S_ISREG(found.st_mode) && found.st_size > 0;
+}
+
+// Why it stays even with --force; null if it can be restored.
+const char* PathUndo::WhyKept(const SavedPath& path, const State& live) const {
+    const State& before = path.before;
+    const LivePath place = PlaceOf(path.path);
+    if (IsItem(path, Item::QueueEntries)) {
+        if (before.kind == State::Kind::Missing)
+            return HasContent(place.directory, place.path) ? "contains jobs" : nullptr;
+        const bool isSameFile =
+            live.kind == before.kind && live.owner == before.owner && live.group == before.group;
+        return isSameFile ? nullptr : "jobs are never restored";
+    }
+    switch (before.kind) {
+        case State::Kind::File:
+            return before.digest.empty() ? "its content was not saved" : nullptr;
+        case State::Kind::Special:
+            return "special files are not saved";
+        case State::Kind::Directory:
+            if (live.kind == State::Kind::Directory)
+                // Members of the service group can put another directory there.
+                return place.isInTree && live.inode != before.inode ? "is another directory"
+                                                                    : nullptr;
+            return live.kind == State::Kind::Missing ? nullptr : "is not a directory";
+        default:
+            return nullptr;
+    }
+}
+
+bool PathUndo::IsDamaged(const SavedPath& path) const {
+    if (path.before.kind != State::Kind::File || path.before.digest.empty())
+        return false;
+    const LayerPath place = PathIn(m_content, path.path);
+    const auto saved = ReadStateAt(place.base, place.path, Reading::AllFiles);
+    return !saved || saved->digest != path.before.digest;
+}
+
+void PathUndo::Keep(const std::string& path, const char* reason) {
+    m_plan.kept.append(QString::fromStdString(path) + QStringLiteral(": ") + QLatin1String(reason));
+}
+
+Failure PathUndo::Add(const SavedPath& path) {
+    const State& before = path.before;
+    State live;
+    if (Failure failure = ReadLive(path, live))
+        return failure;
+    if (live == before)
+        return {};
+    if (IsDamaged(path))
+        return DamagedContent(path.path);
+    const bool isOurs = std::ranges::find(path.after, live) != path.after.end();
+    const char* reason = WhyKept(path, live);
+    if (reason == nullptr && !isOurs && !m_forces)
+        reason = changedSince;
+    if (reason != nullptr) {
+        Keep(path.path, reason);
+        return {};
+    }
+    const Change change = live.kind == State::Kind::Missing     ? Change::Create
+                          : before.kind == State::Kind::Missing ? Change::Delete
+                                                                : Change::Modify;
+    PathDifference difference = {change, path.path, live, before, path.entry};
+    if (change != Change::Delete) {
+        m_plan.differences.paths.push_back(std::move(difference));
+        return {};
+    }
+    m_deleted.insert(path.path);
+    if (live.kind == State::Kind::Directory)
+        m_directories.push_back(std::move(difference));
+    else
+        m_plan.differences.paths.push_back(std::move(difference));
+    return {};
+}
+
+// What a killed setup left is removed before.
+bool PathUndo::HasOtherEntries(const std::string& path) const {
+    const std::string_view whole = Find(Item::PrivateDirectory).path;
+    const std::string_view prefix = whole.substr(0, whole.size() - randomPart.size());
+    const LivePath place = PlaceOf(path);
+    const Descriptor directory = OpenDirectory(place.directory, place.path);
+    const int opened =
+        directory ? openat(directory.Number(), ".", O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_CLOEXEC)
+                  : -1;
+    const std::unique_ptr<DIR, int (*)(DIR*)> stream(opened == -1 ? nullptr : fdopendir(opened),
+                                                     closedir);
+    if (stream == nullptr)
+        return true;
+    while (const dirent* entry = readdir(stream.get())) {
+        const std::string name = entry->d_name;
+        if (name != "." && name != ".." && !name.starts_with(prefix) &&
+            !m_deleted.contains(path + '/' + name))
+            return true;
+    }
+    return false;
+}
+
+void PathUndo::AddDeletedDirectories() {
+    std::reverse(m_directories.begin(), m_directories.end());
+    for (PathDifference& directory : m_directories) {
+        if (HasOtherEntries(directory.path)) {
+            m_deleted.erase(directory.path);
+            Keep(directory.path, "has other entries");
+        } else {
+            m_plan.differences.paths.push_back(std::move(directory));
+        }
+    }
+}
+
+void AddAccounts(const SavedSetup& saved, bool forces, UndoPlan& plan) {
+    const std::vector<MemberDifference> members = MembersOf(saved);
+    std::vector<AccountDifference> accounts = AccountsOf(saved);
+    // Users before their groups.
+    std::reverse(accounts.begin(), accounts.end());
+    for (AccountDifference& account : accounts) {
+        const CreatedAccount found = FindCreatedAccount(account, members);
+        if (found == CreatedAccount::Missing)
+            continue;
+        if (found == CreatedAccount::Changed && !forces) {
+            plan.kept.append(
+                (account.isGroup ? QStringLiteral("group %1: ") : QStringLiteral("user %1: "))
+                    .arg(QString::fromStdString(account.name)) +
+                QLatin1String(changedSince));
+            continue;
+        }
+        account.change = Change::Delete;
+        plan.differences.accounts.push_back(std::move(account));
+    }
+}
+
+void AddMembers(const SavedSetup& saved, UndoPlan& plan) {
+    for (MemberDifference member : MembersOf(saved)) {
+        const bool isGroupDeleted =
+            std::ranges::any_of(plan.differences.accounts, [&](const AccountDifference& account) {
+                return account.isGroup && account.name == member.group;
+            });
+        const std::optional<QStringList> listed = LocalMembers(member.group);
+        if (isGroupDeleted || !listed)
+            continue;
+        const bool isMember = listed->contains(QString::fromStdString(member.user));
+        const bool wasMember = member.change == Change::Delete;
+        if (isMember == wasMember || (wasMember && getpwnam(member.user.c_str()) == nullptr))
+            continue;
+        member.change = wasMember ? Change::Create : Change::Delete;
+        plan.differences.members.push_back(std::move(member));
+    }
+}
+
+}  // namespace
+
+Failure FindUndo(const SavedSetup& saved, const StagedMachine& content, int liveTree,
+                 const ServiceStates& services, bool forces, UndoPlan& plan) {
+    plan = {};
+    PathUndo undo(content, liveTree, forces, plan);
+    for (const SavedPath& path : PathsOf(saved)) {
+        if (Failure failure = undo.Add(path))
+            return failure;
+    }
+    // Owners of directories last, so that those that the setup gave them lead to what is below.
+    std::vector<PathDifference>& paths = plan.differences.paths;
+    std::stable_partition(paths.begin(), paths.end(), [](const PathDifference& difference) {
+        return difference.change != Change::Modify ||
+               difference.after.kind != State::Kind::Directory;
+    });
+    undo.AddDeletedDirectories();
+    AddAccounts(saved, forces, plan);
+    AddMembers(saved, plan);
+    if (services.isManagerRunning)
+        FindServicesToUndo(ServicesOf(saved), services.active, !saved.isComplete, plan.differences);
+    return {};
+}

@@ -1,0 +1,114 @@
+// The text of a saved state, and what several attempts of a setup amount to.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include "harness/TempDir.h"
+#include "undo/AccountUse.h"
+#include "undo/SavedSetup.h"
+
+namespace {
+
+State SavedFileState(const char* sha256) {
+    State file;
+    file.kind = State::Kind::File;
+    file.mode = 0664;
+    file.owner = 991;
+    file.group = 990;
+    file.digest = sha256;
+    return file;
+}
+
+State SavedLinkState(const char* path) {
+    State link;
+    link.kind = State::Kind::Link;
+    link.target = path;
+    return link;
+}
+
+const std::string limitsPath = "/var/corvane/QueueLimits";
+
+SavedSetup SomeSetup() {
+    SavedSetup saved;
+    saved.isComplete = true;
+    saved.record = {"manifest", "answers"};
+    saved.members["corvsrvc"] = {"ann", "bob"};
+    Differences first;
+    first.accounts = {{true, "corvsrvc", 0, 990, "", "", ""},
+                      {false, "corvsrvc", 991, 990, "Service", "/var/corvane", "/bin/bash"}};
+    first.members = {{Change::Delete, "ann", "corvsrvc"}};
+    first.paths = {
+        {Change::Modify, limitsPath, SavedFileState("a"), SavedFileState("b"),
+         &Find(Item::QueueLimits)},
+        {Change::Create, "/etc/odd\n\xff%\"", State(), SavedLinkState("\xe9/target"), nullptr}};
+    first.services = {{Change::Delete, "corvane24_service.service", "active", ""}};
+    saved.attempts = {first};
+    return saved;
+}
+
+TEST(SavedSetup, TextKeepsEverything) {
+    const SavedSetup saved = SomeSetup();
+    const auto parsed = ParseSavedSetup(TextOf(saved));
+    ASSERT_TRUE(parsed);
+    EXPECT_TRUE(parsed->isComplete);
+    EXPECT_EQ(parsed->record, saved.record);
+    EXPECT_EQ(parsed->members, saved.members);
+    EXPECT_EQ(parsed->attempts, saved.attempts);
+}
+
+TEST(SavedSetup, RefusesOtherTexts) {
+    const QByteArray text = TextOf(SomeSetup());
+    for (qsizetype i = 0; i + 1 < text.size(); ++i)
+        EXPECT_FALSE(ParseSavedSetup(text.first(i))) << i;
+    for (const auto& [from, to] : {std::pair("\"modify\"", "\"replace\""),
+                                   {"436", "\"436\""},
+                                   {"\"attempts\"", "\"changes\""},
+                                   {"\"uid\"", "\"user\""}}) {
+        QByteArray changed = text;
+        EXPECT_FALSE(ParseSavedSetup(changed.replace(from, to))) << to;
+    }
+}
+
+TEST(SavedSetup, IsAboutStateBeforeFirstAttempt) {
+    SavedSetup saved = SomeSetup();
+    Differences second;
+    second.members = {{Change::Create, "ann", "corvsrvc"}};
+    second.paths = {
+        {Change::Modify, limitsPath, SavedFileState("b"), SavedFileState("c"), nullptr}};
+    second.services = {{Change::Delete, "corvane24_service.service", "inactive", ""}};
+    saved.attempts.push_back(second);
+    const auto paths = PathsOf(saved);
+    ASSERT_EQ(paths.size(), 2u);
+    EXPECT_EQ(paths[0].before, SavedFileState("a"));
+    EXPECT_EQ(paths[0].entry, &Find(Item::QueueLimits));
+    EXPECT_EQ(paths[0].after,
+              (std::vector<State>{SavedFileState("b"), SavedFileState("b"), SavedFileState("c")}));
+    EXPECT_EQ(AccountsOf(saved).size(), 2u);
+    EXPECT_EQ(MembersOf(saved), saved.attempts[0].members);
+    EXPECT_EQ(ServicesOf(saved), saved.attempts[0].services);
+}
+
+TEST(AccountUse, FindsProcessesAndFiles) {
+    constexpr std::chrono::seconds limit(10);
+    const hx_test::TempDir files;
+    std::filesystem::create_directory(files / "below");
+    hx_test::WriteFile(files / "below/result", "");
+    const std::string result = files / "below/result";
+    AccountDifference user = {false, "nobody_here", getuid(), getgid(), "", "", ""};
+    AccountDifference group = {true, "nobody_here", 0, getgid(), "", "", ""};
+    for (const AccountDifference& account : {user, group})
+        EXPECT_TRUE(FindAccountUse(account, {}, limit).use.startsWith(u"process "));
+    constexpr id_t unused = 3999999999;
+    user.uid = unused;
+    group.gid = unused;
+    for (const AccountDifference& account : {user, group}) {
+        const AccountUse found = FindAccountUse(account, {files / "below", "/missing"}, limit);
+        EXPECT_EQ(found.use, "");
+        EXPECT_EQ(found.searched, QStringList(QString::fromStdString(files / "below")));
+        EXPECT_EQ(found.notSearched, QStringList());
+    }
+    const AccountUse late = FindAccountUse(user, {files / "below"}, std::chrono::seconds(-1));
+    EXPECT_EQ(late.searched, QStringList());
+    EXPECT_EQ(late.notSearched.size(), 1);
+}
+
+}  // namespace
