@@ -12,6 +12,7 @@
 #include <cstring>
 #include <filesystem>
 #include <memory>
+#include <ranges>
 
 #include "WriteAll.h"
 #include "merge/AccountNumber.h"
@@ -405,8 +406,8 @@ void SavedStates::RemoveState(const std::string& name) const {
 void SavedStates::Prune() const {
     const std::vector<unsigned> numbers = NumbersIn(m_states.Number());
     size_t count = 0;
-    for (auto number = numbers.rbegin(); number != numbers.rend(); ++number) {
-        if (!HasState(m_states.Number(), *number) || ++count > keptStates)
-            RemoveState(std::to_string(*number));
+    for (const unsigned number : std::ranges::reverse_view(numbers)) {
+        if (!HasState(m_states.Number(), number) || ++count > keptStates)
+            RemoveState(std::to_string(number));
     }
 }

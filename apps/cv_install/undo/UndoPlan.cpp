@@ -195,7 +195,7 @@ bool PathUndo::HasOtherEntries(const std::string& path) const {
     while (const dirent* entry = readdir(stream.get())) {
         const std::string name = entry->d_name;
         if (name != "." && name != ".." && !name.starts_with(prefix) &&
-            !m_deleted.contains(path + '/' + name))
+            !m_deleted.contains(std::string(path).append("/").append(name)))
             return true;
     }
     return false;
