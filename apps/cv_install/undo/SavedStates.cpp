@@ -12,7 +12,6 @@
 #include <cstring>
 #include <filesystem>
 #include <memory>
-#include <ranges>
 
 #include "WriteAll.h"
 #include "merge/AccountNumber.h"
@@ -404,9 +403,10 @@ void SavedStates::RemoveState(const std::string& name) const {
 }
 
 void SavedStates::Prune() const {
-    const std::vector<unsigned> numbers = NumbersIn(m_states.Number());
+    std::vector<unsigned> numbers = NumbersIn(m_states.Number());
+    std::reverse(numbers.begin(), numbers.end());
     size_t count = 0;
-    for (const unsigned number : std::ranges::reverse_view(numbers)) {
+    for (const unsigned number : numbers) {
         if (!HasState(m_states.Number(), number) || ++count > keptStates)
             RemoveState(std::to_string(number));
     }
