@@ -31,6 +31,7 @@ const std::map<std::string, Writer> marks = {
     {"@REMOVED_LINKS@", WriteRemovedLinks},
     {"@SHARED_PATHS@", WriteSharedPaths},
     {"@STATUS_LIST@", WriteStatusList},
+    {"@UPGRADE_SETTINGS@", WriteUpgradeSettings},
     {"@VALUE_BRANCHES@", WriteValueBranches},
     {"@VARIABLE_LIST@", WriteVariableList},
     {"@VERIFICATION_LIST@", WriteVerificationList},

@@ -144,6 +144,11 @@ void WriteRemovalSettings(std::ostream& script) {
     WriteSetting(script, "account_comment", accountComment);
 }
 
+void WriteUpgradeSettings(std::ostream& script) {
+    WriteSetting(script, "manifest", Find(Item::Manifest).path);
+    WriteSetting(script, "version", HX_VERSION);
+}
+
 void WriteLogPath(std::ostream& settings) {
     settings << Find(Item::RootLog).path << '\n';
 }

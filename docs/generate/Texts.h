@@ -28,6 +28,7 @@ void WriteLogPath(std::ostream& settings);
 
 // For the script that removes an installation with the Debian package, in sh.
 void WriteRemovalSettings(std::ostream& script);  // variables with paths and names
+void WriteUpgradeSettings(std::ostream& script);  // likewise
 void WriteRemovedFiles(std::ostream& script);     // words: files outside the tree
 void WriteRemovedLinks(std::ostream& script);     // words: links in /usr/bin to files of the tree
 void WriteSharedPaths(std::ostream& script);      // tests of find: what other versions use as well

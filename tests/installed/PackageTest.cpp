@@ -224,6 +224,19 @@ TEST_F(Package, LeavesNothingOfSetupWhenPurged) {
     ExpectNothingLeft();
 }
 
+// An upgrade to this version is an installation after a setup of another one.
+TEST_F(Package, ReportsSetupOfAnotherVersion) {
+    const std::string install = "dpkg -i /packages/corvane26-setup_*.deb | grep cv_install || true";
+    EXPECT_EQ(Shell(install), "To set up Corvane: cv_install --setup\n");
+    SetUpService(product);
+    EXPECT_EQ(Shell(install), "");
+    Shell("sed -i 's/^# version: .*/# version: 25.0.1/' /var/lib/corvane26/manifest");
+    const std::string version = Shell("dpkg-query -Wf '${Version}' corvane26-setup");
+    EXPECT_EQ(Shell(install), "The setup of Corvane is of version 25.0.1. To set up version " +
+                                  version + ": cv_install --setup --yes\n");
+    Purge();
+}
+
 TEST_F(Package, KeepsServiceRunningWhenInstalledAgain) {
     Install();
     SetUpService(product);
