@@ -18,6 +18,7 @@
 #include "installation/SetupLock.h"
 #include "installation/TreeCheck.h"
 #include "report/JsonReport.h"
+#include "undo/RemoveSetup.h"
 #include "undo/UndoSetup.h"
 #include "verify/StatusReport.h"
 #include "verify/Verification.h"
@@ -44,6 +45,8 @@ ExitStatus RunSetup(Arguments& arguments) {
     }
     if (!failure && arguments.Has(OwnOption::Undo))
         return UndoAsRoot(arguments, lock);
+    if (!failure && arguments.Has(OwnOption::Remove))
+        return RemoveAsRoot(arguments, lock);
     if (!failure && isRoot)
         return RunAsRoot(arguments, file, lock);
     if (!failure)

@@ -1,5 +1,5 @@
-// Setups as root, and their undo, in whose merge an entry of the install tree is replaced, at every
-// step.
+// Setups as root, their undo and their removal, in whose merge an entry of the install tree is
+// replaced, at every step.
 #include <gtest/gtest.h>
 #include <sys/mman.h>
 #include <unistd.h>
@@ -67,21 +67,22 @@ std::multiset<std::string> OutsideOfTree(const std::string& machine) {
 // What is done on a machine with an earlier version.
 struct Merging {
     const char* name;
-    bool isUndo;  // of a setup
+    const char* option;  // of what is done after a setup; null: the setup itself
 };
 
-const Merging mergings[] = {{"Setup", false}, {"Undo", true}};
+const Merging mergings[] = {{"Setup", nullptr}, {"Undo", "--undo"}, {"Removal", "--remove"}};
 
 std::vector<std::string> CommandOf(const Merging& merging) {
-    return merging.isUndo ? std::vector<std::string>{"/opt/corvane26/cv_install", "--undo", "--yes"}
-                          : SetupCommand(internalQueue);
+    if (merging.option == nullptr)
+        return SetupCommand(internalQueue);
+    return {"/opt/corvane26/cv_install", merging.option, "--yes"};
 }
 
 std::multiset<std::string> OutsideOfTreeAfter(const Merging& merging,
                                               const std::function<void()>& action) {
     return OutsideOfTree(ResultInRoot([&] {
         PrepareMachine(internalQueue, Before::EarlierVersion);
-        if (merging.isUndo) {
+        if (merging.option != nullptr) {
             EXPECT_EQ(RunSetup(internalQueue).status, 0);
         }
         action();
@@ -176,6 +177,11 @@ INSTANTIATE_TEST_SUITE_P(Setup, ReplacedEntries,
 INSTANTIATE_TEST_SUITE_P(Undo, ReplacedEntries,
                          testing::Combine(testing::Values(size_t{1}),
                                           testing::ValuesIn(TriedRows(std::vector<size_t>{
+                                              0, 1, 2, 3, 4, 5}))),
+                         NameOfKinds);
+INSTANTIATE_TEST_SUITE_P(Removal, ReplacedEntries,
+                         testing::Combine(testing::Values(size_t{2}),
+                                          testing::ValuesIn(RowsOfSoak(std::vector<size_t>{
                                               0, 1, 2, 3, 4, 5}))),
                          NameOfKinds);
 

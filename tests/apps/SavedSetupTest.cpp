@@ -2,6 +2,8 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
+
 #include "harness/TempDir.h"
 #include "undo/AccountUse.h"
 #include "undo/SavedSetup.h"
@@ -85,6 +87,44 @@ TEST(SavedSetup, IsAboutStateBeforeFirstAttempt) {
     EXPECT_EQ(AccountsOf(saved).size(), 2u);
     EXPECT_EQ(MembersOf(saved), saved.attempts[0].members);
     EXPECT_EQ(ServicesOf(saved), saved.attempts[0].services);
+}
+
+// What is before the first of five setups, and what the last one left.
+TEST(SavedSetup, CollapsesToFirstAndLastState) {
+    SavedSetup saved = SomeSetup();
+    for (int setup = 0; setup < 5; ++setup) {
+        Differences later;
+        later.paths = {
+            {Change::Modify, limitsPath, SavedFileState("b"), SavedFileState("c"), nullptr}};
+        later.accounts = {{true, "corvsrvc", 0, 980, "", "", ""}};
+        saved.attempts.push_back(later);
+        Collapse(saved);
+    }
+    ASSERT_EQ(saved.attempts.size(), 1u);
+    const auto paths = PathsOf(saved);
+    ASSERT_EQ(paths.size(), 2u);
+    EXPECT_EQ(paths[0].before, SavedFileState("a"));
+    EXPECT_EQ(paths[0].entry, &Find(Item::QueueLimits));
+    EXPECT_EQ(paths[0].after, std::vector<State>{SavedFileState("c")});
+    EXPECT_EQ(paths[1].after, std::vector<State>{SavedLinkState("\xe9/target")});
+    ASSERT_EQ(AccountsOf(saved).size(), 2u);
+    EXPECT_EQ(AccountsOf(saved)[0].gid, 980u);
+    EXPECT_EQ(MembersOf(saved), SomeSetup().attempts[0].members);
+}
+
+// The complete setup did not change what the interrupted one may have changed.
+TEST(SavedSetup, CollapseKeepsStatesOfInterruptedSetup) {
+    SavedSetup saved = SomeSetup();
+    Differences interrupted;
+    interrupted.paths = {
+        {Change::Modify, limitsPath, SavedFileState("b"), SavedFileState("c"), nullptr}};
+    saved.attempts.push_back(interrupted);
+    saved.attempts.emplace_back();
+    Collapse(saved);
+    const std::vector<State> states = PathsOf(saved)[0].after;
+    for (const char* each : {"b", "c"})
+        EXPECT_NE(std::ranges::find(states, SavedFileState(each)), states.end()) << each;
+    EXPECT_EQ(PathsOf(saved)[0].before, SavedFileState("a"));
 }
 
 TEST(AccountUse, FindsProcessesAndFiles) {

@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <iomanip>
+#include <regex>
 #include <set>
 #include <sstream>
 #include <thread>
@@ -415,6 +416,19 @@ std::vector<std::string> DifferingLines(const std::string& expected, const std::
         lines.push_back("missing: " + line);
     for (const std::string& line : surplus)
         lines.push_back("surplus: " + line);
+    return lines;
+}
+
+std::vector<std::string> DifferencesFrom(const WholeState& before) {
+    static const std::regex accountFile("/etc/(passwd|group|shadow|gshadow|subuid|subgid)-?");
+    std::vector<std::string> lines =
+        DifferingLines(JoinLines(before.accounts), JoinLines(AccountLines()));
+    for (const PathChange& change : ChangesBetween(before.paths, StateOfTouchedPaths())) {
+        if (!std::regex_match(change.path, accountFile) &&
+            change.before.Text() != change.after.Text())
+            lines.push_back(change.path + ": " + change.before.Text() + " => " +
+                            change.after.Text());
+    }
     return lines;
 }
 

@@ -98,6 +98,16 @@ std::vector<std::string> DifferingLines(const std::string& expected, const std::
 // Every line of passwd, group, gshadow and shadow, without the dates of shadow.
 std::vector<std::string> AccountLines();
 
+// Everything that a setup, its undo or its removal can touch.
+struct WholeState {
+    MachineState paths = StateOfTouchedPaths();
+    std::vector<std::string> accounts = AccountLines();
+};
+
+// In what the machine differs from `before`, in lines that begin with a path and a colon, or are
+// about an account. The account tools replace their files, and keep the former ones.
+std::vector<std::string> DifferencesFrom(const WholeState& before);
+
 // Runs the body in a throwaway root and returns what it returned.
 std::string ResultInRoot(const std::function<std::string()>& body);
 

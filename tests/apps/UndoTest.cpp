@@ -4,7 +4,6 @@
 #include <csignal>
 #include <cstdio>
 #include <filesystem>
-#include <regex>
 #include <set>
 
 #include "apps/JsonSchema.h"
@@ -28,27 +27,6 @@ ProcessResult RunUndo(const std::vector<std::string>& more = {}) {
     ProcessOptions options;
     options.workingDirectory = "/";
     return Run(command, options);
-}
-
-// Everything that a setup or its undo can touch.
-struct WholeState {
-    MachineState paths = StateOfTouchedPaths();
-    std::vector<std::string> accounts = AccountLines();
-};
-
-// In what the machine differs from `before`, in lines. The account tools replace their files, and
-// keep the former ones.
-std::vector<std::string> DifferencesFrom(const WholeState& before) {
-    static const std::regex accountFile("/etc/(passwd|group|shadow|gshadow|subuid|subgid)-?");
-    std::vector<std::string> lines =
-        DifferingLines(JoinLines(before.accounts), JoinLines(AccountLines()));
-    for (const PathChange& change : ChangesBetween(before.paths, StateOfTouchedPaths())) {
-        if (!std::regex_match(change.path, accountFile) &&
-            change.before.Text() != change.after.Text())
-            lines.push_back(change.path + ": " + change.before.Text() + " => " +
-                            change.after.Text());
-    }
-    return lines;
 }
 
 struct UndoneSetups {

@@ -234,6 +234,8 @@ others = {
     "Undo of the setup of %s by %s:", "Kept as it is now:", "cv_install: undid the setup of %s",
     "Files of %s %s were searched for in: %s. Not searched: %s.", "(not a local file system)",
     "(only in part: time limit)", "file systems that are mounted below", "un the undo again",
+    "un the removal again", 'cv_install: removed the setup of "%s"',
+    "Settings, log, record and service account were kept. To remove them, too: cv_install --remove --purge",
 }
 remedy = re.compile(
     r"(?:%s  )?(?:At most|Cause|Change (?:them|to)|Changes made|Copy|Correct|Create|Did you mean|Enter|Find out|Fix|"

@@ -31,6 +31,14 @@ auto TriedRows(const Rows& rows) {
     return tried;
 }
 
+// The same, but none at all unless in scripts/soak.
+template <class Rows>
+auto RowsOfSoak(const Rows& rows) {
+    using Row = std::decay_t<decltype(*std::begin(rows))>;
+    return TriesEveryFault() ? std::vector<Row>(std::begin(rows), std::end(rows))
+                             : std::vector<Row>();
+}
+
 // The number of times a race is tried: 100 in scripts/soak.
 inline int RaceRounds() {
     const char* text = std::getenv("HX_TEST_ROUNDS");

@@ -176,6 +176,10 @@ void Arguments::CheckTogether() const {
         Refuse(R"(options "--verify" and "--status" exclude each other)", "Use one of them.");
     if (Has(OwnOption::Force) && !Has(OwnOption::Undo))
         Refuse(R"(option "--force" requires option "--undo")", "Use: --undo --force");
+    if (Has(OwnOption::Purge) && !Has(OwnOption::Remove))
+        Refuse(R"(option "--purge" requires option "--remove")", "Use: --remove --purge");
+    if (Has(OwnOption::Undo) && Has(OwnOption::Remove))
+        Refuse(R"(options "--undo" and "--remove" exclude each other)", "Use one of them.");
     if (UsesStream(OwnOption::Answers) && !Has(OwnOption::Yes))
         Refuse(R"(option "--answers -" requires option "--yes")",
                "Standard input cannot also contain the answers to questions.");

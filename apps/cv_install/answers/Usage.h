@@ -34,6 +34,8 @@ enum class OwnOption {
     Restart,
     Undo,
     Force,
+    Remove,
+    Purge,
     Quiet,
     Verbose,
     Answers,

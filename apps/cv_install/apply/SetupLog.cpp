@@ -254,6 +254,13 @@ void SetupLog::Discard() {
     CloseDescriptors();
 }
 
+void SetupLog::Remove() {
+    std::fflush(stdout);
+    if (logFile != -1 && IsAtItsPath())
+        unlink(logPath.c_str());
+    CloseDescriptors();
+}
+
 void SetupLog::Append(const QByteArray& text) {
     std::fflush(stdout);
     WriteToLog(text.constData(), static_cast<size_t>(text.size()));

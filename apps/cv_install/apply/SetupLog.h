@@ -25,6 +25,9 @@ public:
     // Ends the log of a setup that found nothing to do. The file gets nothing.
     static void Discard();
 
+    // Ends the log of root and removes it. Its outcome only goes to the system's log.
+    static void Remove();
+
     // Writes something to the log only.
     static void Append(const QByteArray& text);
 

@@ -239,7 +239,8 @@ constexpr Entry createdEntries[] = {
                .rootMode = 0600}),
     {.item = Item::SavedStates,
      .path = "/var/lib/corvane26/private/states",
-     .purpose = "states before the last three setups, for `--undo`",
+     .purpose =
+         "states before the first setup and before the last three, for `--remove` and `--undo`",
      .kind = Kind::Directory,
      .rootMode = 0700,
      .conditions = AsRoot | Staged,

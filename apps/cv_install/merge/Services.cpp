@@ -207,6 +207,19 @@ void StopServiceForUndo(const Differences& differences, Undo& undo) {
     }
 }
 
+void StopRemovedService(const Differences& differences) {
+    const bool isStoppedLater =
+        std::ranges::any_of(differences.services, [](const ServiceDifference& service) {
+            return service.name == serviceUnit && service.change == Change::Delete;
+        });
+    const bool isRemoved =
+        std::ranges::any_of(differences.paths, [](const PathDifference& difference) {
+            return difference.entry == &Find(Item::Unit) && difference.change == Change::Delete;
+        });
+    if (isRemoved && !isStoppedLater)
+        RunTool({"systemctl", "stop", serviceUnit}, Messages::Discarded);
+}
+
 void StartServicesAfterUndo(const Differences& differences) {
     if (!differences.services.empty() ||
         std::any_of(differences.paths.begin(), differences.paths.end(), ConcernsManager))

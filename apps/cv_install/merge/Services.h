@@ -31,5 +31,9 @@ void FindServicesToUndo(const std::vector<ServiceDifference>& changed, const QSt
 // Stops the service, while its files exist, if it was not active before the setup.
 void StopServiceForUndo(const Differences& differences, Undo& undo);
 
+// Stops the service if its unit is deleted, also one that is not active: the manager may be about
+// to start it again.
+void StopRemovedService(const Differences& differences);
+
 // Starts services of earlier versions, and starts or restarts the service.
 void StartServicesAfterUndo(const Differences& differences);

@@ -261,6 +261,8 @@ JsonReport::Request JsonReport::RequestIn(int argc, char** argv) {
         request.isDryRun = request.isDryRun || option->own == OwnOption::DryRun;
         if (option->own == OwnOption::Undo)
             request.action = "undo";
+        if (option->own == OwnOption::Remove)
+            request.action = "remove";
         if (option->own == OwnOption::Verify || option->own == OwnOption::Status)
             request.action = option->own == OwnOption::Verify ? "verify" : "status";
         request.onlyReads = request.onlyReads || option->own == OwnOption::Verify ||

@@ -65,17 +65,6 @@ State StateOf(const Json& object) {
     return state;
 }
 
-// The row of a path; for what is below a directory of web pages, that of the directory.
-const Entry* RowOfPath(const std::string& path) {
-    const auto rows = Entries();
-    const auto found = std::ranges::find_if(rows, [&](const Entry& entry) {
-        const std::string row = PathOf(entry, sharedDirectory);
-        return IsStaged(entry) &&
-               (path == row || (entry.ownsAllBelow && path.starts_with(row + '/')));
-    });
-    return found == rows.end() ? nullptr : &*found;
-}
-
 Json ObjectOf(const Differences& differences) {
     Json object = {{"accounts", Json::array()},
                    {"members", Json::array()},
@@ -185,6 +174,57 @@ std::vector<ServiceDifference> ServicesOf(const SavedSetup& saved) {
                        [](const ServiceDifference& one, const ServiceDifference& other) {
                            return one.name == other.name;
                        });
+}
+
+const Entry* RowOfPath(const std::string& path) {
+    const auto rows = Entries();
+    const auto found = std::ranges::find_if(rows, [&](const Entry& entry) {
+        const std::string row = PathOf(entry, sharedDirectory);
+        return IsStaged(entry) &&
+               (path == row || (entry.ownsAllBelow && path.starts_with(row + '/')));
+    });
+    return found == rows.end() ? nullptr : &*found;
+}
+
+void Collapse(SavedSetup& saved) {
+    if (saved.attempts.empty())
+        return;
+    std::map<std::string, const State*> last;
+    for (const PathDifference& each : saved.attempts.back().paths)
+        last[each.path] = &each.after;
+    std::vector<Differences> attempts(1);
+    for (const SavedPath& path : PathsOf(saved)) {
+        std::vector<State> states;
+        if (last.contains(path.path))
+            states.push_back(*last[path.path]);
+        for (const State& state : states.empty() ? path.after : std::vector<State>()) {
+            if (std::ranges::find(states, state) == states.end())
+                states.push_back(state);
+        }
+        attempts.resize(std::max(attempts.size(), states.size()));
+        for (size_t i = 0; i < states.size(); ++i) {
+            const Change change = states[i].kind == State::Kind::Missing     ? Change::Delete
+                                  : path.before.kind == State::Kind::Missing ? Change::Create
+                                                                             : Change::Modify;
+            attempts[i].paths.push_back({change, path.path, path.before, states[i], path.entry});
+        }
+    }
+    std::vector<AccountDifference>& accounts = attempts[0].accounts;
+    accounts = AccountsOf(saved);
+    std::stable_partition(accounts.begin(), accounts.end(),
+                          [](const AccountDifference& each) { return each.isGroup; });
+    for (AccountDifference& account : accounts) {
+        for (const Differences& attempt : saved.attempts) {
+            const auto found = std::ranges::find_if(attempt.accounts, [&](const auto& each) {
+                return each.isGroup == account.isGroup && each.name == account.name;
+            });
+            if (found != attempt.accounts.end())
+                account = *found;
+        }
+    }
+    attempts[0].members = MembersOf(saved);
+    attempts[0].services = ServicesOf(saved);
+    saved.attempts = std::move(attempts);
 }
 
 QByteArray TextOf(const SavedSetup& saved) {

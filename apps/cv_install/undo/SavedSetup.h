@@ -32,6 +32,14 @@ std::vector<AccountDifference> AccountsOf(const SavedSetup& saved);
 std::vector<MemberDifference> MembersOf(const SavedSetup& saved);
 std::vector<ServiceDifference> ServicesOf(const SavedSetup& saved);
 
+// Leaves as many attempts as there are states that a path can have now, after a complete setup: the
+// first `before` of each path, and what the last setup left. An account is as it was created last.
+void Collapse(SavedSetup& saved);
+
+// The row of a path; for what is below a directory of web pages, that of the directory. Null for
+// enablement links of earlier services.
+const Entry* RowOfPath(const std::string& path);
+
 // The body of a record's file: JSON.
 QByteArray TextOf(const SavedSetup& saved);
 

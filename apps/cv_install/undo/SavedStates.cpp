@@ -24,6 +24,7 @@ namespace {
 constexpr size_t keptStates = 3;
 constexpr const char* stateFile = "state";
 constexpr const char* newStateFile = "state.new";
+constexpr const char* firstState = "first";
 constexpr off_t largestState = off_t{64} << 20;
 
 std::string PathOfStates() {
@@ -81,8 +82,8 @@ std::vector<unsigned> NumbersIn(int states) {
     return numbers;
 }
 
-bool HasState(int states, unsigned number) {
-    const std::string path = std::to_string(number) + '/' + stateFile;
+bool HasState(int states, const std::string& name) {
+    const std::string path = name + '/' + stateFile;
     return faccessat(states, path.c_str(), F_OK, AT_SYMLINK_NOFOLLOW) == 0;
 }
 
@@ -169,6 +170,29 @@ std::vector<std::pair<bool, std::string>> FilesOfRecord() {
     return files;
 }
 
+// The file, and its name in a saved state.
+struct RecordFile {
+    int directory;
+    std::string path;
+    std::string name;
+};
+
+Failure SaveContents(const Differences& differences, const OpenState& state, int liveTree) {
+    StagedMachine layers;
+    if (!OpenLayers(state.directory.Number(), layers))
+        return CannotSave(PathOfStates(), errno);
+    const std::vector<SavedPath> known = PathsOf(state.saved);
+    for (const PathDifference& difference : differences.paths) {
+        const bool isKnown = std::ranges::any_of(
+            known, [&](const SavedPath& each) { return each.path == difference.path; });
+        if (isKnown || !HasSavedContent(difference))
+            continue;
+        if (Failure failure = SaveContent(difference, liveTree, layers))
+            return failure;
+    }
+    return {};
+}
+
 }  // namespace
 
 SavedStates::SavedStates() : m_record(QLatin1String(sharedDirectory)) {}
@@ -189,18 +213,16 @@ Failure SavedStates::Open(bool creates) {
     return {};
 }
 
-Failure SavedStates::FindLast(bool& isFound) {
-    std::vector<unsigned> numbers = NumbersIn(m_states.Number());
-    std::erase_if(numbers, [&](unsigned each) { return !HasState(m_states.Number(), each); });
-    isFound = !numbers.empty();
+Failure SavedStates::Load(const std::string& name, OpenState& state, bool& isFound) const {
+    isFound = HasState(m_states.Number(), name);
     if (!isFound)
         return {};
-    m_name = std::to_string(numbers.back());
-    const std::string path = PathOfStates() + '/' + m_name;
-    m_directory = Descriptor(
-        openat(m_states.Number(), m_name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-    const Descriptor opened(
-        openat(m_directory.Number(), stateFile, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    state.name = name;
+    const std::string path = PathOfStates() + '/' + name;
+    state.directory = Descriptor(
+        openat(m_states.Number(), name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    const Descriptor opened(openat(state.directory.Number(), stateFile,
+                                   O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
     struct stat found = {};
     QFile file;
     if (!opened || fstat(opened.Number(), &found) != 0 || !S_ISREG(found.st_mode) ||
@@ -213,14 +235,30 @@ Failure SavedStates::FindLast(bool& isFound) {
         return CannotUse(path, "it is damaged");
     if (text->facts.machineId != MachineId())
         return CannotUse(path, "it is from another machine");
-    m_facts = text->facts;
-    m_saved = std::move(*saved);
+    state.facts = text->facts;
+    state.saved = std::move(*saved);
     return {};
 }
 
-Failure SavedStates::Write() {
-    const QByteArray text = RecordText("# State before a setup", m_facts, TextOf(m_saved));
-    const int directory = m_directory.Number();
+Failure SavedStates::FindLast(OpenState& last, bool& isFound) const {
+    std::vector<unsigned> numbers = NumbersIn(m_states.Number());
+    std::erase_if(
+        numbers, [&](unsigned each) { return !HasState(m_states.Number(), std::to_string(each)); });
+    isFound = !numbers.empty();
+    return isFound ? Load(std::to_string(numbers.back()), last, isFound) : Failure();
+}
+
+Failure SavedStates::Create(const std::string& name, OpenState& state) const {
+    state = {};
+    state.name = name;
+    state.isNew = true;
+    state.directory = OpenOwnDirectory(m_states.Number(), name);
+    return state.directory ? Failure() : CannotSave(PathOfStates() + '/' + name, errno);
+}
+
+Failure SavedStates::Write(const OpenState& state) const {
+    const QByteArray text = RecordText("# State before a setup", state.facts, TextOf(state.saved));
+    const int directory = state.directory.Number();
     unlinkat(directory, newStateFile, 0);
     const Descriptor file(openat(directory, newStateFile,
                                  O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
@@ -229,109 +267,127 @@ Failure SavedStates::Write() {
         renameat(directory, newStateFile, directory, stateFile) != 0 || fsync(directory) != 0) {
         const int error = errno;
         unlinkat(directory, newStateFile, 0);
-        return CannotSave(PathOfStates() + '/' + m_name + '/' + stateFile, error);
+        return CannotSave(PathOfStates() + '/' + state.name + '/' + stateFile, error);
     }
     return {};
 }
 
-Failure SavedStates::SaveRecord() {
-    for (const auto& [isPrivate, name] : FilesOfRecord()) {
-        const int from = isPrivate ? m_record.Private() : m_record.Public();
-        if (linkat(from, name.c_str(), m_directory.Number(), name.c_str(), 0) == 0)
-            m_saved.record.push_back(name);
+// The state before the first setup is part of the record of that time.
+Failure SavedStates::SaveRecord(OpenState& state) const {
+    std::vector<RecordFile> files;
+    for (const auto& [isPrivate, name] : FilesOfRecord())
+        files.push_back({isPrivate ? m_record.Private() : m_record.Public(), name, name});
+    files.push_back({m_states.Number(), std::string(firstState) + '/' + stateFile, firstState});
+    for (const RecordFile& file : files) {
+        if (linkat(file.directory, file.path.c_str(), state.directory.Number(), file.name.c_str(),
+                   0) == 0)
+            state.saved.record.push_back(file.name);
         else if (errno != ENOENT)
-            return CannotSave(name, errno);
+            return CannotSave(file.name, errno);
     }
     return {};
 }
 
-Failure SavedStates::SaveContents(const Differences& differences, int liveTree) const {
-    StagedMachine layers;
-    if (!OpenLayers(m_directory.Number(), layers))
-        return CannotSave(PathOfStates(), errno);
-    const std::vector<SavedPath> known = PathsOf(m_saved);
-    for (const PathDifference& difference : differences.paths) {
-        const bool isKnown = std::ranges::any_of(
-            known, [&](const SavedPath& each) { return each.path == difference.path; });
-        if (isKnown || !HasSavedContent(difference))
-            continue;
-        if (Failure failure = SaveContent(difference, liveTree, layers))
-            return failure;
+Failure SavedStates::AddAttempt(const SetupFacts& facts, const Differences& attempt, int liveTree,
+                                OpenState& state) const {
+    state.facts = facts;
+    for (const MemberDifference& member : attempt.members) {
+        if (!state.saved.members.contains(member.group))
+            state.saved.members[member.group] = LocalMembers(member.group).value_or(QStringList());
     }
-    return {};
+    Failure failure = SaveContents(attempt, state, liveTree);
+    state.saved.attempts.push_back(attempt);
+    state.wasComplete = state.saved.isComplete;
+    state.saved.isComplete = false;
+    return failure ? failure : Write(state);
+}
+
+// A record without this state is one of setups that did not save theirs. What is damaged is
+// reported when it is used.
+Failure SavedStates::BeginFirst(const SetupFacts& facts, const Differences& attempt, int liveTree) {
+    bool isFound = false;
+    if (Load(firstState, m_first, isFound) || (!isFound && !m_state.saved.record.empty())) {
+        m_first = {};
+        return {};
+    }
+    Failure failure = isFound ? Failure() : Create(firstState, m_first);
+    return failure ? failure : AddAttempt(facts, attempt, liveTree, m_first);
 }
 
 Failure SavedStates::Begin(const SetupFacts& facts, const Differences& differences, int liveTree) {
     if (Failure failure = Open(true))
         return failure;
     bool isFound = false;
-    Failure damaged = FindLast(isFound);
-    const bool continues = isFound && !damaged && !m_saved.isComplete;
+    Failure damaged = FindLast(m_state, isFound);
+    const bool continues = isFound && !damaged && !m_state.saved.isComplete;
     const bool changesNothing =
         differences.accounts.empty() && differences.members.empty() && differences.paths.empty();
     // A further state would take the place of a useful one.
     if (changesNothing && !continues) {
-        m_name.clear();
+        m_state = {};
         return {};
     }
+    Failure failure;
     if (!continues) {
         const std::vector<unsigned> numbers = NumbersIn(m_states.Number());
-        m_name = std::to_string(numbers.empty() ? 1 : numbers.back() + 1);
-        m_saved = {};
-        m_isNew = true;
-        m_directory = OpenOwnDirectory(m_states.Number(), m_name);
-        if (!m_directory)
-            return CannotSave(PathOfStates() + '/' + m_name, errno);
-    }
-    m_facts = facts;
-    for (const MemberDifference& member : differences.members) {
-        if (!m_saved.members.contains(member.group))
-            m_saved.members[member.group] = LocalMembers(member.group).value_or(QStringList());
+        failure = Create(std::to_string(numbers.empty() ? 1 : numbers.back() + 1), m_state);
+        if (failure)
+            return failure;
+        failure = SaveRecord(m_state);
     }
     Differences attempt = differences;
     ReadPages(attempt.paths, liveTree);
-    Failure failure = m_isNew ? SaveRecord() : Failure();
     if (!failure)
-        failure = SaveContents(attempt, liveTree);
-    m_saved.attempts.push_back(std::move(attempt));
-    m_saved.isComplete = false;
+        failure = AddAttempt(facts, attempt, liveTree, m_state);
+    else
+        m_state.saved.attempts.push_back(attempt);
     if (!failure)
-        failure = Write();
+        failure = BeginFirst(facts, attempt, liveTree);
     if (failure)
         Discard();
     return failure;
 }
 
 void SavedStates::Complete() {
-    if (m_name.empty())
+    if (m_state.name.empty())
         return;
     if (const Failure failure = NoteComplete(true)) {
         ReportWarning({failure->status, failure->text,
                        QStringLiteral("With --undo, this setup and the next one are undone.")});
     }
+    Collapse(m_first.saved);
+    m_first.saved.isComplete = true;
+    // Otherwise the next setup completes it.
+    if (!m_first.name.empty())
+        Write(m_first);
     Prune();
 }
 
-void SavedStates::Discard() {
-    if (m_name.empty())
-        return;
-    if (m_isNew) {
-        RemoveState(m_name);
-        unlinkat(m_record.Private(), std::filesystem::path(PathOfStates()).filename().c_str(),
-                 AT_REMOVEDIR);
-    } else {
-        // An attempt too many does no harm.
-        m_saved.attempts.pop_back();
-        Write();
+// An attempt too many does no harm.
+void SavedStates::RemoveAttempt(OpenState& state) const {
+    if (state.isNew) {
+        RemoveState(state.name);
+    } else if (!state.name.empty()) {
+        state.saved.attempts.pop_back();
+        state.saved.isComplete = state.wasComplete;
+        Write(state);
     }
-    m_name.clear();
+    state = {};
+}
+
+void SavedStates::Discard() {
+    if (m_state.name.empty())
+        return;
+    RemoveAttempt(m_first);
+    RemoveAttempt(m_state);
+    RemoveDirectory();
 }
 
 Failure SavedStates::LoadLast() {
     bool isFound = false;
     Failure failure = Open(false);
     if (!failure && m_states)
-        failure = FindLast(isFound);
+        failure = FindLast(m_state, isFound);
     if (failure || isFound)
         return failure;
     return Problem{ExitStatus::RecordUnusable,
@@ -341,48 +397,122 @@ Failure SavedStates::LoadLast() {
                        .arg(keptStates)};
 }
 
+Failure SavedStates::LoadFirst(bool& isFound) {
+    isFound = false;
+    Failure failure = Open(false);
+    if (failure || !m_states)
+        return failure;
+    OpenState last;
+    bool isLastFound = false;
+    if (FindLast(last, isLastFound) || (isLastFound && last.saved.isComplete))
+        isLastFound = false;
+    failure = Load(firstState, m_state, isFound);
+    if (failure || !isLastFound)
+        return failure;
+    // A setup or its undo was interrupted.
+    if (isFound) {
+        m_state.saved.isComplete = false;
+        m_state.saved.attempts.insert(m_state.saved.attempts.end(), last.saved.attempts.begin(),
+                                      last.saved.attempts.end());
+    } else if (last.saved.record.empty()) {
+        m_state = std::move(last);
+        isFound = true;
+    }
+    return {};
+}
+
 Failure SavedStates::OpenContent(StagedMachine& content) const {
-    if (OpenLayers(m_directory.Number(), content))
+    if (OpenLayers(m_state.directory.Number(), content))
         return {};
-    return CannotUse(PathOfStates() + '/' + m_name, std::strerror(errno));
+    return CannotUse(PathOfStates() + '/' + m_state.name, std::strerror(errno));
 }
 
 Failure SavedStates::NoteComplete(bool isComplete) {
-    if (m_saved.isComplete == isComplete)
+    if (m_state.saved.isComplete == isComplete)
         return {};
-    m_saved.isComplete = isComplete;
-    return Write();
+    m_state.saved.isComplete = isComplete;
+    return Write(m_state);
+}
+
+// A killed undo may have moved it.
+void SavedStates::RestoreFirst() {
+    const auto& record = m_state.saved.record;
+    if (std::ranges::find(record, firstState) == record.end()) {
+        RemoveState(firstState);
+        return;
+    }
+    const Descriptor first = OpenOwnDirectory(m_states.Number(), firstState);
+    renameat(m_state.directory.Number(), firstState, first.Number(), stateFile);
+    fsync(first.Number());
 }
 
 Failure SavedStates::RestoreRecord() {
     for (const auto& [isPrivate, name] : FilesOfRecord()) {
         const int directory = isPrivate ? m_record.Private() : m_record.Public();
-        const bool existed = std::ranges::find(m_saved.record, name) != m_saved.record.end();
+        const auto& record = m_state.saved.record;
+        const bool existed = std::ranges::find(record, name) != record.end();
         // A killed undo may have moved it.
         const int moved =
-            existed ? renameat(m_directory.Number(), name.c_str(), directory, name.c_str())
+            existed ? renameat(m_state.directory.Number(), name.c_str(), directory, name.c_str())
                     : unlinkat(directory, name.c_str(), 0);
         if (moved != 0 && errno != ENOENT)
-            return CannotUse(PathOfStates() + '/' + m_name, std::strerror(errno));
+            return CannotUse(PathOfStates() + '/' + m_state.name, std::strerror(errno));
     }
+    RestoreFirst();
     fsync(m_record.Private());
     fsync(m_record.Public());
-    RemoveState(m_name);
-    m_directory = Descriptor();
+    RemoveState(m_state.name);
+    m_state = {};
     RemoveLeftovers();
     return {};
+}
+
+void SavedStates::RemoveDirectory() const {
+    unlinkat(m_record.Private(), std::filesystem::path(PathOfStates()).filename().c_str(),
+             AT_REMOVEDIR);
 }
 
 void SavedStates::RemoveLeftovers() {
     if (m_states) {
         for (const unsigned number : NumbersIn(m_states.Number())) {
-            if (!HasState(m_states.Number(), number))
+            if (!HasState(m_states.Number(), std::to_string(number)))
                 RemoveState(std::to_string(number));
         }
-        unlinkat(m_record.Private(), std::filesystem::path(PathOfStates()).filename().c_str(),
-                 AT_REMOVEDIR);
+        if (!HasState(m_states.Number(), firstState))
+            RemoveState(firstState);
+        RemoveDirectory();
     }
     m_record.RemoveIfEmpty();
+}
+
+void SavedStates::RemoveNumbered() const {
+    for (const unsigned number : NumbersIn(m_states.Number()))
+        RemoveState(std::to_string(number));
+}
+
+Failure SavedStates::KeepFirst(const SetupFacts& facts, const SavedSetup& remaining) {
+    Failure failure = Open(true);
+    const bool isNew = m_state.name != firstState;
+    if (!failure && isNew)
+        failure = Create(firstState, m_state);
+    m_state.facts = facts;
+    m_state.saved = remaining;
+    // Their content is not in this state.
+    for (Differences& attempt : m_state.saved.attempts) {
+        std::erase_if(attempt.paths, [&](const PathDifference& each) {
+            return isNew && each.before.kind == State::Kind::File;
+        });
+    }
+    if (!failure)
+        failure = Write(m_state);
+    if (failure)
+        return failure;
+    RemoveNumbered();
+    for (const auto& [isPrivate, name] : FilesOfRecord()) {
+        if (!isPrivate)
+            unlinkat(m_record.Public(), name.c_str(), 0);
+    }
+    return {};
 }
 
 Failure SavedStates::RemoveAll() {
@@ -391,8 +521,22 @@ Failure SavedStates::RemoveAll() {
         return failure;
     if (!all.m_states)
         return {};
-    for (const unsigned number : NumbersIn(all.m_states.Number()))
-        all.RemoveState(std::to_string(number));
+    all.RemoveNumbered();
+    all.RemoveState(firstState);
+    return {};
+}
+
+Failure SavedStates::RemoveRecord() {
+    if (Failure failure = Open(false))
+        return failure;
+    for (const auto& [isPrivate, name] : FilesOfRecord())
+        unlinkat(isPrivate ? m_record.Private() : m_record.Public(), name.c_str(), 0);
+    if (m_states) {
+        RemoveNumbered();
+        RemoveState(firstState);
+        RemoveDirectory();
+    }
+    m_record.RemoveIfEmpty();
     return {};
 }
 
@@ -407,7 +551,8 @@ void SavedStates::Prune() const {
     std::reverse(numbers.begin(), numbers.end());
     size_t count = 0;
     for (const unsigned number : numbers) {
-        if (!HasState(m_states.Number(), number) || ++count > keptStates)
-            RemoveState(std::to_string(number));
+        const std::string name = std::to_string(number);
+        if (!HasState(m_states.Number(), name) || ++count > keptStates)
+            RemoveState(name);
     }
 }

@@ -10,9 +10,24 @@
 #include "record/RecordText.h"
 #include "undo/SavedSetup.h"
 
+// Relative to the directory of states. The script of the Debian package reads the paths in it.
+inline constexpr const char* stateBeforeFirstSetup = "first/state";
+
+// The directory of a state, and what is in its file "state". One without that file was not
+// completed and is ignored.
+struct OpenState {
+    std::string name;  // empty without a state
+    Descriptor directory;
+    bool isNew = false;
+    bool wasComplete = false;  // before a setup added to it
+    SetupFacts facts;
+    SavedSetup saved;
+};
+
 // A numbered directory for each of the last three setups that changed something: what the setup
-// changes, the content of the files that it replaces or removes, and the record of that time. One
-// without its file "state" was not completed and is ignored.
+// changes, the content of the files that it replaces or removes, and the record of that time. The
+// directory "first" has the same for the state before the first setup, which all setups add to. It
+// exists if all setups saved their states.
 class SavedStates {
 public:
     SavedStates();
@@ -31,8 +46,11 @@ public:
     // Opens the state before the last setup. Fails without one.
     Failure LoadLast();
 
-    const SavedSetup& Saved() const { return m_saved; }
-    const SetupFacts& Facts() const { return m_facts; }  // of the setup that is undone
+    // Opens the state before the first setup; `isFound` is false if it was not saved.
+    Failure LoadFirst(bool& isFound);
+
+    const SavedSetup& Saved() const { return m_state.saved; }
+    const SetupFacts& Facts() const { return m_state.facts; }  // of the setup that is undone
 
     // What was at the paths that the setup changed. `content` has descriptors of its own.
     Failure OpenContent(StagedMachine& content) const;
@@ -46,23 +64,35 @@ public:
     // Removes what a setup or undo left that was killed when it saved or removed a state.
     void RemoveLeftovers();
 
+    // After setups were removed. The state before the first one is about `remaining` from now on,
+    // no setup can be undone, and there is no manifest.
+    Failure KeepFirst(const SetupFacts& facts, const SavedSetup& remaining);
+
     // After a setup that saved no state. Fails if a state remains that would be wrong then.
     static Failure RemoveAll();
 
+    // Removes the whole record, the state before the first setup last.
+    Failure RemoveRecord();
+
 private:
     Failure Open(bool creates);
-    Failure FindLast(bool& isFound);
-    Failure Write();
-    Failure SaveRecord();
-    Failure SaveContents(const Differences& differences, int liveTree) const;
+    Failure Load(const std::string& name, OpenState& state, bool& isFound) const;
+    Failure FindLast(OpenState& last, bool& isFound) const;
+    Failure Create(const std::string& name, OpenState& state) const;
+    Failure AddAttempt(const SetupFacts& facts, const Differences& attempt, int liveTree,
+                       OpenState& state) const;
+    Failure BeginFirst(const SetupFacts& facts, const Differences& attempt, int liveTree);
+    Failure Write(const OpenState& state) const;
+    Failure SaveRecord(OpenState& state) const;
+    void RemoveAttempt(OpenState& state) const;
+    void RestoreFirst();
+    void RemoveNumbered() const;
     void Prune() const;
     void RemoveState(const std::string& name) const;
+    void RemoveDirectory() const;
 
     RecordDirectory m_record;
     Descriptor m_states;
-    std::string m_name;      // of the state's directory
-    Descriptor m_directory;  // the state's
-    bool m_isNew = false;
-    SetupFacts m_facts;
-    SavedSetup m_saved;
+    OpenState m_state;  // a numbered one, or the first
+    OpenState m_first;  // while a setup adds to it
 };

@@ -12,13 +12,27 @@
 #include <memory>
 #include <set>
 
+#include "installation/Mounts.h"
 #include "merge/Accounts.h"
 #include "merge/MergePaths.h"
 #include "merge/Services.h"
 
 namespace {
 
-constexpr const char* changedSince = "changed after the setup; --force restores it";
+const char* ChangedSince(UndoPurpose purpose) {
+    return IsRemoval(purpose) ? "changed after the setup"
+                              : "changed after the setup; --force restores it";
+}
+
+// The mount points below the install directory, which is not a link.
+std::vector<std::string> MountsInTree() {
+    std::vector<std::string> points;
+    for (const Mount& mount : ReadMounts()) {
+        if (IsBelow(mount.point, sharedDirectory))
+            points.push_back(mount.point);
+    }
+    return points;
+}
 
 Problem UnreadableInUndo(const std::string& path, int error) {
     const char* reason = error == EINTR ? "timed out" : std::strerror(error);
@@ -41,12 +55,18 @@ bool IsItem(const SavedPath& path, Item item) {
 
 class PathUndo {
 public:
-    PathUndo(const StagedMachine& content, int liveTree, bool forces, UndoPlan& plan)
+    PathUndo(const StagedMachine& content, int liveTree, UndoPurpose purpose, UndoPlan& plan)
         : m_content(content),
           m_root(open("/", O_PATH | O_DIRECTORY | O_CLOEXEC)),
           m_liveTree(liveTree),
-          m_forces(forces),
-          m_plan(plan) {}
+          m_purpose(purpose),
+          m_isTreeElsewhere(IsRemoval(purpose) && IsTreeElsewhere()),
+          m_plan(plan) {
+        if (IsRemoval(purpose))
+            m_mounts = MountsInTree();
+        if (m_isTreeElsewhere)
+            Keep(sharedDirectory, "other machines may use it");
+    }
 
     Failure Add(const SavedPath& path);
 
@@ -63,14 +83,18 @@ private:
     LivePath PlaceOf(const std::string& path) const;
     Failure ReadLive(const SavedPath& path, State& live) const;
     const char* WhyKept(const SavedPath& path, const State& live) const;
+    bool StaysInRemoval(const SavedPath& path) const;
+    bool IsRemovedAsChanged(const SavedPath& path, const State& live) const;
     bool IsDamaged(const SavedPath& path) const;
-    bool HasOtherEntries(const std::string& path) const;
+    bool HasOtherEntries(const std::string& path);
     void Keep(const std::string& path, const char* reason);
 
     const StagedMachine& m_content;
     const Descriptor m_root;
     const int m_liveTree;
-    const bool m_forces;
+    const UndoPurpose m_purpose;
+    const bool m_isTreeElsewhere;
+    std::vector<std::string> m_mounts;
     UndoPlan& m_plan;
     std::vector<PathDifference> m_directories;  // to delete, parents first
     std::set<std::string> m_deleted;
@@ -111,6 +135,10 @@ bool HasContent(int top, const std::string& path) {
 const char* PathUndo::WhyKept(const SavedPath& path, const State& live) const {
     const State& before = path.before;
     const LivePath place = PlaceOf(path.path);
+    if (std::ranges::any_of(m_mounts, [&](const std::string& point) {
+            return path.path == point || IsBelow(path.path, point);
+        }))
+        return "is on another file system";
     if (IsItem(path, Item::QueueEntries)) {
         if (before.kind == State::Kind::Missing)
             return HasContent(place.directory, place.path) ? "contains jobs" : nullptr;
@@ -142,6 +170,23 @@ bool PathUndo::IsDamaged(const SavedPath& path) const {
     return !saved || saved->digest != path.before.digest;
 }
 
+// True for what stays without being listed.
+bool PathUndo::StaysInRemoval(const SavedPath& path) const {
+    if (m_isTreeElsewhere && PlaceOf(path.path).isInTree)
+        return true;
+    return m_purpose == UndoPurpose::Remove && path.before.kind == State::Kind::Missing &&
+           path.entry != nullptr && path.entry->removal == Removal::Purge;
+}
+
+// Settings are edited. The mode and the owner of a directory are not worth keeping.
+bool PathUndo::IsRemovedAsChanged(const SavedPath& path, const State& live) const {
+    if (!IsRemoval(m_purpose) || path.before.kind != State::Kind::Missing ||
+        live.kind != path.after.back().kind)
+        return false;
+    return live.kind == State::Kind::Directory ||
+           (path.entry != nullptr && path.entry->removal == Removal::Purge);
+}
+
 void PathUndo::Keep(const std::string& path, const char* reason) {
     m_plan.kept.append(QString::fromStdString(path) + QStringLiteral(": ") + QLatin1String(reason));
 }
@@ -153,14 +198,20 @@ Failure PathUndo::Add(const SavedPath& path) {
         return failure;
     if (live == before)
         return {};
+    if (StaysInRemoval(path)) {
+        m_plan.remaining.insert(path.path);
+        return {};
+    }
     if (IsDamaged(path))
         return DamagedContent(path.path);
     const bool isOurs = std::ranges::find(path.after, live) != path.after.end();
     const char* reason = WhyKept(path, live);
-    if (reason == nullptr && !isOurs && !m_forces)
-        reason = changedSince;
+    if (reason == nullptr && !isOurs && m_purpose != UndoPurpose::ForcedUndo &&
+        !IsRemovedAsChanged(path, live))
+        reason = ChangedSince(m_purpose);
     if (reason != nullptr) {
         Keep(path.path, reason);
+        m_plan.remaining.insert(path.path);
         return {};
     }
     const Change change = live.kind == State::Kind::Missing     ? Change::Create
@@ -179,10 +230,10 @@ Failure PathUndo::Add(const SavedPath& path) {
     return {};
 }
 
-// What a killed setup left is removed before.
-bool PathUndo::HasOtherEntries(const std::string& path) const {
-    const std::string_view whole = Find(Item::PrivateDirectory).path;
-    const std::string_view prefix = whole.substr(0, whole.size() - randomPart.size());
+// What a killed setup left is removed before. A removal lists what is not from a setup.
+bool PathUndo::HasOtherEntries(const std::string& path) {
+    const std::string_view pattern = Find(Item::PrivateDirectory).path;
+    const std::string_view prefix = pattern.substr(0, pattern.size() - randomPart.size());
     const LivePath place = PlaceOf(path);
     const Descriptor directory = OpenDirectory(place.directory, place.path);
     const int opened =
@@ -192,13 +243,19 @@ bool PathUndo::HasOtherEntries(const std::string& path) const {
                                                      closedir);
     if (stream == nullptr)
         return true;
+    std::set<std::string> others;
+    const std::string inside = path + '/';
     while (const dirent* entry = readdir(stream.get())) {
         const std::string name = entry->d_name;
-        if (name != "." && name != ".." && !name.starts_with(prefix) &&
-            !m_deleted.contains(std::string(path).append("/").append(name)))
-            return true;
+        const std::string whole = inside + name;
+        if (name != "." && name != ".." && !name.starts_with(prefix) && !m_deleted.contains(whole))
+            others.insert(whole);
     }
-    return false;
+    for (const std::string& other : IsRemoval(m_purpose) ? others : std::set<std::string>()) {
+        if (!m_plan.remaining.contains(other))
+            Keep(other, "is not from a setup");
+    }
+    return !others.empty();
 }
 
 void PathUndo::AddDeletedDirectories() {
@@ -206,15 +263,36 @@ void PathUndo::AddDeletedDirectories() {
     for (PathDifference& directory : m_directories) {
         if (HasOtherEntries(directory.path)) {
             m_deleted.erase(directory.path);
-            Keep(directory.path, "has other entries");
+            m_plan.remaining.insert(directory.path);
+            if (!IsRemoval(m_purpose))
+                Keep(directory.path, "has other entries");
         } else {
             m_plan.differences.paths.push_back(std::move(directory));
         }
     }
 }
 
-void AddAccounts(const SavedSetup& saved, bool forces, UndoPlan& plan) {
-    const std::vector<MemberDifference> members = MembersOf(saved);
+// The setup's members; for a purge, whoever is a member now.
+std::vector<MemberDifference> ExpectedMembers(const SavedSetup& saved, UndoPurpose purpose) {
+    std::vector<MemberDifference> members = MembersOf(saved);
+    for (const AccountDifference& account : AccountsOf(saved)) {
+        if (purpose != UndoPurpose::Purge || !account.isGroup)
+            continue;
+        for (const QString& name : LocalMembers(account.name).value_or(QStringList()))
+            members.push_back({Change::Create, name.toStdString(), account.name});
+    }
+    return members;
+}
+
+void KeepAccount(const AccountDifference& account, const char* reason, UndoPlan& plan) {
+    plan.kept.append((account.isGroup ? QStringLiteral("group %1: ") : QStringLiteral("user %1: "))
+                         .arg(QString::fromStdString(account.name)) +
+                     QLatin1String(reason));
+}
+
+void AddAccounts(const SavedSetup& saved, UndoPurpose purpose, UndoPlan& plan) {
+    const std::vector<MemberDifference> members = ExpectedMembers(saved, purpose);
+    const bool isTreeElsewhere = IsRemoval(purpose) && IsTreeElsewhere();
     std::vector<AccountDifference> accounts = AccountsOf(saved);
     // Users before their groups.
     std::reverse(accounts.begin(), accounts.end());
@@ -222,11 +300,12 @@ void AddAccounts(const SavedSetup& saved, bool forces, UndoPlan& plan) {
         const CreatedAccount found = FindCreatedAccount(account, members);
         if (found == CreatedAccount::Missing)
             continue;
-        if (found == CreatedAccount::Changed && !forces) {
-            plan.kept.append(
-                (account.isGroup ? QStringLiteral("group %1: ") : QStringLiteral("user %1: "))
-                    .arg(QString::fromStdString(account.name)) +
-                QLatin1String(changedSince));
+        if (found == CreatedAccount::Changed && purpose != UndoPurpose::ForcedUndo) {
+            KeepAccount(account, ChangedSince(purpose), plan);
+            continue;
+        }
+        if (isTreeElsewhere) {
+            KeepAccount(account, "other machines may use it", plan);
             continue;
         }
         account.change = Change::Delete;
@@ -254,10 +333,19 @@ void AddMembers(const SavedSetup& saved, UndoPlan& plan) {
 
 }  // namespace
 
+bool IsTreeElsewhere() {
+    struct stat found = {};
+    if (lstat(sharedDirectory, &found) != 0)
+        return false;
+    return S_ISLNK(found.st_mode) || std::ranges::any_of(ReadMounts(), [](const Mount& mount) {
+               return mount.point == sharedDirectory;
+           });
+}
+
 Failure FindUndo(const SavedSetup& saved, const StagedMachine& content, int liveTree,
-                 const ServiceStates& services, bool forces, UndoPlan& plan) {
+                 const ServiceStates& services, UndoPurpose purpose, UndoPlan& plan) {
     plan = {};
-    PathUndo undo(content, liveTree, forces, plan);
+    PathUndo undo(content, liveTree, purpose, plan);
     for (const SavedPath& path : PathsOf(saved)) {
         if (Failure failure = undo.Add(path))
             return failure;
@@ -269,8 +357,10 @@ Failure FindUndo(const SavedSetup& saved, const StagedMachine& content, int live
                difference.after.kind != State::Kind::Directory;
     });
     undo.AddDeletedDirectories();
-    AddAccounts(saved, forces, plan);
-    AddMembers(saved, plan);
+    if (purpose != UndoPurpose::Remove) {
+        AddAccounts(saved, purpose, plan);
+        AddMembers(saved, plan);
+    }
     if (services.isManagerRunning)
         FindServicesToUndo(ServicesOf(saved), services.active, !saved.isComplete, plan.differences);
     return {};

@@ -2,20 +2,35 @@
 #pragma once
 
 #include <QStringList>
+#include <set>
+#include <string>
 
 #include "Problem.h"
 #include "installation/StagedMachine.h"
 #include "staging/Recorder.h"
 #include "undo/SavedSetup.h"
 
+// What the state before is for. A removal keeps settings and accounts that setups created, and a
+// purge deletes them, settings also if they were edited.
+enum class UndoPurpose { Undo, ForcedUndo, Remove, Purge };
+
+inline bool IsRemoval(UndoPurpose purpose) {
+    return purpose == UndoPurpose::Remove || purpose == UndoPurpose::Purge;
+}
+
 struct UndoPlan {
     Differences differences;
-    QStringList kept;  // paths and accounts that stay as they are, with the reason
+    QStringList kept;                 // paths and accounts that stay as they are, with the reason
+    std::set<std::string> remaining;  // paths that are not as before afterwards
 };
 
 // Compares with the live machine, whose install directory is `liveTree` or, if it does not exist,
 // -1. `content` has the content of files as it was. What others changed after the setup is kept,
-// unless `forces` is set; jobs, what was not saved, and directories with other entries are always
-// kept. Fails if saved content is damaged.
+// unless the undo is a forced one; jobs, what was not saved, and directories with other entries are
+// always kept. A removal keeps all of an install directory that other machines may use. Fails if
+// saved content is damaged.
 Failure FindUndo(const SavedSetup& saved, const StagedMachine& content, int liveTree,
-                 const ServiceStates& services, bool forces, UndoPlan& plan);
+                 const ServiceStates& services, UndoPurpose purpose, UndoPlan& plan);
+
+// Whether the install directory is a link or a mount point, which a removal keeps.
+bool IsTreeElsewhere();

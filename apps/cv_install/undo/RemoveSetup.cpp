@@ -1,0 +1,272 @@
+#include "undo/RemoveSetup.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <functional>
+#include <memory>
+
+#include "Console.h"
+#include "apply/Interruption.h"
+#include "apply/SetupLog.h"
+#include "installation/TreeCheck.h"
+#include "merge/Services.h"
+#include "report/JsonReport.h"
+#include "undo/Restoration.h"
+#include "undo/SavedStates.h"
+#include "undo/UnsavedSetups.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+using NameTest = std::function<bool(const std::string&)>;
+
+Descriptor OpenToList(const fs::path& path) {
+    return Descriptor(
+        open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+}
+
+std::vector<std::string> NamesIn(int directory, const NameTest& isMeant) {
+    std::vector<std::string> names;
+    const int opened = openat(directory, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    const std::unique_ptr<DIR, int (*)(DIR*)> stream(opened == -1 ? nullptr : fdopendir(opened),
+                                                     closedir);
+    while (const dirent* entry = stream ? readdir(stream.get()) : nullptr) {
+        const std::string name = entry->d_name;
+        if (name != "." && name != ".." && isMeant(name))
+            names.push_back(name);
+    }
+    return names;
+}
+
+// Root's files of a directory in which other users may create files, too. An empty one is the log
+// that this removal has just created.
+void AddFiles(const Entry& entry, const NameTest& isMeant, std::vector<PathDifference>& found) {
+    const fs::path directory = fs::path(entry.path).parent_path();
+    const Descriptor opened = OpenToList(directory);
+    for (const std::string& name :
+         opened ? NamesIn(opened.Number(), isMeant) : std::vector<std::string>()) {
+        const std::optional<State> state = ReadState(opened.Number(), name, Reading::Nothing);
+        if (state && state->kind == State::Kind::File && state->owner == 0 && state->size > 0)
+            found.push_back({Change::Delete, directory / name, *state, {}, &entry});
+    }
+}
+
+std::string PathOfDropIns() {
+    return Find(Item::Unit).path + std::string(".d");
+}
+
+void AddDirectory(const fs::path& path, const Entry* entry, std::vector<PathDifference>& found) {
+    const Descriptor parent(open(path.parent_path().c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    const std::optional<State> state =
+        parent ? ReadState(parent.Number(), path.filename(), Reading::Nothing) : std::nullopt;
+    if (state && state->kind == State::Kind::Directory && state->owner == 0)
+        found.push_back({Change::Delete, path, *state, {}, entry});
+}
+
+// What setups made outside of what is staged: the record, which is deleted last, logs, also those
+// that logrotate renamed, kept commit scripts; and the drop-ins of the unit.
+std::vector<PathDifference> FindOthers() {
+    std::vector<PathDifference> found;
+    AddDirectory(PathOfDropIns(), nullptr, found);
+    const Entry& script = Find(Item::CommitScript);
+    const std::string scriptName = fs::path(script.path).filename();
+    const std::string prefix = scriptName.substr(0, scriptName.size() - randomPart.size());
+    AddFiles(
+        script,
+        [&](const std::string& name) {
+            return name.size() == scriptName.size() && name.starts_with(prefix);
+        },
+        found);
+    const Entry& log = Find(Item::RootLog);
+    const std::string logName = fs::path(log.path).filename();
+    AddFiles(
+        log,
+        [&](const std::string& name) {
+            return name == logName || name.starts_with(logName + '.') ||
+                   name.starts_with(logName + '-');
+        },
+        found);
+    AddDirectory(Find(Item::Record).path, &Find(Item::Record), found);
+    return found;
+}
+
+void WarnNotRemoved(const std::string& path, int error) {
+    ReportWarning({ExitStatus::Complete,
+                   QStringLiteral("cannot remove \"%1\": %2")
+                       .arg(QString::fromStdString(path), QString::fromUtf8(std::strerror(error))),
+                   QStringLiteral("Inspect it, then remove it.")});
+}
+
+// The files of a directory that only root can write to, and the directory.
+void RemoveDropIns(int parent, const std::string& name) {
+    const Descriptor directory(
+        openat(parent, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    for (const std::string& each :
+         directory ? NamesIn(directory.Number(), [](const std::string&) { return true; })
+                   : std::vector<std::string>())
+        unlinkat(directory.Number(), each.c_str(), 0);
+}
+
+void RemoveOther(const PathDifference& other) {
+    const fs::path path = other.path;
+    const std::string name = path.filename();
+    const Descriptor parent(open(path.parent_path().c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    const bool isDirectory = other.before.kind == State::Kind::Directory;
+    if (other.entry == nullptr)
+        RemoveDropIns(parent.Number(), name);
+    if (unlinkat(parent.Number(), name.c_str(), isDirectory ? AT_REMOVEDIR : 0) != 0 &&
+        errno != ENOENT)
+        WarnNotRemoved(other.path, errno);
+}
+
+class SetupRemoval {
+public:
+    SetupRemoval(const Arguments& arguments, const SetupLock& lock)
+        : m_arguments(arguments), m_lock(lock), m_purges(arguments.Has(OwnOption::Purge)) {}
+
+    Failure Run();
+
+private:
+    Failure Load();
+    Failure CarryOut(Restoration& restoration);
+    Failure Forget(const UndoPlan& plan);
+    SavedSetup Remaining(const UndoPlan& plan) const;
+    Failure RemoveRest(const Differences& shown);
+    void Finish(const Restoration& restoration) const;
+
+    const Arguments& m_arguments;
+    const SetupLock& m_lock;
+    const bool m_purges;
+    SavedStates m_states;
+    bool m_isSaved = false;  // the state before the first setup
+    SavedSetup m_saved;
+    StagedMachine m_content;
+};
+
+Failure SetupRemoval::Load() {
+    Failure failure = m_states.LoadFirst(m_isSaved);
+    if (failure) {
+        failure->remedy = QStringLiteral(
+                              "To remove what setups made without restoring what was there before, "
+                              "remove \"%1\", then run the removal again.")
+                              .arg(QLatin1String(Find(Item::SavedStates).path));
+        return failure;
+    }
+    if (m_isSaved) {
+        m_saved = m_states.Saved();
+        return m_states.OpenContent(m_content);
+    }
+    Descriptor tree;
+    failure = OpenInstallDirectory(tree);
+    if (!failure)
+        failure = FindUnsavedSetups(tree.Number(), m_saved);
+    // Nothing comes back, so no content is read.
+    m_content.installDir = QLatin1String(sharedDirectory);
+    for (Descriptor* layer : {&m_content.tree, &m_content.etc, &m_content.bin})
+        *layer = Descriptor(open("/", O_PATH | O_DIRECTORY | O_CLOEXEC));
+    return failure;
+}
+
+// What a further removal, with --purge, deletes.
+SavedSetup SetupRemoval::Remaining(const UndoPlan& plan) const {
+    SavedSetup remaining = m_saved;
+    remaining.isComplete = true;
+    remaining.record.clear();
+    for (Differences& attempt : remaining.attempts) {
+        std::erase_if(attempt.paths, [&](const PathDifference& each) {
+            return !plan.remaining.contains(each.path);
+        });
+        attempt.services.clear();
+    }
+    return remaining;
+}
+
+Failure SetupRemoval::Forget(const UndoPlan& plan) {
+    if (m_saved.attempts.empty())
+        return {};
+    return m_states.KeepFirst(FactsOf(CommandLine(), QLatin1String(sharedDirectory)),
+                              Remaining(plan));
+}
+
+Failure SetupRemoval::RemoveRest(const Differences& shown) {
+    Failure failure = m_states.RemoveRecord();
+    if (failure)
+        return failure;
+    SetupLog::Remove();
+    JsonReport::NoteLog({});
+    for (const PathDifference& other : FindOthers()) {
+        const bool isShown = std::ranges::any_of(
+            shown.paths, [&](const PathDifference& each) { return each.path == other.path; });
+        if (isShown)
+            RemoveOther(other);
+    }
+    return {};
+}
+
+Failure SetupRemoval::CarryOut(Restoration& restoration) {
+    Failure failure = restoration.Apply();
+    if (!failure)
+        failure = m_purges ? RemoveRest(restoration.Shown()) : Forget(restoration.Found());
+    return failure;
+}
+
+void SetupRemoval::Finish(const Restoration& restoration) const {
+    const Console::Printing summary(Console::Importance::Needed);
+    if (restoration.Shown().IsEmpty())
+        std::printf("Nothing to remove.\n");
+    else
+        std::printf("cv_install: removed the setup of \"%s\"\n", sharedDirectory);
+    if (!m_purges && !restoration.Found().remaining.empty())
+        std::printf(
+            "    Settings, log, record and service account were kept. To remove them, too: "
+            "cv_install --remove --purge\n");
+    std::fflush(stdout);
+}
+
+Failure SetupRemoval::Run() {
+    if (Failure failure = Load())
+        return failure;
+    if (!m_isSaved && !m_saved.attempts.empty())
+        std::printf("What was there before the first setup is unknown, so nothing comes back.\n");
+    Restoration restoration(m_arguments, m_purges ? UndoPurpose::Purge : UndoPurpose::Remove,
+                            m_saved, std::move(m_content), [this] {
+                                return m_purges ? FindOthers() : std::vector<PathDifference>();
+                            });
+    if (Failure failure = restoration.Plan())
+        return failure;
+    JsonReport::NoteChanges(restoration.Shown(), false);
+    if (m_arguments.Has(OwnOption::DryRun))
+        return {};
+    SetupLog::Keep();
+    Interruption::ComesTooLate();
+    // Whatever ends it from here on, a further removal completes it.
+    m_lock.NoteMerge(true);
+    Failure failure = CarryOut(restoration);
+    m_lock.NoteMerge(false);
+    if (!failure)
+        Finish(restoration);
+    return failure;
+}
+
+}  // namespace
+
+ExitStatus RemoveAsRoot(const Arguments& arguments, const SetupLock& lock) {
+    if (!arguments.Has(OwnOption::DryRun))
+        SetupLog::Start(true);
+    JsonReport::NoteLog(SetupLog::Path());
+    const Failure failure =
+        AboutAction(SetupRemoval(arguments, lock).Run(),
+                    {"removal canceled", "during the removal", "un the removal again"});
+    if (!failure)
+        return ExitStatus::Complete;
+    Report(*failure);
+    return failure->status;
+}

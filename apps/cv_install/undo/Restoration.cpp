@@ -1,0 +1,220 @@
+#include "undo/Restoration.h"
+
+#include <algorithm>
+#include <cstdio>
+
+#include "Console.h"
+#include "answers/AnswersFile.h"
+#include "installation/Installation.h"
+#include "installation/TimeLimit.h"
+#include "installation/TreeCheck.h"
+#include "merge/Accounts.h"
+#include "merge/ServiceAccount.h"
+#include "merge/Services.h"
+#include "report/TextDifferences.h"
+#include "undo/AccountUse.h"
+#include "undo/SavedStates.h"
+
+namespace {
+
+constexpr std::chrono::seconds longestSearch(10);
+constexpr qsizetype longestAnswersFile = 65536;
+
+// Where the accounts of a setup have files. Without a record, only the install directory is known.
+std::vector<std::string> DirectoriesOfAccounts() {
+    std::vector<std::string> directories = {sharedDirectory};
+    RecordDirectory record{QLatin1String(sharedDirectory)};
+    std::optional<QByteArray> text;
+    if (record.Open() || record.Read(Item::RecordedAnswers, longestAnswersFile, text) || !text)
+        return directories;
+    const std::optional<ParsedRecord> parsed = ParseRecordText(*text);
+    if (!parsed)
+        return directories;
+    const Answers answers = ParseAnswers(parsed->body, AnswersForm::Record).answers;
+    if (const Answer* scratch = answers.Find(AnswerId::ScratchDirectory))
+        directories.push_back(std::get<QString>(scratch->value).toStdString());
+    return directories;
+}
+
+// The service accounts after and before the setup, whose entries the undo changes.
+struct OwnersOfUndo {
+    uid_t account = static_cast<uid_t>(-1);
+    gid_t group = static_cast<gid_t>(-1);
+    uid_t before = static_cast<uid_t>(-1);
+};
+
+Failure FindOwners(const SavedSetup& saved, OwnersOfUndo& owners) {
+    std::optional<ServiceAccount> recorded;
+    if (Failure failure = ReadServiceAccount(recorded))
+        return failure;
+    if (recorded)
+        owners = {recorded->uid, recorded->gid, recorded->uid};
+    for (const SavedPath& path : PathsOf(saved)) {
+        if (path.entry == nullptr || path.entry->owner != Owner::ServiceAccount ||
+            path.after.back().kind == State::Kind::Missing)
+            continue;
+        owners.account = path.after.back().owner;
+        owners.group = path.after.back().group;
+        if (path.before.kind != State::Kind::Missing && path.before.owner != 0)
+            owners.before = path.before.owner;
+        if (path.entry->item == Item::InstallDirectory)
+            break;
+    }
+    return {};
+}
+
+}  // namespace
+
+Restoration::Restoration(const Arguments& arguments, UndoPurpose purpose, const SavedSetup& saved,
+                         StagedMachine content, OtherReader readOthers)
+    : m_arguments(arguments),
+      m_purpose(purpose),
+      m_saved(saved),
+      m_content(std::move(content)),
+      m_readOthers(std::move(readOthers)) {}
+
+Failure Restoration::Read(LiveMachine& live) {
+    const TimeLimit limit;
+    Descriptor tree;
+    Failure failure = OpenInstallDirectory(tree);
+    if (failure)
+        return failure;
+    live.rows = ReadLiveRows(tree.Number());
+    failure = FindUndo(m_saved, m_content, tree.Number(), m_services, m_purpose, m_plan);
+    live.differences = m_plan.differences;
+    const std::vector<PathDifference> others = m_readOthers();
+    live.differences.paths.insert(live.differences.paths.end(), others.begin(), others.end());
+    return failure;
+}
+
+void Restoration::ShowKept() const {
+    if (m_plan.kept.isEmpty())
+        return;
+    std::printf("Kept as it is now:\n");
+    for (const QString& line : m_plan.kept)
+        std::printf("  %s\n", qUtf8Printable(Printable(line)));
+}
+
+Failure Restoration::Plan() {
+    m_services = FindServiceStates();
+    LiveMachine live;
+    if (Failure failure = Read(live))
+        return failure;
+    ShowKept();
+    if (IsRemoval(m_purpose) && live.differences.IsEmpty())
+        return {};
+    const auto read = [this](LiveMachine& now) { return Read(now); };
+    const auto showContents = [this](const Differences& differences) { ShowContents(differences); };
+    m_content.interactive = !m_arguments.Has(OwnOption::Yes);
+    if (!m_arguments.Has(OwnOption::DryRun))
+        return Agree(m_content, live.rows, read, showContents, m_differences);
+    Failure failure = ShowDifferences(m_content, read, m_differences);
+    if (!failure && m_arguments.Has(OwnOption::Diff))
+        ShowContents(m_differences);
+    return failure;
+}
+
+void Restoration::ShowContents(const Differences& differences) const {
+    const Console::Printing printing(Console::Importance::Needed);
+    Descriptor tree;
+    if (const Failure failure = OpenInstallDirectory(tree))
+        ReportWarning(*failure);
+    else
+        PrintTextDifferences(m_content, tree.Number(), differences);
+}
+
+Failure Restoration::ApplyPaths(TreeMerge& tree, Undo& undo) const {
+    const TimeLimit limit;
+    const std::vector<PathDifference> paths = WithoutOthers();
+    Failure failure = tree.PlaceInTree(paths, undo);
+    if (!failure)
+        failure = tree.PlaceOutside(paths, undo);
+    if (!failure)
+        failure = tree.Verify();
+    return failure;
+}
+
+// Everything that can be taken back, then what cannot.
+Failure Restoration::Apply() {
+    OwnersOfUndo owners;
+    if (Failure failure = FindOwners(m_saved, owners))
+        return failure;
+    Undo undo;
+    if (IsRemoval(m_purpose) && m_services.isManagerRunning)
+        StopRemovedService(m_differences);
+    StopServiceForUndo(m_differences, undo);
+    TreeMerge tree(m_content, owners.account, owners.group, owners.before, MergePurpose::Undo);
+    Failure failure = ApplyPaths(tree, undo);
+    if (!failure)
+        failure = ApplyMembers(m_differences.members, undo);
+    if (failure) {
+        undo.Run();
+        return failure;
+    }
+    undo.Forget();
+    tree.Finish();
+    for (const auto& [group, members] : m_saved.members)
+        RestoreOrderOfMembers(group, members);
+    DeleteAccounts();
+    StartServicesAfterUndo(m_differences);
+    return {};
+}
+
+// Returns false if it stays.
+bool Restoration::DeleteUnused(const AccountDifference& account, bool keepsGroup) const {
+    const QString name = QString::fromStdString(account.name);
+    const QString kind = account.isGroup ? QStringLiteral("group") : QStringLiteral("user");
+    const AccountUse found = FindAccountUse(account, DirectoriesOfAccounts(), longestSearch);
+    std::optional<QString> reason;
+    if (!found.use.isEmpty())
+        reason = QStringLiteral("used by ") + found.use;
+    else
+        reason = DeleteAccount(account, keepsGroup);
+    if (reason) {
+        ReportWarning({ExitStatus::Complete,
+                       QStringLiteral("cannot delete %1 \"%2\": %3").arg(kind, name, *reason),
+                       QStringLiteral("Make sure that nothing uses it, then delete it.")});
+        return false;
+    }
+    QStringList notSearched = found.notSearched;
+    notSearched.append(QStringLiteral("all other directories"));
+    std::printf("Files of %s %s were searched for in: %s. Not searched: %s.\n",
+                qUtf8Printable(kind), qUtf8Printable(Printable(name)),
+                qUtf8Printable(Printable(found.searched.join(QStringLiteral(", ")))),
+                qUtf8Printable(Printable(notSearched.join(QStringLiteral(", ")))));
+    return true;
+}
+
+void Restoration::DeleteAccounts() const {
+    const std::vector<AccountDifference>& accounts = m_differences.accounts;
+    std::vector<gid_t> kept;
+    for (const AccountDifference& account : accounts) {
+        const bool createdGroup = std::ranges::any_of(accounts, [&](const AccountDifference& each) {
+            return each.isGroup && each.name == account.name;
+        });
+        if (account.isGroup && std::ranges::find(kept, account.gid) != kept.end())
+            continue;
+        if (!DeleteUnused(account, !createdGroup) && !account.isGroup)
+            kept.push_back(account.gid);
+    }
+}
+
+std::vector<PathDifference> Restoration::WithoutOthers() const {
+    const std::vector<PathDifference> others = m_readOthers();
+    std::vector<PathDifference> paths = m_differences.paths;
+    std::erase_if(paths, [&](const PathDifference& each) {
+        return std::ranges::any_of(
+            others, [&](const PathDifference& other) { return other.path == each.path; });
+    });
+    return paths;
+}
+
+Failure AboutAction(Failure failure, const ActionTexts& texts) {
+    if (!failure)
+        return failure;
+    failure->text.replace(QStringLiteral("setup canceled"), QLatin1String(texts.canceled));
+    failure->text.replace(QStringLiteral("during the setup"), QLatin1String(texts.during));
+    for (const char* former : {"un the setup again", "un the undo again"})
+        failure->remedy.replace(QLatin1String(former), QLatin1String(texts.again));
+    return failure;
+}

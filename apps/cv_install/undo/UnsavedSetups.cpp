@@ -1,0 +1,178 @@
+#include "undo/UnsavedSetups.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <grp.h>
+#include <pwd.h>
+
+#include <QFile>
+#include <algorithm>
+#include <memory>
+#include <set>
+
+#include "merge/ServiceAccount.h"
+#include "record/RecordDirectory.h"
+#include "record/SetupRecord.h"
+
+namespace {
+
+constexpr qsizetype largestRunScript = 65536;
+constexpr int mostLevelsOfPages = 20;
+constexpr id_t firstOfUsers = 1000;
+
+class UnsavedSetups {
+public:
+    UnsavedSetups(int liveTree, Differences& found)
+        : m_root(open("/", O_PATH | O_DIRECTORY | O_CLOEXEC)),
+          m_liveTree(liveTree),
+          m_found(found) {}
+
+    void AddListed(const Manifest& manifest);
+    void AddTable();
+
+private:
+    State ReadLive(const Entry& entry, const std::string& path) const;
+    void Add(const std::string& path, const State& after, const Entry& entry);
+    void AddBelow(const Entry& entry, const std::string& path, int depth);
+
+    const Descriptor m_root;
+    const int m_liveTree;
+    Differences& m_found;
+};
+
+State UnsavedSetups::ReadLive(const Entry& entry, const std::string& path) const {
+    const bool isInTree = IsInTree(entry);
+    const size_t top = std::string(sharedDirectory).size() + 1;
+    const std::string below = !isInTree           ? path.substr(1)
+                              : path.size() < top ? ""
+                                                  : path.substr(top);
+    if (isInTree && m_liveTree == -1)
+        return {};
+    const Reading reading = entry.item == Item::QueueEntries ? Reading::Nothing
+                            : isInTree                       ? Reading::PublicFiles
+                                                             : Reading::AllFiles;
+    return ReadStateAt(isInTree ? m_liveTree : m_root.Number(), below, reading).value_or(State());
+}
+
+void UnsavedSetups::Add(const std::string& path, const State& after, const Entry& entry) {
+    m_found.paths.push_back({Change::Create, path, {}, after, &entry});
+}
+
+void UnsavedSetups::AddListed(const Manifest& manifest) {
+    const std::string tree = '/' + manifest.tree;
+    for (const ManifestEntry& listed : manifest.entries) {
+        std::string path = '/' + listed.path;
+        if (path == tree || path.starts_with(tree + '/'))
+            path.replace(0, tree.size(), sharedDirectory);
+        const Entry* entry = RowOfPath(path);
+        if (!listed.isInstalled || entry == nullptr)
+            continue;
+        State after = listed.state;
+        // Of what users edit, the manifest has no content.
+        if (after.kind == State::Kind::File && after.digest.empty())
+            after.digest = ReadLive(*entry, path).digest;
+        Add(path, after, *entry);
+    }
+}
+
+void UnsavedSetups::AddBelow(const Entry& entry, const std::string& path, int depth) {
+    const std::string below = path.substr(std::string(sharedDirectory).size() + 1);
+    const Descriptor directory = OpenDirectory(m_liveTree, below);
+    const int opened = directory && depth < mostLevelsOfPages
+                           ? openat(directory.Number(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC)
+                           : -1;
+    const std::unique_ptr<DIR, int (*)(DIR*)> stream(opened == -1 ? nullptr : fdopendir(opened),
+                                                     closedir);
+    std::set<std::string> names;
+    while (const dirent* each = stream ? readdir(stream.get()) : nullptr)
+        names.insert(each->d_name);
+    const std::string inside = path + '/';
+    for (const std::string& name : names) {
+        const std::string child = inside + name;
+        const State state = name == "." || name == ".." ? State() : ReadLive(entry, child);
+        if (state.kind == State::Kind::Missing || state.kind == State::Kind::Special)
+            continue;
+        Add(child, state, entry);
+        if (state.kind == State::Kind::Directory)
+            AddBelow(entry, child, depth + 1);
+    }
+}
+
+// A link must be the one that a setup makes: other versions have some at the same paths.
+void UnsavedSetups::AddTable() {
+    constexpr unsigned passing = DuringMerge | WithFileLocksOnly | AsUser | WithEarlierRepository;
+    for (const Entry& entry : Entries()) {
+        if (!IsStaged(entry) || (entry.conditions & passing) != 0 ||
+            (entry.kind != Kind::File && entry.kind != Kind::Directory && entry.kind != Kind::Link))
+            continue;
+        const std::string path = PathOf(entry, sharedDirectory);
+        const State live = ReadLive(entry, path);
+        const State::Kind kind = entry.kind == Kind::File        ? State::Kind::File
+                                 : entry.kind == Kind::Directory ? State::Kind::Directory
+                                                                 : State::Kind::Link;
+        if (live.kind != kind)
+            continue;
+        const std::string reference = entry.reference == nullptr ? "" : entry.reference;
+        if (kind == State::Kind::Link &&
+            live.target !=
+                (reference.starts_with('/') ? reference : sharedDirectory + ('/' + reference)))
+            continue;
+        Add(path, live, entry);
+        if (entry.ownsAllBelow)
+            AddBelow(entry, path, 0);
+    }
+}
+
+// Other users can write to it: a setup of an earlier version has another text.
+bool HasRunScript(int liveTree) {
+    const Descriptor opened =
+        liveTree == -1 ? Descriptor() : OpenRegularFile(liveTree, Find(Item::RunScript).path);
+    QFile file;
+    return opened && file.open(opened.Number(), QIODevice::ReadOnly) &&
+           file.read(largestRunScript).contains("\ncvset CORV_ROOT \"");
+}
+
+// An account as setups create it.
+void AddUnsavedAccount(Differences& found) {
+    std::optional<ServiceAccount> recorded;
+    if (ReadServiceAccount(recorded) || !recorded)
+        return;
+    const passwd* user = getpwnam(recorded->user.c_str());
+    if (user == nullptr || user->pw_uid != recorded->uid || user->pw_uid == 0 ||
+        user->pw_uid >= firstOfUsers || user->pw_dir != std::string(sharedDirectory) ||
+        user->pw_gecos != std::string(accountComment))
+        return;
+    const AccountDifference account = {false,          user->pw_name, user->pw_uid,  user->pw_gid,
+                                       user->pw_gecos, user->pw_dir,  user->pw_shell};
+    const group* own = getgrgid(account.gid);
+    if (own != nullptr && own->gr_gid != 0 && own->gr_gid < firstOfUsers &&
+        (own->gr_name == account.name || own->gr_mem[0] == nullptr))
+        found.accounts.push_back({true, own->gr_name, 0, own->gr_gid, "", "", ""});
+    found.accounts.push_back(account);
+}
+
+}  // namespace
+
+Failure FindUnsavedSetups(int liveTree, SavedSetup& saved) {
+    saved = {};
+    RecordDirectory record{QLatin1String(sharedDirectory)};
+    std::optional<Manifest> manifest;
+    Failure failure = record.Open();
+    if (!failure)
+        failure = ReadManifest(record, manifest);
+    if (failure)
+        return failure;
+    saved.isComplete = true;
+    Differences found;
+    UnsavedSetups unsaved(liveTree, found);
+    if (manifest && !manifest->entries.empty())
+        unsaved.AddListed(*manifest);
+    else if (manifest || HasRunScript(liveTree))
+        unsaved.AddTable();
+    if (found.paths.empty())
+        return {};
+    AddUnsavedAccount(found);
+    found.services.push_back({Change::Create, serviceUnit, "", "active"});
+    saved.attempts.push_back(std::move(found));
+    return {};
+}

@@ -1,0 +1,11 @@
+// What setups made that did not save the state before them.
+#pragma once
+
+#include "Problem.h"
+#include "undo/SavedSetup.h"
+
+// Finds what the manifest lists or, without one, what the installation table has, as one setup
+// before which nothing was there. Without a manifest and a run script of this version, everything
+// belongs to other versions, and nothing is found. `liveTree` is as for FindUndo. Fails with
+// RecordUnusable if the manifest is damaged.
+Failure FindUnsavedSetups(int liveTree, SavedSetup& saved);
