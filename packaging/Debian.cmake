@@ -59,7 +59,8 @@ set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME ${runtime})
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION science)
 # The postinst replaces a generated one that would run ldconfig, which does not see this library.
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA
-  ${debian}/conffiles ${PROJECT_BINARY_DIR}/docs/postinst ${PROJECT_BINARY_DIR}/docs/postrm)
+  ${debian}/conffiles ${PROJECT_BINARY_DIR}/docs/postinst ${PROJECT_BINARY_DIR}/docs/prerm
+  ${PROJECT_BINARY_DIR}/docs/postrm)
 # Libraries are found from the binaries; the commit script creates accounts.
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS passwd)

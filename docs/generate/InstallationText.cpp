@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "generate/Texts.h"
+#include "undo/SavedStates.h"
 
 namespace {
 
@@ -130,7 +131,6 @@ void WriteElsewhereTable(std::ostream& guide) {
 
 void WriteRemovalSettings(std::ostream& script) {
     WriteSetting(script, "tree", sharedDirectory);
-    WriteSetting(script, "run_script", PathOf(Find(Item::RunScript), sharedDirectory));
     WriteSetting(script, "unit", serviceUnit);
     WriteSetting(script, "unit_file", Find(Item::Unit).path);
     WriteSetting(script, "log", Find(Item::RootLog).path);
@@ -140,6 +140,10 @@ void WriteRemovalSettings(std::ostream& script) {
     WriteSetting(script, "slots", std::string(slotPrefix) + '*');
     WriteSetting(script, "record", Find(Item::AccountRecord).path);
     WriteSetting(script, "setup_record", Find(Item::Record).path);
+    WriteSetting(script, "manifest", Find(Item::Manifest).path);
+    WriteSetting(script, "first_state",
+                 Find(Item::SavedStates).path + ('/' + std::string(stateBeforeFirstSetup)));
+    WriteSetting(script, "lock", Find(Item::RootLock).path);
     WriteSetting(script, "account", accountName);
     WriteSetting(script, "account_comment", accountComment);
 }
@@ -149,15 +153,29 @@ void WriteUpgradeSettings(std::ostream& script) {
     WriteSetting(script, "version", HX_VERSION);
 }
 
+void WriteElsewhereTest(std::ostream& script) {
+    WriteSetting(script, "run_script", PathOf(Find(Item::RunScript), sharedDirectory));
+    script << R"sh(
+# True when another copy of the product made the present setup, whose files stay. Members of the
+# service group can write to the run script, so it is read and never run.
+set_up_elsewhere()
+{
+    [ -f "$run_script" ] || return 1
+    root=$(sed -n 's/^cvset CORV_ROOT "\([^"]*\)".*/\1/p' "$run_script" | head -n 1)
+    [ -n "$root" ] && [ "$(readlink -m -- "$root")" != "$product" ]
+}
+)sh";
+}
+
 void WriteLogPath(std::ostream& settings) {
     settings << Find(Item::RootLog).path << '\n';
 }
 
-// The unit needs more than its removal.
+// The unit needs more than its removal, and the lock goes last.
 void WriteRemovedFiles(std::ostream& script) {
     for (const Entry& entry : Entries()) {
         if (entry.kind == Kind::File && !IsInTree(entry) && entry.removal == Removal::Remove &&
-            entry.item != Item::Unit)
+            entry.item != Item::Unit && entry.item != Item::RootLock)
             script << entry.path << " \\\n";
     }
 }
@@ -178,6 +196,18 @@ void WritePrivateParents(std::ostream& script) {
     }
     for (const std::string& parent : parents)
         script << parent << " \\\n";
+}
+
+void WritePurgedFiles(std::ostream& script) {
+    std::string separator;
+    for (const Entry& entry : Entries()) {
+        if (!IsInTree(entry) || entry.removal != Removal::Purge || entry.kind == Kind::Directory ||
+            entry.item == Item::QueueEntries)
+            continue;
+        script << separator << QuotedPath(entry);
+        separator = " | ";
+    }
+    script << ")\n";
 }
 
 void WriteSharedPaths(std::ostream& script) {

@@ -120,6 +120,7 @@ protected:
             "/var/lib/corvane26 /usr/bin/corvane26* /srv/away "
             "/run/corvane26* "
             "/etc/systemd/system/*/corvane2* /etc/systemd/system/corvane2*; "
+            "rmdir /etc/systemd/system/multi-user.target.wants; "
             "systemctl daemon-reload; userdel corvsrvc; groupdel corvsrvc; userdel ann; "
             "userdel svc; groupdel svc; groupdel lab");
     }
@@ -314,9 +315,10 @@ TEST_F(Package, KeepsDirectoriesRenamedLikePrivateOnes) {
         "touch .corvane26_setup_killed/corvane26_slot.1.x/job .corvane26_setup_secret/key; "
         "chown corvsrvc .corvane26_setup_nobody");
     hx_test::ExpectHolds(Purge(), "/var/corvane contains files that no setup created");
-    EXPECT_EQ(Shell("cd /var/corvane; find . -type f -o -name moved | sort"),
-              "./.corvane26_setup_killed/corvane26_slot.1.x/job\n"
-              "./.corvane26_setup_nobody/corvane26_new/moved\n./.corvane26_setup_secret/key\n");
+    EXPECT_EQ(Shell("cd /var/corvane; find . -type f -o -name moved | sort |"
+                    "sed 's/[.][0-9]*-[0-9]*//'"),
+              "./.corvane26_setup_nobody/corvane26_new/moved\n./.corvane26_setup_secret/key\n"
+              "./x/job\n");
 }
 
 TEST_F(Package, KeepsAccountThatExistedBefore) {
@@ -348,6 +350,66 @@ TEST_F(Package, KeepsGroupWithMembers) {
     EXPECT_NE(s_machine->Shell("id svc").status, 0);
 }
 
+// What was there before comes back.
+TEST_F(Package, PurgeRestoresEarlierVersion) {
+    Shell(
+        "mkdir -p /var/corvane/corvanerc/corvane24server; echo 'MaxThreads: 1' > "
+        "/var/corvane/QueueLimits; chmod 600 /var/corvane/QueueLimits;"
+        "chmod 644 /var/corvane/QueueLimits; ln -s /opt/corvane24/corvane /usr/bin/corvane26");
+    const std::string state =
+        "find /var/corvane /usr/bin/corvane26* -printf '%p %m %u:%g %l\\n' | sort;"
+        "cat /var/corvane/QueueLimits";
+    const std::string before = Shell(state);
+    Install();
+    SetUpService(product);
+    EXPECT_NE(Shell(state), before);
+    Shell("dpkg -r libhxinstallbase-dev corvane26-setup");
+    Purge();
+    EXPECT_EQ(Shell(state), before);
+    EXPECT_EQ(s_machine->Shell("ls -d /etc/corvane26 /var/lib/corvane26").out, "");
+}
+
+struct PackageCall {
+    const char* name;
+    const char* arguments;  // of prerm, as dpkg calls it
+    bool removes;
+};
+
+const PackageCall packageCalls[] = {
+    {"Upgrade", "upgrade 26.1.0", false},
+    {"FailedUpgrade", "failed-upgrade 25.0.0", false},
+    {"Deconfigure", "deconfigure in-favour other 1.0", false},
+    {"Remove", "remove", true},
+};
+
+TEST_F(Package, RemovesSetupOnlyWhenRemoved) {
+    Install();
+    SetUpService(product, "--cluster-node");
+    for (const PackageCall& row : packageCalls) {
+        SCOPED_TRACE(row.name);
+        Shell(std::string("/var/lib/dpkg/info/corvane26-setup.prerm ") + row.arguments);
+        EXPECT_EQ(s_machine->Shell("test -e /usr/bin/corvane26").status, row.removes ? 1 : 0);
+    }
+}
+
+TEST_F(Package, StaysInstalledWhenSetupCannotBeRemoved) {
+    Install();
+    SetUpService(product, "--cluster-node");
+    Shell("chmod 777 /etc/corvane26");
+    const auto removal = s_machine->Shell("dpkg -r libhxinstallbase-dev corvane26-setup 2>&1");
+    EXPECT_NE(removal.status, 0);
+    hx_test::ExpectHolds(removal.out, "The package stays installed");
+    Shell("test -e /usr/bin/corvane26; dpkg -s corvane26-setup | grep '^Status: .* ok installed$'");
+}
+
+TEST_F(Package, IsPurgedWithoutItsProgram) {
+    Install();
+    SetUpService(product);
+    Shell("rm /usr/lib/corvane26/cv_computeservice /usr/lib/corvane26/cv_install");
+    hx_test::ExpectHolds(Purge(), "Cannot run /usr/lib/corvane26/cv_install.");
+    ExpectNothingLeft();
+}
+
 // Returns the first commands of the section.
 std::string CommandsOfTheGuide(const std::string& section) {
     const std::string guide = hx_test::ReadFile(HX_SOURCE_DIR "/docs/installing.md");
@@ -361,9 +423,9 @@ TEST_F(Package, IsRemovedByTheCommandsOfTheGuide) {
     Purge();
     SetUpService("/opt/corvane/lib/corvane26");
     EXPECT_EQ(Unit("ActiveState"), "active\n");
-    const std::string commands = CommandsOfTheGuide("Removing by hand");
-    EXPECT_NE(commands.find("userdel corvsrvc"), std::string::npos);
-    s_machine->Shell(commands);
+    const std::string commands = CommandsOfTheGuide("Removing without a package");
+    EXPECT_NE(commands.find("--remove --purge"), std::string::npos);
+    Shell(commands);
     EXPECT_EQ(Unit("LoadState"), "not-found\n");
     ExpectNothingLeft();
 }
