@@ -243,7 +243,7 @@ public:
     }
 
     // Other versions may have other keys.
-    void Finish() { m_manifest.answers = ParseAnswers(m_answers, AnswersForm::File).answers; }
+    void Finish() { m_manifest.answers = ParseAnswers(m_answers, AnswersForm::Record).answers; }
 
 private:
     using Taker = bool (Parsing::*)(const std::string& text);
@@ -300,7 +300,7 @@ QByteArray WriteManifest(const Manifest& manifest) {
         lines += LineOf(entry);
     // In mtree(5) format, where the facts and answers are comments.
     return RecordText("#mtree", manifest.facts,
-                      Commented(WriteAnswers(manifest.answers, AnswersForm::File)) +
+                      Commented(WriteAnswers(manifest.answers, AnswersForm::Record)) +
                           QByteArray::fromStdString(lines));
 }
 

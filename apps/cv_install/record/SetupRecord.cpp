@@ -18,13 +18,17 @@ RecordedDigest DigestOf(Item item, const QByteArray& content) {
 
 }  // namespace
 
+QByteArray RecordedAnswersText(const SetupFacts& facts, const Answers& answers) {
+    return RecordText("# Answers for the next setup", facts,
+                      WriteAnswers(answers, AnswersForm::Record));
+}
+
 Failure SetupRecord::Prepare(const SetupFacts& facts, const Answers& answers,
                              const QByteArray& script) {
     Failure failure = m_directory.Create();
     if (failure || !m_directory.IsOpen())
         return failure;
-    const QByteArray recorded = RecordText("# Answers for the next setup", facts,
-                                           WriteAnswers(answers, AnswersForm::Record));
+    const QByteArray recorded = RecordedAnswersText(facts, answers);
     failure = m_directory.Prepare(Item::RecordedScript, script);
     if (!failure)
         failure = m_directory.Prepare(Item::RecordedAnswers, recorded);

@@ -28,6 +28,9 @@ private:
     Manifest m_manifest;
 };
 
+// The text of the recorded answers. A manifest has the same facts and answers.
+QByteArray RecordedAnswersText(const SetupFacts& facts, const Answers& answers);
+
 // Reads the manifest of a record that is open. Empty if there is none. Fails with RecordUnusable if
 // it is damaged.
 Failure ReadManifest(const RecordDirectory& directory, std::optional<Manifest>& manifest);
