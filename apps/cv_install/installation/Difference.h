@@ -19,11 +19,12 @@ struct PathDifference {
     const Entry* entry = nullptr;  // its row; for web pages that of their directory; null for
                                    // enablement links of earlier services
     std::vector<std::string> changedLines = {};  // of QueueLimits, such as "MaxThreads: 8 -> 12"
+    bool keepsReplaced = false;  // what is there goes aside under a dated name
 
     bool operator==(const PathDifference&) const = default;
 };
 
-// A user or group that is created, or deleted by an undo. No account is changed.
+// A user or group that is created, or deleted by an undo.
 struct AccountDifference {
     bool isGroup = false;
     std::string name;
@@ -33,6 +34,15 @@ struct AccountDifference {
     Change change = Change::Create;
 
     bool operator==(const AccountDifference&) const = default;
+};
+
+// An attribute of the service user that a repair restores: "home", "shell" or "gid".
+struct UserChange {
+    std::string user;
+    std::string attribute;
+    std::string before, after;
+
+    bool operator==(const UserChange&) const = default;
 };
 
 // A user who joins or leaves a group.
@@ -59,9 +69,11 @@ struct Differences {
     std::vector<PathDifference> paths;  // directories before what is below them, deleted ones after
     std::vector<ServiceDifference> services;
     std::vector<const Entry*> kept = {};  // rows of files, directories and links that stay
+    std::vector<UserChange> userChanges = {};
 
     bool IsEmpty() const {
-        return accounts.empty() && members.empty() && paths.empty() && services.empty();
+        return accounts.empty() && members.empty() && paths.empty() && services.empty() &&
+               userChanges.empty();
     }
     bool operator==(const Differences&) const = default;
 };

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <memory>
 
+#include "merge/Acl.h"
 #include "merge/PlacedEntry.h"
 
 namespace {
@@ -78,6 +79,19 @@ Failure ChangeEntry(const PathDifference& difference, LiveEntry entry,
     if (wanted.kind == State::Kind::File)
         wanted.mode &= ~static_cast<mode_t>(S_ISUID | S_ISGID);
     return SetRecorded(std::move(entry), *now, wanted, changed, undo);
+}
+
+Failure RestoreAccess(const PathDifference& difference, LiveEntry entry, State& changed,
+                      Undo& undo) {
+    const std::optional<State> now = ReadAttributes(entry.descriptor);
+    if (!now)
+        return FailedInMerge(entry.path, errno);
+    if (now->kind != difference.after.kind)
+        return RefusedInMerge(entry.path, "is not what it was when the setup was planned");
+    if (now->owner != difference.after.owner &&
+        !LimitAcl(entry.descriptor.Number(), difference.after.owner))
+        return FailedInMerge(entry.path, errno);
+    return SetRecorded(std::move(entry), *now, difference.after, changed, undo);
 }
 
 Failure ChangeMode(LiveEntry entry, mode_t mode, State& changed, Undo& undo) {

@@ -20,5 +20,10 @@ Failure ChangeEntry(const PathDifference& difference, LiveEntry entry,
                     const std::string& installDir, const TreeOwners& owners, State& changed,
                     Undo& undo);
 
+// The same without further checks, for a repair. Another owner's access control list is limited
+// first.
+Failure RestoreAccess(const PathDifference& difference, LiveEntry entry, State& changed,
+                      Undo& undo);
+
 // Sets the mode of an entry without further checks.
 Failure ChangeMode(LiveEntry entry, mode_t mode, State& changed, Undo& undo);

@@ -8,12 +8,12 @@
 #include "installation/Installation.h"
 #include "installation/Mounts.h"
 
-LivePlaces::LivePlaces(std::string installDir, const TreeOwners& owners)
-    : m_installDir(std::move(installDir)), m_owners(owners) {}
+LivePlaces::LivePlaces(std::string installDir, const TreeOwners& owners, bool isExact)
+    : m_installDir(std::move(installDir)), m_owners(owners), m_isExact(isExact) {}
 
 Failure LivePlaces::OpenTree() {
     RootPath opened;
-    if (Failure failure = OpenRootParent(m_installDir, true, opened))
+    if (Failure failure = OpenRootParent(m_installDir, !m_isExact, opened))
         return failure;
     const auto parent = std::make_shared<LiveDirectory>(
         LiveDirectory{std::move(opened.parent), ParentOf(m_installDir)});
@@ -21,7 +21,8 @@ Failure LivePlaces::OpenTree() {
     auto tree = std::make_shared<LiveDirectory>();
     tree->path = m_installDir;
     tree->descriptor = OpenEntry(parent->descriptor.Number(), opened.name, O_DIRECTORY);
-    if (!tree->descriptor && errno == ENOENT)
+    const bool isOther = !tree->descriptor && (errno == ENOTDIR || errno == ELOOP);
+    if (!tree->descriptor && (errno == ENOENT || (isOther && m_isExact)))
         return {};
     if (!tree->descriptor && errno == EREMOTE)
         return RefusedInMerge(m_installDir, "is on a FUSE file system");
@@ -51,7 +52,7 @@ Failure LivePlaces::OpenParent(const std::string& path, LiveDirectory& parent,
     name = BaseNameOf(path);
     if (!IsBelow(path, m_installDir)) {
         RootPath opened;
-        Failure failure = OpenRootParent(path, path == m_installDir, opened);
+        Failure failure = OpenRootParent(path, path == m_installDir && !m_isExact, opened);
         parent.descriptor = std::move(opened.parent);
         name = opened.name;
         return failure;

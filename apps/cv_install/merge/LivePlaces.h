@@ -20,7 +20,9 @@ struct LivePlace {
 
 class LivePlaces {
 public:
-    LivePlaces(std::string installDir, const TreeOwners& owners);
+    // With `isExact`, no link to the install directory is followed, and something else in its place
+    // counts as none.
+    LivePlaces(std::string installDir, const TreeOwners& owners, bool isExact = false);
 
     // Opens the install directory if it exists. First removes what a killed setup left there.
     Failure OpenTree();
@@ -53,6 +55,7 @@ private:
 
     const std::string m_installDir;
     const TreeOwners m_owners;
+    const bool m_isExact;
     DirectoryPointer m_tree;  // null while it does not exist
     std::map<std::string, std::unique_ptr<PrivateDirectory>> m_holders;  // by directory
 };

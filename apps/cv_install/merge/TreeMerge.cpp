@@ -55,7 +55,7 @@ public:
           m_purpose(purpose),
           m_installDir(staged.installDir.toStdString()),
           m_owners(owners),
-          m_places(m_installDir, owners) {}
+          m_places(m_installDir, owners, purpose == MergePurpose::Repair) {}
     ~Impl();
     Impl(const Impl&) = delete;
     Impl& operator=(const Impl&) = delete;
@@ -80,6 +80,8 @@ private:
 
     bool IsExpected(const PathDifference& difference, const Descriptor& entry) const;
     Failure CheckTaken(const PathDifference& difference, const PlacedEntry& placed) const;
+    Failure MoveAway(const PathDifference& difference, Undo& undo);
+    static void KeepReplaced(PlacedEntry& placed);
     void RemoveDirectory(const std::string& path) const;
 
     const StagedMachine& m_staged;
@@ -154,7 +156,17 @@ Failure TreeMerge::Impl::PlaceNew(const std::vector<const PathDifference*>& diff
     undo.Add([placed] { TakeBack(*placed); });
     if (path == m_installDir)
         m_places.OpenNewTree(*placed);
-    return CheckTaken(*differences.front(), *placed);
+    if (Failure failure = CheckTaken(*differences.front(), *placed))
+        return failure;
+    if (differences.front()->keepsReplaced && placed->isReplacing)
+        KeepReplaced(*placed);
+    return {};
+}
+
+// Not at the end: nothing removes the former file when the setup is killed.
+void TreeMerge::Impl::KeepReplaced(PlacedEntry& placed) {
+    placed.aside = placed.holder->MoveBack(placed.slot);
+    placed.isReplacing = placed.aside.empty();
 }
 
 // An undo takes only what was compared.
@@ -165,7 +177,7 @@ bool TreeMerge::Impl::IsExpected(const PathDifference& difference, const Descrip
 
 Failure TreeMerge::Impl::CheckTaken(const PathDifference& difference,
                                     const PlacedEntry& placed) const {
-    if (!placed.isReplacing)
+    if (!placed.isReplacing || m_purpose == MergePurpose::Repair)
         return {};
     const Descriptor entry = OpenEntry(placed.holder->Slots(), placed.slot);
     if (!IsExpected(difference, entry) ||
@@ -184,6 +196,8 @@ Failure TreeMerge::Impl::PlaceQueueFile(const PathDifference& difference, Undo& 
         entry.descriptor ? ReadAttributes(entry.descriptor) : std::nullopt;
     if (now && IsQueueFileOfSetup(*now, m_owners)) {
         m_changed.push_back({difference.path, *now});
+        if (m_purpose == MergePurpose::Repair)
+            return RestoreAccess(difference, std::move(entry), m_changed.back().state, undo);
         return ChangeMode(std::move(entry), difference.after.mode, m_changed.back().state, undo);
     }
     // Jobs are never restored.
@@ -192,12 +206,8 @@ Failure TreeMerge::Impl::PlaceQueueFile(const PathDifference& difference, Undo& 
     const size_t count = m_placed.size();
     if (Failure failure = PlaceNew({&difference}, undo))
         return failure;
-    // Not at the end: nothing removes the former file when the setup is killed.
-    PlacedEntry& placed = *m_placed[count];
-    if (placed.isReplacing) {
-        placed.aside = placed.holder->MoveBack(placed.slot);
-        placed.isReplacing = placed.aside.empty();
-    }
+    if (m_placed[count]->isReplacing)
+        KeepReplaced(*m_placed[count]);
     return {};
 }
 
@@ -217,6 +227,8 @@ Failure TreeMerge::Impl::ChangeInPlace(const PathDifference& difference, Undo& u
         return RefusedInMerge(difference.path, "was changed during the setup");
     entry.isMountPoint = MountOf(entry.descriptor.Number()) != MountOf(parent.descriptor.Number());
     m_changed.push_back({difference.path, {}});
+    if (m_purpose == MergePurpose::Repair)
+        return RestoreAccess(difference, std::move(entry), m_changed.back().state, undo);
     return ChangeEntry(difference, std::move(entry), m_installDir, m_owners, m_changed.back().state,
                        undo);
 }
@@ -227,6 +239,10 @@ Failure TreeMerge::Impl::Delete(const PathDifference& difference, Undo& undo) {
         m_deletedDirectories.push_back(difference.path);
         return {};
     }
+    return MoveAway(difference, undo);
+}
+
+Failure TreeMerge::Impl::MoveAway(const PathDifference& difference, Undo& undo) {
     const auto placed = std::make_shared<PlacedEntry>();
     if (Failure failure = m_places.FindPlace(difference.path, *placed))
         return failure;
@@ -252,6 +268,12 @@ Failure TreeMerge::Impl::Place(const PathDifferences& differences, size_t next, 
         return PlaceQueueFile(difference, undo);
     if (IsChangedInPlace(difference, m_installDir, m_purpose))
         return ChangeInPlace(difference, undo);
+    const bool isForDirectory = difference.after.kind == State::Kind::Directory &&
+                                difference.before.kind != State::Kind::Missing;
+    if (isForDirectory && m_purpose == MergePurpose::Repair) {
+        if (Failure failure = MoveAway(difference, undo))
+            return failure;
+    }
     return PlaceNew(WithBelow(differences, next), undo);
 }
 
