@@ -261,6 +261,10 @@ Failure CreateUser(const AccountDifference& user, bool keepsGroup, Undo& undo) {
     return {};
 }
 
+Words UserCommand(const UserChange& change, const std::string& value) {
+    return {"usermod", "--" + change.attribute, value, change.user};
+}
+
 Words MemberCommand(Change change, const MemberDifference& member) {
     return {"gpasswd", change == Change::Create ? "--add" : "--delete", member.user, member.group};
 }
@@ -327,6 +331,19 @@ Failure ApplyMembers(const std::vector<MemberDifference>& members, Undo& undo) {
     for (const MemberDifference& member : members) {
         if (Failure failure = ChangeMember(member, undo))
             return failure;
+    }
+    return {};
+}
+
+Failure ApplyUserChanges(const std::vector<UserChange>& changes, Undo& undo) {
+    for (const UserChange& change : changes) {
+        if (const auto reason = RunTool(UserCommand(change, change.after), Messages::Shown)) {
+            return AccountProblem(
+                QStringLiteral("cannot change %1 of user \"%2\" to \"%3\"")
+                    .arg(Text(change.attribute), Text(change.user), Text(change.after)),
+                *reason);
+        }
+        undo.Add([change] { TakeBack(UserCommand(change, change.before)); });
     }
     return {};
 }

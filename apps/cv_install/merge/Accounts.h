@@ -20,6 +20,9 @@ Failure FindAccountDifferences(const LiveRows& atStaging, const StagedMachine& s
 // gpasswd.
 Failure ApplyAccounts(const Differences& differences, Undo& undo);
 
+// Restores attributes of users by usermod.
+Failure ApplyUserChanges(const std::vector<UserChange>& changes, Undo& undo);
+
 // Changes the members of a group by gpasswd, which keeps the other groups of each user.
 Failure ApplyMembers(const std::vector<MemberDifference>& members, Undo& undo);
 

@@ -81,6 +81,16 @@ Json ObjectOf(const MemberDifference& member) {
                : ChangeObject("name", member.user, "member", member.change, nullptr, membership);
 }
 
+// Numbers are numbers, as in the object of a new user.
+Json AttributeObject(const std::string& attribute, const std::string& value) {
+    Json object = Json::object();
+    if (attribute == "gid")
+        object[attribute] = QString::fromStdString(value).toUInt();
+    else
+        object[attribute] = value;
+    return object;
+}
+
 Json ServiceState(const std::string& state) {
     return state.empty() ? Json() : Json{{"state", state}};
 }
@@ -119,6 +129,10 @@ nlohmann::ordered_json JsonOf(const Differences& differences) {
     Json changes = Json::array();
     for (const AccountDifference& account : differences.accounts)
         changes.push_back(ObjectOf(account));
+    for (const UserChange& each : differences.userChanges)
+        changes.push_back(ChangeObject("name", each.user, "user", Change::Modify,
+                                       AttributeObject(each.attribute, each.before),
+                                       AttributeObject(each.attribute, each.after)));
     for (const MemberDifference& member : differences.members)
         changes.push_back(ObjectOf(member));
     for (const PathDifference& path : differences.paths)

@@ -81,6 +81,7 @@ QString CountsOf(const Differences& differences) {
         ++counts[VerbOf(pathVerbs, account.change)];
     for (const PathDifference& path : differences.paths)
         ++counts[VerbOf(pathVerbs, path.change)];
+    counts[VerbOf(pathVerbs, Change::Modify)] += differences.userChanges.size();
     for (const MemberDifference& member : differences.members)
         ++counts[VerbOf(memberVerbs, member.change)];
     for (const ServiceDifference& service : differences.services)
@@ -168,6 +169,11 @@ void Printer::PrintAccounts() const {
                              .arg(verb, OfBytes(account.name), QString::number(account.uid),
                                   OfBytes(account.shell)));
         }
+    }
+    for (const UserChange& change : m_differences.userChanges) {
+        accounts.Add(QStringLiteral("change user %1: %2 %3")
+                         .arg(OfBytes(change.user), OfBytes(change.attribute),
+                              OldAndNew(OfBytes(change.before), OfBytes(change.after))));
     }
     for (const MemberDifference& member : m_differences.members) {
         const QString preposition = QLatin1String(member.change == Change::Delete ? "from" : "to");
