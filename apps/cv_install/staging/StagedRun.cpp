@@ -107,7 +107,8 @@ void Receive(int socket, StagedResult& result) {
     result.staged = std::move(staged);
 }
 
-Failure EnterPrivateMounts(Descriptor& liveTree, StagedMachine& staged, QString& impossible) {
+Failure EnterPrivateMounts(Descriptor& liveTree, TreeView view, StagedMachine& staged,
+                           QString& impossible) {
     const ServiceStates services = FindServiceStates();
     staged.isManagerRunning = services.isManagerRunning;
     staged.activeServices = services.active;
@@ -115,17 +116,18 @@ Failure EnterPrivateMounts(Descriptor& liveTree, StagedMachine& staged, QString&
     if (!impossible.isEmpty())
         return {};
     const TimeLimit limit;
-    return PrivateMounts::Fill(liveTree, staged);
+    const Descriptor none;
+    return PrivateMounts::Fill(view == TreeView::Copied ? liveTree : none, staged);
 }
 
 ExitStatus RunChild(int socket, const QString& installDir, Descriptor& liveTree,
-                    const std::function<Failure(StagedMachine&)>& setup) {
+                    const std::function<Failure(StagedMachine&)>& setup, TreeView view) {
     StagedMachine staged;
     staged.installDir = installDir;
     QString impossible;
     Failure failure;
     if (getuid() == 0)
-        failure = EnterPrivateMounts(liveTree, staged, impossible);
+        failure = EnterPrivateMounts(liveTree, view, staged, impossible);
     if (!impossible.isEmpty()) {
         Send(socket, Encode(impossible, staged), nullptr);
         return ExitStatus::Complete;
@@ -148,7 +150,7 @@ ExitStatus RunChild(int socket, const QString& installDir, Descriptor& liveTree,
 }  // namespace
 
 StagedResult RunStaged(const QString& installDir, Descriptor& liveTree,
-                       const std::function<Failure(StagedMachine&)>& setup) {
+                       const std::function<Failure(StagedMachine&)>& setup, TreeView view) {
     StagedResult result;
     int sockets[2] = {-1, -1};
     if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, sockets) != 0) {
@@ -164,7 +166,7 @@ StagedResult RunStaged(const QString& installDir, Descriptor& liveTree,
         return result;
     }
     if (forked == 0)
-        std::exit(static_cast<int>(RunChild(sender.Number(), installDir, liveTree, setup)));
+        std::exit(static_cast<int>(RunChild(sender.Number(), installDir, liveTree, setup, view)));
     sender = Descriptor();
     Receive(receiver.Number(), result);
     const int status = ChildProcess::Wait();
