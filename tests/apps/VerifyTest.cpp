@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <filesystem>
 
+#include "apps/Damages.h"
 #include "apps/JsonSchema.h"
 #include "apps/Leaks.h"
 #include "apps/RootSetup.h"
@@ -26,131 +27,6 @@ namespace {
 namespace fs = std::filesystem;
 
 using Lines = std::vector<std::string>;
-
-constexpr uid_t strange = 12345;
-
-// What is damaged: a row of the installation table, or a web page.
-struct Target {
-    std::string path;
-    Kind kind = Kind::File;
-    bool hasContent = false;  // that is the setup's
-};
-
-struct Damage {
-    const char* name;
-    const char* attribute;
-    bool (*fits)(const Target& target);
-    void (*put)(const std::string& path);
-    void (*restore)(const std::string& path, const struct stat& before);
-};
-
-bool FitsAll(const Target& /*target*/) {
-    return true;
-}
-
-bool HasMode(const Target& target) {
-    return target.kind != Kind::Link;
-}
-
-std::string Aside(const std::string& path) {
-    return path + ".aside";
-}
-
-void MoveAside(const std::string& path) {
-    fs::rename(path, Aside(path));
-}
-
-void MoveBack(const std::string& path, const struct stat& /*before*/) {
-    fs::remove(path);
-    fs::rename(Aside(path), path);
-}
-
-void RestoreOwner(const std::string& path, const struct stat& before) {
-    EXPECT_EQ(lchown(path.c_str(), before.st_uid, before.st_gid), 0);
-}
-
-// Keeps the inode.
-void ReplaceText(const std::string& path, const std::string& text) {
-    hx_test::WriteFile(path, text);
-}
-
-std::string saved;
-
-void RestoreText(const std::string& path, const struct stat& /*before*/) {
-    ReplaceText(path, saved);
-}
-
-const Damage damages[] = {
-    {"Missing", "kind", FitsAll, MoveAside, MoveBack},
-    {"Fifo", "kind", FitsAll,
-     [](const std::string& path) {
-         MoveAside(path);
-         EXPECT_EQ(mkfifo(path.c_str(), 0666), 0);
-     },
-     MoveBack},
-    {"LinkToTheSame", "kind", HasMode,
-     [](const std::string& path) {
-         MoveAside(path);
-         fs::create_symlink(Aside(path), path);
-     },
-     MoveBack},
-    {"Mode", "mode", HasMode,
-     [](const std::string& path) { EXPECT_EQ(chmod(path.c_str(), 0711), 0); },
-     [](const std::string& path, const struct stat& before) {
-         EXPECT_EQ(chmod(path.c_str(), before.st_mode & 07777), 0);
-     }},
-    {"Owner", "owner", FitsAll,
-     [](const std::string& path) {
-         EXPECT_EQ(lchown(path.c_str(), strange, static_cast<gid_t>(-1)), 0);
-     },
-     RestoreOwner},
-    {"Group", "group", FitsAll,
-     [](const std::string& path) {
-         EXPECT_EQ(lchown(path.c_str(), static_cast<uid_t>(-1), strange), 0);
-     },
-     RestoreOwner},
-    {"LinkTarget", "target", [](const Target& target) { return target.kind == Kind::Link; },
-     [](const std::string& path) {
-         MoveAside(path);
-         fs::create_symlink("/nowhere", path);
-     },
-     MoveBack},
-    {"OneByte", "content", [](const Target& target) { return target.hasContent; },
-     [](const std::string& path) {
-         saved = hx_test::ReadFile(path);
-         std::string text = saved;
-         text.back() = static_cast<char>(text.back() ^ 1);
-         ReplaceText(path, text);
-     },
-     RestoreText},
-    {"Appended", "content", [](const Target& target) { return target.hasContent; },
-     [](const std::string& path) {
-         saved = hx_test::ReadFile(path);
-         ReplaceText(path, saved + '\n');
-     },
-     RestoreText},
-};
-
-constexpr unsigned conditions = AsRoot | WithoutClusterNode | WithSubmissionScripts;
-
-// Logs, locks and temporary files come and go; accounts have no path. The manifest does not contain
-// its own content.
-std::vector<Target> Targets() {
-    std::vector<Target> targets;
-    for (const Entry& entry : Entries()) {
-        const std::string path = PathOf(entry, sharedDirectory);
-        const bool isElsewhere =
-            path.starts_with("/tmp/") || path.starts_with("/run/") || path.starts_with("/var/log/");
-        if (!Applies(entry, conditions) || path.empty() || isElsewhere)
-            continue;
-        targets.push_back({path, entry.kind,
-                           entry.kind == Kind::File && entry.content == Content::Setup &&
-                               entry.item != Item::Manifest});
-    }
-    const std::string pages = std::string(sharedDirectory) + '/' + pagesParent;
-    targets.push_back({pages + "/resources/index.html", Kind::File, true});
-    return targets;
-}
 
 Lines LinesOf(const VerifyResult& result) {
     Lines lines;
@@ -182,8 +58,8 @@ void ReadInstallation(RecordedInstallation& installation) {
 void ExpectEachDamage(const RecordedInstallation& installation) {
     EXPECT_EQ(DifferencesOf(installation), Lines());
     int count = 0;
-    for (const Target& target : Targets()) {
-        for (const Damage& damage : damages) {
+    for (const Target& target : DamagedTargets()) {
+        for (const Damage& damage : Damages()) {
             if (!damage.fits(target))
                 continue;
             SCOPED_TRACE(damage.name);
