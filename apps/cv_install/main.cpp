@@ -17,6 +17,7 @@
 #include "apply/SetupLog.h"
 #include "installation/SetupLock.h"
 #include "installation/TreeCheck.h"
+#include "repair/RepairSetup.h"
 #include "report/JsonReport.h"
 #include "undo/RemoveSetup.h"
 #include "undo/UndoSetup.h"
@@ -43,6 +44,8 @@ ExitStatus RunSetup(Arguments& arguments) {
                             arguments.Has(OwnOption::DryRun) ? SetupLock::Purpose::DryRun
                                                              : SetupLock::Purpose::Setup);
     }
+    if (!failure && arguments.Has(OwnOption::Repair))
+        return RepairAsRoot(arguments, lock);
     if (!failure && arguments.Has(OwnOption::Undo))
         return UndoAsRoot(arguments, lock);
     if (!failure && arguments.Has(OwnOption::Remove))

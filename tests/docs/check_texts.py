@@ -233,6 +233,7 @@ others = {
     "Please enter a number from 1 to %zu, or q.", "# State before a setup", "all other directories",
     "Undo of the setup of %s by %s:", "Kept as it is now:", "cv_install: undid the setup of %s",
     "Files of %s %s were searched for in: %s. Not searched: %s.", "(not a local file system)",
+    "Repair of the setup of %s:", "Left as it is:", "Nothing to repair.", "cv_install: repaired the setup of %s", "cv_install: changes of a repair: %zu", "Changes of the first round were kept.",
     "(only in part: time limit)", "file systems that are mounted below", "un the undo again",
     "un the removal again", 'cv_install: removed the setup of "%s"',
     "Settings, log, record and service account were kept. To remove them, too: cv_install --remove --purge",

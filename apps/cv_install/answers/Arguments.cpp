@@ -89,6 +89,12 @@ void CheckUser(const OptionUsage& option, const std::string& word) {
                "Run the setup as root, or without this option.");
 }
 
+// True for an option that does something else than a setup.
+bool IsAction(OwnOption option) {
+    return option == OwnOption::Verify || option == OwnOption::Status ||
+           option == OwnOption::Undo || option == OwnOption::Repair || option == OwnOption::Remove;
+}
+
 // The library's options for the values of --queue.
 const OptionUsage& QueueOptionOf(const QString& queue) {
     const std::string spelling = queue == u"internal" ? "--internal-default-queue"
@@ -168,18 +174,32 @@ void Arguments::PassOn(const OptionUsage& option, const char* value) {
         m_queue = option.queue;
 }
 
+void Arguments::RefuseTwoActions() const {
+    std::string first;
+    for (const OptionUsage& option : Options()) {
+        if (!IsAction(option.own) || !Has(option.own))
+            continue;
+        if (!first.empty())
+            Refuse("options " + Quoted(first) + " and " + Quoted(option.spellings) +
+                       " exclude each other",
+                   "Use one of them.");
+        first = option.spellings;
+    }
+}
+
 void Arguments::CheckTogether() const {
     if (Has(OwnOption::Diff) && !Has(OwnOption::DryRun))
         Refuse(R"(option "--diff" requires option "--dry-run")",
                "Use --dry-run --diff, or answer d when the setup asks whether to continue.");
-    if (Has(OwnOption::Verify) && Has(OwnOption::Status))
-        Refuse(R"(options "--verify" and "--status" exclude each other)", "Use one of them.");
+    RefuseTwoActions();
+    if (Has(OwnOption::Repair) &&
+        (!m_answers.All().empty() || m_queue != QueueOption::None || Has(OwnOption::Answers)))
+        Refuse(R"(option "--repair" takes no answers)",
+               "It uses those of the previous setup. To change them, run the setup.");
     if (Has(OwnOption::Force) && !Has(OwnOption::Undo))
         Refuse(R"(option "--force" requires option "--undo")", "Use: --undo --force");
     if (Has(OwnOption::Purge) && !Has(OwnOption::Remove))
         Refuse(R"(option "--purge" requires option "--remove")", "Use: --remove --purge");
-    if (Has(OwnOption::Undo) && Has(OwnOption::Remove))
-        Refuse(R"(options "--undo" and "--remove" exclude each other)", "Use one of them.");
     if (UsesStream(OwnOption::Answers) && !Has(OwnOption::Yes))
         Refuse(R"(option "--answers -" requires option "--yes")",
                "Standard input cannot also contain the answers to questions.");

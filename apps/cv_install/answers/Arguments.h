@@ -40,6 +40,7 @@ private:
     void Take(const OptionUsage& option, const std::string& word, const char* value);
     void TakeAnswer(const AnswerRow& row, const std::string& word, const char* text);
     void PassOn(const OptionUsage& option, const char* value);
+    void RefuseTwoActions() const;
     void CheckTogether() const;
 
     std::map<OwnOption, const char*> m_own;  // with their values; null without

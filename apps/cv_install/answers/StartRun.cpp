@@ -100,7 +100,7 @@ std::unique_ptr<CInstallBase> StartRun(Arguments& arguments, const Answers& file
     // The limits are divided by the number of cores.
     if (run->m_coreCount < 1)
         run->m_coreCount = 1;
-    if (arguments.Has(OwnOption::Yes))
+    if (arguments.Has(OwnOption::Yes) || arguments.Has(OwnOption::Repair))
         run->m_interactive = false;
     answers = {};
     answers.Complete(arguments.AnswersIn(*run));

@@ -32,6 +32,7 @@ enum class OwnOption {
     IfNeeded,
     Json,
     Restart,
+    Repair,
     Undo,
     Force,
     Remove,

@@ -77,6 +77,11 @@ constexpr OptionUsage furtherOptions[] = {
      "restart the service even if nothing that it uses has changed",
      "Only for root. Without it, the setup restarts the service only after such a change.",
      OwnOption::Restart, true},
+    {"--repair", OptionValue::None, nullptr,
+     "restore what differs from the previous setup, then end",
+     "Only for root. What --verify reports is restored without questions and with the recorded "
+     "answers. What is not the setup's is listed and left as it is.",
+     OwnOption::Repair, true},
     {"--undo", OptionValue::None, nullptr, "restore the state before the last setup, then end",
      "Only for root. What was changed after the setup is listed and kept. The plan is shown and "
      "confirmed, as that of a setup.",

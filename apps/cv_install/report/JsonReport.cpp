@@ -263,6 +263,8 @@ JsonReport::Request JsonReport::RequestIn(int argc, char** argv) {
             request.action = "undo";
         if (option->own == OwnOption::Remove)
             request.action = "remove";
+        if (option->own == OwnOption::Repair)
+            request.action = "repair";
         if (option->own == OwnOption::Verify || option->own == OwnOption::Status)
             request.action = option->own == OwnOption::Verify ? "verify" : "status";
         request.onlyReads = request.onlyReads || option->own == OwnOption::Verify ||

@@ -1,0 +1,437 @@
+#include "repair/RepairPlan.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <grp.h>
+#include <pwd.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <map>
+#include <memory>
+#include <set>
+
+#include "installation/Mounts.h"
+#include "installation/PathParts.h"
+#include "installation/ServiceState.h"
+#include "record/PreviousSetup.h"
+#include "undo/AccountUse.h"
+#include "verify/InstalledMachine.h"
+
+namespace {
+
+using Attributes = std::map<std::string, FoundDifference>;  // by attribute
+
+// True for the row of a path, or of the directory of web pages that contains it.
+bool IsRowOf(const Entry& entry, const std::string& path, const std::string& tree) {
+    const std::string row = PathOf(entry, tree);
+    return (IsStaged(entry) || IsInRecord(row)) && entry.kind != Kind::EarlierService &&
+           (path == row || (entry.ownsAllBelow && IsBelow(path, row)));
+}
+
+const Entry* FindRow(const std::string& path, const std::string& tree) {
+    const auto rows = Entries();
+    const auto found =
+        std::ranges::find_if(rows, [&](const Entry& entry) { return IsRowOf(entry, path, tree); });
+    return found == rows.end() ? nullptr : &*found;
+}
+
+bool IsContentOfSetup(const ManifestEntry& entry) {
+    return !entry.state.digest.empty();
+}
+
+class RepairPlanning {
+public:
+    RepairPlanning(const RecordedInstallation& installation, const VerifyResult& result,
+                   RepairPlan& plan);
+
+    void AddPaths();
+    void AddAccounts();
+    void AddService(bool alwaysRestart);
+
+private:
+    void TakePath(const FoundDifference& difference);
+    std::string ShownPath(const ManifestEntry& entry) const;
+    void AddPath(const ManifestEntry& entry, const std::string& shown,
+                 const Attributes& attributes);
+    std::optional<State> ReadLive(const ManifestEntry& entry) const;
+    void AddMissingParent(const std::string& path);
+    void AddLimits(PathDifference& difference, const Attributes& attributes) const;
+    QString WhyDirectoryStays(const ManifestEntry& entry, const State& live) const;
+    bool HasRecordedChild(const ManifestEntry& directory, const Descriptor& opened) const;
+    void Leave(const Attributes& attributes, const QString& reason);
+    void TakeUser(const FoundDifference& difference);
+    void TakeMember(const FoundDifference& difference);
+    bool TakeMissingAccount(const FoundDifference& difference);
+
+    const RecordedInstallation& m_installation;
+    const Manifest& m_manifest;
+    const VerifyResult& m_result;
+    const std::string m_tree;
+    const Descriptor m_top;
+    RepairPlan& m_plan;
+    std::map<std::string, Attributes> m_damaged;  // by shown path
+    std::set<std::string> m_created;              // shown paths, with everything below
+    std::vector<std::string> m_leftPaths;         // shown
+};
+
+RepairPlanning::RepairPlanning(const RecordedInstallation& installation, const VerifyResult& result,
+                               RepairPlan& plan)
+    : m_installation(installation),
+      m_manifest(installation.manifest),
+      m_result(result),
+      m_tree(TreeOf(installation.manifest)),
+      m_top(open("/", O_PATH | O_DIRECTORY | O_CLOEXEC)),
+      m_plan(plan) {
+    for (const FoundDifference& difference : m_result.differences) {
+        if (!difference.path.isEmpty())
+            m_damaged[difference.path.toStdString()].emplace(difference.attribute, difference);
+    }
+}
+
+std::string RepairPlanning::ShownPath(const ManifestEntry& entry) const {
+    const std::string path = '/' + entry.path;
+    const std::string installDir = m_installation.installDir.toStdString();
+    return path == m_tree || IsBelow(path, m_tree) ? installDir + path.substr(m_tree.size()) : path;
+}
+
+void RepairPlanning::Leave(const Attributes& attributes, const QString& reason) {
+    for (const auto& [attribute, difference] : attributes)
+        m_plan.left.push_back({difference, reason});
+}
+
+bool IsBelowOneOf(const std::string& path, const auto& directories) {
+    return std::ranges::any_of(
+        directories, [&](const std::string& directory) { return IsBelow(path, directory); });
+}
+
+void RepairPlanning::AddPaths() {
+    std::map<std::string, Attributes> damaged = m_damaged;
+    for (const ManifestEntry& entry : m_manifest.entries) {
+        const std::string shown = ShownPath(entry);
+        const auto found = damaged.find(shown);
+        const Attributes attributes = found == damaged.end() ? Attributes() : found->second;
+        if (found != damaged.end())
+            damaged.erase(found);
+        if (IsBelowOneOf(shown, m_leftPaths)) {
+            Leave(attributes, QStringLiteral("its directory is not restored"));
+            continue;
+        }
+        const bool isBelowCreated = IsBelowOneOf(shown, m_created);
+        const bool isOtherTree =
+            attributes.contains("target") && entry.state.kind != State::Kind::Link;
+        if (attributes.empty() && !isBelowCreated)
+            continue;
+        if (!entry.isInstalled || isOtherTree) {
+            Leave(attributes, QStringLiteral("it is not part of the installation"));
+            m_leftPaths.push_back(shown);
+        } else {
+            AddPath(entry, shown, attributes);
+        }
+    }
+    // Commands of the scheduler, and the product.
+    for (const auto& [path, attributes] : damaged)
+        Leave(attributes, QStringLiteral("it is not part of the installation"));
+}
+
+// systemctl disable removes the directory of the link.
+void RepairPlanning::AddMissingParent(const std::string& path) {
+    const std::string parent = ParentOf(path);
+    const auto listed = std::ranges::find_if(m_manifest.entries, [&](const ManifestEntry& entry) {
+        return '/' + entry.path == parent && !entry.isInstalled;
+    });
+    const std::optional<State> live = ReadStateAt(m_top.Number(), parent.substr(1));
+    if (listed == m_manifest.entries.end() || !live || live->kind != State::Kind::Missing)
+        return;
+    State state;
+    state.kind = State::Kind::Directory;
+    state.mode = 0755;
+    m_plan.differences.paths.push_back({Change::Create, parent, {}, state, nullptr});
+}
+
+// What other users cannot read in the install tree may be another user's.
+std::optional<State> RepairPlanning::ReadLive(const ManifestEntry& entry) const {
+    const bool isInTree = IsBelow('/' + entry.path, m_tree);
+    const Reading reading = !IsContentOfSetup(entry) ? Reading::Nothing
+                            : isInTree               ? Reading::PublicFiles
+                                                     : Reading::AllFiles;
+    const std::optional<State> live = ReadStateAt(m_top.Number(), entry.path, reading);
+    return live ? live : ReadStateAt(m_top.Number(), entry.path, Reading::Nothing);
+}
+
+void RepairPlanning::AddPath(const ManifestEntry& entry, const std::string& shown,
+                             const Attributes& attributes) {
+    const std::string path = '/' + entry.path;
+    const Entry* row = FindRow(path, m_tree);
+    std::optional<State> live = State();
+    if (!IsBelowOneOf(shown, m_created))
+        live = ReadLive(entry);
+    QString reason;
+    if (!live)
+        reason = QStringLiteral("it cannot be read");
+    else if (row == nullptr)
+        reason = QStringLiteral("it is not in a directory of the setup");
+    else if (live->kind == State::Kind::Directory && live->kind == entry.state.kind)
+        reason = WhyDirectoryStays(entry, *live);
+    if (!reason.isEmpty()) {
+        Leave(attributes, reason);
+        m_leftPaths.push_back(shown);
+        return;
+    }
+    const bool isMissing = live->kind == State::Kind::Missing;
+    PathDifference difference = {isMissing ? Change::Create : Change::Modify, path, *live,
+                                 entry.state, row};
+    const bool isFile = entry.state.kind == State::Kind::File && live->kind == State::Kind::File;
+    // The plan shows whether the content differs by the digests alone.
+    if (isFile && IsContentOfSetup(entry) && !attributes.contains("content"))
+        difference.before.digest = entry.state.digest;
+    // Pages may have been edited.
+    difference.keepsReplaced = isFile && row->ownsAllBelow && attributes.contains("content");
+    if (row->item == Item::QueueLimits)
+        AddLimits(difference, attributes);
+    if (entry.state.kind == State::Kind::Directory && live->kind != State::Kind::Directory)
+        m_created.insert(shown);
+    if (isMissing && !IsBelow(path, m_tree))
+        AddMissingParent(path);
+    for (const auto& [attribute, each] : attributes)
+        m_plan.found[path].push_back(each);
+    // Nothing is reported below a directory that is missing.
+    if (attributes.empty()) {
+        const QString kind = QLatin1String(WordOf(entry.state.kind));
+        m_plan.found[path].push_back({QString::fromStdString(shown),
+                                      {},
+                                      WordOf(entry.state.kind),
+                                      "kind",
+                                      kind,
+                                      QLatin1String(WordOf(live->kind))});
+    }
+    m_plan.differences.paths.push_back(std::move(difference));
+}
+
+void RepairPlanning::AddLimits(PathDifference& difference, const Attributes& attributes) const {
+    for (const auto& [key, value] : LimitsOf(m_manifest.answers)) {
+        const auto found = attributes.find(key);
+        if (found != attributes.end()) {
+            difference.changedLines.push_back(
+                QStringLiteral("%1: %2 -> %3")
+                    .arg(QLatin1String(key), found->second.found, value)
+                    .toStdString());
+        }
+    }
+}
+
+bool RepairPlanning::HasRecordedChild(const ManifestEntry& directory,
+                                      const Descriptor& opened) const {
+    return std::ranges::any_of(m_manifest.entries, [&](const ManifestEntry& entry) {
+        if (ParentOf(entry.path) != directory.path || !entry.isInstalled)
+            return false;
+        const std::optional<State> live =
+            ReadState(opened.Number(), BaseNameOf(entry.path), Reading::Nothing);
+        return live && live->kind == entry.state.kind && live->owner == entry.state.owner;
+    });
+}
+
+bool IsEmptyDirectory(const Descriptor& opened) {
+    const int again =
+        openat(opened.Number(), ".", O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_NOATIME | O_CLOEXEC);
+    const std::unique_ptr<DIR, int (*)(DIR*)> stream(again == -1 ? nullptr : fdopendir(again),
+                                                     closedir);
+    int count = 0;
+    while (stream != nullptr && readdir(stream.get()) != nullptr)
+        ++count;
+    return stream != nullptr && count == 2;  // "." and ".."
+}
+
+// Members of the service group can put another user's directory in the place of one in the install
+// tree, and the restored owner and mode would give them access to what is in it. Only a directory
+// that everyone can read already has no secret. A private one is taken if it contains what a setup
+// put there, where only its owner can write.
+QString RepairPlanning::WhyDirectoryStays(const ManifestEntry& entry, const State& live) const {
+    if (!IsBelow('/' + entry.path, m_tree))
+        return {};
+    const Descriptor opened = OpenDirectory(m_top.Number(), entry.path);
+    const Descriptor parent = OpenDirectory(m_top.Number(), ParentOf(entry.path));
+    if (!opened || !parent)
+        return QStringLiteral("it cannot be read");
+    if (MountOf(opened.Number()) != MountOf(parent.Number()))
+        return QStringLiteral("it is a mount point");
+    constexpr mode_t forAll = S_IROTH | S_IXOTH;
+    if ((live.mode & forAll) == forAll)
+        return {};
+    const bool isOwners = live.owner == entry.state.owner && (live.mode & S_IWGRP) == 0;
+    if (isOwners && (IsEmptyDirectory(opened) || HasRecordedChild(entry, opened)))
+        return {};
+    return QStringLiteral("it may be another user's private directory");
+}
+
+void RepairPlanning::AddAccounts() {
+    for (const FoundDifference& difference : m_result.differences) {
+        if (!difference.path.isEmpty())
+            continue;
+        const std::string kind = difference.kind;
+        if (kind == VerifyResult::member)
+            TakeMember(difference);
+        else if (kind == VerifyResult::user || kind == VerifyResult::group)
+            TakeUser(difference);
+    }
+}
+
+// True if the group exists, or is created again.
+bool HasPrimaryGroup(const AccountFacts& facts) {
+    return getgrgid(facts.primaryGid) != nullptr ||
+           (facts.primaryGid == facts.gid && getgrnam(facts.group.c_str()) == nullptr);
+}
+
+// Such as the service. usermod then refuses to change the home directory.
+bool HasUserProcesses(const AccountFacts& facts) {
+    const AccountDifference user = {false, facts.user, facts.uid, facts.primaryGid, {}, {}, {}};
+    return FindAccountUse(user, {}, std::chrono::seconds(0)).use.startsWith(u"process");
+}
+
+bool RepairPlanning::TakeMissingAccount(const FoundDifference& difference) {
+    const AccountFacts& facts = *m_manifest.account;
+    const bool isGroup = std::string(difference.kind) == VerifyResult::group;
+    const bool isTaken = isGroup ? getgrgid(facts.gid) != nullptr : getpwuid(facts.uid) != nullptr;
+    if (isTaken)
+        return false;
+    std::vector<AccountDifference>& accounts = m_plan.differences.accounts;
+    if (!isGroup && !HasPrimaryGroup(facts))
+        return false;
+    if (!isGroup) {
+        accounts.push_back({false, facts.user, facts.uid, facts.primaryGid, accountComment,
+                            facts.home, facts.shell});
+        return true;
+    }
+    // Groups before users.
+    accounts.insert(accounts.begin(), {true, facts.group, 0, facts.gid, {}, {}, {}});
+    for (const std::string& member : facts.members) {
+        const bool isUser = member == facts.user || getpwnam(member.c_str()) != nullptr;
+        if (isUser)
+            m_plan.differences.members.push_back({Change::Create, member, facts.group});
+    }
+    return true;
+}
+
+void RepairPlanning::TakeUser(const FoundDifference& difference) {
+    const std::string attribute = difference.attribute;
+    const AccountFacts& facts = *m_manifest.account;
+    if (attribute == "kind") {
+        if (!TakeMissingAccount(difference))
+            m_plan.left.push_back(
+                {difference, QStringLiteral("its number or primary group is not as recorded")});
+        return;
+    }
+    const bool isUser = std::string(difference.kind) == VerifyResult::user;
+    if (!isUser || attribute == "uid") {
+        m_plan.left.push_back({difference, QStringLiteral("numbers are never changed")});
+    } else if (attribute == "gid" && !HasPrimaryGroup(facts)) {
+        m_plan.left.push_back({difference, QStringLiteral("there is no such group")});
+    } else if (attribute == "home" && HasUserProcesses(facts)) {
+        m_plan.left.push_back({difference, QStringLiteral("the user has processes")});
+    } else {
+        m_plan.differences.userChanges.push_back({facts.user, attribute,
+                                                  difference.found.toStdString(),
+                                                  difference.expected.toStdString()});
+    }
+}
+
+void RepairPlanning::TakeMember(const FoundDifference& difference) {
+    const AccountFacts& facts = *m_manifest.account;
+    const std::string name = difference.name.toStdString();
+    const bool joins = std::ranges::find(facts.members, name) != facts.members.end();
+    if (joins && name != facts.user && getpwnam(name.c_str()) == nullptr) {
+        m_plan.left.push_back({difference, QStringLiteral("there is no such user")});
+        return;
+    }
+    m_plan.differences.members.push_back(
+        {joins ? Change::Create : Change::Delete, name, facts.group});
+}
+
+// Content, kind or target of something that the service uses changes, or its groups do.
+bool ConcernsService(const Differences& differences, const AccountFacts& facts) {
+    const auto isUsed = [](const PathDifference& path) {
+        return path.entry != nullptr && path.entry->serviceUses &&
+               (path.before.kind != path.after.kind || path.before.digest != path.after.digest ||
+                path.before.target != path.after.target);
+    };
+    const auto isUsers = [&](const MemberDifference& member) { return member.user == facts.user; };
+    const auto isGroup = [](const UserChange& change) { return change.attribute == "gid"; };
+    return std::ranges::any_of(differences.paths, isUsed) ||
+           std::ranges::any_of(differences.members, isUsers) ||
+           std::ranges::any_of(differences.userChanges, isGroup);
+}
+
+void RepairPlanning::AddService(bool alwaysRestart) {
+    constexpr const char* active = "active";
+    const auto found =
+        std::ranges::find_if(m_result.differences, [](const FoundDifference& difference) {
+            return std::string(difference.kind) == VerifyResult::service;
+        });
+    std::vector<ServiceDifference>& services = m_plan.differences.services;
+    if (found != m_result.differences.end()) {
+        services.push_back({Change::Create, serviceUnit, found->found.toStdString(), active});
+        return;
+    }
+    const bool concerns = ConcernsService(m_plan.differences, *m_manifest.account);
+    if (HasService(m_manifest) && (concerns || alwaysRestart) &&
+        PropertyOf(ServiceProperties(), "ActiveState") == QLatin1String(active))
+        services.push_back({Change::Modify, serviceUnit, active, active});
+}
+
+}  // namespace
+
+bool RepairPlan::NeedsContent() const {
+    return std::ranges::any_of(differences.paths, [](const PathDifference& path) {
+        return path.after.kind == State::Kind::File && path.entry != nullptr &&
+               path.entry->item != Item::QueueEntries &&
+               (!IsInRecord(path.path) || path.entry->item == Item::RecordedScript);
+    });
+}
+
+void RepairPlan::Leave(const std::string& path, const QString& reason) {
+    std::erase_if(differences.paths, [&](const PathDifference& each) { return each.path == path; });
+    for (const FoundDifference& each : found[path])
+        left.push_back({each, reason});
+}
+
+std::string TreeOf(const Manifest& manifest) {
+    return '/' + manifest.tree;
+}
+
+bool IsInRecord(const std::string& path) {
+    const std::string record = Find(Item::Record).path;
+    return path == record || IsBelow(path, record);
+}
+
+RepairPlan FindRepair(const RecordedInstallation& installation, const VerifyResult& result,
+                      bool alwaysRestart) {
+    RepairPlan plan;
+    RepairPlanning planning(installation, result, plan);
+    planning.AddPaths();
+    planning.AddAccounts();
+    planning.AddService(alwaysRestart);
+    return plan;
+}
+
+QByteArray WithLimits(const QByteArray& text,
+                      const std::vector<std::pair<const char*, QString>>& limits) {
+    QByteArrayList lines = text.split('\n');
+    if (lines.last().isEmpty())
+        lines.removeLast();
+    for (const auto& [key, value] : limits) {
+        const QByteArray line = key + QByteArray(": ") + value.toUtf8();
+        bool isFound = false;
+        for (QByteArray& each : lines) {
+            const qsizetype colon = each.indexOf(':');
+            if (colon == -1 || each.left(colon).toLower() != QByteArray(key).toLower())
+                continue;
+            if (each.mid(colon + 1).trimmed() != value.trimmed().toUtf8())
+                each = line;
+            isFound = true;
+        }
+        if (!isFound)
+            lines.append(line);
+    }
+    return lines.join('\n') + '\n';
+}

@@ -1,0 +1,12 @@
+// Makes the files of an installation again, as a first setup with the recorded answers would.
+#pragma once
+
+#include "answers/Arguments.h"
+#include "installation/SetupLock.h"
+#include "installation/StagedMachine.h"
+#include "record/Manifest.h"
+
+// In the child process, in a private view with an empty install directory: creates everything with
+// the account numbers of the manifest. Whatever is on the machine now is not used.
+Failure StageAgain(Arguments& arguments, const Manifest& manifest, const Descriptor& liveTree,
+                   const SetupLock& lock, StagedMachine& staged);
