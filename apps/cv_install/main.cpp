@@ -19,6 +19,7 @@
 #include "installation/TreeCheck.h"
 #include "repair/RepairSetup.h"
 #include "report/JsonReport.h"
+#include "undo/RemoveCopy.h"
 #include "undo/RemoveSetup.h"
 #include "undo/UndoSetup.h"
 #include "verify/StatusReport.h"
@@ -48,8 +49,9 @@ ExitStatus RunSetup(Arguments& arguments) {
         return RepairAsRoot(arguments, lock);
     if (!failure && arguments.Has(OwnOption::Undo))
         return UndoAsRoot(arguments, lock);
-    if (!failure && arguments.Has(OwnOption::Remove))
-        return RemoveAsRoot(arguments, lock);
+    if (!failure && arguments.Has(OwnOption::Remove)) {
+        return isRoot ? RemoveAsRoot(arguments, lock) : RemoveAsUser(arguments, installDir);
+    }
     if (!failure && isRoot)
         return RunAsRoot(arguments, file, lock);
     if (!failure)

@@ -90,12 +90,13 @@ constexpr OptionUsage furtherOptions[] = {
      "with --undo, also restore what was changed after the setup", nullptr, OwnOption::Force, true},
     {"--remove", OptionValue::None, nullptr,
      "remove what setups made and restore what was there before, then end",
-     "Only for root. Settings, log, record and service account stay, and so does what was changed "
-     "after the setup. The plan is shown and confirmed, as that of a setup.",
-     OwnOption::Remove, true},
+     "Settings, log, record and service account stay, and so does what was changed after the "
+     "setup. The plan is shown and confirmed. For a regular user, it removes what the setup of "
+     "the private copy made.",
+     OwnOption::Remove},
     {"--purge", OptionValue::None, nullptr,
      "with --remove, also remove settings, log, record and service account", nullptr,
-     OwnOption::Purge, true},
+     OwnOption::Purge},
     {"-c, -cd, --cd-install"},
     {"-cli, --cli"},
     {"-gui, --gui"},
