@@ -170,14 +170,11 @@ std::string NameOfKinds(const Kinds& test) {
     return std::string(mergings[merges].name) + PlantedEntries()[kind].name;
 }
 
-INSTANTIATE_TEST_SUITE_P(Setup, ReplacedEntries,
-                         testing::Combine(testing::Values(size_t{0}),
-                                          testing::Range(size_t{0}, PlantedEntries().size())),
-                         NameOfKinds);
-INSTANTIATE_TEST_SUITE_P(Undo, ReplacedEntries,
-                         testing::Combine(testing::Values(size_t{1}),
-                                          testing::ValuesIn(TriedRows(std::vector<size_t>{
-                                              0, 1, 2, 3, 4, 5}))),
+const std::vector<size_t> kindNumbers = {0, 1, 2, 3, 4, 5};
+
+INSTANTIATE_TEST_SUITE_P(Merges, ReplacedEntries,
+                         testing::Combine(testing::Values(size_t{0}, size_t{1}),
+                                          testing::ValuesIn(TriedRows(kindNumbers))),
                          NameOfKinds);
 INSTANTIATE_TEST_SUITE_P(Removal, ReplacedEntries,
                          testing::Combine(testing::Values(size_t{2}),

@@ -83,11 +83,6 @@ struct KilledSetups {
 const KilledSetups killedSetups[] = {{"Upgrade", internalQueue, Before::EarlierVersion},
                                      {"First", internalQueue, Before::Nothing}};
 
-// Each point needs two setups or more.
-size_t DistanceOfPoints() {
-    return TriesEveryFault() ? 1 : 3 * PointStep();
-}
-
 class KilledAndUndone : public testing::TestWithParam<KilledSetups> {};
 
 // There is no state of a setup that was killed before it saved one and changed anything, nor of one
@@ -104,8 +99,7 @@ TEST_P(KilledAndUndone, SetupLeavesMachineAsItWasBefore) {
     const KilledSetups& row = GetParam();
     const TracedResult whole = TraceUndisturbed(row.kind, row.before);
     size_t points = 0;
-    for (size_t call = whole.callsBeforeMerge + 1; call <= whole.calls[0];
-         call += DistanceOfPoints()) {
+    for (size_t call = whole.callsBeforeMerge + 1; call <= whole.calls[0]; call += PointStep()) {
         SCOPED_TRACE("call " + std::to_string(call));
         HX_EXPECT_SCENARIO([&] {
             PrepareMachine(row.kind, row.before);
@@ -129,7 +123,7 @@ TEST_P(KilledAndUndone, UndoIsCompletedByAnotherOne) {
     const KilledSetups& row = GetParam();
     size_t points = 0;
     bool isStruck = true;
-    for (size_t call = 1; isStruck; call += DistanceOfPoints()) {
+    for (size_t call = 1; isStruck; call += PointStep()) {
         SCOPED_TRACE("call " + std::to_string(call));
         const std::string result = ResultInRoot([&] {
             PrepareMachine(row.kind, row.before);
