@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <csignal>
 #include <cstdio>
 #include <filesystem>
 #include <regex>
@@ -10,6 +11,7 @@
 #include "apps/JsonSchema.h"
 #include "apps/RootSetup.h"
 #include "apps/SetupMachine.h"
+#include "apps/TracedSetup.h"
 #include "harness/Effort.h"
 #include "harness/Expect.h"
 #include "harness/TempDir.h"
@@ -325,6 +327,28 @@ const LeftDamage leftDamages[] = {
      "cd /var/lib/corvane26; mv kept manifest", 68,
      "cv_install: cannot use record \"/var/lib/corvane26/manifest\": it is damaged\n"},
 };
+
+TEST(Repair, IsCompletedByAnotherOneAfterKill) {
+    HX_REQUIRE_THROWAWAY_ROOT();
+    const size_t first = TriesEveryFault() ? 1 : 250;
+    const size_t step = TriesEveryFault() ? 1 : 10000;
+    const std::string points = ResultInRoot([&] {
+        SetUpForRepair();
+        const RepairedState before;
+        size_t call = first;
+        for (bool isStruck = true; isStruck; call += step) {
+            SCOPED_TRACE("call " + std::to_string(call));
+            DamageAll();
+            const auto killed = RunTraced({"/opt/corvane26/cv_install", "--repair"},
+                                          {SetupProcess::Parent, call, SIGKILL});
+            isStruck = !killed.struckCall.empty();
+            WaitForOtherProcesses();
+            ExpectRepaired(before, RunAction({"--repair"}));
+        }
+        return std::to_string((call - first) / step - 1);
+    });
+    std::printf("kills of a repair: %s\n", points.c_str());
+}
 
 TEST(Repair, ChangesNothingThatIsNotTheSetups) {
     HX_REQUIRE_THROWAWAY_ROOT();

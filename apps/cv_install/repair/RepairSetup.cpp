@@ -311,6 +311,8 @@ Failure SetupRepair::ContentOf(const PathDifference& difference, QByteArray& con
 
 // Writes the new files next to the present ones.
 Failure SetupRepair::PrepareRecord() {
+    if (m_lock.FoundIncompleteMerge())
+        m_installation.record->RemoveIfEmpty();
     Failure failure;
     for (const PathDifference& difference : m_plan.differences.paths) {
         if (failure || !IsInRecord(difference.path))
@@ -406,14 +408,16 @@ Failure SetupRepair::Run(ExitStatus& status) {
     bool isChanged = false;
     for (int round = 0; !failure; ++round) {
         failure = Plan(round);
-        if (!failure && !m_plan.differences.IsEmpty())
+        if (!failure && (!m_plan.differences.IsEmpty() || m_lock.FoundIncompleteMerge()))
             failure = Prepare(status);
         if (failure || status != ExitStatus::Complete)
             break;
         if (m_plan.differences.IsEmpty() && isChanged)
             return Finish();
         failure = Show(round);
-        if (m_plan.differences.IsEmpty() || IsDryRun()) {
+        // What a killed setup or repair left is removed even if nothing differs.
+        const bool cleansUp = round == 0 && m_lock.FoundIncompleteMerge();
+        if ((m_plan.differences.IsEmpty() && !cleansUp) || IsDryRun()) {
             if (!IsDryRun())
                 SetupLog::Discard();
             else if (Console::IsQuiet())
