@@ -13,8 +13,8 @@
 // of root's and goes to its place by an exchange; what was there is looked at only then.
 // An undo also deletes entries of the tree and empty directories. It fails if an entry is no longer
 // the one that was compared, and creates files and links again rather than changing their owner. So
-// does a repair, which also replaces what is in place of a directory, follows no link to the install
-// directory, and restores directories of any owner: its plan decides which.
+// does a repair, which also replaces what is in place of a directory, follows no link to the
+// install directory, and restores directories of any owner: its plan decides which.
 enum class MergePurpose { Setup, Undo, Repair };
 
 class TreeMerge {
