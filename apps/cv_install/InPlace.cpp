@@ -73,7 +73,7 @@ Failure AcceptWithoutRecord(const CInstallBase& run, const Failure& failure) {
 
 // Everything that changes the machine. In a setup as root the tree is checked again after the
 // confirmation and before the script, because other users can change it meanwhile.
-Failure CarryOut(CInstallBase& run, const Answers& previous, const Answers& answers,
+Failure CarryOut(CInstallBase& run, const PreviousSetup& previous, const Answers& answers,
                  const MemberChanges& members, const SetupLock& lock, CommitScript& script) {
     const unsigned conditions = ConditionsOf(run, answers) | InPlace;
     const bool root = IsRootSetup(run);
@@ -81,7 +81,7 @@ Failure CarryOut(CInstallBase& run, const Answers& previous, const Answers& answ
     PackedPages packed;
     Failure failure;
     if (root)
-        failure = Confirm(run, previous, conditions, members, script);
+        failure = Confirm(run, previous.answers, conditions, members, script);
     if (!failure)
         packed.Read(run, conditions);
     if (!failure && root)
@@ -95,11 +95,13 @@ Failure CarryOut(CInstallBase& run, const Answers& previous, const Answers& answ
         failure = FindUnsafePath(run.m_installDir, Changes::RunTimeFiles);
     if (!failure)
         failure = WriteScript(run, script, Changes::RunTimeFiles);
+    const FormerPages formerPages = FindReplacedPages(previous.manifest, packed, conditions);
     SetupRecord record({.installDir = run.m_installDir,
                         .productDir = run.m_binariesDir,
                         .conditions = conditions,
                         .serviceUser = run.m_serviceUser,
                         .serviceGroup = run.m_serviceGroup,
+                        .formerPages = formerPages,
                         .packed = &packed});
     if (!failure) {
         failure = AcceptWithoutRecord(
@@ -112,9 +114,12 @@ Failure CarryOut(CInstallBase& run, const Answers& previous, const Answers& answ
         failure->changes = Changes::RunTimeFiles;
         return failure;
     }
+    const Descriptor tree(open(run.m_installDir.toUtf8().constData(), O_PATH | O_CLOEXEC));
     const EntryList keptPages = FindKeptPages(run, conditions);
     Interruption::ComesTooLate();
-    failure = FollowScript(script, lock, ScriptOutput::Shown);
+    failure = ReplacePages(tree.Number(), formerPages, packed, conditions);
+    if (!failure)
+        failure = FollowScript(script, lock, ScriptOutput::Shown);
     if (!failure)
         failure = CheckResult(run, conditions, keptPages, packed);
     if (!failure && root)
@@ -125,7 +130,6 @@ Failure CarryOut(CInstallBase& run, const Answers& previous, const Answers& answ
         failure = AcceptWithoutRecord(run, record.Place());
     if (failure || keptPages.empty())
         return failure;
-    const Descriptor tree(open(run.m_installDir.toUtf8().constData(), O_PATH | O_CLOEXEC));
     WarnOfKeptPages(run, tree.Number(), keptPages, packed);
     return {};
 }
@@ -189,7 +193,7 @@ Failure RunInPlace(Arguments& arguments, const Answers& file, const SetupLock& l
     if (failure || !continues)
         return failure;
     CommitScript script;
-    failure = CarryOut(*run, previous.answers, answers, members, lock, script);
+    failure = CarryOut(*run, previous, answers, members, lock, script);
     Summary summary = SummaryOf(*run);
     const bool isInstalled = !failure;
     if (isInstalled)

@@ -129,7 +129,8 @@ Failure MergeAndReport(const SetupLock& lock, const StagedMachine& staged,
                         .productDir = staged.productDir,
                         .conditions = staged.conditions,
                         .serviceUser = staged.serviceUser,
-                        .serviceGroup = staged.serviceGroup});
+                        .serviceGroup = staged.serviceGroup,
+                        .formerPages = staged.formerPages});
     SavedStates states;
     SetupLog::Keep();
     // A merge ends by itself within seconds.

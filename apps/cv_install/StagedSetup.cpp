@@ -1,5 +1,9 @@
 #include "StagedSetup.h"
 
+#include <unistd.h>
+
+#include <cerrno>
+
 #include "Console.h"
 #include "answers/AnswersFile.h"
 #include "answers/Members.h"
@@ -11,10 +15,12 @@
 #include "installation/SetupRun.h"
 #include "merge/ServiceAccount.h"
 #include "merge/Services.h"
+#include "record/ReplacedPages.h"
 #include "report/JsonReport.h"
 #include "report/Report.h"
 #include "report/ResultCheck.h"
 #include "report/Summary.h"
+#include "staging/ViewMounts.h"
 
 namespace {
 
@@ -44,6 +50,18 @@ Failure FindNeed(const StagedMachine& staged, const LiveReader& read, bool& isNe
     return {};
 }
 
+// Removes the staged directories of web pages that the script is to unpack again. They are empty.
+Failure StageNewPages(const CInstallBase& run, const PreviousSetup& previous,
+                      const PackedPages& packed, StagedMachine& staged) {
+    staged.formerPages = FindReplacedPages(previous.manifest, packed, staged.conditions);
+    for (const Entry& entry : Entries()) {
+        const std::string path = PathOf(entry, run.m_installDir.toStdString());
+        if (IsReplaced(entry, staged.formerPages) && rmdir(path.c_str()) != 0 && errno != ENOENT)
+            return StagingFailed(path);
+    }
+    return {};
+}
+
 }  // namespace
 
 Failure StageFiles(CInstallBase& run, const PreviousSetup& previous, const Descriptor& liveTree,
@@ -51,8 +69,8 @@ Failure StageFiles(CInstallBase& run, const PreviousSetup& previous, const Descr
     HideMembersFromScript(run);
     PackedPages packed;
     packed.Read(run, staged.conditions);
-    Failure failure;
-    {
+    Failure failure = StageNewPages(run, previous, packed, staged);
+    if (!failure) {
         // For a user, the library reports each file.
         const Console::Printing detail(Console::Importance::Detail);
         failure = WriteRunTimeFiles(run, staged.conditions);

@@ -74,7 +74,8 @@ const char* LaterOf(const Entry& entry) {
         case Later::KeepsContent:
             return "keeps the content; sets mode and owner";
         case Later::Keeps:
-            return "keeps it";
+            return entry.check == Check::Archive ? "keeps it; replaces pages of an earlier product"
+                                                 : "keeps it";
         default:
             return "removes it";
     }

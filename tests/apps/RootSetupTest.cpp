@@ -351,6 +351,51 @@ TEST(RootSetup, RepeatsChosenAnswersAfterUpgrade) {
     });
 }
 
+// The product gets a page, loses one, and has others of the same names.
+constexpr const char* newPages =
+    "cd /opt/corvane26/docroot; rm -rf /srv/pages; mkdir /srv/pages; cd /srv/pages;"
+    "tar -xf /opt/corvane26/docroot/resources.tar; cd resources; mkdir js;"
+    "echo new > index.html; echo new > new.html; echo new > js/new.js; mv style.css ../;"
+    "cd ..; tar -cf /opt/corvane26/docroot/resources.tar resources";
+
+TEST(RootSetup, ReplacesPagesOfEarlierProduct) {
+    HX_REQUIRE_THROWAWAY_ROOT();
+    const std::string pages = "cd /var/corvane/corvanerc/corvane26server/resources; ";
+    for (const RootMode mode : {RootMode::Staged, RootMode::InPlace}) {
+        for (const bool isEdited : {false, true}) {
+            HX_EXPECT_SCENARIO([&] {
+                LayOutRootSetup();
+                EXPECT_EQ(RunRootSetup({"--yes"}, {}, mode).status, 0);
+                Shell(pages + "echo own > own.html; chown corvsrvc:corvsrvc own.html");
+                if (isEdited)
+                    Shell(pages + "echo edited > index.html; echo edited > style.css");
+                Shell(newPages);
+                const auto upgrade = RunRootSetup({"--yes"}, {}, mode);
+                EXPECT_EQ(upgrade.status, 0) << upgrade.out;
+                EXPECT_EQ(upgrade.err.find("\"index.html\" was replaced; what was there is now ") !=
+                              std::string::npos,
+                          isEdited)
+                    << upgrade.err;
+                std::string files =
+                    "./index.html 644 corvsrvc\n./js/new.js 644 corvsrvc\n"
+                    "./new.html 644 corvsrvc\n./own.html 644 corvsrvc";
+                if (isEdited)
+                    files += "\n./style.css 644 corvsrvc";
+                EXPECT_EQ(Shell(pages + "find . -type f ! -name 'index.html.*' -printf '%p %m %u\n'"
+                                        " | LC_ALL=C sort"),
+                          files);
+                EXPECT_EQ(Shell(pages + "cat index.html new.html js/new.js own.html"),
+                          "new\nnew\nnew\nown");
+                EXPECT_EQ(Shell(pages + "cat index.html.*; true"), isEdited ? "edited" : "");
+                const auto again = RunRootSetup({"--yes"}, {}, mode);
+                EXPECT_EQ(again.status, 0);
+                EXPECT_EQ(again.err.find("index.html"), std::string::npos) << again.err;
+                EXPECT_EQ(Shell("/opt/corvane26/cv_install --verify > /dev/null; echo $?"), "0");
+            });
+        }
+    }
+}
+
 TEST(RootSetup, HasMembersExactlyAsAnswered) {
     HX_REQUIRE_THROWAWAY_ROOT();
     HX_EXPECT_SCENARIO([] {

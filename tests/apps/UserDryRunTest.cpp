@@ -145,6 +145,20 @@ TEST(UserDryRun, ListsWhatSetupChanges) {
                         Expected::Changes, ifNeeded);
 }
 
+TEST(UserDryRun, ListsPagesOfNewProduct) {
+    HX_REQUIRE_NAMESPACES();
+    const PrivateCopy copy;
+    const std::vector<std::string> limits = {"-m", "777", "-s", "5"};
+    EXPECT_EQ(copy.RunSetup(limits).status, 0);
+    copy.Prepare(
+        "echo own > corvanerc/corvane26server/resources/own.html; cd docroot;"
+        "tar -xf resources.tar; cd resources; mkdir js; echo new > index.html; echo new > "
+        "js/new.js;"
+        "rm style.css; cd ..; tar -cf resources.tar resources; rm -r resources");
+    ExpectListedChanges(copy, {}, Expected::Changes);
+    ExpectListedChanges(copy, {}, Expected::NoChanges);
+}
+
 TEST(UserDryRun, ShowsContentsWithDiff) {
     HX_REQUIRE_NAMESPACES();
     const PrivateCopy copy;

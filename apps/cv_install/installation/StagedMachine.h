@@ -2,6 +2,7 @@
 #pragma once
 
 #include <QList>
+#include <QMap>
 #include <QString>
 #include <QStringList>
 #include <string>
@@ -36,7 +37,10 @@ struct StagedMachine {
     bool isManagerRunning = true;  // the service manager of the machine, before the setup
     QStringList activeServices;    // names of the services that were active before the setup
     Answers answers;               // that the setup uses
-    bool isRecorded = false;       // the record has these answers, of this version
+    // Web pages of which the product has another version, as the previous setup installed them:
+    // SHA-256 by path below the install directory.
+    QMap<QString, QString> formerPages;
+    bool isRecorded = false;  // the record has these answers, of this version
     std::vector<std::pair<QString, QString>> values;  // answers in use: label and value
     QByteArray script;                                // the commit script that ran
     QStringList missingCommands;  // commands of the scheduler that cannot be executed

@@ -11,9 +11,9 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <ctime>
 #include <vector>
 
+#include "installation/DatedName.h"
 #include "installation/Installation.h"
 #include "merge/Acl.h"
 #include "merge/MergePaths.h"
@@ -92,34 +92,18 @@ std::string NameOfSlot(const std::string& slot) {
     return slot.substr(slot.find('.', slotPrefix.size()) + 1);
 }
 
-std::string DatedName(const std::string& name, int number) {
-    const std::time_t now = std::time(nullptr);
-    std::tm time = {};
-    std::array<char, 32> date = {};
-    if (localtime_r(&now, &time) != nullptr)
-        std::strftime(date.data(), date.size(), ".%Y%m%d-%H%M%S", &time);
-    return name + date.data() + (number == 0 ? "" : '-' + std::to_string(number));
-}
-
 std::string MoveBackTo(const LiveDirectory& parent, int slotDirectory, const std::string& slot) {
     const std::string name = NameOfSlot(slot);
-    int error = EEXIST;
-    std::string dated;
-    for (int number = 0; error == EEXIST && number < mostTries; ++number) {
-        dated = DatedName(name, number);
-        error = MoveToFreeName(slotDirectory, slot, parent.descriptor.Number(), dated);
-    }
-    const QString path = QString::fromStdString(parent.path + '/' + dated);
-    if (error == 0) {
-        ReportWarning({ExitStatus::Complete,
-                       QStringLiteral("\"%1\" was replaced; what was there is now \"%2\"")
-                           .arg(QString::fromStdString(name), path),
-                       QStringLiteral("Inspect it, then remove it.")});
+    const std::string dated =
+        MoveToDatedName(slotDirectory, slot, parent.descriptor.Number(), name);
+    if (!dated.empty()) {
+        WarnOfDatedName(name, parent.path + '/' + dated);
         return dated;
     }
     ReportWarning({ExitStatus::Complete,
                    QStringLiteral("cannot restore \"%1\": %2")
-                       .arg(path, QString::fromUtf8(std::strerror(error))),
+                       .arg(QString::fromStdString(parent.path + '/' + name),
+                            QString::fromUtf8(std::strerror(errno))),
                    QStringLiteral("Inspect the directories \"%1\".")
                        .arg(QLatin1String(Find(Item::PrivateDirectory).path))});
     return {};
@@ -173,25 +157,7 @@ bool ReplaceByRename(int slotDirectory, const std::string& slot, int directory,
     return false;
 }
 
-bool CannotRenameWithFlags() {
-    return errno == EINVAL || errno == ENOSYS;
-}
-
 }  // namespace
-
-int MoveToFreeName(int fromDirectory, const std::string& from, int toDirectory,
-                   const std::string& to) {
-    if (renameat2(fromDirectory, from.c_str(), toDirectory, to.c_str(), RENAME_NOREPLACE) == 0)
-        return 0;
-    if (!CannotRenameWithFlags())
-        return errno;
-    if (linkat(fromDirectory, from.c_str(), toDirectory, to.c_str(), 0) == 0)
-        return unlinkat(fromDirectory, from.c_str(), 0) == 0 ? 0 : errno;
-    // A directory replaces at most an empty one.
-    if (errno == EPERM && renameat(fromDirectory, from.c_str(), toDirectory, to.c_str()) == 0)
-        return 0;
-    return errno == ENOTEMPTY || errno == ENOTDIR ? EEXIST : errno;
-}
 
 Placed ExchangeOrMove(int slotDirectory, const std::string& slot, int directory,
                       const std::string& name) {

@@ -64,10 +64,6 @@ private:
     int m_slots = 0;
 };
 
-// Puts `from` where nothing is. Returns 0 or an error number: EEXIST if something is there.
-int MoveToFreeName(int fromDirectory, const std::string& from, int toDirectory,
-                   const std::string& to);
-
 // Puts the slot's entry in its place. The error is EISDIR for a directory on a file system that
 // cannot exchange entries.
 Placed ExchangeOrMove(int slotDirectory, const std::string& slot, int directory,

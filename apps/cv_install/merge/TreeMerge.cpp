@@ -9,6 +9,7 @@
 #include <set>
 #include <vector>
 
+#include "installation/DatedName.h"
 #include "installation/Installation.h"
 #include "installation/Mounts.h"
 #include "merge/Acl.h"
@@ -25,8 +26,8 @@ bool IsQueueFile(const PathDifference& difference) {
     return difference.entry != nullptr && difference.entry->item == Item::QueueEntries;
 }
 
-// A directory that exists gets at most another owner or mode. So does a web page in a setup,
-// because its content is not staged.
+// A directory that exists gets at most another owner or mode. So does a web page in a setup, unless
+// the product has another version of it.
 bool IsChangedInPlace(const PathDifference& difference, const std::string& installDir,
                       MergePurpose purpose) {
     const State& before = difference.before;
@@ -74,6 +75,9 @@ private:
     Failure Create(const std::vector<const PathDifference*>& differences,
                    PlacedEntry& placed) const;
     Failure PlaceQueueFile(const PathDifference& difference, Undo& undo);
+    Failure PlacePage(const PathDifference& difference, Undo& undo);
+    bool IsPage(const PathDifference& difference) const;
+    bool IsFormerPage(const PathDifference& difference, const PlacedEntry& placed) const;
     Failure ChangeInPlace(const PathDifference& difference, Undo& undo);
     Failure Delete(const PathDifference& difference, Undo& undo);
     Failure VerifyEntry(const NewEntry& expected, bool isCreated) const;
@@ -180,7 +184,9 @@ Failure TreeMerge::Impl::CheckTaken(const PathDifference& difference,
     if (!placed.isReplacing || m_purpose == MergePurpose::Repair)
         return {};
     const Descriptor entry = OpenEntry(placed.holder->Slots(), placed.slot);
-    if (!IsExpected(difference, entry) ||
+    const bool isDeletedPage = m_purpose == MergePurpose::Setup &&
+                               difference.change == Change::Delete && IsPage(difference);
+    if (!IsExpected(difference, entry) || (isDeletedPage && !IsFormerPage(difference, placed)) ||
         (m_purpose == MergePurpose::Undo && HasJobs(placed.holder->Slots(), placed.slot)))
         return RefusedInMerge(difference.path, "was changed during the setup");
     return {};
@@ -208,6 +214,39 @@ Failure TreeMerge::Impl::PlaceQueueFile(const PathDifference& difference, Undo& 
         return failure;
     if (m_placed[count]->isReplacing)
         KeepReplaced(*m_placed[count]);
+    return {};
+}
+
+// True for what is below a directory of web pages.
+bool TreeMerge::Impl::IsPage(const PathDifference& difference) const {
+    return difference.entry != nullptr && difference.entry->ownsAllBelow &&
+           IsBelow(difference.path, PathOf(*difference.entry, m_installDir));
+}
+
+// True if an earlier setup wrote what was there.
+bool TreeMerge::Impl::IsFormerPage(const PathDifference& difference,
+                                   const PlacedEntry& placed) const {
+    const QString path = QString::fromStdString(difference.path.substr(m_installDir.size() + 1));
+    const std::optional<State> found =
+        ReadState(placed.holder->Slots(), placed.slot, Reading::AllFiles);
+    return found && found->kind == State::Kind::File && !found->digest.empty() &&
+           found->digest == m_staged.formerPages.value(path).toStdString();
+}
+
+// An edited page stays next to the new one.
+Failure TreeMerge::Impl::PlacePage(const PathDifference& difference, Undo& undo) {
+    const size_t count = m_placed.size();
+    if (Failure failure = PlaceNew({&difference}, undo))
+        return failure;
+    PlacedEntry& placed = *m_placed[count];
+    if (!placed.isReplacing || IsFormerPage(difference, placed))
+        return {};
+    placed.aside =
+        MoveToDatedName(placed.holder->Slots(), placed.slot, placed.Parent(), placed.name);
+    if (placed.aside.empty())
+        return FailedInMerge(difference.path, errno);
+    placed.isReplacing = false;
+    WarnOfDatedName(placed.name, ParentOf(difference.path) + '/' + placed.aside);
     return {};
 }
 
@@ -274,6 +313,9 @@ Failure TreeMerge::Impl::Place(const PathDifferences& differences, size_t next, 
         if (Failure failure = MoveAway(difference, undo))
             return failure;
     }
+    if (m_purpose == MergePurpose::Setup && IsPage(difference) &&
+        difference.change == Change::Modify)
+        return PlacePage(difference, undo);
     return PlaceNew(WithBelow(differences, next), undo);
 }
 
@@ -290,7 +332,7 @@ Failure TreeMerge::Impl::PlaceInTree(const PathDifferences& differences, Undo& u
     for (size_t next = 0; next < inTree.size(); ++next) {
         const PathDifference& difference = inTree[next];
         const bool deletes = difference.change == Change::Delete;
-        if (deletes && m_purpose == MergePurpose::Setup)
+        if (deletes && m_purpose == MergePurpose::Setup && !IsPage(difference))
             return FailedInMerge(difference.path, ENOTSUP);
         if (Failure failure = deletes ? Delete(difference, undo) : Place(inTree, next, undo))
             return failure;

@@ -27,8 +27,9 @@ public:
     TreeMerge(const TreeMerge&) = delete;
     TreeMerge& operator=(const TreeMerge&) = delete;
 
-    // Places the differences inside the install directory, in order. A setup deletes nothing there.
-    // First removes what a killed setup left, so call it without differences too.
+    // Places the differences inside the install directory, in order. A setup deletes only web pages
+    // there that an earlier setup wrote. First removes what a killed setup left, so call it without
+    // differences too.
     Failure PlaceInTree(const std::vector<PathDifference>& differences, Undo& undo);
 
     // Places, replaces and deletes the differences outside the install directory.

@@ -118,6 +118,7 @@ InstalledEntries::InstalledEntries(InstalledSetup setup, std::optional<Manifest>
     const std::string installDir = m_setup.installDir.toStdString();
     for (const Entry& entry : Entries()) {
         if (entry.check == Check::Archive && Applies(entry, m_setup.conditions) &&
+            !IsReplaced(entry, m_setup.formerPages) &&
             access(PathOf(entry, installDir).c_str(), F_OK) == 0)
             m_keptPages.insert(&entry);
     }

@@ -6,6 +6,7 @@
 #include "installation/Installation.h"
 #include "installation/PackedPages.h"
 #include "record/Manifest.h"
+#include "record/ReplacedPages.h"
 
 // What a setup is about to install.
 struct InstalledSetup {
@@ -14,6 +15,7 @@ struct InstalledSetup {
     unsigned conditions = 0;  // see Installation.h
     QString serviceUser;      // in a setup as root
     QString serviceGroup;
+    FormerPages formerPages = {};         // that the setup replaces
     const PackedPages* packed = nullptr;  // if they have been read
 };
 

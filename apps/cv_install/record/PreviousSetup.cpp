@@ -12,6 +12,7 @@
 #include "installation/RootPath.h"
 #include "merge/ServiceAccount.h"
 #include "record/RecordDirectory.h"
+#include "record/SetupRecord.h"
 #include "setuprun/Schedulers.h"
 
 namespace {
@@ -198,6 +199,8 @@ Failure ReadRecord(const QString& installDir, PreviousSetup& previous) {
     const QString& there = record->facts.machineId;
     const bool isCopy = !here.isEmpty() && !there.isEmpty() && here != there;
     previous.source = isCopy ? PreviousSetup::Source::Copy : PreviousSetup::Source::Record;
+    if (!isCopy && ReadManifest(directory, previous.manifest))
+        previous.manifest.reset();
     return {};
 }
 

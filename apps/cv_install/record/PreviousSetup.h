@@ -4,6 +4,7 @@
 #include "Problem.h"
 #include "answers/Answers.h"
 #include "installation/State.h"
+#include "record/Manifest.h"
 #include "record/RecordText.h"
 #include "setuprun/CInstallBase.h"
 
@@ -16,9 +17,10 @@ struct PreviousSetup {
     };
 
     Source source = Source::None;
-    SetupFacts facts;            // of a record
-    Answers answers;             // as far as they are known; chosen ones are marked
-    QByteArray recordedAnswers;  // as the record contains them
+    SetupFacts facts;                  // of a record
+    Answers answers;                   // as far as they are known; chosen ones are marked
+    QByteArray recordedAnswers;        // as the record contains them
+    std::optional<Manifest> manifest;  // of a record of this machine, if it can be used
 };
 
 // Reads the record of the setup that `run` has been constructed for. Without one, reads the run

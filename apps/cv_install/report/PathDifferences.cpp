@@ -16,6 +16,7 @@
 #include "installation/Limits.h"
 #include "installation/PathParts.h"
 #include "installation/TreeOwners.h"
+#include "record/ReplacedPages.h"
 #include "report/Report.h"
 
 namespace {
@@ -150,6 +151,9 @@ private:
     Failure CompareDirectory(const Place& live, const State& before, const State& after);
     void CompareKeptFile(const Place& live, const State& before, const State& after);
     Failure AddCreatedBelow(const Place& staged, gid_t group);
+    Failure ComparePages(const Place& live, const Place& staged, State owner);
+    Failure ComparePage(const Place& live, const Place& staged, const State& owner);
+    Failure CompareFormerPage(const Place& live, const State& owner);
     Failure AddOwnersBelow(const Place& live, const State& owner, int depth);
     Failure AddOwner(const Place& live, const State& owner, int depth);
 
@@ -262,12 +266,15 @@ Problem RefusePrivate(const std::string& path) {
     return RefusedPath(QStringLiteral("other users cannot read directory \"%1\""), path);
 }
 
-// Of a directory that exists, a setup as root sets only the owner, and a user's setup nothing.
+// Of a directory that exists, a setup as root sets only the owner, and a user's setup nothing. Both
+// replace web pages of which the product has another version.
 Failure Comparison::CompareDirectory(const Place& live, const State& before, const State& after) {
     if (before.kind != State::Kind::Directory)
         return RefusedPath(QStringLiteral("\"%1\" is not a directory"), live.path);
+    const Place staged = {m_staged.tree.Number(), live.name, live.path, live.entry};
+    const bool isReplaced = IsReplaced(*live.entry, m_staged.formerPages);
     if (!m_isRoot)
-        return {};
+        return isReplaced ? ComparePages(live, staged, after) : Failure();
     const Takeover takeover = CheckTakeover(live.entry, before, false, OwnersAfter(after));
     if (takeover == Takeover::NotRoots || takeover == Takeover::OtherOwner)
         return RefusedPath(QStringLiteral("directory \"%1\" is owned by another user"), live.path);
@@ -280,6 +287,8 @@ Failure Comparison::CompareDirectory(const Place& live, const State& before, con
     }
     if (!live.entry->ownsAllBelow)
         return {};
+    if (isReplaced)
+        return ComparePages(live, staged, after);
     const Descriptor directory = OpenDirectory(m_liveTree, live.name);
     if (!directory)
         return UnreadablePath(live.path, errno);
@@ -333,6 +342,96 @@ bool IsMountPoint(int directory, const std::string& name) {
            (found.stx_attributes & STATX_ATTR_MOUNT_ROOT) != 0;
 }
 
+Problem RefusedMountPoint(const std::string& path) {
+    return RefusedPath(QStringLiteral("\"%1\" is a mount point"), path);
+}
+
+Problem TooManyPages(const std::string& path) {
+    return RefusedPath(
+        QStringLiteral("too many files or levels of directories in directory \"%1\""), path);
+}
+
+// The pages of a directory that exists, and those that the script unpacked again in staging.
+Failure Comparison::ComparePages(const Place& live, const Place& staged, State owner) {
+    const Descriptor from = OpenDirectory(live.directory, live.name);
+    const Descriptor to = OpenDirectory(staged.directory, staged.name);
+    Names before;
+    Names after;
+    const std::optional<State> directory = from ? ReadAttributes(from) : std::nullopt;
+    if (!directory || !to || !ReadNames(from, before, mostPages + 1) || !ReadNames(to, after))
+        return UnreadablePath(live.path, errno);
+    // As for anything that a user creates in a directory.
+    if (!m_isRoot)
+        owner.group = (directory->mode & S_ISGID) != 0 ? directory->group : getegid();
+    m_pageCount += before.size();
+    if (m_pageCount > mostPages)
+        return TooManyPages(live.path);
+    for (const std::string& name : after) {
+        const std::string path = PathBelow(live.path, name);
+        if (Failure failure = ComparePage({from.Number(), name, path, live.entry},
+                                          {to.Number(), name, path, live.entry}, owner))
+            return failure;
+    }
+    for (const std::string& name : before) {
+        if (std::ranges::binary_search(after, name))
+            continue;
+        if (Failure failure = CompareFormerPage(
+                {from.Number(), name, PathBelow(live.path, name), live.entry}, owner))
+            return failure;
+    }
+    return {};
+}
+
+Failure Comparison::ComparePage(const Place& live, const Place& staged, const State& owner) {
+    if (IsMountPoint(live.directory, live.name))
+        return RefusedMountPoint(live.path);
+    State before;
+    State after;
+    Failure failure = Read(live, m_isRoot ? Reading::PublicFiles : Reading::AllFiles, before);
+    if (!failure)
+        failure = Read(staged, Reading::AllFiles, after);
+    if (failure)
+        return failure;
+    if (!m_isRoot)
+        after.group = owner.group;
+    if (before.kind == State::Kind::Missing) {
+        Add(Change::Create, live, before, after);
+        return after.kind == State::Kind::Directory ? AddCreatedBelow(staged, owner.group)
+                                                    : Failure();
+    }
+    const bool isDirectory = after.kind == State::Kind::Directory;
+    if (isDirectory != (before.kind == State::Kind::Directory)) {
+        return RefusedPath(isDirectory ? QStringLiteral("\"%1\" is not a directory")
+                                       : QStringLiteral("\"%1\" is a directory"),
+                           live.path);
+    }
+    if (isDirectory) {
+        if (m_isRoot && !HasSameOwner(before, after))
+            Add(Change::Modify, live, before, WithOwnerOf(before, after));
+        return ComparePages(live, staged, owner);
+    }
+    const bool isSame = before.kind == after.kind && before.digest == after.digest;
+    if (!isSame)
+        Add(Change::Modify, live, before, after);
+    else if (m_isRoot && !HasSameOwner(before, after))
+        Add(Change::Modify, live, before, WithOwnerOf(before, after));
+    return {};
+}
+
+// What the product does not have: a page of the previous version, or something of another origin.
+Failure Comparison::CompareFormerPage(const Place& live, const State& owner) {
+    State before;
+    if (Failure failure = Read(live, m_isRoot ? Reading::PublicFiles : Reading::AllFiles, before))
+        return failure;
+    const QString path = QString::fromStdString(live.path.substr(m_installDir.size() + 1));
+    if (before.kind == State::Kind::File && !before.digest.empty() &&
+        before.digest == m_staged.formerPages.value(path).toStdString()) {
+        Add(Change::Delete, live, before, State());
+        return {};
+    }
+    return m_isRoot ? AddOwner(live, owner, 1) : Failure();
+}
+
 // The owners below a directory of web pages that exists.
 Failure Comparison::AddOwnersBelow(const Place& live, const State& owner, int depth) {
     Names names;
@@ -346,11 +445,8 @@ Failure Comparison::AddOwnersBelow(const Place& live, const State& owner, int de
     if (!ReadNames(directory, names, mostPages + 1))
         return UnreadablePath(live.path, errno);
     m_pageCount += names.size();
-    if (m_pageCount > mostPages || depth > deepestPages) {
-        return RefusedPath(
-            QStringLiteral("too many files or levels of directories in directory \"%1\""),
-            live.path);
-    }
+    if (m_pageCount > mostPages || depth > deepestPages)
+        return TooManyPages(live.path);
     for (const std::string& name : names) {
         const Place below = {directory.Number(), name, PathBelow(live.path, name), live.entry};
         if (Failure failure = AddOwner(below, owner, depth))
@@ -361,7 +457,7 @@ Failure Comparison::AddOwnersBelow(const Place& live, const State& owner, int de
 
 Failure Comparison::AddOwner(const Place& live, const State& owner, int depth) {
     if (IsMountPoint(live.directory, live.name))
-        return RefusedPath(QStringLiteral("\"%1\" is a mount point"), live.path);
+        return RefusedMountPoint(live.path);
     State found;
     if (Failure failure = Read(live, Reading::Nothing, found))
         return failure;

@@ -36,7 +36,7 @@ QByteArray Encode(const QString& impossible, const StagedMachine& staged) {
            << staged.activeServices
            << QList<std::pair<QString, QString>>(staged.values.begin(), staged.values.end())
            << staged.missingCommands << staged.answers << staged.isRecorded << staged.script
-           << staged.copies;
+           << staged.copies << staged.formerPages;
     return message;
 }
 
@@ -47,7 +47,7 @@ void Decode(const QByteArray& message, QString& impossible, StagedMachine& stage
         staged.productDir >> staged.serviceUser >> staged.serviceGroup >> staged.members.joining >>
         staged.members.leaving >> staged.isManagerRunning >> staged.activeServices >> values >>
         staged.missingCommands >> staged.answers >> staged.isRecorded >> staged.script >>
-        staged.copies;
+        staged.copies >> staged.formerPages;
     staged.values.assign(values.begin(), values.end());
 }
 

@@ -1,0 +1,154 @@
+#include "record/ReplacedPages.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <QCryptographicHash>
+#include <cerrno>
+#include <cstring>
+
+#include "WriteAll.h"
+#include "installation/DatedName.h"
+#include "installation/PathParts.h"
+
+namespace {
+
+constexpr mode_t modeOfPages = 0644;
+constexpr mode_t modeOfPageDirectories = 0755;
+constexpr const char* unfinishedPage = ".corvane26_page";
+
+bool IsBelowRow(const QString& path, const Entry& directory) {
+    return path.startsWith(QLatin1String(directory.path) + u'/');
+}
+
+FormerPages InstalledPages(const Manifest& manifest, const Entry& directory) {
+    const std::string tree = manifest.tree.empty() ? "" : manifest.tree + '/';
+    FormerPages pages;
+    for (const ManifestEntry& entry : manifest.entries) {
+        if (!entry.path.starts_with(tree) || entry.state.digest.empty())
+            continue;
+        const QString path = QString::fromStdString(entry.path.substr(tree.size()));
+        if (IsBelowRow(path, directory))
+            pages[path] = QString::fromStdString(entry.state.digest);
+    }
+    return pages;
+}
+
+QString DigestOfPage(const QByteArray& text) {
+    return QString::fromLatin1(QCryptographicHash::hash(text, QCryptographicHash::Sha256).toHex());
+}
+
+FormerPages PagesOfProduct(const PackedPages& packed, const Entry& directory) {
+    FormerPages pages;
+    for (const PackedPages::Page& page : packed.PagesOf(directory))
+        pages[QString::fromStdString(page.path)] = DigestOfPage(page.text);
+    return pages;
+}
+
+Problem CannotReplace(const std::string& page, int error) {
+    return {ExitStatus::SystemCallFailed,
+            QStringLiteral("cannot replace web page \"%1\": %2")
+                .arg(QString::fromStdString(page), QString::fromUtf8(std::strerror(error))),
+            QStringLiteral("Fix the cause, then run the setup again."), Changes::RunTimeFiles};
+}
+
+// Opens the directory of a page, and creates it if it does not exist.
+Descriptor OpenPageDirectory(int tree, const std::string& path) {
+    Descriptor opened = OpenDirectory(tree, path);
+    if (opened || errno != ENOENT || path.empty())
+        return opened;
+    const Descriptor parent = OpenPageDirectory(tree, ParentOf(path));
+    if (!parent || mkdirat(parent.Number(), BaseNameOf(path).c_str(), modeOfPageDirectories) != 0)
+        return {};
+    return OpenDirectory(tree, path);
+}
+
+bool WritePage(int directory, const std::string& name, const QByteArray& text) {
+    unlinkat(directory, unfinishedPage, 0);
+    const Descriptor file(openat(directory, unfinishedPage,
+                                 O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+    return file &&
+           WriteAll(file.Number(), {text.constData(), static_cast<size_t>(text.size())}) == 0 &&
+           fchmod(file.Number(), modeOfPages) == 0 && fsync(file.Number()) == 0 &&
+           renameat(directory, unfinishedPage, directory, name.c_str()) == 0;
+}
+
+Failure ReplacePage(int tree, const PackedPages::Page& page, const FormerPages& former) {
+    const Descriptor directory = OpenPageDirectory(tree, ParentOf(page.path));
+    const std::string name = BaseNameOf(page.path);
+    const std::optional<State> found =
+        directory ? ReadState(directory.Number(), name, Reading::AllFiles) : std::nullopt;
+    if (!found)
+        return CannotReplace(page.path, errno);
+    const QString digest = QString::fromStdString(found->digest);
+    if (found->kind == State::Kind::File && digest == DigestOfPage(page.text))
+        return {};
+    const bool isFormer = found->kind == State::Kind::File && !digest.isEmpty() &&
+                          digest == former.value(QString::fromStdString(page.path));
+    if (found->kind != State::Kind::Missing && !isFormer) {
+        const std::string dated =
+            MoveToDatedName(directory.Number(), name, directory.Number(), name);
+        if (dated.empty())
+            return CannotReplace(page.path, errno);
+        WarnOfDatedName(name, ParentOf(page.path) + '/' + dated);
+    }
+    return WritePage(directory.Number(), name, page.text) ? Failure()
+                                                          : CannotReplace(page.path, errno);
+}
+
+// An edited page stays.
+Failure RemoveFormerPage(int tree, const std::string& path, const QString& digest) {
+    const Descriptor directory = OpenDirectory(tree, ParentOf(path));
+    const std::string name = BaseNameOf(path);
+    const std::optional<State> found =
+        directory ? ReadState(directory.Number(), name, Reading::AllFiles) : State();
+    if (!found || (found->digest == digest.toStdString() &&
+                   unlinkat(directory.Number(), name.c_str(), 0) != 0))
+        return CannotReplace(path, errno);
+    return {};
+}
+
+}  // namespace
+
+FormerPages FindReplacedPages(const std::optional<Manifest>& previous, const PackedPages& packed,
+                              unsigned conditions) {
+    FormerPages replaced;
+    for (const Entry& entry : Entries()) {
+        if (!previous || entry.check != Check::Archive || !Applies(entry, conditions))
+            continue;
+        const FormerPages former = InstalledPages(*previous, entry);
+        const FormerPages now = PagesOfProduct(packed, entry);
+        if (!now.isEmpty() && former != now)
+            replaced.insert(former);
+    }
+    return replaced;
+}
+
+bool IsReplaced(const Entry& directory, const FormerPages& former) {
+    const QString first = QLatin1String(directory.path) + u'/';
+    const auto found = former.lowerBound(first);
+    return directory.check == Check::Archive && found != former.end() &&
+           found.key().startsWith(first);
+}
+
+Failure ReplacePages(int tree, const FormerPages& former, const PackedPages& packed,
+                     unsigned conditions) {
+    for (const Entry& entry : Entries()) {
+        if (!Applies(entry, conditions) || !IsReplaced(entry, former) ||
+            !OpenDirectory(tree, entry.path))
+            continue;
+        const FormerPages now = PagesOfProduct(packed, entry);
+        for (const PackedPages::Page& page : packed.PagesOf(entry)) {
+            if (Failure failure = ReplacePage(tree, page, former))
+                return failure;
+        }
+        for (auto page = former.begin(); page != former.end(); ++page) {
+            if (!IsBelowRow(page.key(), entry) || now.contains(page.key()))
+                continue;
+            if (Failure failure = RemoveFormerPage(tree, page.key().toStdString(), page.value()))
+                return failure;
+        }
+    }
+    return {};
+}

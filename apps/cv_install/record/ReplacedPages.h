@@ -1,0 +1,26 @@
+// Web pages of which a newer product has another version.
+#pragma once
+
+#include <QMap>
+#include <QString>
+
+#include "installation/PackedPages.h"
+#include "record/Manifest.h"
+
+// The pages of a directory as the previous setup installed them: SHA-256 by path below the install
+// directory. Empty if the product still has the same ones.
+using FormerPages = QMap<QString, QString>;
+
+// Returns the former pages of all directories of which the product, `packed`, has others. Without
+// a manifest, nobody knows which pages an administrator has edited.
+FormerPages FindReplacedPages(const std::optional<Manifest>& previous, const PackedPages& packed,
+                              unsigned conditions);
+
+// True if the product has other pages for this directory.
+bool IsReplaced(const Entry& directory, const FormerPages& former);
+
+// Writes the new pages into the install directory `tree`. Replaces pages that are as the previous
+// setup installed them, and removes those that the product no longer has. Other files of the same
+// name get a dated name, which is reported. For setups in place, before their script.
+Failure ReplacePages(int tree, const FormerPages& former, const PackedPages& packed,
+                     unsigned conditions);
