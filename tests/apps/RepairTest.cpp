@@ -297,7 +297,7 @@ TEST(Repair, RestoresDamagesOfAllRows) {
 
 struct LeftDamage {
     const char* breaks;  // shell commands
-    const char* mends;
+    const char* restores;
     int status;
     const char* message;
 };
@@ -369,7 +369,7 @@ TEST(Repair, ChangesNothingThatIsNotTheSetups) {
             ExpectHolds(repair.out + repair.err, row.message);
             EXPECT_EQ(damaged.Differences(), noDifferences) << repair.out;
             EXPECT_EQ(Calls(), "");
-            EXPECT_EQ(Shell(std::string("exec 2>&1;") + row.mends), "");
+            EXPECT_EQ(Shell(std::string("exec 2>&1;") + row.restores), "");
             EXPECT_EQ(before.Differences(), noDifferences);
         }
     });

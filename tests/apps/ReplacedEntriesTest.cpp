@@ -140,8 +140,9 @@ TEST_P(ReplacedEntries, ReachNothingAtAnyStepOfMerge) {
     const size_t begin = undisturbed.calls.callsBeforeMerge + 1;
     const size_t end = undisturbed.calls.calls[0] + 1;
     ASSERT_GT(end, begin + 20);
-    const size_t step =
-        TriesEveryFault() ? 1 : (end - begin) / static_cast<size_t>(RaceRounds()) + 1;
+    // The merges of an undo and of a removal make the same calls as that of a setup.
+    const bool isEach = TriesEveryFault() && merges == 0;
+    const size_t step = isEach ? 1 : (end - begin) / static_cast<size_t>(RaceRounds()) + 1;
     size_t points = 0;
     size_t refused = 0;
     for (size_t call = begin; call < end; call += step) {
