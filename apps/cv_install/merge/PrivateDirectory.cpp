@@ -94,8 +94,7 @@ std::string NameOfSlot(const std::string& slot) {
 
 std::string MoveBackTo(const LiveDirectory& parent, int slotDirectory, const std::string& slot) {
     const std::string name = NameOfSlot(slot);
-    const std::string dated =
-        MoveToDatedName(slotDirectory, slot, parent.descriptor.Number(), name);
+    std::string dated = MoveToDatedName(slotDirectory, slot, parent.descriptor.Number(), name);
     if (!dated.empty()) {
         WarnOfDatedName(name, parent.path + '/' + dated);
         return dated;

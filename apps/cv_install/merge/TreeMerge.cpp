@@ -85,7 +85,7 @@ private:
     bool IsExpected(const PathDifference& difference, const Descriptor& entry) const;
     Failure CheckTaken(const PathDifference& difference, const PlacedEntry& placed) const;
     Failure MoveAway(const PathDifference& difference, Undo& undo);
-    static void KeepReplaced(PlacedEntry& placed);
+    static Failure KeepReplaced(const PathDifference& difference, PlacedEntry& placed);
     void RemoveDirectory(const std::string& path) const;
 
     const StagedMachine& m_staged;
@@ -162,15 +162,22 @@ Failure TreeMerge::Impl::PlaceNew(const std::vector<const PathDifference*>& diff
         m_places.OpenNewTree(*placed);
     if (Failure failure = CheckTaken(*differences.front(), *placed))
         return failure;
-    if (differences.front()->keepsReplaced && placed->isReplacing)
-        KeepReplaced(*placed);
-    return {};
+    return differences.front()->keepsReplaced ? KeepReplaced(*differences.front(), *placed)
+                                              : Failure();
 }
 
-// Not at the end: nothing removes the former file when the setup is killed.
-void TreeMerge::Impl::KeepReplaced(PlacedEntry& placed) {
-    placed.aside = placed.holder->MoveBack(placed.slot);
-    placed.isReplacing = placed.aside.empty();
+// Next to what replaced it. Not at the end: nothing removes the former file when the setup is
+// killed.
+Failure TreeMerge::Impl::KeepReplaced(const PathDifference& difference, PlacedEntry& placed) {
+    if (!placed.isReplacing)
+        return {};
+    placed.aside =
+        MoveToDatedName(placed.holder->Slots(), placed.slot, placed.Parent(), placed.name);
+    if (placed.aside.empty())
+        return FailedInMerge(difference.path, errno);
+    placed.isReplacing = false;
+    WarnOfDatedName(placed.name, ParentOf(difference.path) + '/' + placed.aside);
+    return {};
 }
 
 // An undo takes only what was compared.
@@ -212,9 +219,7 @@ Failure TreeMerge::Impl::PlaceQueueFile(const PathDifference& difference, Undo& 
     const size_t count = m_placed.size();
     if (Failure failure = PlaceNew({&difference}, undo))
         return failure;
-    if (m_placed[count]->isReplacing)
-        KeepReplaced(*m_placed[count]);
-    return {};
+    return KeepReplaced(difference, *m_placed[count]);
 }
 
 // True for what is below a directory of web pages.
@@ -239,15 +244,8 @@ Failure TreeMerge::Impl::PlacePage(const PathDifference& difference, Undo& undo)
     if (Failure failure = PlaceNew({&difference}, undo))
         return failure;
     PlacedEntry& placed = *m_placed[count];
-    if (!placed.isReplacing || IsFormerPage(difference, placed))
-        return {};
-    placed.aside =
-        MoveToDatedName(placed.holder->Slots(), placed.slot, placed.Parent(), placed.name);
-    if (placed.aside.empty())
-        return FailedInMerge(difference.path, errno);
-    placed.isReplacing = false;
-    WarnOfDatedName(placed.name, ParentOf(difference.path) + '/' + placed.aside);
-    return {};
+    const bool isDiscarded = placed.isReplacing && IsFormerPage(difference, placed);
+    return isDiscarded ? Failure() : KeepReplaced(difference, placed);
 }
 
 Failure TreeMerge::Impl::ChangeInPlace(const PathDifference& difference, Undo& undo) {

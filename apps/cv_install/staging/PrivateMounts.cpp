@@ -133,8 +133,8 @@ bool CoverInstallDirectory(const Descriptor& liveTree) {
         return BindMount(viewTree, PathOfOpened(liveTree));
     // Something else than a directory may be there.
     return CoverWithOverlay(varLayer, DirectoriesIn(varLayer.path)) &&
-           (unlink(sharedDirectory) == 0 || errno == ENOENT) &&
-           mkdir(sharedDirectory, 0700) == 0 && BindMount(viewTree, sharedDirectory);
+           (unlink(sharedDirectory) == 0 || errno == ENOENT) && mkdir(sharedDirectory, 0700) == 0 &&
+           BindMount(viewTree, sharedDirectory);
 }
 
 bool BuildView(const Descriptor& liveTree, const QStringList& active) {
