@@ -358,6 +358,10 @@ Failure TreeMerge::Impl::PlaceOutside(const PathDifferences& differences, Undo& 
         if (Failure failure = Place(outside, next, undo))
             return failure;
     }
+    // The commit script finds the enablement link of an earlier service by its unit, also after a
+    // setup that was killed.
+    if (m_purpose == MergePurpose::Setup)
+        std::reverse(deleted.begin(), deleted.end());
     for (const PathDifference* difference : deleted) {
         if (Failure failure = Delete(*difference, undo))
             return failure;
