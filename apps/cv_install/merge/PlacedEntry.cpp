@@ -6,6 +6,9 @@
 #include <cerrno>
 #include <cstring>
 
+#include "installation/DatedName.h"
+#include "installation/PathParts.h"
+
 namespace {
 
 void RemoveIfSame(int directory, const std::string& path, const State& created) {
