@@ -114,10 +114,9 @@ Failure CarryOut(CInstallBase& run, const PreviousSetup& previous, const Answers
         failure->changes = Changes::RunTimeFiles;
         return failure;
     }
-    const Descriptor tree(open(run.m_installDir.toUtf8().constData(), O_PATH | O_CLOEXEC));
     const EntryList keptPages = FindKeptPages(run, conditions);
     Interruption::ComesTooLate();
-    failure = ReplacePages(tree.Number(), formerPages, packed, conditions);
+    failure = ReplacePages(run.m_installDir, formerPages, packed, conditions);
     if (!failure)
         failure = FollowScript(script, lock, ScriptOutput::Shown);
     if (!failure)
@@ -130,6 +129,7 @@ Failure CarryOut(CInstallBase& run, const PreviousSetup& previous, const Answers
         failure = AcceptWithoutRecord(run, record.Place());
     if (failure || keptPages.empty())
         return failure;
+    const Descriptor tree(open(run.m_installDir.toUtf8().constData(), O_PATH | O_CLOEXEC));
     WarnOfKeptPages(run, tree.Number(), keptPages, packed);
     return {};
 }

@@ -132,8 +132,15 @@ bool IsReplaced(const Entry& directory, const FormerPages& former) {
            found.key().startsWith(first);
 }
 
-Failure ReplacePages(int tree, const FormerPages& former, const PackedPages& packed,
-                     unsigned conditions) {
+Failure ReplacePages(const QString& installDir, const FormerPages& former,
+                     const PackedPages& packed, unsigned conditions) {
+    if (former.isEmpty())
+        return {};
+    const Descriptor opened(
+        open(installDir.toUtf8().constData(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    if (!opened)
+        return CannotReplace(installDir.toStdString(), errno);
+    const int tree = opened.Number();
     for (const Entry& entry : Entries()) {
         if (!Applies(entry, conditions) || !IsReplaced(entry, former) ||
             !OpenDirectory(tree, entry.path))

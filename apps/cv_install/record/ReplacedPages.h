@@ -19,8 +19,8 @@ FormerPages FindReplacedPages(const std::optional<Manifest>& previous, const Pac
 // True if the product has other pages for this directory.
 bool IsReplaced(const Entry& directory, const FormerPages& former);
 
-// Writes the new pages into the install directory `tree`. Replaces pages that are as the previous
+// Writes the new pages into the install directory. Replaces pages that are as the previous
 // setup installed them, and removes those that the product no longer has. Other files of the same
 // name get a dated name, which is reported. For setups in place, before their script.
-Failure ReplacePages(int tree, const FormerPages& former, const PackedPages& packed,
-                     unsigned conditions);
+Failure ReplacePages(const QString& installDir, const FormerPages& former,
+                     const PackedPages& packed, unsigned conditions);
