@@ -232,6 +232,16 @@ TEST(TreeMerge, CreatesMissingDirectoriesComplete) {
     });
 }
 
+TEST(TreeMerge, WorksInDirectoryThatPassesOnItsGroup) {
+    HX_REQUIRE_THROWAWAY_ROOT();
+    ExpectScenarioOnMachine([] {
+        Shell("cd /srv/corvane; rm -r qchemrc; chmod 2775 . /stage/tree");
+        EXPECT_EQ(Merge(Compare()), "");
+        ExpectPlaced();
+        EXPECT_EQ(Shell("ls -A /srv/corvane | grep setup"), "");
+    });
+}
+
 TEST(TreeMerge, ReplacesFilesThroughLinkOfRoots) {
     HX_REQUIRE_THROWAWAY_ROOT();
     ExpectScenarioOnMachine([] {

@@ -69,10 +69,11 @@ std::vector<std::string> ListNames(int directory) {
     return names;
 }
 
+// A directory can inherit the set-group-ID bit.
 bool IsPrivate(const Descriptor& directory) {
     const std::optional<State> state = ReadAttributes(directory);
     return state && state->kind == State::Kind::Directory && state->owner == 0 &&
-           state->mode == Find(Item::PrivateDirectory).rootMode;
+           (state->mode & ~mode_t{S_ISGID}) == Find(Item::PrivateDirectory).rootMode;
 }
 
 // Removes an empty directory of `parent`, which another user may have renamed.
