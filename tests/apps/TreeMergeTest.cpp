@@ -136,14 +136,19 @@ StagedMachine OpenStaged() {
     return staged;
 }
 
-enum class End { Keep, TakeBack };
+enum class End { Keep, TakeBack, Die };
 
 // The failure's text and remedy; empty on success.
-std::string Merge(const std::vector<PathDifference>& differences, End end = End::Keep) {
+std::string Merge(const std::vector<PathDifference>& differences, End end = End::Keep,
+                  MergePurpose purpose = MergePurpose::Setup) {
     const StagedMachine staged = OpenStaged();
-    TreeMerge merge(staged, accountId, groupId, static_cast<uid_t>(-1));
+    const bool isRoot = getuid() == 0;
+    TreeMerge merge(staged, isRoot ? accountId : getuid(), isRoot ? groupId : getgid(),
+                    static_cast<uid_t>(-1), purpose);
     Undo undo;
     Failure failure = merge.PlaceInTree(differences, undo);
+    if (end == End::Die)
+        _exit(failure ? 1 : 0);
     if (!failure)
         failure = merge.PlaceOutside(differences, undo);
     if (!failure)
@@ -153,6 +158,17 @@ std::string Merge(const std::vector<PathDifference>& differences, End end = End:
     else
         merge.Finish();
     return failure ? failure->text.toStdString() + '\n' + failure->remedy.toStdString() : "";
+}
+
+// In a process that ends without its destructors.
+void DieInMerge(const std::vector<PathDifference>& differences,
+                MergePurpose purpose = MergePurpose::Setup) {
+    const pid_t child = fork();
+    if (child == 0)
+        Merge(differences, End::Die, purpose);
+    int status = -1;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(status, 0);
 }
 
 std::string Identity(const std::string& path, bool withChangeTime = true) {
@@ -475,6 +491,40 @@ TEST(TreeMerge, LimitsInheritedAccess) {
     }
 }
 
+// A private copy below a directory that others can write to, reached through a link of the user's.
+// Another user owns one of its directories.
+void BecomeOwnerOfTree() {
+    Shell(
+        "cd /srv; chmod 1777 .; mv corvane disk; ln -s disk corvane; cd disk; "
+        "rm -r secret qchemrc; echo job > QueueEntries; chmod 600 QueueEntries; "
+        "chown -hR 4001:4001 . ../corvane /stage; chmod 2700 . /stage/tree; "
+        "chown 4000 corvanerc /stage/tree/corvanerc");
+    ASSERT_EQ(setgroups(0, nullptr), 0);
+    ASSERT_EQ(setgid(memberId), 0);
+    ASSERT_EQ(setuid(memberId), 0);
+}
+
+TEST(TreeMerge, ChangesPrivateCopyOfRegularUser) {
+    HX_REQUIRE_THROWAWAY_ROOT();
+    for (const MergePurpose purpose : {MergePurpose::Undo, MergePurpose::Repair}) {
+        ExpectScenarioOnMachine([&] {
+            BecomeOwnerOfTree();
+            const std::string acl = DefaultAcl(7);
+            setxattr(liveTree.c_str(), "system.posix_acl_default", acl.data(), acl.size(), 0);
+            const auto before = TreeSnapshot("/srv/disk");
+            EXPECT_EQ(Merge(Compare(), End::TakeBack, purpose), "");
+            EXPECT_EQ(TreeSnapshot("/srv/disk"), before);
+            DieInMerge(Compare(), purpose);
+            EXPECT_EQ(Merge({}, End::Keep, purpose), "");
+            ExpectPlaced("/srv/disk");
+            EXPECT_TRUE(HasAcl(liveTree + "/corvane26"));
+            EXPECT_EQ(Shell("cd /srv/disk; cat QueueEntries; stat -c '%a %u %g' QueueEntries"),
+                      "job\n666 4001 4001");
+            EXPECT_EQ(Shell("ls -A /srv/disk /srv/disk/* | grep setup"), "");
+        });
+    }
+}
+
 TEST(TreeMerge, VerifyFindsWhatChangedMeanwhile) {
     HX_REQUIRE_THROWAWAY_ROOT();
     const Refusal changes[] = {
@@ -650,16 +700,7 @@ TEST(TreeMerge, CleansUpAfterKilledMerge) {
         const auto differences = Compare();
         fs::rename(secretDirectory, liveTree + "/.corvane26_setup_abcdef");
         const std::string key = Identity(liveTree + "/.corvane26_setup_abcdef/key");
-        const pid_t child = fork();
-        if (child == 0) {
-            const StagedMachine staged = OpenStaged();
-            TreeMerge merge(staged, accountId, groupId, static_cast<uid_t>(-1));
-            Undo undo;
-            _exit(merge.PlaceInTree(differences, undo) ? 1 : 0);
-        }
-        int status = 0;
-        waitpid(child, &status, 0);
-        EXPECT_EQ(status, 0);
+        DieInMerge(differences);
         EXPECT_EQ(Shell("ls -d /srv/corvane/.corvane26_setup_* | wc -l"), "2");
         EXPECT_EQ(Merge(Compare()), "");
         ExpectPlaced();

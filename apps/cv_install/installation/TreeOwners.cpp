@@ -4,6 +4,8 @@
 
 Takeover CheckTakeover(const Entry* row, const State& state, bool isMountPoint,
                        const TreeOwners& owners) {
+    if (owners.isPrivateCopy)
+        return Takeover::Allowed;
     if (row != nullptr && row->owner == Owner::Root && state.owner != 0)
         return Takeover::NotRoots;
     if (!owners.Include(state.owner))
@@ -17,6 +19,7 @@ Takeover CheckTakeover(const Entry* row, const State& state, bool isMountPoint,
 }
 
 bool IsQueueFileOfSetup(const State& state, const TreeOwners& owners) {
-    return state.kind == State::Kind::File && state.links == 1 && (state.mode & S_IROTH) != 0 &&
-           state.owner != 0 && owners.Include(state.owner);
+    const bool isPublic = owners.isPrivateCopy || (state.mode & S_IROTH) != 0;
+    return state.kind == State::Kind::File && state.links == 1 && isPublic && state.owner != 0 &&
+           owners.Include(state.owner);
 }

@@ -9,6 +9,9 @@ struct TreeOwners {
     uid_t account;          // the service account
     gid_t group;            // the service group
     uid_t recordedAccount;  // that of the previous setup, or -1
+    // The tree is the private copy of `account`, a regular user, who changes it. Everything in it
+    // counts as that user's: it is not protected from other users who can write there.
+    bool isPrivateCopy = false;
 
     bool Include(uid_t user) const {
         return user == 0 || user == account || user == recordedAccount;

@@ -11,9 +11,15 @@
 LivePlaces::LivePlaces(std::string installDir, const TreeOwners& owners, bool isExact)
     : m_installDir(std::move(installDir)), m_owners(owners), m_isExact(isExact) {}
 
+// Opens the directory that contains the install directory or a path outside of it.
+Failure LivePlaces::OpenAbove(const std::string& path, bool followsLast, RootPath& opened) const {
+    return m_owners.isPrivateCopy ? OpenUserParent(path, opened)
+                                  : OpenRootParent(path, followsLast, opened);
+}
+
 Failure LivePlaces::OpenTree() {
     RootPath opened;
-    if (Failure failure = OpenRootParent(m_installDir, !m_isExact, opened))
+    if (Failure failure = OpenAbove(m_installDir, !m_isExact, opened))
         return failure;
     const auto parent = std::make_shared<LiveDirectory>(
         LiveDirectory{std::move(opened.parent), ParentOf(m_installDir)});
@@ -52,7 +58,7 @@ Failure LivePlaces::OpenParent(const std::string& path, LiveDirectory& parent,
     name = BaseNameOf(path);
     if (!IsBelow(path, m_installDir)) {
         RootPath opened;
-        Failure failure = OpenRootParent(path, path == m_installDir && !m_isExact, opened);
+        Failure failure = OpenAbove(path, path == m_installDir && !m_isExact, opened);
         parent.descriptor = std::move(opened.parent);
         name = opened.name;
         return failure;

@@ -51,6 +51,7 @@ public:
     void RemoveHolders() { m_holders.clear(); }
 
 private:
+    Failure OpenAbove(const std::string& path, bool followsLast, RootPath& opened) const;
     Failure FindHolder(const DirectoryPointer& parent, PrivateDirectory*& holder);
 
     const std::string m_installDir;

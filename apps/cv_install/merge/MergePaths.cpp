@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <climits>
 #include <cstring>
+#include <filesystem>
 
 #include "installation/Installation.h"
 #include "installation/Mounts.h"
@@ -34,6 +35,8 @@ bool IsOpenTo(const State& directory, gid_t group) {
 }
 
 const char* WhyRefused(const State& state, const std::string& path, const TreeOwners& owners) {
+    if (owners.isPrivateCopy)
+        return nullptr;
     if (MustBeRoots(path) && !IsRootsAlone(state))
         return notRootsAlone;
     if (!owners.Include(state.owner))
@@ -85,6 +88,16 @@ Failure OpenRootParent(const std::string& path, bool followsLast, RootPath& open
         default:
             return Unopened(path, unresolved->error);
     }
+}
+
+Failure OpenUserParent(const std::string& path, RootPath& opened) {
+    std::error_code error;
+    const std::filesystem::path real = std::filesystem::canonical(path, error);
+    if (error)
+        return Unopened(path, error.value());
+    opened.name = real.filename();
+    opened.parent = Descriptor(open(real.parent_path().c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    return opened.parent ? Failure() : Unopened(path, errno);
 }
 
 Failure OpenTreeDirectory(int tree, const std::string& installDir, const std::string& path,

@@ -16,10 +16,13 @@ Problem FailedInMerge(const std::string& path, int error);
 // Resolves a path outside of the install tree, see ResolveRootPath.
 Failure OpenRootParent(const std::string& path, bool followsLast, RootPath& opened);
 
+// Resolves the path of a private copy. It may lead through links and directories of any user.
+Failure OpenUserParent(const std::string& path, RootPath& opened);
+
 // Opens a directory of the install tree. No link is followed. Each directory must belong to root or
 // the service account and be readable for everyone or for the service group, so that entries in it
-// are no secret; one that the installation table gives to root must be root's alone. `path` is
-// relative to `tree`, and `installDir` is for messages.
+// are no secret; one that the installation table gives to root must be root's alone. In a private
+// copy, any directory will do. `path` is relative to `tree`, and `installDir` is for messages.
 Failure OpenTreeDirectory(int tree, const std::string& installDir, const std::string& path,
                           const TreeOwners& owners, Descriptor& directory);
 

@@ -72,7 +72,7 @@ std::vector<std::string> ListNames(int directory) {
 // A directory can inherit the set-group-ID bit.
 bool IsPrivate(const Descriptor& directory) {
     const std::optional<State> state = ReadAttributes(directory);
-    return state && state->kind == State::Kind::Directory && state->owner == 0 &&
+    return state && state->kind == State::Kind::Directory && state->owner == getuid() &&
            (state->mode & ~mode_t{S_ISGID}) == Find(Item::PrivateDirectory).rootMode;
 }
 
@@ -121,7 +121,7 @@ void CleanUpPrivate(const LiveDirectory& parent, const std::string& name) {
     if (!directory || !IsPrivate(directory))
         return;
     const std::vector<std::string> names = ListNames(directory.Number());
-    // Another directory of root's that a user renamed like a private one.
+    // Another directory of this user's that someone renamed like a private one.
     const bool isOurs = std::all_of(names.begin(), names.end(), [](const std::string& each) {
         return each == newEntriesName || each.starts_with(slotPrefix);
     });

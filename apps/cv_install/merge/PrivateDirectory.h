@@ -1,5 +1,5 @@
-// A directory of root's, on the file system of the directory that contains it, for new entries
-// before they are placed and for what they replaced.
+// A directory of the user who merges, on the file system of the directory that contains it, for new
+// entries before they are placed and for what they replaced.
 #pragma once
 
 #include <memory>

@@ -429,8 +429,8 @@ void TreeMerge::Impl::Finish() {
 
 TreeMerge::TreeMerge(const StagedMachine& staged, uid_t account, gid_t group, uid_t recordedAccount,
                      MergePurpose purpose)
-    : m_impl(std::make_unique<Impl>(staged, TreeOwners{account, group, recordedAccount}, purpose)) {
-}
+    : m_impl(std::make_unique<Impl>(
+          staged, TreeOwners{account, group, recordedAccount, getuid() != 0}, purpose)) {}
 
 TreeMerge::~TreeMerge() = default;
 

@@ -10,7 +10,8 @@
 
 // Members of the service group and the service account can rename, exchange, link and plant
 // anything in the install tree at any moment. New content is therefore made in a private directory
-// of root's and goes to its place by an exchange; what was there is looked at only then.
+// of root's and goes to its place by an exchange; what was there is looked at only then. A regular
+// user merges into a private copy in the same way, without the checks that protect root.
 // An undo also deletes entries of the tree and empty directories. It fails if an entry is no longer
 // the one that was compared, and creates files and links again rather than changing their owner. So
 // does a repair, which also replaces what is in place of a directory, follows no link to the
@@ -20,7 +21,8 @@ enum class MergePurpose { Setup, Undo, Repair };
 class TreeMerge {
 public:
     // `account` and `group` are the ids of the service account, which must exist by then;
-    // `recordedAccount` is that of the last setup, or -1. Steps in an Undo use the object.
+    // `recordedAccount` is that of the last setup, or -1. A regular user passes the own ids and -1.
+    // Steps in an Undo use the object.
     TreeMerge(const StagedMachine& staged, uid_t account, gid_t group, uid_t recordedAccount,
               MergePurpose purpose = MergePurpose::Setup);
     ~TreeMerge();
@@ -32,7 +34,8 @@ public:
     // differences too.
     Failure PlaceInTree(const std::vector<PathDifference>& differences, Undo& undo);
 
-    // Places, replaces and deletes the differences outside the install directory.
+    // Places, replaces and deletes the differences outside the install directory, where a regular
+    // user has none.
     Failure PlaceOutside(const std::vector<PathDifference>& differences, Undo& undo);
 
     // Opens everything again by name: each entry that was placed must still be the inode that was
