@@ -88,14 +88,26 @@ Failure CarryOut(CInstallBase& run, const PreviousSetup& previous, const Answers
         failure = FindUnsafePath(run.m_installDir, Changes::None);
     if (failure)
         return failure;
+    const FormerPages formerPages = FindReplacedPages(previous.manifest, packed, conditions);
+    const SetupFacts facts = FactsOf(CommandLine(), run.m_installDir);
+    SavedStates states(run.m_installDir);
     SetupLog::Keep();
+    if (root) {
+        failure = states.BeginInPlace(facts, {.installDir = run.m_installDir,
+                                              .conditions = conditions,
+                                              .serviceUser = run.m_serviceUser,
+                                              .serviceGroup = run.m_serviceGroup,
+                                              .formerPages = formerPages,
+                                              .packed = &packed});
+    }
+    if (failure)
+        return failure;
     Interruption::EndsSetup(Changes::RunTimeFiles);
     failure = WriteRunTimeFiles(run, conditions);
     if (!failure && root)
         failure = FindUnsafePath(run.m_installDir, Changes::RunTimeFiles);
     if (!failure)
         failure = WriteScript(run, script, Changes::RunTimeFiles);
-    const FormerPages formerPages = FindReplacedPages(previous.manifest, packed, conditions);
     SetupRecord record({.installDir = run.m_installDir,
                         .productDir = run.m_binariesDir,
                         .conditions = conditions,
@@ -104,12 +116,8 @@ Failure CarryOut(CInstallBase& run, const PreviousSetup& previous, const Answers
                         .formerPages = formerPages,
                         .packed = &packed});
     if (!failure) {
-        failure = AcceptWithoutRecord(
-            run, record.Prepare(FactsOf(CommandLine(), run.m_installDir), answers, script.text));
+        failure = AcceptWithoutRecord(run, record.Prepare(facts, answers, script.text));
     }
-    // They are not those before this setup.
-    if (!failure && root)
-        failure = SavedStates::RemoveAll();
     if (failure) {
         failure->changes = Changes::RunTimeFiles;
         return failure;
@@ -127,6 +135,8 @@ Failure CarryOut(CInstallBase& run, const PreviousSetup& previous, const Answers
         failure = RecordServiceAccount(run.m_serviceUser, run.m_serviceGroup);
     if (!failure)
         failure = AcceptWithoutRecord(run, record.Place());
+    if (!failure && root)
+        states.Complete();
     if (failure || keptPages.empty())
         return failure;
     const Descriptor tree(open(run.m_installDir.toUtf8().constData(), O_PATH | O_CLOEXEC));

@@ -31,6 +31,7 @@
 #include "staging/PrivateMounts.h"
 #include "staging/StagedRun.h"
 #include "undo/SavedStates.h"
+#include "undo/UndoSetup.h"
 
 namespace {
 
@@ -131,7 +132,7 @@ Failure MergeAndReport(const SetupLock& lock, const StagedMachine& staged,
                         .serviceUser = staged.serviceUser,
                         .serviceGroup = staged.serviceGroup,
                         .formerPages = staged.formerPages});
-    SavedStates states;
+    SavedStates states(staged.installDir);
     SetupLog::Keep();
     // A merge ends by itself within seconds.
     Interruption::ComesTooLate();
@@ -200,9 +201,11 @@ Failure RunWithoutStaging(Arguments& arguments, const Answers& file, const Setup
                    QStringLiteral("cannot prepare the setup in private: %1").arg(reason),
                    QStringLiteral("The setup changes the machine step by step, and a failure "
                                   "leaves the changes made so far.")});
-    if (Failure failure = CheckBeforeStart(QLatin1String(sharedDirectory)))
-        return failure;
-    return RunInPlace(arguments, file, lock);
+    const QString installDir = QLatin1String(sharedDirectory);
+    Failure failure = RestoreAfterUnfinished(arguments, installDir, Unfinished::All);
+    if (!failure)
+        failure = CheckBeforeStart(installDir);
+    return failure ? failure : RunInPlace(arguments, file, lock);
 }
 
 }  // namespace
@@ -214,8 +217,9 @@ ExitStatus RunAsRoot(Arguments& arguments, const Answers& file, const SetupLock&
     Descriptor liveTree;
     LiveRows atStaging;
     EntryPlaces places;
-    Failure failure;
-    {
+    const QString installDir = QLatin1String(sharedDirectory);
+    Failure failure = RestoreAfterUnfinished(arguments, installDir, Unfinished::InPlace);
+    if (!failure) {
         const TimeLimit limit;
         failure = OpenInstallDirectory(liveTree);
         if (!failure) {
@@ -224,7 +228,6 @@ ExitStatus RunAsRoot(Arguments& arguments, const Answers& file, const SetupLock&
         }
     }
     if (!failure) {
-        const QString installDir = QLatin1String(sharedDirectory);
         const StagedResult result = RunStaged(installDir, liveTree, [&](StagedMachine& staged) {
             return Stage(arguments, file, liveTree, places, lock, staged);
         });

@@ -50,7 +50,7 @@ std::string ConditionsOf(const Entry& entry) {
         {DuringMerge, "while it changes the machine"},
         {InPlace, "setup as a user, or as root without private mounts"},
         {ByVerification, "by `--verify`"},
-        {Staged, "with private mounts"}};
+        {ForUndo, "if it changes something"}};
     std::string conditions;
     for (const auto& [condition, text] : texts) {
         if ((entry.conditions & condition) != 0)

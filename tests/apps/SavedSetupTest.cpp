@@ -32,6 +32,7 @@ const std::string limitsPath = "/var/corvane/QueueLimits";
 SavedSetup SomeSetup() {
     SavedSetup saved;
     saved.isComplete = true;
+    saved.isResultKnown = false;
     saved.record = {"manifest", "answers"};
     saved.members["corvsrvc"] = {"ann", "bob"};
     Differences first;
@@ -49,9 +50,10 @@ SavedSetup SomeSetup() {
 
 TEST(SavedSetup, TextKeepsEverything) {
     const SavedSetup saved = SomeSetup();
-    const auto parsed = ParseSavedSetup(TextOf(saved));
+    const auto parsed = ParseSavedSetup(TextOf(saved), sharedDirectory);
     ASSERT_TRUE(parsed);
     EXPECT_TRUE(parsed->isComplete);
+    EXPECT_FALSE(parsed->isResultKnown);
     EXPECT_EQ(parsed->record, saved.record);
     EXPECT_EQ(parsed->members, saved.members);
     EXPECT_EQ(parsed->attempts, saved.attempts);
@@ -60,13 +62,13 @@ TEST(SavedSetup, TextKeepsEverything) {
 TEST(SavedSetup, RefusesOtherTexts) {
     const QByteArray text = TextOf(SomeSetup());
     for (qsizetype i = 0; i + 1 < text.size(); ++i)
-        EXPECT_FALSE(ParseSavedSetup(text.first(i))) << i;
+        EXPECT_FALSE(ParseSavedSetup(text.first(i), sharedDirectory)) << i;
     for (const auto& [from, to] : {std::pair("\"modify\"", "\"replace\""),
                                    {"436", "\"436\""},
                                    {"\"attempts\"", "\"changes\""},
                                    {"\"uid\"", "\"user\""}}) {
         QByteArray changed = text;
-        EXPECT_FALSE(ParseSavedSetup(changed.replace(from, to))) << to;
+        EXPECT_FALSE(ParseSavedSetup(changed.replace(from, to), sharedDirectory)) << to;
     }
 }
 

@@ -22,7 +22,7 @@
 namespace hx_test {
 namespace {
 
-constexpr const char* processNames[setupProcesses] = {"parent", "child", "script"};
+constexpr const char* processNames[setupProcesses] = {"parent", "child", "script", "tar"};
 
 constexpr unsigned changingCalls[] = {
     SYS_mount,     SYS_umount2,   SYS_unshare,   SYS_clone,     SYS_clone3,    SYS_fork,
@@ -121,6 +121,8 @@ private:
             const std::string command = ReadFile("/proc/" + std::to_string(pid) + "/cmdline");
             if (command.find("/corvane26_commit_") != std::string::npos)
                 m_roles[pid] = SetupProcess::Script;
+            if (command.find(std::string("/tar\0-xv", 8)) != std::string::npos)
+                m_roles[pid] = SetupProcess::Unpacking;
         } else if (pid == m_parent && !m_childIsKnown) {
             m_childIsKnown = true;
             m_roles[other] = SetupProcess::Child;
@@ -172,11 +174,12 @@ TracedResult RunTraced(const std::vector<std::string>& command, const Strike& st
     return result;
 }
 
-TracedResult TraceUndisturbed(const SetupKind& kind, Before before) {
+TracedResult TraceUndisturbed(const SetupKind& kind, Before before,
+                              const std::vector<std::string>& command) {
     TracedResult whole;
     const std::string counts = ResultInRoot([&] {
         PrepareMachine(kind, before);
-        const TracedResult result = RunTraced(SetupCommand(kind));
+        const TracedResult result = RunTraced(command);
         EXPECT_EQ(result.status, 0) << result.output;
         std::string text;
         for (const size_t calls : result.calls)

@@ -11,9 +11,9 @@
 
 namespace hx_test {
 
-// The setup, the process in which it is staged, and the commit script.
-enum class SetupProcess { Parent, Child, Script };
-constexpr size_t setupProcesses = 3;
+// The setup, the process in which it is staged, the commit script, and what unpacks web pages.
+enum class SetupProcess { Parent, Child, Script, Unpacking };
+constexpr size_t setupProcesses = 4;
 
 // Calls that can change the machine or another process, counted from the start of the process.
 using CallCounts = std::array<size_t, setupProcesses>;
@@ -37,6 +37,7 @@ struct TracedResult {
 TracedResult RunTraced(const std::vector<std::string>& command, const Strike& strike = {});
 
 // Runs a setup with nothing that disturbs it on a machine of its own.
-TracedResult TraceUndisturbed(const SetupKind& kind, Before before);
+TracedResult TraceUndisturbed(const SetupKind& kind, Before before,
+                              const std::vector<std::string>& command);
 
 }  // namespace hx_test

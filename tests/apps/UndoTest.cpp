@@ -99,7 +99,7 @@ void ExpectUndone(const WholeState& before) {
 TEST_P(KilledAndUndone, SetupLeavesMachineAsItWasBefore) {
     HX_REQUIRE_THROWAWAY_ROOT();
     const KilledSetups& row = GetParam();
-    const TracedResult whole = TraceUndisturbed(row.kind, row.before);
+    const TracedResult whole = TraceUndisturbed(row.kind, row.before, SetupCommand(row.kind));
     size_t points = 0;
     for (size_t call = whole.callsBeforeMerge + 1; call <= whole.calls[0]; call += row.distance) {
         SCOPED_TRACE("call " + std::to_string(call));
@@ -311,20 +311,6 @@ TEST(Undo, ChangesNothingWhenRefused) {
         const std::string report = runningServices + "/report";
         EXPECT_EQ(RunUndo({"--json", report}).status, 0);
         ExpectReport(ReadFile(report), R"({"action": "undo", "status": 0, "changed": true})");
-    });
-}
-
-TEST(Undo, IsImpossibleAfterSetupInPlace) {
-    HX_REQUIRE_THROWAWAY_ROOT();
-    HX_EXPECT_SCENARIO([] {
-        PrepareMachine(internalQueue, Before::Nothing);
-        EXPECT_EQ(RunSetup(internalQueue).status, 0);
-        EXPECT_EQ(RunRootSetup({"--yes", "--no-queue"}, {}, RootMode::InPlace).status, 0);
-        const auto undo = RunUndo();
-        EXPECT_EQ(undo.status, 68) << undo.out << undo.err;
-        EXPECT_NE(undo.err.find("cv_install: there is no saved state before a setup\n"),
-                  std::string::npos)
-            << undo.err;
     });
 }
 

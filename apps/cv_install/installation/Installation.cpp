@@ -243,7 +243,7 @@ constexpr Entry createdEntries[] = {
          "states before the first setup and before the last three, for `--remove` and `--undo`",
      .kind = Kind::Directory,
      .rootMode = 0700,
-     .conditions = AsRoot | Staged,
+     .conditions = AsRoot | ForUndo,
      .later = Later::Keeps,
      .removal = Removal::Purge,
      .removesAllBelow = true},

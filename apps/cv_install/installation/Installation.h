@@ -61,7 +61,7 @@ enum Condition : unsigned {
     DuringMerge = 128,           // removed at the end of the setup
     InPlace = 256,               // not of a staged setup
     ByVerification = 512,        // not of a setup
-    Staged = 1024                // only of a staged setup as root
+    ForUndo = 1024               // not part of the installation
 };
 
 // Names an entry that code refers to on its own.

@@ -11,6 +11,7 @@
 
 #include "commit/EarlierServices.h"
 #include "installation/Tool.h"
+#include "staging/Recorder.h"
 
 namespace {
 
@@ -139,6 +140,29 @@ Failure FindServiceDifferences(const StagedMachine& staged, bool alwaysRestart,
                                     calls.contains(CallOf({"systemctl", "restart", serviceUnit}))))
         AddService(staged, alwaysRestart, differences);
     return {};
+}
+
+void AddServicesBefore(Differences& snapshot) {
+    const ServiceStates states = FindServiceStates();
+    if (!states.isManagerRunning)
+        return;
+    const auto exists = [&](const std::string& path) {
+        return std::ranges::any_of(snapshot.paths, [&](const PathDifference& each) {
+            return each.path == path && each.before.kind != State::Kind::Missing;
+        });
+    };
+    for (const hx::EarlierService& service : hx::earlierServices) {
+        const bool wasActive = states.active.contains(QLatin1String(service.name));
+        if (exists(service.path))
+            snapshot.services.push_back(
+                {Change::Delete, NameOf(service), wasActive ? isActive : isInactive, ""});
+    }
+    if (states.active.contains(ShortNameOfService())) {
+        snapshot.services.push_back({Change::Modify, serviceUnit, isActive, isActive});
+    } else {
+        const char* before = exists(Find(Item::Unit).path) ? isInactive : "";
+        snapshot.services.push_back({Change::Create, serviceUnit, before, isActive});
+    }
 }
 
 void KeepServiceIdle(Differences& differences) {

@@ -12,6 +12,9 @@
 Failure FindServiceDifferences(const StagedMachine& staged, bool alwaysRestart,
                                Differences& differences);
 
+// Adds to `services` what a setup in place may stop or start, as it is before.
+void AddServicesBefore(Differences& snapshot);
+
 // Removes the start of the service.
 void KeepServiceIdle(Differences& differences);
 

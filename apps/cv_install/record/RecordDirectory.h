@@ -66,6 +66,9 @@ public:
     // Replaces the files that have been prepared, in the order of the calls.
     Failure Replace();
 
+    // The path of a file or directory in messages.
+    QString PathOf(Item item) const;
+
     // The problem of a file whose content is not what a setup wrote.
     Problem Damaged(Item item) const;
 
@@ -79,7 +82,6 @@ private:
     Failure OpenForRoot(bool creates);
     Failure OpenForUser(bool creates);
     int DirectoryOf(Item item) const;
-    QString PathOf(Item item) const;
     Descriptor OpenOrCreate(int parent, const std::string& name, mode_t mode, bool creates);
     Problem Unusable(const QString& path, const QString& reason, bool isWritten) const;
 

@@ -16,7 +16,6 @@ namespace {
 
 constexpr mode_t modeOfPages = 0644;
 constexpr mode_t modeOfPageDirectories = 0755;
-constexpr const char* unfinishedPage = ".corvane26_page";
 
 bool IsBelowRow(const QString& path, const Entry& directory) {
     return path.startsWith(QLatin1String(directory.path) + u'/');

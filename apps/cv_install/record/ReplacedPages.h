@@ -19,6 +19,9 @@ FormerPages FindReplacedPages(const std::optional<Manifest>& previous, const Pac
 // True if the product has other pages for this directory.
 bool IsReplaced(const Entry& directory, const FormerPages& former);
 
+// The name of a page that is being written, in its directory.
+inline constexpr const char* unfinishedPage = ".corvane26_page";
+
 // Writes the new pages into the install directory. Replaces pages that are as the previous
 // setup installed them, and removes those that the product no longer has. Other files of the same
 // name get a dated name, which is reported. For setups in place, before their script.

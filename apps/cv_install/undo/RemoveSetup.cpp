@@ -145,7 +145,7 @@ private:
     const Arguments& m_arguments;
     const SetupLock& m_lock;
     const bool m_purges;
-    SavedStates m_states;
+    SavedStates m_states{QLatin1String(sharedDirectory)};
     bool m_isSaved = false;  // the state before the first setup
     SavedSetup m_saved;
     StagedMachine m_content;

@@ -1,7 +1,10 @@
 #include "undo/Restoration.h"
 
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <cstdio>
+#include <set>
 
 #include "Console.h"
 #include "answers/AnswersFile.h"
@@ -14,6 +17,7 @@
 #include "report/TextDifferences.h"
 #include "undo/AccountUse.h"
 #include "undo/SavedStates.h"
+#include "undo/Snapshot.h"
 
 namespace {
 
@@ -49,9 +53,10 @@ Failure FindOwners(const SavedSetup& saved, OwnersOfUndo& owners) {
         return failure;
     if (recorded)
         owners = {recorded->uid, recorded->gid, recorded->uid};
+    // An interrupted setup in place leaves entries of root's.
     for (const SavedPath& path : PathsOf(saved)) {
         if (path.entry == nullptr || path.entry->owner != Owner::ServiceAccount ||
-            path.after.back().kind == State::Kind::Missing)
+            path.after.back().kind == State::Kind::Missing || path.after.back().owner == 0)
             continue;
         owners.account = path.after.back().owner;
         owners.group = path.after.back().group;
@@ -100,6 +105,10 @@ Failure Restoration::Plan() {
     LiveMachine live;
     if (Failure failure = Read(live))
         return failure;
+    if (m_purpose == UndoPurpose::FurtherSetup) {
+        m_differences = std::move(live.differences);
+        return {};
+    }
     ShowKept();
     if (IsRemoval(m_purpose) && live.differences.IsEmpty())
         return {};
@@ -134,11 +143,40 @@ Failure Restoration::ApplyPaths(TreeMerge& tree, Undo& undo) const {
     return failure;
 }
 
+// While tar unpacks, directories are closed to others, as they stay if the setup is killed. The
+// merge does not work in a directory with secrets. There are none if all that is in it is deleted.
+void Restoration::OpenUnpackedDirectories() const {
+    std::set<std::string> deleted;
+    for (const PathDifference& each : m_differences.paths) {
+        if (each.change == Change::Delete)
+            deleted.insert(each.path);
+    }
+    Descriptor tree;
+    if (OpenInstallDirectory(tree))
+        return;
+    const size_t top = m_content.installDir.toStdString().size() + 1;
+    constexpr mode_t modeOfTar = 0700;
+    for (const PathDifference& each : m_differences.paths) {
+        if (each.entry == nullptr || !each.entry->ownsAllBelow || each.before.mode != modeOfTar ||
+            each.before.kind != State::Kind::Directory || !deleted.contains(each.path))
+            continue;
+        const Descriptor opened = OpenDirectory(tree.Number(), each.path.substr(top));
+        const std::optional<State> now = opened ? ReadAttributes(opened) : std::nullopt;
+        const auto names = PathsBelow(opened.Number(), "");
+        if (now && now->IsSameInode(each.before) && now->owner == 0 && names &&
+            std::ranges::all_of(*names, [&](const std::string& name) {
+                return deleted.contains(each.path + '/' + name);
+            }))
+            fchmodat(opened.Number(), ".", each.entry->rootMode, 0);
+    }
+}
+
 // Everything that can be taken back, then what cannot.
 Failure Restoration::Apply() {
     OwnersOfUndo owners;
     if (Failure failure = FindOwners(m_saved, owners))
         return failure;
+    OpenUnpackedDirectories();
     Undo undo;
     if (IsRemoval(m_purpose) && m_services.isManagerRunning)
         StopRemovedService(m_differences);

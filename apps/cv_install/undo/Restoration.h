@@ -20,7 +20,7 @@ public:
     Restoration(const Arguments& arguments, UndoPurpose purpose, const SavedSetup& saved,
                 StagedMachine content, OtherReader readOthers);
 
-    // A removal does not ask if it changes nothing.
+    // A removal does not ask if it changes nothing. For a further setup, shows and asks nothing.
     Failure Plan();
 
     // A failure is undone.
@@ -33,6 +33,7 @@ private:
     Failure Read(LiveMachine& live);
     void ShowKept() const;
     void ShowContents(const Differences& differences) const;
+    void OpenUnpackedDirectories() const;
     Failure ApplyPaths(TreeMerge& tree, Undo& undo) const;
     std::vector<PathDifference> WithoutOthers() const;
     void DeleteAccounts() const;

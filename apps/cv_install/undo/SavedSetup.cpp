@@ -1,5 +1,7 @@
 #include "undo/SavedSetup.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <array>
 #include <map>
@@ -11,6 +13,8 @@ using Json = nlohmann::ordered_json;
 
 constexpr std::array<std::pair<Change, const char*>, 3> savedChangeWords = {
     {{Change::Create, "create"}, {Change::Modify, "modify"}, {Change::Delete, "delete"}}};
+constexpr std::array<std::pair<bool, const char*>, 2> savedResultWords = {
+    {{true, "known"}, {false, "unknown"}}};
 constexpr std::array<std::pair<State::Kind, const char*>, 5> savedKindWords = {
     {{State::Kind::Missing, "missing"},
      {State::Kind::File, "file"},
@@ -99,7 +103,7 @@ Json ObjectOf(const Differences& differences) {
     return object;
 }
 
-Differences DifferencesOf(const Json& object) {
+Differences DifferencesOf(const Json& object, const std::string& installDir) {
     Differences all;
     for (const Json& each : object.at("accounts")) {
         all.accounts.push_back({each.at("group"), Decoded(each.at("name")), each.at("uid"),
@@ -114,7 +118,7 @@ Differences DifferencesOf(const Json& object) {
         const std::string path = Decoded(each.at("path"));
         all.paths.push_back({ValueFor(savedChangeWords, each.at("change")), path,
                              StateOf(each.at("before")), StateOf(each.at("after")),
-                             RowOfPath(path)});
+                             RowOfPath(path, installDir)});
     }
     for (const Json& each : object.at("services")) {
         all.services.push_back({ValueFor(savedChangeWords, each.at("change")),
@@ -176,14 +180,21 @@ std::vector<ServiceDifference> ServicesOf(const SavedSetup& saved) {
                        });
 }
 
-const Entry* RowOfPath(const std::string& path) {
+const Entry* RowOfPath(const std::string& path, const std::string& installDir) {
     const auto rows = Entries();
     const auto found = std::ranges::find_if(rows, [&](const Entry& entry) {
-        const std::string row = PathOf(entry, sharedDirectory);
+        const std::string row = PathOf(entry, installDir);
         return IsStaged(entry) &&
                (path == row || (entry.ownsAllBelow && path.starts_with(row + '/')));
     });
     return found == rows.end() ? nullptr : &*found;
+}
+
+// Jobs are no part of it. Where other users can rename files, root reads only public ones.
+Reading ReadingOfSaved(const Entry* entry, bool isInTree) {
+    if (entry != nullptr && entry->item == Item::QueueEntries)
+        return Reading::Nothing;
+    return isInTree && getuid() == 0 ? Reading::PublicFiles : Reading::AllFiles;
 }
 
 void Collapse(SavedSetup& saved) {
@@ -229,6 +240,7 @@ void Collapse(SavedSetup& saved) {
 
 QByteArray TextOf(const SavedSetup& saved) {
     Json object = {{"complete", saved.isComplete},
+                   {"result", WordFor(savedResultWords, saved.isResultKnown)},
                    {"record", saved.record},
                    {"members", Json::object()},
                    {"attempts", Json::array()}};
@@ -239,17 +251,18 @@ QByteArray TextOf(const SavedSetup& saved) {
     return QByteArray::fromStdString(object.dump(1)) + '\n';
 }
 
-std::optional<SavedSetup> ParseSavedSetup(const QByteArray& text) {
+std::optional<SavedSetup> ParseSavedSetup(const QByteArray& text, const std::string& installDir) {
     SavedSetup saved;
     try {
         const Json object = Json::parse(text.begin(), text.end());
         saved.isComplete = object.at("complete");
+        saved.isResultKnown = ValueFor(savedResultWords, object.at("result"));
         saved.record = object.at("record");
         for (const auto& [group, names] : object.at("members").items())
             saved.members[Decoded(group)] =
                 QString::fromStdString(Decoded(names)).split(u',', Qt::SkipEmptyParts);
         for (const Json& attempt : object.at("attempts"))
-            saved.attempts.push_back(DifferencesOf(attempt));
+            saved.attempts.push_back(DifferencesOf(attempt, installDir));
     } catch (const std::exception&) {
         return {};
     }

@@ -1,4 +1,4 @@
-// What a setup as root changed, as its record keeps it to undo the setup.
+// What a setup changed, as its record keeps it to undo the setup.
 #pragma once
 
 #include <QByteArray>
@@ -12,6 +12,7 @@
 
 struct SavedSetup {
     bool isComplete = false;            // neither the setup nor its undo was interrupted
+    bool isResultKnown = true;          // otherwise the last attempt is a snapshot, see Snapshot.h
     std::vector<Differences> attempts;  // more than one after interrupted setups
     std::vector<std::string> record;    // names of the files of the record before the setup
     std::map<std::string, QStringList> members;  // before the setup, of groups that it changes
@@ -37,11 +38,14 @@ std::vector<ServiceDifference> ServicesOf(const SavedSetup& saved);
 void Collapse(SavedSetup& saved);
 
 // The row of a path; for what is below a directory of web pages, that of the directory. Null for
-// enablement links of earlier services.
-const Entry* RowOfPath(const std::string& path);
+// enablement links of earlier services, and for directories above rows.
+const Entry* RowOfPath(const std::string& path, const std::string& installDir);
+
+// Of which files the content is read to compare them with a saved state.
+Reading ReadingOfSaved(const Entry* entry, bool isInTree);
 
 // The body of a record's file: JSON.
 QByteArray TextOf(const SavedSetup& saved);
 
 // Empty if the text is not what TextOf returns.
-std::optional<SavedSetup> ParseSavedSetup(const QByteArray& text);
+std::optional<SavedSetup> ParseSavedSetup(const QByteArray& text, const std::string& installDir);

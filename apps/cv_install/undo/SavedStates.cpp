@@ -14,6 +14,7 @@
 #include <memory>
 
 #include "WriteAll.h"
+#include "installation/TreeCheck.h"
 #include "merge/AccountNumber.h"
 #include "merge/Accounts.h"
 #include "merge/MergePaths.h"
@@ -26,10 +27,6 @@ constexpr const char* stateFile = "state";
 constexpr const char* newStateFile = "state.new";
 constexpr const char* firstState = "first";
 constexpr off_t largestState = off_t{64} << 20;
-
-std::string PathOfStates() {
-    return Find(Item::SavedStates).path;
-}
 
 Problem CannotSave(const std::string& path, int error) {
     return {ExitStatus::SystemCallFailed,
@@ -60,8 +57,8 @@ Descriptor OpenOwnDirectory(int parent, const std::string& name,
 // Below a directory of root's alone. --diff shows only what other users could read here.
 constexpr mode_t modeOfLayers = 0755;
 
-bool OpenLayers(int directory, StagedMachine& layers) {
-    layers.installDir = QLatin1String(sharedDirectory);
+bool OpenLayers(int directory, const QString& installDir, StagedMachine& layers) {
+    layers.installDir = installDir;
     layers.tree = OpenOwnDirectory(directory, "tree", modeOfLayers);
     layers.etc = OpenOwnDirectory(directory, "etc", modeOfLayers);
     layers.bin = OpenOwnDirectory(directory, "bin", modeOfLayers);
@@ -177,10 +174,8 @@ struct RecordFile {
     std::string name;
 };
 
-Failure SaveContents(const Differences& differences, const OpenState& state, int liveTree) {
-    StagedMachine layers;
-    if (!OpenLayers(state.directory.Number(), layers))
-        return CannotSave(PathOfStates(), errno);
+Failure SaveContents(const Differences& differences, const OpenState& state,
+                     const StagedMachine& layers, int liveTree) {
     const std::vector<SavedPath> known = PathsOf(state.saved);
     for (const PathDifference& difference : differences.paths) {
         const bool isKnown = std::ranges::any_of(
@@ -193,9 +188,38 @@ Failure SaveContents(const Differences& differences, const OpenState& state, int
     return {};
 }
 
+bool ChangesNothing(const Differences& attempt) {
+    return attempt.accounts.empty() && attempt.members.empty() && attempt.paths.empty();
+}
+
 }  // namespace
 
-SavedStates::SavedStates() : m_record(QLatin1String(sharedDirectory)) {}
+SavedStates::SavedStates(const QString& installDir)
+    : m_installDir(installDir), m_record(installDir) {}
+
+std::string SavedStates::PathOfStates() const {
+    return m_record.PathOf(Item::SavedStates).toStdString();
+}
+
+Failure SavedStates::OpenTree(Descriptor& tree) const {
+    if (getuid() == 0)
+        return OpenInstallDirectory(tree);
+    tree = Descriptor(open(m_installDir.toUtf8().constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    return {};
+}
+
+Failure SavedStates::CompleteAttempt(SavedSetup& saved) const {
+    if (saved.isResultKnown || saved.attempts.empty())
+        return {};
+    Descriptor tree;
+    Failure failure = OpenTree(tree);
+    if (!failure)
+        failure = CompleteSnapshot(saved.members, m_installDir.toStdString(), tree.Number(),
+                                   saved.attempts.back());
+    if (!failure)
+        saved.isResultKnown = true;
+    return failure;
+}
 
 Failure SavedStates::Open(bool creates) {
     Failure failure = creates ? m_record.Create() : m_record.Open();
@@ -230,14 +254,16 @@ Failure SavedStates::Load(const std::string& name, OpenState& state, bool& isFou
         return CannotUse(path, "it cannot be read");
     const std::optional<ParsedRecord> text =
         found.st_size > largestState ? std::nullopt : ParseRecordText(file.readAll());
-    std::optional<SavedSetup> saved = text ? ParseSavedSetup(text->body) : std::nullopt;
+    std::optional<SavedSetup> saved =
+        text ? ParseSavedSetup(text->body, m_installDir.toStdString()) : std::nullopt;
     if (!saved)
         return CannotUse(path, "it is damaged");
     if (text->facts.machineId != MachineId())
         return CannotUse(path, "it is from another machine");
     state.facts = text->facts;
     state.saved = std::move(*saved);
-    return {};
+    state.wasResultKnown = state.saved.isResultKnown;
+    return CompleteAttempt(state.saved);
 }
 
 Failure SavedStates::FindLast(OpenState& last, bool& isFound) const {
@@ -288,15 +314,19 @@ Failure SavedStates::SaveRecord(OpenState& state) const {
     return {};
 }
 
-Failure SavedStates::AddAttempt(const SetupFacts& facts, const Differences& attempt, int liveTree,
-                                OpenState& state) const {
+Failure SavedStates::AddAttempt(const SetupFacts& facts, const Differences& attempt,
+                                bool isResultKnown, int liveTree, OpenState& state) const {
     state.facts = facts;
     for (const MemberDifference& member : attempt.members) {
         if (!state.saved.members.contains(member.group))
             state.saved.members[member.group] = LocalMembers(member.group).value_or(QStringList());
     }
-    Failure failure = SaveContents(attempt, state, liveTree);
+    StagedMachine layers;
+    Failure failure = OpenLayers(state.directory.Number(), m_installDir, layers)
+                          ? SaveContents(attempt, state, layers, liveTree)
+                          : CannotSave(PathOfStates(), errno);
     state.saved.attempts.push_back(attempt);
+    state.saved.isResultKnown = isResultKnown;
     state.wasComplete = state.saved.isComplete;
     state.saved.isComplete = false;
     return failure ? failure : Write(state);
@@ -304,26 +334,41 @@ Failure SavedStates::AddAttempt(const SetupFacts& facts, const Differences& atte
 
 // A record without this state is one of setups that did not save theirs. What is damaged is
 // reported when it is used.
-Failure SavedStates::BeginFirst(const SetupFacts& facts, const Differences& attempt, int liveTree) {
+Failure SavedStates::BeginFirst(const SetupFacts& facts, const Differences& attempt,
+                                bool isResultKnown, int liveTree) {
     bool isFound = false;
     if (Load(firstState, m_first, isFound) || (!isFound && !m_state.saved.record.empty())) {
         m_first = {};
         return {};
     }
     Failure failure = isFound ? Failure() : Create(firstState, m_first);
-    return failure ? failure : AddAttempt(facts, attempt, liveTree, m_first);
+    return failure ? failure : AddAttempt(facts, attempt, isResultKnown, liveTree, m_first);
 }
 
 Failure SavedStates::Begin(const SetupFacts& facts, const Differences& differences, int liveTree) {
+    Differences attempt = differences;
+    ReadPages(attempt.paths, liveTree);
+    return BeginAttempt(facts, attempt, true, liveTree);
+}
+
+Failure SavedStates::BeginInPlace(const SetupFacts& facts, const SetupInPlace& setup) {
+    Descriptor tree;
+    Differences snapshot;
+    Failure failure = OpenTree(tree);
+    if (!failure)
+        failure = ReadSnapshot(setup, tree.Number(), snapshot);
+    return failure ? failure : BeginAttempt(facts, snapshot, false, tree.Number());
+}
+
+Failure SavedStates::BeginAttempt(const SetupFacts& facts, const Differences& attempt,
+                                  bool isResultKnown, int liveTree) {
     if (Failure failure = Open(true))
         return failure;
     bool isFound = false;
     Failure damaged = FindLast(m_state, isFound);
     const bool continues = isFound && !damaged && !m_state.saved.isComplete;
-    const bool changesNothing =
-        differences.accounts.empty() && differences.members.empty() && differences.paths.empty();
     // A further state would take the place of a useful one.
-    if (changesNothing && !continues) {
+    if (ChangesNothing(attempt) && !continues) {
         m_state = {};
         return {};
     }
@@ -335,14 +380,12 @@ Failure SavedStates::Begin(const SetupFacts& facts, const Differences& differenc
             return failure;
         failure = SaveRecord(m_state);
     }
-    Differences attempt = differences;
-    ReadPages(attempt.paths, liveTree);
     if (!failure)
-        failure = AddAttempt(facts, attempt, liveTree, m_state);
+        failure = AddAttempt(facts, attempt, isResultKnown, liveTree, m_state);
     else
         m_state.saved.attempts.push_back(attempt);
     if (!failure)
-        failure = BeginFirst(facts, attempt, liveTree);
+        failure = BeginFirst(facts, attempt, isResultKnown, liveTree);
     if (failure)
         Discard();
     return failure;
@@ -351,9 +394,19 @@ Failure SavedStates::Begin(const SetupFacts& facts, const Differences& differenc
 void SavedStates::Complete() {
     if (m_state.name.empty())
         return;
-    if (const Failure failure = NoteComplete(true)) {
+    Failure failure = CompleteAttempt(m_state.saved);
+    if (!failure && !m_first.name.empty())
+        failure = CompleteAttempt(m_first.saved);
+    if (!failure && m_state.isNew && ChangesNothing(m_state.saved.attempts.back())) {
+        Discard();
+        return;
+    }
+    if (!failure)
+        failure = NoteComplete(true);
+    if (failure) {
         ReportWarning({failure->status, failure->text,
                        QStringLiteral("With --undo, this setup and the next one are undone.")});
+        return;
     }
     Collapse(m_first.saved);
     m_first.saved.isComplete = true;
@@ -370,6 +423,7 @@ void SavedStates::RemoveAttempt(OpenState& state) const {
     } else if (!state.name.empty()) {
         state.saved.attempts.pop_back();
         state.saved.isComplete = state.wasComplete;
+        state.saved.isResultKnown = true;
         Write(state);
     }
     state = {};
@@ -383,6 +437,16 @@ void SavedStates::Discard() {
     RemoveDirectory();
 }
 
+Failure SavedStates::LoadUnfinished(bool includesStaged, bool& isFound) {
+    isFound = false;
+    Failure failure = Open(false);
+    if (!failure && m_states)
+        failure = FindLast(m_state, isFound);
+    isFound = isFound && !failure && !m_state.saved.isComplete &&
+              (includesStaged || !m_state.wasResultKnown);
+    return failure;
+}
+
 Failure SavedStates::LoadLast() {
     bool isFound = false;
     Failure failure = Open(false);
@@ -392,8 +456,7 @@ Failure SavedStates::LoadLast() {
         return failure;
     return Problem{ExitStatus::RecordUnusable,
                    QStringLiteral("there is no saved state before a setup"),
-                   QStringLiteral("Only setups as root that are prepared in private can be undone, "
-                                  "and only the last %1 that changed something.")
+                   QStringLiteral("Only the last %1 setups that changed something can be undone.")
                        .arg(keptStates)};
 }
 
@@ -422,7 +485,7 @@ Failure SavedStates::LoadFirst(bool& isFound) {
 }
 
 Failure SavedStates::OpenContent(StagedMachine& content) const {
-    if (OpenLayers(m_state.directory.Number(), content))
+    if (OpenLayers(m_state.directory.Number(), m_installDir, content))
         return {};
     return CannotUse(PathOfStates() + '/' + m_state.name, std::strerror(errno));
 }
@@ -512,17 +575,6 @@ Failure SavedStates::KeepFirst(const SetupFacts& facts, const SavedSetup& remain
         if (!isPrivate)
             unlinkat(m_record.Public(), name.c_str(), 0);
     }
-    return {};
-}
-
-Failure SavedStates::RemoveAll() {
-    SavedStates all;
-    if (Failure failure = all.Open(false))
-        return failure;
-    if (!all.m_states)
-        return {};
-    all.RemoveNumbered();
-    all.RemoveState(firstState);
     return {};
 }
 

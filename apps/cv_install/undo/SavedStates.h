@@ -1,4 +1,4 @@
-// The states before the last setups as root, in the private directory of the record.
+// The states before the last setups, in the private directory of the record.
 #pragma once
 
 #include <optional>
@@ -9,6 +9,7 @@
 #include "record/RecordDirectory.h"
 #include "record/RecordText.h"
 #include "undo/SavedSetup.h"
+#include "undo/Snapshot.h"
 
 // Relative to the directory of states. The script of the Debian package reads the paths in it.
 inline constexpr const char* stateBeforeFirstSetup = "first/state";
@@ -19,7 +20,8 @@ struct OpenState {
     std::string name;  // empty without a state
     Descriptor directory;
     bool isNew = false;
-    bool wasComplete = false;  // before a setup added to it
+    bool wasComplete = false;    // before a setup added to it
+    bool wasResultKnown = true;  // before what is there now was filled in
     SetupFacts facts;
     SavedSetup saved;
 };
@@ -30,12 +32,15 @@ struct OpenState {
 // exists if all setups saved their states.
 class SavedStates {
 public:
-    SavedStates();
+    explicit SavedStates(const QString& installDir);
 
     // Called before the setup changes anything. Saves on the disk what it is about to change. After
     // an interrupted setup, it adds to the state before that one. `liveTree` is the live install
     // directory, or -1.
     Failure Begin(const SetupFacts& facts, const Differences& differences, int liveTree);
+
+    // The same for a setup in place.
+    Failure BeginInPlace(const SetupFacts& facts, const SetupInPlace& setup);
 
     // The setup is complete. Reports what fails, after which the next setup adds to this state.
     void Complete();
@@ -45,6 +50,10 @@ public:
 
     // Opens the state before the last setup. Fails without one.
     Failure LoadLast();
+
+    // Opens the state before the last setup, unless that setup is complete; `isFound` is false
+    // then. Without `includesStaged`, only a setup in place counts.
+    Failure LoadUnfinished(bool includesStaged, bool& isFound);
 
     // Opens the state before the first setup; `isFound` is false if it was not saved.
     Failure LoadFirst(bool& isFound);
@@ -68,9 +77,6 @@ public:
     // no setup can be undone, and there is no manifest.
     Failure KeepFirst(const SetupFacts& facts, const SavedSetup& remaining);
 
-    // After a setup that saved no state. Fails if a state remains that would be wrong then.
-    static Failure RemoveAll();
-
     // Removes the whole record, the state before the first setup last.
     Failure RemoveRecord();
 
@@ -79,9 +85,15 @@ private:
     Failure Load(const std::string& name, OpenState& state, bool& isFound) const;
     Failure FindLast(OpenState& last, bool& isFound) const;
     Failure Create(const std::string& name, OpenState& state) const;
-    Failure AddAttempt(const SetupFacts& facts, const Differences& attempt, int liveTree,
-                       OpenState& state) const;
-    Failure BeginFirst(const SetupFacts& facts, const Differences& attempt, int liveTree);
+    Failure BeginAttempt(const SetupFacts& facts, const Differences& attempt, bool isResultKnown,
+                         int liveTree);
+    Failure AddAttempt(const SetupFacts& facts, const Differences& attempt, bool isResultKnown,
+                       int liveTree, OpenState& state) const;
+    Failure BeginFirst(const SetupFacts& facts, const Differences& attempt, bool isResultKnown,
+                       int liveTree);
+    Failure OpenTree(Descriptor& tree) const;
+    Failure CompleteAttempt(SavedSetup& saved) const;
+    std::string PathOfStates() const;
     Failure Write(const OpenState& state) const;
     Failure SaveRecord(OpenState& state) const;
     void RemoveAttempt(OpenState& state) const;
@@ -91,6 +103,7 @@ private:
     void RemoveState(const std::string& name) const;
     void RemoveDirectory() const;
 
+    const QString m_installDir;
     RecordDirectory m_record;
     Descriptor m_states;
     OpenState m_state;  // a numbered one, or the first

@@ -112,10 +112,8 @@ Failure PathUndo::ReadLive(const SavedPath& path, State& live) const {
     const LivePath place = PlaceOf(path.path);
     if (place.directory == -1)
         return {};
-    const Reading reading = IsItem(path, Item::QueueEntries) ? Reading::Nothing
-                            : place.isInTree                 ? Reading::PublicFiles
-                                                             : Reading::AllFiles;
-    const std::optional<State> found = ReadStateAt(place.directory, place.path, reading);
+    const std::optional<State> found =
+        ReadStateAt(place.directory, place.path, ReadingOfSaved(path.entry, place.isInTree));
     if (!found)
         return UnreadableInUndo(path.path, errno);
     live = *found;
@@ -206,8 +204,9 @@ Failure PathUndo::Add(const SavedPath& path) {
         return DamagedContent(path.path);
     const bool isOurs = std::ranges::find(path.after, live) != path.after.end();
     const char* reason = WhyKept(path, live);
-    if (reason == nullptr && !isOurs && m_purpose != UndoPurpose::ForcedUndo &&
-        !IsRemovedAsChanged(path, live))
+    const bool isForced =
+        m_purpose == UndoPurpose::ForcedUndo || m_purpose == UndoPurpose::FurtherSetup;
+    if (reason == nullptr && !isOurs && !isForced && !IsRemovedAsChanged(path, live))
         reason = ChangedSince(m_purpose);
     if (reason != nullptr) {
         Keep(path.path, reason);
@@ -357,6 +356,8 @@ Failure FindUndo(const SavedSetup& saved, const StagedMachine& content, int live
                difference.after.kind != State::Kind::Directory;
     });
     undo.AddDeletedDirectories();
+    if (purpose == UndoPurpose::FurtherSetup)
+        return {};
     if (purpose != UndoPurpose::Remove) {
         AddAccounts(saved, purpose, plan);
         AddMembers(saved, plan);

@@ -11,8 +11,9 @@
 #include "undo/SavedSetup.h"
 
 // What the state before is for. A removal keeps settings and accounts that setups created, and a
-// purge deletes them, settings also if they were edited.
-enum class UndoPurpose { Undo, ForcedUndo, Remove, Purge };
+// purge deletes them, settings also if they were edited. Before a setup after an unfinished one,
+// only paths are restored, also changed ones.
+enum class UndoPurpose { Undo, ForcedUndo, Remove, Purge, FurtherSetup };
 
 inline bool IsRemoval(UndoPurpose purpose) {
     return purpose == UndoPurpose::Remove || purpose == UndoPurpose::Purge;

@@ -35,7 +35,7 @@ Failure CarryOutUndo(SavedStates& states, Restoration& restoration) {
 }
 
 Failure UndoLastSetup(const Arguments& arguments, const SetupLock& lock) {
-    SavedStates states;
+    SavedStates states{QLatin1String(sharedDirectory)};
     StagedMachine content;
     Failure failure = states.LoadLast();
     if (failure && !arguments.Has(OwnOption::DryRun))
@@ -64,7 +64,53 @@ Failure UndoLastSetup(const Arguments& arguments, const SetupLock& lock) {
     return failure;
 }
 
+Problem NotCompleted(const QString& time) {
+    return {ExitStatus::NoDryRun,
+            QStringLiteral("cannot find out what a setup would change: the setup of %1 was not "
+                           "completed")
+                .arg(Printable(time)),
+            QStringLiteral("Run the setup, which first restores the files from before that one, or "
+                           "undo that one with --undo.")};
+}
+
+Failure ApplyBeforeSetup(Restoration& restoration, const QString& time) {
+    // A further setup completes this, too.
+    Interruption::EndsSetup(Changes::Unknown);
+    Failure failure = restoration.Apply();
+    Interruption::EndsSetup(Changes::None);
+    if (!failure)
+        std::printf("Restored the files from before the setup of %s, which was not completed.\n",
+                    qUtf8Printable(Printable(time)));
+    return failure;
+}
+
 }  // namespace
+
+Failure RestoreAfterUnfinished(const Arguments& arguments, const QString& installDir,
+                               Unfinished which) {
+    SavedStates states(installDir);
+    bool isFound = false;
+    StagedMachine content;
+    // What is damaged is reported when the setup is undone.
+    if (states.LoadUnfinished(which == Unfinished::All, isFound) || !isFound)
+        return {};
+    Failure failure = states.OpenContent(content);
+    if (failure)
+        return failure;
+    Restoration restoration(arguments, UndoPurpose::FurtherSetup, states.Saved(),
+                            std::move(content), [] { return std::vector<PathDifference>(); });
+    failure = restoration.Plan();
+    if (failure && failure->status == ExitStatus::RecordUnusable) {
+        ReportWarning({failure->status, failure->text,
+                       QStringLiteral("The setup continues with what an unfinished one left.")});
+        return {};
+    }
+    const QString time = states.Facts().time;
+    if (!failure && !restoration.Shown().IsEmpty())
+        failure = arguments.Has(OwnOption::DryRun) ? Failure(NotCompleted(time))
+                                                   : ApplyBeforeSetup(restoration, time);
+    return AboutAction(failure, {"setup canceled", "during the setup", "un the setup again"});
+}
 
 ExitStatus UndoAsRoot(const Arguments& arguments, const SetupLock& lock) {
     if (!arguments.Has(OwnOption::DryRun))

@@ -1,23 +1,20 @@
 #include "undo/UnsavedSetups.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <grp.h>
 #include <pwd.h>
 
 #include <QFile>
 #include <algorithm>
-#include <memory>
-#include <set>
 
 #include "merge/ServiceAccount.h"
 #include "record/RecordDirectory.h"
 #include "record/SetupRecord.h"
+#include "undo/Snapshot.h"
 
 namespace {
 
 constexpr qsizetype largestRunScript = 65536;
-constexpr int mostLevelsOfPages = 20;
 constexpr id_t firstOfUsers = 1000;
 
 class UnsavedSetups {
@@ -33,7 +30,7 @@ public:
 private:
     State ReadLive(const Entry& entry, const std::string& path) const;
     void Add(const std::string& path, const State& after, const Entry& entry);
-    void AddBelow(const Entry& entry, const std::string& path, int depth);
+    void AddBelow(const Entry& entry);
 
     const Descriptor m_root;
     const int m_liveTree;
@@ -48,10 +45,9 @@ State UnsavedSetups::ReadLive(const Entry& entry, const std::string& path) const
                                                   : path.substr(top);
     if (isInTree && m_liveTree == -1)
         return {};
-    const Reading reading = entry.item == Item::QueueEntries ? Reading::Nothing
-                            : isInTree                       ? Reading::PublicFiles
-                                                             : Reading::AllFiles;
-    return ReadStateAt(isInTree ? m_liveTree : m_root.Number(), below, reading).value_or(State());
+    return ReadStateAt(isInTree ? m_liveTree : m_root.Number(), below,
+                       ReadingOfSaved(&entry, isInTree))
+        .value_or(State());
 }
 
 void UnsavedSetups::Add(const std::string& path, const State& after, const Entry& entry) {
@@ -64,7 +60,7 @@ void UnsavedSetups::AddListed(const Manifest& manifest) {
         std::string path = '/' + listed.path;
         if (path == tree || path.starts_with(tree + '/'))
             path.replace(0, tree.size(), sharedDirectory);
-        const Entry* entry = RowOfPath(path);
+        const Entry* entry = RowOfPath(path, sharedDirectory);
         if (!listed.isInstalled || entry == nullptr)
             continue;
         State after = listed.state;
@@ -75,26 +71,12 @@ void UnsavedSetups::AddListed(const Manifest& manifest) {
     }
 }
 
-void UnsavedSetups::AddBelow(const Entry& entry, const std::string& path, int depth) {
-    const std::string below = path.substr(std::string(sharedDirectory).size() + 1);
-    const Descriptor directory = OpenDirectory(m_liveTree, below);
-    const int opened = directory && depth < mostLevelsOfPages
-                           ? openat(directory.Number(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC)
-                           : -1;
-    const std::unique_ptr<DIR, int (*)(DIR*)> stream(opened == -1 ? nullptr : fdopendir(opened),
-                                                     closedir);
-    std::set<std::string> names;
-    while (const dirent* each = stream ? readdir(stream.get()) : nullptr)
-        names.insert(each->d_name);
-    const std::string inside = path + '/';
-    for (const std::string& name : names) {
-        const std::string child = inside + name;
-        const State state = name == "." || name == ".." ? State() : ReadLive(entry, child);
-        if (state.kind == State::Kind::Missing || state.kind == State::Kind::Special)
-            continue;
-        Add(child, state, entry);
-        if (state.kind == State::Kind::Directory)
-            AddBelow(entry, child, depth + 1);
+void UnsavedSetups::AddBelow(const Entry& entry) {
+    for (const std::string& below : PathsBelow(m_liveTree, entry.path).value_or(RelativePaths())) {
+        const std::string path = sharedDirectory + ('/' + below);
+        const State state = ReadLive(entry, path);
+        if (state.kind != State::Kind::Missing && state.kind != State::Kind::Special)
+            Add(path, state, entry);
     }
 }
 
@@ -119,7 +101,7 @@ void UnsavedSetups::AddTable() {
             continue;
         Add(path, live, entry);
         if (entry.ownsAllBelow)
-            AddBelow(entry, path, 0);
+            AddBelow(entry);
     }
 }
 

@@ -1,0 +1,337 @@
+#include "undo/Snapshot.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <grp.h>
+#include <pwd.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <memory>
+#include <set>
+
+#include "commit/EarlierServices.h"
+#include "installation/PathParts.h"
+#include "merge/Accounts.h"
+#include "merge/Services.h"
+#include "undo/SavedSetup.h"
+
+namespace {
+
+constexpr int mostLevelsOfPages = 64;
+constexpr const char* unitDirectory = "/etc/systemd/system";
+
+Problem UnreadableInSnapshot(const std::string& path, int error) {
+    const char* reason = error == EINTR ? "timed out" : std::strerror(error);
+    return {ExitStatus::SystemCallFailed,
+            QStringLiteral("cannot read \"%1\": %2")
+                .arg(QString::fromStdString(path), QString::fromUtf8(reason)),
+            QStringLiteral("Make sure that no other process uses it, then run the setup again.")};
+}
+
+// The names in a directory; empty if it cannot be listed.
+std::optional<std::set<std::string>> NamesBelow(int base, const std::string& path) {
+    const Descriptor directory = OpenDirectory(base, path);
+    const int opened =
+        directory ? openat(directory.Number(), ".", O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_CLOEXEC)
+                  : -1;
+    const std::unique_ptr<DIR, int (*)(DIR*)> stream(opened == -1 ? nullptr : fdopendir(opened),
+                                                     closedir);
+    if (stream == nullptr)
+        return {};
+    std::set<std::string> names;
+    while (const dirent* entry = readdir(stream.get()))
+        names.insert(entry->d_name);
+    names.erase(".");
+    names.erase("..");
+    return names;
+}
+
+bool IsDirectoryAt(int directory, const std::string& path) {
+    const auto found = ReadStateAt(directory, path, Reading::Nothing);
+    return found && found->kind == State::Kind::Directory;
+}
+
+bool AddPathsBelow(int tree, const std::string& directory, int level, RelativePaths& paths) {
+    errno = ELOOP;
+    const auto names = level < mostLevelsOfPages ? NamesBelow(tree, directory) : std::nullopt;
+    if (!names)
+        return false;
+    for (const std::string& name : *names) {
+        const std::string path = directory.empty() ? name : directory + '/' + name;
+        paths.push_back(path);
+        if (IsDirectoryAt(tree, path) && !AddPathsBelow(tree, path, level + 1, paths))
+            return false;
+    }
+    return true;
+}
+
+// Reads paths of the install tree and of the machine.
+class PlaceReader {
+public:
+    PlaceReader(std::string installDir, int liveTree)
+        : m_installDir(std::move(installDir)),
+          m_liveTree(liveTree),
+          m_root(open("/", O_PATH | O_DIRECTORY | O_CLOEXEC)) {}
+
+    std::string Whole(const std::string& pathInTree) const {
+        return pathInTree.empty() ? m_installDir : m_installDir + '/' + pathInTree;
+    }
+
+    const Entry* Row(const std::string& path) const { return RowOfPath(path, m_installDir); }
+
+    // A file whose content was not read before is compared without it.
+    Failure Read(const std::string& path, bool readsContent, State& state) const {
+        const bool isInTree = path == m_installDir || IsBelow(path, m_installDir);
+        state = {};
+        if (isInTree && m_liveTree == -1)
+            return {};
+        const std::string below = !isInTree              ? path.substr(1)
+                                  : path == m_installDir ? ""
+                                                         : path.substr(m_installDir.size() + 1);
+        const auto found =
+            ReadStateAt(isInTree ? m_liveTree : m_root.Number(), below,
+                        readsContent ? ReadingOfSaved(Row(path), isInTree) : Reading::Nothing);
+        if (!found)
+            return UnreadableInSnapshot(path, errno);
+        state = *found;
+        return {};
+    }
+
+    // The whole paths of what is below a directory of web pages, if it exists.
+    Failure ListPages(const Entry& entry, std::vector<std::string>& paths) const {
+        if (m_liveTree == -1 || !IsDirectoryAt(m_liveTree, entry.path))
+            return {};
+        const std::optional<RelativePaths> found = PathsBelow(m_liveTree, entry.path);
+        if (!found)
+            return UnreadableInSnapshot(Whole(entry.path), errno);
+        for (const std::string& path : *found)
+            paths.push_back(Whole(path));
+        return {};
+    }
+
+    int Root() const { return m_root.Number(); }
+
+private:
+    const std::string m_installDir;
+    const int m_liveTree;
+    const Descriptor m_root;
+};
+
+class Snapshot {
+public:
+    Snapshot(const SetupInPlace& setup, int liveTree, Differences& snapshot)
+        : m_setup(setup), m_reader(setup.installDir.toStdString(), liveTree), m_snapshot(snapshot) {
+        const passwd* user = getpwnam(setup.serviceUser.toUtf8().constData());
+        const group* found = getgrnam(setup.serviceGroup.toUtf8().constData());
+        m_hasAccounts = user != nullptr && found != nullptr;
+        if (m_hasAccounts) {
+            m_account = user->pw_uid;
+            m_group = found->gr_gid;
+        }
+    }
+
+    Failure Read();
+
+private:
+    bool IsRoots() const { return (m_setup.conditions & AsRoot) != 0; }
+    Failure Add(const std::string& path, bool readsContent);
+    Failure AddWithParents(const std::string& path);
+    Failure AddPages(const Entry& entry);
+    Failure AddEnablement(const hx::EarlierService& service);
+    void AddAccounts();
+
+    const SetupInPlace& m_setup;
+    const PlaceReader m_reader;
+    Differences& m_snapshot;
+    std::set<std::string> m_known;
+    bool m_hasAccounts = false;
+    uid_t m_account = 0;
+    gid_t m_group = 0;
+};
+
+Failure Snapshot::Add(const std::string& path, bool readsContent) {
+    if (!m_known.insert(path).second)
+        return {};
+    State state;
+    if (Failure failure = m_reader.Read(path, readsContent, state))
+        return failure;
+    m_snapshot.paths.push_back({Change::Modify, path, state, {}, m_reader.Row(path)});
+    return {};
+}
+
+// Outside of the install tree, the setup also creates and removes directories above its files.
+Failure Snapshot::AddWithParents(const std::string& path) {
+    for (const std::string top : {etcDirectory, binDirectory}) {
+        for (size_t slash = path.find('/', top.size() + 1);
+             IsBelow(path, top) && slash != std::string::npos; slash = path.find('/', slash + 1)) {
+            if (Failure failure = Add(path.substr(0, slash), false))
+                return failure;
+        }
+    }
+    return Add(path, true);
+}
+
+// A page that gets another owner comes back as a new file.
+Failure Snapshot::AddPages(const Entry& entry) {
+    std::vector<std::string> paths;
+    if (Failure failure = m_reader.ListPages(entry, paths))
+        return failure;
+    const bool isReplaced = IsReplaced(entry, m_setup.formerPages);
+    for (const PackedPages::Page& page : m_setup.packed->PagesOf(entry)) {
+        for (size_t slash = page.path.find('/', std::strlen(entry.path) + 1);
+             slash != std::string::npos; slash = page.path.find('/', slash + 1))
+            paths.push_back(m_reader.Whole(page.path.substr(0, slash)));
+        paths.push_back(m_reader.Whole(page.path));
+        if (isReplaced)
+            paths.push_back(m_reader.Whole(ParentOf(page.path)) + '/' + unfinishedPage);
+    }
+    for (const std::string& path : paths) {
+        State state;
+        if (Failure failure = m_reader.Read(path, false, state))
+            return failure;
+        const bool hasOwner = m_hasAccounts && state.owner == m_account && state.group == m_group;
+        if (Failure failure = Add(path, isReplaced || (IsRoots() && !hasOwner)))
+            return failure;
+    }
+    return {};
+}
+
+// The links that `systemctl disable` and `chkconfig --del` remove.
+Failure Snapshot::AddEnablement(const hx::EarlierService& service) {
+    const std::string name = service.name;
+    const std::string unit = name + ".service";
+    const std::string units = std::string(unitDirectory).substr(1);
+    std::vector<std::string> paths;
+    for (const std::string& each :
+         NamesBelow(m_reader.Root(), units).value_or(std::set<std::string>())) {
+        const std::string path = units + '/' + each;
+        const auto alias = ReadStateAt(m_reader.Root(), path, Reading::Nothing);
+        if (alias && alias->kind == State::Kind::Link && BaseNameOf(alias->target) == unit)
+            paths.push_back(path);
+        else if (alias && alias->kind == State::Kind::Directory)
+            paths.push_back(path + '/' + unit);
+    }
+    for (const std::string& each :
+         NamesBelow(m_reader.Root(), "etc").value_or(std::set<std::string>())) {
+        // Such as rc3.d/S99NAME.
+        if (!service.hasInitScript || !each.starts_with("rc"))
+            continue;
+        for (const std::string& link :
+             NamesBelow(m_reader.Root(), "etc/" + each).value_or(std::set<std::string>())) {
+            if (link.size() == name.size() + 3 && link.ends_with(name))
+                paths.push_back("etc/" + each + '/' + link);
+        }
+    }
+    for (const std::string& path : paths) {
+        State state;
+        Failure failure = m_reader.Read('/' + path, false, state);
+        if (!failure && state.kind != State::Kind::Missing)
+            failure = AddWithParents('/' + path);
+        if (failure)
+            return failure;
+    }
+    return {};
+}
+
+void Snapshot::AddAccounts() {
+    const std::string user = m_setup.serviceUser.toStdString();
+    const std::string group = m_setup.serviceGroup.toStdString();
+    if (getgrnam(group.c_str()) == nullptr)
+        m_snapshot.accounts.push_back({true, group, 0, 0, "", "", ""});
+    if (getpwnam(user.c_str()) == nullptr)
+        m_snapshot.accounts.push_back({false, user, 0, 0, "", "", ""});
+    m_snapshot.members.push_back({Change::Create, "", group});
+}
+
+Failure Snapshot::Read() {
+    const unsigned conditions = m_setup.conditions | WithEarlierRepository | WithEarlierServices;
+    for (const Entry& entry : Entries()) {
+        if (!IsStaged(entry) || !Applies(entry, conditions))
+            continue;
+        Failure failure =
+            IsInTree(entry) ? Add(m_reader.Whole(entry.path), true) : AddWithParents(entry.path);
+        if (!failure && entry.ownsAllBelow)
+            failure = AddPages(entry);
+        if (failure)
+            return failure;
+    }
+    if (!IsRoots())
+        return {};
+    AddAccounts();
+    if (!Applies(Find(Item::Unit), conditions))
+        return {};
+    for (const hx::EarlierService& service : hx::earlierServices) {
+        if (Failure failure = AddEnablement(service))
+            return failure;
+    }
+    AddServicesBefore(m_snapshot);
+    return {};
+}
+
+// Drops accounts that do not exist now.
+void CompleteAccounts(std::vector<AccountDifference>& accounts) {
+    std::erase_if(accounts, [](AccountDifference& account) {
+        if (account.isGroup) {
+            const group* found = getgrnam(account.name.c_str());
+            account.gid = found == nullptr ? 0 : found->gr_gid;
+            return found == nullptr;
+        }
+        const passwd* found = getpwnam(account.name.c_str());
+        if (found != nullptr)
+            account = {false,           account.name,  found->pw_uid,  found->pw_gid,
+                       found->pw_gecos, found->pw_dir, found->pw_shell};
+        return found == nullptr;
+    });
+}
+
+std::vector<MemberDifference> ChangedMembers(const std::map<std::string, QStringList>& members) {
+    std::vector<MemberDifference> changed;
+    for (const auto& [group, before] : members) {
+        const QStringList now = LocalMembers(group).value_or(QStringList());
+        for (const QString& name : now) {
+            if (!before.contains(name))
+                changed.push_back({Change::Create, name.toStdString(), group});
+        }
+        for (const QString& name : before) {
+            if (!now.contains(name))
+                changed.push_back({Change::Delete, name.toStdString(), group});
+        }
+    }
+    return changed;
+}
+
+}  // namespace
+
+std::optional<RelativePaths> PathsBelow(int tree, const std::string& directory) {
+    RelativePaths paths;
+    if (!AddPathsBelow(tree, directory, 0, paths))
+        return {};
+    return paths;
+}
+
+Failure ReadSnapshot(const SetupInPlace& setup, int liveTree, Differences& snapshot) {
+    snapshot = {};
+    return Snapshot(setup, liveTree, snapshot).Read();
+}
+
+Failure CompleteSnapshot(const std::map<std::string, QStringList>& members,
+                         const std::string& installDir, int liveTree, Differences& snapshot) {
+    const PlaceReader reader(installDir, liveTree);
+    for (PathDifference& path : snapshot.paths) {
+        const State& before = path.before;
+        const bool readsContent = before.kind != State::Kind::File || !before.digest.empty();
+        if (Failure failure = reader.Read(path.path, readsContent, path.after))
+            return failure;
+        path.change = path.after.kind == State::Kind::Missing ? Change::Delete
+                      : before.kind == State::Kind::Missing   ? Change::Create
+                                                              : Change::Modify;
+    }
+    std::erase_if(snapshot.paths,
+                  [](const PathDifference& path) { return path.before == path.after; });
+    CompleteAccounts(snapshot.accounts);
+    snapshot.members = ChangedMembers(members);
+    return {};
+}
