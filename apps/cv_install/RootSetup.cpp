@@ -148,7 +148,7 @@ Failure MergeAndReport(const SetupLock& lock, const StagedMachine& staged,
     }
     if (!failure) {
         failure = Merge(staged, differences);
-        if (failure)
+        if (failure && failure->changes == Changes::None)
             states.Discard();
     }
     if (!failure)

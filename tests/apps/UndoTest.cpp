@@ -314,6 +314,28 @@ TEST(Undo, ChangesNothingWhenRefused) {
     });
 }
 
+TEST(Undo, CompletesFailedSetupThatWasNotTakenBack) {
+    HX_REQUIRE_THROWAWAY_ROOT();
+    HX_EXPECT_SCENARIO([] {
+        PrepareMachine(withMembers, Before::Nothing);
+        // The state of what is touched later is known only of files that were touched before.
+        Shell("chmod 4755 /usr/bin/gpasswd; chmod 755 /usr/sbin/userdel");
+        const WholeState before;
+        const std::string each = "for tool in /usr/bin/gpasswd /usr/sbin/userdel; do ";
+        Shell(each + "mv $tool $tool.real; ln -s /bin/false $tool; done");
+        const auto setup = RunSetup(withMembers);
+        EXPECT_EQ(setup.status, 2) << setup.out;
+        EXPECT_NE(setup.err.find("warning: cannot undo a change of the accounts: "),
+                  std::string::npos)
+            << setup.err;
+        EXPECT_EQ(setup.err.find("No changes were made."), std::string::npos) << setup.err;
+        Shell(each + "mv $tool.real $tool; done");
+        const auto undo = RunUndo();
+        EXPECT_EQ(undo.status, 0) << undo.err;
+        EXPECT_EQ(DifferencesFrom(before), nothing) << undo.out;
+    });
+}
+
 // The record itself needs five entries.
 TEST(SavedStates, FullDiskEndsSetupBeforeItsFirstChange) {
     HX_REQUIRE_THROWAWAY_ROOT();

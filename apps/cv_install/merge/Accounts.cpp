@@ -209,9 +209,11 @@ void WarnNotTakenBack(const Words& command, const QString& reason) {
 }
 
 // A step of the undo.
-void TakeBack(const Words& command) {
-    if (const auto reason = RunTool(command, Messages::Shown))
+bool TakeBack(const Words& command) {
+    const auto reason = RunTool(command, Messages::Shown);
+    if (reason)
         WarnNotTakenBack(command, *reason);
+    return !reason;
 }
 
 Failure CreateGroup(const AccountDifference& group, Undo& undo) {
@@ -226,8 +228,7 @@ Failure CreateGroup(const AccountDifference& group, Undo& undo) {
         return AccountProblem(action, *reason);
     undo.Add([name = group.name] {
         // userdel also deletes the user's own group.
-        if (getgrnam(name.c_str()) != nullptr)
-            TakeBack({"groupdel", name});
+        return getgrnam(name.c_str()) == nullptr || TakeBack({"groupdel", name});
     });
     return {};
 }
@@ -255,8 +256,10 @@ Failure CreateUser(const AccountDifference& user, bool keepsGroup, Undo& undo) {
                                     Messages::Shown))
         return AccountProblem(action, *reason);
     undo.Add([user, keepsGroup] {
-        if (const auto reason = DeleteUser(user, keepsGroup))
+        const auto reason = DeleteUser(user, keepsGroup);
+        if (reason)
             WarnNotTakenBack({"userdel", user.name}, *reason);
+        return !reason;
     });
     return {};
 }
@@ -270,11 +273,10 @@ Words MemberCommand(Change change, const MemberDifference& member) {
 }
 
 // Restores the order of the members too, if no other process changed them meanwhile.
-void AddAgain(const MemberDifference& member, const Words& before, const Words& after) {
-    if (ListedMembers(member.group) == after)
-        TakeBack({"gpasswd", "--members", Join(before), member.group});
-    else
-        TakeBack(MemberCommand(Change::Create, member));
+bool AddAgain(const MemberDifference& member, const Words& before, const Words& after) {
+    return TakeBack(ListedMembers(member.group) == after
+                        ? Words{"gpasswd", "--members", Join(before), member.group}
+                        : MemberCommand(Change::Create, member));
 }
 
 Failure ChangeMember(const MemberDifference& member, Undo& undo) {
@@ -288,10 +290,10 @@ Failure ChangeMember(const MemberDifference& member, Undo& undo) {
     if (const auto reason = RunTool(MemberCommand(member.change, member), Messages::Shown))
         return AccountProblem(action, *reason);
     if (joins)
-        undo.Add([member] { TakeBack(MemberCommand(Change::Delete, member)); });
+        undo.Add([member] { return TakeBack(MemberCommand(Change::Delete, member)); });
     else
         undo.Add([member, before = *before, after = ListedMembers(member.group)] {
-            AddAgain(member, before, after.value_or(Words()));
+            return AddAgain(member, before, after.value_or(Words()));
         });
     return {};
 }
@@ -343,7 +345,7 @@ Failure ApplyUserChanges(const std::vector<UserChange>& changes, Undo& undo) {
                     .arg(Text(change.attribute), Text(change.user), Text(change.after)),
                 *reason);
         }
-        undo.Add([change] { TakeBack(UserCommand(change, change.before)); });
+        undo.Add([change] { return TakeBack(UserCommand(change, change.before)); });
     }
     return {};
 }

@@ -55,8 +55,10 @@ Failure SetRecorded(LiveEntry entry, const State& before, const State& wanted, S
     changed = ReadAttributes(entry.descriptor).value_or(State());
     const auto kept = std::make_shared<LiveEntry>(std::move(entry));
     undo.Add([kept, before] {
-        if (!SetOwnerAndMode(kept->descriptor, before))
+        const bool isRestored = SetOwnerAndMode(kept->descriptor, before);
+        if (!isRestored)
             WarnNotRestored(kept->path, errno);
+        return isRestored;
     });
     if (!isChanged)
         return FailedInMerge(kept->path, error);

@@ -55,7 +55,8 @@ Failure Merge(const StagedMachine& staged, const Differences& differences) {
     if (!failure)
         failure = PlaceEverything(tree, differences, undo);
     if (failure) {
-        undo.Run();
+        if (!undo.Run())
+            failure->changes = Changes::Unknown;
         return failure;
     }
     undo.Forget();

@@ -6,5 +6,6 @@
 #include "installation/StagedMachine.h"
 
 // Stops services of earlier versions, creates accounts, places the tree and what is outside it,
-// checks the result, and starts the service. A failure is undone.
+// checks the result, and starts the service. A failure is undone. If a part of that fails, the
+// failure's `changes` are Unknown.
 Failure Merge(const StagedMachine& staged, const Differences& differences);

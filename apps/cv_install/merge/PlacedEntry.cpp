@@ -36,25 +36,24 @@ void EmptySlot(const PlacedEntry& placed) {
 }
 
 // What was there is in the slot.
-void ExchangeBack(PlacedEntry& placed) {
+bool ExchangeBack(PlacedEntry& placed) {
     const Placed result =
         ExchangeOrMove(placed.holder->Slots(), placed.slot, placed.Parent(), placed.name);
     if (result == Placed::Failed) {
         WarnNotRestored(placed.Path(), errno);
-        return;
+        return false;
     }
     placed.isReplacing = false;
     if (result == Placed::Exchanged)
         EmptySlot(placed);
+    return true;
 }
 
 }  // namespace
 
-void TakeBack(PlacedEntry& placed) {
-    if (placed.isReplacing) {
-        ExchangeBack(placed);
-        return;
-    }
+bool TakeBack(PlacedEntry& placed) {
+    if (placed.isReplacing)
+        return ExchangeBack(placed);
     int error = MoveToFreeName(placed.Parent(), placed.name, placed.holder->Slots(), placed.slot);
     const bool isTaken = error == 0;
     if (error == ENOENT)
@@ -65,6 +64,7 @@ void TakeBack(PlacedEntry& placed) {
         WarnNotRestored(placed.Path(), error);
     if (isTaken)
         EmptySlot(placed);
+    return error == 0;
 }
 
 void WarnNotRestored(const std::string& path, int error) {

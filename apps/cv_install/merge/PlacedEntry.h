@@ -14,7 +14,8 @@ struct PlacedEntry : LivePlace {
     std::string aside;              // the name to which the former QueueEntries was moved
 };
 
-// Puts back what was there, and removes what the merge created. Reports what it cannot restore.
-void TakeBack(PlacedEntry& placed);
+// Puts back what was there, and removes what the merge created. Reports what it cannot restore, and
+// returns false then.
+bool TakeBack(PlacedEntry& placed);
 
 void WarnNotRestored(const std::string& path, int error);

@@ -107,15 +107,19 @@ void ReportFailure(const char* verb, const std::string& name, const QString& rea
          QStringLiteral("For details, run: journalctl --unit=%1").arg(service)});
 }
 
-void StartAgain(const hx::EarlierService& service) {
+bool StartAgain(const hx::EarlierService& service) {
     ReloadManager();
-    if (const auto reason = RunTool(Command(service, "start"), Messages::Discarded))
+    const auto reason = RunTool(Command(service, "start"), Messages::Discarded);
+    if (reason)
         ReportFailure("start", NameOf(service), *reason);
+    return !reason;
 }
 
-void ControlService(const char* verb) {
-    if (const auto reason = RunTool({"systemctl", verb, serviceUnit}, Messages::Discarded))
+bool ControlService(const char* verb) {
+    const auto reason = RunTool({"systemctl", verb, serviceUnit}, Messages::Discarded);
+    if (reason)
         ReportFailure(verb, serviceUnit, *reason);
+    return !reason;
 }
 
 }  // namespace
@@ -182,7 +186,7 @@ void StopEarlierServices(const Differences& differences, Undo& undo) {
         if (reason && wasActive)
             ReportFailure("stop", difference.name, *reason);
         if (wasActive)
-            undo.Add([service] { StartAgain(*service); });
+            undo.Add([service] { return StartAgain(*service); });
     }
 }
 
@@ -226,7 +230,7 @@ void StopServiceForUndo(const Differences& differences, Undo& undo) {
         ControlService("stop");
         undo.Add([] {
             ReloadManager();
-            ControlService("start");
+            return ControlService("start");
         });
     }
 }

@@ -157,7 +157,7 @@ Failure TreeMerge::Impl::PlaceNew(const std::vector<const PathDifference*>& diff
     }
     placed->isReplacing = result == Placed::Exchanged;
     m_placed.push_back(placed);
-    undo.Add([placed] { TakeBack(*placed); });
+    undo.Add([placed] { return TakeBack(*placed); });
     if (path == m_installDir)
         m_places.OpenNewTree(*placed);
     if (Failure failure = CheckTaken(*differences.front(), *placed))
@@ -292,7 +292,7 @@ Failure TreeMerge::Impl::MoveAway(const PathDifference& difference, Undo& undo) 
         return FailedInMerge(difference.path, error);
     placed->isReplacing = true;
     m_placed.push_back(placed);
-    undo.Add([placed] { TakeBack(*placed); });
+    undo.Add([placed] { return TakeBack(*placed); });
     return CheckTaken(difference, *placed);
 }
 
@@ -319,7 +319,7 @@ Failure TreeMerge::Impl::Place(const PathDifferences& differences, size_t next, 
 
 Failure TreeMerge::Impl::PlaceInTree(const PathDifferences& differences, Undo& undo) {
     // Programs that are started after the merge or its undo get the former limit.
-    undo.Add([limit = std::make_shared<OpenFilesLimit>()] {});
+    undo.Add([limit = std::make_shared<OpenFilesLimit>()] { return true; });
     if (Failure failure = m_places.OpenTree())
         return failure;
     PathDifferences inTree;

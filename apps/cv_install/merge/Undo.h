@@ -6,18 +6,20 @@
 
 class Undo {
 public:
-    // `step` takes back what was just done. It reports its own failures.
-    void Add(std::function<void()> step) { m_steps.push_back(std::move(step)); }
+    // `step` takes back what was just done. It reports its own failure, and returns false then.
+    void Add(std::function<bool()> step) { m_steps.push_back(std::move(step)); }
 
-    // Takes back everything, the last step first.
-    void Run() {
+    // Takes back everything, the last step first. Returns false if a step failed.
+    bool Run() {
+        bool isComplete = true;
         for (; !m_steps.empty(); m_steps.pop_back())
-            m_steps.back()();
+            isComplete = m_steps.back()() && isComplete;
+        return isComplete;
     }
 
     // After the merge is complete.
     void Forget() { m_steps.clear(); }
 
 private:
-    std::vector<std::function<void()>> m_steps;
+    std::vector<std::function<bool()>> m_steps;
 };

@@ -373,7 +373,8 @@ Failure SetupRepair::Apply() {
     if (!failure)
         failure = ApplyPaths(tree, undo);
     if (failure) {
-        undo.Run();
+        if (!undo.Run())
+            failure->changes = Changes::Unknown;
         return failure;
     }
     undo.Forget();

@@ -186,7 +186,8 @@ Failure Restoration::Apply() {
     if (!failure)
         failure = ApplyMembers(m_differences.members, undo);
     if (failure) {
-        undo.Run();
+        if (!undo.Run())
+            failure->changes = Changes::Unknown;
         return failure;
     }
     undo.Forget();

@@ -28,7 +28,7 @@ Failure CarryOutUndo(SavedStates& states, Restoration& restoration) {
     Failure failure = states.NoteComplete(false);
     if (!failure) {
         failure = restoration.Apply();
-        if (failure)
+        if (failure && failure->changes == Changes::None)
             states.NoteComplete(wasComplete);
     }
     return failure ? failure : states.RestoreRecord();
