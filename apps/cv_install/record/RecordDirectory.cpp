@@ -22,7 +22,6 @@ namespace {
 
 constexpr mode_t modeBits = 07777;
 constexpr mode_t modeOfPrivate = 0700;
-constexpr const char* newSuffix = ".new";
 
 QString CauseOf(int error) {
     return QString::fromUtf8(std::strerror(error));
@@ -324,7 +323,8 @@ void RecordDirectory::RemoveIfEmpty() {
     if (!m_record)
         return;
     // A killed setup may have left them.
-    for (const Item item : {Item::Manifest, Item::RecordedAnswers, Item::RecordedScript})
+    for (const Item item :
+         {Item::Manifest, Item::RecordedAnswers, Item::RecordedScript, Item::Verification})
         unlinkat(DirectoryOf(item), (LastComponent(item) + newSuffix).c_str(), 0);
     unlinkat(m_record.Number(), LastComponent(Item::RecordPrivate).c_str(), AT_REMOVEDIR);
     unlinkat(m_parents.back().Number(), LastComponent(Item::Record).c_str(), AT_REMOVEDIR);

@@ -12,6 +12,9 @@
 // The directory of a user's records, which XDG_STATE_HOME can name; empty without a home directory.
 QString UserRecords();
 
+// Follows the name of a file until it replaces the present one.
+inline constexpr const char* newSuffix = ".new";
+
 // The path of a row of a user's record, relative to that directory.
 QString PathInUserRecords(const Entry& entry, const QString& installDir);
 

@@ -154,6 +154,18 @@ void ReadPages(std::vector<PathDifference>& paths, int liveTree) {
     }
 }
 
+// Copies a file of the record. It stays where it is, as a killed undo is repeated.
+bool PutBack(int from, const std::string& name, int directory, const std::string& target) {
+    const std::string newName = target + newSuffix;
+    // A killed undo may have left it. A rename to another link of the same file leaves it, too.
+    unlinkat(directory, newName.c_str(), 0);
+    if (linkat(from, name.c_str(), directory, newName.c_str(), 0) != 0 ||
+        renameat(directory, newName.c_str(), directory, target.c_str()) != 0)
+        return false;
+    unlinkat(directory, newName.c_str(), 0);
+    return true;
+}
+
 // The directory and the name of each file of the record.
 std::vector<std::pair<bool, std::string>> FilesOfRecord() {
     const std::string top = std::string(Find(Item::Record).path) + '/';
@@ -497,16 +509,15 @@ Failure SavedStates::NoteComplete(bool isComplete) {
     return Write(m_state);
 }
 
-// A killed undo may have moved it.
-void SavedStates::RestoreFirst() {
+bool SavedStates::RestoreFirst() {
     const auto& record = m_state.saved.record;
     if (std::ranges::find(record, firstState) == record.end()) {
         RemoveState(firstState);
-        return;
+        return true;
     }
     const Descriptor first = OpenOwnDirectory(m_states.Number(), firstState);
-    renameat(m_state.directory.Number(), firstState, first.Number(), stateFile);
-    fsync(first.Number());
+    return PutBack(m_state.directory.Number(), firstState, first.Number(), stateFile) &&
+           fsync(first.Number()) == 0;
 }
 
 Failure SavedStates::RestoreRecord() {
@@ -514,16 +525,14 @@ Failure SavedStates::RestoreRecord() {
         const int directory = isPrivate ? m_record.Private() : m_record.Public();
         const auto& record = m_state.saved.record;
         const bool existed = std::ranges::find(record, name) != record.end();
-        // A killed undo may have moved it.
-        const int moved =
-            existed ? renameat(m_state.directory.Number(), name.c_str(), directory, name.c_str())
-                    : unlinkat(directory, name.c_str(), 0);
-        if (moved != 0 && errno != ENOENT)
+        const bool isRestored = existed
+                                    ? PutBack(m_state.directory.Number(), name, directory, name)
+                                    : unlinkat(directory, name.c_str(), 0) == 0 || errno == ENOENT;
+        if (!isRestored)
             return CannotUse(PathOfStates() + '/' + m_state.name, std::strerror(errno));
     }
-    RestoreFirst();
-    fsync(m_record.Private());
-    fsync(m_record.Public());
+    if (!RestoreFirst() || fsync(m_record.Private()) != 0 || fsync(m_record.Public()) != 0)
+        return CannotUse(PathOfStates() + '/' + m_state.name, std::strerror(errno));
     RemoveState(m_state.name);
     m_state = {};
     RemoveLeftovers();

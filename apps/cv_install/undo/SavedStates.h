@@ -97,7 +97,7 @@ private:
     Failure Write(const OpenState& state) const;
     Failure SaveRecord(OpenState& state) const;
     void RemoveAttempt(OpenState& state) const;
-    void RestoreFirst();
+    bool RestoreFirst();
     void RemoveNumbered() const;
     void Prune() const;
     void RemoveState(const std::string& name) const;

@@ -1,0 +1,94 @@
+// Saved states on the disk, without a setup.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+
+#include <functional>
+
+#include "apps/RootSetup.h"
+#include "harness/TempDir.h"
+#include "machine/ThrowawayRoot.h"
+#include "undo/SavedStates.h"
+
+namespace {
+
+using hx_test::WriteFile;
+
+const std::string record = "/var/lib/corvane26";
+const QString installDir = QStringLiteral("/var/corvane");
+const std::string changedFile = "/etc/corvane26_changed";
+
+QString TextOf(const Failure& failure) {
+    return failure ? failure->text : QString();
+}
+
+// A setup that changes a file outside the install tree.
+Differences SomeChange() {
+    const Descriptor etc(open("/etc", O_PATH | O_DIRECTORY | O_CLOEXEC));
+    PathDifference difference;
+    difference.change = Change::Modify;
+    difference.path = changedFile;
+    difference.before = ReadState(etc.Number(), changedFile.substr(5), Reading::AllFiles).value();
+    difference.after = difference.before;
+    difference.after.mode ^= 0010;
+    Differences differences;
+    differences.paths = {difference};
+    return differences;
+}
+
+QString Begin(SavedStates& states, const QString& command = {}) {
+    SetupFacts ofSetup = FactsOf({}, installDir);
+    ofSetup.command = command;
+    return TextOf(states.Begin(ofSetup, SomeChange(), -1));
+}
+
+void RecordSetup(const std::string& text) {
+    Shell("mkdir -pm 755 " + record + "; mkdir -pm 700 " + record + "/private; cd " + record +
+          "; for file in manifest private/answers private/commit_script; do rm -f $file; echo " +
+          text + " > $file; done");
+}
+
+std::string Record() {
+    return Shell("cd " + record + "; cat manifest private/answers private/commit_script");
+}
+
+void ExpectOnMachine(const std::function<void()>& body) {
+    HX_EXPECT_SCENARIO([&] {
+        WriteFile(changedFile, "content");
+        body();
+    });
+}
+
+// What an undo restored before it ended is also restored by the next one.
+TEST(SavedStates, RestoresRecordAfterUnfinishedUndoWithSetup) {
+    HX_REQUIRE_THROWAWAY_ROOT();
+    for (const std::string file : {"manifest", "private/answers"}) {
+        ExpectOnMachine([&] {
+            RecordSetup("first");
+            {
+                SavedStates states(installDir);
+                EXPECT_EQ(Begin(states), "");
+            }
+            RecordSetup("second");
+            const std::string path = record + '/' + file;
+            Shell("rm " + path + "; mkdir " + path);
+            {
+                SavedStates states(installDir);
+                EXPECT_FALSE(states.LoadLast());
+                EXPECT_TRUE(states.RestoreRecord());
+            }
+            Shell("rmdir " + path);
+            {
+                SavedStates states(installDir);
+                EXPECT_EQ(Begin(states), "");
+            }
+            RecordSetup("third");
+            SavedStates states(installDir);
+            EXPECT_FALSE(states.LoadLast());
+            EXPECT_EQ(TextOf(states.RestoreRecord()), "");
+            EXPECT_EQ(Record(), "first\nfirst\nfirst");
+            EXPECT_EQ(Shell("find " + record + " -name '*.new' -o -name states"), "");
+        });
+    }
+}
+
+}  // namespace
