@@ -91,4 +91,34 @@ TEST(SavedStates, RestoresRecordAfterUnfinishedUndoWithSetup) {
     }
 }
 
+// A clone of a machine has the states of the original.
+TEST(SavedStates, AreReplacedOnCloneOfMachine) {
+    HX_REQUIRE_THROWAWAY_ROOT();
+    ExpectOnMachine([] {
+        const std::string setId = "printf '%032d\\n' ";
+        Shell(setId + "1 > /etc/machine-id");
+        {
+            SavedStates states(installDir);
+            EXPECT_EQ(Begin(states), "");
+            states.Complete();
+        }
+        RecordSetup("original");
+        Shell(setId + "2 > /etc/machine-id");
+        {
+            SavedStates states(installDir);
+            EXPECT_TRUE(TextOf(states.LoadLast()).endsWith("it is from another machine"));
+            bool isFound = false;
+            EXPECT_TRUE(TextOf(states.LoadFirst(isFound)).endsWith("it is from another machine"));
+        }
+        SavedStates clone(installDir);
+        EXPECT_EQ(Begin(clone), "");
+        clone.Complete();
+        SavedStates states(installDir);
+        EXPECT_EQ(TextOf(states.LoadLast()), "");
+        bool isFound = true;
+        EXPECT_EQ(TextOf(states.LoadFirst(isFound)), "");
+        EXPECT_FALSE(isFound);
+    });
+}
+
 }  // namespace

@@ -270,9 +270,9 @@ Failure SavedStates::Load(const std::string& name, OpenState& state, bool& isFou
         text ? ParseSavedSetup(text->body, m_installDir.toStdString()) : std::nullopt;
     if (!saved)
         return CannotUse(path, "it is damaged");
-    if (text->facts.machineId != MachineId())
-        return CannotUse(path, "it is from another machine");
     state.facts = text->facts;
+    if (state.facts.machineId != MachineId())
+        return CannotUse(path, "it is from another machine");
     state.saved = std::move(*saved);
     state.wasResultKnown = state.saved.isResultKnown;
     return CompleteAttempt(state.saved);
@@ -372,10 +372,25 @@ Failure SavedStates::BeginInPlace(const SetupFacts& facts, const SetupInPlace& s
     return failure ? failure : BeginAttempt(facts, snapshot, false, tree.Number());
 }
 
+// A cloned machine has those of the original, which is another machine.
+void SavedStates::RemoveForeign() const {
+    std::vector<std::string> names = {firstState};
+    for (const unsigned number : NumbersIn(m_states.Number()))
+        names.push_back(std::to_string(number));
+    for (const std::string& name : names) {
+        OpenState state;
+        bool isFound = false;
+        if (Load(name, state, isFound) && !state.facts.version.isEmpty() &&
+            state.facts.machineId != MachineId())
+            RemoveState(name);
+    }
+}
+
 Failure SavedStates::BeginAttempt(const SetupFacts& facts, const Differences& attempt,
                                   bool isResultKnown, int liveTree) {
     if (Failure failure = Open(true))
         return failure;
+    RemoveForeign();
     bool isFound = false;
     Failure damaged = FindLast(m_state, isFound);
     const bool continues = isFound && !damaged && !m_state.saved.isComplete;

@@ -35,8 +35,8 @@ public:
     explicit SavedStates(const QString& installDir);
 
     // Called before the setup changes anything. Saves on the disk what it is about to change. After
-    // an interrupted setup, it adds to the state before that one. `liveTree` is the live install
-    // directory, or -1.
+    // an interrupted setup, it adds to the state before that one. Removes states of another machine.
+    // `liveTree` is the live install directory, or -1.
     Failure Begin(const SetupFacts& facts, const Differences& differences, int liveTree);
 
     // The same for a setup in place.
@@ -96,6 +96,7 @@ private:
     std::string PathOfStates() const;
     Failure Write(const OpenState& state) const;
     Failure SaveRecord(OpenState& state) const;
+    void RemoveForeign() const;
     void RemoveAttempt(OpenState& state) const;
     bool RestoreFirst();
     void RemoveNumbered() const;
