@@ -91,6 +91,24 @@ TEST(SavedStates, RestoresRecordAfterUnfinishedUndoWithSetup) {
     }
 }
 
+TEST(SavedStates, AreAboutFirstSetupAfterVerification) {
+    HX_REQUIRE_THROWAWAY_ROOT();
+    ExpectOnMachine([] {
+        Shell("mkdir -pm 755 " + record + "; echo > " + record + "/verification");
+        {
+            SavedStates states(installDir);
+            EXPECT_EQ(Begin(states), "");
+        }
+        for (int setup = 0; setup < 2; ++setup) {
+            SavedStates states(installDir);
+            bool isFound = false;
+            EXPECT_EQ(TextOf(states.LoadFirst(isFound)), "");
+            EXPECT_TRUE(isFound);
+            Shell("rm -rf " + record + "/private/states/first");
+        }
+    });
+}
+
 // A clone of a machine has the states of the original.
 TEST(SavedStates, AreReplacedOnCloneOfMachine) {
     HX_REQUIRE_THROWAWAY_ROOT();

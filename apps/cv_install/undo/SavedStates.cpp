@@ -186,6 +186,14 @@ struct RecordFile {
     std::string name;
 };
 
+// A verification leaves a file without a setup, too.
+bool HasRecordOfSetup(const SavedSetup& saved) {
+    return std::ranges::any_of(saved.record, [](const std::string& name) {
+        return name == std::filesystem::path(Find(Item::Manifest).path).filename() ||
+               name == std::filesystem::path(Find(Item::RecordedAnswers).path).filename();
+    });
+}
+
 Failure SaveContents(const Differences& differences, const OpenState& state,
                      const StagedMachine& layers, int liveTree) {
     const std::vector<SavedPath> known = PathsOf(state.saved);
@@ -349,7 +357,7 @@ Failure SavedStates::AddAttempt(const SetupFacts& facts, const Differences& atte
 Failure SavedStates::BeginFirst(const SetupFacts& facts, const Differences& attempt,
                                 bool isResultKnown, int liveTree) {
     bool isFound = false;
-    if (Load(firstState, m_first, isFound) || (!isFound && !m_state.saved.record.empty())) {
+    if (Load(firstState, m_first, isFound) || (!isFound && HasRecordOfSetup(m_state.saved))) {
         m_first = {};
         return {};
     }
@@ -504,7 +512,7 @@ Failure SavedStates::LoadFirst(bool& isFound) {
         m_state.saved.isComplete = false;
         m_state.saved.attempts.insert(m_state.saved.attempts.end(), last.saved.attempts.begin(),
                                       last.saved.attempts.end());
-    } else if (last.saved.record.empty()) {
+    } else if (!HasRecordOfSetup(last.saved)) {
         m_state = std::move(last);
         isFound = true;
     }
