@@ -109,6 +109,24 @@ TEST(SavedStates, AreAboutFirstSetupAfterVerification) {
     });
 }
 
+TEST(SavedStates, AreAboutInterruptedSetupAfterFailedOne) {
+    HX_REQUIRE_THROWAWAY_ROOT();
+    ExpectOnMachine([] {
+        {
+            SavedStates interrupted(installDir);
+            EXPECT_EQ(Begin(interrupted, QStringLiteral("interrupted")), "");
+        }
+        {
+            SavedStates failed(installDir);
+            EXPECT_EQ(Begin(failed, QStringLiteral("failed")), "");
+            failed.Discard();
+        }
+        SavedStates states(installDir);
+        EXPECT_EQ(TextOf(states.LoadLast()), "");
+        EXPECT_EQ(states.Facts().command, "interrupted");
+    });
+}
+
 // A clone of a machine has the states of the original.
 TEST(SavedStates, AreReplacedOnCloneOfMachine) {
     HX_REQUIRE_THROWAWAY_ROOT();

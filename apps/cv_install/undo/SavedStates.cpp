@@ -12,6 +12,7 @@
 #include <cstring>
 #include <filesystem>
 #include <memory>
+#include <utility>
 
 #include "WriteAll.h"
 #include "installation/TreeCheck.h"
@@ -336,7 +337,7 @@ Failure SavedStates::SaveRecord(OpenState& state) const {
 
 Failure SavedStates::AddAttempt(const SetupFacts& facts, const Differences& attempt,
                                 bool isResultKnown, int liveTree, OpenState& state) const {
-    state.facts = facts;
+    state.formerFacts = std::exchange(state.facts, facts);
     for (const MemberDifference& member : attempt.members) {
         if (!state.saved.members.contains(member.group))
             state.saved.members[member.group] = LocalMembers(member.group).value_or(QStringList());
@@ -459,6 +460,7 @@ void SavedStates::RemoveAttempt(OpenState& state) const {
         state.saved.attempts.pop_back();
         state.saved.isComplete = state.wasComplete;
         state.saved.isResultKnown = true;
+        state.facts = state.formerFacts;
         Write(state);
     }
     state = {};

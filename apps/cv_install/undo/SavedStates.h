@@ -21,6 +21,7 @@ struct OpenState {
     Descriptor directory;
     bool isNew = false;
     bool wasComplete = false;    // before a setup added to it
+    SetupFacts formerFacts;      // likewise
     bool wasResultKnown = true;  // before what is there now was filled in
     SetupFacts facts;
     SavedSetup saved;
@@ -35,8 +36,8 @@ public:
     explicit SavedStates(const QString& installDir);
 
     // Called before the setup changes anything. Saves on the disk what it is about to change. After
-    // an interrupted setup, it adds to the state before that one. Removes states of another machine.
-    // `liveTree` is the live install directory, or -1.
+    // an interrupted setup, it adds to the state before that one. Removes states of another
+    // machine. `liveTree` is the live install directory, or -1.
     Failure Begin(const SetupFacts& facts, const Differences& differences, int liveTree);
 
     // The same for a setup in place.
