@@ -82,7 +82,13 @@ std::vector<unsigned> NumbersIn(int states) {
 
 bool HasState(int states, const std::string& name) {
     const std::string path = name + '/' + stateFile;
-    return faccessat(states, path.c_str(), F_OK, AT_SYMLINK_NOFOLLOW) == 0;
+    // Reading one on a damaged disk reports that.
+    return faccessat(states, path.c_str(), F_OK, AT_SYMLINK_NOFOLLOW) == 0 || errno != ENOENT;
+}
+
+Descriptor OpenDirectoryOfState(int states, const std::string& name) {
+    return Descriptor(
+        openat(states, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
 }
 
 // True for a file that the setup replaces or removes. Jobs are never restored, and neither is what
@@ -264,8 +270,7 @@ Failure SavedStates::Load(const std::string& name, OpenState& state, bool& isFou
         return {};
     state.name = name;
     const std::string path = PathOfStates() + '/' + name;
-    state.directory = Descriptor(
-        openat(m_states.Number(), name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    state.directory = OpenDirectoryOfState(m_states.Number(), name);
     const Descriptor opened(openat(state.directory.Number(), stateFile,
                                    O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
     struct stat found = {};
@@ -627,8 +632,9 @@ Failure SavedStates::RemoveRecord() {
 }
 
 void SavedStates::RemoveState(const std::string& name) const {
-    unlinkat(m_states.Number(), (name + '/' + stateFile).c_str(), 0);
-    fsync(m_states.Number());
+    const Descriptor state = OpenDirectoryOfState(m_states.Number(), name);
+    unlinkat(state.Number(), stateFile, 0);
+    fsync(state.Number());
     RemovePrivateEntry(m_states.Number(), name);
 }
 
