@@ -597,6 +597,15 @@ Failure SavedStates::KeepFirst(const SetupFacts& facts, const SavedSetup& remain
     const bool isNew = m_state.name != firstState;
     if (!failure && isNew)
         failure = Create(firstState, m_state);
+    if (failure)
+        return failure;
+    // Killed from here on, the removal is repeated. With the manifest, a repair would undo it.
+    for (const auto& [isPrivate, name] : FilesOfRecord()) {
+        if (!isPrivate)
+            unlinkat(m_record.Public(), name.c_str(), 0);
+    }
+    fsync(m_record.Public());
+    RemoveNumbered();
     m_state.facts = facts;
     m_state.saved = remaining;
     // Their content is not in this state.
@@ -605,16 +614,8 @@ Failure SavedStates::KeepFirst(const SetupFacts& facts, const SavedSetup& remain
             return isNew && each.before.kind == State::Kind::File;
         });
     }
-    if (!failure)
-        failure = Write(m_state);
-    if (failure)
-        return failure;
-    RemoveNumbered();
-    for (const auto& [isPrivate, name] : FilesOfRecord()) {
-        if (!isPrivate)
-            unlinkat(m_record.Public(), name.c_str(), 0);
-    }
-    return {};
+    Collapse(m_state.saved);
+    return Write(m_state);
 }
 
 Failure SavedStates::RemoveRecord() {
