@@ -44,9 +44,9 @@ std::optional<std::string> ReadTarget(const Descriptor& link) {
 constexpr off_t largestContent = off_t{64} << 20;
 
 bool IsRead(const struct stat& file, Reading reading) {
-    if (reading == Reading::PublicFiles)
-        return (file.st_mode & S_IROTH) != 0 && file.st_size <= largestContent;
-    return reading == Reading::AllFiles;
+    if (reading == Reading::Nothing || file.st_size > largestContent)
+        return false;
+    return reading == Reading::AllFiles || (file.st_mode & S_IROTH) != 0;
 }
 
 // Calls `take` with one block after the other. O_NONBLOCK: does not wait for a process that has a

@@ -61,7 +61,7 @@ const char* WordOf(State::Kind kind);
 QString ModeText(mode_t mode);
 
 // Of which files the content is read. Where other users can rename files, root reads only what they
-// can read already: a file and its directories are public. It reads at most 64 MB.
+// can read already: a file and its directories are public. No file of more than 64 MB is read.
 enum class Reading { Nothing, PublicFiles, AllFiles };
 
 // Opens an entry of a directory with O_PATH and `flags`, without following a link; `name` has no

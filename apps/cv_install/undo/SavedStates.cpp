@@ -311,6 +311,8 @@ Failure SavedStates::Create(const std::string& name, OpenState& state) const {
 Failure SavedStates::Write(const OpenState& state) const {
     const QByteArray text = RecordText("# State before a setup", state.facts, TextOf(state.saved));
     const int directory = state.directory.Number();
+    if (text.size() > largestState)
+        return CannotSave(PathOfStates() + '/' + state.name + '/' + stateFile, EFBIG);
     unlinkat(directory, newStateFile, 0);
     const Descriptor file(openat(directory, newStateFile,
                                  O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
