@@ -2,6 +2,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <functional>
 
 #include "apps/RootSetup.h"
@@ -124,6 +125,28 @@ TEST(SavedStates, AreAboutInterruptedSetupAfterFailedOne) {
         SavedStates states(installDir);
         EXPECT_EQ(TextOf(states.LoadLast()), "");
         EXPECT_EQ(states.Facts().command, "interrupted");
+    });
+}
+
+TEST(SavedStates, RestoreRecordWithoutHardLinks) {
+    HX_REQUIRE_THROWAWAY_ROOT();
+    ExpectOnMachine([] {
+        RecordSetup("first");
+        const std::string list = "cd " + record + "; stat -c '%n %a' $(find . -type f | sort)";
+        const std::string before = Shell(list);
+        setenv("HX_TEST_FAIL", "linkat=1", 1);
+        {
+            SavedStates states(installDir);
+            EXPECT_EQ(Begin(states), "");
+            states.Complete();
+        }
+        RecordSetup("second");
+        SavedStates states(installDir);
+        EXPECT_EQ(TextOf(states.LoadLast()), "");
+        EXPECT_EQ(TextOf(states.RestoreRecord()), "");
+        unsetenv("HX_TEST_FAIL");
+        EXPECT_EQ(Record(), "first\nfirst\nfirst");
+        EXPECT_EQ(Shell(list), before);
     });
 }
 

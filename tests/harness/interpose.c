@@ -120,6 +120,10 @@ int renameat2(int from_directory, const char* from, int to_directory, const char
     return FAILS("renameat2") ? -1 : REAL(renameat2)(from_directory, from, to_directory, to, flags);
 }
 
+int linkat(int from_directory, const char* from, int to_directory, const char* to, int flags) {
+    return FAILS("linkat") ? -1 : REAL(linkat)(from_directory, from, to_directory, to, flags);
+}
+
 int unlink(const char* path) {
     return FAILS("unlink") ? -1 : REAL(unlink)(path);
 }

@@ -121,6 +121,29 @@ Failure ReadSavedContent(const PathDifference& difference, const LayerPath& plac
     return {};
 }
 
+// Writes a file to the disk.
+bool WriteNew(int directory, const std::string& name, const QByteArray& bytes, mode_t mode) {
+    // A killed setup may have left it.
+    unlinkat(directory, name.c_str(), 0);
+    const Descriptor file(openat(directory, name.c_str(),
+                                 O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+    return file &&
+           WriteAll(file.Number(), {bytes.constData(), static_cast<size_t>(bytes.size())}) == 0 &&
+           fchmod(file.Number(), mode) == 0 && fsync(file.Number()) == 0;
+}
+
+// Some file systems have no hard links.
+bool LinkOrCopy(int from, const std::string& path, int to, const std::string& name) {
+    if (linkat(from, path.c_str(), to, name.c_str(), 0) == 0)
+        return true;
+    if (errno != EPERM && errno != EOPNOTSUPP)
+        return false;
+    const std::optional<FileContent> content = ReadContent(from, path, Reading::AllFiles);
+    const std::optional<State> found = ReadStateAt(from, path, Reading::Nothing);
+    return content && found && content->refusal == nullptr &&
+           WriteNew(to, name, content->bytes, found->mode);
+}
+
 Failure SaveContent(const PathDifference& difference, int liveTree, const StagedMachine& layers) {
     const LayerPath place = PathIn(layers, difference.path);
     QByteArray bytes;
@@ -133,14 +156,9 @@ Failure SaveContent(const PathDifference& difference, int liveTree, const Staged
         if (directory)
             directory = OpenOwnDirectory(directory.Number(), part, modeOfLayers);
     }
-    // A killed setup may have left it.
-    unlinkat(directory.Number(), name.c_str(), 0);
-    const Descriptor to(openat(directory.Number(), name.c_str(),
-                               O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
     // --diff shows only what other users can read.
     const mode_t mode = difference.before.mode & (S_IRWXU | S_IRWXG | S_IRWXO);
-    if (!to || WriteAll(to.Number(), {bytes.constData(), static_cast<size_t>(bytes.size())}) != 0 ||
-        fchmod(to.Number(), mode) != 0 || fsync(to.Number()) != 0 || fsync(directory.Number()) != 0)
+    if (!WriteNew(directory.Number(), name, bytes, mode) || fsync(directory.Number()) != 0)
         return CannotSave(difference.path, errno);
     return {};
 }
@@ -166,7 +184,7 @@ bool PutBack(int from, const std::string& name, int directory, const std::string
     const std::string newName = target + newSuffix;
     // A killed undo may have left it. A rename to another link of the same file leaves it, too.
     unlinkat(directory, newName.c_str(), 0);
-    if (linkat(from, name.c_str(), directory, newName.c_str(), 0) != 0 ||
+    if (!LinkOrCopy(from, name, directory, newName) ||
         renameat(directory, newName.c_str(), directory, target.c_str()) != 0)
         return false;
     unlinkat(directory, newName.c_str(), 0);
@@ -313,11 +331,7 @@ Failure SavedStates::Write(const OpenState& state) const {
     const int directory = state.directory.Number();
     if (text.size() > largestState)
         return CannotSave(PathOfStates() + '/' + state.name + '/' + stateFile, EFBIG);
-    unlinkat(directory, newStateFile, 0);
-    const Descriptor file(openat(directory, newStateFile,
-                                 O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
-    const std::string_view bytes(text.constData(), static_cast<size_t>(text.size()));
-    if (!file || WriteAll(file.Number(), bytes) != 0 || fsync(file.Number()) != 0 ||
+    if (!WriteNew(directory, newStateFile, text, S_IRUSR | S_IWUSR) ||
         renameat(directory, newStateFile, directory, stateFile) != 0 || fsync(directory) != 0) {
         const int error = errno;
         unlinkat(directory, newStateFile, 0);
@@ -333,8 +347,7 @@ Failure SavedStates::SaveRecord(OpenState& state) const {
         files.push_back({isPrivate ? m_record.Private() : m_record.Public(), name, name});
     files.push_back({m_states.Number(), std::string(firstState) + '/' + stateFile, firstState});
     for (const RecordFile& file : files) {
-        if (linkat(file.directory, file.path.c_str(), state.directory.Number(), file.name.c_str(),
-                   0) == 0)
+        if (LinkOrCopy(file.directory, file.path, state.directory.Number(), file.name))
             state.saved.record.push_back(file.name);
         else if (errno != ENOENT)
             return CannotSave(file.name, errno);
