@@ -1,5 +1,5 @@
-// Setups as root while others change the machine: another setup, users who submit jobs, and members
-// of the service group who exchange files.
+// Setups as root, their repair, undo and removal while others change the machine: another setup,
+// users who submit jobs, and members of the service group who exchange files.
 #include <fcntl.h>
 #include <grp.h>
 #include <gtest/gtest.h>
@@ -19,6 +19,7 @@
 #include <filesystem>
 #include <random>
 #include <thread>
+#include <tuple>
 
 #include "apps/RootSetup.h"
 #include "apps/SetupMachine.h"
@@ -202,47 +203,96 @@ void PlantEntries(const Attack& attack) {
         files + "; do set -- planted$number$file; " + attack.planted + "; done; done'");
 }
 
-class ExchangedFiles : public testing::TestWithParam<Attack> {};
+// What root does meanwhile, after a setup.
+struct AttackedAction {
+    const char* name;
+    const char* prepares;  // shell commands
+    const char* option;    // of the action; null: another setup
+    bool removesUnit = false;
+};
+
+constexpr const char* damages =
+    "cd /var/corvane && rm corvane26_snapshot corvane26_service.service && echo >> corvane26 && "
+    "chmod 600 QueueLimits qchemrc && chown -R ann corvanerc/corvane26server/icons && "
+    "chmod 640 /etc/systemd/system/corvane26_service.service";
+
+const AttackedAction attackedActions[] = {
+    {"Setup", ":", nullptr},
+    {"Repair", damages, "--repair"},
+    {"Undo", ":", "--undo"},
+    {"Removal", ":", "--remove", true},
+};
+
+using AttackNumbers = std::tuple<size_t, size_t>;
+
+class ExchangedFiles : public testing::TestWithParam<AttackNumbers> {};
+
+// Returns the exit status.
+int RunAttacked(const Attack& attack, const AttackedAction& action) {
+    ProcessOptions options;
+    options.workingDirectory = "/";
+    OtherUser member("ann", [&] { ExchangeForever(attack); });
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    const auto began = std::chrono::steady_clock::now();
+    const ProcessResult result =
+        action.option == nullptr
+            ? RunSetup(internalQueue, {"-m", "999"})
+            : Run({"/opt/corvane26/cv_install", action.option, "--yes"}, options);
+    EXPECT_LT(std::chrono::steady_clock::now() - began, std::chrono::seconds(60));
+    return result.status;
+}
 
 TEST_P(ExchangedFiles, ReachNothingOutsideTree) {
     HX_REQUIRE_THROWAWAY_ROOT();
-    const Attack& attack = GetParam();
-    int refused = 0;
-    for (int round = 0; round < RaceRounds(); ++round) {
-        const std::string status = ResultInRoot([&] {
-            PrepareMachine(withMembers, Before::SameSetup);
-            Shell(
-                "echo secret > /srv/victim; chmod 640 /srv/victim; mkdir -m 700 /srv/private; "
-                "echo secret > /srv/private/file");
-            const std::string unit = ReadFile("/etc/systemd/system/corvane26_service.service");
+    const Attack& attack = attacks[std::get<0>(GetParam())];
+    const AttackedAction& action = attackedActions[std::get<1>(GetParam())];
+    const std::string path = "/etc/systemd/system/corvane26_service.service";
+    const std::string completed = ResultInRoot([&] {
+        PrepareMachine(withMembers, Before::SameSetup);
+        Shell(
+            "echo secret > /srv/victim; chmod 640 /srv/victim; mkdir -m 700 /srv/private; "
+            "echo secret > /srv/private/file");
+        int count = 0;
+        for (int round = 0; round < RaceRounds(); ++round) {
+            const auto setup = RunSetup(internalQueue, {"-m", std::to_string(700 + round)});
+            EXPECT_EQ(setup.status, 0) << setup.out << setup.err;
+            const std::string unit = ReadFile(path);
             EXPECT_NE(unit, "");
             PlantEntries(attack);
+            EXPECT_EQ(Shell(std::string("exec 2>&1; ") + action.prepares), "");
             const MachineState before = StateOfTouchedPaths();
-            int setupStatus = 0;
-            {
-                OtherUser member("ann", [&] { ExchangeForever(attack); });
-                std::this_thread::sleep_for(std::chrono::milliseconds(20));
-                const auto began = std::chrono::steady_clock::now();
-                const auto setup = RunSetup(internalQueue, {"-m", std::to_string(700 + round)});
-                setupStatus = setup.status;
-                EXPECT_LT(std::chrono::steady_clock::now() - began, std::chrono::seconds(60));
-            }
+            count += RunAttacked(attack, action) == 0 ? 1 : 0;
             for (const PathChange& change : ChangesBetween(before, StateOfTouchedPaths())) {
                 const bool victim = change.path.starts_with("/srv/");
                 EXPECT_FALSE(victim) << change.path << ' ' << change.after.Text() << ' '
                                      << change.before.times << ' ' << change.after.times;
             }
-            EXPECT_EQ(ReadFile("/etc/systemd/system/corvane26_service.service"), unit);
+            const std::string left = ReadFile(path);
+            EXPECT_TRUE(left == unit || (left.empty() && action.removesUnit)) << left;
             EXPECT_EQ(OtherProcesses(), std::vector<std::string>{});
-            return std::to_string(setupStatus);
-        });
-        refused += status == "0" ? 0 : 1;
-    }
-    std::printf("%s: %d setups, %d of them refused\n", attack.name, RaceRounds(), refused);
+            // The next round begins with a complete installation.
+            Shell("rm -rf /var/corvane");
+        }
+        return std::to_string(count);
+    });
+    std::printf("%s during %s: %d rounds, %s of them completed\n", attack.name, action.name,
+                RaceRounds(), completed.c_str());
 }
 
-INSTANTIATE_TEST_SUITE_P(Attacks, ExchangedFiles, testing::ValuesIn(attacks),
-                         [](const auto& test) { return std::string(test.param.name); });
+std::vector<AttackNumbers> AllAttacks() {
+    std::vector<AttackNumbers> all;
+    for (size_t attack = 0; attack < std::size(attacks); ++attack) {
+        for (size_t action = 0; action < std::size(attackedActions); ++action)
+            all.emplace_back(attack, action);
+    }
+    return all;
+}
+
+INSTANTIATE_TEST_SUITE_P(Attacks, ExchangedFiles, testing::ValuesIn(TriedRows(AllAttacks())),
+                         [](const auto& test) {
+                             return std::string(attacks[std::get<0>(test.param)].name) + "During" +
+                                    attackedActions[std::get<1>(test.param)].name;
+                         });
 
 TEST(StagedRaces, KilledDryRunsLeaveNothing) {
     HX_REQUIRE_THROWAWAY_ROOT();
