@@ -232,7 +232,7 @@ const VerifiedCase verifiedCases[] = {
      "found missing\n"},
 };
 
-TEST_F(SystemdSetup, VerifiesServiceAsSystemdKnowsIt) {
+TEST_F(SystemdSetup, VerifiesAndRepairsServiceAsSystemdKnowsIt) {
     RunSetup();
     for (const VerifiedCase& row : verifiedCases) {
         SCOPED_TRACE(row.before);
@@ -242,7 +242,19 @@ TEST_F(SystemdSetup, VerifiesServiceAsSystemdKnowsIt) {
         const bool isSame = std::string(row.output).starts_with("No");
         EXPECT_EQ(found.status, isSame ? 0 : 1);
         EXPECT_EQ(found.out.substr(0, isSame ? 14 : std::string::npos), row.output) << found.err;
+        const std::string before = Property("ActiveState") + Property("MainPID");
+        const auto repair = Machine().Shell("/opt/corvane26/cv_install --repair");
+        EXPECT_EQ(repair.status, 0) << repair.err;
+        EXPECT_EQ(repair.out == "Nothing to repair.\n", isSame) << repair.out;
+        EXPECT_EQ(Machine().Shell("/opt/corvane26/cv_install --verify").status, 0);
+        // One that an administrator stopped stays so, and one that runs is not restarted.
+        const std::string after = Property("ActiveState") + Property("MainPID");
+        if (before.starts_with("failed"))
+            EXPECT_EQ(after.substr(0, 6), "active");
+        else
+            EXPECT_EQ(after, before);
     }
+    Shell("systemctl disable corvane26_service");
     const std::string status = Shell("/opt/corvane26/cv_install --status");
     EXPECT_NE(status.find("  Service:        active, disabled\n"), std::string::npos) << status;
     EXPECT_NE(status.find("corvane26_service.service.d/override.conf\n"), std::string::npos);
@@ -262,7 +274,7 @@ TEST_F(SystemdSetup, ReportsServiceThatCannotStart) {
     EXPECT_EQ(Property("NRestarts"), "0");
 }
 
-TEST_F(SystemdSetup, RemovesServicesOfEarlierVersions) {
+TEST_F(SystemdSetup, RemovesServicesOfEarlierVersionsUntilUndo) {
     for (const std::string unit : {"corvane20_service", "corvane24_service"}) {
         Write("/etc/systemd/system/" + unit + ".service", oldUnit);
         Shell("systemctl daemon-reload; systemctl enable --now " + unit);
@@ -287,6 +299,34 @@ TEST_F(SystemdSetup, RemovesServicesOfEarlierVersions) {
     EXPECT_EQ(Shell("ls /etc/init.d/corvane_service"), "");
     EXPECT_EQ(Shell("for pid in $(echo '" + processes + "'); do ps -o args= -p $pid; done"), "");
     EXPECT_EQ(Property("ActiveState"), "active");
+    const auto undo = Machine().Shell("/opt/corvane26/cv_install --undo --yes");
+    EXPECT_EQ(undo.status, 0) << undo.err;
+    for (const std::string unit : {"corvane20_service", "corvane24_service"}) {
+        EXPECT_EQ(Shell("systemctl is-active " + unit), "active");
+        EXPECT_EQ(Shell("systemctl is-enabled " + unit), "enabled");
+    }
+    if (hasInit) {
+        EXPECT_EQ(Machine().Shell("service corvane_service status").status, 0);
+    }
+    EXPECT_EQ(Property("LoadState"), "not-found");
+    EXPECT_EQ(Shell("systemctl list-unit-files --no-legend 'corvane26*'; getent passwd corvsrvc"),
+              "");
+    Shell(
+        "systemctl disable --now corvane20_service corvane24_service; service corvane_service "
+        "stop; rm -f /etc/init.d/corvane_service");
+}
+
+TEST_F(SystemdSetup, IsRemovedWithItsService) {
+    RunSetup();
+    const std::string pid = Property("MainPID");
+    const auto removal = Machine().Shell("/opt/corvane26/cv_install --remove --purge --yes");
+    EXPECT_EQ(removal.status, 0) << removal.err;
+    EXPECT_EQ(removal.err, "");
+    EXPECT_EQ(Property("LoadState"), "not-found");
+    EXPECT_EQ(Shell("ps -o args= -p " + pid), "");
+    EXPECT_EQ(Shell("ls -d /var/corvane /etc/corvane26 /var/lib/corvane26 /usr/bin/corvane26*; "
+                    "find /etc/systemd -name '*corvane26*'; getent passwd corvsrvc"),
+              "");
 }
 
 }  // namespace
