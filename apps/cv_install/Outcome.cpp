@@ -29,6 +29,7 @@ struct SharedNotes {
 };
 
 SharedNotes* sharedNotes = nullptr;
+const char* actionName = "setup";
 std::string whose;  // the beginning of a line of its own
 std::string commandLine;
 
@@ -80,6 +81,9 @@ void AddReason(OutcomeLine& line, int status) {
     } else if (name != nullptr) {
         line.Add("stopped by signal ");
         line.Add(name);
+    } else if (status == 0) {
+        line.Add(actionName);
+        line.Add(" completed");
     } else {
         line.Add(MeaningOf(status));
     }
@@ -113,6 +117,10 @@ void Outcome::Begin(int argc, char** argv) {
     commandLine = Printable(words.join(u' ')).toStdString();
     whose = "=== " + Now() + ' ' + HostName().toStdString() + " cv_install " + HX_VERSION +
             ", user " + Printable(Caller()).toStdString();
+}
+
+void Outcome::NoteAction(const char* action) {
+    actionName = action;
 }
 
 void Outcome::NoteProblem(const Problem& problem) {

@@ -1,4 +1,5 @@
-// The outcome of a setup: a line for its log and an entry in the system's journal.
+// The outcome of a setup or another action: a line for its log and an entry in the system's
+// journal.
 #pragma once
 
 #include <QString>
@@ -25,6 +26,9 @@ class Outcome {
 public:
     // Called once, at the start of the process, with its command line.
     static void Begin(int argc, char** argv);
+
+    // Notes what is done instead of a setup, such as "undo".
+    static void NoteAction(const char* action);
 
     // Notes the problem that ends the setup, unless it continues.
     static void NoteProblem(const Problem& problem);

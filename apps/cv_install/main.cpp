@@ -45,11 +45,16 @@ ExitStatus RunSetup(Arguments& arguments) {
                             arguments.Has(OwnOption::DryRun) ? SetupLock::Purpose::DryRun
                                                              : SetupLock::Purpose::Setup);
     }
-    if (!failure && arguments.Has(OwnOption::Repair))
+    if (!failure && arguments.Has(OwnOption::Repair)) {
+        Outcome::NoteAction("repair");
         return RepairAsRoot(arguments, lock);
-    if (!failure && arguments.Has(OwnOption::Undo))
+    }
+    if (!failure && arguments.Has(OwnOption::Undo)) {
+        Outcome::NoteAction("undo");
         return UndoAsRoot(arguments, lock);
+    }
     if (!failure && arguments.Has(OwnOption::Remove)) {
+        Outcome::NoteAction("removal");
         return isRoot ? RemoveAsRoot(arguments, lock) : RemoveAsUser(arguments, installDir);
     }
     if (!failure && isRoot)
