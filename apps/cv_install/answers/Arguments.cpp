@@ -89,7 +89,17 @@ void CheckUser(const OptionUsage& option, const std::string& word) {
                "Run the setup as root, or without this option.");
 }
 
-// True for an option that does something else than a setup.
+[[noreturn]] void RefuseBoth(const std::string& one, const std::string& other) {
+    Refuse("options " + Quoted(one) + " and " + Quoted(other) + " exclude each other",
+           "Use one of them.");
+}
+
+std::string SpellingOf(OwnOption wanted) {
+    const auto options = Options();
+    return std::ranges::find(options, wanted, &OptionUsage::own)->spellings;
+}
+
+// True for an option that replaces the setup by another action.
 bool IsAction(OwnOption option) {
     return option == OwnOption::Verify || option == OwnOption::Status ||
            option == OwnOption::Undo || option == OwnOption::Repair || option == OwnOption::Remove;
@@ -180,10 +190,25 @@ void Arguments::RefuseTwoActions() const {
         if (!IsAction(option.own) || !Has(option.own))
             continue;
         if (!first.empty())
-            Refuse("options " + Quoted(first) + " and " + Quoted(option.spellings) +
-                       " exclude each other",
-                   "Use one of them.");
+            RefuseBoth(first, option.spellings);
         first = option.spellings;
+    }
+}
+
+// Actions that work with the recorded answers would silently ignore them.
+void Arguments::RefuseOptionsOfSetups() const {
+    for (const OwnOption action : {OwnOption::Repair, OwnOption::Undo, OwnOption::Remove}) {
+        if (!Has(action))
+            continue;
+        const std::string name = SpellingOf(action);
+        if (!m_answers.All().empty() || m_queue != QueueOption::None || Has(OwnOption::Answers))
+            Refuse("option " + Quoted(name) + " takes no answers",
+                   "It uses those of the previous setup. To change them, run the setup.");
+        for (const OwnOption other :
+             {OwnOption::SaveAnswers, OwnOption::IfNeeded, OwnOption::Restart}) {
+            if (Has(other))
+                RefuseBoth(name, SpellingOf(other));
+        }
     }
 }
 
@@ -192,10 +217,7 @@ void Arguments::CheckTogether() const {
         Refuse(R"(option "--diff" requires option "--dry-run")",
                "Use --dry-run --diff, or answer d when the setup asks whether to continue.");
     RefuseTwoActions();
-    if (Has(OwnOption::Repair) &&
-        (!m_answers.All().empty() || m_queue != QueueOption::None || Has(OwnOption::Answers)))
-        Refuse(R"(option "--repair" takes no answers)",
-               "It uses those of the previous setup. To change them, run the setup.");
+    RefuseOptionsOfSetups();
     if (Has(OwnOption::Force) && !Has(OwnOption::Undo))
         Refuse(R"(option "--force" requires option "--undo")", "Use: --undo --force");
     if (Has(OwnOption::Purge) && !Has(OwnOption::Remove))

@@ -41,6 +41,7 @@ private:
     void TakeAnswer(const AnswerRow& row, const std::string& word, const char* text);
     void PassOn(const OptionUsage& option, const char* value);
     void RefuseTwoActions() const;
+    void RefuseOptionsOfSetups() const;
     void CheckTogether() const;
 
     std::map<OwnOption, const char*> m_own;  // with their values; null without
