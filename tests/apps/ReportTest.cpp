@@ -460,6 +460,7 @@ TEST(Report, ShowsOldAndNewValues) {
         {Change::Modify, pagesPath + "/b", directory(0), directory(createdAccount), &pages},
         {Change::Modify, pagesPath + "/c", file(0644, 1, ""), file(0644, createdAccount, ""),
          &pages},
+        {Change::Modify, pagesPath + "/d", file(0640, 0, "a"), file(0644, 0, "b"), &pages},
         {Change::Modify, "/T/corvane26", file(0755, 0, ""), file(0775, createdAccount, "b"),
          &script},
         {Change::Modify,
@@ -494,6 +495,7 @@ Tree /T:
   change corvanerc/corvane26server/resources: owner root:root -> corvsrvc:corvsrvc
   change 2 web pages in corvanerc/corvane26server/resources: owner root:root -> corvsrvc:corvsrvc
   change 1 web page in corvanerc/corvane26server/resources: owner daemon:daemon -> corvsrvc:corvsrvc
+  change 1 web page in corvanerc/corvane26server/resources: content, mode 0640 -> 0644
   change corvane26: content, mode 0755 -> 0775, owner root:root -> corvsrvc:corvsrvc
   change QueueLimits: MaxThreads: 8 -> 12, ThreadsPerMolecule: 4 -> none
   create link c to ?[2J?/etc
@@ -505,7 +507,7 @@ System:
 Services:
   stop corvane24_service.service
   restart corvane26_service.service
-3 to create, 8 to change, 2 to delete, 1 to remove, 1 to restart, 1 to stop.
+3 to create, 9 to change, 2 to delete, 1 to remove, 1 to restart, 1 to stop.
 )");
 }
 

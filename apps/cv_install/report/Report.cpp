@@ -151,7 +151,7 @@ void Printer::CountPages() {
             m_deletedPages[difference.entry] +=
                 difference.before.kind == State::Kind::Directory ? 0 : 1;
         else if (difference.change == Change::Modify)
-            ++m_changedPages[{difference.entry, OwnerChange(difference)}];
+            ++m_changedPages[{difference.entry, WhatDiffers(difference)}];
         else if (difference.after.kind == State::Kind::File)
             ++m_newPages[difference.entry];
     }
@@ -219,7 +219,7 @@ void Printer::AddPath(const PathDifference& difference, Group& group) {
     const QString verb = VerbOf(pathVerbs, difference.change) + u' ';
     const QString name = NameOf(difference.path);
     if (difference.change == Change::Modify && IsWebPage(difference)) {
-        const QString change = OwnerChange(difference);
+        const QString change = WhatDiffers(difference);
         auto counted = m_changedPages.extract({difference.entry, change});
         if (!counted.empty())
             group.Add(verb + CountOfPages(counted.mapped()) + QStringLiteral(" in ") +
