@@ -25,7 +25,7 @@ struct Damage {
     void (*restore)(const std::string& path, const struct stat& before);
 };
 
-// The conditions of a setup that all targets exist after.
+// The conditions of a setup that creates all targets.
 inline constexpr unsigned damagedConditions = AsRoot | WithoutClusterNode | WithSubmissionScripts;
 
 std::vector<Target> DamagedTargets();

@@ -232,11 +232,11 @@ TEST_P(RemovalWithOtherTree, KeepsTree) {
 INSTANTIATE_TEST_SUITE_P(Trees, RemovalWithOtherTree, testing::ValuesIn(RowsOfSoak(keptTrees)),
                          [](const auto& test) { return std::string(test.param.name); });
 
-class RemovalOfPlanted : public testing::TestWithParam<size_t> {};
-GTEST_ALLOW_UNINSTANTIATED_PARAMETERIZED_TEST(RemovalOfPlanted);
+class RemovalWithPlantedEntries : public testing::TestWithParam<size_t> {};
+GTEST_ALLOW_UNINSTANTIATED_PARAMETERIZED_TEST(RemovalWithPlantedEntries);
 
 // Each path of the tree is replaced.
-TEST_P(RemovalOfPlanted, TouchesNothing) {
+TEST_P(RemovalWithPlantedEntries, ChangesNothing) {
     HX_REQUIRE_THROWAWAY_ROOT();
     HX_EXPECT_SCENARIO([&] {
         const Victims victims = {"/var/victim", "/var/corvane/secret"};
@@ -263,7 +263,7 @@ TEST_P(RemovalOfPlanted, TouchesNothing) {
     });
 }
 
-INSTANTIATE_TEST_SUITE_P(Kinds, RemovalOfPlanted,
+INSTANTIATE_TEST_SUITE_P(Kinds, RemovalWithPlantedEntries,
                          testing::ValuesIn(RowsOfSoak(std::vector<size_t>{0, 1, 2, 3, 4, 5})));
 
 struct RefusedRemoval {
@@ -333,7 +333,7 @@ const KilledRemovals killedRemovals[] = {{"Upgrade", Before::EarlierVersion, pur
 class KilledRemoval : public testing::TestWithParam<KilledRemovals> {};
 GTEST_ALLOW_UNINSTANTIATED_PARAMETERIZED_TEST(KilledRemoval);
 
-TEST_P(KilledRemoval, IsCompletedByAnotherOne) {
+TEST_P(KilledRemoval, CompletesOnRerun) {
     HX_REQUIRE_THROWAWAY_ROOT();
     const KilledRemovals& row = GetParam();
     size_t points = 0;

@@ -328,7 +328,7 @@ const LeftDamage leftDamages[] = {
      "cv_install: cannot use record \"/var/lib/corvane26/manifest\": it is damaged\n"},
 };
 
-TEST(Repair, IsCompletedByAnotherOneAfterKill) {
+TEST(Repair, CompletesOnRerunAfterKill) {
     HX_REQUIRE_THROWAWAY_ROOT();
     const size_t first = TriesEveryFault() ? 1 : 150;
     const size_t step = TriesEveryFault() ? 1 : 10000;
@@ -351,7 +351,7 @@ TEST(Repair, IsCompletedByAnotherOneAfterKill) {
     std::printf("kills of a repair: %s\n", points.c_str());
 }
 
-TEST(Repair, ChangesNothingThatIsNotTheSetups) {
+TEST(Repair, KeepsForeignEntries) {
     HX_REQUIRE_THROWAWAY_ROOT();
     HX_EXPECT_SCENARIO([] {
         SetUpForRepair();

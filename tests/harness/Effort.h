@@ -31,7 +31,7 @@ auto TriedRows(const Rows& rows) {
     return tried;
 }
 
-// The same, but none at all unless in scripts/soak.
+// All rows in scripts/soak, otherwise none.
 template <class Rows>
 auto RowsOfSoak(const Rows& rows) {
     using Row = std::decay_t<decltype(*std::begin(rows))>;

@@ -350,7 +350,7 @@ TEST_F(Package, KeepsGroupWithMembers) {
     EXPECT_NE(s_machine->Shell("id svc").status, 0);
 }
 
-// What was there before comes back.
+// What was there before is restored.
 TEST_F(Package, PurgeRestoresEarlierVersion) {
     Shell(
         "mkdir -p /var/corvane/corvanerc/corvane24server; echo 'MaxThreads: 1' > "
