@@ -127,7 +127,7 @@ Failure ReportStaged(const Arguments& arguments, const StagedMachine& staged,
     if (failure || !isNeeded)
         return failure;
     if (isDryRun)
-        ShowSummaryOfDryRun(differences);
+        ShowSummaryOfDryRun(differences, "a setup");
     continues = !isDryRun;
     return {};
 }

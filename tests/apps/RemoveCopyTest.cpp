@@ -48,7 +48,7 @@ TEST(CopyRemoval, KeepsWhatWasChanged) {
     for (const char* line : {"  /tmp/product/corvane26: changed after the setup\n",
                              "  /tmp/product/corvane26_snapshot: changed after the setup\n",
                              "  /tmp/product/QueueEntries: contains jobs\n",
-                             "  /tmp/product/qchemrc: has other entries\n"})
+                             "/tmp/product/qchemrc was kept: it contains other entries\n"})
         hx_test::ExpectHolds(removal.out, line);
     for (const char* name : {"corvane26_snapshot", "QueueEntries", "qchemrc/mine"})
         EXPECT_EQ(user.File(name), "mine\n") << name;

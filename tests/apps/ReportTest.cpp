@@ -681,8 +681,8 @@ TEST(Agreement, IsAskedForOnceMoreAfterChanges) {
         EXPECT_EQ(reports, test.reports) << result.out;
         const char* name = test.page == "abb" ? "page" : "corvane26";
         EXPECT_EQ(result.err, reports == 1 ? ""
-                                           : "cv_install: warning: the machine changed during the "
-                                             "setup: /var/corvane/" +
+                                           : "cv_install: warning: the machine changed "
+                                             "meanwhile: /var/corvane/" +
                                                  std::string(name) + "\n");
     }
 }

@@ -87,8 +87,8 @@ const KilledSetups killedSetups[] = {{"Upgrade", internalQueue, Before::EarlierV
 
 class KilledAndUndone : public testing::TestWithParam<KilledSetups> {};
 
-// There is no state of a setup that was killed before it saved one and changed anything, nor of one
-// that is undone.
+// No state is saved if the setup was killed before its first change, or if it failed and reverted
+// its changes.
 void ExpectUndone(const WholeState& before) {
     const auto undo = RunUndo();
     EXPECT_TRUE(undo.status == 0 || undo.status == 68) << undo.status;
@@ -96,7 +96,7 @@ void ExpectUndone(const WholeState& before) {
     EXPECT_EQ(OtherProcesses(), nothing);
 }
 
-TEST_P(KilledAndUndone, SetupLeavesMachineAsItWasBefore) {
+TEST_P(KilledAndUndone, SetupIsUndone) {
     HX_REQUIRE_THROWAWAY_ROOT();
     const KilledSetups& row = GetParam();
     const TracedResult whole = TraceUndisturbed(row.kind, row.before, SetupCommand(row.kind));
@@ -120,7 +120,7 @@ TEST_P(KilledAndUndone, SetupLeavesMachineAsItWasBefore) {
                 whole.calls[0] - whole.callsBeforeMerge);
 }
 
-TEST_P(KilledAndUndone, UndoIsCompletedByAnotherOne) {
+TEST_P(KilledAndUndone, UndoCompletesOnRerun) {
     HX_REQUIRE_THROWAWAY_ROOT();
     const KilledSetups& row = GetParam();
     size_t points = 0;
@@ -337,7 +337,7 @@ TEST(Undo, CompletesFailedSetupThatWasNotTakenBack) {
 }
 
 // The record itself needs five entries.
-TEST(SavedStates, FullDiskEndsSetupBeforeItsFirstChange) {
+TEST(SavedStates, StopSetupBeforeFirstChangeOnFullDisk) {
     HX_REQUIRE_THROWAWAY_ROOT();
     HX_EXPECT_SCENARIO([] {
         PrepareMachine(internalQueue, Before::EarlierVersion);

@@ -220,7 +220,8 @@ void ExpectStatus(const std::string& time) {
     hx_test::ExpectHolds(RunProgram("--status").out,
                          "  Previous setup: did not run to its end; run it again\n");
     hx_test::ExpectHolds(RunProgram("--verify").err,
-                         "cv_install: warning: the previous setup did not run to its end\n");
+                         "cv_install: warning: the previous setup, undo, removal or repair did not "
+                         "run to its end\n");
 }
 
 struct Unverifiable {

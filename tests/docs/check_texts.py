@@ -232,10 +232,10 @@ others = {
     "Missing command", "Number of the answer to change, q to quit, or Enter to continue:",
     "Please enter a number from 1 to %zu, or q.", "# State before a setup", "all other directories",
     "Undo of the setup of %s by %s:", "Kept as it is now:", "cv_install: undid the setup of %s",
-    "Files of %s %s were searched for in: %s. Not searched: %s.", "(not a local file system)",
-    "Repair of the setup of %s:", "Left as it is:", "Nothing to repair.", "cv_install: repaired the setup of %s", "cv_install: changes of a repair: %zu", "Changes of the first round were kept.",
+    'Searched for files of %s "%s" in: %s. Not searched: %s.', "(not a local file system)",
+    "Repair of the setup of %s:", "Left as it is:", "Nothing to repair.", "cv_install: repaired the setup of %s", "Changes made so far were kept.", "epair again", "repair canceled", "a repair", "an undo",
     "(only in part: time limit)", "file systems that are mounted below", "un the undo again",
-    "un the removal again", 'cv_install: removed the setup of "%s"',
+    "un the removal again", "%s was kept: it contains other entries", 'cv_install: removed the setup of "%s"',
     "Settings, log, record and service account were kept. To remove them, too: cv_install --remove --purge",
 }
 remedy = re.compile(

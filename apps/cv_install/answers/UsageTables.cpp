@@ -78,25 +78,25 @@ constexpr OptionUsage furtherOptions[] = {
      "Only for root. Without it, the setup restarts the service only after such a change.",
      OwnOption::Restart, true},
     {"--repair", OptionValue::None, nullptr,
-     "restore what differs from the previous setup, then end",
+     "restore what differs from the previous setup, as far as a setup created it, then end",
      "Only for root. What --verify reports is restored without questions and with the recorded "
      "answers. What is not the setup's is listed and left as it is.",
      OwnOption::Repair, true},
-    {"--undo", OptionValue::None, nullptr, "restore the state before the last setup, then end",
+    {"--undo", OptionValue::None, nullptr, "restore the state before the previous setup, then end",
      "Only for root. What was changed after the setup is listed and kept. The plan is shown and "
-     "confirmed, as that of a setup.",
+     "must be confirmed.",
      OwnOption::Undo, true},
     {"--force", OptionValue::None, nullptr,
      "with --undo, also restore what was changed after the setup", nullptr, OwnOption::Force, true},
     {"--remove", OptionValue::None, nullptr,
-     "remove what setups made and restore what was there before, then end",
+     "remove what setups created and restore the state before the first one, then end",
      "Settings, log, record and service account stay, and so does what was changed after the "
-     "setup. The plan is shown and confirmed. For a regular user, it removes what the setup of "
-     "the private copy made.",
+     "setup. The plan is shown and must be confirmed. For a regular user, it removes the setup of "
+     "the private copy.",
      OwnOption::Remove},
     {"--purge", OptionValue::None, nullptr,
-     "with --remove, also remove settings, log, record and service account", nullptr,
-     OwnOption::Purge},
+     "with --remove, also remove settings, log, record and service account",
+     "For a regular user: settings and record.", OwnOption::Purge},
     {"-c, -cd, --cd-install"},
     {"-cli, --cli"},
     {"-gui, --gui"},

@@ -15,5 +15,5 @@ int MoveToFreeName(int fromDirectory, const std::string& from, int toDirectory,
 std::string MoveToDatedName(int fromDirectory, const std::string& from, int toDirectory,
                             const std::string& name);
 
-// Warns that `name` was replaced, and is now `path`.
+// Warns that `name` was replaced, and that its former content is now at `path`.
 void WarnOfDatedName(const std::string& name, const std::string& path);

@@ -12,7 +12,7 @@
 using FormerPages = QMap<QString, QString>;
 
 // Returns the former pages of all directories of which the product, `packed`, has others. Without
-// a manifest, nobody knows which pages an administrator has edited.
+// a manifest, edited pages cannot be recognized.
 FormerPages FindReplacedPages(const std::optional<Manifest>& previous, const PackedPages& packed,
                               unsigned conditions);
 
@@ -23,7 +23,7 @@ bool IsReplaced(const Entry& directory, const FormerPages& former);
 inline constexpr const char* unfinishedPage = ".corvane26_page";
 
 // Writes the new pages into the install directory. Replaces pages that are as the previous
-// setup installed them, and removes those that the product no longer has. Other files of the same
-// name get a dated name, which is reported. For setups in place, before their script.
+// setup installed them, and removes those that the product no longer has. Other files at these
+// paths are kept under a dated name, which is reported. For setups in place, before their script.
 Failure ReplacePages(const QString& installDir, const FormerPages& former,
                      const PackedPages& packed, unsigned conditions);

@@ -326,7 +326,7 @@ void RepairPlanning::TakeUser(const FoundDifference& difference) {
     if (!isUser || attribute == "uid") {
         m_plan.left.push_back({difference, QStringLiteral("numbers are never changed")});
     } else if (attribute == "gid" && !HasPrimaryGroup(facts)) {
-        m_plan.left.push_back({difference, QStringLiteral("there is no such group")});
+        m_plan.left.push_back({difference, QStringLiteral("the group does not exist")});
     } else if (attribute == "home" && HasUserProcesses(facts)) {
         m_plan.left.push_back({difference, QStringLiteral("the user has processes")});
     } else {
@@ -341,7 +341,7 @@ void RepairPlanning::TakeMember(const FoundDifference& difference) {
     const std::string name = difference.name.toStdString();
     const bool joins = std::ranges::find(facts.members, name) != facts.members.end();
     if (joins && name != facts.user && getpwnam(name.c_str()) == nullptr) {
-        m_plan.left.push_back({difference, QStringLiteral("there is no such user")});
+        m_plan.left.push_back({difference, QStringLiteral("the user does not exist")});
         return;
     }
     m_plan.differences.members.push_back(

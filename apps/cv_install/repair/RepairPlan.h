@@ -21,7 +21,7 @@ struct RepairPlan {
     // What was found at each path.
     std::map<std::string, std::vector<FoundDifference>> found;
 
-    // True if a file needs its content.
+    // True if a file must be created again, which requires staging.
     bool NeedsContent() const;
 
     // Removes a path, which stays as it is.

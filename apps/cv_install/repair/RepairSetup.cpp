@@ -34,6 +34,7 @@
 #include "report/Summary.h"
 #include "report/TextDifferences.h"
 #include "staging/StagedRun.h"
+#include "undo/Restoration.h"
 #include "verify/Verification.h"
 #include "verify/VerifyReport.h"
 
@@ -44,18 +45,10 @@ constexpr const char* setUpAgain = "Run \"cv_install --setup --yes\" instead.";
 // A directory that is not readable hides what is below it from a verification.
 constexpr int mostRounds = 4;
 
-// The merge's texts are about a setup.
-Failure AboutRepair(Failure failure) {
-    if (!failure)
-        return failure;
-    failure->text.replace(QStringLiteral("during the setup"), QStringLiteral("during the repair"));
-    failure->remedy.replace(QStringLiteral("run the setup again"), QStringLiteral("repair again"));
-    return failure;
-}
-
 Problem NotTheSame(const std::string& path) {
     return {ExitStatus::ChecksFailed,
-            QStringLiteral("cannot restore \"%1\": this product creates another content")
+            QStringLiteral("cannot restore \"%1\": the content that this product creates differs "
+                           "from the recorded one")
                 .arg(QString::fromStdString(path)),
             QLatin1String(setUpAgain)};
 }
@@ -86,7 +79,6 @@ private:
     Failure ApplyRecord();
     Failure ContentOf(const PathDifference& difference, QByteArray& content) const;
     void ShowLeft() const;
-    void ShowCount() const;
     Failure Finish();
 
     bool IsDryRun() const { return m_arguments.Has(OwnOption::DryRun); }
@@ -124,12 +116,12 @@ Failure SetupRepair::CheckProduct() const {
     if (version == QStringLiteral(HX_VERSION))
         return {};
     return Problem{ExitStatus::ChecksFailed,
-                   QStringLiteral("the setup is of version %1, and this product of version %2")
+                   QStringLiteral("the setup was made by version %1; this product is version %2")
                        .arg(version, QStringLiteral(HX_VERSION)),
                    QLatin1String(setUpAgain)};
 }
 
-// Without files to create, any directories do.
+// If no file is created, the layers are not read, but they must be open.
 Failure SetupRepair::Stage(ExitStatus& status) {
     if (!m_plan.NeedsContent()) {
         for (Descriptor* layer : {&m_staged.tree, &m_staged.etc, &m_staged.bin})
@@ -172,7 +164,7 @@ Failure SetupRepair::Stage(ExitStatus& status) {
     return {};
 }
 
-// Compares what was made again with what the setup left.
+// Compares the new files with what the setup left.
 Failure SetupRepair::CheckContents() {
     const std::vector<PathDifference> paths = m_plan.differences.paths;
     for (const PathDifference& difference : paths) {
@@ -187,7 +179,7 @@ Failure SetupRepair::CheckContents() {
         // A page that was edited before the setup, which kept it.
         if (!difference.entry->ownsAllBelow)
             return NotTheSame(difference.path);
-        m_plan.Leave(difference.path, QStringLiteral("the product has another page"));
+        m_plan.Leave(difference.path, QStringLiteral("the product has a different page"));
     }
     return {};
 }
@@ -241,14 +233,6 @@ Failure SetupRepair::Prepare(ExitStatus& status) {
     if (!failure)
         failure = TakeSharedContents();
     return failure;
-}
-
-void SetupRepair::ShowCount() const {
-    const Differences& all = m_plan.differences;
-    const Console::Printing needed(Console::Importance::Needed);
-    std::printf("cv_install: changes of a repair: %zu\n",
-                all.accounts.size() + all.members.size() + all.userChanges.size() +
-                    all.paths.size() + all.services.size());
 }
 
 void SetupRepair::ShowLeft() const {
@@ -380,6 +364,8 @@ Failure SetupRepair::Apply() {
     undo.Forget();
     tree.Finish();
     failure = ApplyRecord();
+    if (failure)
+        failure->changes = Changes::Unknown;
     m_controlsService = m_controlsService || !differences.services.empty();
     // Otherwise the manager refuses to start a service that failed too often.
     if (!differences.services.empty() && differences.services.front().change == Change::Create)
@@ -421,8 +407,8 @@ Failure SetupRepair::Run(ExitStatus& status) {
         if ((m_plan.differences.IsEmpty() && !cleansUp) || IsDryRun()) {
             if (!IsDryRun())
                 SetupLog::Discard();
-            else if (Console::IsQuiet())
-                ShowCount();
+            else
+                ShowSummaryOfDryRun(m_plan.differences, "a repair");
             return {};
         }
         if (round == mostRounds) {
@@ -440,7 +426,7 @@ Failure SetupRepair::Run(ExitStatus& status) {
     }
     if (failure && isChanged) {
         failure->changes = Changes::Unknown;
-        failure->remedy += QStringLiteral(" Changes of the first round were kept.");
+        failure->remedy += QStringLiteral(" Changes made so far were kept.");
     }
     return failure;
 }
@@ -452,7 +438,8 @@ ExitStatus RepairAsRoot(Arguments& arguments, const SetupLock& lock) {
         SetupLog::Start(true);
     JsonReport::NoteLog(SetupLog::Path());
     ExitStatus status = ExitStatus::Complete;
-    const Failure failure = AboutRepair(SetupRepair(arguments, lock).Run(status));
+    const Failure failure = AboutAction(SetupRepair(arguments, lock).Run(status),
+                                        {"repair canceled", "during the repair", "epair again"});
     if (!failure)
         return status;
     Report(*failure);

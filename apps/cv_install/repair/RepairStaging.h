@@ -1,4 +1,4 @@
-// Makes the files of an installation again, as a first setup with the recorded answers would.
+// Creates the files of an installation again, as a first setup with the recorded answers would.
 #pragma once
 
 #include "answers/Arguments.h"
@@ -7,6 +7,7 @@
 #include "record/Manifest.h"
 
 // In the child process, in a private view with an empty install directory: creates everything with
-// the account numbers of the manifest. Whatever is on the machine now is not used.
+// the account numbers of the manifest. Uses nothing that is on the machine now, because it may be
+// damaged.
 Failure StageAgain(Arguments& arguments, const Manifest& manifest, const Descriptor& liveTree,
                    const SetupLock& lock, StagedMachine& staged);

@@ -49,10 +49,10 @@ void WarnOfChanges(const std::set<std::string>& names) {
     }
     if (names.size() > mostNames)
         shown.append(QStringLiteral("%1 more").arg(names.size() - mostNames));
-    ReportWarning({ExitStatus::Complete,
-                   QStringLiteral("the machine changed during the setup: %1")
-                       .arg(shown.join(QStringLiteral(", "))),
-                   {}});
+    ReportWarning(
+        {ExitStatus::Complete,
+         QStringLiteral("the machine changed meanwhile: %1").arg(shown.join(QStringLiteral(", "))),
+         {}});
 }
 
 }  // namespace

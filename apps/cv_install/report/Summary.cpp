@@ -120,9 +120,10 @@ void ShowNothingToDo(const QString& idleService) {
     std::fflush(stdout);
 }
 
-void ShowSummaryOfDryRun(const Differences& differences) {
+void ShowSummaryOfDryRun(const Differences& differences, const char* action) {
     const size_t count = differences.accounts.size() + differences.members.size() +
-                         differences.paths.size() + differences.services.size();
+                         differences.userChanges.size() + differences.paths.size() +
+                         differences.services.size();
     if (Console::IsQuiet())
-        PrintInQuiet(QStringLiteral("changes of a setup: %1").arg(count));
+        PrintInQuiet(QStringLiteral("changes of %1: %2").arg(QLatin1String(action)).arg(count));
 }

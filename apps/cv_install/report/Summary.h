@@ -34,5 +34,5 @@ void ShowSummary(const Summary& summary);
 // idle, otherwise empty.
 void ShowNothingToDo(const QString& idleService);
 
-// Prints with --quiet how many changes a setup would make.
-void ShowSummaryOfDryRun(const Differences& differences);
+// Prints with --quiet how many changes an action, such as "a setup", would make.
+void ShowSummaryOfDryRun(const Differences& differences, const char* action);

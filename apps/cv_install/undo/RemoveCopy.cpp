@@ -62,9 +62,11 @@ Failure CopyRemoval::Open() {
     if (failure)
         return failure;
     if (!manifest) {
-        return Problem{ExitStatus::RecordUnusable,
-                       QStringLiteral("no setup of \"%1\" is recorded").arg(m_installDir),
-                       QStringLiteral("Run the setup, which creates a record.")};
+        return Problem{
+            ExitStatus::RecordUnusable,
+            QStringLiteral("no setup of \"%1\" is recorded").arg(m_installDir),
+            QStringLiteral("There is nothing to remove, or the setup of another directory is "
+                           "meant: run its cv_install.")};
     }
     m_manifest = std::move(*manifest);
     m_tree =
@@ -117,11 +119,12 @@ Failure CopyRemoval::Delete(const PathDifference& difference) const {
     const std::string name = BaseNameOf(path);
     const auto now = parent ? ReadState(parent.Number(), name, Reading::Nothing) : std::nullopt;
     const bool isDirectory = difference.before.kind == State::Kind::Directory;
+    errno = 0;
     if (now && now->IsSameInode(difference.before) &&
         unlinkat(parent.Number(), name.c_str(), isDirectory ? AT_REMOVEDIR : 0) == 0)
         return {};
     if (isDirectory && (errno == ENOTEMPTY || errno == EEXIST)) {
-        std::printf("  %s: has other entries\n",
+        std::printf("%s was kept: it contains other entries\n",
                     qUtf8Printable(Printable(QString::fromStdString(difference.path))));
         return {};
     }
@@ -129,7 +132,7 @@ Failure CopyRemoval::Delete(const PathDifference& difference) const {
                    QStringLiteral("cannot remove \"%1\": %2")
                        .arg(QString::fromStdString(difference.path),
                             now ? QString::fromUtf8(std::strerror(errno))
-                                : QStringLiteral("was changed during the setup")),
+                                : QStringLiteral("another process changed it")),
                    QStringLiteral("Fix the cause, then run the setup again."), Changes::Unknown};
 }
 
@@ -169,6 +172,7 @@ Failure CopyRemoval::Run() {
         return failure;
     if (m_arguments.Has(OwnOption::Purge))
         m_record.RemoveFiles();
+    const Console::Printing summary(Console::Importance::Needed);
     std::printf("cv_install: removed the setup of \"%s\"\n",
                 qUtf8Printable(Printable(m_installDir)));
     return {};

@@ -7,6 +7,6 @@
 #include "answers/Arguments.h"
 
 // Deletes what the manifest of the install directory lists and is still as it says. Without
-// --purge, settings and the other parts of the record stay. Shows what is deleted and asks.
+// --purge, settings and the record stay. Shows what is deleted and asks.
 // Failures have been reported.
 ExitStatus RemoveAsUser(const Arguments& arguments, const QString& installDir);

@@ -127,6 +127,13 @@ void RemoveOther(const PathDifference& other) {
         WarnNotRemoved(other.path, errno);
 }
 
+QString RemedyWithoutState() {
+    return QStringLiteral(
+               "To remove what setups created without restoring the state before them, remove "
+               "\"%1\", then run the removal again.")
+        .arg(QLatin1String(Find(Item::SavedStates).path));
+}
+
 class SetupRemoval {
 public:
     SetupRemoval(const Arguments& arguments, const SetupLock& lock)
@@ -154,10 +161,7 @@ private:
 Failure SetupRemoval::Load() {
     Failure failure = m_states.LoadFirst(m_isSaved);
     if (failure) {
-        failure->remedy = QStringLiteral(
-                              "To remove what setups made without restoring what was there before, "
-                              "remove \"%1\", then run the removal again.")
-                              .arg(QLatin1String(Find(Item::SavedStates).path));
+        failure->remedy = RemedyWithoutState();
         return failure;
     }
     if (m_isSaved) {
@@ -168,7 +172,7 @@ Failure SetupRemoval::Load() {
     failure = OpenInstallDirectory(tree);
     if (!failure)
         failure = FindUnsavedSetups(tree.Number(), m_saved);
-    // Nothing comes back, so no content is read.
+    // Nothing is restored, so no content is read.
     m_content.installDir = QLatin1String(sharedDirectory);
     for (Descriptor* layer : {&m_content.tree, &m_content.etc, &m_content.bin})
         *layer = Descriptor(open("/", O_PATH | O_DIRECTORY | O_CLOEXEC));
@@ -213,8 +217,11 @@ Failure SetupRemoval::RemoveRest(const Differences& shown) {
 
 Failure SetupRemoval::CarryOut(Restoration& restoration) {
     Failure failure = restoration.Apply();
-    if (!failure)
-        failure = m_purges ? RemoveRest(restoration.Shown()) : Forget(restoration.Found());
+    if (failure)
+        return failure;
+    failure = m_purges ? RemoveRest(restoration.Shown()) : Forget(restoration.Found());
+    if (failure)
+        failure->changes = Changes::Unknown;
     return failure;
 }
 
@@ -224,7 +231,7 @@ void SetupRemoval::Finish(const Restoration& restoration) const {
         std::printf("Nothing to remove.\n");
     else
         std::printf("cv_install: removed the setup of \"%s\"\n", sharedDirectory);
-    if (!m_purges && !restoration.Found().remaining.empty())
+    if (!m_purges && !Console::IsQuiet() && !restoration.Found().remaining.empty())
         std::printf(
             "    Settings, log, record and service account were kept. To remove them, too: "
             "cv_install --remove --purge\n");
@@ -235,16 +242,22 @@ Failure SetupRemoval::Run() {
     if (Failure failure = Load())
         return failure;
     if (!m_isSaved && !m_saved.attempts.empty())
-        std::printf("What was there before the first setup is unknown, so nothing comes back.\n");
+        std::printf("The state before the first setup is unknown. Nothing is restored.\n");
     Restoration restoration(m_arguments, m_purges ? UndoPurpose::Purge : UndoPurpose::Remove,
                             m_saved, std::move(m_content), [this] {
                                 return m_purges ? FindOthers() : std::vector<PathDifference>();
                             });
-    if (Failure failure = restoration.Plan())
+    if (Failure failure = restoration.Plan()) {
+        if (failure->status == ExitStatus::RecordUnusable)
+            failure->remedy = RemedyWithoutState();
         return failure;
+    }
     JsonReport::NoteChanges(restoration.Shown(), false);
-    if (m_arguments.Has(OwnOption::DryRun))
+    if (m_arguments.Has(OwnOption::DryRun)) {
+        if (restoration.Shown().IsEmpty())
+            Finish(restoration);
         return {};
+    }
     SetupLog::Keep();
     Interruption::ComesTooLate();
     // Whatever ends it from here on, a further removal completes it.

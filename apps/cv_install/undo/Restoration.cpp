@@ -14,6 +14,7 @@
 #include "merge/Accounts.h"
 #include "merge/ServiceAccount.h"
 #include "merge/Services.h"
+#include "report/Summary.h"
 #include "report/TextDifferences.h"
 #include "undo/AccountUse.h"
 #include "undo/SavedStates.h"
@@ -40,7 +41,7 @@ std::vector<std::string> DirectoriesOfAccounts() {
     return directories;
 }
 
-// The service accounts after and before the setup, whose entries the undo changes.
+// The service accounts that own the entries after and before the setup.
 struct OwnersOfUndo {
     uid_t account = static_cast<uid_t>(-1);
     gid_t group = static_cast<gid_t>(-1);
@@ -95,6 +96,9 @@ Failure Restoration::Read(LiveMachine& live) {
 void Restoration::ShowKept() const {
     if (m_plan.kept.isEmpty())
         return;
+    // A part of the plan to confirm.
+    const Console::Printing printing(m_arguments.Has(OwnOption::Yes) ? Console::Importance::Usual
+                                                                     : Console::Importance::Needed);
     std::printf("Kept as it is now:\n");
     for (const QString& line : m_plan.kept)
         std::printf("  %s\n", qUtf8Printable(Printable(line)));
@@ -120,6 +124,8 @@ Failure Restoration::Plan() {
     Failure failure = ShowDifferences(m_content, read, m_differences);
     if (!failure && m_arguments.Has(OwnOption::Diff))
         ShowContents(m_differences);
+    if (!failure)
+        ShowSummaryOfDryRun(m_differences, IsRemoval(m_purpose) ? "a removal" : "an undo");
     return failure;
 }
 
@@ -217,9 +223,10 @@ bool Restoration::DeleteUnused(const AccountDifference& account, bool keepsGroup
     }
     QStringList notSearched = found.notSearched;
     notSearched.append(QStringLiteral("all other directories"));
-    std::printf("Files of %s %s were searched for in: %s. Not searched: %s.\n",
-                qUtf8Printable(kind), qUtf8Printable(Printable(name)),
-                qUtf8Printable(Printable(found.searched.join(QStringLiteral(", ")))),
+    const QString searched = found.searched.isEmpty() ? QStringLiteral("none")
+                                                      : found.searched.join(QStringLiteral(", "));
+    std::printf("Searched for files of %s \"%s\" in: %s. Not searched: %s.\n", qUtf8Printable(kind),
+                qUtf8Printable(Printable(name)), qUtf8Printable(Printable(searched)),
                 qUtf8Printable(Printable(notSearched.join(QStringLiteral(", ")))));
     return true;
 }

@@ -50,11 +50,12 @@ private:
 };
 
 // What an action has instead of "setup canceled", "during the setup" and "run the setup again".
+// `again` lacks its first letter, which is a capital at the beginning of a remedy.
 struct ActionTexts {
     const char* canceled;
     const char* during;
     const char* again;
 };
 
-// A problem of a setup or an undo, about another action.
+// Replaces the words of a setup in a problem by those of another action.
 Failure AboutAction(Failure failure, const ActionTexts& texts);

@@ -461,7 +461,8 @@ void SavedStates::Complete() {
         failure = NoteComplete(true);
     if (failure) {
         ReportWarning({failure->status, failure->text,
-                       QStringLiteral("With --undo, this setup and the next one are undone.")});
+                       QStringLiteral("The next setup is added to the same state: --undo then "
+                                      "undoes both.")});
         return;
     }
     Collapse(m_first.saved);
@@ -472,7 +473,7 @@ void SavedStates::Complete() {
     Prune();
 }
 
-// An attempt too many does no harm.
+// If this write fails, the extra attempt is harmless: its states only widen what counts as ours.
 void SavedStates::RemoveAttempt(OpenState& state) const {
     if (state.isNew) {
         RemoveState(state.name);
@@ -512,7 +513,7 @@ Failure SavedStates::LoadLast() {
     if (failure || isFound)
         return failure;
     return Problem{ExitStatus::RecordUnusable,
-                   QStringLiteral("there is no saved state before a setup"),
+                   QStringLiteral("nothing can be undone: no state is saved"),
                    QStringLiteral("Only the last %1 setups that changed something can be undone.")
                        .arg(keptStates)};
 }

@@ -10,7 +10,7 @@
 #include "staging/Recorder.h"
 #include "undo/SavedSetup.h"
 
-// What the state before is for. A removal keeps settings and accounts that setups created, and a
+// The purpose of restoring a state. A removal keeps settings and accounts that setups created, and a
 // purge deletes them, settings also if they were edited. Before a setup after an unfinished one,
 // only paths are restored, also changed ones.
 enum class UndoPurpose { Undo, ForcedUndo, Remove, Purge, FurtherSetup };
@@ -22,7 +22,7 @@ inline bool IsRemoval(UndoPurpose purpose) {
 struct UndoPlan {
     Differences differences;
     QStringList kept;                 // paths and accounts that stay as they are, with the reason
-    std::set<std::string> remaining;  // paths that are not as before afterwards
+    std::set<std::string> remaining;  // paths that are not restored
 };
 
 // Compares with the live machine, whose install directory is `liveTree` or, if it does not exist,

@@ -11,7 +11,9 @@
 
 namespace {
 
-void ShowSetup(const SetupFacts& facts) {
+void ShowSetup(const SetupFacts& facts, bool isPlan) {
+    const Console::Printing printing(isPlan ? Console::Importance::Needed
+                                            : Console::Importance::Usual);
     std::printf("Undo of the setup of %s by %s:\n  %s\n", qUtf8Printable(Printable(facts.time)),
                 qUtf8Printable(Printable(facts.user)), qUtf8Printable(Printable(facts.command)));
 }
@@ -22,7 +24,7 @@ void FinishUndo(const QString& time) {
     std::fflush(stdout);
 }
 
-// Whatever ends it, a further undo or setup completes it.
+// If it is killed, a further undo completes it; a setup adds an attempt to the same state.
 Failure CarryOutUndo(SavedStates& states, Restoration& restoration) {
     const bool wasComplete = states.Saved().isComplete;
     Failure failure = states.NoteComplete(false);
@@ -31,7 +33,12 @@ Failure CarryOutUndo(SavedStates& states, Restoration& restoration) {
         if (failure && failure->changes == Changes::None)
             states.NoteComplete(wasComplete);
     }
-    return failure ? failure : states.RestoreRecord();
+    if (failure)
+        return failure;
+    failure = states.RestoreRecord();
+    if (failure)
+        failure->changes = Changes::Unknown;
+    return failure;
 }
 
 Failure UndoLastSetup(const Arguments& arguments, const SetupLock& lock) {
@@ -44,7 +51,7 @@ Failure UndoLastSetup(const Arguments& arguments, const SetupLock& lock) {
         failure = states.OpenContent(content);
     if (failure)
         return failure;
-    ShowSetup(states.Facts());
+    ShowSetup(states.Facts(), !arguments.Has(OwnOption::Yes));
     Restoration restoration(
         arguments, arguments.Has(OwnOption::Force) ? UndoPurpose::ForcedUndo : UndoPurpose::Undo,
         states.Saved(), std::move(content), [] { return std::vector<PathDifference>(); });

@@ -20,8 +20,9 @@ void WarnOfSetup(const RecordedInstallation& installation) {
                        QStringLiteral("To verify its result, run this again when it has ended.")});
     } else if (lock.isIncomplete) {
         ReportWarning({ExitStatus::Complete,
-                       QStringLiteral("the previous setup did not run to its end"),
-                       QStringLiteral("Run the setup again.")});
+                       QStringLiteral("the previous setup, undo, removal or repair did not run to "
+                                      "its end"),
+                       QStringLiteral("Run it again.")});
     }
 }
 
