@@ -231,34 +231,14 @@ void FileComparison::CompareLimits() {
     }
 }
 
-// It is outside the directory that the manifest of a user is relative to.
 void FileComparison::CompareUserRecord() {
     const std::string records = UserRecords().toStdString();
     const Descriptor top(open(records.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
-    for (const Entry& row : Entries()) {
-        if (!std::string(row.path).starts_with(userRecords) || !Applies(row, AsUser))
-            continue;
-        const std::string path = PathInUserRecords(row, m_installation.installDir).toStdString();
-        const Place place = {top.Number(), path, std::filesystem::path(records) / path,
+    for (const ManifestEntry& entry : EntriesOfUserRecord(m_installation)) {
+        const Place place = {top.Number(), entry.path, std::filesystem::path(records) / entry.path,
                              Reading::AllFiles};
-        if (IsAtOrBelow(m_reported, place.shown))
-            continue;
-        ManifestEntry expected = {path, {}, true};
-        expected.state.kind =
-            row.kind == Kind::Directory ? State::Kind::Directory : State::Kind::File;
-        expected.state.mode = row.userMode;
-        const std::optional<State> found = ReadStateAt(top.Number(), path, Reading::AllFiles);
-        // The user can belong to several groups.
-        expected.state.owner = getuid();
-        expected.state.group = found ? found->group : 0;
-        const std::string name = std::filesystem::path(path).filename();
-        for (const RecordedDigest& file : m_installation.manifest.digests) {
-            if (file.name != name)
-                continue;
-            expected.state.digest = file.digest;
-            expected.state.size = found ? found->size : 0;
-        }
-        Compare(expected, place);
+        if (!IsAtOrBelow(m_reported, place.shown))
+            Compare(entry, place);
     }
 }
 

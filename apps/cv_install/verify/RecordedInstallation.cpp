@@ -1,7 +1,9 @@
 #include "verify/RecordedInstallation.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
+#include "installation/PathParts.h"
 #include "installation/TimeLimit.h"
 #include "installation/TreeCheck.h"
 #include "record/SetupRecord.h"
@@ -67,6 +69,33 @@ Failure FindInstallation(const char* argv0, RecordedInstallation& installation) 
     if (failure || isFound)
         return failure;
     return NoRecord(installDir);
+}
+
+std::vector<ManifestEntry> EntriesOfUserRecord(const RecordedInstallation& installation) {
+    std::vector<ManifestEntry> entries;
+    const Descriptor top(
+        open(UserRecords().toUtf8().constData(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    for (const Entry& row : Entries()) {
+        if (!std::string(row.path).starts_with(userRecords) || !Applies(row, AsUser))
+            continue;
+        ManifestEntry entry = {
+            PathInUserRecords(row, installation.installDir).toStdString(), {}, true};
+        const std::optional<State> found = ReadStateAt(top.Number(), entry.path, Reading::Nothing);
+        const bool isThere = found && found->kind != State::Kind::Missing;
+        entry.state.kind = row.kind == Kind::Directory ? State::Kind::Directory : State::Kind::File;
+        entry.state.mode = row.userMode;
+        entry.state.owner = getuid();
+        entry.state.group = isThere ? found->group : getgid();
+        const std::string name = BaseNameOf(entry.path);
+        for (const RecordedDigest& file : installation.manifest.digests) {
+            if (file.name != name)
+                continue;
+            entry.state.digest = file.digest;
+            entry.state.size = isThere ? found->size : 0;
+        }
+        entries.push_back(std::move(entry));
+    }
+    return entries;
 }
 
 Failure RecordVerification(const RecordedInstallation& installation, int differences) {

@@ -27,5 +27,10 @@ struct RecordedInstallation {
 // process.
 Failure FindInstallation(const char* argv0, RecordedInstallation& installation);
 
+// What a user's setup left in the record, which is outside the directory that the manifest is
+// about. Paths are relative to the directory of records. The group is that found: the user can
+// belong to several.
+std::vector<ManifestEntry> EntriesOfUserRecord(const RecordedInstallation& installation);
+
 // Records a verification, unless the record is another user's.
 Failure RecordVerification(const RecordedInstallation& installation, int differences);
