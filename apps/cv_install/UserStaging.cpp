@@ -30,7 +30,7 @@ Failure StageInView(const Arguments& arguments, CInstallBase& run, const Previou
     script.isDryRun = arguments.Has(OwnOption::DryRun);
     Failure failure = CheckScriptDirectory();
     if (!failure)
-        failure = UserView::Enter(liveTree, staged);
+        failure = UserView::Enter(liveTree, TreeView::Copied, staged);
     if (!failure)
         failure = StageFiles(run, previous, liveTree, lock, staged, script);
     if (failure)

@@ -47,7 +47,7 @@ ExitStatus RunSetup(Arguments& arguments) {
     }
     if (!failure && arguments.Has(OwnOption::Repair)) {
         Outcome::NoteAction("repair");
-        return RepairAsRoot(arguments, lock);
+        return Repair(arguments, lock);
     }
     if (!failure && arguments.Has(OwnOption::Undo)) {
         Outcome::NoteAction("undo");

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <cstring>
 #include <filesystem>
 
 #include "harness/TempDir.h"
@@ -96,25 +97,44 @@ const Damage allDamages[] = {
      RestoreText},
 };
 
-}  // namespace
-
 // Logs, locks and temporary files come and go; accounts have no path. The manifest does not contain
 // its own content.
-std::vector<Target> DamagedTargets() {
+std::vector<Target> TargetsOf(unsigned conditions, const std::string& installDir) {
     std::vector<Target> targets;
     for (const Entry& entry : Entries()) {
-        const std::string path = PathOf(entry, sharedDirectory);
+        const std::string row = entry.path;
         const bool isElsewhere =
-            path.starts_with("/tmp/") || path.starts_with("/run/") || path.starts_with("/var/log/");
-        if (!Applies(entry, damagedConditions) || path.empty() || isElsewhere)
+            row.starts_with("/tmp/") || row.starts_with("/run/") || row.starts_with("/var/log/");
+        const bool isAccount = entry.kind == Kind::Group || entry.kind == Kind::User;
+        if (!Applies(entry, conditions) || isAccount || isElsewhere)
             continue;
-        targets.push_back({path, entry.kind,
+        targets.push_back({PathOf(entry, installDir), entry.kind,
                            entry.kind == Kind::File && entry.content == Content::Setup &&
-                               entry.item != Item::Manifest,
+                               !row.ends_with("/manifest"),
                            entry.item});
     }
-    const std::string pages = std::string(sharedDirectory) + '/' + pagesParent;
-    targets.push_back({pages + "/resources/index.html", Kind::File, true});
+    targets.push_back({installDir + '/' + pagesParent + "/resources/index.html", Kind::File, true});
+    return targets;
+}
+
+}  // namespace
+
+std::vector<Target> DamagedTargets() {
+    return TargetsOf(damagedConditions, sharedDirectory);
+}
+
+std::vector<Target> DamagedTargetsOfUser(const std::string& installDir, const std::string& records,
+                                         const std::string& nameOfRecord) {
+    std::vector<Target> targets =
+        TargetsOf((damagedConditions & ~unsigned{AsRoot}) | AsUser, installDir);
+    for (Target& target : targets) {
+        if (!target.path.starts_with(userRecords))
+            continue;
+        target.path.replace(0, std::strlen(userRecords), records);
+        const size_t at = target.path.find(escapedPart);
+        if (at != std::string::npos)
+            target.path.replace(at, escapedPart.size(), nameOfRecord);
+    }
     return targets;
 }
 

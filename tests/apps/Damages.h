@@ -30,6 +30,11 @@ inline constexpr unsigned damagedConditions = AsRoot | WithoutClusterNode | With
 
 std::vector<Target> DamagedTargets();
 
+// Those after a user's setup, in an install directory and in the record of that name below the
+// user's directory of records.
+std::vector<Target> DamagedTargetsOfUser(const std::string& installDir, const std::string& records,
+                                         const std::string& nameOfRecord);
+
 std::span<const Damage> Damages();
 
 // Where a damage moves what was at a path.

@@ -273,7 +273,7 @@ TEST(UserDryRun, RefusesFileOfAnotherUser) {
 
 TEST(UserDryRun, NamesWhatForbidsUserNamespaces) {
     const std::string elsewhere =
-        "Make sure that no container or chroot forbids them, or run the setup outside of it.";
+        "Make sure that no container or chroot forbids them, or run cv_install outside of it.";
     const struct {
         const char* name;
         const char* value;

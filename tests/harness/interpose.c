@@ -17,6 +17,7 @@
 #include <fcntl.h>
 #include <grp.h>
 #include <pwd.h>
+#include <sched.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -113,6 +114,10 @@ int statfs(const char* path, struct statfs* found) {
 
 int flock(int descriptor, int operation) {
     return FAILS("flock") ? -1 : REAL(flock)(descriptor, operation);
+}
+
+int unshare(int flags) {
+    return FAILS("unshare") ? -1 : REAL(unshare)(flags);
 }
 
 int renameat2(int from_directory, const char* from, int to_directory, const char* to,

@@ -94,13 +94,15 @@ QString ListenersOf(const CInstallBase& run) {
 
 std::unique_ptr<CInstallBase> StartRun(Arguments& arguments, const Answers& file,
                                        const TakeOver& takeOver, Answers& answers) {
+    const bool repairs = arguments.Has(OwnOption::Repair);
     auto run = std::make_unique<CInstallBase>(
-        CInstallBase::ParseUserModeArg(arguments.argc(), arguments.argv()), arguments.argc(),
-        arguments.argv());
+        (repairs && getuid() != 0) ||
+            CInstallBase::ParseUserModeArg(arguments.argc(), arguments.argv()),
+        arguments.argc(), arguments.argv());
     // The limits are divided by the number of cores.
     if (run->m_coreCount < 1)
         run->m_coreCount = 1;
-    if (arguments.Has(OwnOption::Yes) || arguments.Has(OwnOption::Repair))
+    if (arguments.Has(OwnOption::Yes) || repairs)
         run->m_interactive = false;
     answers = {};
     answers.Complete(arguments.AnswersIn(*run));

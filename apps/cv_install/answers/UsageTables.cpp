@@ -79,9 +79,10 @@ constexpr OptionUsage furtherOptions[] = {
      OwnOption::Restart, true},
     {"--repair", OptionValue::None, nullptr,
      "restore what differs from the previous setup, as far as a setup created it, then end",
-     "Only for root. What --verify reports is restored without questions and with the recorded "
-     "answers. What is not the setup's is listed and left as it is.",
-     OwnOption::Repair, true},
+     "For root, and for users in a private copy. What --verify reports is restored without "
+     "questions and with the recorded answers. What is not the setup's is listed and left as it "
+     "is.",
+     OwnOption::Repair},
     {"--undo", OptionValue::None, nullptr, "restore the state before the previous setup, then end",
      "Only for root. What was changed after the setup is listed and kept. The plan is shown and "
      "must be confirmed.",

@@ -293,7 +293,9 @@ constexpr Entry createdEntries[] = {
      .later = Later::Keeps},
     {.item = Item::PrivateDirectory,
      .path = ".corvane26_setup_XXXXXX",
-     .purpose = "new and replaced files; also in other directories that the setup changes",
+     .purpose =
+         "new and replaced files; also in other directories that the setup changes. A user's "
+         "in a private copy during a repair",
      .kind = Kind::Directory,
      .rootMode = 0700,
      .conditions = AsRoot | DuringMerge,

@@ -185,7 +185,7 @@ void SetupLock::NoteMerge(bool begins) const {
 
 bool SetupLock::FoundIncompleteMerge() const {
     struct stat found = {};
-    return fstat(m_descriptor, &found) == 0 && found.st_size > 0;
+    return fstat(m_descriptor, &found) == 0 && S_ISREG(found.st_mode) && found.st_size > 0;
 }
 
 LockState SetupLock::Look(const QString& installDir, bool isRoots) {

@@ -37,7 +37,7 @@ public:
     void NoteMerge(bool begins) const;
 
     // True when the previous setup since the machine was started began a merge and did not complete
-    // it.
+    // it. A directory that is the lock does not show that.
     bool FoundIncompleteMerge() const;
 
     // The state of the lock of root or of a user's install directory, without taking it.

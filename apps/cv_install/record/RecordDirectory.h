@@ -53,6 +53,9 @@ public:
     int Public() const { return m_record.Number(); }
     int Private() const { return m_private.Number(); }
 
+    // The directory that contains the record.
+    int Above() const { return m_parents.back().Number(); }
+
     // Removes new files that a killed setup left, and the directories if they are empty.
     void RemoveIfEmpty();
 
@@ -69,7 +72,7 @@ public:
     // Replaces the files that have been prepared, in the order of the calls.
     Failure Replace();
 
-    // The path of a file or directory in messages.
+    // The path of a file or directory. `item` is a row of root's record.
     QString PathOf(Item item) const;
 
     // The problem of a file whose content is not what a setup wrote.

@@ -23,18 +23,17 @@ namespace {
 
 using Attributes = std::map<std::string, FoundDifference>;  // by attribute
 
-// True for the row of a path, or of the directory of web pages that contains it.
-bool IsRowOf(const Entry& entry, const std::string& path, const std::string& tree) {
-    const std::string row = PathOf(entry, tree);
-    return (IsStaged(entry) || IsInRecord(row)) && entry.kind != Kind::EarlierService &&
-           (path == row || (entry.ownsAllBelow && IsBelow(path, row)));
+bool IsUserRecordRow(const Entry& entry) {
+    return std::string(entry.path).starts_with(userRecords);
 }
 
-const Entry* FindRow(const std::string& path, const std::string& tree) {
-    const auto rows = Entries();
-    const auto found =
-        std::ranges::find_if(rows, [&](const Entry& entry) { return IsRowOf(entry, path, tree); });
-    return found == rows.end() ? nullptr : &*found;
+bool IsRecordRow(const Entry& entry) {
+    const std::string record = Find(Item::Record).path;
+    return entry.path == record || IsBelow(entry.path, record) || IsUserRecordRow(entry);
+}
+
+std::string PathFrom(const std::string& top, const std::string& path) {
+    return path.empty() ? top : (top == "/" ? "" : top) + '/' + path;
 }
 
 bool IsContentOfSetup(const ManifestEntry& entry) {
@@ -51,8 +50,12 @@ public:
     void AddService(bool alwaysRestart);
 
 private:
-    void TakePath(const FoundDifference& difference);
+    std::string RowPath(const Entry& entry) const;
+    const Entry* FindRow(const std::string& path) const;
+    void AddPathsOf(const std::vector<ManifestEntry>& entries, const std::string& top);
+    std::string PathOf(const ManifestEntry& entry) const { return PathFrom(m_base, entry.path); }
     std::string ShownPath(const ManifestEntry& entry) const;
+    bool IsOfOther(const ManifestEntry& entry, const State& live) const;
     void AddPath(const ManifestEntry& entry, const std::string& shown,
                  const Attributes& attributes);
     std::optional<State> ReadLive(const ManifestEntry& entry) const;
@@ -69,9 +72,10 @@ private:
     const Manifest& m_manifest;
     const VerifyResult& m_result;
     const std::string m_tree;
-    const Descriptor m_top;
+    std::string m_base;  // what the paths of the entries are relative to
+    Descriptor m_top;    // opened
     RepairPlan& m_plan;
-    std::map<std::string, Attributes> m_damaged;  // by shown path
+    std::map<std::string, Attributes> m_damaged;  // by shown path, that are not planned yet
     std::set<std::string> m_created;              // shown paths, with everything below
     std::vector<std::string> m_leftPaths;         // shown
 };
@@ -82,7 +86,6 @@ RepairPlanning::RepairPlanning(const RecordedInstallation& installation, const V
       m_manifest(installation.manifest),
       m_result(result),
       m_tree(TreeOf(installation.manifest)),
-      m_top(open("/", O_PATH | O_DIRECTORY | O_CLOEXEC)),
       m_plan(plan) {
     for (const FoundDifference& difference : m_result.differences) {
         if (!difference.path.isEmpty())
@@ -90,8 +93,29 @@ RepairPlanning::RepairPlanning(const RecordedInstallation& installation, const V
     }
 }
 
+// The directory above a user's record has a row of its own. The record has those of root's.
+std::string RepairPlanning::RowPath(const Entry& entry) const {
+    if (IsUserRecordRow(entry))
+        return PathFrom(UserRecords().toStdString(),
+                        PathInUserRecords(entry, m_installation.installDir).toStdString());
+    return IsRecordRow(entry) ? m_installation.record->PathOf(entry.item).toStdString()
+                              : ::PathOf(entry, m_tree);
+}
+
+// The row of a path, or of the directory of web pages that contains it.
+const Entry* RepairPlanning::FindRow(const std::string& path) const {
+    const auto rows = Entries();
+    const auto found = std::ranges::find_if(rows, [&](const Entry& entry) {
+        if ((!IsStaged(entry) && !IsRecordRow(entry)) || entry.kind == Kind::EarlierService)
+            return false;
+        const std::string row = RowPath(entry);
+        return path == row || (entry.ownsAllBelow && IsBelow(path, row));
+    });
+    return found == rows.end() ? nullptr : &*found;
+}
+
 std::string RepairPlanning::ShownPath(const ManifestEntry& entry) const {
-    const std::string path = '/' + entry.path;
+    const std::string path = PathOf(entry);
     const std::string installDir = m_installation.installDir.toStdString();
     return path == m_tree || IsBelow(path, m_tree) ? installDir + path.substr(m_tree.size()) : path;
 }
@@ -107,13 +131,23 @@ bool IsBelowOneOf(const std::string& path, const auto& directories) {
 }
 
 void RepairPlanning::AddPaths() {
-    std::map<std::string, Attributes> damaged = m_damaged;
-    for (const ManifestEntry& entry : m_manifest.entries) {
+    AddPathsOf(m_manifest.entries, m_manifest.top);
+    if (!m_installation.IsRoots())
+        AddPathsOf(EntriesOfUserRecord(m_installation), UserRecords().toStdString());
+    // Commands of the scheduler, and the product.
+    for (const auto& [path, attributes] : m_damaged)
+        Leave(attributes, QStringLiteral("it is not part of the installation"));
+}
+
+void RepairPlanning::AddPathsOf(const std::vector<ManifestEntry>& entries, const std::string& top) {
+    m_base = top;
+    m_top = Descriptor(open(top.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    for (const ManifestEntry& entry : entries) {
         const std::string shown = ShownPath(entry);
-        const auto found = damaged.find(shown);
-        const Attributes attributes = found == damaged.end() ? Attributes() : found->second;
-        if (found != damaged.end())
-            damaged.erase(found);
+        const auto found = m_damaged.find(shown);
+        const Attributes attributes = found == m_damaged.end() ? Attributes() : found->second;
+        if (found != m_damaged.end())
+            m_damaged.erase(found);
         if (IsBelowOneOf(shown, m_leftPaths)) {
             Leave(attributes, QStringLiteral("its directory is not restored"));
             continue;
@@ -130,16 +164,13 @@ void RepairPlanning::AddPaths() {
             AddPath(entry, shown, attributes);
         }
     }
-    // Commands of the scheduler, and the product.
-    for (const auto& [path, attributes] : damaged)
-        Leave(attributes, QStringLiteral("it is not part of the installation"));
 }
 
 // systemctl disable removes the directory of the link.
 void RepairPlanning::AddMissingParent(const std::string& path) {
     const std::string parent = ParentOf(path);
     const auto listed = std::ranges::find_if(m_manifest.entries, [&](const ManifestEntry& entry) {
-        return '/' + entry.path == parent && !entry.isInstalled;
+        return PathOf(entry) == parent && !entry.isInstalled;
     });
     const std::optional<State> live = ReadStateAt(m_top.Number(), parent.substr(1));
     if (listed == m_manifest.entries.end() || !live || live->kind != State::Kind::Missing)
@@ -152,9 +183,9 @@ void RepairPlanning::AddMissingParent(const std::string& path) {
 
 // What other users cannot read in the install tree may be another user's.
 std::optional<State> RepairPlanning::ReadLive(const ManifestEntry& entry) const {
-    const bool isInTree = IsBelow('/' + entry.path, m_tree);
+    const bool isShared = m_installation.IsRoots() && IsBelow(PathOf(entry), m_tree);
     const Reading reading = !IsContentOfSetup(entry) ? Reading::Nothing
-                            : isInTree               ? Reading::PublicFiles
+                            : isShared               ? Reading::PublicFiles
                                                      : Reading::AllFiles;
     const std::optional<State> live = ReadStateAt(m_top.Number(), entry.path, reading);
     return live ? live : ReadStateAt(m_top.Number(), entry.path, Reading::Nothing);
@@ -162,8 +193,8 @@ std::optional<State> RepairPlanning::ReadLive(const ManifestEntry& entry) const 
 
 void RepairPlanning::AddPath(const ManifestEntry& entry, const std::string& shown,
                              const Attributes& attributes) {
-    const std::string path = '/' + entry.path;
-    const Entry* row = FindRow(path, m_tree);
+    const std::string path = PathOf(entry);
+    const Entry* row = FindRow(path);
     std::optional<State> live = State();
     if (!IsBelowOneOf(shown, m_created))
         live = ReadLive(entry);
@@ -172,6 +203,8 @@ void RepairPlanning::AddPath(const ManifestEntry& entry, const std::string& show
         reason = QStringLiteral("it cannot be read");
     else if (row == nullptr)
         reason = QStringLiteral("it is not in a directory of the setup");
+    else if (IsOfOther(entry, *live))
+        reason = QStringLiteral("it belongs to another user");
     else if (live->kind == State::Kind::Directory && live->kind == entry.state.kind)
         reason = WhyDirectoryStays(entry, *live);
     if (!reason.isEmpty()) {
@@ -221,6 +254,14 @@ void RepairPlanning::AddLimits(PathDifference& difference, const Attributes& att
     }
 }
 
+// A user cannot give entries to others, and cannot change directories of others. A file or link is
+// replaced.
+bool RepairPlanning::IsOfOther(const ManifestEntry& entry, const State& live) const {
+    const bool stays = live.kind == State::Kind::Directory && live.kind == entry.state.kind;
+    return !m_installation.IsRoots() &&
+           (entry.state.owner != getuid() || (stays && live.owner != getuid()));
+}
+
 bool RepairPlanning::HasRecordedChild(const ManifestEntry& directory,
                                       const Descriptor& opened) const {
     return std::ranges::any_of(m_manifest.entries, [&](const ManifestEntry& entry) {
@@ -248,7 +289,7 @@ bool IsEmptyDirectory(const Descriptor& opened) {
 // that everyone can read already has no secret. A private one is taken if it contains what a setup
 // put there, where only its owner can write.
 QString RepairPlanning::WhyDirectoryStays(const ManifestEntry& entry, const State& live) const {
-    if (!IsBelow('/' + entry.path, m_tree))
+    if (!m_installation.IsRoots() || !IsBelow(PathOf(entry), m_tree))
         return {};
     const Descriptor opened = OpenDirectory(m_top.Number(), entry.path);
     const Descriptor parent = OpenDirectory(m_top.Number(), ParentOf(entry.path));
@@ -373,8 +414,10 @@ void RepairPlanning::AddService(bool alwaysRestart) {
         services.push_back({Change::Create, serviceUnit, found->found.toStdString(), active});
         return;
     }
+    if (!HasService(m_manifest))
+        return;
     const bool concerns = ConcernsService(m_plan.differences, *m_manifest.account);
-    if (HasService(m_manifest) && (concerns || alwaysRestart) &&
+    if ((concerns || alwaysRestart) &&
         PropertyOf(ServiceProperties(), "ActiveState") == QLatin1String(active))
         services.push_back({Change::Modify, serviceUnit, active, active});
 }
@@ -385,7 +428,7 @@ bool RepairPlan::NeedsContent() const {
     return std::ranges::any_of(differences.paths, [](const PathDifference& path) {
         return path.after.kind == State::Kind::File && path.entry != nullptr &&
                path.entry->item != Item::QueueEntries &&
-               (!IsInRecord(path.path) || path.entry->item == Item::RecordedScript);
+               (!IsInRecord(path) || path.entry->item == Item::RecordedScript);
     });
 }
 
@@ -396,12 +439,11 @@ void RepairPlan::Leave(const std::string& path, const QString& reason) {
 }
 
 std::string TreeOf(const Manifest& manifest) {
-    return '/' + manifest.tree;
+    return PathFrom(manifest.top, manifest.tree);
 }
 
-bool IsInRecord(const std::string& path) {
-    const std::string record = Find(Item::Record).path;
-    return path == record || IsBelow(path, record);
+bool IsInRecord(const PathDifference& difference) {
+    return difference.entry != nullptr && IsRecordRow(*difference.entry);
 }
 
 RepairPlan FindRepair(const RecordedInstallation& installation, const VerifyResult& result,

@@ -31,8 +31,8 @@ struct RepairPlan {
 // The absolute path of the install directory, without links.
 std::string TreeOf(const Manifest& manifest);
 
-// True for the path of a file or directory of root's record.
-bool IsInRecord(const std::string& path);
+// True for a file or directory of the record.
+bool IsInRecord(const PathDifference& difference);
 
 // Plans from what the manifest lists and the verification found. `alwaysRestart`: whether the
 // service runs with what is on the machine is unknown.

@@ -23,6 +23,7 @@
 #include "installation/TreeCheck.h"
 #include "merge/Accounts.h"
 #include "merge/MergePaths.h"
+#include "merge/PrivateDirectory.h"
 #include "merge/Services.h"
 #include "merge/TreeMerge.h"
 #include "record/PreviousSetup.h"
@@ -34,6 +35,7 @@
 #include "report/Summary.h"
 #include "report/TextDifferences.h"
 #include "staging/StagedRun.h"
+#include "staging/UserView.h"
 #include "undo/Restoration.h"
 #include "verify/Verification.h"
 #include "verify/VerifyReport.h"
@@ -69,6 +71,8 @@ private:
     Failure Plan(int round);
     Failure Prepare(ExitStatus& status);
     Failure Stage(ExitStatus& status);
+    Descriptor OpenTree() const;
+    void CleanUpCopy() const;
     Failure CheckProduct() const;
     Failure CheckContents();
     Failure TakeSharedContents();
@@ -111,6 +115,19 @@ Failure SetupRepair::Plan(int round) {
     return {};
 }
 
+// Where the install directory was, without following links. Invalid if there is none.
+Descriptor SetupRepair::OpenTree() const {
+    const Descriptor top(open(Expected().top.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    return OpenDirectory(top.Number(), Expected().tree);
+}
+
+// Removes what a killed repair left. The lock of a private copy does not show that there was one.
+void SetupRepair::CleanUpCopy() const {
+    PrivateDirectory::CleanUp(
+        std::make_shared<LiveDirectory>(LiveDirectory{OpenTree(), Expected().top}));
+    m_installation.record->RemoveIfEmpty();
+}
+
 Failure SetupRepair::CheckProduct() const {
     const QString& version = Expected().facts.version;
     if (version == QStringLiteral(HX_VERSION))
@@ -129,13 +146,23 @@ Failure SetupRepair::Stage(ExitStatus& status) {
         m_staged.installDir = QString::fromStdString(TreeOf(Expected()));
         return {};
     }
-    if (Failure failure = CheckProduct())
+    Failure failure = CheckProduct();
+    if (!failure && !m_installation.IsRoots()) {
+        failure = UserView::FindObstacle();
+        if (failure) {
+            failure->text.replace(QStringLiteral("cannot find out what a setup would change"),
+                                  QStringLiteral("cannot create the files again"));
+        }
+    }
+    if (failure)
         return failure;
     Descriptor liveTree;
     {
         const TimeLimit limit;
         // What is there may be damaged.
-        if (OpenInstallDirectory(liveTree))
+        if (!m_installation.IsRoots())
+            liveTree = OpenTree();
+        else if (OpenInstallDirectory(liveTree))
             liveTree = Descriptor();
     }
     StagedResult result = RunStaged(
@@ -169,8 +196,7 @@ Failure SetupRepair::CheckContents() {
     const std::vector<PathDifference> paths = m_plan.differences.paths;
     for (const PathDifference& difference : paths) {
         const State& wanted = difference.after;
-        if (wanted.kind != State::Kind::File || wanted.digest.empty() ||
-            IsInRecord(difference.path))
+        if (wanted.kind != State::Kind::File || wanted.digest.empty() || IsInRecord(difference))
             continue;
         const LayerPath place = PathIn(m_staged, difference.path);
         const std::optional<State> made = ReadStateAt(place.base, place.path, Reading::AllFiles);
@@ -195,15 +221,17 @@ bool WriteStaged(int tree, const std::string& path, const QByteArray& text) {
 
 // What users wrote to a file stays. A private file may be another user's: it goes aside.
 Failure SetupRepair::TakeSharedContents() {
-    const Descriptor top(open("/", O_PATH | O_DIRECTORY | O_CLOEXEC));
+    const Descriptor tree = OpenTree();
+    // A private copy is the user's own.
+    const Reading reading = m_installation.IsRoots() ? Reading::PublicFiles : Reading::AllFiles;
     for (PathDifference& difference : m_plan.differences.paths) {
         const bool isShared = difference.entry != nullptr &&
                               difference.entry->content == Content::Shared &&
                               difference.entry->item != Item::QueueEntries;
         if (!isShared || difference.before.kind != State::Kind::File)
             continue;
-        const auto live =
-            ReadContent(top.Number(), difference.path.substr(1), Reading::PublicFiles);
+        const LayerPath place = PathIn(m_staged, difference.path);
+        const auto live = ReadContent(tree.Number(), place.path, reading);
         if (!live || live->refusal != nullptr) {
             difference.keepsReplaced = true;
             continue;
@@ -211,7 +239,6 @@ Failure SetupRepair::TakeSharedContents() {
         QByteArray text = live->bytes;
         if (difference.entry->item == Item::QueueLimits)
             text = WithLimits(text, LimitsOf(Expected().answers));
-        const LayerPath place = PathIn(m_staged, difference.path);
         if (!WriteStaged(place.base, place.path, text))
             return FailedInMerge(difference.path, errno);
         difference.before.digest = HexDigestOf(live->bytes);
@@ -266,8 +293,8 @@ Failure SetupRepair::Show(int round) {
         return {};
     const Console::Printing printing(Console::Importance::Needed);
     Differences shown = m_plan.differences;
-    std::erase_if(shown.paths, [](const PathDifference& path) { return IsInRecord(path.path); });
-    const Descriptor tree(open(TreeOf(Expected()).c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+    std::erase_if(shown.paths, [](const PathDifference& path) { return IsInRecord(path); });
+    const Descriptor tree = OpenTree();
     PrintTextDifferences(m_staged, tree.Number(), shown);
     return {};
 }
@@ -275,8 +302,8 @@ Failure SetupRepair::Show(int round) {
 // The content of a file of the record.
 Failure SetupRepair::ContentOf(const PathDifference& difference, QByteArray& content) const {
     const Item item = difference.entry->item;
-    const Descriptor top(open("/", O_PATH | O_DIRECTORY | O_CLOEXEC));
-    const auto live = ReadContent(top.Number(), difference.path.substr(1), Reading::AllFiles);
+    const int directory = item == Item::Manifest ? m_record->Public() : m_record->Private();
+    const auto live = ReadContent(directory, BaseNameOf(difference.path), Reading::AllFiles);
     const QByteArray text = live ? live->bytes : QByteArray();
     const auto isRecorded = [&](const QByteArray& each) {
         return item == Item::Manifest ? ParseManifest(each).has_value()
@@ -299,7 +326,7 @@ Failure SetupRepair::PrepareRecord() {
         m_installation.record->RemoveIfEmpty();
     Failure failure;
     for (const PathDifference& difference : m_plan.differences.paths) {
-        if (failure || !IsInRecord(difference.path))
+        if (failure || !IsInRecord(difference))
             continue;
         if (m_record == nullptr) {
             m_record = std::make_unique<RecordDirectory>(m_installation.installDir);
@@ -319,10 +346,13 @@ Failure SetupRepair::ApplyRecord() {
     if (m_record == nullptr)
         return {};
     for (const PathDifference& difference : m_plan.differences.paths) {
-        if (!IsInRecord(difference.path) || difference.after.kind != State::Kind::Directory)
+        if (!IsInRecord(difference) || difference.after.kind != State::Kind::Directory)
             continue;
-        const bool isPrivate = difference.entry->item == Item::RecordPrivate;
-        const int directory = isPrivate ? m_record->Private() : m_record->Public();
+        const Item item = difference.entry->item;
+        // The one above a user's record has no name.
+        const int directory = item == Item::RecordPrivate ? m_record->Private()
+                              : item == Item::Unnamed     ? m_record->Above()
+                                                          : m_record->Public();
         if (fchown(directory, difference.after.owner, difference.after.group) != 0 ||
             fchmod(directory, difference.after.mode) != 0)
             return FailedInMerge(difference.path, errno);
@@ -335,7 +365,7 @@ Failure SetupRepair::ApplyRecord() {
 Failure SetupRepair::ApplyPaths(TreeMerge& tree, Undo& undo) const {
     const TimeLimit limit;
     std::vector<PathDifference> paths = m_plan.differences.paths;
-    std::erase_if(paths, [](const PathDifference& path) { return IsInRecord(path.path); });
+    std::erase_if(paths, [](const PathDifference& path) { return IsInRecord(path); });
     Failure failure = tree.PlaceInTree(paths, undo);
     if (!failure)
         failure = tree.PlaceOutside(paths, undo);
@@ -345,10 +375,11 @@ Failure SetupRepair::ApplyPaths(TreeMerge& tree, Undo& undo) const {
 }
 
 Failure SetupRepair::Apply() {
-    const AccountFacts& account = *Expected().account;
+    const std::optional<AccountFacts>& account = Expected().account;
     const Differences& differences = m_plan.differences;
     Undo undo;
-    TreeMerge tree(m_staged, account.uid, account.gid, account.uid, MergePurpose::Repair);
+    TreeMerge tree(m_staged, account ? account->uid : getuid(), account ? account->gid : getgid(),
+                   account ? account->uid : static_cast<uid_t>(-1), MergePurpose::Repair);
     Failure failure = PrepareRecord();
     if (!failure)
         failure = ApplyAccounts(differences, undo);
@@ -375,7 +406,7 @@ Failure SetupRepair::Apply() {
 }
 
 Failure SetupRepair::Finish() {
-    Summary summary = {.isRoot = true,
+    Summary summary = {.isRoot = m_installation.IsRoots(),
                        .hasService = m_controlsService,
                        .serviceState = {},
                        .serviceMessages = {},
@@ -389,9 +420,11 @@ Failure SetupRepair::Finish() {
 }
 
 Failure SetupRepair::Run(ExitStatus& status) {
-    Failure failure = FindInstallation(m_arguments.argv()[0], m_installation);
+    Failure failure = FindOwnInstallation(m_arguments.argv()[0], m_installation);
     if (!failure)
         JsonReport::NoteInstallDirectory(m_installation.installDir);
+    if (!failure && !m_installation.IsRoots() && !IsDryRun())
+        CleanUpCopy();
     bool isChanged = false;
     for (int round = 0; !failure; ++round) {
         failure = Plan(round);
@@ -433,9 +466,9 @@ Failure SetupRepair::Run(ExitStatus& status) {
 
 }  // namespace
 
-ExitStatus RepairAsRoot(Arguments& arguments, const SetupLock& lock) {
+ExitStatus Repair(Arguments& arguments, const SetupLock& lock) {
     if (!arguments.Has(OwnOption::DryRun))
-        SetupLog::Start(true);
+        SetupLog::Start(getuid() == 0);
     JsonReport::NoteLog(SetupLog::Path());
     ExitStatus status = ExitStatus::Complete;
     const Failure failure = AboutAction(SetupRepair(arguments, lock).Run(status),

@@ -4,5 +4,6 @@
 #include "answers/Arguments.h"
 #include "installation/SetupLock.h"
 
-// As root. Returns the exit status; failures have been reported.
-ExitStatus RepairAsRoot(Arguments& arguments, const SetupLock& lock);
+// Of the installation for all users as root, and of a private copy as its user. Returns the exit
+// status; failures have been reported.
+ExitStatus Repair(Arguments& arguments, const SetupLock& lock);

@@ -15,6 +15,7 @@
 #include "apply/ScriptRun.h"
 #include "installation/TreeCheck.h"
 #include "staging/PrivateMounts.h"
+#include "staging/UserView.h"
 
 namespace {
 
@@ -84,22 +85,35 @@ Failure StageAgain(Arguments& arguments, const Manifest& manifest, const Descrip
     // What the library and the script print is about a setup.
     const Console::Printing detail(Console::Importance::Detail);
     Console::SetDefaultLevel(Console::Level::Quiet);
-    ClearRows();
-    Failure failure = SetAccount(*manifest.account);
+    const Descriptor scripts = OpenScriptDirectory();
+    const bool isRoot = manifest.account.has_value();
+    // A private copy is recorded under the path that the setup used, which may have led there
+    // through links. Its files contain that path.
+    std::string program = manifest.facts.installDir.toStdString() + "/cv_install";
+    if (!isRoot && manifest.productDir == manifest.top)
+        arguments.argv()[0] = program.data();
+    Failure failure;
+    if (isRoot) {
+        ClearRows();
+        failure = SetAccount(*manifest.account);
+    } else {
+        failure = UserView::Enter(liveTree, TreeView::Empty, staged);
+    }
     if (failure)
         return failure;
     Answers answers;
     const std::unique_ptr<CInstallBase> run = StartRun(arguments, manifest.answers, {}, answers);
-    failure = CheckPlaces(run->m_binariesDir, run->m_installDir);
+    if (isRoot)
+        failure = CheckPlaces(run->m_binariesDir, run->m_installDir);
     if (!failure) {
         failure = AskQuestions(*run, answers, {}, [&](const QString& scratch) {
-            PrivateMounts::ShowScratchDirectory(liveTree, scratch);
+            if (isRoot)
+                PrivateMounts::ShowScratchDirectory(liveTree, scratch);
         });
     }
-    const Descriptor scripts = OpenScriptDirectory();
     staged.answers = answers;
     staged.conditions = ConditionsOf(*run, answers);
-    if (!failure)
+    if (!failure && isRoot)
         failure = PrivateMounts::CoverTemporaryFiles();
     CommitScript script;
     script.isDryRun = arguments.Has(OwnOption::DryRun);

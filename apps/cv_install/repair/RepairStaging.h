@@ -6,8 +6,8 @@
 #include "installation/StagedMachine.h"
 #include "record/Manifest.h"
 
-// In the child process, in a private view with an empty install directory: creates everything with
-// the account numbers of the manifest. Uses nothing that is on the machine now, because it may be
-// damaged.
+// In the child process, in a private view with an empty install directory, which a user enters now:
+// creates everything, as root with the account numbers of the manifest. Uses nothing that is on the
+// machine now, because it may be damaged.
 Failure StageAgain(Arguments& arguments, const Manifest& manifest, const Descriptor& liveTree,
                    const SetupLock& lock, StagedMachine& staged);

@@ -6,6 +6,7 @@
 
 #include "Problem.h"
 #include "installation/StagedMachine.h"
+#include "staging/ViewMounts.h"
 
 // How the child process ended.
 struct StagedResult {
@@ -19,15 +20,11 @@ struct StagedResult {
     QString impossible;
 };
 
-// What root's view has in place of the install directory: copies of what the library and the script
-// look at, or an empty directory, as before a first setup.
-enum class TreeView { Copied, Empty };
-
 // Forks. The child calls `setup`, which completes its argument or fails; the parent waits. As root,
-// the child enters the private view before. A signal that asks this process to end goes to the
-// child, whose end it waits for. When this process is killed, the child gets SIGTERM. The process
-// must have one thread. `liveTree` is the install directory `installDir`, or invalid when it does
-// not exist.
+// the child enters the private view before, with `view` in place of the install directory. A signal
+// that asks this process to end goes to the child, whose end it waits for. When this process is
+// killed, the child gets SIGTERM. The process must have one thread. `liveTree` is the install
+// directory `installDir`, or invalid when it does not exist.
 StagedResult RunStaged(const QString& installDir, Descriptor& liveTree,
                        const std::function<Failure(StagedMachine&)>& setup,
                        TreeView view = TreeView::Copied);

@@ -15,6 +15,7 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <set>
 
 #include "WriteAll.h"
 #include "installation/Installation.h"
@@ -62,11 +63,27 @@ bool MakeDirectory(const std::string& path) {
     return mkdir(path.c_str(), 0700) == 0;
 }
 
-// Fills the directory `place` with links to everything in `shown`, except for names that are there.
-bool ShowRest(const std::string& shown, const std::string& place) {
+// The names in the install directory that a setup makes.
+std::set<std::string> NamesOfSetup() {
+    std::set<std::string> names;
+    for (const Entry& entry : Entries()) {
+        const std::string path = entry.path;
+        if (IsInTree(entry))
+            names.insert(path.substr(0, path.find('/')));
+    }
+    return names;
+}
+
+// Fills the directory `place` with links to everything in `shown`, except for names that are there
+// or hidden.
+bool ShowRest(const std::string& shown, const std::string& place,
+              const std::set<std::string>& hidden = {}) {
     std::error_code error;
     for (const fs::directory_entry& entry : fs::directory_iterator(shown, error)) {
-        const std::string link = place + '/' + entry.path().filename().string();
+        const std::string name = entry.path().filename();
+        if (hidden.contains(name))
+            continue;
+        const std::string link = place + '/' + name;
         if (symlink(entry.path().c_str(), link.c_str()) != 0 && errno != EEXIST)
             return false;
     }
@@ -86,10 +103,10 @@ Descriptor OpenHere(const Descriptor& liveTree, const std::string& installDir) {
 }
 
 // The rest of the install directory, such as the product itself, appears through links.
-bool ShowTree(const Descriptor& tree) {
+bool ShowTree(const Descriptor& tree, const std::set<std::string>& hidden) {
     const std::string live = viewBase + "/live";
     return MakeDirectory(live) && BindMount(PathOfOpened(tree), live, MS_REC) &&
-           BindMount(viewTree, PathOfOpened(tree)) && ShowRest(live, viewTree);
+           BindMount(viewTree, PathOfOpened(tree)) && ShowRest(live, viewTree, hidden);
 }
 
 // Also shows the install directory when it is below /tmp.
@@ -126,16 +143,17 @@ Failure UserView::FindObstacle() {
     return NoNamespaces(child == -1 ? errno : WEXITSTATUS(status));
 }
 
-Failure UserView::Enter(const Descriptor& liveTree, StagedMachine& staged) {
+Failure UserView::Enter(const Descriptor& liveTree, TreeView view, StagedMachine& staged) {
     const std::string installDir = staged.installDir.toStdString();
     if (!EnterNamespaces())
         return NoNamespaces(errno);
     const Descriptor tree = OpenHere(liveTree, installDir);
     if (!tree || !MakeDirectory(viewTree))
         return StagingFailed(installDir);
-    if (Failure failure = CopyTree(liveTree, staged))
+    const bool isCopied = view == TreeView::Copied;
+    if (Failure failure = isCopied ? CopyTree(liveTree, staged) : Failure())
         return failure;
-    if (!ShowTree(tree))
+    if (!ShowTree(tree, isCopied ? std::set<std::string>() : NamesOfSetup()))
         return StagingFailed(installDir);
     staged.tree = OpenPath(viewTree);
     if (!staged.tree || !CoverTemporaryFiles() || !DropCapabilities())
@@ -160,5 +178,5 @@ QString UserView::RemedyFor(const std::string& settings) {
         }
     }
     return QStringLiteral(
-        "Make sure that no container or chroot forbids them, or run the setup outside of it.");
+        "Make sure that no container or chroot forbids them, or run cv_install outside of it.");
 }

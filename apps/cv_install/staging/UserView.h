@@ -1,8 +1,9 @@
-// The private view of the machine in which a regular user's setup runs for a dry run.
+// The private view of the machine in which a regular user's setup runs for a dry run or a repair.
 #pragma once
 
 #include "Problem.h"
 #include "installation/StagedMachine.h"
+#include "staging/ViewMounts.h"
 
 // A tmpfs in place of the install directory, with copies of what the setup changes, and another one
 // in place of /tmp. Everything else in both directories is shown as it is. The view needs a user
@@ -18,7 +19,7 @@ Failure FindObstacle();
 
 // Moves this process, which must have one thread, to namespaces of its own, and fills
 // `staged.tree`. No process outside this one and its children can reach it.
-Failure Enter(const Descriptor& liveTree, StagedMachine& staged);
+Failure Enter(const Descriptor& liveTree, TreeView view, StagedMachine& staged);
 
 // What to do so that users can create user namespaces, by the settings below `settings`.
 QString RemedyFor(const std::string& settings = "/proc/sys");

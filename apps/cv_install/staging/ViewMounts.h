@@ -13,6 +13,10 @@ inline const std::string viewBase = "/sys";
 // What takes the place of the install directory.
 inline const std::string viewTree = viewBase + "/tree";
 
+// What the view has in place of the install directory: copies of what the library and the script
+// look at, or nothing that a setup makes, as before a first setup.
+enum class TreeView { Copied, Empty };
+
 // Mounts the tmpfs of the view, in a mount namespace of this process. The functions return false
 // with errno set on a failure.
 bool MountViewBase();

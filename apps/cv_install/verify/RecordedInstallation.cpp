@@ -52,16 +52,14 @@ Failure ReadInstallation(const QString& installDir, RecordDirectory::Whose owner
     return {};
 }
 
-}  // namespace
-
-Failure FindInstallation(const char* argv0, RecordedInstallation& installation) {
+Failure FindRecorded(const char* argv0, bool alsoRoots, RecordedInstallation& installation) {
     const TimeLimit limit;
     QString installDir;
     bool isFound = false;
     Failure failure = FindInstallDirectory(argv0, installDir);
     if (!failure)
         failure = ReadInstallation(installDir, RecordDirectory::Whose::Own, installation, isFound);
-    if (!failure && !isFound && getuid() != 0) {
+    if (!failure && !isFound && alsoRoots) {
         installDir = QLatin1String(sharedDirectory);
         failure =
             ReadInstallation(installDir, RecordDirectory::Whose::Roots, installation, isFound);
@@ -69,6 +67,16 @@ Failure FindInstallation(const char* argv0, RecordedInstallation& installation) 
     if (failure || isFound)
         return failure;
     return NoRecord(installDir);
+}
+
+}  // namespace
+
+Failure FindInstallation(const char* argv0, RecordedInstallation& installation) {
+    return FindRecorded(argv0, getuid() != 0, installation);
+}
+
+Failure FindOwnInstallation(const char* argv0, RecordedInstallation& installation) {
+    return FindRecorded(argv0, false, installation);
 }
 
 std::vector<ManifestEntry> EntriesOfUserRecord(const RecordedInstallation& installation) {

@@ -27,6 +27,9 @@ struct RecordedInstallation {
 // process.
 Failure FindInstallation(const char* argv0, RecordedInstallation& installation);
 
+// The same, but only the one that this user set up.
+Failure FindOwnInstallation(const char* argv0, RecordedInstallation& installation);
+
 // What a user's setup left in the record, which is outside the directory that the manifest is
 // about. Paths are relative to the directory of records. The group is that found: the user can
 // belong to several.

@@ -32,10 +32,7 @@ Failure ResultOf(const RecordedInstallation& installation, const VerifyResult& r
                        QStringLiteral("differences from the setup of \"%1\" at %2: %3")
                            .arg(installation.installDir, installation.manifest.facts.time)
                            .arg(result.differences.size()),
-                       installation.IsRoots()
-                           ? QStringLiteral("To restore them, run \"cv_install --repair\".")
-                           : QStringLiteral("To restore what a setup writes, run the setup again. "
-                                            "It keeps web pages and modes of directories."),
+                       QStringLiteral("To restore them, run \"cv_install --repair\"."),
                        Changes::Unknown};
     }
     const auto unexpected = std::ranges::count_if(
