@@ -160,6 +160,21 @@ TEST(CopyRepair, RestoresDamagesOfAllRows) {
     EXPECT_GT(count, getuid() == 0 ? 120 : 80);
 }
 
+// A dry run cannot find it.
+TEST(CopyRepair, RestoresWhatIsInUnreadableDirectory) {
+    HX_REQUIRE_NAMESPACES();
+    const RepairedCopy copy;
+    const std::string before = copy.List();
+    fs::remove(copy.User().Outside("qchemrc/qcscratch"));
+    fs::permissions(copy.User().Outside("qchemrc"), fs::perms::none);
+    const auto shown = copy.Repair({"--dry-run"});
+    EXPECT_EQ(shown.status, 0) << shown.err;
+    ExpectHolds(shown.out,
+                "Not checked: /tmp/product/qchemrc/qcscratch: Permission denied\n"
+                "A repair can find further differences.\n");
+    copy.ExpectAsBefore(before, copy.Repair());
+}
+
 TEST(CopyRepair, RemovesWhatKilledOneLeft) {
     const RepairedCopy copy;
     const std::string before = copy.List();

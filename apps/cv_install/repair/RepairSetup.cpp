@@ -83,6 +83,7 @@ private:
     Failure ApplyRecord();
     Failure ContentOf(const PathDifference& difference, QByteArray& content) const;
     void ShowLeft() const;
+    void ShowUnchecked() const;
     Failure Finish();
 
     bool IsDryRun() const { return m_arguments.Has(OwnOption::DryRun); }
@@ -94,6 +95,7 @@ private:
     StagedMachine m_staged;
     bool m_isStaged = false;
     RepairPlan m_plan;
+    std::vector<Unchecked> m_unchecked;  // by the last verification
     bool m_controlsService = false;
     std::unique_ptr<RecordDirectory> m_record;
 };
@@ -111,6 +113,7 @@ Failure SetupRepair::Plan(int round) {
             return std::string(difference.kind) == VerifyResult::service;
         });
     }
+    m_unchecked = result.unchecked;
     m_plan = FindRepair(m_installation, result, round == 0 && m_lock.FoundIncompleteMerge());
     return {};
 }
@@ -272,6 +275,14 @@ void SetupRepair::ShowLeft() const {
                     qUtf8Printable(Printable(left.reason)));
 }
 
+// Only the first round of a repair is planned in a dry run.
+void SetupRepair::ShowUnchecked() const {
+    const Console::Printing needed(Console::Importance::Needed);
+    PrintUnchecked(m_unchecked);
+    if (!m_unchecked.empty())
+        std::printf("A repair can find further differences.\n");
+}
+
 Failure SetupRepair::Show(int round) {
     if (m_plan.differences.IsEmpty()) {
         const Console::Printing needed(Console::Importance::Needed);
@@ -285,6 +296,8 @@ Failure SetupRepair::Show(int round) {
         ShowLeft();
         JsonReport::NoteChanges(m_plan.differences, false);
     }
+    if (IsDryRun())
+        ShowUnchecked();
     std::vector<FoundDifference> left;
     for (const LeftDifference& each : m_plan.left)
         left.push_back(each.difference);

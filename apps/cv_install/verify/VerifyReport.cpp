@@ -23,12 +23,16 @@ QString LineOf(const FoundDifference& difference) {
                .arg(QLatin1String(difference.attribute), difference.expected, difference.found);
 }
 
+void PrintUnchecked(const std::vector<Unchecked>& unchecked) {
+    for (const Unchecked& each : unchecked)
+        PrintResultLine(QStringLiteral("Not checked: %1: %2").arg(each.what, each.reason));
+}
+
 void PrintResult(const RecordedInstallation& installation, const VerifyResult& result) {
     const Console::Printing needed(Console::Importance::Needed);
     for (const FoundDifference& difference : result.differences)
         PrintResultLine(LineOf(difference));
-    for (const Unchecked& each : result.unchecked)
-        PrintResultLine(QStringLiteral("Not checked: %1: %2").arg(each.what, each.reason));
+    PrintUnchecked(result.unchecked);
     if (result.differences.empty()) {
         PrintResultLine(QStringLiteral("No differences from the setup of \"%1\" at %2")
                             .arg(installation.installDir, installation.manifest.facts.time));

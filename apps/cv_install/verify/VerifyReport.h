@@ -13,6 +13,9 @@ QString LineOf(const FoundDifference& difference);
 // difference, prints that the installation is as the setup left it.
 void PrintResult(const RecordedInstallation& installation, const VerifyResult& result);
 
+// Prints one line for each entry.
+void PrintUnchecked(const std::vector<Unchecked>& unchecked);
+
 // Arrays of objects.
 nlohmann::ordered_json JsonOf(const std::vector<FoundDifference>& differences);
 nlohmann::ordered_json JsonOf(const std::vector<Unchecked>& unchecked);
