@@ -75,6 +75,7 @@ TEST(SavedSetup, RefusesOtherTexts) {
 TEST(SavedSetup, IsAboutStateBeforeFirstAttempt) {
     SavedSetup saved = SomeSetup();
     Differences second;
+    second.accounts = {{true, "corvsrvc", 0, 980, "", "", ""}};
     second.members = {{Change::Create, "ann", "corvsrvc"}};
     second.paths = {
         {Change::Modify, limitsPath, SavedFileState("b"), SavedFileState("c"), nullptr}};
@@ -86,7 +87,8 @@ TEST(SavedSetup, IsAboutStateBeforeFirstAttempt) {
     EXPECT_EQ(paths[0].entry, &Find(Item::QueueLimits));
     EXPECT_EQ(paths[0].after,
               (std::vector<State>{SavedFileState("b"), SavedFileState("b"), SavedFileState("c")}));
-    EXPECT_EQ(AccountsOf(saved).size(), 2u);
+    ASSERT_EQ(AccountsOf(saved).size(), 2u);
+    EXPECT_EQ(AccountsOf(saved)[0], second.accounts[0]);  // created last
     EXPECT_EQ(MembersOf(saved), saved.attempts[0].members);
     EXPECT_EQ(ServicesOf(saved), saved.attempts[0].services);
 }

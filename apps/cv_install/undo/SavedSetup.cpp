@@ -160,10 +160,17 @@ std::vector<SavedPath> PathsOf(const SavedSetup& saved) {
 }
 
 std::vector<AccountDifference> AccountsOf(const SavedSetup& saved) {
-    return FirstOfEach(saved, &Differences::accounts,
-                       [](const AccountDifference& one, const AccountDifference& other) {
-                           return one.isGroup == other.isGroup && one.name == other.name;
-                       });
+    const auto isSame = [](const AccountDifference& one, const AccountDifference& other) {
+        return one.isGroup == other.isGroup && one.name == other.name;
+    };
+    std::vector<AccountDifference> accounts = FirstOfEach(saved, &Differences::accounts, isSame);
+    std::ranges::stable_partition(accounts, &AccountDifference::isGroup);
+    for (const Differences& attempt : saved.attempts) {
+        for (const AccountDifference& each : attempt.accounts)
+            *std::ranges::find_if(accounts, [&](const auto& one) { return isSame(one, each); }) =
+                each;
+    }
+    return accounts;
 }
 
 std::vector<MemberDifference> MembersOf(const SavedSetup& saved) {
@@ -220,19 +227,7 @@ void Collapse(SavedSetup& saved) {
             attempts[i].paths.push_back({change, path.path, path.before, states[i], path.entry});
         }
     }
-    std::vector<AccountDifference>& accounts = attempts[0].accounts;
-    accounts = AccountsOf(saved);
-    std::stable_partition(accounts.begin(), accounts.end(),
-                          [](const AccountDifference& each) { return each.isGroup; });
-    for (AccountDifference& account : accounts) {
-        for (const Differences& attempt : saved.attempts) {
-            const auto found = std::ranges::find_if(attempt.accounts, [&](const auto& each) {
-                return each.isGroup == account.isGroup && each.name == account.name;
-            });
-            if (found != attempt.accounts.end())
-                account = *found;
-        }
-    }
+    attempts[0].accounts = AccountsOf(saved);
     attempts[0].members = MembersOf(saved);
     attempts[0].services = ServicesOf(saved);
     saved.attempts = std::move(attempts);

@@ -28,13 +28,15 @@ struct SavedPath {
 
 std::vector<SavedPath> PathsOf(const SavedSetup& saved);
 
-// Each account, member and service once, as the first attempt found it.
+// Each account once, as it was created last. Groups are before users.
 std::vector<AccountDifference> AccountsOf(const SavedSetup& saved);
+
+// Each member and service once, as the first attempt found it.
 std::vector<MemberDifference> MembersOf(const SavedSetup& saved);
 std::vector<ServiceDifference> ServicesOf(const SavedSetup& saved);
 
 // Leaves as many attempts as there are states that a path can have now, after a complete setup: the
-// first `before` of each path, and what the last setup left. An account is as it was created last.
+// first `before` of each path, and what the last setup left.
 void Collapse(SavedSetup& saved);
 
 // The row of a path; for what is below a directory of web pages, that of the directory. Null for
