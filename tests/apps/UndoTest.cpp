@@ -11,6 +11,7 @@
 #include "apps/SetupMachine.h"
 #include "apps/TracedSetup.h"
 #include "harness/Effort.h"
+#include "harness/Expect.h"
 #include "harness/Pattern.h"
 #include "harness/TempDir.h"
 #include "machine/ThrowawayRoot.h"
@@ -228,12 +229,16 @@ TEST(Undo, KeepsAccountThatIsUsed) {
         const WholeState before;
         EXPECT_EQ(RunSetup(internalQueue).status, 0);
         Shell("touch /tmp/result && chown corvsrvc /tmp/result");
+        // The manager may be about to start it again.
+        Shell("rm /run/hx_services/active/corvane26_service");
+        TakeServiceCalls();
         const auto undo = RunUndo();
         EXPECT_EQ(undo.status, 0) << undo.out;
         EXPECT_EQ(undo.err,
                   "cv_install: warning: cannot delete user \"corvsrvc\": used by /tmp/result\n"
                   "    Make sure that nothing uses it, then delete it.\n");
         EXPECT_EQ(Shell("id -un corvsrvc; id -gn corvsrvc"), "corvsrvc\ncorvsrvc");
+        ExpectHolds(JoinLines(TakeServiceCalls()), "systemctl stop corvane26_service.service\n");
         Shell("rm /tmp/result; userdel corvsrvc");
         EXPECT_EQ(DifferencesFrom(before), nothing);
     });

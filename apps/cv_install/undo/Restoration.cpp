@@ -184,7 +184,7 @@ Failure Restoration::Apply() {
         return failure;
     OpenUnpackedDirectories();
     Undo undo;
-    if (IsRemoval(m_purpose) && m_services.isManagerRunning)
+    if (m_services.isManagerRunning)
         StopRemovedService(m_differences);
     StopServiceForUndo(m_differences, undo);
     TreeMerge tree(m_content, owners.account, owners.group, owners.before, MergePurpose::Undo);
