@@ -88,8 +88,8 @@ Failure Restoration::Read(LiveMachine& live) {
     live.rows = ReadLiveRows(tree.Number());
     failure = FindUndo(m_saved, m_content, tree.Number(), m_services, m_purpose, m_plan);
     live.differences = m_plan.differences;
-    const std::vector<PathDifference> others = m_readOthers();
-    live.differences.paths.insert(live.differences.paths.end(), others.begin(), others.end());
+    m_others = m_readOthers();
+    live.differences.paths.insert(live.differences.paths.end(), m_others.begin(), m_others.end());
     return failure;
 }
 
@@ -246,11 +246,10 @@ void Restoration::DeleteAccounts() const {
 }
 
 std::vector<PathDifference> Restoration::WithoutOthers() const {
-    const std::vector<PathDifference> others = m_readOthers();
     std::vector<PathDifference> paths = m_differences.paths;
     std::erase_if(paths, [&](const PathDifference& each) {
         return std::ranges::any_of(
-            others, [&](const PathDifference& other) { return other.path == each.path; });
+            m_others, [&](const PathDifference& other) { return other.path == each.path; });
     });
     return paths;
 }

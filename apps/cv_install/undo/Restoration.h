@@ -46,6 +46,7 @@ private:
     const OtherReader m_readOthers;
     ServiceStates m_services;
     UndoPlan m_plan;
+    std::vector<PathDifference> m_others;  // that the caller deletes
     Differences m_differences;  // that were shown
 };
 
