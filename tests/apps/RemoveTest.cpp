@@ -151,6 +151,10 @@ echo >> QueueLimits
 echo >> corvanerc/corvane26server/icons/mine.png
 echo >> "$(find corvanerc/corvane26server/resources -type f ! -name mine | head -n 1)"
 echo >> corvane26_snapshot
+cd /etc/systemd/system
+echo >> corvane26_service.service
+mkdir -p corvane26_service.service.d
+touch corvane26_service.service.d/mine.conf
 )sh";
 
 // Everything else is as before the first setup.
@@ -166,10 +170,12 @@ TEST(Removal, KeepsWhatOthersAddedOrChanged) {
             "-newer /var/corvane/QueueLimits");
         const auto removal = RunRemoval(purge);
         EXPECT_EQ(removal.status, 0) << removal.err;
-        std::set<std::string> expected = {"/var/corvane/QueueEntries",
-                                          "/var/corvane/corvane26_snapshot", "missing", "surplus"};
+        std::set<std::string> expected = {
+            "/var/corvane/QueueEntries", "/var/corvane/corvane26_snapshot",
+            "/etc/systemd/system/corvane26_service.service", "missing", "surplus"};
         for (const auto& entry : LinesOf(Shell(
-                 "find /var/corvane /etc/corvane26 /var/lib/corvane26 -name 'mine*' -o -size -9k "
+                 "find /var/corvane /etc/corvane26 /etc/systemd/system/corvane26_service.service.d "
+                 "/var/lib/corvane26 -name 'mine*' -o -size -9k "
                  "-newer /var/corvane/QueueEntries -type f"))) {
             for (std::filesystem::path path = entry; path.has_relative_path();
                  path = path.parent_path())
@@ -188,6 +194,8 @@ TEST(Removal, KeepsWhatOthersAddedOrChanged) {
         for (const char* line : {"  /var/corvane/QueueEntries: contains jobs\n",
                                  "  /var/corvane/corvane26_snapshot: changed after the setup\n"})
             EXPECT_NE(removal.out.find(line), std::string::npos) << line << removal.out;
+        // They belong to the unit, which was edited.
+        EXPECT_EQ(Shell("ls /etc/systemd/system/corvane26_service.service.d"), "mine.conf");
     });
 }
 

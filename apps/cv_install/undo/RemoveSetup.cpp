@@ -72,10 +72,11 @@ void AddDirectory(const fs::path& path, const Entry* entry, std::vector<PathDiff
 }
 
 // What setups made outside of what is staged: the record, which is deleted last, logs, also those
-// that logrotate renamed, kept commit scripts; and the drop-ins of the unit.
-std::vector<PathDifference> FindOthers() {
+// that logrotate renamed, kept commit scripts; and the drop-ins of the unit unless the unit stays.
+std::vector<PathDifference> FindOthers(const UndoPlan& plan) {
     std::vector<PathDifference> found;
-    AddDirectory(PathOfDropIns(), nullptr, found);
+    if (!plan.remaining.contains(Find(Item::Unit).path))
+        AddDirectory(PathOfDropIns(), nullptr, found);
     const Entry& script = Find(Item::CommitScript);
     const std::string scriptName = fs::path(script.path).filename();
     const std::string prefix = scriptName.substr(0, scriptName.size() - randomPart.size());
@@ -146,7 +147,7 @@ private:
     Failure CarryOut(Restoration& restoration);
     Failure Forget(const UndoPlan& plan);
     SavedSetup Remaining(const UndoPlan& plan) const;
-    Failure RemoveRest(const Differences& shown);
+    Failure RemoveRest(const Restoration& restoration);
     void Finish(const Restoration& restoration) const;
 
     const Arguments& m_arguments;
@@ -200,15 +201,16 @@ Failure SetupRemoval::Forget(const UndoPlan& plan) {
                               Remaining(plan));
 }
 
-Failure SetupRemoval::RemoveRest(const Differences& shown) {
+Failure SetupRemoval::RemoveRest(const Restoration& restoration) {
     Failure failure = m_states.RemoveRecord();
     if (failure)
         return failure;
     SetupLog::Remove();
     JsonReport::NoteLog({});
-    for (const PathDifference& other : FindOthers()) {
+    const std::vector<PathDifference>& shown = restoration.Shown().paths;
+    for (const PathDifference& other : FindOthers(restoration.Found())) {
         const bool isShown = std::ranges::any_of(
-            shown.paths, [&](const PathDifference& each) { return each.path == other.path; });
+            shown, [&](const PathDifference& each) { return each.path == other.path; });
         if (isShown)
             RemoveOther(other);
     }
@@ -219,7 +221,7 @@ Failure SetupRemoval::CarryOut(Restoration& restoration) {
     Failure failure = restoration.Apply();
     if (failure)
         return failure;
-    failure = m_purges ? RemoveRest(restoration.Shown()) : Forget(restoration.Found());
+    failure = m_purges ? RemoveRest(restoration) : Forget(restoration.Found());
     if (failure)
         failure->changes = Changes::Unknown;
     return failure;
@@ -244,8 +246,8 @@ Failure SetupRemoval::Run() {
     if (!m_isSaved && !m_saved.attempts.empty())
         std::printf("The state before the first setup is unknown. Nothing is restored.\n");
     Restoration restoration(m_arguments, m_purges ? UndoPurpose::Purge : UndoPurpose::Remove,
-                            m_saved, std::move(m_content), [this] {
-                                return m_purges ? FindOthers() : std::vector<PathDifference>();
+                            m_saved, std::move(m_content), [this](const UndoPlan& plan) {
+                                return m_purges ? FindOthers(plan) : std::vector<PathDifference>();
                             });
     if (Failure failure = restoration.Plan()) {
         if (failure->status == ExitStatus::RecordUnusable)

@@ -88,7 +88,7 @@ Failure Restoration::Read(LiveMachine& live) {
     live.rows = ReadLiveRows(tree.Number());
     failure = FindUndo(m_saved, m_content, tree.Number(), m_services, m_purpose, m_plan);
     live.differences = m_plan.differences;
-    m_others = m_readOthers();
+    m_others = m_readOthers(m_plan);
     live.differences.paths.insert(live.differences.paths.end(), m_others.begin(), m_others.end());
     return failure;
 }

@@ -14,7 +14,7 @@
 class Restoration {
 public:
     // Paths that the caller deletes itself, so that they are shown.
-    using OtherReader = std::function<std::vector<PathDifference>()>;
+    using OtherReader = std::function<std::vector<PathDifference>(const UndoPlan& plan)>;
 
     // `saved` must remain. `content` has the content of files as it was.
     Restoration(const Arguments& arguments, UndoPurpose purpose, const SavedSetup& saved,

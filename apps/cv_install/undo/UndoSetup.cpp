@@ -54,7 +54,8 @@ Failure UndoLastSetup(const Arguments& arguments, const SetupLock& lock) {
     ShowSetup(states.Facts(), !arguments.Has(OwnOption::Yes));
     Restoration restoration(
         arguments, arguments.Has(OwnOption::Force) ? UndoPurpose::ForcedUndo : UndoPurpose::Undo,
-        states.Saved(), std::move(content), [] { return std::vector<PathDifference>(); });
+        states.Saved(), std::move(content),
+        [](const UndoPlan&) { return std::vector<PathDifference>(); });
     failure = restoration.Plan();
     if (!failure)
         JsonReport::NoteChanges(restoration.Shown(), true);
@@ -105,7 +106,8 @@ Failure RestoreAfterUnfinished(const Arguments& arguments, const QString& instal
     if (failure)
         return failure;
     Restoration restoration(arguments, UndoPurpose::FurtherSetup, states.Saved(),
-                            std::move(content), [] { return std::vector<PathDifference>(); });
+                            std::move(content),
+                            [](const UndoPlan&) { return std::vector<PathDifference>(); });
     failure = restoration.Plan();
     if (failure && failure->status == ExitStatus::RecordUnusable) {
         ReportWarning({failure->status, failure->text,
