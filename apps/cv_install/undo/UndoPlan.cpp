@@ -271,6 +271,18 @@ void PathUndo::AddDeletedDirectories() {
     }
 }
 
+// Directories that are created come first, parents before children. Owners of directories come
+// last, so that those that the setup gave them lead to what is below.
+void SortByDirectories(std::vector<PathDifference>& paths) {
+    const auto rank = [](const PathDifference& difference) {
+        const bool isDirectory = difference.after.kind == State::Kind::Directory;
+        const int ofDirectory = difference.change == Change::Create ? 0 : 2;
+        return std::pair(isDirectory ? ofDirectory : 1,
+                         isDirectory ? difference.path : std::string());
+    };
+    std::ranges::stable_sort(paths, {}, rank);
+}
+
 // The setup's members; for a purge, whoever is a member now.
 std::vector<MemberDifference> ExpectedMembers(const SavedSetup& saved, UndoPurpose purpose) {
     std::vector<MemberDifference> members = MembersOf(saved);
@@ -349,12 +361,7 @@ Failure FindUndo(const SavedSetup& saved, const StagedMachine& content, int live
         if (Failure failure = undo.Add(path))
             return failure;
     }
-    // Owners of directories last, so that those that the setup gave them lead to what is below.
-    std::vector<PathDifference>& paths = plan.differences.paths;
-    std::stable_partition(paths.begin(), paths.end(), [](const PathDifference& difference) {
-        return difference.change != Change::Modify ||
-               difference.after.kind != State::Kind::Directory;
-    });
+    SortByDirectories(plan.differences.paths);
     undo.AddDeletedDirectories();
     if (purpose == UndoPurpose::FurtherSetup)
         return {};
