@@ -59,4 +59,22 @@ TEST(UndoPlan, CreatesDirectoriesBeforeWhatIsInThem) {
     });
 }
 
+TEST(UndoPlan, KeepsAccountsWithOtherNumbers) {
+    HX_REQUIRE_THROWAWAY_ROOT();
+    ExpectPlanOnMachine([] {
+        Shell("groupadd -g 4000 svc; useradd -u 4000 -g svc -c x -M -d /srv -s /bin/sh svc");
+        for (const id_t number : {4000U, 4001U}) {
+            Differences setup;
+            setup.accounts = {{true, "svc", 0, number, "", "", ""},
+                              {false, "svc", number, 4000, "y", "/srv", "/bin/sh"}};
+            const UndoPlan plan = PlanOf(setup, UndoPurpose::ForcedUndo);
+            EXPECT_EQ(plan.differences.accounts.size(), number == 4000 ? 2u : 0u);
+            const QString reason = QStringLiteral(": has another number than the setup gave it");
+            EXPECT_EQ(plan.kept, number == 4000
+                                     ? QStringList()
+                                     : QStringList({"user svc" + reason, "group svc" + reason}));
+        }
+    });
+}
+
 }  // namespace

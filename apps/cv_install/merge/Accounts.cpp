@@ -380,7 +380,7 @@ CreatedAccount FindCreatedAccount(const AccountDifference& account,
                                   const std::vector<MemberDifference>& joined) {
     Records records;
     if (LoadLive(account.isGroup ? groups : users, records))
-        return CreatedAccount::Changed;
+        return CreatedAccount::Other;
     const auto record = std::find_if(records.begin(), records.end(),
                                      [&](const Words& each) { return each[0] == account.name; });
     if (record == records.end())
@@ -389,7 +389,9 @@ CreatedAccount FindCreatedAccount(const AccountDifference& account,
     found.name = account.name;
     found.change = account.change;
     const bool isParsed = account.isGroup ? ParseGroup(*record, found) : ParseUser(*record, found);
-    if (!isParsed || found != account)
+    if (!isParsed || (account.isGroup ? found.gid != account.gid : found.uid != account.uid))
+        return CreatedAccount::Other;
+    if (found != account)
         return CreatedAccount::Changed;
     for (const std::string& member : account.isGroup ? MembersOf(*record) : Words()) {
         if (std::find(joined.begin(), joined.end(),

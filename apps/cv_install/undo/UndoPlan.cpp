@@ -311,6 +311,10 @@ void AddAccounts(const SavedSetup& saved, UndoPurpose purpose, UndoPlan& plan) {
         const CreatedAccount found = FindCreatedAccount(account, members);
         if (found == CreatedAccount::Missing)
             continue;
+        if (found == CreatedAccount::Other) {
+            KeepAccount(account, "has another number than the setup gave it", plan);
+            continue;
+        }
         if (found == CreatedAccount::Changed && purpose != UndoPurpose::ForcedUndo) {
             KeepAccount(account, ChangedSince(purpose), plan);
             continue;
