@@ -1,10 +1,14 @@
 // The text of a saved state, and what several attempts of a setup amount to.
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/mount.h>
 #include <unistd.h>
 
 #include <algorithm>
 
+#include "apps/RootSetup.h"
 #include "harness/TempDir.h"
+#include "machine/ThrowawayRoot.h"
 #include "undo/AccountUse.h"
 #include "undo/SavedSetup.h"
 
@@ -149,10 +153,40 @@ TEST(AccountUse, FindsProcessesAndFiles) {
         EXPECT_EQ(found.use, "");
         EXPECT_EQ(found.searched, QStringList(QString::fromStdString(files / "below")));
         EXPECT_EQ(found.notSearched, QStringList());
+        EXPECT_EQ(found.missed, "");
     }
     const AccountUse late = FindAccountUse(user, {files / "below"}, std::chrono::seconds(-1));
     EXPECT_EQ(late.searched, QStringList());
     EXPECT_EQ(late.notSearched.size(), 1);
+    EXPECT_EQ(late.missed, QString::fromStdString(files / "below"));
+}
+
+// A file of the account, which has no processes.
+TEST(AccountUse, SearchesDirectoriesOnLocalFileSystems) {
+    HX_REQUIRE_THROWAWAY_ROOT();
+    HX_EXPECT_SCENARIO([] {
+        constexpr uid_t owner = 3999999999;
+        const AccountDifference account = {false, "nobody_here", owner, owner, "", "", ""};
+        const auto useIn = [&](const std::string& directory) {
+            return FindAccountUse(account, {directory}, std::chrono::seconds(10));
+        };
+        Shell(
+            "mkdir -p /srv/real/below /srv/remote; ln -s ./real/../real /srv/link; "
+            "touch /srv/real/below/result; chown 3999999999 /srv/real/below/result");
+        EXPECT_EQ(useIn("/srv/link").use, "/srv/real/below/result");
+        EXPECT_EQ(useIn("/srv/link/below").use, "/srv/real/below/result");
+        const Descriptor daemon(open("/dev/fuse", O_RDWR));
+        if (!daemon)
+            return;
+        const std::string options =
+            "fd=" + std::to_string(daemon.Number()) + ",rootmode=40000,user_id=0,group_id=0";
+        ASSERT_EQ(mount("none", "/srv/remote", "fuse.test", 0, options.c_str()), 0);
+        alarm(20);  // nothing answers a call
+        EXPECT_EQ(useIn("/srv/remote/below").notSearched,
+                  QStringList(QStringLiteral("/srv/remote/below (not a local file system)")));
+        alarm(0);
+        umount2("/srv/remote", MNT_DETACH);
+    });
 }
 
 }  // namespace

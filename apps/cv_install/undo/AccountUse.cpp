@@ -2,19 +2,20 @@
 
 #include <dirent.h>
 #include <fcntl.h>
-#include <linux/magic.h>
 #include <sys/stat.h>
-#include <sys/vfs.h>
 #include <unistd.h>
 
-#include <array>
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
+#include <list>
 #include <memory>
 #include <sstream>
 
-#include "installation/State.h"
+#include "installation/Mounts.h"
+#include "installation/PathParts.h"
 #include "merge/AccountNumber.h"
 
 namespace {
@@ -24,9 +25,9 @@ using Clock = std::chrono::steady_clock;
 constexpr const char* crontabs[] = {"/var/spool/cron/crontabs/", "/var/spool/cron/tabs/",
                                     "/var/spool/cron/"};
 
-constexpr std::array<unsigned, 8> remoteTypes = {
-    NFS_SUPER_MAGIC,  SMB_SUPER_MAGIC, CIFS_SUPER_MAGIC, SMB2_SUPER_MAGIC,
-    FUSE_SUPER_MAGIC, V9FS_MAGIC,      AFS_SUPER_MAGIC,  CEPH_SUPER_MAGIC};
+// As in /proc/self/mountinfo. What is below a mount point of autofs is mounted when it is used.
+constexpr const char* remoteTypes[] = {"9p",   "afs",    "autofs", "beegfs", "ceph", "cifs",
+                                       "gpfs", "lustre", "nfs",    "nfs4",   "smb3", "smbfs"};
 
 using Stream = std::unique_ptr<DIR, int (*)(DIR*)>;
 
@@ -96,7 +97,7 @@ public:
             if (IsDot(entry->d_name))
                 continue;
             if (Clock::now() > m_end) {
-                m_isLate = true;
+                m_isPartial = true;
                 return;
             }
             Check(dirfd(directory.get()), entry->d_name, path + '/' + entry->d_name);
@@ -118,52 +119,101 @@ public:
             m_use = QString::fromStdString(path);
             return;
         }
-        if (!S_ISDIR(found.stx_mode) || m_depth == deepest)
+        if (!S_ISDIR(found.stx_mode))
             return;
+        const Stream below =
+            m_depth == deepest ? Stream(nullptr, closedir) : OpenStream(directory, name);
+        m_isPartial = m_isPartial || m_depth == deepest || (below == nullptr && errno != ENOENT);
         ++m_depth;
-        if (const Stream below = OpenStream(directory, name))
+        if (below)
             Search(below, path);
         --m_depth;
     }
 
     QString Use() const { return m_use; }
-    bool IsLate() const { return m_isLate; }
+    bool IsPartial() const { return m_isPartial; }
     bool MissedMount() const { return m_missedMount; }
 
 private:
     const AccountDifference& m_account;
     const Clock::time_point m_end;
     QString m_use;
-    bool m_isLate = false;
+    bool m_isPartial = false;
     bool m_missedMount = false;
     size_t m_depth = 0;
 };
 
-bool IsLocal(const std::string& path) {
-    struct statfs found = {};
-    if (statfs(path.c_str(), &found) != 0)
-        return false;
-    const auto type = static_cast<unsigned>(found.f_type);
-    return std::find(remoteTypes.begin(), remoteTypes.end(), type) == remoteTypes.end();
+// Reads no file system: a server that is gone never answers.
+bool IsRemote(const std::vector<Mount>& mounts, const std::string& path) {
+    const Mount* found = nullptr;
+    for (const Mount& mount : mounts) {
+        const bool contains =
+            mount.point == "/" || path == mount.point || IsBelow(path, mount.point);
+        if (contains && (found == nullptr || mount.point.size() >= found->point.size()))
+            found = &mount;
+    }
+    return found != nullptr && (found->IsFuse() || std::ranges::find(remoteTypes, found->type) !=
+                                                       std::end(remoteTypes));
+}
+
+enum class Place { Local, Remote, Missing };
+
+// Sets `path` to the path without links, as far as it is local.
+Place FindPlace(std::string& path) {
+    namespace fs = std::filesystem;
+    constexpr int mostLinks = 40;
+    const std::vector<Mount> mounts = ReadMounts();
+    fs::path real = "/";
+    std::list<fs::path> rest;
+    const auto insert = [&](const fs::path& names) {
+        const fs::path below = names.relative_path();
+        rest.insert(rest.begin(), below.begin(), below.end());
+    };
+    insert(path);
+    for (int links = 0; !rest.empty() && links < mostLinks;) {
+        const fs::path next = (real / rest.front()).lexically_normal();
+        rest.pop_front();
+        if (IsRemote(mounts, next))
+            return Place::Remote;
+        std::error_code error;
+        const fs::file_status status = fs::symlink_status(next, error);
+        if (!fs::exists(status))
+            return Place::Missing;
+        if (!fs::is_symlink(status)) {
+            real = next;
+            continue;
+        }
+        const fs::path target = fs::read_symlink(next, error);
+        if (target.is_absolute())
+            real = "/";
+        insert(target);
+        ++links;
+    }
+    path = real;
+    return rest.empty() ? Place::Local : Place::Missing;
 }
 
 void SearchDirectory(const AccountDifference& account, const std::string& path,
                      Clock::time_point end, AccountUse& found) {
-    struct stat top = {};
-    if (lstat(path.c_str(), &top) != 0)
-        return;
     const QString shown = QString::fromStdString(path);
-    if (!IsLocal(path)) {
+    std::string real = path;
+    const Place place = FindPlace(real);
+    if (place == Place::Remote) {
         found.notSearched.append(shown + QStringLiteral(" (not a local file system)"));
-        return;
+        if (path == sharedDirectory)
+            found.missed = shown;
     }
+    if (place != Place::Local)
+        return;
     TreeSearch search(account, end);
-    search.Check(AT_FDCWD, path.c_str(), path);
+    search.Check(AT_FDCWD, real.c_str(), real);
     found.use = search.Use();
-    if (search.IsLate())
+    if (search.IsPartial()) {
         found.notSearched.append(shown + QStringLiteral(" (only in part: time limit)"));
-    else
+        found.missed = shown;
+    } else {
         found.searched.append(shown);
+    }
     if (search.MissedMount())
         found.notSearched.append(QStringLiteral("file systems that are mounted below ") + shown);
 }

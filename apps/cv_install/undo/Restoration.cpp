@@ -213,6 +213,8 @@ bool Restoration::DeleteUnused(const AccountDifference& account, bool keepsGroup
     std::optional<QString> reason;
     if (!found.use.isEmpty())
         reason = QStringLiteral("used by ") + found.use;
+    else if (!found.missed.isEmpty())
+        reason = QStringLiteral("\"%1\" was not searched completely").arg(found.missed);
     else
         reason = DeleteAccount(account, keepsGroup);
     if (reason) {
