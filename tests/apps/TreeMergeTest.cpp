@@ -258,6 +258,15 @@ TEST(TreeMerge, WorksInDirectoryThatPassesOnItsGroup) {
     });
 }
 
+TEST(TreeMerge, CreatesFilesWithoutSetIdBits) {
+    HX_REQUIRE_THROWAWAY_ROOT();
+    ExpectScenarioOnMachine([] {
+        Shell("chmod 6775 /stage/tree/corvane26");
+        EXPECT_EQ(Merge(Compare(), End::Keep, MergePurpose::Undo), "");
+        EXPECT_EQ(Shell("stat -c %a /srv/corvane/corvane26"), "775");
+    });
+}
+
 TEST(TreeMerge, ReplacesFilesThroughLinkOfRoots) {
     HX_REQUIRE_THROWAWAY_ROOT();
     ExpectScenarioOnMachine([] {

@@ -34,6 +34,15 @@ bool IsCreatedEmpty(const PathDifference& difference) {
     return difference.entry != nullptr && difference.entry->item == Item::QueueEntries;
 }
 
+// Members of the service group choose what is in the install tree, so no file there is run with
+// the rights of its owner.
+State AccessOf(const PathDifference& difference) {
+    State access = difference.after;
+    if (difference.entry != nullptr && IsInTree(*difference.entry))
+        access.mode &= S_IRWXU | S_IRWXG | S_IRWXO;
+    return access;
+}
+
 bool CreateFile(const StagedEntry& entry, int directory, const std::string& name) {
     const Descriptor file(openat(directory, name.c_str(),
                                  O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
@@ -47,7 +56,7 @@ bool CreateFile(const StagedEntry& entry, int directory, const std::string& name
         if (!staged || !CopyContent(staged.Number(), file.Number()))
             return false;
     }
-    return SetAccess(file.Number(), entry.difference->after) && fsync(file.Number()) == 0;
+    return SetAccess(file.Number(), AccessOf(*entry.difference)) && fsync(file.Number()) == 0;
 }
 
 bool CreateDirectory(const State& state, int directory, const std::string& name) {
