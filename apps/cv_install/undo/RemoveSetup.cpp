@@ -171,7 +171,8 @@ Failure SetupRemoval::Load() {
     }
     Descriptor tree;
     failure = OpenInstallDirectory(tree);
-    if (!failure)
+    // A link may lead to a file system that is not mounted.
+    if (!failure || IsTreeElsewhere())
         failure = FindUnsavedSetups(tree.Number(), m_saved);
     // Nothing is restored, so no content is read.
     m_content.installDir = QLatin1String(sharedDirectory);

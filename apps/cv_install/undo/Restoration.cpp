@@ -79,10 +79,15 @@ Restoration::Restoration(const Arguments& arguments, UndoPurpose purpose, const 
       m_content(std::move(content)),
       m_readOthers(std::move(readOthers)) {}
 
+// It stays closed if it is kept.
+Failure Restoration::OpenTree(Descriptor& tree) const {
+    return IsTreeKept(m_purpose) ? Failure() : OpenInstallDirectory(tree);
+}
+
 Failure Restoration::Read(LiveMachine& live) {
     const TimeLimit limit;
     Descriptor tree;
-    Failure failure = OpenInstallDirectory(tree);
+    Failure failure = OpenTree(tree);
     if (failure)
         return failure;
     live.rows = ReadLiveRows(tree.Number());
@@ -132,7 +137,7 @@ Failure Restoration::Plan() {
 void Restoration::ShowContents(const Differences& differences) const {
     const Console::Printing printing(Console::Importance::Needed);
     Descriptor tree;
-    if (const Failure failure = OpenInstallDirectory(tree))
+    if (const Failure failure = OpenTree(tree))
         ReportWarning(*failure);
     else
         PrintTextDifferences(m_content, tree.Number(), differences);
@@ -141,7 +146,7 @@ void Restoration::ShowContents(const Differences& differences) const {
 Failure Restoration::ApplyPaths(TreeMerge& tree, Undo& undo) const {
     const TimeLimit limit;
     const std::vector<PathDifference> paths = WithoutOthers();
-    Failure failure = tree.PlaceInTree(paths, undo);
+    Failure failure = IsTreeKept(m_purpose) ? Failure() : tree.PlaceInTree(paths, undo);
     if (!failure)
         failure = tree.PlaceOutside(paths, undo);
     if (!failure)

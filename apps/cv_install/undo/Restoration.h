@@ -30,6 +30,7 @@ public:
     const UndoPlan& Found() const { return m_plan; }
 
 private:
+    Failure OpenTree(Descriptor& tree) const;
     Failure Read(LiveMachine& live);
     void ShowKept() const;
     void ShowContents(const Differences& differences) const;

@@ -24,14 +24,9 @@ const char* ChangedSince(UndoPurpose purpose) {
                               : "changed after the setup; --force restores it";
 }
 
-// The mount points below the install directory, which is not a link.
-std::vector<std::string> MountsInTree() {
-    std::vector<std::string> points;
-    for (const Mount& mount : ReadMounts()) {
-        if (IsBelow(mount.point, sharedDirectory))
-            points.push_back(mount.point);
-    }
-    return points;
+// Before a setup after an unfinished one, also what that one changed elsewhere is restored.
+bool KeepsMounts(UndoPurpose purpose) {
+    return purpose != UndoPurpose::FurtherSetup;
 }
 
 Problem UnreadableInUndo(const std::string& path, int error) {
@@ -60,11 +55,9 @@ public:
           m_root(open("/", O_PATH | O_DIRECTORY | O_CLOEXEC)),
           m_liveTree(liveTree),
           m_purpose(purpose),
-          m_isTreeElsewhere(IsRemoval(purpose) && IsTreeElsewhere()),
+          m_isTreeKept(IsTreeKept(purpose)),
           m_plan(plan) {
-        if (IsRemoval(purpose))
-            m_mounts = MountsInTree();
-        if (m_isTreeElsewhere)
+        if (m_isTreeKept)
             Keep(sharedDirectory, "other machines may use it");
     }
 
@@ -84,6 +77,7 @@ private:
     Failure ReadLive(const SavedPath& path, State& live) const;
     const char* WhyKept(const SavedPath& path, const State& live) const;
     bool StaysInRemoval(const SavedPath& path) const;
+    bool IsOnOtherMount(const LivePath& place) const;
     bool IsRemovedAsChanged(const SavedPath& path, const State& live) const;
     bool IsDamaged(const SavedPath& path) const;
     bool HasOtherEntries(const std::string& path);
@@ -93,8 +87,7 @@ private:
     const Descriptor m_root;
     const int m_liveTree;
     const UndoPurpose m_purpose;
-    const bool m_isTreeElsewhere;
-    std::vector<std::string> m_mounts;
+    const bool m_isTreeKept;
     UndoPlan& m_plan;
     std::vector<PathDifference> m_directories;  // to delete, parents first
     std::set<std::string> m_deleted;
@@ -120,6 +113,19 @@ Failure PathUndo::ReadLive(const SavedPath& path, State& live) const {
     return {};
 }
 
+// True at and below a mount point in the install tree. A user's file system may never answer.
+bool PathUndo::IsOnOtherMount(const LivePath& place) const {
+    if (place.directory == -1)
+        return false;
+    const Descriptor parent = OpenDirectory(place.directory, ParentOf(place.path));
+    if (!parent)
+        return errno == EREMOTE;
+    const Descriptor entry = OpenEntry(parent.Number(), BaseNameOf(place.path));
+    if (!entry && errno == EREMOTE)
+        return true;
+    return MountOf((entry ? entry : parent).Number()) != MountOf(place.directory);
+}
+
 bool HasContent(int top, const std::string& path) {
     const Descriptor directory = OpenDirectory(top, ParentOf(path));
     struct stat found = {};
@@ -133,10 +139,6 @@ bool HasContent(int top, const std::string& path) {
 const char* PathUndo::WhyKept(const SavedPath& path, const State& live) const {
     const State& before = path.before;
     const LivePath place = PlaceOf(path.path);
-    if (std::ranges::any_of(m_mounts, [&](const std::string& point) {
-            return path.path == point || IsBelow(path.path, point);
-        }))
-        return "is on another file system";
     if (IsItem(path, Item::QueueEntries)) {
         if (before.kind == State::Kind::Missing)
             return HasContent(place.directory, place.path) ? "contains jobs" : nullptr;
@@ -170,8 +172,6 @@ bool PathUndo::IsDamaged(const SavedPath& path) const {
 
 // True for what stays without being listed.
 bool PathUndo::StaysInRemoval(const SavedPath& path) const {
-    if (m_isTreeElsewhere && PlaceOf(path.path).isInTree)
-        return true;
     return m_purpose == UndoPurpose::Remove && path.before.kind == State::Kind::Missing &&
            path.entry != nullptr && path.entry->removal == Removal::Purge;
 }
@@ -191,6 +191,16 @@ void PathUndo::Keep(const std::string& path, const char* reason) {
 
 Failure PathUndo::Add(const SavedPath& path) {
     const State& before = path.before;
+    const LivePath place = PlaceOf(path.path);
+    if (place.isInTree && m_isTreeKept) {
+        m_plan.remaining.insert(path.path);
+        return {};
+    }
+    if (place.isInTree && KeepsMounts(m_purpose) && IsOnOtherMount(place)) {
+        Keep(path.path, "is on another file system");
+        m_plan.remaining.insert(path.path);
+        return {};
+    }
     State live;
     if (Failure failure = ReadLive(path, live))
         return failure;
@@ -303,7 +313,7 @@ void KeepAccount(const AccountDifference& account, const char* reason, UndoPlan&
 
 void AddAccounts(const SavedSetup& saved, UndoPurpose purpose, UndoPlan& plan) {
     const std::vector<MemberDifference> members = ExpectedMembers(saved, purpose);
-    const bool isTreeElsewhere = IsRemoval(purpose) && IsTreeElsewhere();
+    const bool isTreeKept = IsTreeKept(purpose);
     std::vector<AccountDifference> accounts = AccountsOf(saved);
     // Users before their groups.
     std::reverse(accounts.begin(), accounts.end());
@@ -319,7 +329,7 @@ void AddAccounts(const SavedSetup& saved, UndoPurpose purpose, UndoPlan& plan) {
             KeepAccount(account, ChangedSince(purpose), plan);
             continue;
         }
-        if (isTreeElsewhere) {
+        if (isTreeKept) {
             KeepAccount(account, "other machines may use it", plan);
             continue;
         }
@@ -349,12 +359,19 @@ void AddMembers(const SavedSetup& saved, UndoPlan& plan) {
 }  // namespace
 
 bool IsTreeElsewhere() {
-    struct stat found = {};
-    if (lstat(sharedDirectory, &found) != 0)
-        return false;
-    return S_ISLNK(found.st_mode) || std::ranges::any_of(ReadMounts(), [](const Mount& mount) {
-               return mount.point == sharedDirectory;
-           });
+    const std::string path = sharedDirectory;
+    const Descriptor parent(open(ParentOf(path).c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    const Descriptor tree = parent ? OpenEntry(parent.Number(), BaseNameOf(path)) : Descriptor();
+    if (!tree)
+        return parent && errno == EREMOTE;
+    if (MountOf(tree.Number()) != MountOf(parent.Number()))
+        return true;
+    const std::optional<State> state = ReadAttributes(tree);
+    return state && state->kind == State::Kind::Link;
+}
+
+bool IsTreeKept(UndoPurpose purpose) {
+    return KeepsMounts(purpose) && IsTreeElsewhere();
 }
 
 Failure FindUndo(const SavedSetup& saved, const StagedMachine& content, int liveTree,

@@ -28,10 +28,13 @@ struct UndoPlan {
 // Compares with the live machine, whose install directory is `liveTree` or, if it does not exist,
 // -1. `content` has the content of files as it was. What others changed after the setup is kept,
 // unless the undo is a forced one; jobs, what was not saved, and directories with other entries are
-// always kept. A removal keeps all of an install directory that other machines may use. Fails if
-// saved content is damaged.
+// always kept. So is all of an install directory that other machines may use. Fails if saved content
+// is damaged.
 Failure FindUndo(const SavedSetup& saved, const StagedMachine& content, int liveTree,
                  const ServiceStates& services, UndoPurpose purpose, UndoPlan& plan);
 
-// Whether the install directory is a link or a mount point, which a removal keeps.
+// Whether the install directory is a link or a mount point.
 bool IsTreeElsewhere();
+
+// Whether it is kept because of that. It need not be accessible then.
+bool IsTreeKept(UndoPurpose purpose);
