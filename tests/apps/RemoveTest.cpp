@@ -210,6 +210,8 @@ struct KeptTree {
 const KeptTree keptTrees[] = {
     {"Link", "mkdir /srv/real; ln -s /srv/real /var/corvane", ":", "/srv/real/QueueLimits",
      "  /var/corvane: other machines may use it\n"},
+    {"LinkToNothing", "mkdir /srv/real; ln -s /srv/real /var/corvane", "mv /srv/real /srv/away",
+     "/srv/away/QueueLimits", "  /var/corvane: other machines may use it\n"},
     {"Mount", "mkdir /var/corvane; mount -t tmpfs none /var/corvane", ":",
      "/var/corvane/QueueLimits", "  /var/corvane: other machines may use it\n"},
     {"MountBelow", ":",

@@ -17,7 +17,7 @@ Failure LivePlaces::OpenAbove(const std::string& path, bool followsLast, RootPat
                                   : OpenRootParent(path, followsLast, opened);
 }
 
-Failure LivePlaces::OpenTree() {
+Failure LivePlaces::OpenTree(bool refusesFuse) {
     RootPath opened;
     if (Failure failure = OpenAbove(m_installDir, !m_isExact, opened))
         return failure;
@@ -35,7 +35,8 @@ Failure LivePlaces::OpenTree() {
     if (!tree->descriptor)
         return RefusedInMerge(m_installDir, "is not a directory");
     m_tree = tree;
-    if (Failure failure = FindFuseBelow(m_tree->descriptor))
+    Failure failure = refusesFuse ? FindFuseBelow(m_tree->descriptor) : Failure();
+    if (failure)
         return failure;
     PrivateDirectory::CleanUp(m_tree);
     return {};

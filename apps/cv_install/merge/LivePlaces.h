@@ -24,8 +24,9 @@ public:
     // counts as none.
     LivePlaces(std::string installDir, const TreeOwners& owners, bool isExact = false);
 
-    // Opens the install directory if it exists. First removes what a killed setup left there.
-    Failure OpenTree();
+    // Opens the install directory if it exists. First removes what a killed setup left there. With
+    // `refusesFuse`, fails if a FUSE file system is mounted at or below it.
+    Failure OpenTree(bool refusesFuse = true);
 
     // After the install directory was placed.
     void OpenNewTree(const LivePlace& place);

@@ -320,7 +320,8 @@ Failure TreeMerge::Impl::Place(const PathDifferences& differences, size_t next, 
 Failure TreeMerge::Impl::PlaceInTree(const PathDifferences& differences, Undo& undo) {
     // Programs that are started after the merge or its undo get the former limit.
     undo.Add([limit = std::make_shared<OpenFilesLimit>()] { return true; });
-    if (Failure failure = m_places.OpenTree())
+    // An undo is planned without what is on other file systems.
+    if (Failure failure = m_places.OpenTree(m_purpose != MergePurpose::Undo))
         return failure;
     PathDifferences inTree;
     for (const PathDifference& difference : differences) {

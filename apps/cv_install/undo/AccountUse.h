@@ -16,7 +16,7 @@ struct AccountUse {
 };
 
 // Searches processes, crontabs and `directories` for the user or group. Directories are read on
-// local file systems only, and not beyond mount points or `limit`. Links to them are followed, those
-// in them are not.
+// local file systems only, and not beyond mount points or `limit`. Links to them are followed,
+// those in them are not.
 AccountUse FindAccountUse(const AccountDifference& account,
                           const std::vector<std::string>& directories, std::chrono::seconds limit);

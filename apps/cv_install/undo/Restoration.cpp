@@ -1,6 +1,7 @@
 #include "undo/Restoration.h"
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -42,18 +43,14 @@ std::vector<std::string> DirectoriesOfAccounts() {
 }
 
 // The service accounts that own the entries after and before the setup.
-struct OwnersOfUndo {
-    uid_t account = static_cast<uid_t>(-1);
-    gid_t group = static_cast<gid_t>(-1);
-    uid_t before = static_cast<uid_t>(-1);
-};
-
-Failure FindOwners(const SavedSetup& saved, OwnersOfUndo& owners) {
+Failure FindOwners(const SavedSetup& saved, TreeOwners& owners) {
+    constexpr auto none = static_cast<uid_t>(-1);
+    owners = {none, none, none, getuid() != 0};
     std::optional<ServiceAccount> recorded;
     if (Failure failure = ReadServiceAccount(recorded))
         return failure;
     if (recorded)
-        owners = {recorded->uid, recorded->gid, recorded->uid};
+        owners = {recorded->uid, recorded->gid, recorded->uid, owners.isPrivateCopy};
     // An interrupted setup in place leaves entries of root's.
     for (const SavedPath& path : PathsOf(saved)) {
         if (path.entry == nullptr || path.entry->owner != Owner::ServiceAccount ||
@@ -62,7 +59,7 @@ Failure FindOwners(const SavedSetup& saved, OwnersOfUndo& owners) {
         owners.account = path.after.back().owner;
         owners.group = path.after.back().group;
         if (path.before.kind != State::Kind::Missing && path.before.owner != 0)
-            owners.before = path.before.owner;
+            owners.recordedAccount = path.before.owner;
         if (path.entry->item == Item::InstallDirectory)
             break;
     }
@@ -91,11 +88,16 @@ Failure Restoration::Read(LiveMachine& live) {
     if (failure)
         return failure;
     live.rows = ReadLiveRows(tree.Number());
-    failure = FindUndo(m_saved, m_content, tree.Number(), m_services, m_purpose, m_plan);
+    failure = FindOwners(m_saved, m_owners);
+    if (!failure)
+        failure =
+            FindUndo(m_saved, m_content, tree.Number(), m_owners, m_services, m_purpose, m_plan);
+    if (failure)
+        return failure;
     live.differences = m_plan.differences;
     m_others = m_readOthers(m_plan);
     live.differences.paths.insert(live.differences.paths.end(), m_others.begin(), m_others.end());
-    return failure;
+    return {};
 }
 
 void Restoration::ShowKept() const {
@@ -184,15 +186,13 @@ void Restoration::OpenUnpackedDirectories() const {
 
 // Everything that can be taken back, then what cannot.
 Failure Restoration::Apply() {
-    OwnersOfUndo owners;
-    if (Failure failure = FindOwners(m_saved, owners))
-        return failure;
     OpenUnpackedDirectories();
     Undo undo;
     if (m_services.isManagerRunning)
         StopRemovedService(m_differences);
     StopServiceForUndo(m_differences, undo);
-    TreeMerge tree(m_content, owners.account, owners.group, owners.before, MergePurpose::Undo);
+    TreeMerge tree(m_content, m_owners.account, m_owners.group, m_owners.recordedAccount,
+                   MergePurpose::Undo);
     Failure failure = ApplyPaths(tree, undo);
     if (!failure)
         failure = ApplyMembers(m_differences.members, undo);

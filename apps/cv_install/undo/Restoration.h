@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "answers/Arguments.h"
+#include "installation/TreeOwners.h"
 #include "merge/TreeMerge.h"
 #include "report/Agreement.h"
 #include "staging/Recorder.h"
@@ -46,9 +47,10 @@ private:
     StagedMachine m_content;
     const OtherReader m_readOthers;
     ServiceStates m_services;
+    TreeOwners m_owners = {};
     UndoPlan m_plan;
     std::vector<PathDifference> m_others;  // that the caller deletes
-    Differences m_differences;  // that were shown
+    Differences m_differences;             // that were shown
 };
 
 // What an action has instead of "setup canceled", "during the setup" and "run the setup again".

@@ -50,10 +50,12 @@ bool IsItem(const SavedPath& path, Item item) {
 
 class PathUndo {
 public:
-    PathUndo(const StagedMachine& content, int liveTree, UndoPurpose purpose, UndoPlan& plan)
+    PathUndo(const StagedMachine& content, int liveTree, const TreeOwners& owners,
+             UndoPurpose purpose, UndoPlan& plan)
         : m_content(content),
           m_root(open("/", O_PATH | O_DIRECTORY | O_CLOEXEC)),
           m_liveTree(liveTree),
+          m_owners(owners),
           m_purpose(purpose),
           m_isTreeKept(IsTreeKept(purpose)),
           m_plan(plan) {
@@ -62,6 +64,10 @@ public:
     }
 
     Failure Add(const SavedPath& path);
+
+    // Members of the service group can put other directories in the place of those in the install
+    // tree. What the merge would refuse to reach is kept.
+    void KeepUnreachable();
 
     // Children before their parents, so that a directory can be empty by then.
     void AddDeletedDirectories();
@@ -80,17 +86,21 @@ private:
     bool IsOnOtherMount(const LivePath& place) const;
     bool IsRemovedAsChanged(const SavedPath& path, const State& live) const;
     bool IsDamaged(const SavedPath& path) const;
+    bool IsUnpacked(const std::string& directory) const;
+    std::string FindRefused(const PathDifference& difference) const;
     bool HasOtherEntries(const std::string& path);
     void Keep(const std::string& path, const char* reason);
 
     const StagedMachine& m_content;
     const Descriptor m_root;
     const int m_liveTree;
+    const TreeOwners& m_owners;
     const UndoPurpose m_purpose;
     const bool m_isTreeKept;
     UndoPlan& m_plan;
     std::vector<PathDifference> m_directories;  // to delete, parents first
     std::set<std::string> m_deleted;
+    std::set<std::string> m_created;  // directories
 };
 
 PathUndo::LivePath PathUndo::PlaceOf(const std::string& path) const {
@@ -144,7 +154,9 @@ const char* PathUndo::WhyKept(const SavedPath& path, const State& live) const {
             return HasContent(place.directory, place.path) ? "contains jobs" : nullptr;
         const bool isSameFile =
             live.kind == before.kind && live.owner == before.owner && live.group == before.group;
-        return isSameFile ? nullptr : "jobs are never restored";
+        // What the merge refuses. Each user can create a hard link.
+        return isSameFile && IsQueueFileOfSetup(live, m_owners) ? nullptr
+                                                                : "jobs are never restored";
     }
     switch (before.kind) {
         case State::Kind::File:
@@ -186,7 +198,10 @@ bool PathUndo::IsRemovedAsChanged(const SavedPath& path, const State& live) cons
 }
 
 void PathUndo::Keep(const std::string& path, const char* reason) {
-    m_plan.kept.append(QString::fromStdString(path) + QStringLiteral(": ") + QLatin1String(reason));
+    const QString line =
+        QString::fromStdString(path) + QStringLiteral(": ") + QLatin1String(reason);
+    if (!m_plan.kept.contains(line))
+        m_plan.kept.append(line);
 }
 
 Failure PathUndo::Add(const SavedPath& path) {
@@ -237,6 +252,61 @@ Failure PathUndo::Add(const SavedPath& path) {
     else
         m_plan.differences.paths.push_back(std::move(difference));
     return {};
+}
+
+// True for what an interrupted setup in place unpacked. The undo opens it before the merge.
+bool PathUndo::IsUnpacked(const std::string& directory) const {
+    return std::ranges::any_of(m_directories, [&](const PathDifference& each) {
+        const bool isClosed = each.before.owner == 0 && (each.before.mode & S_IXOTH) == 0;
+        return isClosed && each.entry != nullptr && each.entry->ownsAllBelow &&
+               (directory == each.path || IsBelow(directory, each.path));
+    });
+}
+
+// The first directory above an entry of the tree that the merge refuses; empty without one. It
+// refuses the install directory itself on its own.
+std::string PathUndo::FindRefused(const PathDifference& difference) const {
+    const LivePath place = PlaceOf(difference.path);
+    Descriptor opened;
+    if (!place.isInTree || m_liveTree == -1 ||
+        OpenTreeDirectory(m_liveTree, sharedDirectory, "", m_owners, opened))
+        return {};
+    for (size_t end = place.path.find('/'); end != std::string::npos;
+         end = place.path.find('/', end + 1)) {
+        const std::string below = place.path.substr(0, end);
+        const std::string path =
+            difference.path.substr(0, difference.path.size() - place.path.size() + end);
+        if (m_created.contains(path))
+            return {};
+        if (OpenTreeDirectory(m_liveTree, sharedDirectory, below, m_owners, opened) &&
+            !IsUnpacked(path))
+            return path;
+    }
+    return {};
+}
+
+void PathUndo::KeepUnreachable() {
+    std::set<std::string> refused;
+    for (const PathDifference& each : m_plan.differences.paths) {
+        if (each.change == Change::Create && each.after.kind == State::Kind::Directory)
+            m_created.insert(each.path);
+    }
+    for (std::vector<PathDifference>* list : {&m_plan.differences.paths, &m_directories}) {
+        std::set<std::string> kept;
+        for (const PathDifference& each : *list) {
+            const std::string directory = FindRefused(each);
+            if (directory.empty())
+                continue;
+            refused.insert(directory);
+            kept.insert(each.path);
+            m_created.erase(each.path);
+            m_deleted.erase(each.path);
+            m_plan.remaining.insert(each.path);
+        }
+        std::erase_if(*list, [&](const PathDifference& each) { return kept.contains(each.path); });
+    }
+    for (const std::string& directory : refused)
+        Keep(directory, "is another directory");
 }
 
 // What a killed setup left is removed before. A removal lists what is not from a setup.
@@ -375,14 +445,16 @@ bool IsTreeKept(UndoPurpose purpose) {
 }
 
 Failure FindUndo(const SavedSetup& saved, const StagedMachine& content, int liveTree,
-                 const ServiceStates& services, UndoPurpose purpose, UndoPlan& plan) {
+                 const TreeOwners& owners, const ServiceStates& services, UndoPurpose purpose,
+                 UndoPlan& plan) {
     plan = {};
-    PathUndo undo(content, liveTree, purpose, plan);
+    PathUndo undo(content, liveTree, owners, purpose, plan);
     for (const SavedPath& path : PathsOf(saved)) {
         if (Failure failure = undo.Add(path))
             return failure;
     }
     SortByDirectories(plan.differences.paths);
+    undo.KeepUnreachable();
     undo.AddDeletedDirectories();
     if (purpose == UndoPurpose::FurtherSetup)
         return {};

@@ -7,11 +7,12 @@
 
 #include "Problem.h"
 #include "installation/StagedMachine.h"
+#include "installation/TreeOwners.h"
 #include "staging/Recorder.h"
 #include "undo/SavedSetup.h"
 
-// The purpose of restoring a state. A removal keeps settings and accounts that setups created, and a
-// purge deletes them, settings also if they were edited. Before a setup after an unfinished one,
+// The purpose of restoring a state. A removal keeps settings and accounts that setups created, and
+// a purge deletes them, settings also if they were edited. Before a setup after an unfinished one,
 // only paths are restored, also changed ones.
 enum class UndoPurpose { Undo, ForcedUndo, Remove, Purge, FurtherSetup };
 
@@ -26,12 +27,13 @@ struct UndoPlan {
 };
 
 // Compares with the live machine, whose install directory is `liveTree` or, if it does not exist,
-// -1. `content` has the content of files as it was. What others changed after the setup is kept,
-// unless the undo is a forced one; jobs, what was not saved, and directories with other entries are
-// always kept. So is all of an install directory that other machines may use. Fails if saved content
-// is damaged.
+// -1, with entries of `owners`. `content` has the content of files as it was. What others changed
+// after the setup is kept, unless the undo is a forced one; jobs, what was not saved, and
+// directories with other entries are always kept. So is all of an install directory that other
+// machines may use. Fails if saved content is damaged.
 Failure FindUndo(const SavedSetup& saved, const StagedMachine& content, int liveTree,
-                 const ServiceStates& services, UndoPurpose purpose, UndoPlan& plan);
+                 const TreeOwners& owners, const ServiceStates& services, UndoPurpose purpose,
+                 UndoPlan& plan);
 
 // Whether the install directory is a link or a mount point.
 bool IsTreeElsewhere();
