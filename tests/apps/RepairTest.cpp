@@ -227,7 +227,9 @@ ln -f /srv/victims/snapshot corvane26_snapshot
 ln -f /srv/victims/limits QueueLimits
 ln -f /srv/victims/queue QueueEntries
 rm corvane26_ssh
-mkfifo corvane26_ssh
+echo attack > corvane26_ssh
+chown ann corvane26_ssh
+chmod 755 corvane26_ssh
 mv qchemrc /srv/qchemrc.aside
 ln -s /srv/victims/qchemrc qchemrc
 cd corvanerc/corvane26server
@@ -248,6 +250,7 @@ void ExpectNothingWrittenThroughPlanted(const RepairedState& before) {
     EXPECT_EQ(VictimsOfRepair(), untouched);
     EXPECT_EQ(Shell("cat /var/corvane/QueueEntries.2*"), "queue");
     EXPECT_EQ(Shell("ls /var/corvane/corvane26_samba.2*"), "file");
+    EXPECT_EQ(Shell("cat /var/corvane/corvane26_ssh.2*"), "attack");
     Shell("rm -r /srv/victims /srv/qchemrc.aside /var/corvane/corvane26_samba.2*");
     ExpectRepaired(before, repair);
 }

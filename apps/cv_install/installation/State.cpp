@@ -239,6 +239,8 @@ std::optional<FileContent> ReadContent(int base, const std::string& path, Readin
     if (!entry || fstatat(entry.Number(), "", &found, AT_EMPTY_PATH) != 0)
         return {};
     FileContent content;
+    content.owner = found.st_uid;
+    content.links = found.st_nlink;
     if (!S_ISREG(found.st_mode))
         content.refusal = "it is not a regular file";
     else if (reading != Reading::AllFiles && (!isPublic || (found.st_mode & S_IROTH) == 0))

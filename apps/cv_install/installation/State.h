@@ -91,6 +91,8 @@ std::optional<State> ReadStateAt(int base, const std::string& path,
 struct FileContent {
     QByteArray bytes;
     const char* refusal = nullptr;  // why it was not read; null if it was
+    uid_t owner = 0;
+    nlink_t links = 0;
 };
 
 // The content of a regular file of at most 64 MB that `reading` includes. Empty, with errno set, on

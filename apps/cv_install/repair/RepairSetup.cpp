@@ -222,7 +222,8 @@ bool WriteStaged(int tree, const std::string& path, const QByteArray& text) {
            WriteAll(file.Number(), {text.constData(), static_cast<size_t>(text.size())}) == 0;
 }
 
-// What users wrote to a file stays. A private file may be another user's: it goes aside.
+// What users wrote to a file stays. Members of the service group can put their own or another
+// user's file there, which the repair would give to root: it goes aside.
 Failure SetupRepair::TakeSharedContents() {
     const Descriptor tree = OpenTree();
     // A private copy is the user's own.
@@ -235,7 +236,11 @@ Failure SetupRepair::TakeSharedContents() {
             continue;
         const LayerPath place = PathIn(m_staged, difference.path);
         const auto live = ReadContent(tree.Number(), place.path, reading);
-        if (!live || live->refusal != nullptr) {
+        const bool isKnown =
+            live &&
+            (!m_installation.IsRoots() ||
+             (live->links == 1 && (live->owner == 0 || live->owner == difference.after.owner)));
+        if (!isKnown || live->refusal != nullptr) {
             difference.keepsReplaced = true;
             continue;
         }
