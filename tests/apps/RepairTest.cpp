@@ -106,7 +106,8 @@ bool DamagesRecord(const Target& target, const Damage& damage) {
 // users but cannot be read by everyone or has another owner.
 std::string DatedFiles() {
     return Shell(
-        "find /var/corvane -name '*.20[0-9][0-9][0-9][0-9][0-9][0-9]-*' -print -delete | sed "
+        "find /var/corvane -name '*.20[0-9][0-9][0-9][0-9][0-9][0-9]-*' -prune -print "
+        "-exec rm -r '{}' + | sed "
         "'s/20[0-9].*//'");
 }
 
@@ -230,6 +231,10 @@ rm corvane26_ssh
 echo attack > corvane26_ssh
 chown ann corvane26_ssh
 chmod 755 corvane26_ssh
+rm -r corvanerc/corvane26
+mkdir corvanerc/corvane26
+touch corvanerc/corvane26/result
+chown -R ann corvanerc/corvane26
 mv qchemrc /srv/qchemrc.aside
 ln -s /srv/victims/qchemrc qchemrc
 cd corvanerc/corvane26server
@@ -251,7 +256,11 @@ void ExpectNothingWrittenThroughPlanted(const RepairedState& before) {
     EXPECT_EQ(Shell("cat /var/corvane/QueueEntries.2*"), "queue");
     EXPECT_EQ(Shell("ls /var/corvane/corvane26_samba.2*"), "file");
     EXPECT_EQ(Shell("cat /var/corvane/corvane26_ssh.2*"), "attack");
-    Shell("rm -r /srv/victims /srv/qchemrc.aside /var/corvane/corvane26_samba.2*");
+    EXPECT_EQ(Shell("cd /var/corvane; stat -c '%U %a' corvane26.2*; ls corvane26.2*"),
+              "ann 755\nresult");
+    Shell(
+        "rm -r /srv/victims /srv/qchemrc.aside /var/corvane/corvane26_samba.2* "
+        "/var/corvane/corvane26.2*");
     ExpectRepaired(before, repair);
 }
 

@@ -26,8 +26,8 @@ bool IsQueueFile(const PathDifference& difference) {
     return difference.entry != nullptr && difference.entry->item == Item::QueueEntries;
 }
 
-// A directory that exists gets at most another owner or mode. So does a web page in a setup, unless
-// the product has another version of it.
+// A directory that exists gets at most another owner or mode, unless it is another one. So does a
+// web page in a setup, unless the product has another version of it.
 bool IsChangedInPlace(const PathDifference& difference, const std::string& installDir,
                       MergePurpose purpose) {
     const State& before = difference.before;
@@ -35,7 +35,7 @@ bool IsChangedInPlace(const PathDifference& difference, const std::string& insta
     if (before.kind != after.kind)
         return false;
     if (after.kind == State::Kind::Directory)
-        return true;
+        return !difference.keepsReplaced;
     return purpose == MergePurpose::Setup && difference.entry != nullptr &&
            difference.entry->ownsAllBelow && before.digest == after.digest &&
            before.target == after.target &&

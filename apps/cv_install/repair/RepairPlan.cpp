@@ -61,7 +61,7 @@ private:
     std::optional<State> ReadLive(const ManifestEntry& entry) const;
     void AddMissingParent(const std::string& path);
     void AddLimits(PathDifference& difference, const Attributes& attributes) const;
-    QString WhyDirectoryStays(const ManifestEntry& entry, const State& live) const;
+    QString WhyDirectoryStays(const ManifestEntry& entry, State& live, bool& isOther) const;
     bool HasRecordedChild(const ManifestEntry& directory, const Descriptor& opened) const;
     void Leave(const Attributes& attributes, const QString& reason);
     void TakeUser(const FoundDifference& difference);
@@ -199,6 +199,7 @@ void RepairPlanning::AddPath(const ManifestEntry& entry, const std::string& show
     if (!IsBelowOneOf(shown, m_created))
         live = ReadLive(entry);
     QString reason;
+    bool isOther = false;
     if (!live)
         reason = QStringLiteral("it cannot be read");
     else if (row == nullptr)
@@ -206,7 +207,7 @@ void RepairPlanning::AddPath(const ManifestEntry& entry, const std::string& show
     else if (IsOfOther(entry, *live))
         reason = QStringLiteral("it belongs to another user");
     else if (live->kind == State::Kind::Directory && live->kind == entry.state.kind)
-        reason = WhyDirectoryStays(entry, *live);
+        reason = WhyDirectoryStays(entry, *live, isOther);
     if (!reason.isEmpty()) {
         Leave(attributes, reason);
         m_leftPaths.push_back(shown);
@@ -220,10 +221,12 @@ void RepairPlanning::AddPath(const ManifestEntry& entry, const std::string& show
     if (isFile && IsContentOfSetup(entry) && !attributes.contains("content"))
         difference.before.digest = entry.state.digest;
     // Pages may have been edited.
-    difference.keepsReplaced = isFile && row->ownsAllBelow && attributes.contains("content");
+    difference.keepsReplaced =
+        isOther || (isFile && row->ownsAllBelow && attributes.contains("content"));
     if (row->item == Item::QueueLimits)
         AddLimits(difference, attributes);
-    if (entry.state.kind == State::Kind::Directory && live->kind != State::Kind::Directory)
+    if (entry.state.kind == State::Kind::Directory &&
+        (live->kind != State::Kind::Directory || isOther))
         m_created.insert(shown);
     if (isMissing && !IsBelow(path, m_tree))
         AddMissingParent(path);
@@ -285,23 +288,34 @@ bool IsEmptyDirectory(const Descriptor& opened) {
 }
 
 // Members of the service group can put another user's directory in the place of one in the install
-// tree, and the restored owner and mode would give them access to what is in it. Only a directory
-// that everyone can read already has no secret. A private one is taken if it contains what a setup
-// put there, where only its owner can write.
-QString RepairPlanning::WhyDirectoryStays(const ManifestEntry& entry, const State& live) const {
+// tree, and the restored owner and mode would give them access to what is in it. So one of another
+// owner is replaced by a new directory (`isOther`), unless it contains what a setup put there, and
+// either only its owner can write to it, or the group can already. A private one is taken only if
+// such an entry is in it or if it is empty, and only its owner can write to it. Sets `live` to the
+// state of the directory that was checked.
+QString RepairPlanning::WhyDirectoryStays(const ManifestEntry& entry, State& live,
+                                          bool& isOther) const {
     if (!m_installation.IsRoots() || !IsBelow(PathOf(entry), m_tree))
         return {};
     const Descriptor opened = OpenDirectory(m_top.Number(), entry.path);
     const Descriptor parent = OpenDirectory(m_top.Number(), ParentOf(entry.path));
-    if (!opened || !parent)
+    const std::optional<State> checked = opened ? ReadAttributes(opened) : std::nullopt;
+    if (!checked || !parent)
         return QStringLiteral("it cannot be read");
     if (MountOf(opened.Number()) != MountOf(parent.Number()))
         return QStringLiteral("it is a mount point");
+    live = *checked;
     constexpr mode_t forAll = S_IROTH | S_IXOTH;
-    if ((live.mode & forAll) == forAll)
+    const bool isOwners = live.owner == entry.state.owner;
+    const bool onlyOwnerWrites = (live.mode & (S_IWGRP | S_IWOTH)) == 0;
+    const bool isSetups = HasRecordedChild(entry, opened);
+    if ((live.mode & forAll) == forAll) {
+        const bool isShared =
+            live.group == entry.state.group && (live.mode & (S_IWGRP | S_ISVTX)) == mode_t{S_IWGRP};
+        isOther = !isOwners && !(isSetups && (onlyOwnerWrites || isShared));
         return {};
-    const bool isOwners = live.owner == entry.state.owner && (live.mode & S_IWGRP) == 0;
-    if (isOwners && (IsEmptyDirectory(opened) || HasRecordedChild(entry, opened)))
+    }
+    if (isOwners && onlyOwnerWrites && (isSetups || IsEmptyDirectory(opened)))
         return {};
     return QStringLiteral("it may be another user's private directory");
 }
