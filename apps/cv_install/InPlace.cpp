@@ -88,7 +88,10 @@ Failure CarryOut(CInstallBase& run, const PreviousSetup& previous, const Answers
         failure = FindUnsafePath(run.m_installDir, Changes::None);
     if (failure)
         return failure;
-    const FormerPages formerPages = FindReplacedPages(previous.manifest, packed, conditions);
+    const Descriptor formerTree(
+        open(run.m_installDir.toUtf8().constData(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    const FormerPages formerPages =
+        FindReplacedPages(previous.manifest, packed, conditions, formerTree.Number());
     const SetupFacts facts = FactsOf(CommandLine(), run.m_installDir);
     SavedStates states(run.m_installDir);
     SetupLog::Keep();

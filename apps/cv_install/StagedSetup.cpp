@@ -52,8 +52,8 @@ Failure FindNeed(const StagedMachine& staged, const LiveReader& read, bool& isNe
 
 // Removes the staged directories of web pages that the script is to unpack again. They are empty.
 Failure StageNewPages(const CInstallBase& run, const PreviousSetup& previous,
-                      const PackedPages& packed, StagedMachine& staged) {
-    staged.formerPages = FindReplacedPages(previous.manifest, packed, staged.conditions);
+                      const PackedPages& packed, int liveTree, StagedMachine& staged) {
+    staged.formerPages = FindReplacedPages(previous.manifest, packed, staged.conditions, liveTree);
     for (const Entry& entry : Entries()) {
         const std::string path = PathOf(entry, run.m_installDir.toStdString());
         if (IsReplaced(entry, staged.formerPages) && rmdir(path.c_str()) != 0 && errno != ENOENT)
@@ -69,7 +69,7 @@ Failure StageFiles(CInstallBase& run, const PreviousSetup& previous, const Descr
     HideMembersFromScript(run);
     PackedPages packed;
     packed.Read(run, staged.conditions);
-    Failure failure = StageNewPages(run, previous, packed, staged);
+    Failure failure = StageNewPages(run, previous, packed, liveTree.Number(), staged);
     if (!failure) {
         // For a user, the library reports each file.
         const Console::Printing detail(Console::Importance::Detail);

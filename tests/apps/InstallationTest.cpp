@@ -10,8 +10,10 @@
 
 #include "apps/RootSetup.h"
 #include "harness/Pattern.h"
+#include "harness/TempDir.h"
 #include "installation/Installation.h"
 #include "machine/ThrowawayRoot.h"
+#include "record/InstalledEntries.h"
 
 namespace {
 
@@ -236,6 +238,31 @@ void ExpectManifest(const Case& test) {
     EXPECT_TRUE(verification.out.starts_with("No differences from ") ||
                 verification.out.starts_with("Not checked: "))
         << verification.out;
+}
+
+// An edited page is not one of the setup, whatever is known of earlier setups.
+TEST(InstalledEntries, HavePackedPagesWithoutPreviousManifest) {
+    const hx_test::TempDir tree;
+    const std::string pages = tree / pagesParent;
+    Shell("mkdir -p " + pages + "; tar -C " + pages +
+          " -xf " HX_PRODUCT_DIR "/docroot/resources.tar; cd " + pages +
+          "/resources; sha256sum * > ../digests; "
+          "echo edited > index.html");
+    const InstalledEntries installed({.installDir = QString::fromStdString(tree.path().string()),
+                                      .productDir = QStringLiteral(HX_PRODUCT_DIR),
+                                      .conditions = AsUser | WithoutClusterNode,
+                                      .serviceUser = {},
+                                      .serviceGroup = {}},
+                                     std::nullopt);
+    Manifest manifest;
+    const Failure failure = installed.Read(manifest);
+    EXPECT_FALSE(failure) << failure->text.toStdString();
+    std::string digests;
+    for (const ManifestEntry& entry : manifest.entries) {
+        if (!entry.state.digest.empty())
+            digests += entry.state.digest + "  " + fs::path(entry.path).filename().string() + '\n';
+    }
+    EXPECT_EQ(digests, hx_test::ReadFile(pages + "/digests"));
 }
 
 class Installation : public testing::TestWithParam<Case> {};

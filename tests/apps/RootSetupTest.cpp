@@ -11,6 +11,7 @@
 #include "apps/Leaks.h"
 #include "apps/RootSetup.h"
 #include "apps/UserSetup.h"
+#include "harness/Effort.h"
 #include "harness/Expect.h"
 #include "harness/TempDir.h"
 #include "harness/Terminal.h"
@@ -393,6 +394,34 @@ TEST(RootSetup, ReplacesPagesOfEarlierProduct) {
                 EXPECT_EQ(Shell("/opt/corvane26/cv_install --verify > /dev/null; echo $?"), "0");
             });
         }
+    }
+}
+
+// A removal keeps edited pages, and directories with other files.
+TEST(RootSetup, UnpacksMissingPagesAgainAfterRemoval) {
+    HX_REQUIRE_THROWAWAY_ROOT();
+    const std::string pages = "cd /var/corvane/corvanerc/corvane26server; ";
+    const std::string list = pages + "find resources icons -type f | LC_ALL=C sort";
+    for (const RootMode mode : {RootMode::Staged, RootMode::InPlace}) {
+        if (mode == RootMode::InPlace && !hx_test::TriesEveryFault())
+            continue;
+        HX_EXPECT_SCENARIO([&] {
+            LayOutRootSetup();
+            EXPECT_EQ(RunRootSetup({"--yes"}, {}, mode).status, 0);
+            const std::string all = Shell(list);
+            Shell(pages + "echo edited > resources/index.html; touch icons/own.svg; "
+                          "/opt/corvane26/cv_install --remove --yes");
+            EXPECT_EQ(Shell(list), "icons/own.svg\nresources/index.html");
+            const auto again = RunRootSetup({"--yes"}, {}, mode);
+            EXPECT_EQ(again.status, 0) << again.out;
+            EXPECT_NE(again.err.find("\"index.html\" was replaced; what was there is now "),
+                      std::string::npos)
+                << again.err;
+            EXPECT_EQ(Shell(pages + "mv resources/index.html.* /srv/edited; cat /srv/edited"),
+                      "edited");
+            EXPECT_EQ(Shell(pages + "rm icons/own.svg; " + list.substr(pages.size())), all);
+            EXPECT_EQ(Shell("/opt/corvane26/cv_install --verify > /dev/null; echo $?"), "0");
+        });
     }
 }
 

@@ -37,8 +37,7 @@ struct StagedMachine {
     bool isManagerRunning = true;  // the service manager of the machine, before the setup
     QStringList activeServices;    // names of the services that were active before the setup
     Answers answers;               // that the setup uses
-    // Web pages of which the product has another version, as the previous setup installed them:
-    // SHA-256 by path below the install directory.
+    // See ReplacedPages.h.
     QMap<QString, QString> formerPages;
     bool isRecorded = false;  // the record has these answers, of this version
     std::vector<std::pair<QString, QString>> values;  // answers in use: label and value

@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
+#include <map>
 
 #include "installation/TreeCheck.h"
 
@@ -199,16 +200,25 @@ bool InstalledEntries::TakeKeptPages(const Entry& entry, const Base& base,
 Failure InstalledEntries::AddPages(const Entry& entry, const Base& base, Manifest& manifest) const {
     if (m_keptPages.contains(&entry) && TakeKeptPages(entry, base, manifest))
         return {};
-    std::set<std::string> paths;
+    std::map<std::string, const QByteArray*> texts;  // null for a directory
     for (const PackedPages::Page& page : m_packed->PagesOf(entry)) {
         for (fs::path path = page.path; path.string() != entry.path && path.has_relative_path();
              path = path.parent_path())
-            paths.insert(path.string());
+            texts.emplace(path.string(), nullptr);
+        texts[page.path] = &page.text;
     }
-    const Reading reading = IsRoots() ? Reading::PublicFiles : Reading::AllFiles;
-    for (const std::string& path : paths) {
-        if (Failure failure = AddInTree(path, reading, true, base, manifest))
+    for (const auto& [path, text] : texts) {
+        const size_t count = manifest.entries.size();
+        if (Failure failure = AddInTree(path, Reading::Nothing, true, base, manifest))
             return failure;
+        if (text == nullptr || manifest.entries.size() == count)
+            continue;
+        // An edited page would count as one of the setup.
+        State& state = manifest.entries.back().state;
+        if (state.kind == State::Kind::File) {
+            state.digest = DigestOfPage(*text).toStdString();
+            state.size = text->size();
+        }
     }
     return {};
 }

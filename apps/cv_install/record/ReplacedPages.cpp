@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <QCryptographicHash>
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
@@ -34,15 +35,20 @@ FormerPages InstalledPages(const Manifest& manifest, const Entry& directory) {
     return pages;
 }
 
-QString DigestOfPage(const QByteArray& text) {
-    return QString::fromLatin1(QCryptographicHash::hash(text, QCryptographicHash::Sha256).toHex());
-}
-
 FormerPages PagesOfProduct(const PackedPages& packed, const Entry& directory) {
     FormerPages pages;
     for (const PackedPages::Page& page : packed.PagesOf(directory))
         pages[QString::fromStdString(page.path)] = DigestOfPage(page.text);
     return pages;
+}
+
+// A removal keeps a directory with edited pages or with other files.
+bool LacksPage(int tree, const PackedPages& packed, const Entry& directory) {
+    return OpenDirectory(tree, directory.path) &&
+           std::ranges::any_of(packed.PagesOf(directory), [&](const PackedPages::Page& page) {
+               const auto found = ReadStateAt(tree, page.path, Reading::Nothing);
+               return found && found->kind == State::Kind::Missing;
+           });
 }
 
 Problem CannotReplace(const std::string& page, int error) {
@@ -110,25 +116,29 @@ Failure RemoveFormerPage(int tree, const std::string& path, const QString& diges
 
 }  // namespace
 
+QString DigestOfPage(const QByteArray& text) {
+    return QString::fromLatin1(QCryptographicHash::hash(text, QCryptographicHash::Sha256).toHex());
+}
+
 FormerPages FindReplacedPages(const std::optional<Manifest>& previous, const PackedPages& packed,
-                              unsigned conditions) {
+                              unsigned conditions, int tree) {
     FormerPages replaced;
     for (const Entry& entry : Entries()) {
-        if (!previous || entry.check != Check::Archive || !Applies(entry, conditions))
+        if (entry.check != Check::Archive || !Applies(entry, conditions))
             continue;
-        const FormerPages former = InstalledPages(*previous, entry);
+        const FormerPages former = previous ? InstalledPages(*previous, entry) : FormerPages();
         const FormerPages now = PagesOfProduct(packed, entry);
-        if (!now.isEmpty() && former != now)
-            replaced.insert(former);
+        const bool isReplaced = former.isEmpty() ? LacksPage(tree, packed, entry) : former != now;
+        if (now.isEmpty() || !isReplaced)
+            continue;
+        replaced.insert(former);
+        replaced.insert(QLatin1String(entry.path), {});
     }
     return replaced;
 }
 
 bool IsReplaced(const Entry& directory, const FormerPages& former) {
-    const QString first = QLatin1String(directory.path) + u'/';
-    const auto found = former.lowerBound(first);
-    return directory.check == Check::Archive && found != former.end() &&
-           found.key().startsWith(first);
+    return former.contains(QLatin1String(directory.path));
 }
 
 Failure ReplacePages(const QString& installDir, const FormerPages& former,

@@ -1,4 +1,4 @@
-// Web pages of which a newer product has another version.
+// Web pages of which a newer product has another version, and missing ones.
 #pragma once
 
 #include <QMap>
@@ -7,16 +7,20 @@
 #include "installation/PackedPages.h"
 #include "record/Manifest.h"
 
-// The pages of a directory as the previous setup installed them: SHA-256 by path below the install
-// directory. Empty if the product still has the same ones.
+// The directories that a setup unpacks again, and their pages as the previous setup installed them:
+// SHA-256 by path below the install directory; empty for a directory.
 using FormerPages = QMap<QString, QString>;
 
-// Returns the former pages of all directories of which the product, `packed`, has others. Without
-// a manifest, edited pages cannot be recognized.
+// Returns the former pages of all directories of which the product, `packed`, has others. Where the
+// previous manifest lists no pages, such as after a removal, these are the directories of the
+// install directory `tree` in which a page is missing. `tree` is -1 if it does not exist.
 FormerPages FindReplacedPages(const std::optional<Manifest>& previous, const PackedPages& packed,
-                              unsigned conditions);
+                              unsigned conditions, int tree);
 
-// True if the product has other pages for this directory.
+// SHA-256.
+QString DigestOfPage(const QByteArray& text);
+
+// True if the setup unpacks this directory again.
 bool IsReplaced(const Entry& directory, const FormerPages& former);
 
 // The name of a page that is being written, in its directory.
