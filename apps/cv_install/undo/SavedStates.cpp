@@ -133,15 +133,15 @@ bool WriteNew(int directory, const std::string& name, const QByteArray& bytes, m
 }
 
 // Some file systems have no hard links.
-bool LinkOrCopy(int from, const std::string& path, int to, const std::string& name) {
-    if (linkat(from, path.c_str(), to, name.c_str(), 0) == 0)
+bool LinkOrCopy(int from, const std::string& file, int to, const std::string& copy) {
+    if (linkat(from, file.c_str(), to, copy.c_str(), 0) == 0)
         return true;
     if (errno != EPERM && errno != EOPNOTSUPP)
         return false;
-    const std::optional<FileContent> content = ReadContent(from, path, Reading::AllFiles);
-    const std::optional<State> found = ReadStateAt(from, path, Reading::Nothing);
+    const std::optional<FileContent> content = ReadContent(from, file, Reading::AllFiles);
+    const std::optional<State> found = ReadStateAt(from, file, Reading::Nothing);
     return content && found && content->refusal == nullptr &&
-           WriteNew(to, name, content->bytes, found->mode);
+           WriteNew(to, copy, content->bytes, found->mode);
 }
 
 Failure SaveContent(const PathDifference& difference, int liveTree, const StagedMachine& layers) {
