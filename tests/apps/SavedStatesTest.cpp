@@ -150,6 +150,41 @@ TEST(SavedStates, RestoreRecordWithoutHardLinks) {
     });
 }
 
+// Otherwise a repair after a removal that was killed would create everything again.
+TEST(SavedStates, RemovalRemovesManifestFirst) {
+    HX_REQUIRE_THROWAWAY_ROOT();
+    ExpectOnMachine([] {
+        {
+            SavedStates states(installDir);
+            EXPECT_EQ(Begin(states), "");
+            states.Complete();
+        }
+        RecordSetup("first");
+        Shell("mkdir " + record + "/private/states/first/state.new");
+        SavedStates states(installDir);
+        bool isFound = false;
+        EXPECT_EQ(TextOf(states.LoadFirst(isFound)), "");
+        EXPECT_TRUE(isFound);
+        const SavedSetup remaining = states.Saved();
+        EXPECT_TRUE(states.KeepFirst(states.Facts(), remaining));
+        EXPECT_EQ(Shell("ls " + record), "private");
+        Shell("rmdir " + record + "/private/states/first/state.new");
+        EXPECT_EQ(TextOf(states.KeepFirst(states.Facts(), remaining)), "");
+        EXPECT_EQ(Shell("ls " + record + "/private/states"), "first");
+    });
+}
+
+// An undo lists them as kept.
+TEST(SavedStates, LeaveOutLargeFiles) {
+    HX_REQUIRE_THROWAWAY_ROOT();
+    ExpectOnMachine([] {
+        Shell("truncate -s 65M " + changedFile);
+        SavedStates states(installDir);
+        EXPECT_EQ(Begin(states), "");
+        EXPECT_EQ(Shell("find " + record + " -size +1M"), "");
+    });
+}
+
 // A clone of a machine has the states of the original.
 TEST(SavedStates, AreReplacedOnCloneOfMachine) {
     HX_REQUIRE_THROWAWAY_ROOT();
