@@ -43,6 +43,12 @@ Descriptor OpenRecordDirectoryAt(int parent, const std::string& name) {
         openat(parent, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
 }
 
+// `directory` may be open as a path only.
+bool Sync(int directory) {
+    const Descriptor opened(openat(directory, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    return opened && fsync(opened.Number()) == 0;
+}
+
 // Returns why a directory or file of the record of `owner` cannot be trusted; empty if it can.
 QString ReasonAgainstTrust(const Descriptor& opened, uid_t owner) {
     struct stat found = {};
@@ -161,7 +167,7 @@ Descriptor RecordDirectory::OpenOrCreate(int parent, const std::string& name, mo
     m_created.push_back({parent, name});
     opened = OpenRecordDirectoryAt(parent, name);
     // The umask may be strict.
-    if (opened && fchmod(opened.Number(), mode) != 0)
+    if (opened && (fchmod(opened.Number(), mode) != 0 || !Sync(parent)))
         return {};
     return opened;
 }
