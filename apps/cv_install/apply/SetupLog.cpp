@@ -135,6 +135,11 @@ bool IsAtItsPath() {
            file.st_dev == there.st_dev && file.st_ino == there.st_ino;
 }
 
+bool IsEmptyAtItsPath() {
+    struct stat file = {};
+    return IsAtItsPath() && fstat(logFile, &file) == 0 && file.st_size == 0;
+}
+
 // A whole line is written at once, so that it does not mix with the text of another setup.
 void WriteOutcome(int status, Outcome::Form form) {
     const OutcomeLine line = Outcome::Line(status, form);
@@ -249,7 +254,7 @@ void SetupLog::Keep() {
 void SetupLog::Discard() {
     isLogStarted = false;
     std::fflush(stdout);
-    if (logFile != -1 && !isOfRoot)
+    if (logFile != -1 && (!isOfRoot || IsEmptyAtItsPath()))
         unlink(logPath.c_str());
     CloseDescriptors();
 }

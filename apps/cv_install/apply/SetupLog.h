@@ -22,7 +22,8 @@ public:
     // anything.
     static void Keep();
 
-    // Ends the log of a setup that found nothing to do. The file gets nothing.
+    // Ends the log of a setup that found nothing to do. The file gets nothing, and a new one is
+    // removed.
     static void Discard();
 
     // Ends the log of root and removes it. Its outcome only goes to the system's log.

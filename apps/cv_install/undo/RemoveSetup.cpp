@@ -261,6 +261,12 @@ Failure SetupRemoval::Run() {
             Finish(restoration);
         return {};
     }
+    if (m_saved.attempts.empty() && restoration.Shown().IsEmpty()) {
+        SetupLog::Discard();
+        JsonReport::NoteLog({});
+        Finish(restoration);
+        return {};
+    }
     SetupLog::Keep();
     Interruption::ComesTooLate();
     // Whatever ends it from here on, a further removal completes it.
