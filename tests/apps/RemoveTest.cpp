@@ -199,6 +199,27 @@ TEST(Removal, KeepsWhatOthersAddedOrChanged) {
     });
 }
 
+// Members of the service group can write to the tree of another version.
+TEST(Removal, NeedsFilesOfRootWithoutManifest) {
+    HX_REQUIRE_THROWAWAY_ROOT();
+    HX_EXPECT_SCENARIO([] {
+        LayOutRootSetup();
+        Shell(
+            "mkdir -p /var/corvane/qchemrc; cd /var/corvane; touch QueueLimits qchemrc/qchemrc; "
+            "printf '\\ncvset CORV_ROOT \"/opt\"\\n' > corvane26");
+        const WholeState before;
+        const auto forged = RunRemoval(purge);
+        EXPECT_EQ(forged.status, 0) << forged.err;
+        EXPECT_EQ(forged.out, "Nothing to remove.\n");
+        EXPECT_EQ(DifferencesFrom(before), noLines);
+        EXPECT_FALSE(std::filesystem::exists("/var/log/corvane26_setup.log"));
+        Shell("ln -s /var/corvane/corvane26 /usr/bin/corvane26");
+        ExpectRemoved(purge);
+        EXPECT_EQ(Shell("cd /var/corvane; find . | sort; ls -d /usr/bin/corvane26 2> /dev/null"),
+                  ".\n./QueueLimits\n./qchemrc\n./qchemrc/qchemrc");
+    });
+}
+
 struct KeptTree {
     const char* name;
     const char* before;  // shell commands before and after the setup

@@ -4,7 +4,6 @@
 #include <grp.h>
 #include <pwd.h>
 
-#include <QFile>
 #include <algorithm>
 
 #include "merge/ServiceAccount.h"
@@ -14,7 +13,6 @@
 
 namespace {
 
-constexpr qsizetype largestRunScript = 65536;
 constexpr id_t firstOfUsers = 1000;
 
 class UnsavedSetups {
@@ -80,11 +78,13 @@ void UnsavedSetups::AddBelow(const Entry& entry) {
     }
 }
 
-// A link must be the one that a setup makes: other versions have some at the same paths.
+// A link must be the one that a setup makes: other versions have some at the same paths. What other
+// versions use as well may be theirs.
 void UnsavedSetups::AddTable() {
     constexpr unsigned passing = DuringMerge | WithFileLocksOnly | AsUser | WithEarlierRepository;
     for (const Entry& entry : Entries()) {
         if (!IsStaged(entry) || (entry.conditions & passing) != 0 ||
+            (entry.allVersions && entry.removal != Removal::RemoveIfEmpty) ||
             (entry.kind != Kind::File && entry.kind != Kind::Directory && entry.kind != Kind::Link))
             continue;
         const std::string path = PathOf(entry, sharedDirectory);
@@ -103,15 +103,6 @@ void UnsavedSetups::AddTable() {
         if (entry.ownsAllBelow)
             AddBelow(entry);
     }
-}
-
-// Other users can write to it: a setup of an earlier version has another text.
-bool HasRunScript(int liveTree) {
-    const Descriptor opened =
-        liveTree == -1 ? Descriptor() : OpenRegularFile(liveTree, Find(Item::RunScript).path);
-    QFile file;
-    return opened && file.open(opened.Number(), QIODevice::ReadOnly) &&
-           file.read(largestRunScript).contains("\ncvset CORV_ROOT \"");
 }
 
 // An account as setups create it.
@@ -149,9 +140,13 @@ Failure FindUnsavedSetups(int liveTree, SavedSetup& saved) {
     UnsavedSetups unsaved(liveTree, found);
     if (manifest && !manifest->entries.empty())
         unsaved.AddListed(*manifest);
-    else if (manifest || HasRunScript(liveTree))
+    else
         unsaved.AddTable();
-    if (found.paths.empty())
+    // Other users can write to the tree.
+    const bool isRoots = std::ranges::any_of(found.paths, [&](const PathDifference& each) {
+        return manifest || (!IsInTree(*each.entry) && each.after.kind != State::Kind::Directory);
+    });
+    if (!isRoots)
         return {};
     AddUnsavedAccount(found);
     found.services.push_back({Change::Create, serviceUnit, "", "active"});

@@ -5,7 +5,8 @@
 #include "undo/SavedSetup.h"
 
 // Finds what the manifest lists or, without one, what the installation table has, as one setup
-// before which nothing was there. Without a manifest and a run script of this version, everything
-// belongs to other versions, and nothing is found. `liveTree` is as for FindUndo. Fails with
-// RecordUnusable if the manifest is damaged.
+// before which nothing was there. Without a manifest, what other versions use as well may be theirs
+// and is not found; without files outside of the install directory, nothing is found, because other
+// users can write there. `liveTree` is as for FindUndo. Fails with RecordUnusable if the manifest
+// is damaged.
 Failure FindUnsavedSetups(int liveTree, SavedSetup& saved);
