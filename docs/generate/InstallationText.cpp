@@ -140,8 +140,6 @@ void WriteRemovalSettings(std::ostream& script) {
     WriteSetting(script, "new_entries", newEntriesName);
     WriteSetting(script, "slots", std::string(slotPrefix) + '*');
     WriteSetting(script, "record", Find(Item::AccountRecord).path);
-    WriteSetting(script, "setup_record", Find(Item::Record).path);
-    WriteSetting(script, "manifest", Find(Item::Manifest).path);
     WriteSetting(script, "first_state",
                  Find(Item::SavedStates).path + ('/' + std::string(stateBeforeFirstSetup)));
     WriteSetting(script, "lock", Find(Item::RootLock).path);
@@ -150,20 +148,29 @@ void WriteRemovalSettings(std::ostream& script) {
 }
 
 void WriteUpgradeSettings(std::ostream& script) {
-    WriteSetting(script, "manifest", Find(Item::Manifest).path);
     WriteSetting(script, "version", HX_VERSION);
 }
 
 void WriteElsewhereTest(std::ostream& script) {
+    WriteSetting(script, "product", "/usr/lib/corvane26");
+    WriteSetting(script, "setup_record", Find(Item::Record).path);
+    WriteSetting(script, "manifest", Find(Item::Manifest).path);
     WriteSetting(script, "run_script", PathOf(Find(Item::RunScript), sharedDirectory));
     script << R"sh(
-# True when another copy of the product made the present setup, whose files stay. Members of the
-# service group can write to the run script, so it is read and never run.
+# True when another copy of the product made the present setup, whose files stay. Setups before
+# there were records left only the run script, which members of the service group can exchange: it
+# is read without waiting and never run.
 set_up_elsewhere()
 {
-    [ -f "$run_script" ] || return 1
-    root=$(sed -n 's/^cvset CORV_ROOT "\([^"]*\)".*/\1/p' "$run_script" | head -n 1)
-    [ -n "$root" ] && [ "$(readlink -m -- "$root")" != "$product" ]
+    if [ -e "$setup_record" ]; then
+        # Bytes are escaped as \NNN there.
+        root=$(sed -n 's/^# product: //p' "$manifest" 2> /dev/null | head -n 1 | sed 's/\\/\\0/g')
+        root=$(printf %b "$root")
+    else
+        root=$(dd if="$run_script" iflag=nonblock,nofollow bs=64k count=1 2> /dev/null |
+            sed -n 's/^cvset CORV_ROOT "\([^"]*\)".*/\1/p' | head -n 1)
+    fi
+    [ -n "$root" ] && [ "$(timeout 10 readlink -m -- "$root")" != "$(readlink -m "$product")" ]
 }
 )sh";
 }

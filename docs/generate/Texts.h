@@ -27,7 +27,7 @@ void WriteQueueCommands(std::ostream& script);
 void WriteLogPath(std::ostream& settings);
 
 // For the script that removes an installation with the Debian package, in sh.
-void WriteElsewhereTest(std::ostream& script);    // the function set_up_elsewhere
+void WriteElsewhereTest(std::ostream& script);    // variables, the function set_up_elsewhere
 void WriteRemovalSettings(std::ostream& script);  // variables with paths and names
 void WriteUpgradeSettings(std::ostream& script);  // likewise
 void WriteRemovedFiles(std::ostream& script);     // words: files outside the tree

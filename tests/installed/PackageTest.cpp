@@ -189,9 +189,10 @@ TEST_F(Package, LeavesNothingWhenRemovedWithoutSetup) {
     Install();
     EXPECT_EQ(Shell("cd /consumer && make machine > /dev/null && ./machine | tail -n 1"),
               "2^89 - 1 = 618970019642690137449562111\n");
-    Shell(
-        "rm /consumer/machine; dpkg -r libhxinstallbase-dev; dpkg -P corvane26-setup "
-        "libhxinstallbase-dev");
+    Shell("rm /consumer/machine; mkdir /var/corvane; mkfifo /var/corvane/corvane26");
+    Shell("timeout 60 dpkg -r libhxinstallbase-dev corvane26-setup; rm -r /var/corvane");
+    EXPECT_EQ(s_machine->Shell("ls -d /var/log/corvane26* /var/lib/corvane26").out, "");
+    Purge();
     ExpectNothingLeft();
 }
 
@@ -255,9 +256,19 @@ TEST_F(Package, KeepsSetupOfAnotherProductDirectory) {
     Shell("cp -a /usr/lib/corvane26 /opt/corvane26");
     SetUpService("/opt/corvane26");
     const std::string pid = Unit("MainPID");
-    Purge();
+    // A member of the service group renames it.
+    Shell("mv /var/corvane/corvane26 /var/corvane/renamed");
+    EXPECT_EQ(s_machine->Shell("dpkg -i /packages/corvane26-setup_*.deb | grep cv_install").out,
+              "");
+    hx_test::ExpectHolds(Purge(), "Keeping the setup of Corvane: another copy of the product");
+    Shell("mv /var/corvane/renamed /var/corvane/corvane26");
     EXPECT_EQ(Unit("MainPID"), pid);
     EXPECT_EQ(Shell("corvane26 --root-path"), "CORV_ROOT=/opt/corvane26\n");
+    // A version without a record made the setup.
+    Shell("rm -r /var/lib/corvane26");
+    Install();
+    Purge();
+    EXPECT_EQ(Unit("MainPID"), pid);
     Shell("id corvsrvc; ls /var/log/corvane26_setup.log; rm /var/log/corvane26_setup.log");
 }
 
@@ -285,10 +296,13 @@ TEST_F(Package, FollowsNoLinkOfServiceGroupMembers) {
     Shell(
         "mkdir -p /srv/away/corvane26 /srv/away/icons; echo keep > /srv/away/corvane26/file; "
         "echo keep > /srv/away/icons/file; cd /var/corvane; rm -rf qchemrc corvanerc/corvane26; "
+        "sed -i 's|^cvset CORV_ROOT \"[^\"]*\"|cvset CORV_ROOT \"/opt/x\"|' corvane26; "
         "rm -rf corvanerc/corvane26server; ln -s /srv/away corvanerc/corvane26server; "
         "ln -s /srv/away/corvane26 corvanerc/corvane26; ln -s /srv/away qchemrc");
     Purge();
     EXPECT_EQ(Shell("cat /srv/away/corvane26/file /srv/away/icons/file"), "keep\nkeep\n");
+    EXPECT_EQ(Unit("LoadState"), "not-found\n");
+    EXPECT_EQ(s_machine->Shell("ls -d /usr/bin/corvane26* /var/lib/corvane26").out, "");
 }
 
 TEST_F(Package, RemovesPrivateDirectoriesOfKilledSetup) {
