@@ -103,21 +103,8 @@ void WriteSetting(std::ostream& script, const char* name, const std::string& val
     script << name << "='" << value << "'\n";
 }
 
-bool IsRemovedInTree(const Entry& entry) {
-    return IsInTree(entry) && entry.removal != Removal::Keep;
-}
-
 std::string QuotedPath(const Entry& entry) {
-    const std::string path = entry.path;
-    return path.empty() ? "\"$tree\"" : "\"$tree/" + path + "\"";
-}
-
-void WriteTest(std::ostream& script, const Entry& entry) {
-    const std::string path = QuotedPath(entry);
-    script << "-path " << path << (entry.removal == Removal::RemoveIfEmpty ? " -empty" : "")
-           << (entry.kind == Kind::Link ? " -type l" : "") << " -o \\\n";
-    if (entry.removesAllBelow)
-        script << "-path " << path.substr(0, path.size() - 1) << "/*\" -o \\\n";
+    return "\"$tree/" + std::string(entry.path) + "\"";
 }
 
 }  // namespace
@@ -140,8 +127,9 @@ void WriteRemovalSettings(std::ostream& script) {
     WriteSetting(script, "new_entries", newEntriesName);
     WriteSetting(script, "slots", std::string(slotPrefix) + '*');
     WriteSetting(script, "record", Find(Item::AccountRecord).path);
-    WriteSetting(script, "first_state",
-                 Find(Item::SavedStates).path + ('/' + std::string(stateBeforeFirstSetup)));
+    const std::filesystem::path states = Find(Item::SavedStates).path;
+    WriteSetting(script, "first_state", states / stateBeforeFirstSetup);
+    WriteSetting(script, "first_content", (states / stateBeforeFirstSetup).parent_path());
     WriteSetting(script, "lock", Find(Item::RootLock).path);
     WriteSetting(script, "account", accountName);
     WriteSetting(script, "account_comment", accountComment);
@@ -216,19 +204,4 @@ void WritePurgedFiles(std::ostream& script) {
         separator = " | ";
     }
     script << ")\n";
-}
-
-void WriteSharedPaths(std::ostream& script) {
-    for (const Entry& entry : Entries()) {
-        if (IsRemovedInTree(entry) && entry.allVersions && entry.removal != Removal::RemoveIfEmpty)
-            WriteTest(script, entry);
-    }
-}
-
-void WriteOwnPaths(std::ostream& script) {
-    for (const Entry& entry : Entries()) {
-        if (IsRemovedInTree(entry) &&
-            (!entry.allVersions || entry.removal == Removal::RemoveIfEmpty))
-            WriteTest(script, entry);
-    }
 }

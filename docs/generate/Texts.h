@@ -33,6 +33,4 @@ void WriteUpgradeSettings(std::ostream& script);  // likewise
 void WriteRemovedFiles(std::ostream& script);     // words: files outside the tree
 void WriteRemovedLinks(std::ostream& script);     // words: links in /usr/bin to files of the tree
 void WritePurgedFiles(std::ostream& script);      // a pattern of case: settings, no jobs
-void WriteSharedPaths(std::ostream& script);      // tests of find: what other versions use as well
-void WriteOwnPaths(std::ostream& script);         // tests of find: what this version created
 void WritePrivateParents(std::ostream& script);   // directories, for private ones of merges

@@ -416,12 +416,59 @@ TEST_F(Package, StaysInstalledWhenSetupCannotBeRemoved) {
     Shell("test -e /usr/bin/corvane26; dpkg -s corvane26-setup | grep '^Status: .* ok installed$'");
 }
 
-TEST_F(Package, IsPurgedWithoutItsProgram) {
+struct UnrestoredSetup {
+    const char* name;
+    const char* breaks;  // a shell command
+    const char* message;
+};
+
+const UnrestoredSetup unrestoredSetups[] = {
+    {"WithoutProgram", "rm /usr/lib/corvane26/cv_install",
+     "Cannot run /usr/lib/corvane26/cv_install. The package is removed without restoring"},
+    {"WithoutProgramAndStates",
+     "rm -r /usr/lib/corvane26/cv_install /var/lib/corvane26/private/states",
+     "Cannot run /usr/lib/corvane26/cv_install. The package is removed without restoring"},
+};
+
+TEST_F(Package, IsPurgedWhenStateCannotBeRestored) {
+    for (const UnrestoredSetup& row : unrestoredSetups) {
+        SCOPED_TRACE(row.name);
+        Install();
+        SetUpService(product);
+        Shell(std::string("rm /usr/lib/corvane26/cv_computeservice; ") + row.breaks);
+        hx_test::ExpectHolds(Purge(), row.message);
+        ExpectNothingLeft();
+    }
+}
+
+TEST_F(Package, KeepsWhatWasBeforeUntilItIsRestored) {
+    Shell(
+        "mkdir -p /var/corvane/qchemrc; cd /var/corvane; echo 'MaxThreads: 1' > QueueLimits; "
+        "echo mine > qchemrc/mine; chmod 644 QueueLimits");
+    const std::string files = "cd /var/corvane; head QueueLimits qchemrc/mine";
+    const std::string before = Shell(files);
     Install();
     SetUpService(product);
-    Shell("rm /usr/lib/corvane26/cv_computeservice /usr/lib/corvane26/cv_install");
-    hx_test::ExpectHolds(Purge(), "Cannot run /usr/lib/corvane26/cv_install.");
-    ExpectNothingLeft();
+    const std::string during = Shell(files);
+    EXPECT_NE(during, before);
+    Shell(
+        "rm /usr/lib/corvane26/cv_computeservice /usr/lib/corvane26/cv_install; cd /var/corvane; "
+        "echo job > QueueEntries; "
+        "umask 077; mkdir .corvane26_setup_killed; cd .corvane26_setup_killed; "
+        "echo job > corvane26_slot.2.QueueEntries; touch corvane26_slot.3.QueueLimits");
+    hx_test::ExpectHolds(Purge(),
+                         "Keeping /var/lib/corvane26/private/states/first: it contains files as "
+                         "they were before the first setup.\n");
+    EXPECT_EQ(Shell(files), during);
+    EXPECT_EQ(Shell("cd /var/corvane; find . | sort"),
+              ".\n./.corvane26_setup_killed\n"
+              "./.corvane26_setup_killed/corvane26_slot.2.QueueEntries\n"
+              "./QueueEntries\n./QueueLimits\n./qchemrc\n./qchemrc/mine\n");
+    Shell("rm -r /var/corvane/.corvane26_setup_killed");
+    Install();
+    Purge();
+    EXPECT_EQ(Shell(files), before);
+    EXPECT_EQ(s_machine->Shell("ls -d /var/lib/corvane26").out, "");
 }
 
 // Returns the first commands of the section.
