@@ -428,6 +428,8 @@ const UnrestoredSetup unrestoredSetups[] = {
     {"WithoutProgramAndStates",
      "rm -r /usr/lib/corvane26/cv_install /var/lib/corvane26/private/states",
      "Cannot run /usr/lib/corvane26/cv_install. The package is removed without restoring"},
+    {"WithDamagedState", "truncate -s -1 /var/lib/corvane26/private/states/first/state",
+     "Cannot use the record in /var/lib/corvane26. The package is removed without restoring"},
 };
 
 TEST_F(Package, IsPurgedWhenStateCannotBeRestored) {
