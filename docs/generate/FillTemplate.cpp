@@ -19,6 +19,7 @@ namespace {
 using Writer = void (*)(std::ostream&);
 
 const std::map<std::string, Writer> marks = {
+    {"@CRONTABS@", WriteCrontabs},
     {"@LOG_PATH@", WriteLogPath},
     {"@OPTION_LIST@", WriteOptionList},
     {"@OPTION_WORDS@", WriteOptionWords},

@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "generate/Texts.h"
+#include "undo/AccountUse.h"
 #include "undo/SavedStates.h"
 
 namespace {
@@ -130,6 +131,7 @@ void WriteRemovalSettings(std::ostream& script) {
     const std::filesystem::path states = Find(Item::SavedStates).path;
     WriteSetting(script, "first_state", states / stateBeforeFirstSetup);
     WriteSetting(script, "first_content", (states / stateBeforeFirstSetup).parent_path());
+    WriteSetting(script, "answers", Find(Item::RecordedAnswers).path);
     WriteSetting(script, "lock", Find(Item::RootLock).path);
     WriteSetting(script, "account", accountName);
     WriteSetting(script, "account_comment", accountComment);
@@ -192,6 +194,11 @@ void WritePrivateParents(std::ostream& script) {
     }
     for (const std::string& parent : parents)
         script << parent << " \\\n";
+}
+
+void WriteCrontabs(std::ostream& script) {
+    for (const char* directory : crontabDirectories)
+        script << directory << " \\\n";
 }
 
 void WritePurgedFiles(std::ostream& script) {

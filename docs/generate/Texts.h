@@ -30,6 +30,7 @@ void WriteLogPath(std::ostream& settings);
 void WriteElsewhereTest(std::ostream& script);    // variables, the function set_up_elsewhere
 void WriteRemovalSettings(std::ostream& script);  // variables with paths and names
 void WriteUpgradeSettings(std::ostream& script);  // likewise
+void WriteCrontabs(std::ostream& script);         // words: directories of crontabs
 void WriteRemovedFiles(std::ostream& script);     // words: files outside the tree
 void WriteRemovedLinks(std::ostream& script);     // words: links in /usr/bin to files of the tree
 void WritePurgedFiles(std::ostream& script);      // a pattern of case: settings, no jobs

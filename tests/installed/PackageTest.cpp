@@ -89,6 +89,7 @@ protected:
             return;
         s_machine->CopyIn(ThePackages().Directory(), "/packages");
         s_machine->CopyIn(HX_SOURCE_DIR "/docs/examples/consumer", "/consumer");
+        Shell("mkdir -p /var/spool/cron/crontabs");
         // Updating the index of manual pages takes seconds and is not tested here.
         Shell("rm -f /var/lib/man-db/auto-update");
         ListFiles("/packages/before");
@@ -117,7 +118,7 @@ protected:
             "systemctl stop corvane26_service; umount /var/corvane; dpkg -P libhxinstallbase-dev "
             "corvane26-setup; "
             "rm -rf /usr/lib/corvane26 /opt/corvane26 /var/corvane /etc/corvane26 "
-            "/var/lib/corvane26 /usr/bin/corvane26* /srv/away "
+            "/var/lib/corvane26 /usr/bin/corvane26* /srv/away /srv/scratch "
             "/run/corvane26* "
             "/etc/systemd/system/*/corvane2* /etc/systemd/system/corvane2*; "
             "rmdir /etc/systemd/system/multi-user.target.wants; "
@@ -471,6 +472,33 @@ TEST_F(Package, KeepsWhatWasBeforeUntilItIsRestored) {
     Purge();
     EXPECT_EQ(Shell(files), before);
     EXPECT_EQ(s_machine->Shell("ls -d /var/lib/corvane26").out, "");
+}
+
+struct UsedAccount {
+    const char* name;
+    const char* uses;  // a shell command
+    const char* file;
+};
+
+const UsedAccount usedAccounts[] = {
+    {"ScratchFile", "touch /srv/scratch/job; chown corvsrvc /srv/scratch/job", "/srv/scratch/job"},
+    {"GroupOfScratchFile", "touch /srv/scratch/job; chgrp corvsrvc /srv/scratch/job",
+     "/srv/scratch/job"},
+    {"Crontab", "touch /var/spool/cron/crontabs/corvsrvc", "/var/spool/cron/crontabs/corvsrvc"},
+};
+
+TEST_F(Package, KeepsAccountThatIsStillUsed) {
+    Shell("mkdir /srv/scratch");
+    for (const UsedAccount& row : usedAccounts) {
+        SCOPED_TRACE(row.name);
+        Install();
+        SetUpService(product, "--cluster-node --scratch-directory /srv/scratch");
+        Shell(row.uses);
+        hx_test::ExpectHolds(Purge(),
+                             std::string("Keeping user corvsrvc: used by ") + row.file + ".\n");
+        Shell(std::string("id corvsrvc; rm ") + row.file);
+        Shell("userdel corvsrvc");
+    }
 }
 
 // Returns the first commands of the section.

@@ -22,9 +22,6 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr const char* crontabs[] = {"/var/spool/cron/crontabs/", "/var/spool/cron/tabs/",
-                                    "/var/spool/cron/"};
-
 // As in /proc/self/mountinfo. What is below a mount point of autofs is mounted when it is used.
 constexpr const char* remoteTypes[] = {"9p",   "afs",    "autofs", "beegfs", "ceph", "cifs",
                                        "gpfs", "lustre", "nfs",    "nfs4",   "smb3", "smbfs"};
@@ -77,7 +74,7 @@ QString FindProcess(const AccountDifference& account) {
 }
 
 QString FindCrontab(const AccountDifference& account) {
-    for (const char* directory : crontabs) {
+    for (const char* directory : crontabDirectories) {
         const std::string path = directory + account.name;
         struct stat found = {};
         if (!account.isGroup && lstat(path.c_str(), &found) == 0 && S_ISREG(found.st_mode))

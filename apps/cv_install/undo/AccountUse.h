@@ -8,6 +8,10 @@
 
 #include "installation/Difference.h"
 
+// A user's crontab has the name of the user there.
+inline constexpr const char* crontabDirectories[] = {"/var/spool/cron/crontabs/",
+                                                     "/var/spool/cron/tabs/", "/var/spool/cron/"};
+
 struct AccountUse {
     QString use;              // such as "process 4711"; empty if nothing was found
     QStringList searched;     // directories
