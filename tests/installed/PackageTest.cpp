@@ -235,7 +235,7 @@ TEST_F(Package, ReportsSetupOfAnotherVersion) {
     EXPECT_EQ(Shell(install), "");
     Shell("sed -i 's/^# version: .*/# version: 25.0.1/' /var/lib/corvane26/manifest");
     const std::string version = Shell("dpkg-query -Wf '${Version}' corvane26-setup");
-    EXPECT_EQ(Shell(install), "The setup of Corvane is of version 25.0.1. To set up version " +
+    EXPECT_EQ(Shell(install), "Corvane was set up with version 25.0.1. To set up version " +
                                   version + ": cv_install --setup --yes\n");
     Purge();
 }
