@@ -83,7 +83,7 @@ bool ShowRest(const std::string& shown, const std::string& place,
         const std::string name = entry.path().filename();
         if (hidden.contains(name))
             continue;
-        const std::string link = place + '/' + name;
+        const fs::path link = fs::path(place) / name;
         if (symlink(entry.path().c_str(), link.c_str()) != 0 && errno != EEXIST)
             return false;
     }
