@@ -71,8 +71,54 @@ Failure AcceptWithoutRecord(const CInstallBase& run, const Failure& failure) {
     return {};
 }
 
-// Everything that changes the machine. In a setup as root the tree is checked again after the
-// confirmation and before the script, because other users can change it meanwhile.
+// Everything that changes the machine. As root, the tree is checked again before the script.
+Failure ChangeMachine(CInstallBase& run, const SetupInPlace& setup, const SetupFacts& facts,
+                      const Answers& answers, const MemberChanges& members, const SetupLock& lock,
+                      CommitScript& script) {
+    const unsigned conditions = setup.conditions;
+    const bool root = IsRootSetup(run);
+    const PackedPages& packed = *setup.packed;
+    Failure failure = WriteRunTimeFiles(run, conditions);
+    if (!failure && root)
+        failure = FindUnsafePath(run.m_installDir, Changes::RunTimeFiles);
+    if (!failure)
+        failure = WriteScript(run, script, Changes::RunTimeFiles);
+    SetupRecord record({.installDir = run.m_installDir,
+                        .productDir = run.m_binariesDir,
+                        .conditions = conditions,
+                        .serviceUser = run.m_serviceUser,
+                        .serviceGroup = run.m_serviceGroup,
+                        .formerPages = setup.formerPages,
+                        .packed = &packed});
+    if (!failure) {
+        failure = AcceptWithoutRecord(run, record.Prepare(facts, answers, script.text));
+    }
+    if (failure) {
+        failure->changes = Changes::RunTimeFiles;
+        return failure;
+    }
+    const EntryList keptPages = FindKeptPages(run, conditions);
+    Interruption::ComesTooLate();
+    failure = ReplacePages(run.m_installDir, setup.formerPages, packed, conditions);
+    if (!failure)
+        failure = FollowScript(script, lock, ScriptOutput::Shown);
+    if (!failure)
+        failure = CheckResult(run, conditions, keptPages, packed);
+    if (!failure && root)
+        failure = ChangeMembers(run, members);
+    if (!failure && root)
+        failure = RecordServiceAccount(run.m_serviceUser, run.m_serviceGroup);
+    if (!failure)
+        failure = AcceptWithoutRecord(run, record.Place());
+    if (failure || keptPages.empty())
+        return failure;
+    const Descriptor tree(open(run.m_installDir.toUtf8().constData(), O_PATH | O_CLOEXEC));
+    WarnOfKeptPages(run, tree.Number(), keptPages, packed);
+    return {};
+}
+
+// In a setup as root the tree is checked again after the confirmation, because other users can
+// change it meanwhile.
 Failure CarryOut(CInstallBase& run, const PreviousSetup& previous, const Answers& answers,
                  const MemberChanges& members, const SetupLock& lock, CommitScript& script) {
     const unsigned conditions = ConditionsOf(run, answers) | InPlace;
@@ -90,61 +136,26 @@ Failure CarryOut(CInstallBase& run, const PreviousSetup& previous, const Answers
         return failure;
     const Descriptor formerTree(
         open(run.m_installDir.toUtf8().constData(), O_PATH | O_DIRECTORY | O_CLOEXEC));
-    const FormerPages formerPages =
-        FindReplacedPages(previous.manifest, packed, conditions, formerTree.Number());
+    const SetupInPlace setup = {.installDir = run.m_installDir,
+                                .conditions = conditions,
+                                .serviceUser = run.m_serviceUser,
+                                .serviceGroup = run.m_serviceGroup,
+                                .formerPages = FindReplacedPages(previous.manifest, packed,
+                                                                 conditions, formerTree.Number()),
+                                .packed = &packed};
     const SetupFacts facts = FactsOf(CommandLine(), run.m_installDir);
     SavedStates states(run.m_installDir);
     SetupLog::Keep();
-    if (root) {
-        failure = states.BeginInPlace(facts, {.installDir = run.m_installDir,
-                                              .conditions = conditions,
-                                              .serviceUser = run.m_serviceUser,
-                                              .serviceGroup = run.m_serviceGroup,
-                                              .formerPages = formerPages,
-                                              .packed = &packed});
-    }
+    failure = states.BeginInPlace(facts, setup);
     if (failure)
         return failure;
     Interruption::EndsSetup(Changes::RunTimeFiles);
-    failure = WriteRunTimeFiles(run, conditions);
-    if (!failure && root)
-        failure = FindUnsafePath(run.m_installDir, Changes::RunTimeFiles);
-    if (!failure)
-        failure = WriteScript(run, script, Changes::RunTimeFiles);
-    SetupRecord record({.installDir = run.m_installDir,
-                        .productDir = run.m_binariesDir,
-                        .conditions = conditions,
-                        .serviceUser = run.m_serviceUser,
-                        .serviceGroup = run.m_serviceGroup,
-                        .formerPages = formerPages,
-                        .packed = &packed});
-    if (!failure) {
-        failure = AcceptWithoutRecord(run, record.Prepare(facts, answers, script.text));
-    }
-    if (failure) {
-        failure->changes = Changes::RunTimeFiles;
-        return failure;
-    }
-    const EntryList keptPages = FindKeptPages(run, conditions);
-    Interruption::ComesTooLate();
-    failure = ReplacePages(run.m_installDir, formerPages, packed, conditions);
-    if (!failure)
-        failure = FollowScript(script, lock, ScriptOutput::Shown);
-    if (!failure)
-        failure = CheckResult(run, conditions, keptPages, packed);
-    if (!failure && root)
-        failure = ChangeMembers(run, members);
-    if (!failure && root)
-        failure = RecordServiceAccount(run.m_serviceUser, run.m_serviceGroup);
-    if (!failure)
-        failure = AcceptWithoutRecord(run, record.Place());
-    if (!failure && root)
+    failure = ChangeMachine(run, setup, facts, answers, members, lock, script);
+    if (failure)
+        states.NoteFailed();
+    else
         states.Complete();
-    if (failure || keptPages.empty())
-        return failure;
-    const Descriptor tree(open(run.m_installDir.toUtf8().constData(), O_PATH | O_CLOEXEC));
-    WarnOfKeptPages(run, tree.Number(), keptPages, packed);
-    return {};
+    return failure;
 }
 
 Failure CheckInPlace(const CInstallBase& run, const Answers& answers,

@@ -19,7 +19,6 @@
 #include "installation/TreeCheck.h"
 #include "repair/RepairSetup.h"
 #include "report/JsonReport.h"
-#include "undo/RemoveCopy.h"
 #include "undo/RemoveSetup.h"
 #include "undo/UndoSetup.h"
 #include "verify/StatusReport.h"
@@ -51,14 +50,16 @@ ExitStatus RunSetup(Arguments& arguments) {
     }
     if (!failure && arguments.Has(OwnOption::Undo)) {
         Outcome::NoteAction("undo");
-        return UndoAsRoot(arguments, lock);
+        return UndoSetup(arguments, installDir, lock);
     }
     if (!failure && arguments.Has(OwnOption::Remove)) {
         Outcome::NoteAction("removal");
-        return isRoot ? RemoveAsRoot(arguments, lock) : RemoveAsUser(arguments, installDir);
+        return RemoveSetup(arguments, installDir, lock);
     }
     if (!failure && isRoot)
         return RunAsRoot(arguments, file, lock);
+    if (!failure)
+        failure = RestoreAfterUnfinished(arguments, installDir, Unfinished::All);
     if (!failure)
         failure = CheckBeforeStart(installDir);
     if (!failure)

@@ -56,7 +56,7 @@ const Case setups[] = {
      "useradd -u 4321 -m dora; mkdir -p /home/dora/.local/state;"
      "chown -R 4321:4321 /opt/corvane26 /home/dora",
      "--submission-scripts", "/opt/corvane26",
-     AsUser | InPlace | WithoutClusterNode | WithSubmissionScripts},
+     AsUser | InPlace | ForUndo | WithoutClusterNode | WithSubmissionScripts},
 };
 
 // How a setup is run, or another action.
@@ -124,7 +124,7 @@ bool IsInTable(const std::string& path, const Case& test) {
                const std::string own = RealPath(entry, test);
                return Applies(entry, test.conditions) && !IsAccount(entry) &&
                       (own == path ||
-                       ((entry.check == Check::Archive || entry.item == Item::SavedStates) &&
+                       ((entry.check == Check::Archive || (entry.conditions & ForUndo) != 0) &&
                         path.starts_with(own + "/")));
            });
 }
@@ -173,8 +173,11 @@ void ExpectRewritten(const Case& test, const std::vector<std::string>& changes) 
             expected.insert(RealPath(entry, test));
     }
     // A setup in place knows only afterwards that it changed nothing else.
-    if ((test.conditions & (InPlace | ForUndo)) == (InPlace | ForUndo))
-        expected.insert(RealPath(Find(Item::SavedStates), test) + "/first/state");
+    for (const Entry& entry : Entries()) {
+        if ((test.conditions & InPlace) != 0 && (entry.conditions & ForUndo) != 0 &&
+            Applies(entry, test.conditions))
+            expected.insert(RealPath(entry, test) + "/first/state");
+    }
     std::set<std::string> changed;
     for (const std::string& line : changes)
         changed.insert(WithoutRandomPart(line.substr(0, line.find(' '))));

@@ -36,6 +36,7 @@ const std::string limitsPath = "/var/corvane/QueueLimits";
 SavedSetup SomeSetup() {
     SavedSetup saved;
     saved.isComplete = true;
+    saved.isInPlace = true;
     saved.isResultKnown = false;
     saved.record = {"manifest", "answers"};
     saved.members["corvsrvc"] = {"ann", "bob"};
@@ -57,6 +58,7 @@ TEST(SavedSetup, TextKeepsEverything) {
     const auto parsed = ParseSavedSetup(TextOf(saved), sharedDirectory);
     ASSERT_TRUE(parsed);
     EXPECT_TRUE(parsed->isComplete);
+    EXPECT_TRUE(parsed->isInPlace);
     EXPECT_FALSE(parsed->isResultKnown);
     EXPECT_EQ(parsed->record, saved.record);
     EXPECT_EQ(parsed->members, saved.members);

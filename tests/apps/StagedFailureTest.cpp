@@ -111,7 +111,8 @@ class KilledSetup : public testing::TestWithParam<Interrupted> {};
 TEST_P(KilledSetup, LeavesMachineAsItWasBeforeMerge) {
     HX_REQUIRE_THROWAWAY_ROOT();
     const Interrupted& row = GetParam();
-    const TracedResult whole = TraceUndisturbed(row.kind, row.before, SetupCommand(row.kind));
+    const TracedResult whole =
+        TraceUndisturbed([&] { PrepareMachine(row.kind, row.before); }, SetupCommand(row.kind));
     ASSERT_GT(whole.callsBeforeMerge, 5u);
     const CallCounts ends = {whole.callsBeforeMerge, whole.calls[1], whole.calls[2]};
     const std::string tried = ResultInRoot([&] {
@@ -143,7 +144,8 @@ TEST_P(KilledSetup, LeavesMachineAsItWasBeforeMerge) {
 TEST_P(KilledSetup, IsCompletedByFurtherSetupAfterMergeBegan) {
     HX_REQUIRE_THROWAWAY_ROOT();
     const Interrupted& row = GetParam();
-    const TracedResult whole = TraceUndisturbed(row.kind, row.before, SetupCommand(row.kind));
+    const TracedResult whole =
+        TraceUndisturbed([&] { PrepareMachine(row.kind, row.before); }, SetupCommand(row.kind));
     const std::string undisturbed = ResultInRoot([&] {
         PrepareMachine(row.kind, row.before);
         EXPECT_EQ(RunSetup(row.kind).status, 0);

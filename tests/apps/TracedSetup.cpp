@@ -174,11 +174,11 @@ TracedResult RunTraced(const std::vector<std::string>& command, const Strike& st
     return result;
 }
 
-TracedResult TraceUndisturbed(const SetupKind& kind, Before before,
+TracedResult TraceUndisturbed(const std::function<void()>& prepare,
                               const std::vector<std::string>& command) {
     TracedResult whole;
     const std::string counts = ResultInRoot([&] {
-        PrepareMachine(kind, before);
+        prepare();
         const TracedResult result = RunTraced(command);
         EXPECT_EQ(result.status, 0) << result.output;
         std::string text;

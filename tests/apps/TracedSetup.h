@@ -37,7 +37,7 @@ struct TracedResult {
 TracedResult RunTraced(const std::vector<std::string>& command, const Strike& strike = {});
 
 // Runs a setup with nothing that disturbs it on a machine of its own.
-TracedResult TraceUndisturbed(const SetupKind& kind, Before before,
+TracedResult TraceUndisturbed(const std::function<void()>& prepare,
                               const std::vector<std::string>& command);
 
 }  // namespace hx_test

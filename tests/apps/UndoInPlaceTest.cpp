@@ -20,10 +20,9 @@ using namespace hx_test;
 
 const std::vector<std::string> inPlaceNothing;
 
-std::vector<std::string> InPlace(std::vector<std::string> command) {
-    command.insert(command.begin(), {"/usr/bin/setpriv", "--bounding-set=-sys_admin"});
-    return command;
-}
+const std::vector<std::string> asRootInPlace = {"/usr/bin/setpriv", "--bounding-set=-sys_admin"};
+const std::vector<std::string> asUserInPlace = {"/usr/bin/setpriv", "--reuid=4321", "--regid=4321",
+                                                "--clear-groups"};
 
 ProcessResult RunAtRoot(const std::vector<std::string>& command) {
     ProcessOptions options;
@@ -31,21 +30,49 @@ ProcessResult RunAtRoot(const std::vector<std::string>& command) {
     return Run(command, options);
 }
 
-ProcessResult UndoInPlace(const std::string& option = "--yes") {
-    return RunAtRoot(InPlace({"/opt/corvane26/cv_install", "--undo", "--yes", option}));
-}
+// Commit scripts and logs of users, also from before the test.
+const char* const removeKept = "rm -f /tmp/corvane26_commit_* /tmp/corvane26_setup_*.log";
+
+const char* const privateCopy =
+    "useradd -u 4321 -m dora; mkdir -p /home/dora/.local/state; "
+    "chown -R 4321:4321 /opt/corvane26 /home/dora";
+const SetupKind userMode = {"UserMode", {"--user-mode", "--submission-scripts"}};
 
 struct SetupsInPlace {
     const char* name;
+    const std::vector<std::string>& identity;
     SetupKind kind;
     Before before;
     size_t distance;  // of the points that are tried
+    const char* prepare = ":";
+
+    std::vector<std::string> Command() const { return With(SetupCommand(kind)); }
+    std::vector<std::string> Undo() const {
+        return With({"/opt/corvane26/cv_install", "--undo", "--yes"});
+    }
+
+    void Prepare() const {
+        PrepareMachine(kind, before);
+        EXPECT_EQ(Shell(std::string("exec 2>&1; ") + prepare), "");
+        Shell(removeKept);
+    }
+
+private:
+    std::vector<std::string> With(std::vector<std::string> command) const {
+        command.insert(command.begin(), identity.begin(), identity.end());
+        return command;
+    }
 };
 
 const SetupsInPlace setupsInPlace[] = {
-    {"Upgrade", internalQueue, Before::EarlierVersion, TriesEveryFault() ? 1u : 400u},
-    {"First", internalQueue, Before::Nothing, 5},
-    {"SameSetup", torqueWithSubmissionScripts, Before::SameSetup, 5},
+    {"Upgrade", asRootInPlace, internalQueue, Before::EarlierVersion,
+     TriesEveryFault() ? 3u : 400u},
+    {"First", asRootInPlace, internalQueue, Before::Nothing, 15},
+    {"SameSetup", asRootInPlace, torqueWithSubmissionScripts, Before::SameSetup, 15},
+    {"ComputeNode", asRootInPlace, clusterNode, Before::EarlierVersion, 15},
+    {"OtherAnswers", asRootInPlace, internalQueue, Before::Nothing, 15,
+     "/opt/corvane26/cv_install --setup --yes -p chem --submission-scripts > /dev/null 2>&1"},
+    {"Copy", asUserInPlace, userMode, Before::Nothing, TriesEveryFault() ? 3u : 150u, privateCopy},
 };
 
 class KilledInPlace : public testing::TestWithParam<SetupsInPlace> {};
@@ -54,8 +81,7 @@ class KilledInPlace : public testing::TestWithParam<SetupsInPlace> {};
 // of kills. A setup whose script was killed ends with a failure.
 size_t KillEverywhere(const SetupsInPlace& row, const std::function<void()>& look,
                       const std::function<void()>& check) {
-    const auto command = InPlace(SetupCommand(row.kind));
-    const TracedResult whole = TraceUndisturbed(row.kind, row.before, command);
+    const TracedResult whole = TraceUndisturbed([&] { row.Prepare(); }, row.Command());
     size_t points = 0;
     for (const SetupProcess process :
          {SetupProcess::Parent, SetupProcess::Script, SetupProcess::Unpacking}) {
@@ -64,13 +90,12 @@ size_t KillEverywhere(const SetupsInPlace& row, const std::function<void()>& loo
             SCOPED_TRACE("process " + std::to_string(static_cast<int>(process)) + " call " +
                          std::to_string(call));
             HX_EXPECT_SCENARIO([&] {
-                PrepareMachine(row.kind, row.before);
+                row.Prepare();
                 look();
-                const auto killed = RunTraced(command, {process, call, SIGKILL});
+                const auto killed = RunTraced(row.Command(), {process, call, SIGKILL});
                 SCOPED_TRACE(killed.struckCall + killed.output);
                 WaitForOtherProcesses();
-                // Kept for inspection.
-                Shell("rm -f /tmp/corvane26_commit_*");
+                Shell(removeKept);
                 check();
             });
             ++points;
@@ -82,18 +107,22 @@ size_t KillEverywhere(const SetupsInPlace& row, const std::function<void()>& loo
 TEST_P(KilledInPlace, FurtherSetupGivesUndisturbedResult) {
     HX_REQUIRE_THROWAWAY_ROOT();
     const SetupsInPlace& row = GetParam();
-    const auto command = InPlace(SetupCommand(row.kind));
-    const std::string undisturbed = ResultInRoot([&] {
-        PrepareMachine(row.kind, row.before);
-        EXPECT_EQ(RunAtRoot(command).status, 0);
+    // The record has the time of the setup.
+    const auto result = [] {
+        Shell(std::string("rm -rf /home/dora; ") + removeKept);
         return WholeMachine();
+    };
+    const std::string undisturbed = ResultInRoot([&] {
+        row.Prepare();
+        EXPECT_EQ(RunAtRoot(row.Command()).status, 0);
+        return result();
     });
     const size_t points = KillEverywhere(
         row, [] {},
         [&] {
-            const auto further = RunAtRoot(command);
+            const auto further = RunAtRoot(row.Command());
             EXPECT_EQ(further.status, 0) << further.out << further.err;
-            EXPECT_EQ(DifferingLines(undisturbed, WholeMachine()), inPlaceNothing) << further.out;
+            EXPECT_EQ(DifferingLines(undisturbed, result()), inPlaceNothing) << further.out;
         });
     std::printf("kills of a setup in place that is run again: %zu\n", points);
 }
@@ -106,8 +135,9 @@ TEST_P(KilledInPlace, UndoRestoresMachine) {
     const size_t points = KillEverywhere(
         row, [&] { before.emplace(); },
         [&] {
-            const auto undo = UndoInPlace();
+            const auto undo = RunAtRoot(row.Undo());
             EXPECT_TRUE(undo.status == 0 || undo.status == 68) << undo.status;
+            Shell(removeKept);
             EXPECT_EQ(DifferencesFrom(*before), inPlaceNothing) << undo.out << undo.err;
         });
     std::printf("kills of a setup in place that is undone: %zu\n", points);
@@ -116,22 +146,26 @@ TEST_P(KilledInPlace, UndoRestoresMachine) {
 INSTANTIATE_TEST_SUITE_P(Setups, KilledInPlace, testing::ValuesIn(TriedRows(setupsInPlace)),
                          [](const auto& test) { return std::string(test.param.name); });
 
-TEST(UndoInPlace, RestoresMachine) {
+class UndoneInPlace : public testing::TestWithParam<SetupsInPlace> {};
+
+TEST_P(UndoneInPlace, LeavesMachineAsItWasBefore) {
     HX_REQUIRE_THROWAWAY_ROOT();
-    for (const auto& row : TriedRows(setupsInPlace)) {
-        SCOPED_TRACE(row.name);
-        HX_EXPECT_SCENARIO([&] {
-            PrepareMachine(row.kind, row.before);
-            const WholeState before;
-            const auto setup = RunAtRoot(InPlace(SetupCommand(row.kind)));
-            EXPECT_EQ(setup.status, 0) << setup.out << setup.err;
-            EXPECT_NE(DifferencesFrom(before), inPlaceNothing);
-            const auto undo = UndoInPlace();
-            EXPECT_EQ(undo.status, 0) << undo.out << undo.err;
-            EXPECT_EQ(undo.err, "");
-            EXPECT_EQ(DifferencesFrom(before), inPlaceNothing) << undo.out;
-        });
-    }
+    const SetupsInPlace& row = GetParam();
+    HX_EXPECT_SCENARIO([&] {
+        row.Prepare();
+        const WholeState before;
+        const auto setup = RunAtRoot(row.Command());
+        EXPECT_EQ(setup.status, 0) << setup.out << setup.err;
+        EXPECT_NE(DifferencesFrom(before), inPlaceNothing);
+        const auto undo = RunAtRoot(row.Undo());
+        EXPECT_EQ(undo.status, 0) << undo.out << undo.err;
+        EXPECT_EQ(undo.err, "");
+        Shell(removeKept);
+        EXPECT_EQ(DifferencesFrom(before), inPlaceNothing) << undo.out;
+    });
 }
+
+INSTANTIATE_TEST_SUITE_P(Setups, UndoneInPlace, testing::ValuesIn(TriedRows(setupsInPlace)),
+                         [](const auto& test) { return std::string(test.param.name); });
 
 }  // namespace

@@ -1,6 +1,7 @@
 // cv_install --undo against the machine as it was before the setup.
 #include <gtest/gtest.h>
 
+#include <array>
 #include <csignal>
 #include <cstdio>
 #include <filesystem>
@@ -100,7 +101,8 @@ void ExpectUndone(const WholeState& before) {
 TEST_P(KilledAndUndone, SetupIsUndone) {
     HX_REQUIRE_THROWAWAY_ROOT();
     const KilledSetups& row = GetParam();
-    const TracedResult whole = TraceUndisturbed(row.kind, row.before, SetupCommand(row.kind));
+    const TracedResult whole =
+        TraceUndisturbed([&] { PrepareMachine(row.kind, row.before); }, SetupCommand(row.kind));
     size_t points = 0;
     for (size_t call = whole.callsBeforeMerge + 1; call <= whole.calls[0]; call += row.distance) {
         SCOPED_TRACE("call " + std::to_string(call));
@@ -342,15 +344,14 @@ TEST(Undo, CompletesFailedSetupThatWasNotTakenBack) {
 }
 
 // The record itself needs five entries.
-TEST(SavedStates, StopSetupBeforeFirstChangeOnFullDisk) {
-    HX_REQUIRE_THROWAWAY_ROOT();
-    HX_EXPECT_SCENARIO([] {
+void ExpectEndOnFullDisk(RootMode mode) {
+    HX_EXPECT_SCENARIO([&] {
         PrepareMachine(internalQueue, Before::EarlierVersion);
         Shell(
             "mkdir /var/lib/corvane26; mount -t tmpfs -o nr_inodes=8,mode=755 none "
             "/var/lib/corvane26");
         const WholeState before;
-        const auto setup = RunSetup(internalQueue);
+        const auto setup = RunRootSetup({"--yes"}, {}, mode);
         EXPECT_EQ(setup.status, 2) << setup.out;
         EXPECT_NE(setup.err.find(" for --undo: No space left on device\n"), std::string::npos)
             << setup.err;
@@ -358,6 +359,12 @@ TEST(SavedStates, StopSetupBeforeFirstChangeOnFullDisk) {
         EXPECT_EQ(DifferencesFrom(before), nothing);
         EXPECT_EQ(Shell("find /var/lib/corvane26 -mindepth 1; umount /var/lib/corvane26"), "");
     });
+}
+
+TEST(SavedStates, StopSetupBeforeFirstChangeOnFullDisk) {
+    HX_REQUIRE_THROWAWAY_ROOT();
+    for (const RootMode mode : TriedRows(std::array{RootMode::InPlace, RootMode::Staged}))
+        ExpectEndOnFullDisk(mode);
 }
 
 }  // namespace

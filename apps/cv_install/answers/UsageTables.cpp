@@ -84,11 +84,11 @@ constexpr OptionUsage furtherOptions[] = {
      "is.",
      OwnOption::Repair},
     {"--undo", OptionValue::None, nullptr, "restore the state before the previous setup, then end",
-     "Only for root. What was changed after the setup is listed and kept. The plan is shown and "
+     "What was changed after the setup is listed and kept. The plan is shown and "
      "must be confirmed.",
-     OwnOption::Undo, true},
+     OwnOption::Undo},
     {"--force", OptionValue::None, nullptr,
-     "with --undo, also restore what was changed after the setup", nullptr, OwnOption::Force, true},
+     "with --undo, also restore what was changed after the setup", nullptr, OwnOption::Force},
     {"--remove", OptionValue::None, nullptr,
      "remove what setups created and restore the state before the first one, then end",
      "Settings, log, record and service account stay, and so does what was changed after the "

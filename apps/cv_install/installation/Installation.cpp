@@ -264,6 +264,11 @@ constexpr Entry createdEntries[] = {
         {.path = "~/.local/state/corvane26/INSTALL-DIRECTORY/private/answers", .userMode = 0600}),
     RecordRow({.path = "~/.local/state/corvane26/INSTALL-DIRECTORY/private/commit_script",
                .userMode = 0600}),
+    RecordRow({.path = "~/.local/state/corvane26/INSTALL-DIRECTORY/private/states",
+               .kind = Kind::Directory,
+               .userMode = 0700,
+               .conditions = ForUndo,
+               .removesAllBelow = true}),
 
     {.item = Item::CommitScript,
      .path = "/tmp/corvane26_commit_XXXXXX",

@@ -257,6 +257,13 @@ Failure FindObstacleForUser(const CInstallBase& run) {
     return {};
 }
 
+Failure OpenInstallDirectory(const QString& installDir, Descriptor& tree) {
+    if (getuid() == 0)
+        return OpenInstallDirectory(tree);
+    tree = Descriptor(open(installDir.toUtf8().constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    return {};
+}
+
 Failure OpenInstallDirectory(Descriptor& tree) {
     const std::string path = PathOf(Find(Item::InstallDirectory), sharedDirectory);
     RootPath resolved;

@@ -36,6 +36,9 @@ Failure FindObstacleForUser(const CInstallBase& run);
 // than a directory is there.
 Failure OpenInstallDirectory(Descriptor& tree);
 
+// The same for root. For a regular user, opens the private copy, if it exists.
+Failure OpenInstallDirectory(const QString& installDir, Descriptor& tree);
+
 // Refuses a staged setup from a product directory or a working directory below the install
 // directory, which is not visible to it.
 Failure CheckPlaces(const QString& binariesDir, const QString& installDir);

@@ -250,21 +250,6 @@ int RecordDirectory::DirectoryOf(Item item) const {
     return isPublic ? m_record.Number() : m_private.Number();
 }
 
-void RecordDirectory::RemoveFiles() {
-    if (!m_record)
-        return;
-    for (const Item item :
-         {Item::RecordedScript, Item::RecordedAnswers, Item::Verification, Item::Manifest})
-        unlinkat(DirectoryOf(item), LastComponent(item).c_str(), 0);
-    unlinkat(m_record.Number(), LastComponent(Item::RecordPrivate).c_str(), AT_REMOVEDIR);
-    // That above is one of several records.
-    std::filesystem::path path = m_path.toStdString();
-    for (auto parent = m_parents.rbegin(); parent != m_parents.rend() && m_owner != 0; ++parent) {
-        unlinkat(parent->Number(), path.filename().c_str(), AT_REMOVEDIR);
-        path = path.parent_path();
-    }
-}
-
 Failure RecordDirectory::Read(Item item, qsizetype most, std::optional<QByteArray>& content) const {
     content.reset();
     if (DirectoryOf(item) == -1)
@@ -333,5 +318,10 @@ void RecordDirectory::RemoveIfEmpty() {
          {Item::Manifest, Item::RecordedAnswers, Item::RecordedScript, Item::Verification})
         unlinkat(DirectoryOf(item), (LastComponent(item) + newSuffix).c_str(), 0);
     unlinkat(m_record.Number(), LastComponent(Item::RecordPrivate).c_str(), AT_REMOVEDIR);
-    unlinkat(m_parents.back().Number(), LastComponent(Item::Record).c_str(), AT_REMOVEDIR);
+    // That above a user's record is one of several records.
+    std::filesystem::path path = m_path.toStdString();
+    for (auto parent = m_parents.rbegin(); parent != m_parents.rend(); ++parent) {
+        unlinkat(parent->Number(), path.filename().c_str(), AT_REMOVEDIR);
+        path = path.parent_path();
+    }
 }

@@ -59,9 +59,6 @@ public:
     // Removes new files that a killed setup left, and the directories if they are empty.
     void RemoveIfEmpty();
 
-    // Removes the record, without saved states.
-    void RemoveFiles();
-
     // Reads a file of at most `most` bytes; empty if it does not exist. `item` is a row of root's
     // record.
     Failure Read(Item item, qsizetype most, std::optional<QByteArray>& content) const;

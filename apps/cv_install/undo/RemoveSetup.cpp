@@ -73,7 +73,7 @@ void AddDirectory(const fs::path& path, const Entry* entry, std::vector<PathDiff
 
 // What setups made outside of what is staged: the record, which is deleted last, logs, also those
 // that logrotate renamed, kept commit scripts; and the drop-ins of the unit unless the unit stays.
-std::vector<PathDifference> FindOthers(const UndoPlan& plan) {
+std::vector<PathDifference> FindOthersOfRoot(const UndoPlan& plan) {
     std::vector<PathDifference> found;
     if (!plan.remaining.contains(Find(Item::Unit).path))
         AddDirectory(PathOfDropIns(), nullptr, found);
@@ -128,17 +128,21 @@ void RemoveOther(const PathDifference& other) {
         WarnNotRemoved(other.path, errno);
 }
 
-QString RemedyWithoutState() {
+QString RemedyWithoutState(const QString& states) {
     return QStringLiteral(
                "To remove what setups created without restoring the state before them, remove "
                "\"%1\", then run the removal again.")
-        .arg(QLatin1String(Find(Item::SavedStates).path));
+        .arg(states);
 }
 
 class SetupRemoval {
 public:
-    SetupRemoval(const Arguments& arguments, const SetupLock& lock)
-        : m_arguments(arguments), m_lock(lock), m_purges(arguments.Has(OwnOption::Purge)) {}
+    SetupRemoval(const Arguments& arguments, const QString& installDir, const SetupLock& lock)
+        : m_arguments(arguments),
+          m_installDir(installDir),
+          m_lock(lock),
+          m_purges(arguments.Has(OwnOption::Purge)),
+          m_states(installDir) {}
 
     Failure Run();
 
@@ -150,19 +154,28 @@ private:
     Failure RemoveRest(const Restoration& restoration);
     void Finish(const Restoration& restoration) const;
 
+    // With --purge.
+    std::vector<PathDifference> FindOthers(const UndoPlan& plan) const;
+
     const Arguments& m_arguments;
+    const QString m_installDir;
     const SetupLock& m_lock;
     const bool m_purges;
-    SavedStates m_states{QLatin1String(sharedDirectory)};
+    SavedStates m_states;
     bool m_isSaved = false;  // the state before the first setup
     SavedSetup m_saved;
     StagedMachine m_content;
 };
 
+// Of a user's record, the directory is not shown.
+std::vector<PathDifference> SetupRemoval::FindOthers(const UndoPlan& plan) const {
+    return m_purges && getuid() == 0 ? FindOthersOfRoot(plan) : std::vector<PathDifference>();
+}
+
 Failure SetupRemoval::Load() {
     Failure failure = m_states.LoadFirst(m_isSaved);
     if (failure) {
-        failure->remedy = RemedyWithoutState();
+        failure->remedy = RemedyWithoutState(m_states.Path());
         return failure;
     }
     if (m_isSaved) {
@@ -170,12 +183,12 @@ Failure SetupRemoval::Load() {
         return m_states.OpenContent(m_content);
     }
     Descriptor tree;
-    failure = OpenInstallDirectory(tree);
+    failure = OpenInstallDirectory(m_installDir, tree);
     // A link may lead to a file system that is not mounted.
     if (!failure || IsTreeElsewhere())
-        failure = FindUnsavedSetups(tree.Number(), m_saved);
+        failure = FindUnsavedSetups(m_installDir, tree.Number(), m_saved);
     // Nothing is restored, so no content is read.
-    m_content.installDir = QLatin1String(sharedDirectory);
+    m_content.installDir = m_installDir;
     for (Descriptor* layer : {&m_content.tree, &m_content.etc, &m_content.bin})
         *layer = Descriptor(open("/", O_PATH | O_DIRECTORY | O_CLOEXEC));
     return failure;
@@ -198,8 +211,7 @@ SavedSetup SetupRemoval::Remaining(const UndoPlan& plan) const {
 Failure SetupRemoval::Forget(const UndoPlan& plan) {
     if (m_saved.attempts.empty())
         return {};
-    return m_states.KeepFirst(FactsOf(CommandLine(), QLatin1String(sharedDirectory)),
-                              Remaining(plan));
+    return m_states.KeepFirst(FactsOf(CommandLine(), m_installDir), Remaining(plan));
 }
 
 Failure SetupRemoval::RemoveRest(const Restoration& restoration) {
@@ -233,11 +245,18 @@ void SetupRemoval::Finish(const Restoration& restoration) const {
     if (restoration.Shown().IsEmpty())
         std::printf("Nothing to remove.\n");
     else
-        std::printf("cv_install: removed the setup of \"%s\"\n", sharedDirectory);
-    if (!m_purges && !Console::IsQuiet() && !restoration.Found().remaining.empty())
+        std::printf("cv_install: removed the setup of \"%s\"\n",
+                    qUtf8Printable(Printable(m_installDir)));
+    if (m_purges || Console::IsQuiet() || restoration.Found().remaining.empty())
+        return;
+    if (getuid() == 0)
         std::printf(
             "    Settings, log, record and service account were kept. To remove them, too: "
             "cv_install --remove --purge\n");
+    else
+        std::printf(
+            "    Settings and record were kept. To remove them, too: cv_install --remove "
+            "--purge\n");
     std::fflush(stdout);
 }
 
@@ -247,12 +266,11 @@ Failure SetupRemoval::Run() {
     if (!m_isSaved && !m_saved.attempts.empty())
         std::printf("The state before the first setup is unknown. Nothing is restored.\n");
     Restoration restoration(m_arguments, m_purges ? UndoPurpose::Purge : UndoPurpose::Remove,
-                            m_saved, std::move(m_content), [this](const UndoPlan& plan) {
-                                return m_purges ? FindOthers(plan) : std::vector<PathDifference>();
-                            });
+                            m_saved, std::move(m_content),
+                            [this](const UndoPlan& plan) { return FindOthers(plan); });
     if (Failure failure = restoration.Plan()) {
         if (failure->status == ExitStatus::RecordUnusable)
-            failure->remedy = RemedyWithoutState();
+            failure->remedy = RemedyWithoutState(m_states.Path());
         return failure;
     }
     JsonReport::NoteChanges(restoration.Shown(), false);
@@ -280,12 +298,13 @@ Failure SetupRemoval::Run() {
 
 }  // namespace
 
-ExitStatus RemoveAsRoot(const Arguments& arguments, const SetupLock& lock) {
+ExitStatus RemoveSetup(const Arguments& arguments, const QString& installDir,
+                       const SetupLock& lock) {
     if (!arguments.Has(OwnOption::DryRun))
-        SetupLog::Start(true);
+        SetupLog::Start(getuid() == 0);
     JsonReport::NoteLog(SetupLog::Path());
     const Failure failure =
-        AboutAction(SetupRemoval(arguments, lock).Run(),
+        AboutAction(SetupRemoval(arguments, installDir, lock).Run(),
                     {"removal canceled", "during the removal", "un the removal again"});
     if (!failure)
         return ExitStatus::Complete;

@@ -1,4 +1,4 @@
-// Removes what setups as root made.
+// Removes what setups made.
 #pragma once
 
 #include "answers/Arguments.h"
@@ -7,4 +7,5 @@
 // Restores the state before the first setup. Without --purge, settings, log, record and accounts
 // that setups created stay. Shows what changes and asks, as a setup does. Failures have been
 // reported.
-ExitStatus RemoveAsRoot(const Arguments& arguments, const SetupLock& lock);
+ExitStatus RemoveSetup(const Arguments& arguments, const QString& installDir,
+                       const SetupLock& lock);

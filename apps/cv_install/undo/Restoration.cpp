@@ -46,6 +46,11 @@ std::vector<std::string> DirectoriesOfAccounts() {
 Failure FindOwners(const SavedSetup& saved, TreeOwners& owners) {
     constexpr auto none = static_cast<uid_t>(-1);
     owners = {none, none, none, getuid() != 0};
+    if (getuid() != 0) {
+        owners.account = getuid();
+        owners.group = getgid();
+        return {};
+    }
     std::optional<ServiceAccount> recorded;
     if (Failure failure = ReadServiceAccount(recorded))
         return failure;
@@ -78,7 +83,7 @@ Restoration::Restoration(const Arguments& arguments, UndoPurpose purpose, const 
 
 // It stays closed if it is kept.
 Failure Restoration::OpenTree(Descriptor& tree) const {
-    return IsTreeKept(m_purpose) ? Failure() : OpenInstallDirectory(tree);
+    return IsTreeKept(m_purpose) ? Failure() : OpenInstallDirectory(m_content.installDir, tree);
 }
 
 Failure Restoration::Read(LiveMachine& live) {
@@ -87,7 +92,8 @@ Failure Restoration::Read(LiveMachine& live) {
     Failure failure = OpenTree(tree);
     if (failure)
         return failure;
-    live.rows = ReadLiveRows(tree.Number());
+    if (getuid() == 0)
+        live.rows = ReadLiveRows(tree.Number());
     failure = FindOwners(m_saved, m_owners);
     if (!failure)
         failure =
@@ -112,7 +118,8 @@ void Restoration::ShowKept() const {
 }
 
 Failure Restoration::Plan() {
-    m_services = FindServiceStates();
+    if (getuid() == 0)
+        m_services = FindServiceStates();
     LiveMachine live;
     if (Failure failure = Read(live))
         return failure;
@@ -165,7 +172,7 @@ void Restoration::OpenUnpackedDirectories() const {
             deleted.insert(each.path);
     }
     Descriptor tree;
-    if (OpenInstallDirectory(tree))
+    if (OpenInstallDirectory(m_content.installDir, tree))
         return;
     const size_t top = m_content.installDir.toStdString().size() + 1;
     constexpr mode_t modeOfTar = 0700;

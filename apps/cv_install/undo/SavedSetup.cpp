@@ -235,6 +235,7 @@ void Collapse(SavedSetup& saved) {
 
 QByteArray TextOf(const SavedSetup& saved) {
     Json object = {{"complete", saved.isComplete},
+                   {"inPlace", saved.isInPlace},
                    {"result", WordFor(savedResultWords, saved.isResultKnown)},
                    {"record", saved.record},
                    {"members", Json::object()},
@@ -251,6 +252,7 @@ std::optional<SavedSetup> ParseSavedSetup(const QByteArray& text, const std::str
     try {
         const Json object = Json::parse(text.begin(), text.end());
         saved.isComplete = object.at("complete");
+        saved.isInPlace = object.at("inPlace");
         saved.isResultKnown = ValueFor(savedResultWords, object.at("result"));
         saved.record = object.at("record");
         for (const auto& [group, names] : object.at("members").items())

@@ -12,6 +12,7 @@
 
 struct SavedSetup {
     bool isComplete = false;            // neither the setup nor its undo was interrupted
+    bool isInPlace = false;             // of any attempt
     bool isResultKnown = true;          // otherwise the last attempt is a snapshot, see Snapshot.h
     std::vector<Differences> attempts;  // more than one after interrupted setups
     std::vector<std::string> record;    // names of the files of the record before the setup

@@ -107,9 +107,9 @@ Failure ReadSavedContent(const PathDifference& difference, const LayerPath& plac
                          const StagedMachine& layers, int liveTree, QByteArray& bytes) {
     const Descriptor root(open("/", O_PATH | O_DIRECTORY | O_CLOEXEC));
     const bool isInTree = place.base == layers.tree.Number();
-    const std::optional<FileContent> content =
-        isInTree ? ReadContent(liveTree, place.path, Reading::PublicFiles)
-                 : ReadContent(root.Number(), difference.path.substr(1), Reading::AllFiles);
+    const std::optional<FileContent> content = ReadContent(
+        isInTree ? liveTree : root.Number(), isInTree ? place.path : difference.path.substr(1),
+        ReadingOfSaved(difference.entry, isInTree));
     if (!content && errno != ENOENT && errno != ENOTDIR && errno != ELOOP && errno != EREMOTE)
         return CannotSave(difference.path, errno);
     if (!content || content->refusal != nullptr ||
@@ -243,21 +243,14 @@ SavedStates::SavedStates(const QString& installDir)
     : m_installDir(installDir), m_record(installDir) {}
 
 std::string SavedStates::PathOfStates() const {
-    return m_record.PathOf(Item::SavedStates).toStdString();
-}
-
-Failure SavedStates::OpenTree(Descriptor& tree) const {
-    if (getuid() == 0)
-        return OpenInstallDirectory(tree);
-    tree = Descriptor(open(m_installDir.toUtf8().constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    return {};
+    return Path().toStdString();
 }
 
 Failure SavedStates::CompleteAttempt(SavedSetup& saved) const {
     if (saved.isResultKnown || saved.attempts.empty())
         return {};
     Descriptor tree;
-    Failure failure = OpenTree(tree);
+    Failure failure = OpenInstallDirectory(m_installDir, tree);
     if (!failure)
         failure = CompleteSnapshot(saved.members, m_installDir.toStdString(), tree.Number(),
                                    saved.attempts.back());
@@ -306,7 +299,6 @@ Failure SavedStates::Load(const std::string& name, OpenState& state, bool& isFou
     if (state.facts.machineId != MachineId())
         return CannotUse(path, "it is from another machine");
     state.saved = std::move(*saved);
-    state.wasResultKnown = state.saved.isResultKnown;
     return CompleteAttempt(state.saved);
 }
 
@@ -368,6 +360,7 @@ Failure SavedStates::AddAttempt(const SetupFacts& facts, const Differences& atte
                           : CannotSave(PathOfStates(), errno);
     state.saved.attempts.push_back(attempt);
     state.saved.isResultKnown = isResultKnown;
+    state.saved.isInPlace = state.saved.isInPlace || !isResultKnown;
     state.wasComplete = state.saved.isComplete;
     state.saved.isComplete = false;
     return failure ? failure : Write(state);
@@ -393,9 +386,12 @@ Failure SavedStates::Begin(const SetupFacts& facts, const Differences& differenc
 }
 
 Failure SavedStates::BeginInPlace(const SetupFacts& facts, const SetupInPlace& setup) {
+    // A user's setup continues without a record, and warns then.
+    if (getuid() != 0 && (Open(true) || !m_states))
+        return {};
     Descriptor tree;
     Differences snapshot;
-    Failure failure = OpenTree(tree);
+    Failure failure = OpenInstallDirectory(m_installDir, tree);
     if (!failure)
         failure = ReadSnapshot(setup, tree.Number(), snapshot);
     return failure ? failure : BeginAttempt(facts, snapshot, false, tree.Number());
@@ -451,7 +447,7 @@ void SavedStates::Complete() {
     if (m_state.name.empty())
         return;
     Failure failure = CompleteAttempt(m_state.saved);
-    if (!failure && !m_first.name.empty())
+    if (!failure)
         failure = CompleteAttempt(m_first.saved);
     if (!failure && m_state.isNew && ChangesNothing(m_state.saved.attempts.back())) {
         Discard();
@@ -471,6 +467,19 @@ void SavedStates::Complete() {
     if (!m_first.name.empty())
         Write(m_first);
     Prune();
+}
+
+// Otherwise whoever loads the states completes the attempt.
+void SavedStates::NoteFailed() {
+    const bool isCompleted = !CompleteAttempt(m_state.saved) && !CompleteAttempt(m_first.saved);
+    if (isCompleted && m_state.isNew && ChangesNothing(m_state.saved.attempts.back())) {
+        Discard();
+        return;
+    }
+    for (const OpenState* state : {&m_state, &m_first}) {
+        if (isCompleted && !state->name.empty())
+            Write(*state);
+    }
 }
 
 // If this write fails, the extra attempt is harmless: its states only widen what counts as ours.
@@ -501,7 +510,7 @@ Failure SavedStates::LoadUnfinished(bool includesStaged, bool& isFound) {
     if (!failure && m_states)
         failure = FindLast(m_state, isFound);
     isFound = isFound && !failure && !m_state.saved.isComplete &&
-              (includesStaged || !m_state.wasResultKnown);
+              (includesStaged || m_state.saved.isInPlace);
     return failure;
 }
 

@@ -20,9 +20,8 @@ struct OpenState {
     std::string name;  // empty without a state
     Descriptor directory;
     bool isNew = false;
-    bool wasComplete = false;    // before a setup added to it
-    SetupFacts formerFacts;      // likewise
-    bool wasResultKnown = true;  // before what is there now was filled in
+    bool wasComplete = false;  // before a setup added to it
+    SetupFacts formerFacts;    // likewise
     SetupFacts facts;
     SavedSetup saved;
 };
@@ -40,11 +39,14 @@ public:
     // machine. `liveTree` is the live install directory, or -1.
     Failure Begin(const SetupFacts& facts, const Differences& differences, int liveTree);
 
-    // The same for a setup in place.
+    // The same for a setup in place. That of a user without a record saves nothing.
     Failure BeginInPlace(const SetupFacts& facts, const SetupInPlace& setup);
 
     // The setup is complete. Reports what fails, after which the next setup adds to this state.
     void Complete();
+
+    // The setup in place failed, and its changes stay. What others change from now on is theirs.
+    void NoteFailed();
 
     // The setup failed, and its changes were undone.
     void Discard();
@@ -58,6 +60,9 @@ public:
 
     // Opens the state before the first setup; `isFound` is false if it was not saved.
     Failure LoadFirst(bool& isFound);
+
+    // The directory of states in messages.
+    QString Path() const { return m_record.PathOf(Item::SavedStates); }
 
     const SavedSetup& Saved() const { return m_state.saved; }
     const SetupFacts& Facts() const { return m_state.facts; }  // of the setup that is undone
@@ -92,7 +97,6 @@ private:
                        int liveTree, OpenState& state) const;
     Failure BeginFirst(const SetupFacts& facts, const Differences& attempt, bool isResultKnown,
                        int liveTree);
-    Failure OpenTree(Descriptor& tree) const;
     Failure CompleteAttempt(SavedSetup& saved) const;
     std::string PathOfStates() const;
     Failure Write(const OpenState& state) const;

@@ -229,9 +229,8 @@ Failure PathUndo::Add(const SavedPath& path) {
         return DamagedContent(path.path);
     const bool isOurs = std::ranges::find(path.after, live) != path.after.end();
     const char* reason = WhyKept(path, live);
-    const bool isForced =
-        m_purpose == UndoPurpose::ForcedUndo || m_purpose == UndoPurpose::FurtherSetup;
-    if (reason == nullptr && !isOurs && !isForced && !IsRemovedAsChanged(path, live))
+    if (reason == nullptr && !isOurs && m_purpose != UndoPurpose::ForcedUndo &&
+        !IsRemovedAsChanged(path, live))
         reason = ChangedSince(m_purpose);
     if (reason != nullptr) {
         Keep(path.path, reason);
@@ -429,6 +428,8 @@ void AddMembers(const SavedSetup& saved, UndoPlan& plan) {
 }  // namespace
 
 bool IsTreeElsewhere() {
+    if (getuid() != 0)
+        return false;
     const std::string path = sharedDirectory;
     const Descriptor parent(open(ParentOf(path).c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
     const Descriptor tree = parent ? OpenEntry(parent.Number(), BaseNameOf(path)) : Descriptor();

@@ -13,7 +13,7 @@
 
 // The purpose of restoring a state. A removal keeps settings and accounts that setups created, and
 // a purge deletes them, settings also if they were edited. Before a setup after an unfinished one,
-// only paths are restored, also changed ones.
+// only paths are restored.
 enum class UndoPurpose { Undo, ForcedUndo, Remove, Purge, FurtherSetup };
 
 inline bool IsRemoval(UndoPurpose purpose) {
@@ -35,7 +35,7 @@ Failure FindUndo(const SavedSetup& saved, const StagedMachine& content, int live
                  const TreeOwners& owners, const ServiceStates& services, UndoPurpose purpose,
                  UndoPlan& plan);
 
-// Whether the install directory is a link or a mount point.
+// Whether the install directory of root is a link or a mount point.
 bool IsTreeElsewhere();
 
 // Whether it is kept because of that. It need not be accessible then.

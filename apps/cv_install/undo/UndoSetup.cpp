@@ -1,5 +1,7 @@
 #include "undo/UndoSetup.h"
 
+#include <unistd.h>
+
 #include <cstdio>
 
 #include "Console.h"
@@ -41,8 +43,9 @@ Failure CarryOutUndo(SavedStates& states, Restoration& restoration) {
     return failure;
 }
 
-Failure UndoLastSetup(const Arguments& arguments, const SetupLock& lock) {
-    SavedStates states{QLatin1String(sharedDirectory)};
+Failure UndoLastSetup(const Arguments& arguments, const QString& installDir,
+                      const SetupLock& lock) {
+    SavedStates states(installDir);
     StagedMachine content;
     Failure failure = states.LoadLast();
     if (failure && !arguments.Has(OwnOption::DryRun))
@@ -121,11 +124,11 @@ Failure RestoreAfterUnfinished(const Arguments& arguments, const QString& instal
     return AboutAction(failure, {"setup canceled", "during the setup", "un the setup again"});
 }
 
-ExitStatus UndoAsRoot(const Arguments& arguments, const SetupLock& lock) {
+ExitStatus UndoSetup(const Arguments& arguments, const QString& installDir, const SetupLock& lock) {
     if (!arguments.Has(OwnOption::DryRun))
-        SetupLog::Start(true);
+        SetupLog::Start(getuid() == 0);
     JsonReport::NoteLog(SetupLog::Path());
-    const Failure failure = AboutAction(UndoLastSetup(arguments, lock),
+    const Failure failure = AboutAction(UndoLastSetup(arguments, installDir, lock),
                                         {"undo canceled", "during the undo", "un the undo again"});
     if (!failure)
         return ExitStatus::Complete;

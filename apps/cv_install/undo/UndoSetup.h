@@ -6,7 +6,7 @@
 
 // Restores the state before the last setup that saved one, whether it was completed or not. Shows
 // what changes and asks, as a setup does. Failures have been reported.
-ExitStatus UndoAsRoot(const Arguments& arguments, const SetupLock& lock);
+ExitStatus UndoSetup(const Arguments& arguments, const QString& installDir, const SetupLock& lock);
 
 // Which unfinished setups leave what another one cannot complete.
 enum class Unfinished { InPlace, All };

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <grp.h>
 #include <pwd.h>
+#include <unistd.h>
 
 #include <algorithm>
 
@@ -17,8 +18,9 @@ constexpr id_t firstOfUsers = 1000;
 
 class UnsavedSetups {
 public:
-    UnsavedSetups(int liveTree, Differences& found)
-        : m_root(open("/", O_PATH | O_DIRECTORY | O_CLOEXEC)),
+    UnsavedSetups(const QString& installDir, int liveTree, Differences& found)
+        : m_installDir(installDir.toStdString()),
+          m_root(open("/", O_PATH | O_DIRECTORY | O_CLOEXEC)),
           m_liveTree(liveTree),
           m_found(found) {}
 
@@ -30,6 +32,7 @@ private:
     void Add(const std::string& path, const State& after, const Entry& entry);
     void AddBelow(const Entry& entry);
 
+    const std::string m_installDir;
     const Descriptor m_root;
     const int m_liveTree;
     Differences& m_found;
@@ -37,7 +40,7 @@ private:
 
 State UnsavedSetups::ReadLive(const Entry& entry, const std::string& path) const {
     const bool isInTree = IsInTree(entry);
-    const size_t top = std::string(sharedDirectory).size() + 1;
+    const size_t top = m_installDir.size() + 1;
     const std::string below = !isInTree           ? path.substr(1)
                               : path.size() < top ? ""
                                                   : path.substr(top);
@@ -53,13 +56,15 @@ void UnsavedSetups::Add(const std::string& path, const State& after, const Entry
 }
 
 void UnsavedSetups::AddListed(const Manifest& manifest) {
-    const std::string tree = '/' + manifest.tree;
+    // That of a user lists only what is in the private copy, which is the product's.
+    const bool isUsers = manifest.tree.empty();
+    const std::string tree = isUsers ? "" : '/' + manifest.tree;
     for (const ManifestEntry& listed : manifest.entries) {
         std::string path = '/' + listed.path;
         if (path == tree || path.starts_with(tree + '/'))
-            path.replace(0, tree.size(), sharedDirectory);
-        const Entry* entry = RowOfPath(path, sharedDirectory);
-        if (!listed.isInstalled || entry == nullptr)
+            path.replace(0, tree.size(), m_installDir);
+        const Entry* entry = RowOfPath(path, m_installDir);
+        if (!listed.isInstalled || entry == nullptr || (isUsers && listed.path.empty()))
             continue;
         State after = listed.state;
         // Of what users edit, the manifest has no content.
@@ -71,7 +76,7 @@ void UnsavedSetups::AddListed(const Manifest& manifest) {
 
 void UnsavedSetups::AddBelow(const Entry& entry) {
     for (const std::string& below : PathsBelow(m_liveTree, entry.path).value_or(RelativePaths())) {
-        const std::string path = sharedDirectory + ('/' + below);
+        const std::string path = m_installDir + '/' + below;
         const State state = ReadLive(entry, path);
         if (state.kind != State::Kind::Missing && state.kind != State::Kind::Special)
             Add(path, state, entry);
@@ -126,9 +131,9 @@ void AddUnsavedAccount(Differences& found) {
 
 }  // namespace
 
-Failure FindUnsavedSetups(int liveTree, SavedSetup& saved) {
+Failure FindUnsavedSetups(const QString& installDir, int liveTree, SavedSetup& saved) {
     saved = {};
-    RecordDirectory record{QLatin1String(sharedDirectory)};
+    RecordDirectory record(installDir);
     std::optional<Manifest> manifest;
     Failure failure = record.Open();
     if (!failure)
@@ -137,10 +142,10 @@ Failure FindUnsavedSetups(int liveTree, SavedSetup& saved) {
         return failure;
     saved.isComplete = true;
     Differences found;
-    UnsavedSetups unsaved(liveTree, found);
+    UnsavedSetups unsaved(installDir, liveTree, found);
     if (manifest && !manifest->entries.empty())
         unsaved.AddListed(*manifest);
-    else
+    else if (getuid() == 0)
         unsaved.AddTable();
     // Other users can write to the tree.
     const bool isRoots = std::ranges::any_of(found.paths, [&](const PathDifference& each) {
@@ -148,8 +153,10 @@ Failure FindUnsavedSetups(int liveTree, SavedSetup& saved) {
     });
     if (!isRoots)
         return {};
-    AddUnsavedAccount(found);
-    found.services.push_back({Change::Create, serviceUnit, "", "active"});
+    if (getuid() == 0) {
+        AddUnsavedAccount(found);
+        found.services.push_back({Change::Create, serviceUnit, "", "active"});
+    }
     saved.attempts.push_back(std::move(found));
     return {};
 }

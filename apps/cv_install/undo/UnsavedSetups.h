@@ -9,4 +9,4 @@
 // and is not found; without files outside of the install directory, nothing is found, because other
 // users can write there. `liveTree` is as for FindUndo. Fails with RecordUnusable if the manifest
 // is damaged.
-Failure FindUnsavedSetups(int liveTree, SavedSetup& saved);
+Failure FindUnsavedSetups(const QString& installDir, int liveTree, SavedSetup& saved);
