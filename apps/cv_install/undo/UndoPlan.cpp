@@ -24,11 +24,6 @@ const char* ChangedSince(UndoPurpose purpose) {
                               : "changed after the setup; --force restores it";
 }
 
-// Before a setup after an unfinished one, also what that one changed elsewhere is restored.
-bool KeepsMounts(UndoPurpose purpose) {
-    return purpose != UndoPurpose::FurtherSetup;
-}
-
 Problem UnreadableInUndo(const std::string& path, int error) {
     const char* reason = error == EINTR ? "timed out" : std::strerror(error);
     return {ExitStatus::SystemCallFailed,
@@ -211,7 +206,7 @@ Failure PathUndo::Add(const SavedPath& path) {
         m_plan.remaining.insert(path.path);
         return {};
     }
-    if (place.isInTree && KeepsMounts(m_purpose) && IsOnOtherMount(place)) {
+    if (place.isInTree && IsRemoval(m_purpose) && IsOnOtherMount(place)) {
         Keep(path.path, "is on another file system");
         m_plan.remaining.insert(path.path);
         return {};
@@ -442,7 +437,7 @@ bool IsTreeElsewhere() {
 }
 
 bool IsTreeKept(UndoPurpose purpose) {
-    return KeepsMounts(purpose) && IsTreeElsewhere();
+    return IsRemoval(purpose) && IsTreeElsewhere();
 }
 
 Failure FindUndo(const SavedSetup& saved, const StagedMachine& content, int liveTree,

@@ -29,8 +29,8 @@ struct UndoPlan {
 // Compares with the live machine, whose install directory is `liveTree` or, if it does not exist,
 // -1, with entries of `owners`. `content` has the content of files as it was. What others changed
 // after the setup is kept, unless the undo is a forced one; jobs, what was not saved, and
-// directories with other entries are always kept. So is all of an install directory that other
-// machines may use. Fails if saved content is damaged.
+// directories with other entries are always kept. A removal keeps all of an install directory that
+// other machines may use, and what is below mount points in it. Fails if saved content is damaged.
 Failure FindUndo(const SavedSetup& saved, const StagedMachine& content, int liveTree,
                  const TreeOwners& owners, const ServiceStates& services, UndoPurpose purpose,
                  UndoPlan& plan);
