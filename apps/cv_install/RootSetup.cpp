@@ -155,7 +155,8 @@ Failure MergeAndReport(const SetupLock& lock, const StagedMachine& staged,
         failure = record.Place();
     if (!failure)
         states.Complete();
-    lock.NoteMerge(false);
+    // The next setup completes one that was not taken back.
+    lock.NoteMerge(failure && failure->changes != Changes::None);
     if (failure)
         return failure;
     Summary summary = SummaryOf(staged);
