@@ -357,9 +357,9 @@ struct KilledRemovals {
     size_t distance;  // of the points that are tried
 };
 
-const KilledRemovals killedRemovals[] = {{"Upgrade", Before::EarlierVersion, purge, 1},
-                                         {"First", Before::Nothing, purge, 5},
-                                         {"KeptSettings", Before::EarlierVersion, {}, 5}};
+const KilledRemovals killedRemovals[] = {{"Upgrade", Before::EarlierVersion, purge, 2},
+                                         {"First", Before::Nothing, purge, 10},
+                                         {"KeptSettings", Before::EarlierVersion, {}, 10}};
 
 class KilledRemoval : public testing::TestWithParam<KilledRemovals> {};
 GTEST_ALLOW_UNINSTANTIATED_PARAMETERIZED_TEST(KilledRemoval);

@@ -140,10 +140,10 @@ TEST_P(ReplacedEntries, ReachNothingAtAnyStepOfMerge) {
     const size_t begin = undisturbed.calls.callsBeforeMerge + 1;
     const size_t end = undisturbed.calls.calls[0] + 1;
     ASSERT_GT(end, begin + 20);
-    // Two kinds share each call of a setup. An undo and a removal make the same calls.
-    const size_t most = static_cast<size_t>(RaceRounds()) * 3 / 10 + 1;
+    // The kinds share the calls of a setup. An undo and a removal make the same calls.
+    const size_t most = static_cast<size_t>(RaceRounds()) / 5 + 1;
     const bool isShared = TriesEveryFault() && merges == 0;
-    const size_t step = isShared ? 3 : (end - begin) / most + 1;
+    const size_t step = isShared ? 4 : (end - begin) / most + 1;
     size_t points = 0;
     size_t refused = 0;
     for (size_t call = begin + kind % step; call < end; call += step) {

@@ -409,8 +409,9 @@ TEST(RootSetup, UnpacksMissingPagesAgainAfterRemoval) {
             LayOutRootSetup();
             EXPECT_EQ(RunRootSetup({"--yes"}, {}, mode).status, 0);
             const std::string all = Shell(list);
-            Shell(pages + "echo edited > resources/index.html; touch icons/own.svg; "
-                          "/opt/corvane26/cv_install --remove --yes");
+            Shell(pages +
+                  "echo edited > resources/index.html; touch icons/own.svg; "
+                  "/opt/corvane26/cv_install --remove --yes");
             EXPECT_EQ(Shell(list), "icons/own.svg\nresources/index.html");
             const auto again = RunRootSetup({"--yes"}, {}, mode);
             EXPECT_EQ(again.status, 0) << again.out;

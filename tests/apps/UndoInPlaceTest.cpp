@@ -65,17 +65,17 @@ private:
 };
 
 const SetupsInPlace setupsInPlace[] = {
-    {"Upgrade", asRootInPlace, internalQueue, Before::EarlierVersion,
-     TriesEveryFault() ? 3u : 400u},
-    {"First", asRootInPlace, internalQueue, Before::Nothing, 15},
-    {"SameSetup", asRootInPlace, torqueWithSubmissionScripts, Before::SameSetup, 15},
-    {"ComputeNode", asRootInPlace, clusterNode, Before::EarlierVersion, 15},
-    {"OtherAnswers", asRootInPlace, internalQueue, Before::Nothing, 15,
+    {"Upgrade", asRootInPlace, internalQueue, Before::EarlierVersion, 6},
+    {"First", asRootInPlace, internalQueue, Before::Nothing, 60},
+    {"SameSetup", asRootInPlace, torqueWithSubmissionScripts, Before::SameSetup, 60},
+    {"ComputeNode", asRootInPlace, clusterNode, Before::EarlierVersion, 60},
+    {"OtherAnswers", asRootInPlace, internalQueue, Before::Nothing, 60,
      "/opt/corvane26/cv_install --setup --yes -p chem --submission-scripts > /dev/null 2>&1"},
-    {"Copy", asUserInPlace, userMode, Before::Nothing, TriesEveryFault() ? 3u : 150u, privateCopy},
+    {"Copy", asUserInPlace, userMode, Before::Nothing, 4, privateCopy},
 };
 
 class KilledInPlace : public testing::TestWithParam<SetupsInPlace> {};
+GTEST_ALLOW_UNINSTANTIATED_PARAMETERIZED_TEST(KilledInPlace);
 
 // Kills each process of the setup at its calls, each time on a new machine, and returns the number
 // of kills. A setup whose script was killed ends with a failure.
@@ -143,7 +143,7 @@ TEST_P(KilledInPlace, UndoRestoresMachine) {
     std::printf("kills of a setup in place that is undone: %zu\n", points);
 }
 
-INSTANTIATE_TEST_SUITE_P(Setups, KilledInPlace, testing::ValuesIn(TriedRows(setupsInPlace)),
+INSTANTIATE_TEST_SUITE_P(Setups, KilledInPlace, testing::ValuesIn(RowsOfSoak(setupsInPlace)),
                          [](const auto& test) { return std::string(test.param.name); });
 
 class UndoneInPlace : public testing::TestWithParam<SetupsInPlace> {};

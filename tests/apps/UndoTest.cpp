@@ -80,12 +80,13 @@ struct KilledSetups {
     const char* name;
     SetupKind kind;
     Before before;
-    size_t distance = PointStep();  // of the points that are tried
+    size_t distance;  // of the points that are tried
 };
 
 // A first setup is a part of an upgrade.
-const KilledSetups killedSetups[] = {{"Upgrade", internalQueue, Before::EarlierVersion},
-                                     {"First", internalQueue, Before::Nothing, 5}};
+const KilledSetups killedSetups[] = {
+    {"Upgrade", internalQueue, Before::EarlierVersion, TriesEveryFault() ? 2 : PointStep()},
+    {"First", internalQueue, Before::Nothing, 10}};
 
 class KilledAndUndone : public testing::TestWithParam<KilledSetups> {};
 
