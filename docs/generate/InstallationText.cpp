@@ -169,7 +169,8 @@ void WriteLogPath(std::ostream& settings) {
     settings << Find(Item::RootLog).path << '\n';
 }
 
-// The unit needs more than its removal, and the lock goes last.
+// The script handles the unit and the lock separately: the unit must be disabled first, and the
+// lock is removed last.
 void WriteRemovedFiles(std::ostream& script) {
     for (const Entry& entry : Entries()) {
         if (entry.kind == Kind::File && !IsInTree(entry) && entry.removal == Removal::Remove &&

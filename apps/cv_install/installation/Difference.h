@@ -19,7 +19,7 @@ struct PathDifference {
     const Entry* entry = nullptr;  // its row; for web pages that of their directory; null for
                                    // enablement links of earlier services
     std::vector<std::string> changedLines = {};  // of QueueLimits, such as "MaxThreads: 8 -> 12"
-    bool keepsReplaced = false;                  // what is there goes aside under a dated name
+    bool keepsReplaced = false;                  // what is there is kept under a dated name
 
     bool operator==(const PathDifference&) const = default;
 };

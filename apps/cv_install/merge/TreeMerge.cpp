@@ -180,7 +180,7 @@ Failure TreeMerge::Impl::KeepReplaced(const PathDifference& difference, PlacedEn
     return {};
 }
 
-// An undo takes only what was compared.
+// Another process may have replaced the entry after the comparison: an undo must not touch it.
 bool TreeMerge::Impl::IsExpected(const PathDifference& difference, const Descriptor& entry) const {
     const std::optional<State> found = entry ? ReadAttributes(entry) : std::nullopt;
     return m_purpose == MergePurpose::Setup || (found && found->IsSameInode(difference.before));

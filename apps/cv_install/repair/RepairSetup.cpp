@@ -223,7 +223,7 @@ bool WriteStaged(int tree, const std::string& path, const QByteArray& text) {
 }
 
 // What users wrote to a file stays. Members of the service group can put their own or another
-// user's file there, which the repair would give to root: it goes aside.
+// user's file there, which the repair would give to root: it is kept under a dated name.
 Failure SetupRepair::TakeSharedContents() {
     const Descriptor tree = OpenTree();
     // A private copy is the user's own.

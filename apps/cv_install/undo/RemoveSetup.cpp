@@ -71,8 +71,9 @@ void AddDirectory(const fs::path& path, const Entry* entry, std::vector<PathDiff
         found.push_back({Change::Delete, path, *state, {}, entry});
 }
 
-// What setups made outside of what is staged: the record, which is deleted last, logs, also those
-// that logrotate renamed, kept commit scripts; and the drop-ins of the unit unless the unit stays.
+// What setups created outside of what is staged: the record, which is deleted last, logs, also
+// those that logrotate renamed, kept commit scripts; and the drop-ins of the unit unless the unit
+// stays.
 std::vector<PathDifference> FindOthersOfRoot(const UndoPlan& plan) {
     std::vector<PathDifference> found;
     if (!plan.remaining.contains(Find(Item::Unit).path))

@@ -303,7 +303,8 @@ void PathUndo::KeepUnreachable() {
         Keep(directory, "is another directory");
 }
 
-// What a killed setup left is removed before. A removal lists what is not from a setup.
+// Ignores what a killed setup left: the merge removes it first. A removal lists what is not from a
+// setup.
 bool PathUndo::HasOtherEntries(const std::string& path) {
     const std::string_view pattern = Find(Item::PrivateDirectory).path;
     const std::string_view prefix = pattern.substr(0, pattern.size() - randomPart.size());

@@ -1,4 +1,4 @@
-// What setups made that did not save the state before them.
+// What setups created that did not save the state before them.
 #pragma once
 
 #include "Problem.h"
