@@ -164,7 +164,8 @@ std::vector<AccountDifference> AccountsOf(const SavedSetup& saved) {
         return one.isGroup == other.isGroup && one.name == other.name;
     };
     std::vector<AccountDifference> accounts = FirstOfEach(saved, &Differences::accounts, isSame);
-    std::ranges::stable_partition(accounts, &AccountDifference::isGroup);
+    std::stable_partition(accounts.begin(), accounts.end(),
+                          [](const AccountDifference& each) { return each.isGroup; });
     for (const Differences& attempt : saved.attempts) {
         for (const AccountDifference& each : attempt.accounts)
             *std::ranges::find_if(accounts, [&](const auto& one) { return isSame(one, each); }) =
