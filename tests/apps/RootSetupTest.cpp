@@ -212,7 +212,7 @@ TEST(RootSetup, AsksAgainAfterChangesSinceStaging) {
             {.env = {{"LSAN_OPTIONS", "detect_leaks=0"}}});
         EXPECT_TRUE(result.out.starts_with("9\n")) << result.out << result.err;
         ExpectHolds(result.out,
-                    "machine changed during the setup: /var/corvane/corvane26\n"
+                    "machine changed meanwhile: /var/corvane/corvane26\n"
                     "Values in use:\n");
         ExpectHolds(result.out.substr(result.out.find("machine changed")), "Continue? [y/N/d] ");
     });

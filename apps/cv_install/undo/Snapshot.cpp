@@ -54,13 +54,19 @@ bool IsDirectoryAt(int directory, const std::string& path) {
     return found && found->kind == State::Kind::Directory;
 }
 
+std::string Joined(std::string directory, const std::string& name) {
+    if (!directory.empty())
+        directory += '/';
+    return directory += name;
+}
+
 bool AddPathsBelow(int tree, const std::string& directory, int level, RelativePaths& paths) {
     errno = ELOOP;
     const auto names = level < mostLevelsOfPages ? NamesBelow(tree, directory) : std::nullopt;
     if (!names)
         return false;
     for (const std::string& name : *names) {
-        const std::string path = directory.empty() ? name : directory + '/' + name;
+        const std::string path = Joined(directory, name);
         paths.push_back(path);
         if (IsDirectoryAt(tree, path) && !AddPathsBelow(tree, path, level + 1, paths))
             return false;
@@ -207,12 +213,12 @@ Failure Snapshot::AddEnablement(const hx::EarlierService& service) {
     std::vector<std::string> paths;
     for (const std::string& each :
          NamesBelow(m_reader.Root(), units).value_or(std::set<std::string>())) {
-        const std::string path = units + '/' + each;
+        const std::string path = Joined(units, each);
         const auto alias = ReadStateAt(m_reader.Root(), path, Reading::Nothing);
         if (alias && alias->kind == State::Kind::Link && BaseNameOf(alias->target) == unit)
             paths.push_back(path);
         else if (alias && alias->kind == State::Kind::Directory)
-            paths.push_back(path + '/' + unit);
+            paths.push_back(Joined(path, unit));
     }
     for (const std::string& each :
          NamesBelow(m_reader.Root(), "etc").value_or(std::set<std::string>())) {
@@ -222,7 +228,7 @@ Failure Snapshot::AddEnablement(const hx::EarlierService& service) {
         for (const std::string& link :
              NamesBelow(m_reader.Root(), "etc/" + each).value_or(std::set<std::string>())) {
             if (link.size() == name.size() + 3 && link.ends_with(name))
-                paths.push_back("etc/" + each + '/' + link);
+                paths.push_back(Joined(Joined("etc", each), link));
         }
     }
     for (const std::string& path : paths) {

@@ -268,7 +268,7 @@ std::string PathUndo::FindRefused(const PathDifference& difference) const {
     for (size_t end = place.path.find('/'); end != std::string::npos;
          end = place.path.find('/', end + 1)) {
         const std::string below = place.path.substr(0, end);
-        const std::string path =
+        std::string path =
             difference.path.substr(0, difference.path.size() - place.path.size() + end);
         if (m_created.contains(path))
             return {};
