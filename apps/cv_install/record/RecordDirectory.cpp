@@ -311,7 +311,9 @@ Failure RecordDirectory::Replace() {
 }
 
 void RecordDirectory::RemoveIfEmpty() {
-    if (!m_record)
+    // Without all of them, a killed setup has created no directory.
+    const size_t levels = m_owner == 0 ? 1 : 2;
+    if (m_parents.size() < levels)
         return;
     // A killed setup may have left them.
     for (const Item item :
@@ -319,9 +321,9 @@ void RecordDirectory::RemoveIfEmpty() {
         unlinkat(DirectoryOf(item), (LastComponent(item) + newSuffix).c_str(), 0);
     unlinkat(m_record.Number(), LastComponent(Item::RecordPrivate).c_str(), AT_REMOVEDIR);
     // That above a user's record is one of several records.
-    std::filesystem::path path = m_path.toStdString();
-    for (auto parent = m_parents.rbegin(); parent != m_parents.rend(); ++parent) {
-        unlinkat(parent->Number(), path.filename().c_str(), AT_REMOVEDIR);
-        path = path.parent_path();
+    for (std::filesystem::path path = m_path.toStdString(); !m_parents.empty();
+         path = path.parent_path()) {
+        unlinkat(m_parents.back().Number(), path.filename().c_str(), AT_REMOVEDIR);
+        m_parents.pop_back();
     }
 }
