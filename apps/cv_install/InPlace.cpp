@@ -74,7 +74,7 @@ Failure AcceptWithoutRecord(const CInstallBase& run, const Failure& failure) {
 // Everything that changes the machine. As root, the tree is checked again before the script.
 Failure ChangeMachine(CInstallBase& run, const SetupInPlace& setup, const SetupFacts& facts,
                       const Answers& answers, const MemberChanges& members, const SetupLock& lock,
-                      CommitScript& script) {
+                      bool isRecorded, CommitScript& script) {
     const unsigned conditions = setup.conditions;
     const bool root = IsRootSetup(run);
     const PackedPages& packed = *setup.packed;
@@ -90,9 +90,8 @@ Failure ChangeMachine(CInstallBase& run, const SetupInPlace& setup, const SetupF
                         .serviceGroup = run.m_serviceGroup,
                         .formerPages = setup.formerPages,
                         .packed = &packed});
-    if (!failure) {
+    if (!failure && isRecorded)
         failure = AcceptWithoutRecord(run, record.Prepare(facts, answers, script.text));
-    }
     if (failure) {
         failure->changes = Changes::RunTimeFiles;
         return failure;
@@ -108,7 +107,7 @@ Failure ChangeMachine(CInstallBase& run, const SetupInPlace& setup, const SetupF
         failure = ChangeMembers(run, members);
     if (!failure && root)
         failure = RecordServiceAccount(run.m_serviceUser, run.m_serviceGroup);
-    if (!failure)
+    if (!failure && isRecorded)
         failure = AcceptWithoutRecord(run, record.Place());
     if (failure || keptPages.empty())
         return failure;
@@ -147,14 +146,19 @@ Failure CarryOut(CInstallBase& run, const PreviousSetup& previous, const Answers
     SavedStates states(run.m_installDir);
     SetupLog::Keep();
     failure = states.BeginInPlace(facts, setup);
+    const bool isRecorded = !failure || states.HasRecord();
+    if (!isRecorded)
+        failure = AcceptWithoutRecord(run, failure);
     if (failure)
         return failure;
     Interruption::EndsSetup(Changes::RunTimeFiles);
-    failure = ChangeMachine(run, setup, facts, answers, members, lock, script);
-    if (failure)
-        states.NoteFailed();
-    else
+    failure = ChangeMachine(run, setup, facts, answers, members, lock, isRecorded, script);
+    // Processes of a script that a signal ended may still write.
+    const bool isSignaled = failure && failure->status >= ExitStatus::SignalBase;
+    if (!failure)
         states.Complete();
+    else if (!isSignaled)
+        states.NoteFailed();
     return failure;
 }
 

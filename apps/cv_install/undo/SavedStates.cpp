@@ -380,18 +380,21 @@ Failure SavedStates::BeginFirst(const SetupFacts& facts, const Differences& atte
 }
 
 Failure SavedStates::Begin(const SetupFacts& facts, const Differences& differences, int liveTree) {
+    if (Failure failure = Open(true))
+        return failure;
     Differences attempt = differences;
     ReadPages(attempt.paths, liveTree);
     return BeginAttempt(facts, attempt, true, liveTree);
 }
 
 Failure SavedStates::BeginInPlace(const SetupFacts& facts, const SetupInPlace& setup) {
-    // A user's setup continues without a record, and warns then.
-    if (getuid() != 0 && (Open(true) || !m_states))
-        return {};
     Descriptor tree;
     Differences snapshot;
-    Failure failure = OpenInstallDirectory(m_installDir, tree);
+    Failure failure = Open(true);
+    if (!failure && !m_states)
+        return {};
+    if (!failure)
+        failure = OpenInstallDirectory(m_installDir, tree);
     if (!failure)
         failure = ReadSnapshot(setup, tree.Number(), snapshot);
     return failure ? failure : BeginAttempt(facts, snapshot, false, tree.Number());
@@ -413,8 +416,6 @@ void SavedStates::RemoveForeign() const {
 
 Failure SavedStates::BeginAttempt(const SetupFacts& facts, const Differences& attempt,
                                   bool isResultKnown, int liveTree) {
-    if (Failure failure = Open(true))
-        return failure;
     RemoveForeign();
     bool isFound = false;
     Failure damaged = FindLast(m_state, isFound);

@@ -39,8 +39,11 @@ public:
     // machine. `liveTree` is the live install directory, or -1.
     Failure Begin(const SetupFacts& facts, const Differences& differences, int liveTree);
 
-    // The same for a setup in place. That of a user without a record saves nothing.
+    // The same for a setup in place. That of a user without a home directory saves nothing.
     Failure BeginInPlace(const SetupFacts& facts, const SetupInPlace& setup);
+
+    // False if the directory of the record could not be opened or created.
+    bool HasRecord() const { return m_record.Private() != -1; }
 
     // The setup is complete. Reports what fails, after which the next setup adds to this state.
     void Complete();
