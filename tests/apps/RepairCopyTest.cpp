@@ -25,6 +25,7 @@ constexpr const char* deleteDatedFiles =
 
 constexpr const char* listCopy =
     "cd \"$0\" && find product state ! -name '*.aside' ! -path '*.aside/*' ! -name verification "
+    "! -path '*/private/states*' "
     "! -name 'lib*' ! -name cv_install -printf '%p %y %m %U:%G %l\\n' '(' ! -type f -o -exec "
     "sha256sum '{}' ';' ')' | sort";
 

@@ -334,7 +334,7 @@ const LeftDamage leftDamages[] = {
      "/opt/corvane26/corvane26.template",
      "sed -i '$d' /var/corvane/corvane26; sed -i 's/Corvanne/Corvane/' "
      "/opt/corvane26/corvane26.template",
-     65, "cv_install: cannot restore \"/var/corvane/corvane26\": this product creates another "},
+     65, "cv_install: cannot restore \"/var/corvane/corvane26\": the content that this product "},
     {"cd /var/lib/corvane26; cp -p manifest kept; truncate -s -1 manifest",
      "cd /var/lib/corvane26; mv kept manifest", 68,
      "cv_install: cannot use record \"/var/lib/corvane26/manifest\": it is damaged\n"},

@@ -36,7 +36,10 @@ const char* const removeKept = "rm -f /tmp/corvane26_commit_* /tmp/corvane26_set
 const char* const privateCopy =
     "useradd -u 4321 -m dora; mkdir -p /home/dora/.local/state; "
     "chown -R 4321:4321 /opt/corvane26 /home/dora";
-const SetupKind userMode = {"UserMode", {"--user-mode", "--submission-scripts"}};
+// Without measured limits.
+const SetupKind userMode = {
+    "UserMode",
+    {"--user-mode", "--submission-scripts", "--job-limit=2", "-m", "600", "-d", "/tmp", "-s", "3"}};
 
 struct SetupsInPlace {
     const char* name;
@@ -69,8 +72,6 @@ const SetupsInPlace setupsInPlace[] = {
     {"First", asRootInPlace, internalQueue, Before::Nothing, 60},
     {"SameSetup", asRootInPlace, torqueWithSubmissionScripts, Before::SameSetup, 60},
     {"ComputeNode", asRootInPlace, clusterNode, Before::EarlierVersion, 60},
-    {"OtherAnswers", asRootInPlace, internalQueue, Before::Nothing, 60,
-     "/opt/corvane26/cv_install --setup --yes -p chem --submission-scripts > /dev/null 2>&1"},
     {"Copy", asUserInPlace, userMode, Before::Nothing, 4, privateCopy},
 };
 

@@ -77,6 +77,7 @@ const std::vector<Outcome> outcomes = {
      Created::Everything},
     // The previous manifest is only for web pages that the setup keeps.
     {R"re(^openat.*/tmp/state/.*"manifest", O_RDONLY)re", 0, "", Created::Everything},
+    {R"re(^\w+\(.*/private/states)re", 2, "cv_install: cannot save \"/tmp/state", Created::Nothing},
     {R"re(^\w+\(.*/tmp/state[/>"])re", 0, "cv_install: warning: cannot write record \"/tmp/state",
      Created::Everything},
 
@@ -206,7 +207,15 @@ void ExpectCreated(const FaultyResult& result, const FaultyResult& whole, Create
     }
 }
 
+// Before the record of the previous setup is read, the state of an unfinished one is looked for.
+bool IsAboutUnfinishedSetup(const FaultyResult& result, const FaultyResult& whole) {
+    return result.call.find("\"/tmp/state") != std::string::npos && result.status == 0 &&
+           result.err.empty() && result.created == whole.created;
+}
+
 void ExpectOutcome(const FaultyResult& result, const std::string& call, const FaultyResult& whole) {
+    if (IsAboutUnfinishedSetup(result, whole))
+        return;
     SCOPED_TRACE(call + "\n" + result.err);
     const bool isRecorded = call.starts_with(recorded);
     const std::string plain = isRecorded ? call.substr(recorded.size()) : call;
