@@ -9,6 +9,7 @@
 
 #include <cstring>
 #include <filesystem>
+#include <numeric>
 
 namespace hx_test {
 namespace {
@@ -47,6 +48,12 @@ const PlantedEntry plantedEntries[] = {
 
 std::span<const PlantedEntry> PlantedEntries() {
     return plantedEntries;
+}
+
+std::vector<size_t> NumbersOfPlantedEntries() {
+    std::vector<size_t> numbers(PlantedEntries().size());
+    std::iota(numbers.begin(), numbers.end(), 0);
+    return numbers;
 }
 
 }  // namespace hx_test

@@ -3,6 +3,7 @@
 
 #include <span>
 #include <string>
+#include <vector>
 
 namespace hx_test {
 
@@ -20,5 +21,8 @@ struct PlantedEntry {
 
 // A link, a hard link, a FIFO, a socket, the victims' directory, and a device.
 std::span<const PlantedEntry> PlantedEntries();
+
+// Their indices, as parameters of tests.
+std::vector<size_t> NumbersOfPlantedEntries();
 
 }  // namespace hx_test

@@ -295,7 +295,7 @@ TEST_P(RemovalWithPlantedEntries, ChangesNothing) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Kinds, RemovalWithPlantedEntries,
-                         testing::ValuesIn(RowsOfSoak(std::vector<size_t>{0, 1, 2, 3, 4, 5})));
+                         testing::ValuesIn(RowsOfSoak(NumbersOfPlantedEntries())));
 
 struct RefusedRemoval {
     const char* name;

@@ -172,16 +172,13 @@ std::string NameOfKinds(const Kinds& test) {
     return std::string(mergings[merges].name) + PlantedEntries()[kind].name;
 }
 
-const std::vector<size_t> kindNumbers = {0, 1, 2, 3, 4, 5};
-
 INSTANTIATE_TEST_SUITE_P(Merges, ReplacedEntries,
                          testing::Combine(testing::Values(size_t{0}, size_t{1}),
-                                          testing::ValuesIn(TriedRows(kindNumbers))),
+                                          testing::ValuesIn(TriedRows(NumbersOfPlantedEntries()))),
                          NameOfKinds);
 INSTANTIATE_TEST_SUITE_P(Removal, ReplacedEntries,
                          testing::Combine(testing::Values(size_t{2}),
-                                          testing::ValuesIn(RowsOfSoak(std::vector<size_t>{
-                                              0, 1, 2, 3, 4, 5}))),
+                                          testing::ValuesIn(RowsOfSoak(NumbersOfPlantedEntries()))),
                          NameOfKinds);
 
 }  // namespace
