@@ -261,7 +261,12 @@ Failure OpenInstallDirectory(const QString& installDir, Descriptor& tree) {
     if (getuid() == 0)
         return OpenInstallDirectory(tree);
     tree = Descriptor(open(installDir.toUtf8().constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    return {};
+    if (tree || errno == ENOENT)
+        return {};
+    return Problem{ExitStatus::SystemCallFailed,
+                   QStringLiteral("cannot read directory \"%1\": %2")
+                       .arg(installDir, QString::fromUtf8(std::strerror(errno))),
+                   QStringLiteral("Make sure that you can read it, then run the command again.")};
 }
 
 Failure OpenInstallDirectory(Descriptor& tree) {

@@ -196,6 +196,13 @@ QString Text(const std::string& text) {
     return QString::fromStdString(text);
 }
 
+QStringList TextsOf(const Words& words) {
+    QStringList texts;
+    for (const std::string& word : words)
+        texts.append(Text(word));
+    return texts;
+}
+
 Problem AccountProblem(const QString& action, const QString& reason) {
     return {ExitStatus::SystemCallFailed, action + QStringLiteral(": ") + reason,
             QStringLiteral("Fix the cause, then run the setup again.")};
@@ -368,12 +375,14 @@ Failure ApplyAccounts(const Differences& differences, Undo& undo) {
 
 std::optional<QStringList> LocalMembers(const std::string& group) {
     const std::optional<Words> members = ListedMembers(group);
-    if (!members)
-        return {};
-    QStringList names;
-    for (const std::string& member : *members)
-        names.append(Text(member));
-    return names;
+    return members ? std::optional(TextsOf(*members)) : std::nullopt;
+}
+
+Failure ReadLocalMembers(const std::string& group, QStringList& members) {
+    std::optional<Words> listed;
+    Failure failure = FindLocalMembers(group, listed);
+    members = TextsOf(listed.value_or(Words()));
+    return failure;
 }
 
 CreatedAccount FindCreatedAccount(const AccountDifference& account,

@@ -33,6 +33,9 @@ Failure FindMemberDifferences(const std::string& group, const MemberChanges& cha
 // The members of a group that /etc/group lists; empty if it does not list the group.
 std::optional<QStringList> LocalMembers(const std::string& group);
 
+// The same, without members for a group that is not listed. Fails if the file cannot be read.
+Failure ReadLocalMembers(const std::string& group, QStringList& members);
+
 // What became of an account that a setup created. A group may have the members of `joined`. With
 // another number, it is another account.
 enum class CreatedAccount { Unchanged, Changed, Other, Missing };

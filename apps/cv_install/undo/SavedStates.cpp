@@ -36,6 +36,18 @@ Problem CannotSave(const std::string& path, int error) {
             QStringLiteral("Fix the cause, then run the setup again.")};
 }
 
+// Unlike a damaged state, one that cannot be read now may be useful.
+Problem CannotList(const std::string& path, int error) {
+    return {ExitStatus::SystemCallFailed,
+            QStringLiteral("cannot list saved states \"%1\": %2")
+                .arg(QString::fromStdString(path), QString::fromUtf8(std::strerror(error))),
+            QStringLiteral("Fix the cause, then run the command again.")};
+}
+
+bool IsAboutDamage(const Failure& failure) {
+    return failure && failure->status == ExitStatus::RecordUnusable;
+}
+
 Problem CannotUse(const std::string& path, const char* reason) {
     return {ExitStatus::RecordUnusable,
             QStringLiteral("cannot use saved state \"%1\": %2")
@@ -66,17 +78,29 @@ bool OpenLayers(int directory, const QString& installDir, StagedMachine& layers)
     return layers.tree && layers.etc && layers.bin;
 }
 
-// The numbers of the states, in order.
-std::vector<unsigned> NumbersIn(int states) {
-    std::vector<unsigned> numbers;
+// The numbers of the states, in order. Returns the error if it cannot list them all.
+int ListNumbers(int states, std::vector<unsigned>& numbers) {
     const int again = openat(states, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    const std::unique_ptr<DIR, int (*)(DIR*)> stream(fdopendir(again), closedir);
-    while (const dirent* entry = stream ? readdir(stream.get()) : nullptr) {
+    const std::unique_ptr<DIR, int (*)(DIR*)> stream(again == -1 ? nullptr : fdopendir(again),
+                                                     closedir);
+    if (stream == nullptr)
+        return errno;
+    errno = 0;
+    while (const dirent* entry = readdir(stream.get())) {
         id_t number = 0;
         if (ParseNumber(entry->d_name, number))
             numbers.push_back(number);
+        errno = 0;
     }
+    const int error = errno;
     std::sort(numbers.begin(), numbers.end());
+    return error;
+}
+
+// Those that can be listed.
+std::vector<unsigned> NumbersIn(int states) {
+    std::vector<unsigned> numbers;
+    ListNumbers(states, numbers);
     return numbers;
 }
 
@@ -303,7 +327,10 @@ Failure SavedStates::Load(const std::string& name, OpenState& state, bool& isFou
 }
 
 Failure SavedStates::FindLast(OpenState& last, bool& isFound) const {
-    std::vector<unsigned> numbers = NumbersIn(m_states.Number());
+    std::vector<unsigned> numbers;
+    isFound = false;
+    if (const int error = ListNumbers(m_states.Number(), numbers))
+        return CannotList(PathOfStates(), error);
     std::erase_if(
         numbers, [&](unsigned each) { return !HasState(m_states.Number(), std::to_string(each)); });
     isFound = !numbers.empty();
@@ -351,8 +378,10 @@ Failure SavedStates::AddAttempt(const SetupFacts& facts, const Differences& atte
                                 bool isResultKnown, int liveTree, OpenState& state) const {
     state.formerFacts = std::exchange(state.facts, facts);
     for (const MemberDifference& member : attempt.members) {
-        if (!state.saved.members.contains(member.group))
-            state.saved.members[member.group] = LocalMembers(member.group).value_or(QStringList());
+        if (state.saved.members.contains(member.group))
+            continue;
+        if (Failure failure = ReadLocalMembers(member.group, state.saved.members[member.group]))
+            return failure;
     }
     StagedMachine layers;
     Failure failure = OpenLayers(state.directory.Number(), m_installDir, layers)
@@ -371,11 +400,12 @@ Failure SavedStates::AddAttempt(const SetupFacts& facts, const Differences& atte
 Failure SavedStates::BeginFirst(const SetupFacts& facts, const Differences& attempt,
                                 bool isResultKnown, int liveTree) {
     bool isFound = false;
-    if (Load(firstState, m_first, isFound) || (!isFound && HasRecordOfSetup(m_state.saved))) {
+    Failure failure = Load(firstState, m_first, isFound);
+    if (failure || (!isFound && HasRecordOfSetup(m_state.saved))) {
         m_first = {};
-        return {};
+        return IsAboutDamage(failure) ? Failure() : failure;
     }
-    Failure failure = isFound ? Failure() : Create(firstState, m_first);
+    failure = isFound ? Failure() : Create(firstState, m_first);
     return failure ? failure : AddAttempt(facts, attempt, isResultKnown, liveTree, m_first);
 }
 
@@ -401,9 +431,9 @@ Failure SavedStates::BeginInPlace(const SetupFacts& facts, const SetupInPlace& s
 }
 
 // A cloned machine has those of the original, which is another machine.
-void SavedStates::RemoveForeign() const {
+void SavedStates::RemoveForeign(const std::vector<unsigned>& numbers) const {
     std::vector<std::string> names = {firstState};
-    for (const unsigned number : NumbersIn(m_states.Number()))
+    for (const unsigned number : numbers)
         names.push_back(std::to_string(number));
     for (const std::string& name : names) {
         OpenState state;
@@ -416,18 +446,22 @@ void SavedStates::RemoveForeign() const {
 
 Failure SavedStates::BeginAttempt(const SetupFacts& facts, const Differences& attempt,
                                   bool isResultKnown, int liveTree) {
-    RemoveForeign();
+    std::vector<unsigned> numbers;
+    if (const int error = ListNumbers(m_states.Number(), numbers))
+        return CannotList(PathOfStates(), error);
+    RemoveForeign(numbers);
     bool isFound = false;
-    Failure damaged = FindLast(m_state, isFound);
-    const bool continues = isFound && !damaged && !m_state.saved.isComplete;
+    Failure failure = FindLast(m_state, isFound);
+    if (failure && !IsAboutDamage(failure))
+        return failure;
+    const bool continues = isFound && !failure && !m_state.saved.isComplete;
     // A further state would take the place of a useful one.
     if (ChangesNothing(attempt) && !continues) {
         m_state = {};
         return {};
     }
-    Failure failure;
+    failure = {};
     if (!continues) {
-        const std::vector<unsigned> numbers = NumbersIn(m_states.Number());
         failure = Create(std::to_string(numbers.empty() ? 1 : numbers.back() + 1), m_state);
         if (failure)
             return failure;
@@ -535,7 +569,10 @@ Failure SavedStates::LoadFirst(bool& isFound) {
         return failure;
     OpenState last;
     bool isLastFound = false;
-    if (FindLast(last, isLastFound) || (isLastFound && last.saved.isComplete))
+    failure = FindLast(last, isLastFound);
+    if (failure && !IsAboutDamage(failure))
+        return failure;
+    if (failure || (isLastFound && last.saved.isComplete))
         isLastFound = false;
     failure = Load(firstState, m_state, isFound);
     if (failure || !isLastFound)

@@ -104,7 +104,7 @@ private:
     std::string PathOfStates() const;
     Failure Write(const OpenState& state) const;
     Failure SaveRecord(OpenState& state) const;
-    void RemoveForeign() const;
+    void RemoveForeign(const std::vector<unsigned>& numbers) const;
     void RemoveAttempt(OpenState& state) const;
     bool RestoreFirst();
     void RemoveNumbered() const;

@@ -31,7 +31,7 @@ Problem UnreadableInSnapshot(const std::string& path, int error) {
             QStringLiteral("Make sure that no other process uses it, then run the setup again.")};
 }
 
-// The names in a directory; empty if it cannot be listed.
+// The names in a directory; empty if it cannot be listed. Sets errno then.
 std::optional<std::set<std::string>> NamesBelow(int base, const std::string& path) {
     const Descriptor directory = OpenDirectory(base, path);
     const int opened =
@@ -42,16 +42,55 @@ std::optional<std::set<std::string>> NamesBelow(int base, const std::string& pat
     if (stream == nullptr)
         return {};
     std::set<std::string> names;
-    while (const dirent* entry = readdir(stream.get()))
+    errno = 0;
+    while (const dirent* entry = readdir(stream.get())) {
         names.insert(entry->d_name);
+        errno = 0;
+    }
+    if (errno != 0)
+        return {};
     names.erase(".");
     names.erase("..");
     return names;
 }
 
-bool IsDirectoryAt(int directory, const std::string& path) {
+// No names for a directory that does not exist.
+Failure ListDirectory(int root, const std::string& path, std::set<std::string>& names) {
+    const auto found = NamesBelow(root, path);
+    if (!found && errno != ENOENT && errno != ENOTDIR && errno != ELOOP)
+        return UnreadableInSnapshot('/' + path, errno);
+    names = found.value_or(std::set<std::string>());
+    return {};
+}
+
+// True if the last look into the databases of accounts failed, not if it found nothing.
+bool IsUnknownAccount(int error) {
+    return error == EINTR || error == EIO || error == EMFILE || error == ENFILE ||
+           error == ENOMEM || error == ERANGE;
+}
+
+// Null for an account that does not exist.
+Failure FindAccount(const std::string& name, const passwd*& account) {
+    errno = 0;
+    account = getpwnam(name.c_str());
+    if (account == nullptr && IsUnknownAccount(errno))
+        return UnreadableInSnapshot("/etc/passwd", errno);
+    return {};
+}
+
+Failure FindAccount(const std::string& name, const group*& account) {
+    errno = 0;
+    account = getgrnam(name.c_str());
+    if (account == nullptr && IsUnknownAccount(errno))
+        return UnreadableInSnapshot("/etc/group", errno);
+    return {};
+}
+
+// False if what is there cannot be read.
+bool IsDirectoryAt(int directory, const std::string& path, bool& isDirectory) {
     const auto found = ReadStateAt(directory, path, Reading::Nothing);
-    return found && found->kind == State::Kind::Directory;
+    isDirectory = found && found->kind == State::Kind::Directory;
+    return found.has_value();
 }
 
 std::string Joined(std::string directory, const std::string& name) {
@@ -68,7 +107,9 @@ bool AddPathsBelow(int tree, const std::string& directory, int level, RelativePa
     for (const std::string& name : *names) {
         const std::string path = Joined(directory, name);
         paths.push_back(path);
-        if (IsDirectoryAt(tree, path) && !AddPathsBelow(tree, path, level + 1, paths))
+        bool isDirectory = false;
+        if (!IsDirectoryAt(tree, path, isDirectory) ||
+            (isDirectory && !AddPathsBelow(tree, path, level + 1, paths)))
             return false;
     }
     return true;
@@ -108,7 +149,12 @@ public:
 
     // The whole paths of what is below a directory of web pages, if it exists.
     Failure ListPages(const Entry& entry, std::vector<std::string>& paths) const {
-        if (m_liveTree == -1 || !IsDirectoryAt(m_liveTree, entry.path))
+        bool isDirectory = false;
+        if (m_liveTree == -1)
+            return {};
+        if (!IsDirectoryAt(m_liveTree, entry.path, isDirectory))
+            return UnreadableInSnapshot(Whole(entry.path), errno);
+        if (!isDirectory)
             return {};
         const std::optional<RelativePaths> found = PathsBelow(m_liveTree, entry.path);
         if (!found)
@@ -129,15 +175,9 @@ private:
 class Snapshot {
 public:
     Snapshot(const SetupInPlace& setup, int liveTree, Differences& snapshot)
-        : m_setup(setup), m_reader(setup.installDir.toStdString(), liveTree), m_snapshot(snapshot) {
-        const passwd* user = getpwnam(setup.serviceUser.toUtf8().constData());
-        const group* found = getgrnam(setup.serviceGroup.toUtf8().constData());
-        m_hasAccounts = user != nullptr && found != nullptr;
-        if (m_hasAccounts) {
-            m_account = user->pw_uid;
-            m_group = found->gr_gid;
-        }
-    }
+        : m_setup(setup),
+          m_reader(setup.installDir.toStdString(), liveTree),
+          m_snapshot(snapshot) {}
 
     Failure Read();
 
@@ -147,15 +187,14 @@ private:
     Failure AddWithParents(const std::string& path);
     Failure AddPages(const Entry& entry);
     Failure AddEnablement(const hx::EarlierService& service);
-    void AddAccounts();
+    Failure AddAccounts();
 
     const SetupInPlace& m_setup;
     const PlaceReader m_reader;
     Differences& m_snapshot;
     std::set<std::string> m_known;
-    bool m_hasAccounts = false;
-    uid_t m_account = 0;
-    gid_t m_group = 0;
+    std::optional<uid_t> m_account;  // empty before the setup creates it
+    std::optional<gid_t> m_group;    // likewise
 };
 
 Failure Snapshot::Add(const std::string& path, bool readsContent) {
@@ -198,7 +237,7 @@ Failure Snapshot::AddPages(const Entry& entry) {
         State state;
         if (Failure failure = m_reader.Read(path, false, state))
             return failure;
-        const bool hasOwner = m_hasAccounts && state.owner == m_account && state.group == m_group;
+        const bool hasOwner = state.owner == m_account && state.group == m_group;
         if (Failure failure = Add(path, isReplaced || (IsRoots() && !hasOwner)))
             return failure;
     }
@@ -211,8 +250,10 @@ Failure Snapshot::AddEnablement(const hx::EarlierService& service) {
     const std::string unit = name + ".service";
     const std::string units = std::string(unitDirectory).substr(1);
     std::vector<std::string> paths;
-    for (const std::string& each :
-         NamesBelow(m_reader.Root(), units).value_or(std::set<std::string>())) {
+    std::set<std::string> names;
+    if (Failure failure = ListDirectory(m_reader.Root(), units, names))
+        return failure;
+    for (const std::string& each : names) {
         const std::string path = Joined(units, each);
         const auto alias = ReadStateAt(m_reader.Root(), path, Reading::Nothing);
         if (alias && alias->kind == State::Kind::Link && BaseNameOf(alias->target) == unit)
@@ -220,13 +261,16 @@ Failure Snapshot::AddEnablement(const hx::EarlierService& service) {
         else if (alias && alias->kind == State::Kind::Directory)
             paths.push_back(Joined(path, unit));
     }
-    for (const std::string& each :
-         NamesBelow(m_reader.Root(), "etc").value_or(std::set<std::string>())) {
+    if (Failure failure = ListDirectory(m_reader.Root(), "etc", names))
+        return failure;
+    for (const std::string& each : names) {
         // Such as rc3.d/S99NAME.
         if (!service.hasInitScript || !each.starts_with("rc"))
             continue;
-        for (const std::string& link :
-             NamesBelow(m_reader.Root(), "etc/" + each).value_or(std::set<std::string>())) {
+        std::set<std::string> links;
+        if (Failure failure = ListDirectory(m_reader.Root(), "etc/" + each, links))
+            return failure;
+        for (const std::string& link : links) {
             if (link.size() == name.size() + 3 && link.ends_with(name))
                 paths.push_back(Joined(Joined("etc", each), link));
         }
@@ -242,18 +286,32 @@ Failure Snapshot::AddEnablement(const hx::EarlierService& service) {
     return {};
 }
 
-void Snapshot::AddAccounts() {
-    const std::string user = m_setup.serviceUser.toStdString();
-    const std::string group = m_setup.serviceGroup.toStdString();
-    if (getgrnam(group.c_str()) == nullptr)
-        m_snapshot.accounts.push_back({true, group, 0, 0, "", "", ""});
-    if (getpwnam(user.c_str()) == nullptr)
-        m_snapshot.accounts.push_back({false, user, 0, 0, "", "", ""});
-    m_snapshot.members.push_back({Change::Create, "", group});
+Failure Snapshot::AddAccounts() {
+    const std::string userName = m_setup.serviceUser.toStdString();
+    const std::string groupName = m_setup.serviceGroup.toStdString();
+    const passwd* user = nullptr;
+    const group* itsGroup = nullptr;
+    Failure failure = FindAccount(userName, user);
+    if (!failure)
+        failure = FindAccount(groupName, itsGroup);
+    if (failure)
+        return failure;
+    if (itsGroup == nullptr)
+        m_snapshot.accounts.push_back({true, groupName, 0, 0, "", "", ""});
+    else
+        m_group = itsGroup->gr_gid;
+    if (user == nullptr)
+        m_snapshot.accounts.push_back({false, userName, 0, 0, "", "", ""});
+    else
+        m_account = user->pw_uid;
+    m_snapshot.members.push_back({Change::Create, "", groupName});
+    return {};
 }
 
 Failure Snapshot::Read() {
     const unsigned conditions = m_setup.conditions | WithEarlierRepository | WithEarlierServices;
+    if (Failure failure = IsRoots() ? AddAccounts() : Failure())
+        return failure;
     for (const Entry& entry : Entries()) {
         if (!IsStaged(entry) || !Applies(entry, conditions))
             continue;
@@ -264,10 +322,7 @@ Failure Snapshot::Read() {
         if (failure)
             return failure;
     }
-    if (!IsRoots())
-        return {};
-    AddAccounts();
-    if (!Applies(Find(Item::Unit), conditions))
+    if (!IsRoots() || !Applies(Find(Item::Unit), conditions))
         return {};
     for (const hx::EarlierService& service : hx::earlierServices) {
         if (Failure failure = AddEnablement(service))
@@ -278,25 +333,31 @@ Failure Snapshot::Read() {
 }
 
 // Drops accounts that do not exist now.
-void CompleteAccounts(std::vector<AccountDifference>& accounts) {
-    std::erase_if(accounts, [](AccountDifference& account) {
-        if (account.isGroup) {
-            const group* found = getgrnam(account.name.c_str());
-            account.gid = found == nullptr ? 0 : found->gr_gid;
-            return found == nullptr;
-        }
-        const passwd* found = getpwnam(account.name.c_str());
-        if (found != nullptr)
-            account = {false,           account.name,  found->pw_uid,  found->pw_gid,
-                       found->pw_gecos, found->pw_dir, found->pw_shell};
-        return found == nullptr;
+Failure CompleteAccounts(std::vector<AccountDifference>& accounts) {
+    Failure failure;
+    std::erase_if(accounts, [&](AccountDifference& account) {
+        const group* itsGroup = nullptr;
+        const passwd* user = nullptr;
+        Failure unknown =
+            account.isGroup ? FindAccount(account.name, itsGroup) : FindAccount(account.name, user);
+        if (unknown)
+            failure = unknown;
+        if (itsGroup != nullptr)
+            account.gid = itsGroup->gr_gid;
+        else if (user != nullptr)
+            account = {false,          account.name, user->pw_uid,  user->pw_gid,
+                       user->pw_gecos, user->pw_dir, user->pw_shell};
+        return itsGroup == nullptr && user == nullptr && !unknown;
     });
+    return failure;
 }
 
-std::vector<MemberDifference> ChangedMembers(const std::map<std::string, QStringList>& members) {
-    std::vector<MemberDifference> changed;
+Failure AddChangedMembers(const std::map<std::string, QStringList>& members,
+                          std::vector<MemberDifference>& changed) {
     for (const auto& [group, before] : members) {
-        const QStringList now = LocalMembers(group).value_or(QStringList());
+        QStringList now;
+        if (Failure failure = ReadLocalMembers(group, now))
+            return failure;
         for (const QString& name : now) {
             if (!before.contains(name))
                 changed.push_back({Change::Create, name.toStdString(), group});
@@ -306,7 +367,7 @@ std::vector<MemberDifference> ChangedMembers(const std::map<std::string, QString
                 changed.push_back({Change::Delete, name.toStdString(), group});
         }
     }
-    return changed;
+    return {};
 }
 
 }  // namespace
@@ -337,7 +398,8 @@ Failure CompleteSnapshot(const std::map<std::string, QStringList>& members,
     }
     std::erase_if(snapshot.paths,
                   [](const PathDifference& path) { return path.before == path.after; });
-    CompleteAccounts(snapshot.accounts);
-    snapshot.members = ChangedMembers(members);
-    return {};
+    if (Failure failure = CompleteAccounts(snapshot.accounts))
+        return failure;
+    snapshot.members.clear();
+    return AddChangedMembers(members, snapshot.members);
 }
