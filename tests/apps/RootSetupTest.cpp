@@ -361,9 +361,12 @@ constexpr const char* newPages =
 
 TEST(RootSetup, ReplacesPagesOfEarlierProduct) {
     HX_REQUIRE_THROWAWAY_ROOT();
-    const std::string pages = "cd /var/corvane/corvanerc/corvane26server/resources; ";
+    const std::string resources = "/var/corvane/corvanerc/corvane26server/resources";
+    const std::string pages = "cd " + resources + "; ";
     for (const RootMode mode : {RootMode::Staged, RootMode::InPlace}) {
         for (const bool isEdited : {false, true}) {
+            if (isEdited != (mode == RootMode::InPlace) && !hx_test::TriesEveryFault())
+                continue;
             HX_EXPECT_SCENARIO([&] {
                 LayOutRootSetup();
                 EXPECT_EQ(RunRootSetup({"--yes"}, {}, mode).status, 0);
@@ -373,8 +376,8 @@ TEST(RootSetup, ReplacesPagesOfEarlierProduct) {
                 Shell(newPages);
                 const auto upgrade = RunRootSetup({"--yes"}, {}, mode);
                 EXPECT_EQ(upgrade.status, 0) << upgrade.out;
-                EXPECT_EQ(upgrade.err.find("\"index.html\" was replaced; what was there is now ") !=
-                              std::string::npos,
+                EXPECT_EQ(upgrade.err.find("\"index.html\" was replaced; what was there is now \"" +
+                                           resources + "/index.html.") != std::string::npos,
                           isEdited)
                     << upgrade.err;
                 std::string files =

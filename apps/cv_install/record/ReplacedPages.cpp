@@ -79,13 +79,22 @@ bool WritePage(int directory, const std::string& name, const QByteArray& text) {
            renameat(directory, unfinishedPage, directory, name.c_str()) == 0;
 }
 
-Failure ReplacePage(int tree, const PackedPages::Page& page, const FormerPages& former) {
-    const Descriptor directory = OpenPageDirectory(tree, ParentOf(page.path));
+// The open install directory.
+struct LiveTree {
+    std::string path;
+    Descriptor descriptor;
+
+    std::string Whole(const std::string& below) const { return path + '/' + below; }
+};
+
+Failure ReplacePage(const LiveTree& tree, const PackedPages::Page& page,
+                    const FormerPages& former) {
+    const Descriptor directory = OpenPageDirectory(tree.descriptor.Number(), ParentOf(page.path));
     const std::string name = BaseNameOf(page.path);
     const std::optional<State> found =
         directory ? ReadState(directory.Number(), name, Reading::AllFiles) : std::nullopt;
     if (!found)
-        return CannotReplace(page.path, errno);
+        return CannotReplace(tree.Whole(page.path), errno);
     const QString digest = QString::fromStdString(found->digest);
     if (found->kind == State::Kind::File && digest == DigestOfPage(page.text))
         return {};
@@ -95,22 +104,23 @@ Failure ReplacePage(int tree, const PackedPages::Page& page, const FormerPages& 
         const std::string dated =
             MoveToDatedName(directory.Number(), name, directory.Number(), name);
         if (dated.empty())
-            return CannotReplace(page.path, errno);
-        WarnOfDatedName(name, ParentOf(page.path) + '/' + dated);
+            return CannotReplace(tree.Whole(page.path), errno);
+        WarnOfDatedName(name, tree.Whole(ParentOf(page.path) + '/' + dated));
     }
-    return WritePage(directory.Number(), name, page.text) ? Failure()
-                                                          : CannotReplace(page.path, errno);
+    return WritePage(directory.Number(), name, page.text)
+               ? Failure()
+               : CannotReplace(tree.Whole(page.path), errno);
 }
 
 // An edited page stays.
-Failure RemoveFormerPage(int tree, const std::string& path, const QString& digest) {
-    const Descriptor directory = OpenDirectory(tree, ParentOf(path));
+Failure RemoveFormerPage(const LiveTree& tree, const std::string& path, const QString& digest) {
+    const Descriptor directory = OpenDirectory(tree.descriptor.Number(), ParentOf(path));
     const std::string name = BaseNameOf(path);
     const std::optional<State> found =
         directory ? ReadState(directory.Number(), name, Reading::AllFiles) : State();
     if (!found || (found->digest == digest.toStdString() &&
                    unlinkat(directory.Number(), name.c_str(), 0) != 0))
-        return CannotReplace(path, errno);
+        return CannotReplace(tree.Whole(path), errno);
     return {};
 }
 
@@ -145,14 +155,14 @@ Failure ReplacePages(const QString& installDir, const FormerPages& former,
                      const PackedPages& packed, unsigned conditions) {
     if (former.isEmpty())
         return {};
-    const Descriptor opened(
-        open(installDir.toUtf8().constData(), O_PATH | O_DIRECTORY | O_CLOEXEC));
-    if (!opened)
-        return CannotReplace(installDir.toStdString(), errno);
-    const int tree = opened.Number();
+    const LiveTree tree = {
+        installDir.toStdString(),
+        Descriptor(open(installDir.toUtf8().constData(), O_PATH | O_DIRECTORY | O_CLOEXEC))};
+    if (!tree.descriptor)
+        return CannotReplace(tree.path, errno);
     for (const Entry& entry : Entries()) {
         if (!Applies(entry, conditions) || !IsReplaced(entry, former) ||
-            !OpenDirectory(tree, entry.path))
+            !OpenDirectory(tree.descriptor.Number(), entry.path))
             continue;
         const FormerPages now = PagesOfProduct(packed, entry);
         for (const PackedPages::Page& page : packed.PagesOf(entry)) {
