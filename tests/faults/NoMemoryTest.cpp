@@ -90,7 +90,7 @@ void ExpectReported(const hx_test::ProcessResult& result) {
 }
 
 TEST_F(NoMemory, EndsSetupWithMessageOrNotAtAll) {
-    const int stride = hx_test::TriesEveryFault() ? 1 : 97;
+    const int stride = hx_test::TriesEveryFault() ? 1 : 211;
     int ended = 0;
     for (int number = 1;; number += stride) {
         const auto result = Run(number);

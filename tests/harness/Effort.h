@@ -17,7 +17,7 @@ inline bool TriesEveryFault() {
 
 // The distance of the points of a setup that are tried.
 inline size_t PointStep() {
-    return TriesEveryFault() ? 1 : 90;
+    return TriesEveryFault() ? 1 : 150;
 }
 
 // The rows that a test tries if each of them needs whole setups: all in scripts/soak, otherwise
