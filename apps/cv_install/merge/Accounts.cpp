@@ -64,6 +64,12 @@ Problem UnreadableDatabase(const Database& database) {
             QStringLiteral("Fix the cause, then run the setup again.")};
 }
 
+// True if the last look into the name service failed, not if it found nothing.
+bool IsUnknown(int error) {
+    return error == EINTR || error == EIO || error == EMFILE || error == ENFILE ||
+           error == ENOMEM || error == ERANGE;
+}
+
 // False, with errno set, on failure.
 bool Parse(const Descriptor& file, Records& records) {
     std::string text;
@@ -371,6 +377,18 @@ Failure ApplyAccounts(const Differences& differences, Undo& undo) {
             return failure;
     }
     return ApplyMembers(differences.members, undo);
+}
+
+Failure FindUser(const std::string& name, const passwd*& user) {
+    errno = 0;
+    user = getpwnam(name.c_str());
+    return user == nullptr && IsUnknown(errno) ? UnreadableDatabase(users) : Failure();
+}
+
+Failure FindGroup(const std::string& name, const group*& found) {
+    errno = 0;
+    found = getgrnam(name.c_str());
+    return found == nullptr && IsUnknown(errno) ? UnreadableDatabase(groups) : Failure();
 }
 
 std::optional<QStringList> LocalMembers(const std::string& group) {

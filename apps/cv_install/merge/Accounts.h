@@ -2,6 +2,9 @@
 // members of the service group.
 #pragma once
 
+#include <grp.h>
+#include <pwd.h>
+
 #include <optional>
 
 #include "Problem.h"
@@ -29,6 +32,11 @@ Failure ApplyMembers(const std::vector<MemberDifference>& members, Undo& undo);
 // The changes of members that /etc/group has not.
 Failure FindMemberDifferences(const std::string& group, const MemberChanges& changes,
                               std::vector<MemberDifference>& members);
+
+// Looks an account up in the name service. It is null if it does not exist, and belongs to the C
+// library, until the next look. Fails if the databases cannot be read.
+Failure FindUser(const std::string& name, const passwd*& user);
+Failure FindGroup(const std::string& name, const group*& found);
 
 // The members of a group that /etc/group lists; empty if it does not list the group.
 std::optional<QStringList> LocalMembers(const std::string& group);

@@ -1,6 +1,5 @@
 // Compares the staged machine with the live one. Other users may change the install tree meanwhile:
 // every path in it is read through descriptors, and never waited for.
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
@@ -10,9 +9,9 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <memory>
 #include <set>
 
+#include "installation/DirectoryNames.h"
 #include "installation/Limits.h"
 #include "installation/PathParts.h"
 #include "installation/TreeOwners.h"
@@ -20,8 +19,6 @@
 #include "report/Report.h"
 
 namespace {
-
-using Names = std::vector<std::string>;
 
 constexpr size_t mostPages = 100000;
 constexpr int deepestPages = 64;
@@ -48,28 +45,6 @@ std::string PathBelow(const std::string& path, const std::string& name) {
 Descriptor OpenForNames(int base, const std::string& name) {
     return Descriptor(openat(base, name.empty() ? "." : name.c_str(),
                              O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-}
-
-// Adds the sorted names in a directory to `names`, at most `most`. Returns false with errno set
-// when they cannot be read.
-bool ReadNames(const Descriptor& directory, Names& names, size_t most = SIZE_MAX) {
-    // A duplicate would share the position.
-    const int again = openat(directory.Number(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    const std::unique_ptr<DIR, int (*)(DIR*)> stream(fdopendir(again), closedir);
-    if (stream == nullptr) {
-        close(again);
-        return false;
-    }
-    errno = 0;
-    while (const dirent* found = names.size() < most ? readdir(stream.get()) : nullptr) {
-        const std::string name = found->d_name;
-        if (name != "." && name != "..")
-            names.push_back(name);
-        errno = 0;
-    }
-    const bool isRead = errno == 0;
-    std::sort(names.begin(), names.end());
-    return isRead;
 }
 
 bool HasSameOwner(const State& one, const State& other) {
@@ -186,7 +161,7 @@ Failure Comparison::Read(const Place& place, Reading reading, State& state) {
 
 Failure Comparison::List(const Place& place, Descriptor& directory, Names& names) {
     directory = OpenForNames(place.directory, place.name);
-    if (directory && ReadNames(directory, names))
+    if (directory && ReadNames(directory.Number(), names))
         return {};
     return UnreadablePath(place.path, errno);
 }
@@ -315,7 +290,7 @@ void Comparison::CompareKeptFile(const Place& live, const State& before, const S
 Failure Comparison::AddCreatedBelow(const Place& staged, gid_t group) {
     Names names;
     const Descriptor directory = OpenDirectory(staged.directory, staged.name);
-    if (!directory || !ReadNames(OpenForNames(directory.Number(), ""), names))
+    if (!directory || !ReadNames(directory.Number(), names))
         return UnreadablePath(staged.path, errno);
     for (const std::string& name : names) {
         const Place below = {directory.Number(), name, PathBelow(staged.path, name), staged.entry};
@@ -358,7 +333,8 @@ Failure Comparison::ComparePages(const Place& live, const Place& staged, State o
     Names before;
     Names after;
     const std::optional<State> directory = from ? ReadAttributes(from) : std::nullopt;
-    if (!directory || !to || !ReadNames(from, before, mostPages + 1) || !ReadNames(to, after))
+    if (!directory || !to || !ReadNames(from.Number(), before, mostPages + 1) ||
+        !ReadNames(to.Number(), after))
         return UnreadablePath(live.path, errno);
     // As for anything that a user creates in a directory.
     if (!m_isRoot)
@@ -442,7 +418,7 @@ Failure Comparison::AddOwnersBelow(const Place& live, const State& owner, int de
     constexpr mode_t forAll = S_IROTH | S_IXOTH;
     if ((found.st_mode & forAll) != forAll)
         return RefusePrivate(live.path);
-    if (!ReadNames(directory, names, mostPages + 1))
+    if (!ReadNames(directory.Number(), names, mostPages + 1))
         return UnreadablePath(live.path, errno);
     m_pageCount += names.size();
     if (m_pageCount > mostPages || depth > deepestPages)
@@ -511,7 +487,7 @@ Failure Comparison::CompareLayer(const Descriptor& layer, const std::string& pat
 Failure Comparison::CompareBelow(const Descriptor& layer, const Descriptor& live,
                                  const std::string& path) {
     Names names;
-    if (!ReadNames(layer, names))
+    if (!ReadNames(layer.Number(), names))
         return UnreadablePath(path, errno);
     for (const std::string& name : names) {
         const std::string below = PathBelow(path, name);

@@ -1,6 +1,5 @@
 #include "undo/Snapshot.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <grp.h>
 #include <pwd.h>
@@ -9,10 +8,10 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <memory>
 #include <set>
 
 #include "commit/EarlierServices.h"
+#include "installation/DirectoryNames.h"
 #include "installation/PathParts.h"
 #include "merge/Accounts.h"
 #include "merge/Services.h"
@@ -32,57 +31,20 @@ Problem UnreadableInSnapshot(const std::string& path, int error) {
 }
 
 // The names in a directory; empty if it cannot be listed. Sets errno then.
-std::optional<std::set<std::string>> NamesBelow(int base, const std::string& path) {
+std::optional<Names> NamesBelow(int base, const std::string& path) {
     const Descriptor directory = OpenDirectory(base, path);
-    const int opened =
-        directory ? openat(directory.Number(), ".", O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_CLOEXEC)
-                  : -1;
-    const std::unique_ptr<DIR, int (*)(DIR*)> stream(opened == -1 ? nullptr : fdopendir(opened),
-                                                     closedir);
-    if (stream == nullptr)
+    Names names;
+    if (!directory || !ReadNames(directory.Number(), names))
         return {};
-    std::set<std::string> names;
-    errno = 0;
-    while (const dirent* entry = readdir(stream.get())) {
-        names.insert(entry->d_name);
-        errno = 0;
-    }
-    if (errno != 0)
-        return {};
-    names.erase(".");
-    names.erase("..");
     return names;
 }
 
 // No names for a directory that does not exist.
-Failure ListDirectory(int root, const std::string& path, std::set<std::string>& names) {
+Failure ListDirectory(int root, const std::string& path, Names& names) {
     const auto found = NamesBelow(root, path);
     if (!found && errno != ENOENT && errno != ENOTDIR && errno != ELOOP)
         return UnreadableInSnapshot('/' + path, errno);
-    names = found.value_or(std::set<std::string>());
-    return {};
-}
-
-// True if the last look into the databases of accounts failed, not if it found nothing.
-bool IsUnknownAccount(int error) {
-    return error == EINTR || error == EIO || error == EMFILE || error == ENFILE ||
-           error == ENOMEM || error == ERANGE;
-}
-
-// Null for an account that does not exist.
-Failure FindAccount(const std::string& name, const passwd*& account) {
-    errno = 0;
-    account = getpwnam(name.c_str());
-    if (account == nullptr && IsUnknownAccount(errno))
-        return UnreadableInSnapshot("/etc/passwd", errno);
-    return {};
-}
-
-Failure FindAccount(const std::string& name, const group*& account) {
-    errno = 0;
-    account = getgrnam(name.c_str());
-    if (account == nullptr && IsUnknownAccount(errno))
-        return UnreadableInSnapshot("/etc/group", errno);
+    names = found.value_or(Names());
     return {};
 }
 
@@ -250,7 +212,7 @@ Failure Snapshot::AddEnablement(const hx::EarlierService& service) {
     const std::string unit = name + ".service";
     const std::string units = std::string(unitDirectory).substr(1);
     std::vector<std::string> paths;
-    std::set<std::string> names;
+    Names names;
     if (Failure failure = ListDirectory(m_reader.Root(), units, names))
         return failure;
     for (const std::string& each : names) {
@@ -267,7 +229,7 @@ Failure Snapshot::AddEnablement(const hx::EarlierService& service) {
         // Such as rc3.d/S99NAME.
         if (!service.hasInitScript || !each.starts_with("rc"))
             continue;
-        std::set<std::string> links;
+        Names links;
         if (Failure failure = ListDirectory(m_reader.Root(), "etc/" + each, links))
             return failure;
         for (const std::string& link : links) {
@@ -291,9 +253,9 @@ Failure Snapshot::AddAccounts() {
     const std::string groupName = m_setup.serviceGroup.toStdString();
     const passwd* user = nullptr;
     const group* itsGroup = nullptr;
-    Failure failure = FindAccount(userName, user);
+    Failure failure = FindUser(userName, user);
     if (!failure)
-        failure = FindAccount(groupName, itsGroup);
+        failure = FindGroup(groupName, itsGroup);
     if (failure)
         return failure;
     if (itsGroup == nullptr)
@@ -339,7 +301,7 @@ Failure CompleteAccounts(std::vector<AccountDifference>& accounts) {
         const group* itsGroup = nullptr;
         const passwd* user = nullptr;
         Failure unknown =
-            account.isGroup ? FindAccount(account.name, itsGroup) : FindAccount(account.name, user);
+            account.isGroup ? FindGroup(account.name, itsGroup) : FindUser(account.name, user);
         if (unknown)
             failure = unknown;
         if (itsGroup != nullptr)
