@@ -311,6 +311,28 @@ Failure ChangeMember(const MemberDifference& member, Undo& undo) {
     return {};
 }
 
+CreatedAccount CompareCreated(const AccountDifference& account, const Records& records,
+                              const std::vector<MemberDifference>& joined) {
+    const auto record = std::find_if(records.begin(), records.end(),
+                                     [&](const Words& each) { return each[0] == account.name; });
+    if (record == records.end())
+        return CreatedAccount::Missing;
+    AccountDifference found;
+    found.name = account.name;
+    found.change = account.change;
+    const bool isParsed = account.isGroup ? ParseGroup(*record, found) : ParseUser(*record, found);
+    if (!isParsed || (account.isGroup ? found.gid != account.gid : found.uid != account.uid))
+        return CreatedAccount::Other;
+    if (found != account)
+        return CreatedAccount::Changed;
+    for (const std::string& member : account.isGroup ? MembersOf(*record) : Words()) {
+        if (std::find(joined.begin(), joined.end(),
+                      MemberDifference{Change::Create, member, account.name}) == joined.end())
+            return CreatedAccount::Changed;
+    }
+    return CreatedAccount::Unchanged;
+}
+
 }  // namespace
 
 Failure FindMemberDifferences(const std::string& group, const MemberChanges& changes,
@@ -396,36 +418,21 @@ std::optional<QStringList> LocalMembers(const std::string& group) {
     return members ? std::optional(TextsOf(*members)) : std::nullopt;
 }
 
-Failure ReadLocalMembers(const std::string& group, QStringList& members) {
+Failure ReadLocalMembers(const std::string& group, std::optional<QStringList>& members) {
     std::optional<Words> listed;
     Failure failure = FindLocalMembers(group, listed);
-    members = TextsOf(listed.value_or(Words()));
+    if (listed)
+        members = TextsOf(*listed);
     return failure;
 }
 
-CreatedAccount FindCreatedAccount(const AccountDifference& account,
-                                  const std::vector<MemberDifference>& joined) {
+Failure FindCreatedAccount(const AccountDifference& account,
+                           const std::vector<MemberDifference>& joined, CreatedAccount& found) {
     Records records;
-    if (LoadLive(account.isGroup ? groups : users, records))
-        return CreatedAccount::Other;
-    const auto record = std::find_if(records.begin(), records.end(),
-                                     [&](const Words& each) { return each[0] == account.name; });
-    if (record == records.end())
-        return CreatedAccount::Missing;
-    AccountDifference found;
-    found.name = account.name;
-    found.change = account.change;
-    const bool isParsed = account.isGroup ? ParseGroup(*record, found) : ParseUser(*record, found);
-    if (!isParsed || (account.isGroup ? found.gid != account.gid : found.uid != account.uid))
-        return CreatedAccount::Other;
-    if (found != account)
-        return CreatedAccount::Changed;
-    for (const std::string& member : account.isGroup ? MembersOf(*record) : Words()) {
-        if (std::find(joined.begin(), joined.end(),
-                      MemberDifference{Change::Create, member, account.name}) == joined.end())
-            return CreatedAccount::Changed;
-    }
-    return CreatedAccount::Unchanged;
+    if (Failure failure = LoadLive(account.isGroup ? groups : users, records))
+        return failure;
+    found = CompareCreated(account, records, joined);
+    return {};
 }
 
 std::optional<QString> DeleteAccount(const AccountDifference& account, bool keepsGroup) {

@@ -41,14 +41,14 @@ Failure FindGroup(const std::string& name, const group*& found);
 // The members of a group that /etc/group lists; empty if it does not list the group.
 std::optional<QStringList> LocalMembers(const std::string& group);
 
-// The same, without members for a group that is not listed. Fails if the file cannot be read.
-Failure ReadLocalMembers(const std::string& group, QStringList& members);
+// The same. Fails if the file cannot be read.
+Failure ReadLocalMembers(const std::string& group, std::optional<QStringList>& members);
 
 // What became of an account that a setup created. A group may have the members of `joined`. With
 // another number, it is another account.
 enum class CreatedAccount { Unchanged, Changed, Other, Missing };
-CreatedAccount FindCreatedAccount(const AccountDifference& account,
-                                  const std::vector<MemberDifference>& joined);
+Failure FindCreatedAccount(const AccountDifference& account,
+                           const std::vector<MemberDifference>& joined, CreatedAccount& found);
 
 // Deletes an account that a setup created, by userdel or groupdel. With `keepsGroup`, the group of
 // the user's name stays. Returns why it failed; empty on success.

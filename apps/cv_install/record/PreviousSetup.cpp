@@ -195,9 +195,7 @@ Failure ReadRecord(const QString& installDir, PreviousSetup& previous) {
     previous.recordedAnswers = record->body;
     // Other versions may have other keys and limits.
     previous.answers = ParseAnswers(record->body, AnswersForm::Record).answers;
-    const QString here = MachineId();
-    const QString& there = record->facts.machineId;
-    const bool isCopy = !here.isEmpty() && !there.isEmpty() && here != there;
+    const bool isCopy = IsOfOtherMachine(record->facts);
     previous.source = isCopy ? PreviousSetup::Source::Copy : PreviousSetup::Source::Record;
     if (!isCopy && ReadManifest(directory, previous.manifest))
         previous.manifest.reset();

@@ -50,14 +50,7 @@ QString WordForShell(const QString& word) {
     return u'\'' + quoted + u'\'';
 }
 
-}  // namespace
-
-QString HostName() {
-    std::array<char, 256> name = {};
-    return gethostname(name.data(), name.size() - 1) == 0 ? QString::fromUtf8(name.data())
-                                                          : QString();
-}
-
+// Empty if it has none.
 QString MachineId() {
     QFile file(QStringLiteral("/etc/machine-id"));
     if (!file.open(QIODevice::ReadOnly))
@@ -67,6 +60,19 @@ QString MachineId() {
                           return (digit >= '0' && digit <= '9') || (digit >= 'a' && digit <= 'f');
                       });
     return isId ? QString::fromLatin1(text) : QString();
+}
+
+}  // namespace
+
+QString HostName() {
+    std::array<char, 256> name = {};
+    return gethostname(name.data(), name.size() - 1) == 0 ? QString::fromUtf8(name.data())
+                                                          : QString();
+}
+
+bool IsOfOtherMachine(const SetupFacts& facts) {
+    const QString here = MachineId();
+    return !here.isEmpty() && !facts.machineId.isEmpty() && here != facts.machineId;
 }
 
 QStringList CommandLine() {

@@ -28,8 +28,8 @@ SetupFacts FactsOf(const QStringList& command, const QString& installDir);
 // The name of this machine; empty if it is unknown.
 QString HostName();
 
-// The id of this machine; empty if it has none.
-QString MachineId();
+// True if a record is from another machine. One of these may have no machine ID: false then.
+bool IsOfOtherMachine(const SetupFacts& facts);
 
 // Returns a text of `firstLine`, the facts as comments, an empty line, the body, and the digest as
 // a comment.

@@ -184,9 +184,12 @@ Failure SetupRemoval::Load() {
         return m_states.OpenContent(m_content);
     }
     Descriptor tree;
-    failure = OpenInstallDirectory(m_installDir, tree);
+    bool isElsewhere = false;
+    failure = FindTreeElsewhere(isElsewhere);
     // A link may lead to a file system that is not mounted.
-    if (!failure || IsTreeElsewhere())
+    if (!failure && !isElsewhere)
+        failure = OpenInstallDirectory(m_installDir, tree);
+    if (!failure)
         failure = FindUnsavedSetups(m_installDir, tree.Number(), m_saved);
     // Nothing is restored, so no content is read.
     m_content.installDir = m_installDir;

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <memory>
 #include <set>
 
 #include "Console.h"
@@ -83,13 +84,16 @@ Restoration::Restoration(const Arguments& arguments, UndoPurpose purpose, const 
 
 // It stays closed if it is kept.
 Failure Restoration::OpenTree(Descriptor& tree) const {
-    return IsTreeKept(m_purpose) ? Failure() : OpenInstallDirectory(m_content.installDir, tree);
+    return m_plan.isTreeKept ? Failure() : OpenInstallDirectory(m_content.installDir, tree);
 }
 
 Failure Restoration::Read(LiveMachine& live) {
     const TimeLimit limit;
     Descriptor tree;
-    Failure failure = OpenTree(tree);
+    m_plan = {};
+    Failure failure = IsRemoval(m_purpose) ? FindTreeElsewhere(m_plan.isTreeKept) : Failure();
+    if (!failure)
+        failure = OpenTree(tree);
     if (failure)
         return failure;
     if (getuid() == 0)
@@ -155,7 +159,7 @@ void Restoration::ShowContents(const Differences& differences) const {
 Failure Restoration::ApplyPaths(TreeMerge& tree, Undo& undo) const {
     const TimeLimit limit;
     const std::vector<PathDifference> paths = WithoutOthers();
-    Failure failure = IsTreeKept(m_purpose) ? Failure() : tree.PlaceInTree(paths, undo);
+    Failure failure = m_plan.isTreeKept ? Failure() : tree.PlaceInTree(paths, undo);
     if (!failure)
         failure = tree.PlaceOutside(paths, undo);
     if (!failure)
@@ -165,14 +169,15 @@ Failure Restoration::ApplyPaths(TreeMerge& tree, Undo& undo) const {
 
 // While tar unpacks, directories are closed to others, as they stay if the setup is killed. The
 // merge does not work in a directory with secrets. There are none if all that is in it is deleted.
-void Restoration::OpenUnpackedDirectories() const {
+void Restoration::OpenUnpackedDirectories(Undo& undo) const {
     std::set<std::string> deleted;
     for (const PathDifference& each : m_differences.paths) {
         if (each.change == Change::Delete)
             deleted.insert(each.path);
     }
+    const TimeLimit limit;
     Descriptor tree;
-    if (OpenInstallDirectory(m_content.installDir, tree))
+    if (OpenTree(tree) || !tree)
         return;
     const size_t top = m_content.installDir.toStdString().size() + 1;
     constexpr mode_t modeOfTar = 0700;
@@ -180,21 +185,24 @@ void Restoration::OpenUnpackedDirectories() const {
         if (each.entry == nullptr || !each.entry->ownsAllBelow || each.before.mode != modeOfTar ||
             each.before.kind != State::Kind::Directory || !deleted.contains(each.path))
             continue;
-        const Descriptor opened = OpenDirectory(tree.Number(), each.path.substr(top));
-        const std::optional<State> now = opened ? ReadAttributes(opened) : std::nullopt;
-        const auto names = PathsBelow(opened.Number(), "");
+        const auto opened =
+            std::make_shared<Descriptor>(OpenDirectory(tree.Number(), each.path.substr(top)));
+        const std::optional<State> now = *opened ? ReadAttributes(*opened) : std::nullopt;
+        const auto names = *opened ? PathsBelow(opened->Number(), "") : std::nullopt;
         if (now && now->IsSameInode(each.before) && now->owner == 0 && names &&
-            std::ranges::all_of(*names, [&](const std::string& name) {
-                return deleted.contains(each.path + '/' + name);
-            }))
-            fchmodat(opened.Number(), ".", each.entry->rootMode, 0);
+            std::ranges::all_of(*names,
+                                [&](const std::string& name) {
+                                    return deleted.contains(each.path + '/' + name);
+                                }) &&
+            fchmodat(opened->Number(), ".", each.entry->rootMode, 0) == 0)
+            undo.Add([opened] { return fchmodat(opened->Number(), ".", modeOfTar, 0) == 0; });
     }
 }
 
 // Everything that can be taken back, then what cannot.
 Failure Restoration::Apply() {
-    OpenUnpackedDirectories();
     Undo undo;
+    OpenUnpackedDirectories(undo);
     if (m_services.isManagerRunning)
         StopRemovedService(m_differences);
     StopServiceForUndo(m_differences, undo);

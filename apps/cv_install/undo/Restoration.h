@@ -35,7 +35,7 @@ private:
     Failure Read(LiveMachine& live);
     void ShowKept() const;
     void ShowContents(const Differences& differences) const;
-    void OpenUnpackedDirectories() const;
+    void OpenUnpackedDirectories(Undo& undo) const;
     Failure ApplyPaths(TreeMerge& tree, Undo& undo) const;
     std::vector<PathDifference> WithoutOthers() const;
     void DeleteAccounts() const;

@@ -1,6 +1,5 @@
 #include "undo/SavedStates.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -11,10 +10,10 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
-#include <memory>
 #include <utility>
 
 #include "WriteAll.h"
+#include "installation/DirectoryNames.h"
 #include "installation/TreeCheck.h"
 #include "merge/AccountNumber.h"
 #include "merge/Accounts.h"
@@ -55,6 +54,31 @@ Problem CannotUse(const std::string& path, const char* reason) {
             QStringLiteral("To go back, run the setup with the former answers.")};
 }
 
+// What cannot be read now may be read later.
+Problem CannotOpen(const std::string& path, int error) {
+    if (error == ENOENT || error == ENOTDIR || error == ELOOP || error == ENXIO || error == EIO)
+        return CannotUse(path, std::strerror(error));
+    return {ExitStatus::SystemCallFailed,
+            QStringLiteral("cannot read \"%1\": %2")
+                .arg(QString::fromStdString(path), QString::fromUtf8(std::strerror(error))),
+            QStringLiteral("Fix the cause, then run the command again.")};
+}
+
+// The undo was complete up to here.
+Problem CannotPutBack(const std::string& name, int error) {
+    return {ExitStatus::SystemCallFailed,
+            QStringLiteral("cannot restore file \"%1\" of the record: %2")
+                .arg(QString::fromStdString(name), QString::fromUtf8(std::strerror(error))),
+            QStringLiteral("Fix the cause, then run the undo again.")};
+}
+
+Problem CannotForget(const std::string& name, int error) {
+    return {ExitStatus::SystemCallFailed,
+            QStringLiteral("cannot remove file \"%1\" of the record: %2")
+                .arg(QString::fromStdString(name), QString::fromUtf8(std::strerror(error))),
+            QStringLiteral("Fix the cause, then run the removal again.")};
+}
+
 // Opens a directory of root's, and creates it if it does not exist.
 Descriptor OpenOwnDirectory(int parent, const std::string& name,
                             mode_t mode = Find(Item::SavedStates).rootMode) {
@@ -80,19 +104,13 @@ bool OpenLayers(int directory, const QString& installDir, StagedMachine& layers)
 
 // The numbers of the states, in order. Returns the error if it cannot list them all.
 int ListNumbers(int states, std::vector<unsigned>& numbers) {
-    const int again = openat(states, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    const std::unique_ptr<DIR, int (*)(DIR*)> stream(again == -1 ? nullptr : fdopendir(again),
-                                                     closedir);
-    if (stream == nullptr)
-        return errno;
-    errno = 0;
-    while (const dirent* entry = readdir(stream.get())) {
+    Names names;
+    const int error = ReadNames(states, names) ? 0 : errno;
+    for (const std::string& name : names) {
         id_t number = 0;
-        if (ParseNumber(entry->d_name, number))
+        if (ParseNumber(name, number))
             numbers.push_back(number);
-        errno = 0;
     }
-    const int error = errno;
     std::sort(numbers.begin(), numbers.end());
     return error;
 }
@@ -177,8 +195,9 @@ Failure SaveContent(const PathDifference& difference, int liveTree, const Staged
     const std::string name = path.filename();
     Descriptor directory(fcntl(place.base, F_DUPFD_CLOEXEC, 0));
     for (const std::filesystem::path& part : path.parent_path()) {
-        if (directory)
-            directory = OpenOwnDirectory(directory.Number(), part, modeOfLayers);
+        directory = OpenOwnDirectory(directory.Number(), part, modeOfLayers);
+        if (!directory)
+            return CannotSave(difference.path, errno);
     }
     // --diff shows only what other users can read.
     const mode_t mode = difference.before.mode & (S_IRWXU | S_IRWXG | S_IRWXO);
@@ -188,7 +207,7 @@ Failure SaveContent(const PathDifference& difference, int liveTree, const Staged
 }
 
 // Of a web page, a setup changes only the owner, and does not read it. It comes back as a new file.
-void ReadPages(std::vector<PathDifference>& paths, int liveTree) {
+Failure ReadPages(std::vector<PathDifference>& paths, int liveTree) {
     const std::string top = std::string(sharedDirectory) + '/';
     for (PathDifference& difference : paths) {
         if (difference.change != Change::Modify || !difference.before.digest.empty() ||
@@ -196,11 +215,12 @@ void ReadPages(std::vector<PathDifference>& paths, int liveTree) {
             !difference.entry->ownsAllBelow)
             continue;
         const auto found = ReadStateAt(liveTree, difference.path.substr(top.size()));
-        if (found) {
-            difference.before.digest = found->digest;
-            difference.after.digest = found->digest;
-        }
+        if (!found)
+            return CannotSave(difference.path, errno);
+        difference.before.digest = found->digest;
+        difference.after.digest = found->digest;
     }
+    return {};
 }
 
 // Copies a file of the record. It stays where it is, as a killed undo is repeated.
@@ -257,6 +277,19 @@ Failure SaveContents(const Differences& differences, const OpenState& state,
     return {};
 }
 
+Failure SaveMembers(const std::vector<MemberDifference>& changes,
+                    std::map<std::string, QStringList>& saved) {
+    for (const MemberDifference& change : changes) {
+        std::optional<QStringList> members;
+        if (saved.contains(change.group))
+            continue;
+        if (Failure failure = ReadLocalMembers(change.group, members))
+            return failure;
+        saved[change.group] = members.value_or(QStringList());
+    }
+    return {};
+}
+
 bool ChangesNothing(const Differences& attempt) {
     return attempt.accounts.empty() && attempt.members.empty() && attempt.paths.empty();
 }
@@ -294,8 +327,7 @@ Failure SavedStates::Open(bool creates) {
         m_states = Descriptor(openat(m_record.Private(), name.c_str(),
                                      O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
     if (!m_states && (creates || errno != ENOENT))
-        return creates ? CannotSave(PathOfStates(), errno)
-                       : CannotUse(PathOfStates(), std::strerror(errno));
+        return creates ? CannotSave(PathOfStates(), errno) : CannotOpen(PathOfStates(), errno);
     return {};
 }
 
@@ -306,21 +338,24 @@ Failure SavedStates::Load(const std::string& name, OpenState& state, bool& isFou
     state.name = name;
     const std::string path = PathOfStates() + '/' + name;
     state.directory = OpenDirectoryOfState(m_states.Number(), name);
+    if (!state.directory)
+        return CannotOpen(path, errno);
     const Descriptor opened(openat(state.directory.Number(), stateFile,
                                    O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
     struct stat found = {};
+    if (!opened || fstat(opened.Number(), &found) != 0)
+        return CannotOpen(path, errno);
     QFile file;
-    if (!opened || fstat(opened.Number(), &found) != 0 || !S_ISREG(found.st_mode) ||
-        !file.open(opened.Number(), QIODevice::ReadOnly))
-        return CannotUse(path, "it cannot be read");
+    const bool isReadable = S_ISREG(found.st_mode) && found.st_size <= largestState &&
+                            file.open(opened.Number(), QIODevice::ReadOnly);
     const std::optional<ParsedRecord> text =
-        found.st_size > largestState ? std::nullopt : ParseRecordText(file.readAll());
+        isReadable ? ParseRecordText(file.readAll()) : std::nullopt;
     std::optional<SavedSetup> saved =
         text ? ParseSavedSetup(text->body, m_installDir.toStdString()) : std::nullopt;
     if (!saved)
         return CannotUse(path, "it is damaged");
     state.facts = text->facts;
-    if (state.facts.machineId != MachineId())
+    if (IsOfOtherMachine(state.facts))
         return CannotUse(path, "it is from another machine");
     state.saved = std::move(*saved);
     return CompleteAttempt(state.saved);
@@ -369,7 +404,7 @@ Failure SavedStates::SaveRecord(OpenState& state) const {
         if (LinkOrCopy(file.directory, file.path, state.directory.Number(), file.name))
             state.saved.record.push_back(file.name);
         else if (errno != ENOENT)
-            return CannotSave(file.name, errno);
+            return CannotSave(PathOfStates() + '/' + state.name + '/' + file.name, errno);
     }
     return {};
 }
@@ -377,16 +412,12 @@ Failure SavedStates::SaveRecord(OpenState& state) const {
 Failure SavedStates::AddAttempt(const SetupFacts& facts, const Differences& attempt,
                                 bool isResultKnown, int liveTree, OpenState& state) const {
     state.formerFacts = std::exchange(state.facts, facts);
-    for (const MemberDifference& member : attempt.members) {
-        if (state.saved.members.contains(member.group))
-            continue;
-        if (Failure failure = ReadLocalMembers(member.group, state.saved.members[member.group]))
-            return failure;
-    }
     StagedMachine layers;
-    Failure failure = OpenLayers(state.directory.Number(), m_installDir, layers)
-                          ? SaveContents(attempt, state, layers, liveTree)
-                          : CannotSave(PathOfStates(), errno);
+    Failure failure = SaveMembers(attempt.members, state.saved.members);
+    if (!failure && !OpenLayers(state.directory.Number(), m_installDir, layers))
+        failure = CannotSave(PathOfStates(), errno);
+    if (!failure)
+        failure = SaveContents(attempt, state, layers, liveTree);
     state.saved.attempts.push_back(attempt);
     state.saved.isResultKnown = isResultKnown;
     state.saved.isInPlace = state.saved.isInPlace || !isResultKnown;
@@ -413,7 +444,8 @@ Failure SavedStates::Begin(const SetupFacts& facts, const Differences& differenc
     if (Failure failure = Open(true))
         return failure;
     Differences attempt = differences;
-    ReadPages(attempt.paths, liveTree);
+    if (Failure failure = ReadPages(attempt.paths, liveTree))
+        return failure;
     return BeginAttempt(facts, attempt, true, liveTree);
 }
 
@@ -438,8 +470,7 @@ void SavedStates::RemoveForeign(const std::vector<unsigned>& numbers) const {
     for (const std::string& name : names) {
         OpenState state;
         bool isFound = false;
-        if (Load(name, state, isFound) && !state.facts.version.isEmpty() &&
-            state.facts.machineId != MachineId())
+        if (Load(name, state, isFound) && IsOfOtherMachine(state.facts))
             RemoveState(name);
     }
 }
@@ -488,6 +519,11 @@ void SavedStates::Complete() {
         Discard();
         return;
     }
+    if (!failure && !m_first.name.empty()) {
+        Collapse(m_first.saved);
+        m_first.saved.isComplete = true;
+        failure = Write(m_first);
+    }
     if (!failure)
         failure = NoteComplete(true);
     if (failure) {
@@ -496,11 +532,6 @@ void SavedStates::Complete() {
                                       "undoes both.")});
         return;
     }
-    Collapse(m_first.saved);
-    m_first.saved.isComplete = true;
-    // Otherwise the next setup completes it.
-    if (!m_first.name.empty())
-        Write(m_first);
     Prune();
 }
 
@@ -592,7 +623,7 @@ Failure SavedStates::LoadFirst(bool& isFound) {
 Failure SavedStates::OpenContent(StagedMachine& content) const {
     if (OpenLayers(m_state.directory.Number(), m_installDir, content))
         return {};
-    return CannotUse(PathOfStates() + '/' + m_state.name, std::strerror(errno));
+    return CannotOpen(PathOfStates() + '/' + m_state.name, errno);
 }
 
 Failure SavedStates::NoteComplete(bool isComplete) {
@@ -622,10 +653,10 @@ Failure SavedStates::RestoreRecord() {
                                     ? PutBack(m_state.directory.Number(), name, directory, name)
                                     : unlinkat(directory, name.c_str(), 0) == 0 || errno == ENOENT;
         if (!isRestored)
-            return CannotUse(PathOfStates() + '/' + m_state.name, std::strerror(errno));
+            return CannotPutBack(name, errno);
     }
     if (!RestoreFirst() || fsync(m_record.Private()) != 0 || fsync(m_record.Public()) != 0)
-        return CannotUse(PathOfStates() + '/' + m_state.name, std::strerror(errno));
+        return CannotPutBack(firstState, errno);
     RemoveState(m_state.name);
     m_state = {};
     RemoveLeftovers();
@@ -664,10 +695,11 @@ Failure SavedStates::KeepFirst(const SetupFacts& facts, const SavedSetup& remain
         return failure;
     // Killed from here on, the removal is repeated. With the manifest, a repair would undo it.
     for (const auto& [isPrivate, name] : FilesOfRecord()) {
-        if (!isPrivate)
-            unlinkat(m_record.Public(), name.c_str(), 0);
+        if (!isPrivate && unlinkat(m_record.Public(), name.c_str(), 0) != 0 && errno != ENOENT)
+            return CannotForget(name, errno);
     }
-    fsync(m_record.Public());
+    if (fsync(m_record.Public()) != 0)
+        return CannotForget(stateFile, errno);
     RemoveNumbered();
     m_state.facts = facts;
     m_state.saved = remaining;
@@ -684,8 +716,11 @@ Failure SavedStates::KeepFirst(const SetupFacts& facts, const SavedSetup& remain
 Failure SavedStates::RemoveRecord() {
     if (Failure failure = Open(false))
         return failure;
-    for (const auto& [isPrivate, name] : FilesOfRecord())
-        unlinkat(isPrivate ? m_record.Private() : m_record.Public(), name.c_str(), 0);
+    for (const auto& [isPrivate, name] : FilesOfRecord()) {
+        const int directory = isPrivate ? m_record.Private() : m_record.Public();
+        if (unlinkat(directory, name.c_str(), 0) != 0 && errno != ENOENT)
+            return CannotForget(name, errno);
+    }
     if (m_states) {
         RemoveNumbered();
         RemoveState(firstState);

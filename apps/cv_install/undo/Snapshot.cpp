@@ -22,14 +22,6 @@ namespace {
 constexpr int mostLevelsOfPages = 64;
 constexpr const char* unitDirectory = "/etc/systemd/system";
 
-Problem UnreadableInSnapshot(const std::string& path, int error) {
-    const char* reason = error == EINTR ? "timed out" : std::strerror(error);
-    return {ExitStatus::SystemCallFailed,
-            QStringLiteral("cannot read \"%1\": %2")
-                .arg(QString::fromStdString(path), QString::fromUtf8(reason)),
-            QStringLiteral("Make sure that no other process uses it, then run the setup again.")};
-}
-
 // The names in a directory; empty if it cannot be listed. Sets errno then.
 std::optional<Names> NamesBelow(int base, const std::string& path) {
     const Descriptor directory = OpenDirectory(base, path);
@@ -43,7 +35,7 @@ std::optional<Names> NamesBelow(int base, const std::string& path) {
 Failure ListDirectory(int root, const std::string& path, Names& names) {
     const auto found = NamesBelow(root, path);
     if (!found && errno != ENOENT && errno != ENOTDIR && errno != ELOOP)
-        return UnreadableInSnapshot('/' + path, errno);
+        return UnreadableState('/' + path, errno);
     names = found.value_or(Names());
     return {};
 }
@@ -104,7 +96,7 @@ public:
             ReadStateAt(isInTree ? m_liveTree : m_root.Number(), below,
                         readsContent ? ReadingOfSaved(Row(path), isInTree) : Reading::Nothing);
         if (!found)
-            return UnreadableInSnapshot(path, errno);
+            return UnreadableState(path, errno);
         state = *found;
         return {};
     }
@@ -115,12 +107,12 @@ public:
         if (m_liveTree == -1)
             return {};
         if (!IsDirectoryAt(m_liveTree, entry.path, isDirectory))
-            return UnreadableInSnapshot(Whole(entry.path), errno);
+            return UnreadableState(Whole(entry.path), errno);
         if (!isDirectory)
             return {};
         const std::optional<RelativePaths> found = PathsBelow(m_liveTree, entry.path);
         if (!found)
-            return UnreadableInSnapshot(Whole(entry.path), errno);
+            return UnreadableState(Whole(entry.path), errno);
         for (const std::string& path : *found)
             paths.push_back(Whole(path));
         return {};
@@ -217,10 +209,12 @@ Failure Snapshot::AddEnablement(const hx::EarlierService& service) {
         return failure;
     for (const std::string& each : names) {
         const std::string path = Joined(units, each);
-        const auto alias = ReadStateAt(m_reader.Root(), path, Reading::Nothing);
-        if (alias && alias->kind == State::Kind::Link && BaseNameOf(alias->target) == unit)
+        State alias;
+        if (Failure failure = m_reader.Read('/' + path, false, alias))
+            return failure;
+        if (alias.kind == State::Kind::Link && BaseNameOf(alias.target) == unit)
             paths.push_back(path);
-        else if (alias && alias->kind == State::Kind::Directory)
+        else if (alias.kind == State::Kind::Directory)
             paths.push_back(Joined(path, unit));
     }
     if (Failure failure = ListDirectory(m_reader.Root(), "etc", names))
@@ -317,9 +311,10 @@ Failure CompleteAccounts(std::vector<AccountDifference>& accounts) {
 Failure AddChangedMembers(const std::map<std::string, QStringList>& members,
                           std::vector<MemberDifference>& changed) {
     for (const auto& [group, before] : members) {
-        QStringList now;
-        if (Failure failure = ReadLocalMembers(group, now))
+        std::optional<QStringList> listed;
+        if (Failure failure = ReadLocalMembers(group, listed))
             return failure;
+        const QStringList now = listed.value_or(QStringList());
         for (const QString& name : now) {
             if (!before.contains(name))
                 changed.push_back({Change::Create, name.toStdString(), group});
@@ -333,6 +328,14 @@ Failure AddChangedMembers(const std::map<std::string, QStringList>& members,
 }
 
 }  // namespace
+
+Problem UnreadableState(const std::string& path, int error) {
+    const char* reason = error == EINTR ? "timed out" : std::strerror(error);
+    return {ExitStatus::SystemCallFailed,
+            QStringLiteral("cannot read \"%1\": %2")
+                .arg(QString::fromStdString(path), QString::fromUtf8(reason)),
+            QStringLiteral("Make sure that no other process uses it, then run the setup again.")};
+}
 
 std::optional<RelativePaths> PathsBelow(int tree, const std::string& directory) {
     RelativePaths paths;

@@ -1,6 +1,5 @@
 #include "undo/UndoPlan.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <pwd.h>
 #include <sys/stat.h>
@@ -9,27 +8,20 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <memory>
 #include <set>
 
+#include "installation/DirectoryNames.h"
 #include "installation/Mounts.h"
 #include "merge/Accounts.h"
 #include "merge/MergePaths.h"
 #include "merge/Services.h"
+#include "undo/Snapshot.h"
 
 namespace {
 
 const char* ChangedSince(UndoPurpose purpose) {
     return IsRemoval(purpose) ? "changed after the setup"
                               : "changed after the setup; --force restores it";
-}
-
-Problem UnreadableInUndo(const std::string& path, int error) {
-    const char* reason = error == EINTR ? "timed out" : std::strerror(error);
-    return {ExitStatus::SystemCallFailed,
-            QStringLiteral("cannot read \"%1\": %2")
-                .arg(QString::fromStdString(path), QString::fromUtf8(reason)),
-            QStringLiteral("Make sure that no other process uses it, then run the undo again.")};
 }
 
 Problem DamagedContent(const std::string& path) {
@@ -52,17 +44,17 @@ public:
           m_liveTree(liveTree),
           m_owners(owners),
           m_purpose(purpose),
-          m_isTreeKept(IsTreeKept(purpose)),
           m_plan(plan) {
-        if (m_isTreeKept)
+        if (m_plan.isTreeKept)
             Keep(sharedDirectory, "other machines may use it");
     }
 
-    Failure Add(const SavedPath& path);
+    // Plans to restore each path of the setup.
+    Failure AddAll(const SavedSetup& saved);
 
     // Members of the service group can put other directories in the place of those in the install
     // tree. What the merge would refuse to reach is kept.
-    void KeepUnreachable();
+    Failure KeepUnreachable();
 
     // Children before their parents, so that a directory can be empty by then.
     void AddDeletedDirectories();
@@ -75,14 +67,15 @@ private:
     };
 
     LivePath PlaceOf(const std::string& path) const;
+    Failure Add(const SavedPath& path);
     Failure ReadLive(const SavedPath& path, State& live) const;
     const char* WhyKept(const SavedPath& path, const State& live) const;
     bool StaysInRemoval(const SavedPath& path) const;
     bool IsOnOtherMount(const LivePath& place) const;
     bool IsRemovedAsChanged(const SavedPath& path, const State& live) const;
-    bool IsDamaged(const SavedPath& path) const;
+    Failure CheckContent(const SavedPath& path) const;
     bool IsUnpacked(const std::string& directory) const;
-    std::string FindRefused(const PathDifference& difference) const;
+    Failure FindRefused(const PathDifference& difference, std::string& refused) const;
     bool HasOtherEntries(const std::string& path);
     void Keep(const std::string& path, const char* reason);
 
@@ -91,7 +84,6 @@ private:
     const int m_liveTree;
     const TreeOwners& m_owners;
     const UndoPurpose m_purpose;
-    const bool m_isTreeKept;
     UndoPlan& m_plan;
     std::vector<PathDifference> m_directories;  // to delete, parents first
     std::set<std::string> m_deleted;
@@ -113,7 +105,7 @@ Failure PathUndo::ReadLive(const SavedPath& path, State& live) const {
     const std::optional<State> found =
         ReadStateAt(place.directory, place.path, ReadingOfSaved(path.entry, place.isInTree));
     if (!found)
-        return UnreadableInUndo(path.path, errno);
+        return UnreadableState(path.path, errno);
     live = *found;
     return {};
 }
@@ -169,12 +161,15 @@ const char* PathUndo::WhyKept(const SavedPath& path, const State& live) const {
     }
 }
 
-bool PathUndo::IsDamaged(const SavedPath& path) const {
+Failure PathUndo::CheckContent(const SavedPath& path) const {
     if (path.before.kind != State::Kind::File || path.before.digest.empty())
-        return false;
+        return {};
     const LayerPath place = PathIn(m_content, path.path);
     const auto saved = ReadStateAt(place.base, place.path, Reading::AllFiles);
-    return !saved || saved->digest != path.before.digest;
+    if (!saved && errno != EIO)
+        return UnreadableState(path.path, errno);
+    return saved && saved->digest == path.before.digest ? Failure()
+                                                        : Failure(DamagedContent(path.path));
 }
 
 // True for what stays without being listed.
@@ -199,10 +194,20 @@ void PathUndo::Keep(const std::string& path, const char* reason) {
         m_plan.kept.append(line);
 }
 
+Failure PathUndo::AddAll(const SavedSetup& saved) {
+    if (!m_root)
+        return UnreadableState("/", errno);
+    for (const SavedPath& path : PathsOf(saved)) {
+        if (Failure failure = Add(path))
+            return failure;
+    }
+    return {};
+}
+
 Failure PathUndo::Add(const SavedPath& path) {
     const State& before = path.before;
     const LivePath place = PlaceOf(path.path);
-    if (place.isInTree && m_isTreeKept) {
+    if (place.isInTree && m_plan.isTreeKept) {
         m_plan.remaining.insert(path.path);
         return {};
     }
@@ -220,8 +225,8 @@ Failure PathUndo::Add(const SavedPath& path) {
         m_plan.remaining.insert(path.path);
         return {};
     }
-    if (IsDamaged(path))
-        return DamagedContent(path.path);
+    if (Failure failure = CheckContent(path))
+        return failure;
     const bool isOurs = std::ranges::find(path.after, live) != path.after.end();
     const char* reason = WhyKept(path, live);
     if (reason == nullptr && !isOurs && m_purpose != UndoPurpose::ForcedUndo &&
@@ -257,14 +262,16 @@ bool PathUndo::IsUnpacked(const std::string& directory) const {
     });
 }
 
-// The first directory above an entry of the tree that the merge refuses; empty without one. It
-// refuses the install directory itself on its own.
-std::string PathUndo::FindRefused(const PathDifference& difference) const {
+// Finds the first directory above an entry of the tree that the merge refuses. It refuses the
+// install directory itself on its own.
+Failure PathUndo::FindRefused(const PathDifference& difference, std::string& refused) const {
     const LivePath place = PlaceOf(difference.path);
+    const std::string tree = m_content.installDir.toStdString();
     Descriptor opened;
-    if (!place.isInTree || m_liveTree == -1 ||
-        OpenTreeDirectory(m_liveTree, sharedDirectory, "", m_owners, opened))
+    if (!place.isInTree || m_liveTree == -1)
         return {};
+    if (const Failure failure = OpenTreeDirectory(m_liveTree, tree, "", m_owners, opened))
+        return failure->status == ExitStatus::TreeRefused ? Failure() : failure;
     for (size_t end = place.path.find('/'); end != std::string::npos;
          end = place.path.find('/', end + 1)) {
         const std::string below = place.path.substr(0, end);
@@ -272,14 +279,18 @@ std::string PathUndo::FindRefused(const PathDifference& difference) const {
             difference.path.substr(0, difference.path.size() - place.path.size() + end);
         if (m_created.contains(path))
             return {};
-        if (OpenTreeDirectory(m_liveTree, sharedDirectory, below, m_owners, opened) &&
-            !IsUnpacked(path))
-            return path;
+        const Failure failure = OpenTreeDirectory(m_liveTree, tree, below, m_owners, opened);
+        if (failure && failure->status != ExitStatus::TreeRefused)
+            return failure;
+        if (failure && !IsUnpacked(path)) {
+            refused = path;
+            return {};
+        }
     }
     return {};
 }
 
-void PathUndo::KeepUnreachable() {
+Failure PathUndo::KeepUnreachable() {
     std::set<std::string> refused;
     for (const PathDifference& each : m_plan.differences.paths) {
         if (each.change == Change::Create && each.after.kind == State::Kind::Directory)
@@ -288,7 +299,9 @@ void PathUndo::KeepUnreachable() {
     for (std::vector<PathDifference>* list : {&m_plan.differences.paths, &m_directories}) {
         std::set<std::string> kept;
         for (const PathDifference& each : *list) {
-            const std::string directory = FindRefused(each);
+            std::string directory;
+            if (Failure failure = FindRefused(each, directory))
+                return failure;
             if (directory.empty())
                 continue;
             refused.insert(directory);
@@ -301,6 +314,7 @@ void PathUndo::KeepUnreachable() {
     }
     for (const std::string& directory : refused)
         Keep(directory, "is another directory");
+    return {};
 }
 
 // Ignores what a killed setup left: the merge removes it first. A removal lists what is not from a
@@ -310,19 +324,14 @@ bool PathUndo::HasOtherEntries(const std::string& path) {
     const std::string_view prefix = pattern.substr(0, pattern.size() - randomPart.size());
     const LivePath place = PlaceOf(path);
     const Descriptor directory = OpenDirectory(place.directory, place.path);
-    const int opened =
-        directory ? openat(directory.Number(), ".", O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_CLOEXEC)
-                  : -1;
-    const std::unique_ptr<DIR, int (*)(DIR*)> stream(opened == -1 ? nullptr : fdopendir(opened),
-                                                     closedir);
-    if (stream == nullptr)
+    Names names;
+    if (!directory || !ReadNames(directory.Number(), names))
         return true;
     std::set<std::string> others;
     const std::string inside = path + '/';
-    while (const dirent* entry = readdir(stream.get())) {
-        const std::string name = entry->d_name;
+    for (const std::string& name : names) {
         const std::string whole = inside + name;
-        if (name != "." && name != ".." && !name.starts_with(prefix) && !m_deleted.contains(whole))
+        if (!name.starts_with(prefix) && !m_deleted.contains(whole))
             others.insert(whole);
     }
     for (const std::string& other : IsRemoval(m_purpose) ? others : std::set<std::string>()) {
@@ -359,15 +368,19 @@ void SortByDirectories(std::vector<PathDifference>& paths) {
 }
 
 // The setup's members; for a purge, whoever is a member now.
-std::vector<MemberDifference> ExpectedMembers(const SavedSetup& saved, UndoPurpose purpose) {
-    std::vector<MemberDifference> members = MembersOf(saved);
+Failure FindExpectedMembers(const SavedSetup& saved, UndoPurpose purpose,
+                            std::vector<MemberDifference>& members) {
+    members = MembersOf(saved);
     for (const AccountDifference& account : AccountsOf(saved)) {
+        std::optional<QStringList> listed;
         if (purpose != UndoPurpose::Purge || !account.isGroup)
             continue;
-        for (const QString& name : LocalMembers(account.name).value_or(QStringList()))
+        if (Failure failure = ReadLocalMembers(account.name, listed))
+            return failure;
+        for (const QString& name : listed.value_or(QStringList()))
             members.push_back({Change::Create, name.toStdString(), account.name});
     }
-    return members;
+    return {};
 }
 
 void KeepAccount(const AccountDifference& account, const char* reason, UndoPlan& plan) {
@@ -376,14 +389,17 @@ void KeepAccount(const AccountDifference& account, const char* reason, UndoPlan&
                      QLatin1String(reason));
 }
 
-void AddAccounts(const SavedSetup& saved, UndoPurpose purpose, UndoPlan& plan) {
-    const std::vector<MemberDifference> members = ExpectedMembers(saved, purpose);
-    const bool isTreeKept = IsTreeKept(purpose);
+Failure AddAccounts(const SavedSetup& saved, UndoPurpose purpose, UndoPlan& plan) {
+    std::vector<MemberDifference> members;
+    if (Failure failure = FindExpectedMembers(saved, purpose, members))
+        return failure;
     std::vector<AccountDifference> accounts = AccountsOf(saved);
     // Users before their groups.
     std::reverse(accounts.begin(), accounts.end());
     for (AccountDifference& account : accounts) {
-        const CreatedAccount found = FindCreatedAccount(account, members);
+        CreatedAccount found = CreatedAccount::Missing;
+        if (Failure failure = FindCreatedAccount(account, members, found))
+            return failure;
         if (found == CreatedAccount::Missing)
             continue;
         if (found == CreatedAccount::Other) {
@@ -394,70 +410,84 @@ void AddAccounts(const SavedSetup& saved, UndoPurpose purpose, UndoPlan& plan) {
             KeepAccount(account, ChangedSince(purpose), plan);
             continue;
         }
-        if (isTreeKept) {
+        if (plan.isTreeKept) {
             KeepAccount(account, "other machines may use it", plan);
             continue;
         }
         account.change = Change::Delete;
         plan.differences.accounts.push_back(std::move(account));
     }
+    return {};
 }
 
-void AddMembers(const SavedSetup& saved, UndoPlan& plan) {
+Failure AddMembers(const SavedSetup& saved, UndoPlan& plan) {
     for (MemberDifference member : MembersOf(saved)) {
         const bool isGroupDeleted =
             std::ranges::any_of(plan.differences.accounts, [&](const AccountDifference& account) {
                 return account.isGroup && account.name == member.group;
             });
-        const std::optional<QStringList> listed = LocalMembers(member.group);
+        std::optional<QStringList> listed;
+        const passwd* user = nullptr;
+        Failure failure = ReadLocalMembers(member.group, listed);
+        if (!failure)
+            failure = FindUser(member.user, user);
+        if (failure)
+            return failure;
         if (isGroupDeleted || !listed)
             continue;
         const bool isMember = listed->contains(QString::fromStdString(member.user));
         const bool wasMember = member.change == Change::Delete;
-        if (isMember == wasMember || (wasMember && getpwnam(member.user.c_str()) == nullptr))
+        if (isMember == wasMember || (wasMember && user == nullptr))
             continue;
         member.change = wasMember ? Change::Create : Change::Delete;
         plan.differences.members.push_back(std::move(member));
     }
+    return {};
 }
 
 }  // namespace
 
-bool IsTreeElsewhere() {
+Failure FindTreeElsewhere(bool& isElsewhere) {
+    isElsewhere = false;
     if (getuid() != 0)
-        return false;
+        return {};
     const std::string path = sharedDirectory;
     const Descriptor parent(open(ParentOf(path).c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
-    const Descriptor tree = parent ? OpenEntry(parent.Number(), BaseNameOf(path)) : Descriptor();
+    if (!parent)
+        return UnreadableState(ParentOf(path), errno);
+    const Descriptor tree = OpenEntry(parent.Number(), BaseNameOf(path));
+    isElsewhere = !tree && errno == EREMOTE;
     if (!tree)
-        return parent && errno == EREMOTE;
-    if (MountOf(tree.Number()) != MountOf(parent.Number()))
-        return true;
+        return isElsewhere || errno == ENOENT ? Failure() : UnreadableState(path, errno);
     const std::optional<State> state = ReadAttributes(tree);
-    return state && state->kind == State::Kind::Link;
-}
-
-bool IsTreeKept(UndoPurpose purpose) {
-    return IsRemoval(purpose) && IsTreeElsewhere();
+    const std::optional<int> above = MountOf(parent.Number());
+    const std::optional<int> mount = MountOf(tree.Number());
+    if (!state || !above || !mount)
+        return UnreadableState(path, errno);
+    isElsewhere = above != mount || state->kind == State::Kind::Link;
+    return {};
 }
 
 Failure FindUndo(const SavedSetup& saved, const StagedMachine& content, int liveTree,
                  const TreeOwners& owners, const ServiceStates& services, UndoPurpose purpose,
                  UndoPlan& plan) {
-    plan = {};
     PathUndo undo(content, liveTree, owners, purpose, plan);
-    for (const SavedPath& path : PathsOf(saved)) {
-        if (Failure failure = undo.Add(path))
-            return failure;
-    }
+    Failure failure = undo.AddAll(saved);
+    if (failure)
+        return failure;
     SortByDirectories(plan.differences.paths);
-    undo.KeepUnreachable();
+    failure = undo.KeepUnreachable();
+    if (failure)
+        return failure;
     undo.AddDeletedDirectories();
     if (purpose == UndoPurpose::FurtherSetup)
         return {};
     if (purpose != UndoPurpose::Remove) {
-        AddAccounts(saved, purpose, plan);
-        AddMembers(saved, plan);
+        failure = AddAccounts(saved, purpose, plan);
+        if (!failure)
+            failure = AddMembers(saved, plan);
+        if (failure)
+            return failure;
     }
     if (services.isManagerRunning)
         FindServicesToUndo(ServicesOf(saved), services.active, !saved.isComplete, plan.differences);

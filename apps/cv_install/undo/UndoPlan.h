@@ -24,19 +24,18 @@ struct UndoPlan {
     Differences differences;
     QStringList kept;                 // paths and accounts that stay as they are, with the reason
     std::set<std::string> remaining;  // paths that are not restored
+    bool isTreeKept = false;          // all of the install directory; it need not be accessible
 };
 
 // Compares with the live machine, whose install directory is `liveTree` or, if it does not exist,
 // -1, with entries of `owners`. `content` has the content of files as it was. What others changed
 // after the setup is kept, unless the undo is a forced one; jobs, what was not saved, and
-// directories with other entries are always kept. A removal keeps all of an install directory that
-// other machines may use, and what is below mount points in it. Fails if saved content is damaged.
+// directories with other entries are always kept. A removal keeps what is below mount points in the
+// install directory, and all of it with `plan.isTreeKept`, because other machines may use it.
+// Otherwise `plan` is empty before. Fails if saved content is damaged.
 Failure FindUndo(const SavedSetup& saved, const StagedMachine& content, int liveTree,
                  const TreeOwners& owners, const ServiceStates& services, UndoPurpose purpose,
                  UndoPlan& plan);
 
 // Whether the install directory of root is a link or a mount point.
-bool IsTreeElsewhere();
-
-// Whether it is kept because of that. It need not be accessible then.
-bool IsTreeKept(UndoPurpose purpose);
+Failure FindTreeElsewhere(bool& isElsewhere);

@@ -102,11 +102,13 @@ Failure RestoreAfterUnfinished(const Arguments& arguments, const QString& instal
     SavedStates states(installDir);
     bool isFound = false;
     StagedMachine content;
+    Failure failure = states.LoadUnfinished(which == Unfinished::All, isFound);
     // What is damaged is reported when the setup is undone.
-    if (states.LoadUnfinished(which == Unfinished::All, isFound) || !isFound)
+    if (failure && failure->status == ExitStatus::RecordUnusable)
         return {};
-    Failure failure = states.OpenContent(content);
-    if (failure)
+    if (!failure && isFound)
+        failure = states.OpenContent(content);
+    if (failure || !isFound)
         return failure;
     Restoration restoration(arguments, UndoPurpose::FurtherSetup, states.Saved(),
                             std::move(content),
