@@ -215,4 +215,49 @@ TEST(SavedStates, AreReplacedOnCloneOfMachine) {
     });
 }
 
+TEST(SavedStates, AreKeptWithoutMachineId) {
+    HX_REQUIRE_THROWAWAY_ROOT();
+    ExpectOnMachine([] {
+        Shell("printf '%032d\\n' 1 > /etc/machine-id");
+        {
+            SavedStates states(installDir);
+            EXPECT_EQ(Begin(states, "former"), "");
+            states.Complete();
+        }
+        Shell("mv /etc/machine-id /etc/kept");
+        {
+            SavedStates states(installDir);
+            EXPECT_EQ(Begin(states, "latter"), "");
+            states.Discard();
+        }
+        Shell("mv /etc/kept /etc/machine-id");
+        SavedStates states(installDir);
+        EXPECT_EQ(TextOf(states.LoadLast()), "");
+        EXPECT_EQ(states.Facts().command, "former");
+    });
+}
+
+TEST(SavedStates, KeepUnfinishedSetupIfNextOneCannotBegin) {
+    HX_REQUIRE_THROWAWAY_ROOT();
+    ExpectOnMachine([] {
+        {
+            SavedStates states(installDir);
+            EXPECT_EQ(Begin(states), "");
+        }
+        Shell("mv /etc/group /etc/kept; mkdir /etc/group");
+        {
+            Differences withMembers = SomeChange();
+            withMembers.members = {{Change::Create, "", "users"}};
+            SavedStates states(installDir);
+            EXPECT_EQ(TextOf(states.Begin(FactsOf({}, installDir), withMembers, -1)),
+                      "cannot read \"/etc/group\": Is a directory");
+        }
+        Shell("rmdir /etc/group; mv /etc/kept /etc/group");
+        SavedStates states(installDir);
+        EXPECT_EQ(TextOf(states.LoadLast()), "");
+        EXPECT_FALSE(states.Saved().isComplete);
+        EXPECT_EQ(states.Saved().attempts.size(), 1U);
+    });
+}
+
 }  // namespace
