@@ -7,6 +7,7 @@
 namespace {
 
 ProblemObserver observer = nullptr;
+bool hasRestoredFiles = false;
 
 void Observe(const Problem& problem, bool isWarning) {
     if (observer != nullptr)
@@ -63,10 +64,16 @@ void ObserveProblems(ProblemObserver observe) {
     observer = observe;
 }
 
+void NoteRestoredFiles() {
+    hasRestoredFiles = true;
+}
+
 const char* TextOf(Changes changes) {
     switch (changes) {
         case Changes::None:
-            return "No changes were made.";
+            return hasRestoredFiles
+                       ? "Only the files from before an unfinished setup were restored."
+                       : "No changes were made.";
         case Changes::RunTimeFiles:
             return "At most, Q-Chem files and submission scripts were changed.";
         case Changes::Kept:

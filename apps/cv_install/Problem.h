@@ -44,6 +44,9 @@ void Report(const Problem& problem);
 // Prints a problem that does not end the setup, as a warning.
 void ReportWarning(const Problem& problem);
 
+// From now on, a failure that changes nothing says that files were restored before.
+void NoteRestoredFiles();
+
 // From now on, `observe` gets every problem that is printed.
 using ProblemObserver = void (*)(const Problem& problem, bool isWarning);
 void ObserveProblems(ProblemObserver observe);

@@ -293,7 +293,13 @@ Failure SetupRemoval::Run() {
     Interruption::ComesTooLate();
     // Whatever ends it from here on, a further removal completes it.
     m_lock.NoteMerge(true);
-    Failure failure = CarryOut(restoration);
+    const bool isNoted = m_isSaved && m_states.Saved().isComplete;
+    Failure failure = isNoted ? m_states.NoteComplete(false) : Failure();
+    if (!failure)
+        failure = CarryOut(restoration);
+    // It was taken back. If this cannot be noted, nothing can be undone until a further setup.
+    if (failure && isNoted && failure->changes == Changes::None)
+        m_states.NoteComplete(true);
     m_lock.NoteMerge(false);
     if (!failure)
         Finish(restoration);

@@ -585,12 +585,26 @@ Failure SavedStates::LoadLast() {
     Failure failure = Open(false);
     if (!failure && m_states)
         failure = FindLast(m_state, isFound);
+    if (!failure && isFound && m_state.saved.isComplete)
+        failure = FindInterruptedRemoval();
     if (failure || isFound)
         return failure;
     return Problem{ExitStatus::RecordUnusable,
                    QStringLiteral("nothing can be undone: no state is saved"),
                    QStringLiteral("Only the last %1 setups that changed something can be undone.")
                        .arg(keptStates)};
+}
+
+// A setup completes the state before the first one earlier than its own, so only a removal leaves
+// it incomplete.
+Failure SavedStates::FindInterruptedRemoval() const {
+    OpenState first;
+    bool isFound = false;
+    if (Load(firstState, first, isFound) || !isFound || first.saved.isComplete)
+        return {};
+    return Problem{ExitStatus::RecordUnusable,
+                   QStringLiteral("nothing can be undone: a removal did not run to its end"),
+                   QStringLiteral("Run the removal again, or run the setup.")};
 }
 
 Failure SavedStates::LoadFirst(bool& isFound) {

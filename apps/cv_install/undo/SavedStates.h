@@ -73,7 +73,8 @@ public:
     // What was at the paths that the setup changed. `content` has descriptors of its own.
     Failure OpenContent(StagedMachine& content) const;
 
-    // Notes whether the state is about a complete setup.
+    // Notes whether the state is about a complete setup. A removal that begins notes in the state
+    // before the first setup that it is not.
     Failure NoteComplete(bool isComplete);
 
     // Puts the record of that time back and removes the state.
@@ -93,6 +94,7 @@ private:
     Failure Open(bool creates);
     Failure Load(const std::string& name, OpenState& state, bool& isFound) const;
     Failure FindLast(OpenState& last, bool& isFound) const;
+    Failure FindInterruptedRemoval() const;
     Failure Create(const std::string& name, OpenState& state) const;
     Failure BeginAttempt(const SetupFacts& facts, const Differences& attempt, bool isResultKnown,
                          int liveTree);

@@ -88,6 +88,8 @@ Failure ApplyBeforeSetup(Restoration& restoration, const QString& time) {
     // A further setup completes this, too.
     Interruption::EndsSetup(Changes::Unknown);
     Failure failure = restoration.Apply();
+    if (!failure)
+        NoteRestoredFiles();
     Interruption::EndsSetup(Changes::None);
     if (!failure)
         std::printf("Restored the files from before the setup of %s, which was not completed.\n",

@@ -7,6 +7,7 @@
 #include "installation/TimeLimit.h"
 #include "installation/TreeCheck.h"
 #include "record/SetupRecord.h"
+#include "undo/SavedStates.h"
 
 namespace {
 
@@ -52,6 +53,18 @@ Failure ReadInstallation(const QString& installDir, RecordDirectory::Whose owner
     return {};
 }
 
+// A first setup that was interrupted has saved the state before it, but has no record yet.
+Problem NotRecorded(const QString& installDir) {
+    SavedStates states(installDir);
+    bool isFound = false;
+    if (states.LoadUnfinished(true, isFound) || !isFound)
+        return NoRecord(installDir);
+    return {ExitStatus::RecordUnusable,
+            QStringLiteral("the setup of \"%1\" at %2 did not run to its end")
+                .arg(installDir, states.Facts().time),
+            QStringLiteral("Run it again, or undo it with --undo.")};
+}
+
 Failure FindRecorded(const char* argv0, bool alsoRoots, RecordedInstallation& installation) {
     const TimeLimit limit;
     QString installDir;
@@ -66,7 +79,7 @@ Failure FindRecorded(const char* argv0, bool alsoRoots, RecordedInstallation& in
     }
     if (failure || isFound)
         return failure;
-    return NoRecord(installDir);
+    return NotRecorded(installDir);
 }
 
 }  // namespace
@@ -77,6 +90,16 @@ Failure FindInstallation(const char* argv0, RecordedInstallation& installation) 
 
 Failure FindOwnInstallation(const char* argv0, RecordedInstallation& installation) {
     return FindRecorded(argv0, false, installation);
+}
+
+bool IsUnfinished(const RecordedInstallation& installation, const LockState& lock) {
+    if (lock.isIncomplete || !installation.record->IsOwn())
+        return lock.isIncomplete;
+    const TimeLimit limit;
+    SavedStates states(installation.installDir);
+    bool isFound = false;
+    // What is damaged is reported when it is used.
+    return !states.LoadUnfinished(true, isFound) && isFound;
 }
 
 std::vector<ManifestEntry> EntriesOfUserRecord(const RecordedInstallation& installation) {

@@ -3,6 +3,7 @@
 
 #include <memory>
 
+#include "installation/SetupLock.h"
 #include "record/Manifest.h"
 #include "record/RecordDirectory.h"
 
@@ -29,6 +30,10 @@ Failure FindInstallation(const char* argv0, RecordedInstallation& installation);
 
 // The same, but only the one that this user set up.
 Failure FindOwnInstallation(const char* argv0, RecordedInstallation& installation);
+
+// True if the last setup, undo, removal or repair did not run to its end. For an installation of
+// another user, only `lock` is known.
+bool IsUnfinished(const RecordedInstallation& installation, const LockState& lock);
 
 // What a user's setup left in the record, which is outside the directory that the manifest is
 // about. Paths are relative to the directory of records. The group is that found: the user can

@@ -20,6 +20,7 @@ struct InstallationStatus {
     QString service;  // empty without one
     QString dropIns;
     LockState lock;
+    bool isUnfinished = false;
 };
 
 QString ServiceText(const QStringList& lines) {
@@ -39,6 +40,8 @@ InstallationStatus ReadStatus(const RecordedInstallation& installation) {
         status.dropIns = PropertyOf(lines, "DropInPaths");
     }
     status.lock = SetupLock::Look(installation.installDir, installation.IsRoots());
+    status.isUnfinished =
+        status.lock.runningSetup.isEmpty() && IsUnfinished(installation, status.lock);
     return status;
 }
 
@@ -54,11 +57,11 @@ QString VerificationText(const RecordedInstallation& installation) {
     return AgeOf(time, now) + QStringLiteral(" (%1), differences: %2").arg(time).arg(differences);
 }
 
-QString SetupText(const LockState& lock) {
-    if (!lock.runningSetup.isEmpty())
-        return lock.runningSetup;
-    return lock.isIncomplete ? QStringLiteral("did not run to its end; run it again")
-                             : QStringLiteral("complete");
+QString SetupText(const InstallationStatus& status) {
+    if (!status.lock.runningSetup.isEmpty())
+        return status.lock.runningSetup;
+    return status.isUnfinished ? QStringLiteral("did not run to its end; run it again")
+                               : QStringLiteral("complete");
 }
 
 void PrintStatus(const RecordedInstallation& installation, const InstallationStatus& status) {
@@ -72,7 +75,7 @@ void PrintStatus(const RecordedInstallation& installation, const InstallationSta
                                    : status.productVersion);
     PrintField("Set up:", manifest.facts.time + QStringLiteral(" by ") + manifest.facts.user);
     PrintField("Command:", manifest.facts.command);
-    PrintField("Previous setup:", SetupText(status.lock));
+    PrintField("Previous setup:", SetupText(status));
     if (!status.service.isEmpty())
         PrintField("Service:", status.service);
     if (!status.dropIns.isEmpty())
@@ -107,7 +110,7 @@ void NoteStatus(const RecordedInstallation& installation, const InstallationStat
                                             {"product_version", TextOrNull(status.productVersion)},
                                             {"service", TextOrNull(status.service)},
                                             {"running", !status.lock.runningSetup.isEmpty()},
-                                            {"unfinished", status.lock.isIncomplete},
+                                            {"unfinished", status.isUnfinished},
                                             {"last_verification", VerificationJson(installation)}});
 }
 

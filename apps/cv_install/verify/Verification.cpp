@@ -18,7 +18,7 @@ void WarnOfSetup(const RecordedInstallation& installation) {
     if (!lock.runningSetup.isEmpty()) {
         ReportWarning({ExitStatus::Complete, lock.runningSetup,
                        QStringLiteral("To verify its result, run this again when it has ended.")});
-    } else if (lock.isIncomplete) {
+    } else if (IsUnfinished(installation, lock)) {
         ReportWarning({ExitStatus::Complete,
                        QStringLiteral("the previous setup, undo, removal or repair did not run to "
                                       "its end"),
