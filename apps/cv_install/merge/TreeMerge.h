@@ -8,16 +8,16 @@
 #include "installation/StagedMachine.h"
 #include "merge/Undo.h"
 
-// Members of the service group and the service account can rename, exchange, link and plant
-// anything in the install tree at any moment. New content is therefore made in a private directory
-// of root's and goes to its place by an exchange; what was there is looked at only then. A regular
-// user merges into a private copy in the same way, without the checks that protect root.
 // An undo also deletes entries of the tree and empty directories. It fails if an entry is no longer
 // the one that was compared, and creates files and links again rather than changing their owner. So
 // does a repair, which also replaces what is in place of a directory, follows no link to the
 // install directory, and restores directories of any owner: its plan decides which.
 enum class MergePurpose { Setup, Undo, Repair };
 
+// Members of the service group and the service account can rename, exchange, link and plant
+// anything in the install tree at any moment. New content is therefore made in a private directory
+// of root's and goes to its place by an exchange; what was there is looked at only then. A regular
+// user merges into a private copy in the same way, without the checks that protect root.
 class TreeMerge {
 public:
     // `account` and `group` are the ids of the service account, which must exist by then;
