@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
 #include <set>
 #include <vector>
 
@@ -403,16 +404,18 @@ Failure TreeMerge::Impl::Verify() const {
 void TreeMerge::Impl::RemoveDirectory(const std::string& path) const {
     LiveDirectory parent;
     std::string name;
-    Failure failure = m_places.OpenParent(path, parent, name);
-    if (!failure && unlinkat(parent.descriptor.Number(), name.c_str(), AT_REMOVEDIR) != 0 &&
-        errno != ENOENT)
-        failure = FailedInMerge(path, errno);
-    if (!failure)
+    QString cause;
+    if (const Failure failure = m_places.OpenParent(path, parent, name))
+        cause = failure->text;
+    else if (unlinkat(parent.descriptor.Number(), name.c_str(), AT_REMOVEDIR) != 0 &&
+             errno != ENOENT)
+        cause = QString::fromUtf8(std::strerror(errno));
+    if (cause.isEmpty())
         return;
-    ReportWarning(
-        {ExitStatus::Complete,
-         QStringLiteral("cannot remove directory \"%1\"").arg(QString::fromStdString(path)),
-         QStringLiteral("Inspect what is in it, then remove it.")});
+    ReportWarning({ExitStatus::Complete,
+                   QStringLiteral("cannot remove directory \"%1\": %2")
+                       .arg(QString::fromStdString(path), cause),
+                   QStringLiteral("Inspect what is in it, then remove it.")});
 }
 
 void TreeMerge::Impl::Finish() {
