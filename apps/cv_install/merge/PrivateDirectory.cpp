@@ -1,6 +1,5 @@
 #include "merge/PrivateDirectory.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/random.h>
 #include <sys/stat.h>
@@ -14,6 +13,7 @@
 #include <vector>
 
 #include "installation/DatedName.h"
+#include "installation/DirectoryNames.h"
 #include "installation/Installation.h"
 #include "merge/Acl.h"
 #include "merge/MergePaths.h"
@@ -48,24 +48,10 @@ Descriptor OpenForListing(int directory, const std::string& name) {
                              O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
 }
 
-// Empty with errno set when the names cannot be read.
-std::vector<std::string> ListNames(int directory) {
-    std::vector<std::string> names;
-    const Descriptor opened = OpenForListing(directory, ".");
-    if (!opened)
-        return names;
-    DIR* stream = fdopendir(fcntl(opened.Number(), F_DUPFD_CLOEXEC, 0));
-    if (stream == nullptr)
-        return names;
-    errno = 0;
-    while (const dirent* entry = readdir(stream)) {
-        const std::string name = entry->d_name;
-        if (name != "." && name != "..")
-            names.push_back(name);
-    }
-    const int error = errno;
-    closedir(stream);
-    errno = error;
+// Those that can be read.
+Names ListNames(int directory) {
+    Names names;
+    ReadNames(directory, names);
     return names;
 }
 
@@ -120,7 +106,9 @@ void CleanUpPrivate(const LiveDirectory& parent, const std::string& name) {
     const Descriptor directory = OpenEntry(parent.descriptor.Number(), name, O_DIRECTORY);
     if (!directory || !IsPrivate(directory))
         return;
-    const std::vector<std::string> names = ListNames(directory.Number());
+    Names names;
+    if (!ReadNames(directory.Number(), names))
+        return;
     // Another directory of this user's that someone renamed like a private one.
     const bool isOurs = std::all_of(names.begin(), names.end(), [](const std::string& each) {
         return each == newEntriesName || each.starts_with(slotPrefix);
@@ -209,9 +197,9 @@ Failure PrivateDirectory::Create(const DirectoryPointer& parent,
             return FailedInMerge(parent->path, errno);
         // By now another user may have replaced it.
         Descriptor directory = OpenEntry(where, name, O_DIRECTORY);
-        errno = 0;
-        if (!directory || !IsPrivate(directory) || !ListNames(directory.Number()).empty() ||
-            errno != 0)
+        Names names;
+        if (!directory || !IsPrivate(directory) || !ReadNames(directory.Number(), names) ||
+            !names.empty())
             continue;
         created.reset(new PrivateDirectory(parent, std::move(directory)));
         if (mkdirat(created->Slots(), newEntriesName, mode) != 0)
