@@ -8,5 +8,5 @@
 // before which nothing was there. Without a manifest, what other versions use as well may be theirs
 // and is not found; without files outside of the install directory, nothing is found, because other
 // users can write there. `liveTree` is as for FindUndo. Fails with RecordUnusable if the manifest
-// is damaged.
+// is damaged, and if something cannot be read.
 Failure FindUnsavedSetups(const QString& installDir, int liveTree, SavedSetup& saved);
