@@ -1,6 +1,5 @@
 #include "repair/RepairPlan.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <grp.h>
 #include <pwd.h>
@@ -9,9 +8,9 @@
 
 #include <algorithm>
 #include <map>
-#include <memory>
 #include <set>
 
+#include "installation/DirectoryNames.h"
 #include "installation/Mounts.h"
 #include "installation/PathParts.h"
 #include "installation/ServiceState.h"
@@ -277,14 +276,8 @@ bool RepairPlanning::HasRecordedChild(const ManifestEntry& directory,
 }
 
 bool IsEmptyDirectory(const Descriptor& opened) {
-    const int again =
-        openat(opened.Number(), ".", O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_NOATIME | O_CLOEXEC);
-    const std::unique_ptr<DIR, int (*)(DIR*)> stream(again == -1 ? nullptr : fdopendir(again),
-                                                     closedir);
-    int count = 0;
-    while (stream != nullptr && readdir(stream.get()) != nullptr)
-        ++count;
-    return stream != nullptr && count == 2;  // "." and ".."
+    Names names;
+    return ReadNames(opened.Number(), names, 1) && names.empty();
 }
 
 // Members of the service group can put another user's directory in the place of one in the install
