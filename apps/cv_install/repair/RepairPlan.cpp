@@ -14,6 +14,7 @@
 #include "installation/Mounts.h"
 #include "installation/PathParts.h"
 #include "installation/ServiceState.h"
+#include "merge/Accounts.h"
 #include "record/PreviousSetup.h"
 #include "undo/AccountUse.h"
 #include "verify/InstalledMachine.h"
@@ -45,7 +46,7 @@ public:
                    RepairPlan& plan);
 
     void AddPaths();
-    void AddAccounts();
+    Failure AddAccounts();
     void AddService(bool alwaysRestart);
 
 private:
@@ -63,9 +64,9 @@ private:
     QString WhyDirectoryStays(const ManifestEntry& entry, State& live, bool& isOther) const;
     bool HasRecordedChild(const ManifestEntry& directory, const Descriptor& opened) const;
     void Leave(const Attributes& attributes, const QString& reason);
-    void TakeUser(const FoundDifference& difference);
-    void TakeMember(const FoundDifference& difference);
-    bool TakeMissingAccount(const FoundDifference& difference);
+    Failure TakeUser(const FoundDifference& difference);
+    Failure TakeMember(const FoundDifference& difference);
+    Failure TakeMissingAccount(const FoundDifference& difference, bool& isTaken);
 
     const RecordedInstallation& m_installation;
     const Manifest& m_manifest;
@@ -313,22 +314,41 @@ QString RepairPlanning::WhyDirectoryStays(const ManifestEntry& entry, State& liv
     return QStringLiteral("it may be another user's private directory");
 }
 
-void RepairPlanning::AddAccounts() {
+Failure RepairPlanning::AddAccounts() {
     for (const FoundDifference& difference : m_result.differences) {
         if (!difference.path.isEmpty())
             continue;
         const std::string kind = difference.kind;
+        Failure failure;
         if (kind == VerifyResult::member)
-            TakeMember(difference);
+            failure = TakeMember(difference);
         else if (kind == VerifyResult::user || kind == VerifyResult::group)
-            TakeUser(difference);
+            failure = TakeUser(difference);
+        if (failure)
+            return failure;
     }
+    return {};
 }
 
-// True if the group exists, or is created again.
-bool HasPrimaryGroup(const AccountFacts& facts) {
-    return getgrgid(facts.primaryGid) != nullptr ||
-           (facts.primaryGid == facts.gid && getgrnam(facts.group.c_str()) == nullptr);
+// `exists` is also true if the group is created again. Looking for its name shows whether the
+// groups can be read.
+Failure FindPrimaryGroup(const AccountFacts& facts, bool& exists) {
+    exists = getgrgid(facts.primaryGid) != nullptr;
+    if (exists)
+        return {};
+    const group* named = nullptr;
+    Failure failure = FindGroup(facts.group, named);
+    exists = facts.primaryGid == facts.gid && named == nullptr;
+    return failure;
+}
+
+// Whether another account has the number of one that is missing. Looking for the name shows whether
+// the accounts can be read.
+Failure FindNumber(const AccountFacts& facts, bool isGroup, bool& isUsed) {
+    const group* namedGroup = nullptr;
+    const passwd* namedUser = nullptr;
+    isUsed = isGroup ? getgrgid(facts.gid) != nullptr : getpwuid(facts.uid) != nullptr;
+    return isGroup ? FindGroup(facts.group, namedGroup) : FindUser(facts.user, namedUser);
 }
 
 // Such as the service. usermod then refuses to change the home directory.
@@ -337,43 +357,56 @@ bool HasUserProcesses(const AccountFacts& facts) {
     return FindAccountUse(user, {}, std::chrono::seconds(0)).use.startsWith(u"process");
 }
 
-bool RepairPlanning::TakeMissingAccount(const FoundDifference& difference) {
+Failure RepairPlanning::TakeMissingAccount(const FoundDifference& difference, bool& isTaken) {
     const AccountFacts& facts = *m_manifest.account;
     const bool isGroup = std::string(difference.kind) == VerifyResult::group;
-    const bool isTaken = isGroup ? getgrgid(facts.gid) != nullptr : getpwuid(facts.uid) != nullptr;
-    if (isTaken)
-        return false;
+    bool isNumberUsed = false;
+    bool hasPrimaryGroup = isGroup;
+    Failure failure = FindNumber(facts, isGroup, isNumberUsed);
+    if (!failure && !isGroup)
+        failure = FindPrimaryGroup(facts, hasPrimaryGroup);
+    isTaken = !isNumberUsed && hasPrimaryGroup;
+    if (failure || !isTaken)
+        return failure;
     std::vector<AccountDifference>& accounts = m_plan.differences.accounts;
-    if (!isGroup && !HasPrimaryGroup(facts))
-        return false;
     if (!isGroup) {
         accounts.push_back({false, facts.user, facts.uid, facts.primaryGid, accountComment,
                             facts.home, facts.shell});
-        return true;
+        return {};
     }
     // Groups before users.
     accounts.insert(accounts.begin(), {true, facts.group, 0, facts.gid, {}, {}, {}});
     for (const std::string& member : facts.members) {
-        const bool isUser = member == facts.user || getpwnam(member.c_str()) != nullptr;
-        if (isUser)
+        const passwd* user = nullptr;
+        failure = FindUser(member, user);
+        if (failure)
+            return failure;
+        if (member == facts.user || user != nullptr)
             m_plan.differences.members.push_back({Change::Create, member, facts.group});
     }
-    return true;
+    return {};
 }
 
-void RepairPlanning::TakeUser(const FoundDifference& difference) {
+Failure RepairPlanning::TakeUser(const FoundDifference& difference) {
     const std::string attribute = difference.attribute;
     const AccountFacts& facts = *m_manifest.account;
     if (attribute == "kind") {
-        if (!TakeMissingAccount(difference))
+        bool isTaken = false;
+        Failure failure = TakeMissingAccount(difference, isTaken);
+        if (!isTaken)
             m_plan.left.push_back(
                 {difference, QStringLiteral("its number or primary group is not as recorded")});
-        return;
+        return failure;
+    }
+    bool hasPrimaryGroup = true;
+    if (attribute == "gid") {
+        if (Failure failure = FindPrimaryGroup(facts, hasPrimaryGroup))
+            return failure;
     }
     const bool isUser = std::string(difference.kind) == VerifyResult::user;
     if (!isUser || attribute == "uid") {
         m_plan.left.push_back({difference, QStringLiteral("numbers are never changed")});
-    } else if (attribute == "gid" && !HasPrimaryGroup(facts)) {
+    } else if (!hasPrimaryGroup) {
         m_plan.left.push_back({difference, QStringLiteral("the group does not exist")});
     } else if (attribute == "home" && HasUserProcesses(facts)) {
         m_plan.left.push_back({difference, QStringLiteral("the user has processes")});
@@ -382,18 +415,23 @@ void RepairPlanning::TakeUser(const FoundDifference& difference) {
                                                   difference.found.toStdString(),
                                                   difference.expected.toStdString()});
     }
+    return {};
 }
 
-void RepairPlanning::TakeMember(const FoundDifference& difference) {
+Failure RepairPlanning::TakeMember(const FoundDifference& difference) {
     const AccountFacts& facts = *m_manifest.account;
     const std::string name = difference.name.toStdString();
     const bool joins = std::ranges::find(facts.members, name) != facts.members.end();
-    if (joins && name != facts.user && getpwnam(name.c_str()) == nullptr) {
+    const passwd* user = nullptr;
+    if (Failure failure = FindUser(name, user))
+        return failure;
+    if (joins && name != facts.user && user == nullptr) {
         m_plan.left.push_back({difference, QStringLiteral("the user does not exist")});
-        return;
+        return {};
     }
     m_plan.differences.members.push_back(
         {joins ? Change::Create : Change::Delete, name, facts.group});
+    return {};
 }
 
 // Content, kind or target of something that the service uses changes, or its groups do.
@@ -453,14 +491,15 @@ bool IsInRecord(const PathDifference& difference) {
     return difference.entry != nullptr && IsRecordRow(*difference.entry);
 }
 
-RepairPlan FindRepair(const RecordedInstallation& installation, const VerifyResult& result,
-                      bool alwaysRestart) {
-    RepairPlan plan;
+Failure FindRepair(const RecordedInstallation& installation, const VerifyResult& result,
+                   bool alwaysRestart, RepairPlan& plan) {
+    plan = {};
     RepairPlanning planning(installation, result, plan);
     planning.AddPaths();
-    planning.AddAccounts();
+    if (Failure failure = planning.AddAccounts())
+        return failure;
     planning.AddService(alwaysRestart);
-    return plan;
+    return {};
 }
 
 QByteArray WithLimits(const QByteArray& text,

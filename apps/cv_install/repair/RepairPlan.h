@@ -4,6 +4,7 @@
 #include <map>
 #include <vector>
 
+#include "Problem.h"
 #include "installation/Difference.h"
 #include "verify/RecordedInstallation.h"
 #include "verify/VerifyResult.h"
@@ -35,9 +36,9 @@ std::string TreeOf(const Manifest& manifest);
 bool IsInRecord(const PathDifference& difference);
 
 // Plans from what the manifest lists and the verification found. `alwaysRestart`: whether the
-// service runs with what is on the machine is unknown.
-RepairPlan FindRepair(const RecordedInstallation& installation, const VerifyResult& result,
-                      bool alwaysRestart);
+// service runs with what is on the machine is unknown. Fails if accounts cannot be read.
+Failure FindRepair(const RecordedInstallation& installation, const VerifyResult& result,
+                   bool alwaysRestart, RepairPlan& plan);
 
 // The text of QueueLimits with other values for some keys. A missing line is added at the end. All
 // other lines stay as they are.

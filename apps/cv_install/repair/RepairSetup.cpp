@@ -114,8 +114,7 @@ Failure SetupRepair::Plan(int round) {
         });
     }
     m_unchecked = result.unchecked;
-    m_plan = FindRepair(m_installation, result, round == 0 && m_lock.FoundIncompleteMerge());
-    return {};
+    return FindRepair(m_installation, result, round == 0 && m_lock.FoundIncompleteMerge(), m_plan);
 }
 
 // Where the install directory was, without following links. Invalid if there is none.
