@@ -37,6 +37,7 @@
 #include "staging/StagedRun.h"
 #include "staging/UserView.h"
 #include "undo/Restoration.h"
+#include "undo/Snapshot.h"
 #include "verify/Verification.h"
 #include "verify/VerifyReport.h"
 
@@ -117,10 +118,11 @@ Failure SetupRepair::Plan(int round) {
     return FindRepair(m_installation, result, round == 0 && m_lock.FoundIncompleteMerge(), m_plan);
 }
 
-// Where the install directory was, without following links. Invalid if there is none.
+// Where the install directory was, without following links. Invalid, with errno set, if there is
+// none.
 Descriptor SetupRepair::OpenTree() const {
     const Descriptor top(open(Expected().top.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
-    return OpenDirectory(top.Number(), Expected().tree);
+    return top ? OpenDirectory(top.Number(), Expected().tree) : Descriptor();
 }
 
 // Removes what a killed repair left. The lock of a private copy does not show that there was one.
@@ -222,9 +224,9 @@ bool WriteStaged(int tree, const std::string& path, const QByteArray& text) {
 }
 
 // What users wrote to a file stays. Members of the service group can put their own or another
-// user's file there, which the repair would give to root: it is kept under a dated name.
+// user's file there, which the repair would give to root: it is kept under a dated name. One that
+// cannot be read now may have been edited.
 Failure SetupRepair::TakeSharedContents() {
-    const Descriptor tree = OpenTree();
     // A private copy is the user's own.
     const Reading reading = m_installation.IsRoots() ? Reading::PublicFiles : Reading::AllFiles;
     for (PathDifference& difference : m_plan.differences.paths) {
@@ -234,7 +236,11 @@ Failure SetupRepair::TakeSharedContents() {
         if (!isShared || difference.before.kind != State::Kind::File)
             continue;
         const LayerPath place = PathIn(m_staged, difference.path);
-        const auto live = ReadContent(tree.Number(), place.path, reading);
+        const Descriptor tree = OpenTree();
+        const auto live =
+            tree ? ReadContent(tree.Number(), place.path, reading) : std::optional<FileContent>();
+        if (!live && errno != ENOENT && errno != ENOTDIR && errno != ELOOP)
+            return UnreadableState(difference.path, errno);
         const bool isKnown =
             live &&
             (!m_installation.IsRoots() ||
