@@ -145,8 +145,11 @@ Failure SetupRepair::CheckProduct() const {
 // If no file is created, the layers are not read, but they must be open.
 Failure SetupRepair::Stage(ExitStatus& status) {
     if (!m_plan.NeedsContent()) {
-        for (Descriptor* layer : {&m_staged.tree, &m_staged.etc, &m_staged.bin})
+        for (Descriptor* layer : {&m_staged.tree, &m_staged.etc, &m_staged.bin}) {
             *layer = Descriptor(open("/", O_PATH | O_DIRECTORY | O_CLOEXEC));
+            if (!*layer)
+                return UnreadableState("/", errno);
+        }
         m_staged.installDir = QString::fromStdString(TreeOf(Expected()));
         return {};
     }

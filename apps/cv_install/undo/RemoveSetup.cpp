@@ -20,6 +20,7 @@
 #include "report/JsonReport.h"
 #include "undo/Restoration.h"
 #include "undo/SavedStates.h"
+#include "undo/Snapshot.h"
 #include "undo/UnsavedSetups.h"
 
 namespace {
@@ -193,8 +194,11 @@ Failure SetupRemoval::Load() {
         failure = FindUnsavedSetups(m_installDir, tree.Number(), m_saved);
     // Nothing is restored, so no content is read.
     m_content.installDir = m_installDir;
-    for (Descriptor* layer : {&m_content.tree, &m_content.etc, &m_content.bin})
+    for (Descriptor* layer : {&m_content.tree, &m_content.etc, &m_content.bin}) {
         *layer = Descriptor(open("/", O_PATH | O_DIRECTORY | O_CLOEXEC));
+        if (!failure && !*layer)
+            failure = UnreadableState("/", errno);
+    }
     return failure;
 }
 
