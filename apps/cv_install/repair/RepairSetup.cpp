@@ -480,7 +480,8 @@ Failure SetupRepair::Run(ExitStatus& status) {
         Interruption::ComesTooLate();
         m_lock.NoteMerge(true);
         failure = Apply();
-        m_lock.NoteMerge(false);
+        // The next setup or repair completes one that was not taken back.
+        m_lock.NoteMerge(failure && failure->changes != Changes::None);
         isChanged = isChanged || !failure;
     }
     if (failure && isChanged) {

@@ -301,10 +301,11 @@ Failure SetupRemoval::Run() {
     Failure failure = isNoted ? m_states.NoteComplete(false) : Failure();
     if (!failure)
         failure = CarryOut(restoration);
-    // It was taken back. If this cannot be noted, nothing can be undone until a further setup.
-    if (failure && isNoted && failure->changes == Changes::None)
+    const bool isTakenBack = failure && failure->changes == Changes::None;
+    // If this cannot be noted, nothing can be undone until a further setup.
+    if (isTakenBack && isNoted)
         m_states.NoteComplete(true);
-    m_lock.NoteMerge(false);
+    m_lock.NoteMerge(failure && !isTakenBack);
     if (!failure)
         Finish(restoration);
     return failure;
