@@ -176,10 +176,10 @@ std::vector<PathDifference> SetupRemoval::FindOthers(const UndoPlan& plan) const
 
 Failure SetupRemoval::Load() {
     Failure failure = m_states.LoadFirst(m_isSaved);
-    if (failure) {
+    if (failure && failure->status == ExitStatus::RecordUnusable)
         failure->remedy = RemedyWithoutState(m_states.Path());
+    if (failure)
         return failure;
-    }
     if (m_isSaved) {
         m_saved = m_states.Saved();
         return m_states.OpenContent(m_content);
