@@ -1,6 +1,5 @@
 #include "undo/RemoveSetup.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -10,11 +9,11 @@
 #include <cstring>
 #include <filesystem>
 #include <functional>
-#include <memory>
 
 #include "Console.h"
 #include "apply/Interruption.h"
 #include "apply/SetupLog.h"
+#include "installation/DirectoryNames.h"
 #include "installation/TreeCheck.h"
 #include "merge/Services.h"
 #include "report/JsonReport.h"
@@ -29,76 +28,85 @@ namespace fs = std::filesystem;
 
 using NameTest = std::function<bool(const std::string&)>;
 
-Descriptor OpenToList(const fs::path& path) {
-    return Descriptor(
-        open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-}
-
-std::vector<std::string> NamesIn(int directory, const NameTest& isMeant) {
-    std::vector<std::string> names;
-    const int opened = openat(directory, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    const std::unique_ptr<DIR, int (*)(DIR*)> stream(opened == -1 ? nullptr : fdopendir(opened),
-                                                     closedir);
-    while (const dirent* entry = stream ? readdir(stream.get()) : nullptr) {
-        const std::string name = entry->d_name;
-        if (name != "." && name != ".." && isMeant(name))
-            names.push_back(name);
-    }
-    return names;
+// Opens a directory, which may be a link of root's. It stays closed if there is none.
+Failure OpenIfExists(const fs::path& path, Descriptor& directory) {
+    directory = Descriptor(open(path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    if (!directory && errno != ENOENT && errno != ENOTDIR)
+        return UnreadableState(path, errno);
+    return {};
 }
 
 // Root's files of a directory in which other users may create files, too. An empty one is the log
 // that this removal has just created.
-void AddFiles(const Entry& entry, const NameTest& isMeant, std::vector<PathDifference>& found) {
+Failure AddFiles(const Entry& entry, const NameTest& isMeant, std::vector<PathDifference>& found) {
     const fs::path directory = fs::path(entry.path).parent_path();
-    const Descriptor opened = OpenToList(directory);
-    for (const std::string& name :
-         opened ? NamesIn(opened.Number(), isMeant) : std::vector<std::string>()) {
+    Descriptor opened;
+    Failure failure = OpenIfExists(directory, opened);
+    if (failure || !opened)
+        return failure;
+    Names names;
+    if (!ReadNames(opened.Number(), names))
+        return UnreadableState(directory, errno);
+    std::erase_if(names, [&](const std::string& name) { return !isMeant(name); });
+    for (const std::string& name : names) {
         const std::optional<State> state = ReadState(opened.Number(), name, Reading::Nothing);
+        // A user's file system may be mounted there.
+        if (!state && errno != EREMOTE)
+            return UnreadableState(directory / name, errno);
         if (state && state->kind == State::Kind::File && state->owner == 0 && state->size > 0)
             found.push_back({Change::Delete, directory / name, *state, {}, &entry});
     }
+    return {};
 }
 
 std::string PathOfDropIns() {
     return Find(Item::Unit).path + std::string(".d");
 }
 
-void AddDirectory(const fs::path& path, const Entry* entry, std::vector<PathDifference>& found) {
-    const Descriptor parent(open(path.parent_path().c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+Failure AddDirectory(const fs::path& path, const Entry* entry, std::vector<PathDifference>& found) {
+    Descriptor parent;
+    Failure failure = OpenIfExists(path.parent_path(), parent);
+    if (failure || !parent)
+        return failure;
     const std::optional<State> state =
-        parent ? ReadState(parent.Number(), path.filename(), Reading::Nothing) : std::nullopt;
-    if (state && state->kind == State::Kind::Directory && state->owner == 0)
+        ReadState(parent.Number(), path.filename(), Reading::Nothing);
+    if (!state)
+        return UnreadableState(path, errno);
+    if (state->kind == State::Kind::Directory && state->owner == 0)
         found.push_back({Change::Delete, path, *state, {}, entry});
+    return {};
 }
 
 // What setups created outside of what is staged: the record, which is deleted last, logs, also
 // those that logrotate renamed, kept commit scripts; and the drop-ins of the unit unless the unit
 // stays.
-std::vector<PathDifference> FindOthersOfRoot(const UndoPlan& plan) {
-    std::vector<PathDifference> found;
+Failure FindOthersOfRoot(const UndoPlan& plan, std::vector<PathDifference>& found) {
+    Failure failure;
     if (!plan.remaining.contains(Find(Item::Unit).path))
-        AddDirectory(PathOfDropIns(), nullptr, found);
+        failure = AddDirectory(PathOfDropIns(), nullptr, found);
+    if (failure)
+        return failure;
     const Entry& script = Find(Item::CommitScript);
     const std::string scriptName = fs::path(script.path).filename();
     const std::string prefix = scriptName.substr(0, scriptName.size() - randomPart.size());
-    AddFiles(
+    failure = AddFiles(
         script,
         [&](const std::string& name) {
             return name.size() == scriptName.size() && name.starts_with(prefix);
         },
         found);
+    if (failure)
+        return failure;
     const Entry& log = Find(Item::RootLog);
     const std::string logName = fs::path(log.path).filename();
-    AddFiles(
+    failure = AddFiles(
         log,
         [&](const std::string& name) {
             return name == logName || name.starts_with(logName + '.') ||
                    name.starts_with(logName + '-');
         },
         found);
-    AddDirectory(Find(Item::Record).path, &Find(Item::Record), found);
-    return found;
+    return failure ? failure : AddDirectory(Find(Item::Record).path, &Find(Item::Record), found);
 }
 
 void WarnNotRemoved(const std::string& path, int error) {
@@ -108,13 +116,15 @@ void WarnNotRemoved(const std::string& path, int error) {
                    QStringLiteral("Inspect it, then remove it.")});
 }
 
-// The files of a directory that only root can write to, and the directory.
+// The files of a directory that only root can write to. If some stay, the directory does too, which
+// is reported.
 void RemoveDropIns(int parent, const std::string& name) {
     const Descriptor directory(
         openat(parent, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-    for (const std::string& each :
-         directory ? NamesIn(directory.Number(), [](const std::string&) { return true; })
-                   : std::vector<std::string>())
+    Names names;
+    if (directory)
+        ReadNames(directory.Number(), names);
+    for (const std::string& each : names)
         unlinkat(directory.Number(), each.c_str(), 0);
 }
 
@@ -157,7 +167,7 @@ private:
     void Finish(const Restoration& restoration) const;
 
     // With --purge.
-    std::vector<PathDifference> FindOthers(const UndoPlan& plan) const;
+    Failure FindOthers(const UndoPlan& plan, std::vector<PathDifference>& found) const;
 
     const Arguments& m_arguments;
     const QString m_installDir;
@@ -170,8 +180,8 @@ private:
 };
 
 // Of a user's record, the directory is not shown.
-std::vector<PathDifference> SetupRemoval::FindOthers(const UndoPlan& plan) const {
-    return m_purges && getuid() == 0 ? FindOthersOfRoot(plan) : std::vector<PathDifference>();
+Failure SetupRemoval::FindOthers(const UndoPlan& plan, std::vector<PathDifference>& found) const {
+    return m_purges && getuid() == 0 ? FindOthersOfRoot(plan, found) : Failure();
 }
 
 Failure SetupRemoval::Load() {
@@ -223,13 +233,16 @@ Failure SetupRemoval::Forget(const UndoPlan& plan) {
 }
 
 Failure SetupRemoval::RemoveRest(const Restoration& restoration) {
-    Failure failure = m_states.RemoveRecord();
+    std::vector<PathDifference> others;
+    Failure failure = FindOthers(restoration.Found(), others);
+    if (!failure)
+        failure = m_states.RemoveRecord();
     if (failure)
         return failure;
     SetupLog::Remove();
     JsonReport::NoteLog({});
     const std::vector<PathDifference>& shown = restoration.Shown().paths;
-    for (const PathDifference& other : FindOthers(restoration.Found())) {
+    for (const PathDifference& other : others) {
         const bool isShown = std::ranges::any_of(
             shown, [&](const PathDifference& each) { return each.path == other.path; });
         if (isShown)
@@ -273,14 +286,21 @@ Failure SetupRemoval::Run() {
         return failure;
     if (!m_isSaved && !m_saved.attempts.empty())
         std::printf("The state before the first setup is unknown. Nothing is restored.\n");
+    Failure unreadable;
+    const auto readOthers = [&](const UndoPlan& plan) {
+        std::vector<PathDifference> others;
+        unreadable = FindOthers(plan, others);
+        return others;
+    };
     Restoration restoration(m_arguments, m_purges ? UndoPurpose::Purge : UndoPurpose::Remove,
-                            m_saved, std::move(m_content),
-                            [this](const UndoPlan& plan) { return FindOthers(plan); });
+                            m_saved, std::move(m_content), readOthers);
     if (Failure failure = restoration.Plan()) {
         if (failure->status == ExitStatus::RecordUnusable)
             failure->remedy = RemedyWithoutState(m_states.Path());
         return failure;
     }
+    if (unreadable)
+        return unreadable;
     JsonReport::NoteChanges(restoration.Shown(), false);
     if (m_arguments.Has(OwnOption::DryRun)) {
         if (restoration.Shown().IsEmpty())
