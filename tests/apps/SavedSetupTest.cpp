@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <climits>
 
 #include "apps/RootSetup.h"
 #include "harness/TempDir.h"
@@ -155,12 +156,32 @@ TEST(AccountUse, FindsProcessesAndFiles) {
         EXPECT_EQ(found.use, "");
         EXPECT_EQ(found.searched, QStringList(QString::fromStdString(files / "below")));
         EXPECT_EQ(found.notSearched, QStringList());
-        EXPECT_EQ(found.missed, "");
+        // A regular user may not be able to search crontabs.
+        if (account.isGroup || getuid() == 0)
+            EXPECT_EQ(found.missed, "");
     }
     const AccountUse late = FindAccountUse(user, {files / "below"}, std::chrono::seconds(-1));
     EXPECT_EQ(late.searched, QStringList());
     EXPECT_EQ(late.notSearched.size(), 1);
     EXPECT_EQ(late.missed, QString::fromStdString(files / "below"));
+}
+
+TEST(AccountUse, MissesWhatCannotBeRead) {
+    constexpr id_t unused = 3999999999;
+    const hx_test::TempDir files;
+    // Calls fail for root, too, with a name or path that is too long.
+    const AccountDifference group = {true, "nobody_here", 0, unused, "", "", ""};
+    const AccountDifference user = {false, std::string(PATH_MAX, 'x'), unused, unused, "", "", ""};
+    const auto findIn = [&](const AccountDifference& account, const std::string& directory) {
+        return FindAccountUse(account, {directory}, std::chrono::seconds(10));
+    };
+    const std::string unreadable = files / std::string(NAME_MAX + 1, 'x');
+    const AccountUse found = findIn(group, unreadable);
+    EXPECT_EQ(found.use, "");
+    EXPECT_EQ(found.searched, QStringList());
+    EXPECT_EQ(found.missed, QString::fromStdString(unreadable));
+    EXPECT_EQ(findIn(group, files / "missing/below").missed, "");
+    EXPECT_EQ(findIn(user, files / "missing").missed, "/var/spool/cron/");
 }
 
 // A file of the account, which has no processes.

@@ -234,7 +234,7 @@ others = {
     "Undo of the setup of %s by %s:", "Kept as it is now:", "cv_install: undid the setup of %s",
     'Searched for files of %s "%s" in: %s. Not searched: %s.', "(not a local file system)",
     "Repair of the setup of %s:", "Left as it is:", "Nothing to repair.", "cv_install: repaired the setup of %s", "Changes made so far were kept.", "epair again", "repair canceled", "a repair", "an undo",
-    "(only in part: time limit)", "file systems that are mounted below", "un the undo again",
+    "(only in part)", "file systems that are mounted below", "un the undo again",
     "un the removal again", 'cv_install: removed the setup of "%s"',
     "Settings, log, record and service account were kept. To remove them, too: cv_install --remove --purge",
 }

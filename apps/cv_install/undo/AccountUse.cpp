@@ -12,8 +12,10 @@
 #include <fstream>
 #include <list>
 #include <memory>
+#include <optional>
 #include <sstream>
 
+#include "installation/DirectoryNames.h"
 #include "installation/Mounts.h"
 #include "installation/PathParts.h"
 #include "merge/AccountNumber.h"
@@ -51,7 +53,9 @@ bool HasNumber(const std::string& line, id_t number) {
     return false;
 }
 
-bool IsProcessOf(const AccountDifference& account, const std::string& process) {
+// Empty if it cannot be read. A process that ended meanwhile is not the account's.
+std::optional<bool> IsProcessOf(const AccountDifference& account, const std::string& process) {
+    errno = 0;
     std::ifstream status("/proc/" + process + "/status");
     for (std::string line; std::getline(status, line);) {
         const bool isUsers = line.starts_with("Uid:");
@@ -60,27 +64,44 @@ bool IsProcessOf(const AccountDifference& account, const std::string& process) {
                             : isUsers && HasNumber(line, account.uid))
             return true;
     }
-    return false;
+    const bool isRead = status.is_open() && !status.bad();
+    return isRead || errno == ENOENT || errno == ESRCH ? std::optional(false) : std::nullopt;
 }
 
-QString FindProcess(const AccountDifference& account) {
-    const Stream processes = OpenStream(AT_FDCWD, "/proc");
-    while (const dirent* entry = processes ? readdir(processes.get()) : nullptr) {
+void FindProcess(const AccountDifference& account, AccountUse& found) {
+    constexpr const char* path = "/proc";
+    const Descriptor directory(open(path, O_PATH | O_DIRECTORY | O_CLOEXEC));
+    Names names;
+    bool isPartial = !directory || !ReadNames(directory.Number(), names);
+    for (const std::string& name : names) {
         id_t number = 0;
-        if (ParseNumber(entry->d_name, number) && IsProcessOf(account, entry->d_name))
-            return QStringLiteral("process %1").arg(number);
+        if (!ParseNumber(name, number))
+            continue;
+        const std::optional<bool> isAccounts = IsProcessOf(account, name);
+        if (isAccounts.value_or(false)) {
+            found.use = QStringLiteral("process %1").arg(number);
+            return;
+        }
+        isPartial = isPartial || !isAccounts;
     }
-    return {};
+    if (isPartial)
+        found.missed = QLatin1String(path);
 }
 
-QString FindCrontab(const AccountDifference& account) {
+void FindCrontab(const AccountDifference& account, AccountUse& found) {
     for (const char* directory : crontabDirectories) {
         const std::string path = directory + account.name;
-        struct stat found = {};
-        if (!account.isGroup && lstat(path.c_str(), &found) == 0 && S_ISREG(found.st_mode))
-            return QString::fromStdString(path);
+        struct stat entry = {};
+        if (account.isGroup)
+            continue;
+        if (lstat(path.c_str(), &entry) != 0) {
+            if (errno != ENOENT && errno != ENOTDIR)
+                found.missed = QLatin1String(directory);
+        } else if (S_ISREG(entry.st_mode)) {
+            found.use = QString::fromStdString(path);
+            return;
+        }
     }
-    return {};
 }
 
 class TreeSearch {
@@ -90,11 +111,13 @@ public:
 
     // Below a directory that is open.
     void Search(const Stream& directory, const std::string& path) {
-        while (const dirent* entry = m_use.isEmpty() ? readdir(directory.get()) : nullptr) {
-            if (IsDot(entry->d_name))
+        while (m_use.isEmpty()) {
+            errno = 0;
+            const dirent* entry = readdir(directory.get());
+            if (entry != nullptr && IsDot(entry->d_name))
                 continue;
-            if (Clock::now() > m_end) {
-                m_isPartial = true;
+            if (entry == nullptr || Clock::now() > m_end) {
+                m_isPartial = m_isPartial || entry != nullptr || errno != 0;
                 return;
             }
             Check(dirfd(directory.get()), entry->d_name, path + '/' + entry->d_name);
@@ -106,8 +129,10 @@ public:
         constexpr size_t deepest = 200;
         struct statx found = {};
         constexpr int flags = AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT | AT_STATX_DONT_SYNC;
-        if (statx(directory, name, flags, STATX_TYPE | STATX_UID | STATX_GID, &found) != 0)
+        if (statx(directory, name, flags, STATX_TYPE | STATX_UID | STATX_GID, &found) != 0) {
+            m_isPartial = m_isPartial || errno != ENOENT;
             return;
+        }
         if (m_depth > 0 && (found.stx_attributes & STATX_ATTR_MOUNT_ROOT) != 0) {
             m_missedMount = true;
             return;
@@ -153,7 +178,7 @@ bool IsRemote(const std::vector<Mount>& mounts, const std::string& path) {
                                                        std::end(remoteTypes));
 }
 
-enum class Place { Local, Remote, Missing };
+enum class Place { Local, Remote, Missing, Unreadable };
 
 // Sets `path` to the path without links, as far as it is local.
 Place FindPlace(std::string& path) {
@@ -175,12 +200,14 @@ Place FindPlace(std::string& path) {
         std::error_code error;
         const fs::file_status status = fs::symlink_status(next, error);
         if (!fs::exists(status))
-            return Place::Missing;
+            return status.type() == fs::file_type::not_found ? Place::Missing : Place::Unreadable;
         if (!fs::is_symlink(status)) {
             real = next;
             continue;
         }
         const fs::path target = fs::read_symlink(next, error);
+        if (error)
+            return Place::Unreadable;
         if (target.is_absolute())
             real = "/";
         insert(target);
@@ -200,13 +227,14 @@ void SearchDirectory(const AccountDifference& account, const std::string& path,
         if (path == sharedDirectory)
             found.missed = shown;
     }
-    if (place != Place::Local)
+    if (place == Place::Remote || place == Place::Missing)
         return;
     TreeSearch search(account, end);
-    search.Check(AT_FDCWD, real.c_str(), real);
+    if (place == Place::Local)
+        search.Check(AT_FDCWD, real.c_str(), real);
     found.use = search.Use();
-    if (search.IsPartial()) {
-        found.notSearched.append(shown + QStringLiteral(" (only in part: time limit)"));
+    if (place == Place::Unreadable || search.IsPartial()) {
+        found.notSearched.append(shown + QStringLiteral(" (only in part)"));
         found.missed = shown;
     } else {
         found.searched.append(shown);
@@ -221,9 +249,9 @@ AccountUse FindAccountUse(const AccountDifference& account,
                           const std::vector<std::string>& directories, std::chrono::seconds limit) {
     const Clock::time_point end = Clock::now() + limit;
     AccountUse found;
-    found.use = FindProcess(account);
+    FindProcess(account, found);
     if (found.use.isEmpty())
-        found.use = FindCrontab(account);
+        FindCrontab(account, found);
     for (const std::string& directory : directories) {
         if (found.use.isEmpty())
             SearchDirectory(account, directory, end, found);
