@@ -162,7 +162,7 @@ TEST(CopyRepair, RestoresDamagesOfAllRows) {
 }
 
 // A dry run cannot find it.
-TEST(CopyRepair, RestoresWhatIsInUnreadableDirectory) {
+TEST(CopyRepair, RestoresWhatIsUnreadableExceptSettings) {
     HX_REQUIRE_NAMESPACES();
     const RepairedCopy copy;
     const std::string before = copy.List();
@@ -173,6 +173,18 @@ TEST(CopyRepair, RestoresWhatIsInUnreadableDirectory) {
     ExpectHolds(shown.out,
                 "Not checked: /tmp/product/qchemrc/qcscratch: Permission denied\n"
                 "A repair can find further differences.\n");
+    copy.ExpectAsBefore(before, copy.Repair());
+    // Settings may have been edited, so they are not replaced.
+    const std::string limits = copy.User().Outside("QueueLimits");
+    const std::string text = hx_test::ReadFile(limits);
+    fs::permissions(limits, fs::perms::none);
+    const auto refused = copy.Repair();
+    EXPECT_EQ(refused.status, 2) << refused.out;
+    ExpectHolds(refused.err,
+                "cv_install: cannot read \"/tmp/product/QueueLimits\": Permission denied\n"
+                "    Make sure that no other process uses it, then repair again.");
+    fs::permissions(limits, fs::perms::owner_read | fs::perms::owner_write);
+    EXPECT_EQ(hx_test::ReadFile(limits), text);
     copy.ExpectAsBefore(before, copy.Repair());
 }
 

@@ -6,12 +6,14 @@
 
 #include <algorithm>
 #include <climits>
+#include <csignal>
 
 #include "apps/RootSetup.h"
 #include "harness/TempDir.h"
 #include "machine/ThrowawayRoot.h"
 #include "undo/AccountUse.h"
 #include "undo/SavedSetup.h"
+#include "undo/UnsavedSetups.h"
 
 namespace {
 
@@ -136,6 +138,26 @@ TEST(SavedSetup, CollapseKeepsStatesOfInterruptedSetup) {
     for (const char* each : {"b", "c"})
         EXPECT_NE(std::ranges::find(states, SavedFileState(each)), states.end()) << each;
     EXPECT_EQ(PathsOf(saved)[0].before, SavedFileState("a"));
+}
+
+// Another process has the file.
+TEST(UnsavedSetups, AreNotFoundWhenFileCannotBeRead) {
+    HX_REQUIRE_THROWAWAY_ROOT();
+    HX_EXPECT_SCENARIO([] {
+        const std::string path = "/var/corvane/corvane26";
+        Shell("rm -rf /var/corvane /var/lib/corvane26; mkdir /var/corvane; echo > " + path);
+        const Descriptor tree(open("/var/corvane", O_PATH | O_DIRECTORY));
+        const Descriptor file(open(path.c_str(), O_RDONLY));
+        SavedSetup saved;
+        EXPECT_FALSE(FindUnsavedSetups(QStringLiteral("/var/corvane"), tree.Number(), saved));
+        std::signal(SIGIO, SIG_IGN);
+        ASSERT_EQ(fcntl(file.Number(), F_SETLEASE, F_WRLCK), 0);
+        const Failure failure =
+            FindUnsavedSetups(QStringLiteral("/var/corvane"), tree.Number(), saved);
+        ASSERT_TRUE(failure);
+        EXPECT_EQ(failure->text, "cannot read \"" + QString::fromStdString(path) +
+                                     "\": Resource temporarily unavailable");
+    });
 }
 
 TEST(AccountUse, FindsProcessesAndFiles) {
