@@ -36,6 +36,7 @@ UndoPlan PlanOf(const Differences& setup, UndoPurpose purpose) {
     content.etc = OpenForPlan("/stage/etc");
     content.bin = OpenForPlan("/stage/bin");
     UndoPlan plan;
+    EXPECT_FALSE(IsRemoval(purpose) && FindTreeElsewhere(plan.isTreeKept));
     const Descriptor live = OpenForPlan(sharedDirectory);
     constexpr TreeOwners owners = {undoneAccount, undoneAccount, undoneAccount};
     EXPECT_FALSE(FindUndo(saved, content, live.Number(), owners, {}, purpose, plan));
@@ -133,7 +134,9 @@ TEST(UndoPlan, KeepsMountsBelowLinkInRemoval) {
             path.path.replace(0, 5, "/var");
             path.entry = RowOfPath(path.path, sharedDirectory);
         }
-        EXPECT_FALSE(IsTreeElsewhere());
+        bool isElsewhere = true;
+        EXPECT_FALSE(FindTreeElsewhere(isElsewhere));
+        EXPECT_FALSE(isElsewhere);
         EXPECT_EQ(KeptIn(PlanOf(setup, UndoPurpose::Purge)),
                   "/var/corvane/qchemrc/qchemrc: is on another file system");
         ASSERT_EQ(mount("/data/corvane", "/data/corvane", nullptr, MS_BIND, nullptr), 0);
