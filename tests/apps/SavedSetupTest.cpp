@@ -146,14 +146,14 @@ TEST(UnsavedSetups, AreNotFoundWhenFileCannotBeRead) {
     HX_EXPECT_SCENARIO([] {
         const std::string path = "/var/corvane/corvane26";
         Shell("rm -rf /var/corvane /var/lib/corvane26; mkdir /var/corvane; echo > " + path);
-        const Descriptor tree(open("/var/corvane", O_PATH | O_DIRECTORY));
+        const Descriptor live(open("/var/corvane", O_PATH | O_DIRECTORY));
         const Descriptor file(open(path.c_str(), O_RDONLY));
         SavedSetup saved;
-        EXPECT_FALSE(FindUnsavedSetups(QStringLiteral("/var/corvane"), tree.Number(), saved));
+        EXPECT_FALSE(FindUnsavedSetups(QStringLiteral("/var/corvane"), live.Number(), saved));
         std::signal(SIGIO, SIG_IGN);
         ASSERT_EQ(fcntl(file.Number(), F_SETLEASE, F_WRLCK), 0);
         const Failure failure =
-            FindUnsavedSetups(QStringLiteral("/var/corvane"), tree.Number(), saved);
+            FindUnsavedSetups(QStringLiteral("/var/corvane"), live.Number(), saved);
         ASSERT_TRUE(failure);
         EXPECT_EQ(failure->text, "cannot read \"" + QString::fromStdString(path) +
                                      "\": Resource temporarily unavailable");
@@ -179,8 +179,9 @@ TEST(AccountUse, FindsProcessesAndFiles) {
         EXPECT_EQ(found.searched, QStringList(QString::fromStdString(files / "below")));
         EXPECT_EQ(found.notSearched, QStringList());
         // A regular user may not be able to search crontabs.
-        if (account.isGroup || getuid() == 0)
+        if (account.isGroup || getuid() == 0) {
             EXPECT_EQ(found.missed, "");
+        }
     }
     const AccountUse late = FindAccountUse(user, {files / "below"}, std::chrono::seconds(-1));
     EXPECT_EQ(late.searched, QStringList());
