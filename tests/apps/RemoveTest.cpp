@@ -321,9 +321,6 @@ const RefusedRemoval refusedRemovals[] = {
      {},
      68,
      "cv_install: the saved content of \"/etc/init.d/corvane_service\" is damaged\n"},
-    {"UnreadableLogs", "mv /var/log /var/kept; ln -s log /var/log",
-     "rm /var/log; mv /var/kept /var/log", purge, 2,
-     "cv_install: cannot read \"/var/log\": Too many levels of symbolic links\n"},
     {"UnsafeDirectory", "chmod 777 /etc/corvane26", "chmod 755 /etc/corvane26", purge, 2,
      "cv_install: cannot read the service account in "},
 };
