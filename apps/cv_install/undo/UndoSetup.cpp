@@ -69,7 +69,7 @@ Failure UndoLastSetup(const Arguments& arguments, const QString& installDir,
     lock.NoteMerge(true);
     const QString time = states.Facts().time;
     failure = CarryOutUndo(states, restoration);
-    lock.NoteMerge(false);
+    lock.NoteMerge(failure && failure->changes != Changes::None);
     if (!failure)
         FinishUndo(time);
     return failure;
