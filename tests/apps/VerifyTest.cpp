@@ -162,7 +162,7 @@ void ExpectOutput(const std::string& time) {
     const std::string setup = "the setup of \"/var/corvane\" at " + time;
     auto found = RunProgram("--verify --json /srv/report");
     EXPECT_EQ(found.status, 0);
-    EXPECT_EQ(found.out + found.err, "No differences from " + setup + "\n");
+    EXPECT_EQ(found.out + found.err, "No differences from " + setup + ", version 26.0.0\n");
     ExpectReport(hx_test::ReadFile("/srv/report"),
                  R"({"action": "verify", "status": 0, "changed": false, "differences": [],
                      "unchecked": [], "problem": null})");

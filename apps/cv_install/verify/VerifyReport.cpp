@@ -34,8 +34,9 @@ void PrintResult(const RecordedInstallation& installation, const VerifyResult& r
         PrintResultLine(LineOf(difference));
     PrintUnchecked(result.unchecked);
     if (result.differences.empty()) {
-        PrintResultLine(QStringLiteral("No differences from the setup of \"%1\" at %2")
-                            .arg(installation.installDir, installation.manifest.facts.time));
+        const SetupFacts& facts = installation.manifest.facts;
+        PrintResultLine(QStringLiteral("No differences from the setup of \"%1\" at %2, version %3")
+                            .arg(installation.installDir, facts.time, facts.version));
     }
     std::fflush(stdout);
 }
