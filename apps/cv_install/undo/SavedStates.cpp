@@ -732,7 +732,7 @@ Failure SavedStates::RemoveRecord() {
         return failure;
     for (const auto& [isPrivate, name] : FilesOfRecord()) {
         const int directory = isPrivate ? m_record.Private() : m_record.Public();
-        if (unlinkat(directory, name.c_str(), 0) != 0 && errno != ENOENT)
+        if (directory != -1 && unlinkat(directory, name.c_str(), 0) != 0 && errno != ENOENT)
             return CannotForget(name, errno);
     }
     if (m_states) {
