@@ -55,8 +55,8 @@ bool HasNumber(const std::string& line, id_t number) {
 
 // Empty if it cannot be read. A process that ended meanwhile is not the account's.
 std::optional<bool> IsProcessOf(const AccountDifference& account, const std::string& process) {
-    errno = 0;
-    std::ifstream status("/proc/" + process + "/status");
+    const std::string directory = "/proc/" + process;
+    std::ifstream status(directory + "/status");
     for (std::string line; std::getline(status, line);) {
         const bool isUsers = line.starts_with("Uid:");
         const bool isGroups = line.starts_with("Gid:") || line.starts_with("Groups:");
@@ -65,7 +65,7 @@ std::optional<bool> IsProcessOf(const AccountDifference& account, const std::str
             return true;
     }
     const bool isRead = status.is_open() && !status.bad();
-    return isRead || errno == ENOENT || errno == ESRCH ? std::optional(false) : std::nullopt;
+    return isRead || access(directory.c_str(), F_OK) != 0 ? std::optional(false) : std::nullopt;
 }
 
 void FindProcess(const AccountDifference& account, AccountUse& found) {
