@@ -260,4 +260,32 @@ TEST(SavedStates, KeepUnfinishedSetupIfNextOneCannotBegin) {
     });
 }
 
+TEST(SavedStates, AreNotUndoneAfterUnfinishedRemoval) {
+    HX_REQUIRE_THROWAWAY_ROOT();
+    ExpectOnMachine([] {
+        {
+            SavedStates states(installDir);
+            EXPECT_EQ(Begin(states), "");
+            states.Complete();
+        }
+        {
+            SavedStates removal(installDir);
+            bool isFound = false;
+            EXPECT_EQ(TextOf(removal.LoadFirst(isFound)), "");
+            EXPECT_TRUE(isFound);
+            EXPECT_EQ(TextOf(removal.NoteComplete(false)), "");
+        }
+        {
+            SavedStates states(installDir);
+            EXPECT_EQ(TextOf(states.LoadLast()),
+                      "nothing can be undone: a removal did not run to its end");
+        }
+        SavedStates setup(installDir);
+        EXPECT_EQ(Begin(setup), "");
+        setup.Complete();
+        SavedStates states(installDir);
+        EXPECT_EQ(TextOf(states.LoadLast()), "");
+    });
+}
+
 }  // namespace

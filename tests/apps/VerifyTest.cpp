@@ -16,6 +16,7 @@
 #include "harness/Pattern.h"
 #include "harness/TempDir.h"
 #include "machine/ThrowawayRoot.h"
+#include "undo/SavedStates.h"
 #include "verify/InstalledFiles.h"
 #include "verify/InstalledMachine.h"
 #include "verify/StatusReport.h"
@@ -216,12 +217,24 @@ void ExpectStatus(const std::string& time) {
                      time + R"(", "product_dir": "/opt/corvane26", "product_version": "26.0.0",
                      "service": "active, enabled", "running": false, "unfinished": false,
                      "last_verification": {"differences": 2}}})");
+    const std::string unfinished = "  Previous setup: did not run to its end; run it again\n";
     hx_test::WriteFile("/run/corvane26_setup.lock", "x");
-    hx_test::ExpectHolds(RunProgram("--status").out,
-                         "  Previous setup: did not run to its end; run it again\n");
-    hx_test::ExpectHolds(RunProgram("--verify").err,
-                         "cv_install: warning: the previous setup, undo, removal or repair did not "
-                         "run to its end\n");
+    hx_test::ExpectHolds(RunProgram("--status").out, unfinished);
+    // As after a reboot.
+    Shell("rm /run/corvane26_setup.lock");
+    hx_test::ExpectHolds(RunProgram("--status").out, "  Previous setup: complete\n");
+    {
+        const QString installDir = QStringLiteral("/var/corvane");
+        Differences change;
+        change.members.push_back({::Change::Create, "nobody_here", "corvsrvc"});
+        SavedStates states(installDir);
+        EXPECT_FALSE(states.Begin(FactsOf({}, installDir), change, -1));
+        hx_test::ExpectHolds(RunProgram("--status").out, unfinished);
+        hx_test::ExpectHolds(RunProgram("--verify").err,
+                             "cv_install: warning: the previous setup, undo, removal or repair did "
+                             "not run to its end\n");
+        states.Discard();
+    }
 }
 
 struct Unverifiable {
