@@ -270,7 +270,7 @@ Failure PathUndo::FindRefused(const PathDifference& difference, std::string& ref
     Descriptor opened;
     if (!place.isInTree || m_liveTree == -1)
         return {};
-    if (const Failure failure = OpenTreeDirectory(m_liveTree, tree, "", m_owners, opened))
+    if (Failure failure = OpenTreeDirectory(m_liveTree, tree, "", m_owners, opened))
         return failure->status == ExitStatus::TreeRefused ? Failure() : failure;
     for (size_t end = place.path.find('/'); end != std::string::npos;
          end = place.path.find('/', end + 1)) {
@@ -279,7 +279,7 @@ Failure PathUndo::FindRefused(const PathDifference& difference, std::string& ref
             difference.path.substr(0, difference.path.size() - place.path.size() + end);
         if (m_created.contains(path))
             return {};
-        const Failure failure = OpenTreeDirectory(m_liveTree, tree, below, m_owners, opened);
+        Failure failure = OpenTreeDirectory(m_liveTree, tree, below, m_owners, opened);
         if (failure && failure->status != ExitStatus::TreeRefused)
             return failure;
         if (failure && !IsUnpacked(path)) {
