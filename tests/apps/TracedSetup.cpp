@@ -193,4 +193,14 @@ TracedResult TraceUndisturbed(const std::function<void()>& prepare,
     return whole;
 }
 
+size_t StrikeEachCall(size_t distance, const std::function<std::string(size_t call)>& strike) {
+    size_t struck = 0;
+    for (size_t call = 1;; call += distance) {
+        SCOPED_TRACE("call " + std::to_string(call));
+        if (strike(call).empty())
+            return struck;
+        ++struck;
+    }
+}
+
 }  // namespace hx_test

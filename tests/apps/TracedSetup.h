@@ -40,4 +40,8 @@ TracedResult RunTraced(const std::vector<std::string>& command, const Strike& st
 TracedResult TraceUndisturbed(const std::function<void()>& prepare,
                               const std::vector<std::string>& command);
 
+// Calls `strike` with the numbers of every `distance`-th call until it returns an empty text, which
+// means that the call was not reached. Returns how often one was.
+size_t StrikeEachCall(size_t distance, const std::function<std::string(size_t call)>& strike);
+
 }  // namespace hx_test
