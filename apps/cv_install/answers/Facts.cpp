@@ -238,8 +238,8 @@ void AddAccount(const CInstallBase& run, bool isUserNamed, MachineFacts& facts) 
             facts.user->hasPassword = IsPassword(shadow->sp_pwdp);
     }
     if (const group* found = getgrnam(run.m_serviceGroup.toUtf8().constData())) {
-        facts.group = {.gid = found->gr_gid,
-                       .localMembers = LocalMembers(run.m_serviceGroup.toStdString())};
+        facts.group = {.gid = found->gr_gid, .localMembers = {}};
+        ReadLocalMembers(run.m_serviceGroup.toStdString(), facts.group->localMembers);
     }
 }
 

@@ -413,11 +413,6 @@ Failure FindGroup(const std::string& name, const group*& found) {
     return found == nullptr && IsUnknown(errno) ? UnreadableDatabase(groups) : Failure();
 }
 
-std::optional<QStringList> LocalMembers(const std::string& group) {
-    const std::optional<Words> members = ListedMembers(group);
-    return members ? std::optional(TextsOf(*members)) : std::nullopt;
-}
-
 Failure ReadLocalMembers(const std::string& group, std::optional<QStringList>& members) {
     std::optional<Words> listed;
     Failure failure = FindLocalMembers(group, listed);

@@ -38,10 +38,8 @@ Failure FindMemberDifferences(const std::string& group, const MemberChanges& cha
 Failure FindUser(const std::string& name, const passwd*& user);
 Failure FindGroup(const std::string& name, const group*& found);
 
-// The members of a group that /etc/group lists; empty if it does not list the group.
-std::optional<QStringList> LocalMembers(const std::string& group);
-
-// The same. Fails if the file cannot be read.
+// The members of a group that /etc/group lists; empty if it does not list the group. Fails if the
+// file cannot be read.
 Failure ReadLocalMembers(const std::string& group, std::optional<QStringList>& members);
 
 // What became of an account that a setup created. A group may have the members of `joined`. With
