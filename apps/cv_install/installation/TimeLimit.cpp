@@ -2,7 +2,9 @@
 
 #include <sys/time.h>
 
+#include <cerrno>
 #include <csignal>
+#include <cstring>
 
 namespace {
 
@@ -24,4 +26,12 @@ TimeLimit::~TimeLimit() {
     constexpr itimerval none = {};
     setitimer(ITIMER_REAL, &none, nullptr);
     std::signal(SIGALRM, SIG_DFL);
+}
+
+Problem UnreadablePath(const std::string& path, int error) {
+    const char* reason = error == EINTR ? "timed out" : std::strerror(error);
+    return {ExitStatus::SystemCallFailed,
+            QStringLiteral("cannot read \"%1\": %2")
+                .arg(QString::fromStdString(path), QString::fromUtf8(reason)),
+            QStringLiteral("Make sure that no other process uses it, then run the setup again.")};
 }

@@ -148,7 +148,7 @@ Failure SetupRepair::Stage(ExitStatus& status) {
         for (Descriptor* layer : {&m_staged.tree, &m_staged.etc, &m_staged.bin}) {
             *layer = Descriptor(open("/", O_PATH | O_DIRECTORY | O_CLOEXEC));
             if (!*layer)
-                return UnreadableState("/", errno);
+                return UnreadablePath("/", errno);
         }
         m_staged.installDir = QString::fromStdString(TreeOf(Expected()));
         return {};
@@ -243,7 +243,7 @@ Failure SetupRepair::TakeSharedContents() {
         const auto live =
             tree ? ReadContent(tree.Number(), place.path, reading) : std::optional<FileContent>();
         if (!live && errno != ENOENT && errno != ENOTDIR && errno != ELOOP)
-            return UnreadableState(difference.path, errno);
+            return UnreadablePath(difference.path, errno);
         const bool isKnown =
             live &&
             (!m_installation.IsRoots() ||

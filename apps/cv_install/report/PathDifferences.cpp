@@ -14,6 +14,7 @@
 #include "installation/DirectoryNames.h"
 #include "installation/Limits.h"
 #include "installation/PathParts.h"
+#include "installation/TimeLimit.h"
 #include "installation/TreeOwners.h"
 #include "record/ReplacedPages.h"
 #include "report/Report.h"
@@ -22,15 +23,6 @@ namespace {
 
 constexpr size_t mostPages = 100000;
 constexpr int deepestPages = 64;
-
-Problem UnreadablePath(const std::string& path, int error) {
-    // The setup's timer interrupts system calls that wait.
-    const char* reason = error == EINTR ? "timed out" : std::strerror(error);
-    return {ExitStatus::SystemCallFailed,
-            QStringLiteral("cannot read \"%1\": %2")
-                .arg(QString::fromStdString(path), QString::fromUtf8(reason)),
-            QStringLiteral("Make sure that no other process uses it, then run the setup again.")};
-}
 
 Problem RefusedPath(const QString& text, const std::string& path) {
     return {ExitStatus::TreeRefused, text.arg(QString::fromStdString(path)),

@@ -14,6 +14,7 @@
 #include "apply/Interruption.h"
 #include "apply/SetupLog.h"
 #include "installation/DirectoryNames.h"
+#include "installation/TimeLimit.h"
 #include "installation/TreeCheck.h"
 #include "merge/Services.h"
 #include "report/JsonReport.h"
@@ -32,7 +33,7 @@ using NameTest = std::function<bool(const std::string&)>;
 Failure OpenIfExists(const fs::path& path, Descriptor& directory) {
     directory = Descriptor(open(path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
     if (!directory && errno != ENOENT && errno != ENOTDIR)
-        return UnreadableState(path, errno);
+        return UnreadablePath(path, errno);
     return {};
 }
 
@@ -46,13 +47,13 @@ Failure AddFiles(const Entry& entry, const NameTest& isMeant, std::vector<PathDi
         return failure;
     Names names;
     if (!ReadNames(opened.Number(), names))
-        return UnreadableState(directory, errno);
+        return UnreadablePath(directory, errno);
     std::erase_if(names, [&](const std::string& name) { return !isMeant(name); });
     for (const std::string& name : names) {
         const std::optional<State> state = ReadState(opened.Number(), name, Reading::Nothing);
         // A user's file system may be mounted there.
         if (!state && errno != EREMOTE)
-            return UnreadableState(directory / name, errno);
+            return UnreadablePath(directory / name, errno);
         if (state && state->kind == State::Kind::File && state->owner == 0 && state->size > 0)
             found.push_back({Change::Delete, directory / name, *state, {}, &entry});
     }
@@ -71,7 +72,7 @@ Failure AddDirectory(const fs::path& path, const Entry* entry, std::vector<PathD
     const std::optional<State> state =
         ReadState(parent.Number(), path.filename(), Reading::Nothing);
     if (!state)
-        return UnreadableState(path, errno);
+        return UnreadablePath(path, errno);
     if (state->kind == State::Kind::Directory && state->owner == 0)
         found.push_back({Change::Delete, path, *state, {}, entry});
     return {};
@@ -207,7 +208,7 @@ Failure SetupRemoval::Load() {
     for (Descriptor* layer : {&m_content.tree, &m_content.etc, &m_content.bin}) {
         *layer = Descriptor(open("/", O_PATH | O_DIRECTORY | O_CLOEXEC));
         if (!failure && !*layer)
-            failure = UnreadableState("/", errno);
+            failure = UnreadablePath("/", errno);
     }
     return failure;
 }

@@ -13,6 +13,7 @@
 #include "commit/EarlierServices.h"
 #include "installation/DirectoryNames.h"
 #include "installation/PathParts.h"
+#include "installation/TimeLimit.h"
 #include "merge/Accounts.h"
 #include "merge/Services.h"
 #include "undo/SavedSetup.h"
@@ -35,7 +36,7 @@ std::optional<Names> NamesBelow(int base, const std::string& path) {
 Failure ListDirectory(int root, const std::string& path, Names& names) {
     const auto found = NamesBelow(root, path);
     if (!found && errno != ENOENT && errno != ENOTDIR && errno != ELOOP)
-        return UnreadableState('/' + path, errno);
+        return UnreadablePath('/' + path, errno);
     names = found.value_or(Names());
     return {};
 }
@@ -96,7 +97,7 @@ public:
             ReadStateAt(isInTree ? m_liveTree : m_root.Number(), below,
                         readsContent ? ReadingOfSaved(Row(path), isInTree) : Reading::Nothing);
         if (!found)
-            return UnreadableState(path, errno);
+            return UnreadablePath(path, errno);
         state = *found;
         return {};
     }
@@ -107,12 +108,12 @@ public:
         if (m_liveTree == -1)
             return {};
         if (!IsDirectoryAt(m_liveTree, entry.path, isDirectory))
-            return UnreadableState(Whole(entry.path), errno);
+            return UnreadablePath(Whole(entry.path), errno);
         if (!isDirectory)
             return {};
         const std::optional<RelativePaths> found = PathsBelow(m_liveTree, entry.path);
         if (!found)
-            return UnreadableState(Whole(entry.path), errno);
+            return UnreadablePath(Whole(entry.path), errno);
         for (const std::string& path : *found)
             paths.push_back(Whole(path));
         return {};
@@ -328,14 +329,6 @@ Failure AddChangedMembers(const std::map<std::string, QStringList>& members,
 }
 
 }  // namespace
-
-Problem UnreadableState(const std::string& path, int error) {
-    const char* reason = error == EINTR ? "timed out" : std::strerror(error);
-    return {ExitStatus::SystemCallFailed,
-            QStringLiteral("cannot read \"%1\": %2")
-                .arg(QString::fromStdString(path), QString::fromUtf8(reason)),
-            QStringLiteral("Make sure that no other process uses it, then run the setup again.")};
-}
 
 std::optional<RelativePaths> PathsBelow(int tree, const std::string& directory) {
     RelativePaths paths;

@@ -30,9 +30,6 @@ Failure ReadSnapshot(const SetupInPlace& setup, int liveTree, Differences& snaps
 Failure CompleteSnapshot(const std::map<std::string, QStringList>& members,
                          const std::string& installDir, int liveTree, Differences& snapshot);
 
-// Reports that a path of the machine cannot be read; with EINTR, after the time limit.
-Problem UnreadableState(const std::string& path, int error);
-
 // The paths below a directory of a tree, relative to the tree, directories before what is in them.
 // Empty, with errno set, if it cannot be listed or has too many levels.
 using RelativePaths = std::vector<std::string>;

@@ -12,6 +12,7 @@
 
 #include "installation/DirectoryNames.h"
 #include "installation/Mounts.h"
+#include "installation/TimeLimit.h"
 #include "merge/Accounts.h"
 #include "merge/MergePaths.h"
 #include "merge/Services.h"
@@ -105,7 +106,7 @@ Failure PathUndo::ReadLive(const SavedPath& path, State& live) const {
     const std::optional<State> found =
         ReadStateAt(place.directory, place.path, ReadingOfSaved(path.entry, place.isInTree));
     if (!found)
-        return UnreadableState(path.path, errno);
+        return UnreadablePath(path.path, errno);
     live = *found;
     return {};
 }
@@ -167,7 +168,7 @@ Failure PathUndo::CheckContent(const SavedPath& path) const {
     const LayerPath place = PathIn(m_content, path.path);
     const auto saved = ReadStateAt(place.base, place.path, Reading::AllFiles);
     if (!saved && errno != EIO)
-        return UnreadableState(path.path, errno);
+        return UnreadablePath(path.path, errno);
     return saved && saved->digest == path.before.digest ? Failure()
                                                         : Failure(DamagedContent(path.path));
 }
@@ -196,7 +197,7 @@ void PathUndo::Keep(const std::string& path, const char* reason) {
 
 Failure PathUndo::AddAll(const SavedSetup& saved) {
     if (!m_root)
-        return UnreadableState("/", errno);
+        return UnreadablePath("/", errno);
     for (const SavedPath& path : PathsOf(saved)) {
         if (Failure failure = Add(path))
             return failure;
@@ -454,16 +455,16 @@ Failure FindTreeElsewhere(bool& isElsewhere) {
     const std::string path = sharedDirectory;
     const Descriptor parent(open(ParentOf(path).c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
     if (!parent)
-        return UnreadableState(ParentOf(path), errno);
+        return UnreadablePath(ParentOf(path), errno);
     const Descriptor tree = OpenEntry(parent.Number(), BaseNameOf(path));
     isElsewhere = !tree && errno == EREMOTE;
     if (!tree)
-        return isElsewhere || errno == ENOENT ? Failure() : UnreadableState(path, errno);
+        return isElsewhere || errno == ENOENT ? Failure() : UnreadablePath(path, errno);
     const std::optional<State> state = ReadAttributes(tree);
     const std::optional<int> above = MountOf(parent.Number());
     const std::optional<int> mount = MountOf(tree.Number());
     if (!state || !above || !mount)
-        return UnreadableState(path, errno);
+        return UnreadablePath(path, errno);
     isElsewhere = above != mount || state->kind == State::Kind::Link;
     return {};
 }

@@ -14,6 +14,8 @@
 #include "record/SetupRecord.h"
 #include "undo/Snapshot.h"
 
+#include "installation/TimeLimit.h"
+
 namespace {
 
 constexpr id_t firstOfUsers = 1000;
@@ -58,7 +60,7 @@ Failure UnsavedSetups::ReadLive(const Entry& entry, const std::string& path, Sta
     const std::optional<State> found = ReadStateAt(isInTree ? m_liveTree : m_root.Number(), below,
                                                    ReadingOfSaved(&entry, isInTree));
     if (!found && !(isInTree && StaysInTree(errno)))
-        return UnreadableState(path, errno);
+        return UnreadablePath(path, errno);
     state = found.value_or(State());
     return {};
 }
@@ -94,7 +96,7 @@ Failure UnsavedSetups::AddListed(const Manifest& manifest) {
 Failure UnsavedSetups::AddBelow(const Entry& entry) {
     const std::optional<RelativePaths> paths = PathsBelow(m_liveTree, entry.path);
     if (!paths && !StaysInTree(errno))
-        return UnreadableState(m_installDir + '/' + entry.path, errno);
+        return UnreadablePath(m_installDir + '/' + entry.path, errno);
     for (const std::string& below : paths.value_or(RelativePaths())) {
         const std::string path = m_installDir + '/' + below;
         State state;
