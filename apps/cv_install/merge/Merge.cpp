@@ -54,11 +54,8 @@ Failure Merge(const StagedMachine& staged, const Differences& differences) {
     TreeMerge tree(staged, account, groupId, recorded ? recorded->uid : static_cast<uid_t>(-1));
     if (!failure)
         failure = PlaceEverything(tree, differences, undo);
-    if (failure) {
-        if (!undo.Run())
-            failure->changes = Changes::Unknown;
-        return failure;
-    }
+    if (failure)
+        return TakeBackAfter(std::move(failure), undo);
     undo.Forget();
     tree.Finish();
     StartService(differences);

@@ -4,6 +4,8 @@
 #include <functional>
 #include <vector>
 
+#include "Problem.h"
+
 class Undo {
 public:
     // `step` takes back what was just done. It reports its own failure, and returns false then.
@@ -23,3 +25,10 @@ public:
 private:
     std::vector<std::function<bool()>> m_steps;
 };
+
+// Takes everything back after a failure. If that fails, too, what was changed is unknown.
+inline Failure TakeBackAfter(Failure failure, Undo& undo) {
+    if (!undo.Run())
+        failure->changes = Changes::Unknown;
+    return failure;
+}

@@ -413,11 +413,8 @@ Failure SetupRepair::Apply() {
         failure = ApplyUserChanges(differences.userChanges, undo);
     if (!failure)
         failure = ApplyPaths(tree, undo);
-    if (failure) {
-        if (!undo.Run())
-            failure->changes = Changes::Unknown;
-        return failure;
-    }
+    if (failure)
+        return TakeBackAfter(std::move(failure), undo);
     undo.Forget();
     tree.Finish();
     failure = ApplyRecord();

@@ -211,11 +211,8 @@ Failure Restoration::Apply() {
     Failure failure = ApplyPaths(tree, undo);
     if (!failure)
         failure = ApplyMembers(m_differences.members, undo);
-    if (failure) {
-        if (!undo.Run())
-            failure->changes = Changes::Unknown;
-        return failure;
-    }
+    if (failure)
+        return TakeBackAfter(std::move(failure), undo);
     undo.Forget();
     tree.Finish();
     for (const auto& [group, members] : m_saved.members)
